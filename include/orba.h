@@ -125,7 +125,7 @@ typedef struct OrbFindDataW {
 #define ORB_INVALID_SIZE 0xFFFFFFFFu
 #define ORB_INVALID_ATTRIBUTES 0xFFFFu /* 16 bits set, deliberately */
 
-/* ---- Attributes, open modes, seek origins ---------------------------------------------------------------------------*/
+/* ---- Attributes, open modes, seek origins -------------------------------------------------------------------------*/
 
 #define ORB_ATTRIBUTE_READ_ONLY 0x0001u /* opening for writing is refused */
 #define ORB_ATTRIBUTE_USER 0x0002u      /* the caller's own; the library keeps it and never tests it */
@@ -182,7 +182,7 @@ typedef struct OrbFindDataW {
 #define ORB_ERROR_NO_MEMFILE 0x30000027u          /* memfile.dll is not loaded (format "??MEM??" first) */
 #define ORB_ERROR_MEMFILE_NOT_FOUND 0x30000028u   /* memfile.dll could not be loaded */
 
-/* ---- Volumes ----------------------------------------------------------------------------------------------------------
+/* ---- Volumes ------------------------------------------------------------------------------------------------------
  * A container is formatted once, then mounted under a name of the caller's choosing. Mounting opens it exclusively. */
 
 /* Formats a new container with a node bitmap of 1024 bytes (8192 files and directories) and blocks of 4096 bytes:
@@ -221,7 +221,7 @@ ORB_EXPORT OrbBool ORB_CALL OrbGetVolumeInfoW(const OrbWideChar* volume, OrbU32*
 ORB_EXPORT OrbBool ORB_CALL OrbUnmountVolumeA(const char* volume);
 ORB_EXPORT OrbBool ORB_CALL OrbUnmountVolumeW(const OrbWideChar* volume);
 
-/* ---- Files and directories by name ------------------------------------------------------------------------------------
+/* ---- Files and directories by name --------------------------------------------------------------------------------
  * The calls that change a volume clear its update mark at the end, whether or not they succeeded; should that write
  * fail, the call returns 0 although its work was done. */
 
@@ -278,7 +278,7 @@ ORB_EXPORT OrbU32 ORB_CALL OrbGetFileAttributesW(const OrbWideChar* path);
 ORB_EXPORT OrbBool ORB_CALL OrbSetFileAttributesA(const char* path, OrbI32 attributes);
 ORB_EXPORT OrbBool ORB_CALL OrbSetFileAttributesW(const OrbWideChar* path, OrbI32 attributes);
 
-/* ---- Open files -------------------------------------------------------------------------------------------------------*/
+/* ---- Open files ---------------------------------------------------------------------------------------------------*/
 
 /* Opens an existing file at position 0. A file can be open once at a time.
  *   mode          low 16 bits: ORB_OPEN_READ, ORB_OPEN_WRITE, both, or 0 (position and size only).
@@ -324,7 +324,7 @@ ORB_EXPORT OrbU32 ORB_CALL OrbGetFileSize(OrbHandle file);
  *   fails with 0  INVALID_HANDLE, or the flush's reason. */
 ORB_EXPORT OrbBool ORB_CALL OrbCloseFile(OrbHandle file);
 
-/* ---- Current directory and full path names ------------------------------------------------------------------------------*/
+/* ---- Current directory and full path names ------------------------------------------------------------------------*/
 
 /* The current directory as a full path name, such as "DATA:/LOGS". The buffer holds ORB_PATH_BUFFER bytes (A) or
  * ORB_WIDE_PATH_BUFFER wide characters (W).
@@ -342,7 +342,7 @@ ORB_EXPORT OrbBool ORB_CALL OrbSetCurrentDirectoryW(const OrbWideChar* path);
 ORB_EXPORT OrbBool ORB_CALL OrbGetFullPathNameA(char* output, const char* path);
 ORB_EXPORT OrbBool ORB_CALL OrbGetFullPathNameW(OrbWideChar* output, const OrbWideChar* path);
 
-/* ---- Searches -----------------------------------------------------------------------------------------------------------*/
+/* ---- Searches -----------------------------------------------------------------------------------------------------*/
 
 /* Starts a search of one directory and returns its first match.
  *   pattern       a path whose last part may hold "*" (any characters, up to the first one that matches what follows
@@ -363,7 +363,7 @@ ORB_EXPORT OrbBool ORB_CALL OrbFindNextFileW(OrbHandle search, OrbFindDataW* fou
 /* Ends a search.  fails with 0: INVALID_HANDLE. */
 ORB_EXPORT OrbBool ORB_CALL OrbFindClose(OrbHandle search);
 
-/* ---- Errors, time, byte order ---------------------------------------------------------------------------------------------*/
+/* ---- Errors, time, byte order -------------------------------------------------------------------------------------*/
 
 /* The code of the last failure inside the last call, 0 after a success. Does not clear it. */
 ORB_EXPORT OrbU32 ORB_CALL OrbGetLastError(void);
@@ -380,7 +380,7 @@ ORB_EXPORT void ORB_CALL OrbConvertEndian(void* bytes, OrbU32 n);
 /* Fills the first 7 bytes with the current UTC time. */
 ORB_EXPORT void ORB_CALL OrbGetTime(OrbTime* now);
 
-/* ---- Statistics -----------------------------------------------------------------------------------------------------------
+/* ---- Statistics ---------------------------------------------------------------------------------------------------
  * Reads, writes and seeks on host containers (not on the memory file), successful or not, and the milliseconds spent in
  * them. They start at 0, wrap modulo 2^32 and are never reset by the library; callers may write to them. */
 ORB_EXPORT extern OrbU32 g_dwReadCount;
@@ -394,7 +394,7 @@ ORB_EXPORT extern OrbU32 g_dwSeekTime;
 }
 #endif
 
-/* ---- The names without suffix ---------------------------------------------------------------------------------------------
+/* ---- The names without suffix -------------------------------------------------------------------------------------
  * Define ORB_NO_SHORT_NAMES to do without these macros. */
 
 #ifndef ORB_NO_SHORT_NAMES
