@@ -85,13 +85,13 @@ typedef OrbU16 OrbWideChar;
 
 /* A point in time, UTC. Containers hold the same bytes, little-endian. */
 typedef struct OrbTime {
-  OrbU16 year;     /* in full, four digits */
-  OrbU8 month;     /* 1 to 12 */
-  OrbU8 day;       /* 1 to 31 */
-  OrbU8 hour;      /* 0 to 23 */
-  OrbU8 minute;    /* 0 to 59 */
-  OrbU8 second;    /* 0 to 59 */
-  OrbU8 reserved;  /* no part of the stamp: OrbGetTime leaves it alone */
+  OrbU16 year;    /* in full, four digits */
+  OrbU8 month;    /* 1 to 12 */
+  OrbU8 day;      /* 1 to 31 */
+  OrbU8 hour;     /* 0 to 23 */
+  OrbU8 minute;   /* 0 to 59 */
+  OrbU8 second;   /* 0 to 59 */
+  OrbU8 reserved; /* no part of the stamp: OrbGetTime leaves it alone */
 } OrbTime;
 
 /* What a search returns, byte for byte: attributes at 0, time at 4, size at 12, name at 16. */

@@ -1,0 +1,175 @@
+#!/usr/bin/env python3
+"""Checks who includes whom: the layers of the library stand on each other in one direction only.
+
+  include_directions.py ROOT
+
+  - a file in src/ includes its own layer and those below, never one above, and has a place in the list of layers;
+  - what lies beside the library keeps to its side: the host folders use the seam, inspect/ the layout header, the
+    black-box tests and the examples the public header;
+  - no two files include each other, however many others lie between;
+  - above src/platform/ nothing is compiled conditionally, and the only system headers are four plain C ones;
+  - no C++ header anywhere that ships on a device.
+"""
+import pathlib
+import re
+import sys
+
+# From the bottom to the top. A name stands for the pair .h and .cpp; a "*" for any ending of the name.
+LAYERS = [
+    ["include/orba", "src/volume/layout"],
+    ["src/platform/coredll"],
+    ["src/interface/error", "src/interface/time_stamp", "src/interface/byte_order", "src/interface/text"],
+    ["src/storage/container", "src/storage/memory_file"],
+    ["src/volume/volume"],
+    ["src/space/block_io", "src/space/scratch"],
+    ["src/space/free_chain"],
+    ["src/namespace/node"],
+    ["src/space/block_map"],
+    ["src/namespace/node_store"],
+    ["src/interface/current_directory", "src/namespace/name"],
+    ["src/namespace/directory"],
+    ["src/namespace/path"],
+    ["src/namespace/create", "src/namespace/remove", "src/namespace/move", "src/namespace/copy",
+     "src/files/open_file", "src/files/transfer", "src/files/find", "src/files/full_path", "src/files/attributes",
+     "src/volume/format", "src/volume/mount"],
+    ["src/interface/entry_points*"],
+]
+
+# Folders beside the layers, and all of the project's files that they may include: folders end in "/".
+NEIGHBOURS = {
+    "src/platform/ce/": ["src/platform/ce/", "src/platform/coredll.h", "include/orba.h"],
+    "src/platform/windows/": ["src/platform/windows/", "src/platform/coredll.h", "include/orba.h"],
+    "src/platform/posix/": ["src/platform/posix/", "src/platform/coredll.h", "include/orba.h"],
+    "memfile/": ["memfile/"],
+    "inspect/": ["inspect/", "src/volume/layout.h"],
+    "tools/orba/": ["tools/orba/", "inspect/", "src/volume/layout.h", "include/orba.h"],
+    "examples/": ["examples/", "include/orba.h"],
+    "bench/": ["bench/", "include/orba.h"],
+    "tests/api/": ["tests/api/", "include/orba.h"],
+}
+
+CORE_SYSTEM_HEADERS = {"stddef.h", "stdint.h", "stdlib.h", "string.h"}
+SOURCES = {".h", ".cpp", ".c"}
+INCLUDE = re.compile(r'\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')
+CONDITIONAL = re.compile(r"\s*#\s*(if|ifdef|ifndef|elif|else)\b")
+SEARCHED = ["src", "include", "", "tests"]  # where a quoted name is looked up after the including file's own folder
+
+
+def layer_of(path):
+    stem = re.sub(r"\.\w+$", "", path)
+    for rank, names in enumerate(LAYERS):
+        for name in names:
+            if stem == name or (name.endswith("*") and stem.startswith(name[:-1])):
+                return rank
+    return None
+
+
+def neighbour_of(path):
+    return next((folder for folder in NEIGHBOURS if path.startswith(folder)), None)
+
+
+def resolve(root, path, name):
+    """The project's file, relative to its root, that `path` includes as `name`, or None."""
+    for folder in [str(pathlib.PurePosixPath(path).parent)] + SEARCHED:
+        file = (root / folder / name).resolve()
+        if file.is_file() and root in file.parents:
+            return file.relative_to(root).as_posix()
+    return None
+
+
+def read(root):
+    """Each source file of the project: its quoted includes (line, name, file), its system headers, its conditions."""
+    files = {}
+    for folder in ("src", "include", "memfile", "inspect", "tools", "examples", "bench", "tests"):
+        for file in sorted((root / folder).rglob("*")):
+            if file.suffix in SOURCES:
+                path = file.relative_to(root).as_posix()
+                quoted, system, conditions = [], [], []
+                for number, line in enumerate(file.read_text(encoding="utf-8").splitlines(), 1):
+                    include = INCLUDE.match(line)
+                    if include and include[1]:
+                        quoted.append((number, include[1], resolve(root, path, include[1])))
+                    elif include:
+                        system.append((number, include[2]))
+                    elif CONDITIONAL.match(line):
+                        conditions.append(number)
+                files[path] = (quoted, system, conditions)
+    return files
+
+
+def faults_of_place(path, quoted):
+    neighbour = neighbour_of(path)
+    if neighbour:
+        for number, name, file in quoted:
+            if file is None:
+                yield f'{path}:{number}: "{name}" is no file of the project'
+            elif not any(file == allowed or (allowed.endswith("/") and file.startswith(allowed))
+                         for allowed in NEIGHBOURS[neighbour]):
+                yield f"{path}:{number}: {neighbour} does not include {file}"
+        return
+    if not path.startswith(("src/", "include/")):
+        return
+    rank = layer_of(path)
+    if rank is None:
+        yield f"{path}: has no place among the layers of {pathlib.Path(__file__).name}"
+        return
+    for number, name, file in quoted:
+        if file is None:
+            yield f'{path}:{number}: "{name}" is no file of the project'
+        elif layer_of(file) is None:
+            yield f"{path}:{number}: includes {file}, which is no layer"
+        elif layer_of(file) > rank:
+            yield f"{path}:{number}: includes upwards, {file}"
+
+
+def faults_of_host(path, system, conditions):
+    core = path.startswith("src/") and not path.startswith("src/platform/")
+    for number, header in system:
+        if core and header not in CORE_SYSTEM_HEADERS:
+            yield f"{path}:{number}: <{header}> is not among the headers the library needs"
+        elif path.startswith(("src/platform/", "memfile/")) and not header.endswith(".h"):
+            yield f"{path}:{number}: <{header}> belongs to the C++ run time"
+    if core:
+        yield from (f"{path}:{number}: compiles conditionally above src/platform/" for number in conditions)
+
+
+def cycles(files):
+    """Each include cycle once, as the list of its files."""
+    state, found = {}, []
+
+    def visit(path, trail):
+        state[path] = "open"
+        for _, _, file in files[path][0]:
+            if file in files:
+                if state.get(file) == "open":
+                    found.append(trail[trail.index(file):] + [file])
+                elif file not in state:
+                    visit(file, trail + [file])
+        state[path] = "done"
+
+    for path in files:
+        if path not in state:
+            visit(path, [path])
+    return found
+
+
+def faults(root):
+    files = read(root)
+    if not any(path.startswith("src/") for path in files):
+        yield f"{root}: no sources found"
+    for path, (quoted, system, conditions) in files.items():
+        yield from faults_of_place(path, quoted)
+        yield from faults_of_host(path, system, conditions)
+    for cycle in cycles(files):
+        yield "include each other: " + " -> ".join(cycle)
+
+
+def main():
+    found = list(faults(pathlib.Path(sys.argv[1]).resolve()))
+    for fault in found:
+        print(fault)
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
