@@ -18,7 +18,8 @@ import sys
 LAYERS = [
     ["include/orba", "src/volume/layout"],
     ["src/platform/coredll"],
-    ["src/interface/error", "src/interface/time_stamp", "src/interface/byte_order", "src/interface/text"],
+    ["src/interface/error", "src/interface/time_stamp", "src/interface/byte_order", "src/interface/text",
+     "src/namespace/name"],  # the rules of names stand on nothing and serve volumes as well as directories
     ["src/storage/container", "src/storage/memory_file"],
     ["src/volume/volume"],
     ["src/space/block_io", "src/space/scratch"],
@@ -26,7 +27,7 @@ LAYERS = [
     ["src/namespace/node"],
     ["src/space/block_map"],
     ["src/namespace/node_store"],
-    ["src/interface/current_directory", "src/namespace/name"],
+    ["src/interface/current_directory"],
     ["src/namespace/directory"],
     ["src/namespace/path"],
     ["src/namespace/create", "src/namespace/remove", "src/namespace/move", "src/namespace/copy",
