@@ -39,6 +39,8 @@ class FileImage {
   size_t pages() const { return pages_.size(); }
 
  private:
+  friend bool operator==(const FileImage& a, const FileImage& b);
+
   static constexpr size_t kPageSize = 4096;
   struct Page {
     uint8_t bytes[kPageSize];

@@ -7,13 +7,16 @@
 //
 // A typical fault loop, until the operation is through without meeting the fault:
 //   for (uint32_t n = 1;; ++n) {
-//     Restore(before);
+//     ... prepare ...
 //     FailNthCall(n, kHostDiskFull);
 //     ... run the operation ...
-//     if (FaultsFired() == 0) break;
+//     const bool failed = FaultsFired() != 0;
 //     ClearFaults();
+//     if (!failed) break;
 //     ... judge result, error code and bytes ...
 //   }
+// Asking for what cannot be (a missing file, an n of 0, a host code of 0, a state after
+// more writes than there were) throws.
 #pragma once
 
 #include <stddef.h>
@@ -162,7 +165,7 @@ void SetCallDuration(Call kind, uint32_t milliseconds);
 
 // ---- Faults ---------------------------------------------------------------------------------------------------------
 // Each order waits for the n-th matching call from now (1 = the next), then acts on it once or from then on. Orders are
-// kept side by side; where two would act on one call, the older one does.
+// kept side by side; where two would act on one call, the older one does and the other waits for the next.
 
 // The call fails with `hostCode` and does nothing; but a failing CloseHandle, FreeLibrary or DeleteMemFile lets go all
 // the same, as hosts do. GetProcAddressW returns null, conversions 0. The first form counts all calls that can fail.
@@ -190,7 +193,7 @@ void ClearFaults();
 //   for (size_t k = 0; k <= journal.count(); ++k) Inspect(journal.StateAfter(k));
 class WriteJournal {
  public:
-  // Starts recording. The file must exist.
+  // Starts recording.
   explicit WriteJournal(const FileName& name);
   ~WriteJournal();
   WriteJournal(const WriteJournal&) = delete;
@@ -221,7 +224,8 @@ class WriteJournal {
 };
 
 // ---- The memory-file library ----------------------------------------------------------------------------------------
-// LoadLibraryW("memfile.dll") finds it; calling an entry point while it is not loaded ends the program, as it would.
+// LoadLibraryW("memfile.dll") finds it. It behaves as memfile.h says; when the last reference is freed, its file is gone.
+// Calling an entry point while it is not loaded ends the program, as it would.
 
 // Whether it can be found (at first yes). Procedures hidden are not found by GetProcAddressW.
 void SetMemFilePresent(bool present);
