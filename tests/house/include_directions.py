@@ -30,6 +30,7 @@ LAYERS = [
     ["src/interface/current_directory"],
     ["src/namespace/directory"],
     ["src/namespace/path"],
+    ["src/files/slots"],
     ["src/namespace/create", "src/namespace/remove", "src/namespace/move", "src/namespace/copy",
      "src/files/open_file", "src/files/transfer", "src/files/find", "src/files/full_path", "src/files/attributes",
      "src/volume/format", "src/volume/mount"],
