@@ -16,6 +16,15 @@ namespace orba {
 
 using WideChar = OrbWideChar;
 
+// A literal in the host's wide characters, made at compile time: WideText("memfile.dll").text
+template <unsigned kSize>
+struct WideText {
+  WideChar text[kSize];
+  constexpr explicit WideText(const char (&literal)[kSize]) : text() {
+    for (unsigned i = 0; i < kSize; ++i) text[i] = static_cast<WideChar>(literal[i]);
+  }
+};
+
 namespace coredll {
 
 // A host file handle. Handles are 32 bits wide on the device; a 64-bit host hands out handles that fit.
