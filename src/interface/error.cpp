@@ -1,0 +1,30 @@
+#include "interface/error.h"
+
+namespace orba {
+
+namespace {
+uint32_t g_dwLastError;
+}
+
+uint32_t GetError() { return g_dwLastError; }
+
+void SetError(uint32_t code) { g_dwLastError = code; }
+
+void ClearError() { g_dwLastError = ORB_ERROR_NONE; }
+
+bool Fail(uint32_t code) {
+  g_dwLastError = code;
+  return false;
+}
+
+bool FailIfClear(uint32_t code) {
+  if (g_dwLastError == ORB_ERROR_NONE) g_dwLastError = code;
+  return false;
+}
+
+bool IsOutOfSpace() {
+  return g_dwLastError == ORB_ERROR_DISK_FULL || g_dwLastError == ORB_ERROR_VOLUME_FULL ||
+         g_dwLastError == ORB_ERROR_OUT_OF_MEMORY;
+}
+
+}  // namespace orba

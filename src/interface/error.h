@@ -1,0 +1,30 @@
+// Layer: the error state. One 32-bit code for the whole process, 0 meaning no error; the vocabulary is orba.h's
+// ORB_ERROR_ list. Stands on nothing.
+//
+// Habit: the code is set where the fault is found, with Fail. Callers pass failures upward unchanged and add a code of
+// their own only where the state is still clear (FailIfClear). The last call wins: a later failure overwrites an earlier
+// code. Every entry point that does work clears the state first, so a clear state in the middle of a call means that
+// nothing has failed so far; "not found" is told from "could not be read" by exactly that.
+#pragma once
+
+#include <stdint.h>
+
+#include "orba.h"
+
+namespace orba {
+
+uint32_t GetError();
+void SetError(uint32_t code);
+void ClearError();
+
+// Sets the code and returns false (0, ORB's BOOL failure), so that `return Fail(code)` says it all.
+bool Fail(uint32_t code);
+
+// Fail, unless a more specific code is already set.
+bool FailIfClear(uint32_t code);
+
+// True where the present error is a lack of space or memory: the failures after which half-made work is undone. After
+// any other code what is on disk stays as it is, for nobody knows what further writes would do.
+bool IsOutOfSpace();
+
+}  // namespace orba
