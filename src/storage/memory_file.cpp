@@ -1,0 +1,85 @@
+#include "storage/memory_file.h"
+
+#include "interface/error.h"
+#include "platform/coredll.h"
+
+namespace orba {
+
+namespace {
+
+using coredll::Procedure;
+
+enum EntryPoint { kCreateMemFile, kReadMemFile, kWriteMemFile, kSeekMemFile, kGetMemFileSize, kDeleteMemFile };
+constexpr int kEntryPoints = kDeleteMemFile + 1;
+
+coredll::Module g_hMemFile;
+Procedure g_MemFileEntry[kEntryPoints];  // null while not bound
+
+constexpr WideText kLibraryName("memfile.dll");
+constexpr WideText kCreateName("CreateMemFile");
+constexpr WideText kReadName("ReadMemFile");
+constexpr WideText kWriteName("WriteMemFile");
+constexpr WideText kSeekName("SeekMemFile");
+constexpr WideText kGetSizeName("GetMemFileSize");
+constexpr WideText kDeleteName("DeleteMemFile");
+
+// An entry point missing from the library is no error here: its slot stays null.
+bool LoadMemFileLibrary() {
+  g_hMemFile = coredll::LoadLibraryW(kLibraryName.text);
+  if (g_hMemFile == nullptr) return Fail(ORB_ERROR_MEMFILE_NOT_FOUND);
+  const WideChar* const names[kEntryPoints] = {kCreateName.text, kReadName.text,    kWriteName.text,
+                                               kSeekName.text,   kGetSizeName.text, kDeleteName.text};
+  for (int i = 0; i < kEntryPoints; ++i) g_MemFileEntry[i] = coredll::GetProcAddressW(g_hMemFile, names[i]);
+  return true;
+}
+
+void UnloadMemFileLibrary() {
+  if (g_hMemFile == nullptr) return;
+  coredll::FreeLibrary(g_hMemFile);
+  g_hMemFile = nullptr;
+  for (Procedure& entry : g_MemFileEntry) entry = nullptr;
+}
+
+// Returns the entry point as the function it is, or null with the error set.
+template <typename Function>
+Function* Bound(EntryPoint entry) {
+  if (g_MemFileEntry[entry] == nullptr) Fail(ORB_ERROR_NO_MEMFILE);
+  return reinterpret_cast<Function*>(g_MemFileEntry[entry]);
+}
+
+}  // namespace
+
+bool MemFileCreate() {
+  if (!LoadMemFileLibrary()) return false;
+  auto* create = Bound<uint32_t()>(kCreateMemFile);
+  return create != nullptr && create() != 0;
+}
+
+bool MemFileRead(void* buffer, uint32_t count, uint32_t* done) {
+  auto* read = Bound<uint32_t(void*, uint32_t, uint32_t*)>(kReadMemFile);
+  return read != nullptr && read(buffer, count, done) != 0;
+}
+
+bool MemFileWrite(const void* buffer, uint32_t count, uint32_t* done) {
+  auto* write = Bound<uint32_t(const void*, uint32_t, uint32_t*)>(kWriteMemFile);
+  return write != nullptr && write(buffer, count, done) != 0;
+}
+
+uint32_t MemFileSeek(int32_t distance, uint32_t method) {
+  auto* seek = Bound<uint32_t(int32_t, uint32_t)>(kSeekMemFile);
+  return seek != nullptr ? seek(distance, method) : 0;
+}
+
+uint32_t MemFileGetSize() {
+  auto* getSize = Bound<uint32_t()>(kGetMemFileSize);
+  return getSize != nullptr ? getSize() : 0;
+}
+
+bool MemFileDelete() {
+  auto* discard = Bound<uint32_t()>(kDeleteMemFile);
+  if (discard != nullptr) discard();
+  UnloadMemFileLibrary();
+  return discard != nullptr;
+}
+
+}  // namespace orba
