@@ -1,0 +1,34 @@
+// Layer: the rules of names: which are legal, how they compare, how they are stored, what a wildcard matches. Stands on
+// nothing; volumes, directories and searches all come here.
+//
+// A name is 1 to ORB_MAX_NAME letters, digits and characters of "!#$%&'()-^~@{}[]_.", all below 0x80. Letter case never
+// matters: names are stored in upper case.
+#pragma once
+
+#include <stdint.h>
+
+namespace orba {
+
+// The two rules accept the same names today; each has a table of its own, so that either can change alone.
+// "." and ".." pass; operations that must refuse them test for them.
+bool OrbIsValidName(const char* name);
+bool OrbIsValidVolumeName(const char* name);
+
+bool IsDotName(const char* name);     // "."
+bool IsDotDotName(const char* name);  // ".."
+
+// Upper case of a letter of a-z; everything else is unchanged.
+char ToUpper(char character);
+
+// Returns 0 where the names are equal without regard to case, otherwise the difference of the first two characters that
+// differ. Reads b (a name as stored) no further than a's terminator.
+int OrbNameCompare(const char* a, const char* b);
+
+// Copies up to and including the terminator, in upper case. The destination holds what the caller has validated.
+void OrbNameCopyUpper(char* destination, const char* source);
+
+// Matches in one pass without backtracking, deliberately simple: "*" skips to the first character equal to the one that
+// follows it in the pattern, so "*.TXT" matches A.TXT but not A.B.TXT; "?" takes exactly one character.
+bool OrbMatchWildcard(const char* name, const char* pattern);
+
+}  // namespace orba
