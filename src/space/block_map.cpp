@@ -1,0 +1,164 @@
+#include "space/block_map.h"
+
+#include <string.h>
+
+#include "interface/byte_order.h"
+#include "interface/error.h"
+#include "space/block_io.h"
+#include "space/free_chain.h"
+#include "space/scratch.h"
+
+namespace orba {
+
+namespace {
+
+// Logical block i of a node, beyond the direct slots.
+struct MapPlace {
+  bool isDouble;      // reached through doubleIndirect
+  uint32_t mapSlot;   // the slot of doubleIndirect, where isDouble
+  uint32_t leafSlot;  // the slot that names the data block
+};
+
+MapPlace PlaceOf(const Volume* volume, uint32_t i) {
+  const uint32_t words = volume->wordsPerBlock;
+  if (i < kDirectBlocks + words) return {false, 0, i - kDirectBlocks};
+  const uint32_t j = i - kDirectBlocks - words;
+  return {true, j >> (BlockShift(volume) - 2), j & (words - 1)};
+}
+
+// Reads one slot of a block-map block, 0 included.
+bool ReadMapSlot(Volume* volume, uint32_t mapBlock, uint32_t slot, uint32_t* value) {
+  if (mapBlock == kNoBlock || slot >= volume->wordsPerBlock) return Fail(ORB_ERROR_DAMAGED_RECORD);
+  if (!ReadBlockBytes(value, volume, mapBlock, slot * 4, 4)) return false;
+  ConvertField(value);
+  return true;
+}
+
+// The block a slot names; 0 with the error set where it names none.
+uint32_t LookupMapSlot(Volume* volume, uint32_t mapBlock, uint32_t slot) {
+  uint32_t block = kNoBlock;
+  if (!ReadMapSlot(volume, mapBlock, slot, &block)) return kNoBlock;
+  return block != kNoBlock ? block : Fail(ORB_ERROR_DAMAGED_RECORD);
+}
+
+bool SetDoubleIndirect(OrbNode* node, const MapPlace& place, uint32_t block) {
+  Volume* const volume = node->volume;
+  uint32_t* const top = &node->record.doubleIndirect;
+  if (*top != kNoBlock) {
+    uint32_t second = kNoBlock;
+    if (!ReadMapSlot(volume, *top, place.mapSlot, &second)) return false;
+    const uint32_t stored = SetIndirectEntry(volume, second, place.leafSlot, block);
+    if (stored == kNoBlock) return false;
+    return second != kNoBlock || SetIndirectEntry(volume, *top, place.mapSlot, stored) != kNoBlock;
+  }
+  const uint32_t second = SetIndirectEntry(volume, kNoBlock, place.leafSlot, block);
+  if (second == kNoBlock) return false;
+  *top = SetIndirectEntry(volume, kNoBlock, place.mapSlot, second);
+  if (*top != kNoBlock) return true;
+  if (IsOutOfSpace()) FreeBlock(volume, second);
+  return false;
+}
+
+bool IsInsideMap(const Volume* volume, uint32_t i) {
+  const uint32_t words = volume->wordsPerBlock;
+  return i < kDirectBlocks + words + words * words;
+}
+
+}  // namespace
+
+uint32_t LookupFileBlock(const OrbNode* node, uint32_t position) {
+  Volume* const volume = node->volume;
+  const uint32_t i = BlockIndex(volume, position);
+  if (i < kDirectBlocks) {
+    const uint32_t block = node->record.direct[i];
+    return block != kNoBlock ? block : Fail(ORB_ERROR_DAMAGED_RECORD);
+  }
+  const MapPlace place = PlaceOf(volume, i);
+  if (!place.isDouble) return LookupMapSlot(volume, node->record.indirect, place.leafSlot);
+  const uint32_t second = LookupMapSlot(volume, node->record.doubleIndirect, place.mapSlot);
+  return second != kNoBlock ? LookupMapSlot(volume, second, place.leafSlot) : kNoBlock;
+}
+
+bool SetFileBlock(OrbNode* node, uint32_t position, uint32_t block) {
+  if (!OrbNodeIsValid(node)) return Fail(ORB_ERROR_ABORTED);
+  const Volume* const volume = node->volume;
+  const uint32_t i = BlockIndex(volume, position);
+  // The border is (size + 1) / block size, as it stands: a block past the end may be entered when the size is a multiple
+  // of the block size, or one byte short of one.
+  if (i > BlockIndex(volume, node->record.size + 1)) return Fail(ORB_ERROR_DAMAGED_RECORD);
+  if (!IsInsideMap(volume, i)) return Fail(ORB_ERROR_VOLUME_FULL);
+  if (i < kDirectBlocks) {
+    node->record.direct[i] = block;
+    return true;
+  }
+  const MapPlace place = PlaceOf(volume, i);
+  if (place.isDouble) return SetDoubleIndirect(node, place, block);
+  const uint32_t indirect = SetIndirectEntry(node->volume, node->record.indirect, place.leafSlot, block);
+  if (indirect == kNoBlock) return false;
+  node->record.indirect = indirect;
+  return true;
+}
+
+uint32_t SetIndirectEntry(Volume* volume, uint32_t mapBlock, uint32_t slot, uint32_t value) {
+  ConvertField(&value);
+  if (mapBlock != kNoBlock) {
+    return WriteBlockBytes(&value, volume, mapBlock, kBlockMapWrite, slot * 4, 4) ? mapBlock : kNoBlock;
+  }
+  if (slot != 0) return Fail(ORB_ERROR_DAMAGED_RECORD);
+  return AllocWriteBlockPadded(&value, volume, kBlockMapWrite, 4);
+}
+
+bool AppendFileBlock(OrbNode* node, uint32_t position, const void* data, uint32_t length, uint32_t flags) {
+  Volume* const volume = node->volume;
+  if (!IsInsideMap(volume, BlockIndex(volume, position))) return Fail(ORB_ERROR_VOLUME_FULL);
+  const uint32_t block = length == volume->header.blockSize ? AllocWriteBlock(data, volume, flags)
+                                                            : AllocWriteBlockPadded(data, volume, flags, length);
+  return block != kNoBlock && SetFileBlock(node, position, block);
+}
+
+bool ReleaseFileBlocks(OrbNode* node) {
+  Volume* const volume = node->volume;
+  if (node->record.size == 0) return true;
+
+  uint32_t direct[kDirectBlocks];
+  memcpy(direct, node->record.direct, sizeof direct);
+  const uint32_t indirect = node->record.indirect;
+  const uint32_t doubleIndirect = node->record.doubleIndirect;
+
+  node->record.size = 0;
+  memset(node->record.direct, 0, sizeof node->record.direct);
+  node->record.indirect = kNoBlock;
+  node->record.doubleIndirect = kNoBlock;
+  if (!StampAndWriteNode(node)) return false;  // the commit point: the node is empty, its blocks are nobody's
+
+  for (uint32_t i = 0; i < kDirectBlocks && direct[i] != kNoBlock; ++i) {
+    if (!FreeBlock(volume, direct[i])) return false;
+  }
+  if (direct[kDirectBlocks - 1] == kNoBlock || indirect == kNoBlock) return true;
+  if (!ReleaseIndirectTree(volume, indirect)) return false;
+  if (doubleIndirect == kNoBlock) return true;
+
+  const Scratch map(volume->header.blockSize);
+  if (map.bytes == nullptr || !ReadBlock(map.bytes, volume, doubleIndirect)) return false;
+  if (!FreeBlock(volume, doubleIndirect)) return false;
+  uint32_t* const words = map.As<uint32_t>();
+  for (uint32_t slot = 0; slot < volume->wordsPerBlock && words[slot] != kNoBlock; ++slot) {
+    ConvertField(&words[slot]);
+    if (!ReleaseIndirectTree(volume, words[slot])) return false;
+  }
+  return true;
+}
+
+bool ReleaseIndirectTree(Volume* volume, uint32_t mapBlock) {
+  const Scratch map(volume->header.blockSize);
+  if (map.bytes == nullptr || !ReadBlock(map.bytes, volume, mapBlock)) return false;
+  if (!FreeBlock(volume, mapBlock)) return false;  // what it lists is in memory by now
+  uint32_t* const words = map.As<uint32_t>();
+  for (uint32_t slot = 0; slot < volume->wordsPerBlock && words[slot] != kNoBlock; ++slot) {
+    ConvertField(&words[slot]);
+    if (!FreeBlock(volume, words[slot])) return false;
+  }
+  return true;
+}
+
+}  // namespace orba
