@@ -1,0 +1,42 @@
+#include "files/attributes.h"
+
+#include "interface/error.h"
+#include "namespace/node.h"
+#include "namespace/path.h"
+#include "space/block_io.h"
+
+namespace orba {
+
+namespace {
+
+OrbNode* ResolveFile(const char* path) {
+  OrbNode* const node = OrbResolvePath(path);
+  if (node == nullptr) FailIfClear(ORB_ERROR_FILE_NOT_FOUND);
+  return node;
+}
+
+}  // namespace
+
+uint32_t OrbGetAttributes(const char* path) {
+  const NodeRef file(ResolveFile(path));
+  return file.node != nullptr ? file.node->record.attributes : ORB_INVALID_ATTRIBUTES;
+}
+
+bool OrbSetAttributes(const char* path, int32_t attributes) {
+  constexpr int32_t kSettable = kNodeReadOnly | kNodeUserFlag;
+  if ((attributes & ~kSettable) != 0) return Fail(ORB_ERROR_INVALID_ARGUMENT);
+  NodeRef file(ResolveFile(path));
+  if (file.node == nullptr) return false;
+  if (IsDirectory(file.node)) return Fail(ORB_ERROR_WRONG_KIND);
+  bool stored = true;
+  if (attributes != file.node->record.attributes) {
+    if (file.node->references != 1) return Fail(ORB_ERROR_IN_USE);
+    file.node->record.attributes = static_cast<uint16_t>(attributes);
+    stored = OrbNodeWrite(file.node);
+  }
+  Volume* const volume = file.node->volume;
+  file.Replace(nullptr);
+  return OrbCommitVolume(volume) && stored;
+}
+
+}  // namespace orba

@@ -1,0 +1,119 @@
+#include "files/find.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include "files/open_file.h"
+#include "files/slots.h"
+#include "interface/error.h"
+#include "namespace/directory.h"
+#include "namespace/name.h"
+#include "space/block_io.h"
+#include "space/block_map.h"
+#include "space/scratch.h"
+
+namespace orba {
+
+OrbFindEntry g_FindTable[kFindSlots];
+uint32_t g_dwFindCursor;
+
+namespace {
+
+static_assert(sizeof(OrbFindDataA) == 48 && sizeof(OrbTime) == sizeof(TimeStamp), "callers know these bytes");
+static_assert(offsetof(OrbFindDataA, size) == 12 && offsetof(OrbFindDataA, name) == 16, "callers know these bytes");
+static_assert(sizeof(OrbFindDataW) == 136 && offsetof(OrbFindDataW, name) == 16, "callers know these bytes");
+
+char* CopyPattern(const char* pattern) {
+  if (pattern[0] == '\0') pattern = "*";
+  char* const copy = static_cast<char*>(malloc(strlen(pattern) + 2));
+  if (copy == nullptr) {
+    Fail(ORB_ERROR_OUT_OF_MEMORY);
+  } else {
+    strcpy(copy, pattern);
+  }
+  return copy;
+}
+
+// Moves on to the next entry that matches, or returns null. The entry lies in the buffer, the offset behind it.
+const OrbDirEntry* NextMatch(OrbFindEntry* search, const Scratch& buffer, char* name) {
+  const OrbNode* const directory = search->node;
+  Volume* const volume = directory->volume;
+  uint32_t block = kNoBlock;
+  while (search->offset < directory->record.size) {
+    const uint32_t inBlock = OffsetInBlock(volume, search->offset);
+    if (block == kNoBlock || inBlock == 0) {
+      block = LookupFileBlock(directory, search->offset);
+      if (block == kNoBlock || !ReadBlock(buffer.bytes, volume, block)) return nullptr;
+    }
+    const OrbDirEntry* const entry = buffer.As<OrbDirEntry>() + inBlock / kDirEntrySize;
+    if (entry->node == 0) break;
+    search->offset += kDirEntrySize;
+    CopyEntryName(name, entry);
+    if (OrbMatchWildcard(name, search->pattern)) return entry;
+  }
+  Fail(ORB_ERROR_NO_MORE_ENTRIES);
+  return nullptr;
+}
+
+}  // namespace
+
+uint32_t OrbFindOpen(OrbNode* directory, const char* pattern) {
+  if (!OrbNodeIsValid(directory)) {
+    Fail(ORB_ERROR_PATH_NOT_FOUND);
+  } else if (!IsDirectory(directory)) {
+    Fail(ORB_ERROR_NOT_A_DIRECTORY);
+  } else if (strlen(pattern) > ORB_MAX_NAME) {
+    Fail(ORB_ERROR_INVALID_NAME);
+  } else if (FindFreeSlot(directory, g_FindTable, &g_dwFindCursor, ORB_ERROR_TOO_MANY_SEARCHES)) {
+    char* const copy = CopyPattern(pattern);
+    if (copy == nullptr) return kFindFailed;
+    g_FindTable[g_dwFindCursor] = {OrbNodeAddRef(directory), 0, copy};
+    return MakeHandle(kFindHandleTag, g_dwFindCursor);
+  }
+  return kFindFailed;
+}
+
+bool OrbFindNext(uint32_t handle, OrbFindDataA* found) {
+  OrbFindEntry* const search = SlotOf(handle, g_FindTable, kFindHandleTag);
+  if (search == nullptr) return false;
+  Volume* const volume = search->node->volume;
+  if (volume == nullptr) return Fail(ORB_ERROR_INVALID_HANDLE);  // unmounted under the search
+  if (search->offset >= search->node->record.size) return Fail(ORB_ERROR_NO_MORE_ENTRIES);
+  if (!IsDirSizeSane(search->node)) return false;
+
+  const Scratch buffer(volume->header.blockSize);
+  if (buffer.bytes == nullptr) return false;
+  char name[kNameSize];
+  const OrbDirEntry* const entry = NextMatch(search, buffer, name);
+  if (entry == nullptr) return false;
+  const NodeRef node(OrbNodeGet(volume, EntryNode(entry)));
+  if (node.node == nullptr) return false;
+  const OrbNodeRecord& record = node.node->record;
+  strcpy(found->name, name);
+  found->size = record.size;
+  memcpy(&found->time, &record.time, sizeof found->time);
+  found->attributes = record.attributes;
+  return true;
+}
+
+bool OrbFindCloseHandle(uint32_t handle) {
+  OrbFindEntry* const search = SlotOf(handle, g_FindTable, kFindHandleTag);
+  if (search == nullptr) return false;
+  OrbNodeRelease(search->node);
+  search->node = nullptr;
+  free(search->pattern);
+  search->pattern = nullptr;
+  return true;
+}
+
+bool OrbCloseVolumeFinds(const Volume* volume) {
+  bool closed = true;
+  for (uint32_t slot = 0; slot < kFindSlots; ++slot) {
+    const OrbNode* const node = g_FindTable[slot].node;
+    if (node == nullptr || node->volume != volume) continue;
+    if (!OrbCloseOpenFile(MakeHandle(kFindHandleTag, slot))) closed = false;
+  }
+  return closed;
+}
+
+}  // namespace orba

@@ -1,0 +1,75 @@
+#include "files/open_file.h"
+
+#include "files/slots.h"
+#include "interface/error.h"
+#include "storage/container.h"
+
+namespace orba {
+
+OrbOpenFileEntry g_OpenFileTable[kOpenFileSlots];
+uint32_t g_dwOpenFileCursor;
+
+namespace {
+
+bool CanOpen(const OrbNode* node, uint32_t mode) {
+  if (!OrbNodeIsValid(node)) return Fail(ORB_ERROR_PATH_NOT_FOUND);
+  if (IsDirectory(node)) return Fail(ORB_ERROR_WRONG_KIND);
+  if ((mode & ~(ORB_OPEN_READ | ORB_OPEN_WRITE)) != 0) return Fail(ORB_ERROR_INVALID_ARGUMENT);
+  const bool readOnly = (node->record.attributes & kNodeReadOnly) != 0;
+  return !(readOnly && (mode & ORB_OPEN_WRITE) != 0) || Fail(ORB_ERROR_ACCESS_DENIED);
+}
+
+bool Flush(const OrbOpenFileEntry* file) { return ContainerFlush(file->node->volume->container); }
+
+}  // namespace
+
+uint32_t OrbOpenFile(OrbNode* node, uint16_t mode) {
+  if (!CanOpen(node, mode)) return kOpenFailed;
+  if (!FindFreeSlot(node, g_OpenFileTable, &g_dwOpenFileCursor, ORB_ERROR_TOO_MANY_OPEN_FILES)) return kOpenFailed;
+  if (node->references >= 2) {
+    Fail(ORB_ERROR_IN_USE);
+    return kOpenFailed;
+  }
+  g_OpenFileTable[g_dwOpenFileCursor] = {OrbNodeAddRef(node), 0, mode};
+  return MakeHandle(ORB_OPEN_HANDLE_TAG, g_dwOpenFileCursor);
+}
+
+bool OrbFlushFile(uint32_t handle) {
+  const OrbOpenFileEntry* const file = OpenFileOf(handle);
+  return file != nullptr && Flush(file);
+}
+
+uint32_t OrbGetOpenFileSize(uint32_t handle) {
+  const OrbOpenFileEntry* const file = OpenFileOf(handle);
+  return file != nullptr ? file->node->record.size : ORB_INVALID_SIZE;
+}
+
+bool OrbCloseOpenFile(uint32_t handle) {
+  OrbOpenFileEntry* const file = OpenFileOf(handle);
+  if (file == nullptr) return false;
+  const bool flushed = Flush(file);
+  OrbNodeRelease(file->node);
+  file->node = nullptr;
+  return flushed;
+}
+
+bool OrbCloseVolumeFiles(const Volume* volume) {
+  bool closed = true;
+  for (uint32_t slot = 0; slot < kOpenFileSlots; ++slot) {
+    const OrbNode* const node = g_OpenFileTable[slot].node;
+    if (node == nullptr || node->volume != volume) continue;
+    if (!OrbCloseOpenFile(MakeHandle(ORB_OPEN_HANDLE_TAG, slot))) closed = false;
+  }
+  return closed;
+}
+
+Volume* OrbGetHandleVolume(uint32_t handle) {
+  const uint32_t before = GetError();
+  const OrbOpenFileEntry* const file = OpenFileOf(handle);
+  SetError(before);
+  return file != nullptr ? file->node->volume : nullptr;
+}
+
+OrbOpenFileEntry* OpenFileOf(uint32_t handle) { return SlotOf(handle, g_OpenFileTable, ORB_OPEN_HANDLE_TAG); }
+
+}  // namespace orba

@@ -1,0 +1,170 @@
+#include "files/transfer.h"
+
+#include <string.h>
+
+#include "files/open_file.h"
+#include "interface/error.h"
+#include "space/block_io.h"
+#include "space/block_map.h"
+#include "space/free_chain.h"
+#include "space/scratch.h"
+
+namespace orba {
+
+namespace {
+
+constexpr uint32_t kMaxFileSize = 0x7FFFFFFF;
+
+uint32_t Smaller(uint32_t a, uint32_t b) { return a < b ? a : b; }
+
+// The slot of a handle that was opened with a mode bit, or null with the error set.
+OrbOpenFileEntry* OpenFileWithMode(uint32_t handle, uint32_t mode) {
+  OrbOpenFileEntry* const file = OpenFileOf(handle);
+  if (file == nullptr || (file->mode & mode) != 0) return file;
+  Fail(ORB_ERROR_ACCESS_DENIED);
+  return nullptr;
+}
+
+bool ReadPiece(void* buffer, const OrbNode* node, uint32_t position, uint32_t length) {
+  Volume* const volume = node->volume;
+  const uint32_t block = LookupFileBlock(node, position);
+  if (block == kNoBlock) return false;
+  return ReadBlockBytes(buffer, volume, block, OffsetInBlock(volume, position), length);
+}
+
+bool OverwritePiece(const void* buffer, const OrbNode* node, uint32_t position, uint32_t length) {
+  Volume* const volume = node->volume;
+  const uint32_t block = LookupFileBlock(node, position);
+  if (block == kNoBlock) return false;
+  return WriteBlockBytes(buffer, volume, block, kDataWrite, OffsetInBlock(volume, position), length);
+}
+
+bool StoreSize(OrbNode* node, uint32_t size) {
+  node->record.size = size;
+  return StampAndWriteNode(node);
+}
+
+// Zeros the rest of the last block and takes it into the file.
+bool ZeroLastBlock(OrbNode* node, uint32_t size, uint8_t* buffer) {
+  Volume* const volume = node->volume;
+  const uint32_t end = node->record.size;
+  const uint32_t offset = OffsetInBlock(volume, end);
+  const uint32_t rest = volume->header.blockSize - offset;
+  const uint32_t block = LookupFileBlock(node, end);
+  if (block == kNoBlock || !ReadBlock(buffer, volume, block)) return false;
+  memset(buffer + offset, 0, rest);
+  if (!WriteBlock(buffer, volume, block, kDataWrite)) return false;
+  return StoreSize(node, Smaller(end + rest, size));
+}
+
+}  // namespace
+
+uint32_t OrbSeekFile(uint32_t handle, int32_t distance, uint32_t origin) {
+  OrbOpenFileEntry* const file = OpenFileOf(handle);
+  if (file == nullptr) return ORB_INVALID_POSITION;
+  const uint32_t size = file->node->record.size;
+  int64_t position = distance;
+  if (origin == ORB_SEEK_CURRENT) {
+    position += file->position;
+  } else if (origin == ORB_SEEK_END) {
+    position += size;
+  } else if (origin != ORB_SEEK_BEGIN) {
+    Fail(ORB_ERROR_INVALID_ARGUMENT);
+    return ORB_INVALID_POSITION;
+  }
+  if (position < 0 || position > size) {
+    Fail(ORB_ERROR_SEEK);
+    return ORB_INVALID_POSITION;
+  }
+  file->position = static_cast<uint32_t>(position);
+  return file->position;
+}
+
+bool OrbReadOpenFile(uint32_t handle, void* buffer, uint32_t count, uint32_t* done) {
+  *done = 0;
+  OrbOpenFileEntry* const file = OpenFileWithMode(handle, ORB_OPEN_READ);
+  if (file == nullptr) return false;
+  const OrbNode* const node = file->node;
+  const uint32_t blockSize = node->volume->header.blockSize;
+  uint8_t* to = static_cast<uint8_t*>(buffer);
+  count = file->position < node->record.size ? Smaller(count, node->record.size - file->position) : 0;
+  while (count > 0) {
+    const uint32_t length = Smaller(count, blockSize - OffsetInBlock(node->volume, file->position));
+    if (!ReadPiece(to, node, file->position, length)) return false;
+    to += length;
+    count -= length;
+    *done += length;
+    file->position += length;
+  }
+  return true;
+}
+
+bool OrbWriteOpenFile(uint32_t handle, const void* buffer, uint32_t count, uint32_t* done) {
+  *done = 0;
+  OrbOpenFileEntry* const file = OpenFileWithMode(handle, ORB_OPEN_WRITE);
+  if (file == nullptr) return false;
+  if (count == 0) return true;
+  OrbNode* const node = file->node;
+  const uint32_t blockSize = node->volume->header.blockSize;
+  const uint8_t* from = static_cast<const uint8_t*>(buffer);
+  while (count > 0) {
+    const uint32_t offset = OffsetInBlock(node->volume, file->position);
+    const uint32_t length = Smaller(count, blockSize - offset);
+    const bool exists = offset != 0 || file->position < node->record.size;
+    if (!(exists ? OverwritePiece(from, node, file->position, length)
+                 : AppendFileBlock(node, file->position, from, length, kDataWrite))) {
+      return false;
+    }
+    from += length;
+    count -= length;
+    *done += length;
+    file->position += length;
+    if (file->position > node->record.size && !StoreSize(node, file->position)) return false;
+  }
+  // A file of exactly one block is stamped and stored by every write, also by one that only overwrites. Other files are
+  // stamped by growth alone. This is how the system has always behaved.
+  return node->record.size != blockSize || StampAndWriteNode(node);
+}
+
+bool OrbSetOpenFileSize(uint32_t handle, uint32_t size) {
+  if (OpenFileOf(handle) == nullptr) return false;
+  if (size > kMaxFileSize) return Fail(ORB_ERROR_INVALID_ARGUMENT);
+  OrbOpenFileEntry* const file = OpenFileWithMode(handle, ORB_OPEN_WRITE);
+  if (file == nullptr) return false;
+  OrbNode* const node = file->node;
+  if (size == node->record.size) return true;
+  if (size > node->record.size) return OrbGrowFile(node, size);
+  file->position = Smaller(file->position, size);
+  return OrbShrinkFile(node, size);
+}
+
+bool OrbGrowFile(OrbNode* node, uint32_t size) {
+  const uint32_t blockSize = node->volume->header.blockSize;
+  const Scratch buffer(blockSize);
+  if (buffer.bytes == nullptr) return false;
+  if (OffsetInBlock(node->volume, node->record.size) != 0 && !ZeroLastBlock(node, size, buffer.bytes)) return false;
+  memset(buffer.bytes, 0, blockSize);
+  while (node->record.size < size) {
+    const uint32_t end = node->record.size;
+    if (!AppendFileBlock(node, end, buffer.bytes, blockSize, kDataWrite)) return false;
+    if (!StoreSize(node, Smaller(end + blockSize, size))) return false;
+  }
+  return true;
+}
+
+bool OrbShrinkFile(OrbNode* node, uint32_t size) {
+  Volume* const volume = node->volume;
+  uint32_t blocks = BlocksFor(volume, node->record.size);
+  const uint32_t keep = BlocksFor(volume, size);
+  while (blocks > keep) {
+    --blocks;
+    const uint32_t position = blocks << BlockShift(volume);
+    const uint32_t block = LookupFileBlock(node, position);
+    if (block == kNoBlock || !SetFileBlock(node, position, kNoBlock)) return false;
+    if (!StoreSize(node, position)) return false;
+    if (!FreeBlock(volume, block)) return false;
+  }
+  return node->record.size == size || StoreSize(node, size);
+}
+
+}  // namespace orba
