@@ -1,0 +1,278 @@
+#include "interface/entry_points.h"
+
+#include <string.h>
+
+#include "files/attributes.h"
+#include "files/find.h"
+#include "files/full_path.h"
+#include "files/open_file.h"
+#include "files/transfer.h"
+#include "interface/byte_order.h"
+#include "interface/current_directory.h"
+#include "interface/text.h"
+#include "interface/time_stamp.h"
+#include "namespace/copy.h"
+#include "namespace/create.h"
+#include "namespace/directory.h"
+#include "namespace/move.h"
+#include "namespace/path.h"
+#include "namespace/remove.h"
+#include "space/block_io.h"
+#include "volume/format.h"
+#include "volume/mount.h"
+
+using namespace orba;
+
+namespace {
+
+constexpr OrbU32 kDefaultBitmapSize = 1024;
+constexpr OrbU32 kDefaultBlockSize = 4096;
+
+// Step 5 of the frame. A null volume is a handle that names no file: the operation's result stands.
+OrbBool Commit(Volume* volume, bool done) {
+  if (volume == nullptr) return done;
+  return OrbCommitVolume(volume) && done;
+}
+
+// Resolves a path to its node; `missing` is the code where resolution found nothing and said nothing.
+OrbNode* Resolve(const char* path, OrbU32 missing) {
+  OrbNode* const node = OrbResolvePath(path);
+  if (node == nullptr) FailIfClear(missing);
+  return node;
+}
+
+bool EndsInSeparator(const char* path) {
+  const size_t length = strlen(path);
+  return length > 0 && path[length - 1] == '/';
+}
+
+// The directory to search, held, and the pattern. A path that ends in a separator is the directory itself, all of it.
+OrbNode* ResolvePattern(char* pattern, const char* path) {
+  if (!EndsInSeparator(path)) return OrbWalkPath(pattern, path);
+  pattern[0] = '\0';
+  return Resolve(path, ORB_ERROR_PATH_NOT_FOUND);
+}
+
+}  // namespace
+
+// ---- Volumes ---------------------------------------------------------------------------------------------------------
+
+OrbBool ORB_CALL OrbCreateVolume(const OrbWideChar* container) {
+  return OrbCreateVolumeEx(container, kDefaultBitmapSize, kDefaultBlockSize);
+}
+
+OrbBool ORB_CALL OrbCreateVolumeEx(const OrbWideChar* container, OrbU32 bitmapBytes, OrbU32 blockSize) {
+  ClearError();
+  return Given(container) && FormatVolume(container, bitmapBytes, blockSize);
+}
+
+OrbBool ORB_CALL OrbMountVolume(const OrbWideChar* container, const OrbWideChar* volume) {
+  ClearError();
+  if (!Given(container)) return 0;
+  const AnsiString name(volume);
+  return name.text != nullptr && MountVolume(container, name.text);
+}
+
+OrbBool ORB_CALL OrbGetVolumeInfoA(const char* volume, OrbU32* bitmapBytes, OrbU32* blockSize) {
+  ClearError();
+  return Given(volume) && GetVolumeInfo(volume, bitmapBytes, blockSize);
+}
+
+OrbBool ORB_CALL OrbUnmountVolumeA(const char* volume) {
+  ClearError();
+  return Given(volume) && UnmountVolume(volume);
+}
+
+// ---- Files and directories by name -----------------------------------------------------------------------------------
+
+OrbBool ORB_CALL OrbCreateFileA(const char* path, OrbU32 attributes) {
+  ClearError();
+  if (!Given(path)) return 0;
+  char name[kNameSize];
+  OrbNode* const parent = OrbWalkPath(name, path);
+  if (parent == nullptr) return 0;
+  Volume* const volume = parent->volume;
+  const bool created = OrbCreateNodeAt(parent, name, static_cast<uint16_t>(attributes));
+  OrbNodeRelease(parent);
+  return Commit(volume, created);
+}
+
+OrbBool ORB_CALL OrbCreateDirectoryA(const char* path) { return OrbCreateFileA(path, ORB_ATTRIBUTE_DIRECTORY); }
+
+OrbBool ORB_CALL OrbCopyFileA(const char* source, const char* target) {
+  ClearError();
+  if (!Given(source) || !Given(target)) return 0;
+  OrbNode* const file = Resolve(source, ORB_ERROR_FILE_NOT_FOUND);
+  if (file == nullptr) return 0;
+  char name[kNameSize];
+  OrbNode* const directory = OrbWalkPath(name, target);
+  if (directory == nullptr) return 0;  // the source's reference is kept, deliberately: it then counts as in use
+  Volume* const volume = directory->volume;
+  const bool copied = OrbCopyNodeTo(directory, name, file);
+  OrbNodeRelease(directory);
+  OrbNodeRelease(file);
+  return Commit(volume, copied);
+}
+
+OrbBool ORB_CALL OrbMoveFileA(const char* source, const char* target) {
+  ClearError();
+  if (!Given(source) || !Given(target)) return 0;
+  char fromName[kNameSize];
+  char toName[kNameSize];
+  OrbNode* const from = OrbWalkPath(fromName, source);
+  if (from == nullptr) return 0;
+  OrbNode* const to = OrbWalkPath(toName, target);
+  if (to == nullptr) return 0;  // the source directory's reference is kept, deliberately, as above
+  Volume* const volume = to->volume;
+  const bool moved = OrbMoveNode(to, toName, from, fromName);
+  OrbNodeRelease(to);
+  OrbNodeRelease(from);
+  return Commit(volume, moved);
+}
+
+OrbBool ORB_CALL OrbRenameFileA(const char* path, const char* newName) {
+  ClearError();
+  if (!Given(path) || !Given(newName)) return 0;
+  char name[kNameSize];
+  OrbNode* const directory = OrbWalkPath(name, path);
+  if (directory == nullptr) return 0;
+  Volume* const volume = directory->volume;
+  const bool renamed = OrbDirRenameEntry(directory, newName, name, true);
+  OrbNodeRelease(directory);
+  return Commit(volume, renamed);
+}
+
+OrbBool ORB_CALL OrbDeleteFileA(const char* path) {
+  ClearError();
+  if (!Given(path)) return 0;
+  char name[kNameSize];
+  OrbNode* const parent = OrbWalkPath(name, path);
+  if (parent == nullptr) return 0;
+  Volume* const volume = parent->volume;
+  const bool deleted = OrbDeleteNodeAt(parent, name);
+  OrbNodeRelease(parent);
+  return Commit(volume, deleted);
+}
+
+OrbU32 ORB_CALL OrbGetFileAttributesA(const char* path) {
+  ClearError();
+  return Given(path) ? OrbGetAttributes(path) : ORB_INVALID_ATTRIBUTES;
+}
+
+OrbBool ORB_CALL OrbSetFileAttributesA(const char* path, OrbI32 attributes) {
+  ClearError();
+  return Given(path) && OrbSetAttributes(path, attributes);
+}
+
+// ---- Open files ------------------------------------------------------------------------------------------------------
+
+OrbHandle ORB_CALL OrbOpenFileA(const char* path, OrbU32 mode) {
+  ClearError();
+  if (!Given(path)) return ORB_INVALID_HANDLE;
+  const NodeRef file(Resolve(path, ORB_ERROR_FILE_NOT_FOUND));
+  return file.node != nullptr ? OrbOpenFile(file.node, static_cast<uint16_t>(mode)) : ORB_INVALID_HANDLE;
+}
+
+OrbU32 ORB_CALL OrbSetFilePointer(OrbHandle file, OrbI32 distance, OrbU32 origin) {
+  ClearError();
+  return OrbSeekFile(file, distance, origin);
+}
+
+OrbBool ORB_CALL OrbReadFile(OrbHandle file, void* buffer, OrbU32 count, OrbU32* done) {
+  ClearError();
+  if (!Given(done) || (count > 0 && !Given(buffer))) return 0;
+  return OrbReadOpenFile(file, buffer, count, done);
+}
+
+OrbBool ORB_CALL OrbWriteFile(OrbHandle file, const void* buffer, OrbU32 count, OrbU32* done) {
+  ClearError();
+  if (!Given(done) || (count > 0 && !Given(buffer))) return 0;
+  const bool written = OrbWriteOpenFile(file, buffer, count, done);
+  return Commit(OrbGetHandleVolume(file), written);
+}
+
+OrbBool ORB_CALL OrbFlushFileBuffers(OrbHandle file) {
+  ClearError();
+  return OrbFlushFile(file);
+}
+
+OrbBool ORB_CALL OrbSetFileSize(OrbHandle file, OrbU32 size) {
+  ClearError();
+  const bool resized = OrbSetOpenFileSize(file, size);
+  return Commit(OrbGetHandleVolume(file), resized);
+}
+
+OrbU32 ORB_CALL OrbGetFileSize(OrbHandle file) {
+  ClearError();
+  return OrbGetOpenFileSize(file);
+}
+
+OrbBool ORB_CALL OrbCloseFile(OrbHandle file) {
+  ClearError();
+  return OrbCloseOpenFile(file);
+}
+
+// ---- Current directory and full path names ---------------------------------------------------------------------------
+
+OrbBool ORB_CALL OrbGetCurrentDirectoryA(char* buffer) {
+  ClearError();
+  return Given(buffer) && OrbGetFullPathName(buffer, ".");
+}
+
+OrbBool ORB_CALL OrbSetCurrentDirectoryA(const char* path) {
+  ClearError();
+  if (!Given(path)) return 0;
+  const NodeRef directory(Resolve(path, ORB_ERROR_PATH_NOT_FOUND));
+  return directory.node != nullptr && OrbSetCurrentDirNode(directory.node);
+}
+
+OrbBool ORB_CALL OrbGetFullPathNameA(char* output, const char* path) {
+  ClearError();
+  return Given(output) && Given(path) && OrbGetFullPathName(output, path);
+}
+
+// ---- Searches --------------------------------------------------------------------------------------------------------
+
+OrbHandle ORB_CALL OrbFindFirstFileA(const char* pattern, OrbFindDataA* found) {
+  ClearError();
+  if (!Given(pattern) || !Given(found)) return ORB_INVALID_HANDLE;
+  char name[kNameSize];
+  OrbNode* const directory = ResolvePattern(name, pattern);
+  if (directory == nullptr) return ORB_INVALID_HANDLE;
+  const OrbHandle search = OrbFindOpen(directory, name);
+  OrbNodeRelease(directory);
+  if (search == ORB_INVALID_HANDLE || OrbFindNext(search, found)) return search;
+  OrbFindCloseHandle(search);
+  return ORB_INVALID_HANDLE;
+}
+
+OrbBool ORB_CALL OrbFindNextFileA(OrbHandle search, OrbFindDataA* found) {
+  ClearError();
+  return Given(found) && OrbFindNext(search, found);
+}
+
+OrbBool ORB_CALL OrbFindClose(OrbHandle search) {
+  ClearError();
+  return OrbFindCloseHandle(search);
+}
+
+// ---- Errors, time, byte order ----------------------------------------------------------------------------------------
+
+OrbU32 ORB_CALL OrbGetLastError(void) { return GetError(); }
+
+void ORB_CALL _OrbSetError(OrbU32 code) { SetError(code); }
+
+void ORB_CALL _OrbCrearError(void) { ClearError(); }
+
+void ORB_CALL OrbConvertEndian(void* bytes, OrbU32 n) {
+  ClearError();
+  if (n > 0 && Given(bytes)) ConvertBytes(bytes, n);
+}
+
+void ORB_CALL OrbGetTime(OrbTime* now) {
+  ClearError();
+  if (!Given(now)) return;
+  TimeStamp stamp;
+  GetTime(&stamp);
+  memcpy(static_cast<void*>(now), &stamp, offsetof(TimeStamp, reserved));  // seven bytes, wherever they lie
+}
