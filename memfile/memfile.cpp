@@ -24,7 +24,7 @@ U32 Smaller(U32 a, U32 b) { return a < b ? a : b; }
 void Clear() {
   for (U32 i = 0; i < g_tableSize; i++) free(g_chunks[i]);
   free(g_chunks);
-  g_chunks = 0;
+  g_chunks = nullptr;
   g_tableSize = 0;
   g_size = 0;
   g_position = 0;
@@ -36,7 +36,7 @@ bool GrowTable(U32 entries) {
   U32 grown = g_tableSize == 0 ? kFirstTableSize : 2 * g_tableSize;
   if (grown < entries) grown = entries;
   unsigned char** chunks = static_cast<unsigned char**>(calloc(grown, sizeof *chunks));
-  if (chunks == 0) return false;
+  if (chunks == nullptr) return false;
   if (g_tableSize != 0) memcpy(chunks, g_chunks, g_tableSize * sizeof *chunks);
   free(g_chunks);
   g_chunks = chunks;
@@ -50,17 +50,17 @@ bool ProvideChunks(U32 begin, U32 end) {
   const U32 last = (end - 1) / kChunkSize;
   if (!GrowTable(last + 1)) return false;
   for (U32 i = begin / kChunkSize; i <= last; i++) {
-    if (g_chunks[i] == 0) g_chunks[i] = static_cast<unsigned char*>(calloc(1, kChunkSize));
-    if (g_chunks[i] == 0) return false;
+    if (g_chunks[i] == nullptr) g_chunks[i] = static_cast<unsigned char*>(calloc(1, kChunkSize));
+    if (g_chunks[i] == nullptr) return false;
   }
   return true;
 }
 
 // Whether a transfer may begin; sets `*done` to 0 in any case.
 bool BeginTransfer(const void* buffer, U32 count, U32* done) {
-  if (done == 0) return false;
+  if (done == nullptr) return false;
   *done = 0;
-  return g_exists && (buffer != 0 || count == 0);
+  return g_exists && (buffer != nullptr || count == 0);
 }
 
 }  // namespace
@@ -81,7 +81,7 @@ U32 ReadMemFile(void* buffer, U32 count, U32* done) {
     const U32 chunk = g_position / kChunkSize;
     const U32 offset = g_position % kChunkSize;
     const U32 piece = Smaller(count - *done, kChunkSize - offset);
-    if (g_chunks[chunk] != 0) {
+    if (g_chunks[chunk] != nullptr) {
       memcpy(out + *done, g_chunks[chunk] + offset, piece);
     } else {
       memset(out + *done, 0, piece);

@@ -78,7 +78,9 @@ inline uint32_t NodeOffset(const Volume* volume, uint32_t number) {
 struct NodeRef {
   OrbNode* node;
   explicit NodeRef(OrbNode* held) : node(held) {}
-  ~NodeRef() { OrbNodeRelease(node); }
+  ~NodeRef() {
+    if (node != nullptr) OrbNodeRelease(node);
+  }
   NodeRef(const NodeRef&) = delete;
   NodeRef& operator=(const NodeRef&) = delete;
 

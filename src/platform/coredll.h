@@ -96,12 +96,12 @@ using Procedure = void (*)();
 //   GetFileSize   result: the low 32 bits of the size, kInvalidSize on failure. `sizeHigh` is always null here.
 Handle CreateFileW(const WideChar* name, uint32_t access, uint32_t shareMode, void* security, uint32_t disposition,
                    uint32_t flags, Handle templateFile);
-int32_t ReadFile(Handle file, void* buffer, uint32_t count, uint32_t* done, void* overlapped);
-int32_t WriteFile(Handle file, const void* buffer, uint32_t count, uint32_t* done, void* overlapped);
-uint32_t SetFilePointer(Handle file, int32_t distance, int32_t* distanceHigh, uint32_t method);
-int32_t FlushFileBuffers(Handle file);
-uint32_t GetFileSize(Handle file, uint32_t* sizeHigh);
-int32_t CloseHandle(Handle file);
+int32_t ReadFile(Handle handle, void* buffer, uint32_t count, uint32_t* done, void* overlapped);
+int32_t WriteFile(Handle handle, const void* buffer, uint32_t count, uint32_t* done, void* overlapped);
+uint32_t SetFilePointer(Handle handle, int32_t distance, int32_t* distanceHigh, uint32_t method);
+int32_t FlushFileBuffers(Handle handle);
+uint32_t GetFileSize(Handle handle, uint32_t* sizeHigh);
+int32_t CloseHandle(Handle handle);
 uint32_t GetLastError();
 
 // Time: milliseconds since an arbitrary start, wrapping; the current UTC time.
