@@ -1,0 +1,80 @@
+#include "inspect/block_map.h"
+
+#include <vector>
+
+#include "inspect/bytes.h"
+
+namespace orba::inspect {
+
+namespace {
+
+constexpr std::uint32_t kDirectOffset = 32;
+constexpr std::uint32_t kIndirectOffset = 56;
+constexpr std::uint32_t kDoubleOffset = 60;
+
+using Visitor = std::function<bool(const MapSlot&)>;
+
+// Offers the slot of a map block to the visitor and reads that block when it says so.
+bool Enter(const Image& image, const Geometry& geometry, const MapSlot& slot, const Visitor& visit,
+           std::vector<std::uint8_t>* bytes) {
+  const bool enter = visit(slot);
+  if (!enter || !geometry.Holds(slot.block)) return false;
+  bytes->resize(geometry.blockSize);
+  return image.Read(geometry.BlockOffset(slot.block), bytes->data(), bytes->size());
+}
+
+void VisitDataSlots(const Geometry& geometry, const std::vector<std::uint8_t>& bytes, std::uint32_t block,
+                    std::uint64_t first, const Visitor& visit) {
+  for (std::uint32_t i = 0; i < geometry.mapSlots(); ++i) {
+    visit({MapLevel::kData, first + i, Get32(&bytes[4 * i]), geometry.BlockOffset(block) + 4 * i});
+  }
+}
+
+std::uint32_t ReadSlot(const Image& image, const Geometry& geometry, std::uint32_t block, std::uint64_t slot) {
+  std::uint8_t bytes[4];
+  if (!geometry.Holds(block) || !image.Read(geometry.BlockOffset(block) + slot * 4, bytes, sizeof bytes))
+    return kNoBlock;
+  return Get32(bytes);
+}
+
+}  // namespace
+
+void VisitMap(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t nodeOffset,
+              const Visitor& visit) {
+  for (std::uint32_t i = 0; i < kDirectBlocks; ++i) {
+    visit({MapLevel::kData, i, node.direct[i], nodeOffset + kDirectOffset + 4 * i});
+  }
+  std::vector<std::uint8_t> bytes;
+  if (Enter(image, geometry, {MapLevel::kIndirect, kDirectBlocks, node.indirect, nodeOffset + kIndirectOffset}, visit,
+            &bytes)) {
+    VisitDataSlots(geometry, bytes, node.indirect, kDirectBlocks, visit);
+  }
+  const std::uint64_t slots = geometry.mapSlots();
+  const std::uint64_t first = kDirectBlocks + slots;
+  std::vector<std::uint8_t> second;
+  if (!Enter(image, geometry, {MapLevel::kDouble, first, node.doubleIndirect, nodeOffset + kDoubleOffset}, visit,
+             &second)) {
+    return;
+  }
+  for (std::uint32_t i = 0; i < slots; ++i) {
+    const MapSlot slot = {MapLevel::kSecond, first + i * slots, Get32(&second[4 * i]),
+                          geometry.BlockOffset(node.doubleIndirect) + 4 * i};
+    if (Enter(image, geometry, slot, visit, &bytes)) VisitDataSlots(geometry, bytes, slot.block, slot.index, visit);
+  }
+}
+
+std::uint32_t FindBlock(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t index) {
+  const std::uint64_t slots = geometry.mapSlots();
+  std::uint32_t block = kNoBlock;
+  if (index < kDirectBlocks) {
+    block = node.direct[index];
+  } else if (index < kDirectBlocks + slots) {
+    block = ReadSlot(image, geometry, node.indirect, index - kDirectBlocks);
+  } else if (index < geometry.mapCapacity()) {
+    const std::uint64_t rest = index - kDirectBlocks - slots;
+    block = ReadSlot(image, geometry, ReadSlot(image, geometry, node.doubleIndirect, rest / slots), rest % slots);
+  }
+  return geometry.Holds(block) ? block : kNoBlock;
+}
+
+}  // namespace orba::inspect

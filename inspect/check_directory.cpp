@@ -1,0 +1,318 @@
+#include <algorithm>
+#include <unordered_map>
+
+#include "inspect/bytes.h"
+#include "inspect/check_work.h"
+#include "inspect/names.h"
+
+namespace orba::inspect {
+
+namespace {
+
+using std::to_string;
+
+std::uint32_t EntryCount(const NodeInfo& directory) { return directory.record.size / kDirEntrySize; }
+
+// ---- Taking the entries ---------------------------------------------------------------------------------------------
+
+// A last block that holds one entry goes back to the free chain before the directory's size is stored. As a new record of
+// the chain it starts with "FBC1" and counts nothing, which reads as an entry "C1" of node 16966.
+bool HoldsChainRecord(const Work& work, const std::vector<std::uint8_t>& bytes, std::uint32_t block) {
+  if (Get32(&bytes[0]) != kFreeChainSignature || Get32(&bytes[8]) != 0) return false;
+  if (work.chainMark[block] == kRecord) return true;
+  const std::uint32_t next = Get32(&bytes[4]);
+  if (next > work.geometry().blocks) return false;
+  const std::uint16_t node = Get16(&bytes[0]);
+  const Model& model = work.report.model;
+  return next != kNoBlock || !model.IsNode(node) || model.nodes[node].state != NodeState::kUsed;
+}
+
+struct Parse {
+  std::uint32_t holes = 0;
+  std::uint64_t firstHole = 0, holeOffset = 0;
+  std::uint32_t holeBlock = 0;
+  std::uint32_t past = 0;  // entries behind the size
+  bool ended = false;      // the end mark was met
+  bool late = false;       // a number behind the end mark was met
+};
+
+void TakeBlock(Work* work, NodeInfo* directory, const DirectoryBlock& at, const std::vector<std::uint8_t>& bytes,
+               Parse* parse) {
+  const Geometry& geometry = work->geometry();
+  const std::uint32_t count = EntryCount(*directory);
+  for (std::uint32_t slot = 0; slot < geometry.entriesPerBlock(); ++slot) {
+    Entry entry;
+    const std::uint64_t index = at.index * geometry.entriesPerBlock() + slot;
+    entry.index = static_cast<std::uint32_t>(index);
+    entry.block = at.block;
+    entry.offset = geometry.BlockOffset(at.block) + slot * kDirEntrySize;
+    entry.pastSize = index >= count;
+    entry.record = DecodeEntry(&bytes[slot * kDirEntrySize]);
+    const bool empty = entry.record.node == 0;
+    if (!entry.pastSize && empty && parse->holes++ == 0) {
+      parse->firstHole = index;
+      parse->holeOffset = entry.offset;
+      parse->holeBlock = at.block;
+    }
+    if (entry.pastSize && parse->ended && !empty) parse->late = true;
+    if (entry.pastSize && empty) parse->ended = true;
+    if (empty || parse->ended) continue;
+    if (entry.pastSize) ++parse->past;
+    directory->entries.push_back(entry);
+  }
+}
+
+bool NamesUsedNode(const Model& model, const Entry& entry) {
+  const std::uint16_t number = entry.record.node;
+  return model.IsNode(number) && number != kRootNode && model.nodes[number].state == NodeState::kUsed;
+}
+
+void JudgeHoles(Work* work, const NodeInfo& directory, const Parse& parse) {
+  const std::uint32_t count = EntryCount(directory);
+  const Work::Place place = {directory.number, parse.holeBlock, parse.holeOffset, parse.holes};
+  const bool last = parse.holes == 1 && parse.firstHole + 1 == count && count > 2 &&
+                    parse.firstHole % work->geometry().entriesPerBlock() != 0;
+  if (last) {
+    work->Add(
+        Kind::kRemovalHalfMade, place,
+        "the last entry is cleared but the size still counts it: a removal was stopped before it stored the size");
+  } else {
+    work->Add(Kind::kDirHole, place,
+              to_string(parse.holes) + " entries inside the size have node number 0, the first is entry " +
+                  to_string(parse.firstHole) + "; a reader takes it for the directory's end");
+  }
+}
+
+void JudgePast(Work* work, const NodeInfo& directory, const Parse& parse) {
+  const auto past =
+      std::find_if(directory.entries.begin(), directory.entries.end(), [](const Entry& e) { return e.pastSize; });
+  const Work::Place place = {directory.number, past->block, past->offset, parse.past};
+  const std::string name = NameOf(past->record);
+  const bool halfMade = parse.past == 1 && directory.record.size % kDirEntrySize == 0 && IsLegalName(name) &&
+                        NamesUsedNode(work->report.model, *past);
+  if (halfMade) {
+    work->Add(Kind::kAppendHalfMade, place,
+              "\"" + Printable(name) + "\" of " + NodeText(past->record.node) +
+                  " stands just past the size: an entry was added, but not yet counted");
+  } else {
+    work->Add(Kind::kDirPastSize, place,
+              to_string(parse.past) + " entries follow the last one that the size counts, where an end mark should be");
+  }
+}
+
+// ---- Judging entries and names --------------------------------------------------------------------------------------
+
+void CheckDots(Work* work, const NodeInfo& directory) {
+  if (!work->firstBlockRead[directory.number]) return;
+  const Entry* dots[2] = {nullptr, nullptr};
+  for (const Entry& entry : directory.entries) {
+    if (entry.index < 2) dots[entry.index] = &entry;
+  }
+  const std::uint32_t number = directory.number;
+  if (dots[0] != nullptr && (NameOf(dots[0]->record) != "." || dots[0]->record.node != number)) {
+    work->Add(Kind::kDirDot, {number, dots[0]->block, dots[0]->offset},
+              "the first entry is \"" + Printable(NameOf(dots[0]->record)) + "\" of " + NodeText(dots[0]->record.node) +
+                  " instead of \".\" of the directory itself");
+  }
+  if (dots[1] == nullptr) return;
+  const std::uint16_t up = dots[1]->record.node;
+  const std::vector<NameRef>& names = directory.names.empty() ? directory.pending : directory.names;
+  bool right = number == kRootNode ? up == kRootNode : names.empty();
+  if (number != kRootNode) {
+    for (const NameRef& name : names) right |= name.directory == up;
+  }
+  if (NameOf(dots[1]->record) == ".." && right) return;
+  work->Add(Kind::kDirDotDot, {number, dots[1]->block, dots[1]->offset},
+            "the second entry is \"" + Printable(NameOf(dots[1]->record)) + "\" of " + NodeText(up) +
+                " instead of \"..\" of the directory above");
+}
+
+void CheckSize(Work* work, const NodeInfo& directory) {
+  const std::uint32_t size = directory.record.size;
+  const std::uint32_t number = directory.number;
+  // A directory being made has no size until its first block is written; it has no name either.
+  if (size == 0 && directory.names.empty() && directory.pending.empty() && number != kRootNode) return;
+  if (size % kDirEntrySize == 0 && size >= 2 * kDirEntrySize) return;
+  work->Add(
+      Kind::kDirSize, {number, 0, directory.offset + 16},
+      "a directory cannot have " + to_string(size) + " bytes: it has 32 for each entry, and two entries at least");
+}
+
+void CheckName(Work* work, const NodeInfo& directory, const Entry& entry) {
+  const std::string name = NameOf(entry.record);
+  const Work::Place place = {directory.number, entry.block, entry.offset + 2};
+  if (!IsLegalName(name)) {
+    work->Add(Kind::kNameIllegal, place, "the name \"" + Printable(name) + "\" is not one that a path can hold");
+  } else if (UpperCase(name) != name) {
+    work->Add(Kind::kNameLower, place, "the name \"" + Printable(name) + "\" is not in upper case");
+  }
+}
+
+// True when the entry names a node that can have names.
+bool CheckTarget(Work* work, const NodeInfo& directory, const Entry& entry) {
+  const Model& model = work->report.model;
+  const std::uint16_t number = entry.record.node;
+  const std::string name = "\"" + Printable(NameOf(entry.record)) + "\" names ";
+  const Work::Place place = {directory.number, entry.block, entry.offset};
+  if (!model.IsNode(number)) {
+    work->Add(Kind::kEntryOutside, place, name + NodeText(number) + ", a number that the volume does not have");
+  } else if (number == kRootNode) {
+    work->Add(Kind::kEntryToRoot, place, name + "the root, which has no name");
+  } else if (model.nodes[number].state == NodeState::kFree) {
+    work->Add(Kind::kEntryToFree, place, name + NodeText(number) + ", which is free and would be given out again");
+  } else if (model.nodes[number].state == NodeState::kLost) {
+    work->Add(Kind::kEntryToLost, place, name + NodeText(number) + ", whose record is lost");
+  } else {
+    return true;
+  }
+  return false;
+}
+
+// True when `entry` is the last of its directory and `first` is its copy in an earlier block: a removal fills the hole there
+// before it clears the last entry.
+bool IsHalfMadeCopy(const NodeInfo& directory, const Entry& entry, const Entry& first) {
+  return entry.index + 1 == EntryCount(directory) && entry.record.node == first.record.node &&
+         entry.block != first.block;
+}
+
+void CheckDirectory(Work* work, NodeInfo* directory) {
+  Model& model = work->model();
+  std::unordered_map<std::string, std::size_t> seen;
+  for (std::size_t i = 0; i < directory->entries.size(); ++i) {
+    Entry& entry = directory->entries[i];
+    if (entry.index < 2) continue;
+    const NameRef name = {directory->number, static_cast<std::uint32_t>(i)};
+    if (entry.pastSize) {
+      if (NamesUsedNode(model, entry)) model.nodes[entry.record.node].pending.push_back(name);
+      continue;
+    }
+    CheckName(work, *directory, entry);
+    const auto [first, fresh] = seen.emplace(UpperCase(NameOf(entry.record)), i);
+    if (!fresh && IsHalfMadeCopy(*directory, entry, directory->entries[first->second])) {
+      work->Add(Kind::kEntryDoubled, {directory->number, entry.block, entry.offset},
+                "\"" + Printable(NameOf(entry.record)) +
+                    "\" was copied into the hole of a removed entry but still stands at the end");
+      entry.doubled = true;
+      continue;
+    }
+    if (!fresh) {
+      work->Add(Kind::kNameDuplicate, {directory->number, entry.block, entry.offset},
+                "the name \"" + Printable(NameOf(entry.record)) + "\" stands twice; only the first can be opened");
+    }
+    if (CheckTarget(work, *directory, entry)) model.nodes[entry.record.node].names.push_back(name);
+  }
+}
+
+// ---- What leads where -----------------------------------------------------------------------------------------------
+
+// Marks all that `start` leads to and that nothing led to before.
+void Spread(Model* model, std::uint16_t start, Reach reach) {
+  model->nodes[start].reach = reach;
+  std::vector<std::uint16_t> queue = {start};
+  while (!queue.empty()) {
+    const std::uint16_t number = queue.back();
+    queue.pop_back();
+    const NodeInfo& directory = model->nodes[number];
+    if (!directory.IsDirectory()) continue;
+    for (std::size_t i = 0; i < directory.entries.size(); ++i) {
+      const Entry& entry = directory.entries[i];
+      if (entry.index < 2 || !NamesUsedNode(*model, entry)) continue;
+      NodeInfo& child = model->nodes[entry.record.node];
+      if (child.reach != Reach::kNone) continue;
+      child.reach = reach;
+      child.parent = number;
+      child.parentEntry = static_cast<std::uint32_t>(i);
+      queue.push_back(child.number);
+    }
+  }
+}
+
+// From a node that is named, but not from the root: climbs until a directory comes up twice.
+std::uint16_t FindInCycle(const Model& model, std::uint16_t number) {
+  std::vector<bool> seen(model.nodes.size());
+  while (!seen[number]) {
+    seen[number] = true;
+    const NodeInfo& node = model.nodes[number];
+    if (node.names.empty() && node.pending.empty()) break;
+    number = (node.names.empty() ? node.pending : node.names).front().directory;
+  }
+  return number;
+}
+
+}  // namespace
+
+void ParseDirectory(Work* work, NodeInfo* directory, const std::vector<DirectoryBlock>& blocks) {
+  const Geometry& geometry = work->geometry();
+  const std::uint64_t last = geometry.BlocksFor(directory->record.size) - 1;
+  const bool single = directory->record.size % geometry.blockSize == kDirEntrySize;  // one entry in the last block
+  Parse parse;
+  for (const DirectoryBlock& at : blocks) {
+    std::vector<std::uint8_t> bytes(geometry.blockSize);
+    if (!work->Read(geometry.BlockOffset(at.block), bytes.data(), bytes.size())) continue;
+    if (at.index == 0) work->firstBlockRead[directory->number] = true;
+    if (single && at.index == last && last > 0) {
+      const bool record = HoldsChainRecord(*work, bytes, at.block);
+      if (record || work->chainMark[at.block] == kListed) {
+        work->givenBack[at.block] = true;
+        work->Add(Kind::kLastBlockGivenBack, {directory->number, at.block, geometry.BlockOffset(at.block)},
+                  BlockText(at.block) +
+                      ", the directory's last, is already free: a removal was stopped before it stored the size");
+      }
+      if (record) continue;
+    }
+    TakeBlock(work, directory, at, bytes, &parse);
+  }
+  if (parse.holes > 0) JudgeHoles(work, *directory, parse);
+  if (parse.past > 0) JudgePast(work, *directory, parse);
+  if (parse.late) {
+    work->Add(Kind::kDirAfterEnd, {directory->number}, "number fields behind the directory's end mark are not zero");
+  }
+}
+
+void CheckEntries(Work* work) {
+  for (NodeInfo& node : work->model().nodes) {
+    if (node.state == NodeState::kUsed && node.IsDirectory()) CheckDirectory(work, &node);
+  }
+  for (const NodeInfo& node : work->model().nodes) {
+    if (node.state != NodeState::kUsed || !node.IsDirectory()) continue;
+    CheckSize(work, node);
+    CheckDots(work, node);
+  }
+}
+
+void CheckNames(Work* work) {
+  for (const NodeInfo& node : work->model().nodes) {
+    if (node.names.size() < 2) continue;
+    if (node.names.size() == 2 && node.pending.empty() && node.names[0].directory != node.names[1].directory) {
+      work->Add(Kind::kTwoNames, {node.number},
+                "the node has a name in " + NodeText(node.names[0].directory) + " and one in " +
+                    NodeText(node.names[1].directory) + ": a move was stopped before it took the old one away");
+    } else {
+      work->Add(
+          Kind::kManyNames, {node.number, 0, kNoOffset, static_cast<std::uint32_t>(node.names.size())},
+          to_string(node.names.size()) + " entries name this node; deleting one leaves the others without a node");
+    }
+  }
+}
+
+void CheckReach(Work* work) {
+  Model& model = work->model();
+  if (model.nodes[kRootNode].state == NodeState::kUsed) Spread(&model, kRootNode, Reach::kRoot);
+  for (const NodeInfo& node : model.nodes) {
+    if (node.state != NodeState::kUsed || node.number == kRootNode || !node.names.empty() || !node.pending.empty())
+      continue;
+    Spread(&model, node.number, Reach::kLeaked);
+    work->Add(Kind::kNodeLeaked, {node.number, 0, node.offset},
+              "the node is in use, with " + to_string(node.record.size) + " bytes, but has no name");
+  }
+  for (const NodeInfo& node : model.nodes) {
+    if (node.state != NodeState::kUsed || node.reach != Reach::kNone || node.number == kRootNode) continue;
+    const std::uint16_t found = FindInCycle(model, node.number);
+    if (model.nodes[found].reach != Reach::kNone) continue;
+    Spread(&model, found, Reach::kCycle);
+    work->Add(Kind::kDirCycle, {found, 0, model.nodes[found].offset},
+              "this directory is contained in itself, through others or directly; no path leads to it");
+  }
+}
+
+}  // namespace orba::inspect

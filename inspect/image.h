@@ -1,0 +1,66 @@
+// A container as a row of bytes. Every read is checked against the container's length; nothing above this layer can reach
+// outside it. Stands on the standard library alone.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orba::inspect {
+
+class Image {
+ public:
+  virtual ~Image() = default;
+
+  // The container's length in bytes.
+  virtual std::uint64_t Size() const = 0;
+
+  // Copies `count` bytes from byte `offset` into `out`. False, with `out` undefined, when the range does not lie wholly
+  // inside the container or the host cannot read it.
+  virtual bool Read(std::uint64_t offset, void* out, std::size_t count) const = 0;
+};
+
+// Bytes in memory, owned.
+class MemoryImage : public Image {
+ public:
+  explicit MemoryImage(std::vector<std::uint8_t> bytes) : bytes_(std::move(bytes)) {}
+
+  std::uint64_t Size() const override { return bytes_.size(); }
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override;
+
+ private:
+  std::vector<std::uint8_t> bytes_;
+};
+
+// A file of the host, read only. Reads go through a small cache of whole pages: the checker reads many short records.
+class FileImage : public Image {
+ public:
+  // Opens the file; null when it cannot be opened or its length not be learnt.
+  static std::unique_ptr<FileImage> Open(const std::string& path);
+
+  ~FileImage() override;
+  FileImage(const FileImage&) = delete;
+  FileImage& operator=(const FileImage&) = delete;
+
+  std::uint64_t Size() const override { return size_; }
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override;
+
+ private:
+  FileImage(std::FILE* file, std::uint64_t size);
+  const std::uint8_t* Page(std::uint64_t page) const;
+
+  static constexpr std::size_t kPageSize = 8192;
+  static constexpr std::size_t kPages = 64;
+  static constexpr std::uint64_t kNoPage = ~std::uint64_t{0};
+
+  std::FILE* file_;
+  std::uint64_t size_;
+  mutable std::vector<std::uint8_t> cache_;    // kPages pages; page p lies in place p mod kPages
+  mutable std::vector<std::uint64_t> cached_;  // which page each place holds
+};
+
+}  // namespace orba::inspect

@@ -1,0 +1,28 @@
+// The rule for names in directories. Stands on the layout alone.
+#pragma once
+
+#include <string>
+
+#include "volume/layout.h"
+
+namespace orba::inspect {
+
+// Letters, digits and !#$%&'()-^~@{}[]_. only.
+bool IsNameCharacter(char c);
+
+// 1 to 29 name characters, and neither "." nor "..". Lower case passes.
+bool IsLegalName(const std::string& name);
+
+// A to Z for a to z; nothing else changes.
+std::string UpperCase(std::string name);
+
+// The name in an entry: up to its NUL, or all 30 bytes when it has none (which no legal name does).
+std::string NameOf(const OrbDirEntry& entry);
+
+// The name with every byte outside the visible ASCII characters, and the backslash, as \xNN: fit for a message.
+std::string Printable(const std::string& name);
+
+// Stores a name of at most 29 characters and its NUL in the entry, with zeros behind.
+void SetName(OrbDirEntry* entry, const std::string& name);
+
+}  // namespace orba::inspect

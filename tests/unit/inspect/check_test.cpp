@@ -1,0 +1,978 @@
+// Every kind of finding, from an image broken in just that way; and valid images, on which the checker must be silent.
+#include "inspect/check.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/image_builder.h"
+
+namespace orba::inspect {
+namespace {
+
+using testimage::Bytes;
+using testimage::ImageBuilder;
+using testimage::Pattern;
+
+Report Inspect(const ImageBuilder& image) { return Check(MemoryImage(image.bytes())); }
+
+// "block-shared node=3 block=5 offset=1234 count=1; ..." in the order of finding, notes included.
+std::string Found(const Report& report) {
+  std::string text;
+  for (const Finding& finding : report.findings) {
+    if (!text.empty()) text += "; ";
+    text += Name(finding.kind);
+    if (finding.node != 0) text += " node=" + std::to_string(finding.node);
+    if (finding.block != 0) text += " block=" + std::to_string(finding.block);
+    if (finding.offset != kNoOffset) text += " offset=" + std::to_string(finding.offset);
+    if (finding.count != 1) text += " count=" + std::to_string(finding.count);
+  }
+  return text;
+}
+
+std::string Found(const ImageBuilder& image) { return Found(Inspect(image)); }
+
+std::string At(const char* kind, std::uint32_t node, std::uint32_t block, std::uint64_t offset,
+               std::uint32_t count = 1) {
+  std::string text = kind;
+  if (node != 0) text += " node=" + std::to_string(node);
+  if (block != 0) text += " block=" + std::to_string(block);
+  if (offset != kNoOffset) text += " offset=" + std::to_string(offset);
+  if (count != 1) text += " count=" + std::to_string(count);
+  return text;
+}
+
+// 1024-byte blocks, 16 nodes a block, 32 entries a block, 256 slots a map block:
+//   node 2 /A (1500 bytes), 3 /D, 4 /D/B (7 blocks, so one map block), 5 /D/E
+struct Small : ImageBuilder {
+  Small() : ImageBuilder(1024, 32) {
+    AddFile(1, "A", 1500);
+    AddDirectory(1, "D");
+    AddFile(3, "B", 7 * 1024);
+    AddDirectory(3, "E");
+  }
+};
+
+// A directory of exactly `entries` entries, files of 0 bytes but for "." and "..", below the root.
+std::uint16_t FillDirectory(ImageBuilder* image, std::uint32_t entries) {
+  const std::uint16_t directory = image->AddDirectory(1, "FULL");
+  for (std::uint32_t i = 2; i < entries; ++i) image->AddFile(directory, "F" + std::to_string(i), 0);
+  return directory;
+}
+
+// ---- Valid images ---------------------------------------------------------------------------------------------------
+
+TEST(CheckValid, formatted_everyBlockSizeAndBitmap_isClean) {
+  for (const std::uint32_t blockSize : {1024u, 2048u, 4096u, 8192u}) {
+    for (const std::uint32_t bitmap : {0u, 1u, 7u, 128u, blockSize / 64 * 448 / 8}) {
+      const Report report = Inspect(ImageBuilder(blockSize, bitmap));
+      EXPECT_EQ(Found(report), "") << blockSize << " " << bitmap;
+      EXPECT_TRUE(report.readable);
+      EXPECT_TRUE(report.IsClean());
+      EXPECT_FALSE(report.marked);
+      EXPECT_EQ(report.model.geometry.blocks, 2u);
+      EXPECT_EQ(report.totals.directories, 1u);
+    }
+  }
+}
+
+TEST(CheckValid, smallTree_isCleanAndCounted) {
+  const Report report = Inspect(Small());
+  EXPECT_EQ(Found(report), "");
+  EXPECT_EQ(report.totals.files, 2u);
+  EXPECT_EQ(report.totals.directories, 3u);
+  EXPECT_EQ(report.totals.fileBytes, 1500u + 7 * 1024);
+  EXPECT_EQ(report.totals.freeNodes, 256u - 5);
+  EXPECT_EQ(PathOf(report.model, 4), "/D/B");
+  EXPECT_EQ(PathOf(report.model, 1), "/");
+}
+
+TEST(CheckValid, mapBorders_areClean) {
+  for (const std::uint32_t blocks : {1u, 6u, 7u, 262u, 263u, 518u, 519u}) {
+    ImageBuilder image(1024, 32);
+    image.AddFile(1, "F", blocks * 1024);
+    image.AddFile(1, "G", blocks * 1024 - 1);
+    EXPECT_EQ(Found(image), "") << blocks;
+  }
+}
+
+TEST(CheckValid, largeDirectory_isClean) {
+  for (const std::uint32_t entries : {31u, 32u, 33u, 192u, 193u, 230u}) {
+    ImageBuilder image(1024, 128);
+    FillDirectory(&image, entries);
+    EXPECT_EQ(Found(image), "") << entries;
+  }
+}
+
+TEST(CheckValid, chainOfTwoRecords_isCleanAndCounted) {
+  ImageBuilder image(1024, 32);
+  std::vector<std::uint32_t> full;
+  for (int i = 0; i < 253; ++i) full.push_back(image.AppendBlock());
+  const std::uint32_t one = image.AppendBlock();
+  image.SetChain({{one}, full});
+  const Report report = Inspect(image);
+  EXPECT_EQ(Found(report), "");
+  EXPECT_EQ(report.totals.freeBlocks, 256u);
+  EXPECT_EQ(report.model.chain.size(), 2u);
+  EXPECT_EQ(report.model.blocks[one].use, BlockUse::kFree);
+}
+
+TEST(CheckValid, mapBlocksKeptAfterShrinking_areInUse) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t node = image.AddFile(1, "F", 263 * 1024);
+  std::vector<std::uint32_t> freed;
+  for (std::uint32_t i = 263; i-- > 0;) {
+    freed.push_back(image.MappedBlock(node, i));
+    image.Put32(image.MapOffset(node, i), 0);
+  }
+  image.SetSize(node, 0);
+  freed.resize(253);
+  image.SetChain({freed});
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.Count(Severity::kDamage), 0u);
+  EXPECT_EQ(report.Count(Severity::kHalfMade), 0u);
+  EXPECT_EQ(report.totals.leakedBlocks, 10u);  // those that the record had no room for
+}
+
+TEST(CheckValid, leftOversBehindTheNulOfAName_areIgnored) {
+  Small image;
+  image.PutText(image.EntryOffset(1, 2) + 4, "left over");
+  EXPECT_EQ(Found(image), "");
+}
+
+// ---- Header ---------------------------------------------------------------------------------------------------------
+
+TEST(CheckHeader, dirtyMark_isReportedOnItsOwn) {
+  Small image;
+  image.Put32(52, 1);
+  const Report report = Inspect(image);
+  EXPECT_TRUE(report.marked);
+  EXPECT_EQ(Found(report), "");
+}
+
+TEST(CheckHeader, signature) {
+  Small image;
+  image.Put8(0, 'X');
+  const Report report = Inspect(image);
+  EXPECT_EQ(Found(report), "header-signature offset=0");
+  EXPECT_TRUE(report.readable);
+}
+
+TEST(CheckHeader, version) {
+  Small image;
+  image.Put8(4, '2');
+  EXPECT_EQ(Found(image), "header-version offset=4");
+}
+
+TEST(CheckHeader, anyFieldWrong_isFoundAndTheRestStillRead) {
+  for (std::uint32_t offset = 8; offset <= 44; offset += 4) {
+    for (const std::uint32_t value : {1u, 4096u, 0xFFFFFFFFu}) {
+      Small image;
+      const std::uint32_t was = image.Get32(offset);
+      image.Put32(offset, value);
+      const Report report = Inspect(image);
+      EXPECT_EQ(report.Count(Kind::kHeaderField), 1u) << offset << " " << value << " was " << was;
+      EXPECT_EQ(report.findings[0].offset, offset) << offset << " " << value;
+      EXPECT_EQ(report.Count(Severity::kDamage), 1u) << offset << " " << value << Found(report);
+      EXPECT_EQ(report.totals.files, 2u) << offset << " " << value;
+    }
+  }
+}
+
+TEST(CheckHeader, blockSizeAndShiftAndOffsetsWrong_layoutFoundByTheRootsNodes) {
+  Small image;
+  for (std::uint32_t offset = 8; offset <= 44; offset += 4) image.Put32(offset, 0);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.model.geometry.blockSize, 1024u);
+  EXPECT_EQ(report.model.geometry.bitmapSize, 32u);
+  EXPECT_EQ(report.Count(Kind::kHeaderField), 9u);  // the reserved region's size is 0
+  EXPECT_EQ(report.totals.files, 2u);
+}
+
+TEST(CheckHeader, layoutNowhereToBeFound) {
+  Small image;
+  image.Put32(40, 0);
+  image.Put32(image.NodeOffset(1), 0);
+  for (std::uint16_t i = 1; i <= 16; ++i) image.Put32(image.NodeOffset(i), 0);
+  const Report report = Inspect(image);
+  EXPECT_EQ(Found(report), "layout-unknown offset=8");
+  EXPECT_FALSE(report.readable);
+}
+
+TEST(CheckHeader, reservedByte) {
+  Small image;
+  image.Put8(127, 1);
+  EXPECT_EQ(Found(image), "header-reserved offset=127");
+}
+
+TEST(CheckHeader, flagWithoutMeaning) {
+  Small image;
+  image.Put32(52, 6);
+  EXPECT_EQ(Found(image), "header-reserved offset=52");
+}
+
+TEST(CheckHeader, shiftBitsThatNothingReads) {
+  Small image;
+  image.Put32(44, 0x100 + 10);
+  EXPECT_EQ(Found(image), "header-shift-bits offset=44");
+}
+
+TEST(CheckHeader, reservedRegion) {
+  Small image;
+  image.bytes().insert(image.bytes().begin() + 1024 + 32, 512, std::uint8_t{0});
+  image.Put32(32, 512);
+  image.Put32(36, 1024 + 32 + 512);
+  EXPECT_EQ(Found(image), "reserved-region offset=32");
+}
+
+TEST(CheckContainer, everyLengthBelowTheDataArea_isShort) {
+  const Small image;
+  for (std::size_t size = 0; size < 1024 + 32; ++size) {
+    const Report report =
+        Check(MemoryImage(Bytes(image.bytes().begin(), image.bytes().begin() + static_cast<long>(size))));
+    EXPECT_EQ(Found(report), At("container-short", 0, 0, size)) << size;
+    EXPECT_FALSE(report.readable);
+  }
+}
+
+TEST(CheckContainer, tooLong) {
+  struct Long : MemoryImage {
+    using MemoryImage::MemoryImage;
+    std::uint64_t Size() const override { return 0x80000000; }
+  };
+  const Report report = Check(Long(ImageBuilder(8192, 32).bytes()));
+  EXPECT_EQ(report.Count(Kind::kContainerLong), 1u);
+}
+
+TEST(CheckContainer, trailingBytes) {
+  Small image;
+  const std::uint64_t end = image.bytes().size();
+  image.bytes().resize(end + 1023);
+  EXPECT_EQ(Found(image), At("trailing-bytes", 0, 0, end, 1023));
+}
+
+TEST(CheckContainer, hostCannotRead) {
+  struct Bad : MemoryImage {
+    using MemoryImage::MemoryImage;
+    std::uint64_t bad = 0;
+    bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+      return !(offset <= bad && bad < offset + count) && MemoryImage::Read(offset, out, count);
+    }
+  };
+  Small image;
+  Bad bad(image.bytes());
+  bad.bad = image.EntryOffset(3, 0);
+  const Report report = Check(bad);
+  EXPECT_EQ(report.Count(Kind::kUnreadable), 1u);
+  EXPECT_EQ(report.findings[0].offset, bad.bad);
+  EXPECT_FALSE(report.readable);
+}
+
+// ---- Node-block table, bitmap, node blocks --------------------------------------------------------------------------
+
+TEST(CheckTable, entryBeyondTheEnd) {
+  Small image;
+  image.Put32(ImageBuilder::TableOffset(1), 999);
+  EXPECT_EQ(Found(image), At("table-outside", 0, 999, 132));
+}
+
+TEST(CheckTable, entryForNodesThatCannotBe) {
+  Small image;
+  const std::uint32_t block = image.AppendBlock();
+  image.Put32(ImageBuilder::TableOffset(16), block);  // 32 bytes of bitmap: 256 nodes in 16 blocks
+  EXPECT_EQ(Found(image), At("table-unneeded", 0, block, 128 + 64));
+}
+
+TEST(CheckTable, oneBlockTwice) {
+  Small image;
+  image.Put32(ImageBuilder::TableOffset(1), 1);
+  EXPECT_EQ(Found(image), At("block-shared", 0, 1, 132));
+}
+
+TEST(CheckTable, blockWithoutNodes) {
+  Small image;
+  const std::uint32_t block = image.AppendBlock();
+  image.Put32(ImageBuilder::TableOffset(3), block);
+  EXPECT_EQ(Found(image), At("node-block-foreign", 0, block, 128 + 12));
+}
+
+TEST(CheckTable, blockWithoutUsedNodes_isANote) {
+  Small image;
+  for (int i = 0; i < 12; ++i) image.AddNode(0);  // 6 to 17
+  for (std::uint16_t n = 6; n <= 17; ++n) image.SetFree(n, true);
+  EXPECT_EQ(Found(image), At("node-block-idle", 0, image.Blocks(), 132));
+  EXPECT_TRUE(Inspect(image).IsClean());
+}
+
+TEST(CheckNodes, signature) {
+  Small image;
+  image.Put8(image.NodeOffset(4), 'X');
+  image.Put8(image.NodeOffset(9), 'X');  // free slots carry theirs too
+  EXPECT_EQ(Found(image),
+            At("node-signature", 4, 1, image.NodeOffset(4)) + "; " + At("node-signature", 9, 1, image.NodeOffset(9)));
+}
+
+TEST(CheckNodes, number) {
+  Small image;
+  image.Put16(image.NodeOffset(4) + 4, 5);
+  EXPECT_EQ(Found(image), At("node-number", 4, 1, image.NodeOffset(4) + 4));
+}
+
+TEST(CheckNodes, slotWithNeither_isLost) {
+  Small image;
+  image.Put32(image.NodeOffset(2), 0);
+  image.Put16(image.NodeOffset(2) + 4, 0);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.Count(Kind::kNodePlaceless), 1u);
+  EXPECT_EQ(report.Count(Kind::kEntryToLost), 1u);
+  EXPECT_EQ(report.model.nodes[2].state, NodeState::kLost);
+}
+
+TEST(CheckBitmap, usedWithoutANodeBlock) {
+  Small image;
+  image.SetFree(100, false);
+  EXPECT_EQ(Found(image), At("node-placeless", 100, 0, 1024 + 99 / 8));
+}
+
+TEST(CheckBitmap, usedBeyondTheTable) {
+  ImageBuilder image(1024, 896);
+  image.SetFree(224 * 16 + 1, false);
+  EXPECT_EQ(Found(image), At("node-placeless", 224 * 16 + 1, 0, 1024 + 224 * 2));
+}
+
+TEST(CheckBitmap, rootFree) {
+  Small image;
+  image.SetFree(1, true);
+  EXPECT_EQ(Found(image), At("root-free", 1, 0, 1024));
+}
+
+TEST(CheckNodes, rootBlockMissing_rootIsLost) {
+  Small image;
+  image.Put32(ImageBuilder::TableOffset(0), 0);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.Count(Kind::kRootLost), 1u);
+  EXPECT_EQ(report.Count(Kind::kNodePlaceless), 4u);
+}
+
+TEST(CheckNodes, rootNoDirectory) {
+  Small image;
+  image.Put16(image.NodeOffset(1) + 6, 0);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.Count(Kind::kRootLost), 1u);
+  EXPECT_EQ(report.Count(Kind::kNodeAttributes), 1u);
+}
+
+TEST(CheckNodes, attributes) {
+  for (const int bad : {4, 9, 10, 14, 16, 0x8000}) {
+    Small image;
+    image.Put16(image.NodeOffset(2) + 6, static_cast<std::uint16_t>(bad));
+    EXPECT_EQ(Inspect(image).Count(Kind::kNodeAttributes), 1u) << bad;
+  }
+  for (const int good : {0, 1, 2, 3}) {
+    Small image;
+    image.Put16(image.NodeOffset(2) + 6, static_cast<std::uint16_t>(good));
+    EXPECT_EQ(Found(image), "") << good;
+  }
+}
+
+TEST(CheckNodes, reservedBytes) {
+  for (const std::uint32_t offset : {15u, 20u, 31u}) {
+    Small image;
+    image.Put8(image.NodeOffset(2) + offset, 1);
+    EXPECT_EQ(Inspect(image).Count(Kind::kNodeReserved), 1u) << offset;
+  }
+}
+
+TEST(CheckNodes, timeStamp_isANote) {
+  Small image;
+  image.Put8(image.NodeOffset(2) + 10, 13);
+  EXPECT_EQ(Found(image), At("node-time", 2, 0, image.NodeOffset(2) + 8));
+  EXPECT_TRUE(Inspect(image).IsClean());
+}
+
+// ---- Block maps -----------------------------------------------------------------------------------------------------
+
+TEST(CheckMap, sizeThatNoMapHolds) {
+  Small image;
+  image.SetSize(2, 0x80000000);
+  EXPECT_EQ(Inspect(image).Count(Kind::kNodeSize), 1u);
+  image.SetSize(2, (6 + 256 + 65536) * 1024 + 1);
+  EXPECT_EQ(Inspect(image).Count(Kind::kNodeSize), 1u);
+  image.SetSize(2, (6 + 256 + 65536) * 1024);
+  EXPECT_EQ(Inspect(image).Count(Kind::kNodeSize), 0u);
+}
+
+TEST(CheckMap, directSlotEmpty) {
+  Small image;
+  const std::uint32_t block = image.MappedBlock(2, 0);
+  image.Put32(image.MapOffset(2, 0), 0);
+  EXPECT_EQ(Found(image), At("map-hole", 2, 0, image.MapOffset(2, 0)) + "; " +
+                              At("block-leaked", 0, block, image.BlockOffset(block)));
+}
+
+TEST(CheckMap, indirectBlockMissing) {
+  Small image;
+  image.Put32(image.NodeOffset(4) + 56, 0);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.Count(Kind::kMapMissing), 1u);
+  EXPECT_EQ(report.Count(Severity::kDamage), 1u);
+  EXPECT_EQ(report.totals.leakedBlocks, 2u);
+}
+
+TEST(CheckMap, secondLevelBlockMissing_reportedOnce) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t node = image.AddFile(1, "F", 800 * 1024);
+  const std::uint64_t slot = image.BlockOffset(image.Get32(image.NodeOffset(node) + 60)) + 4;
+  image.Put32(slot, 0);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.Count(Kind::kMapMissing), 1u);
+  EXPECT_EQ(report.findings[0].offset, slot);
+  EXPECT_EQ(report.Count(Kind::kMapHole), 1u);  // the gap before the third second-level block
+}
+
+TEST(CheckMap, doubleIndirectWithoutIndirect) {
+  Small image;
+  image.Put32(image.NodeOffset(2) + 60, image.AppendBlock());
+  EXPECT_EQ(Found(image), At("map-missing", 2, 0, image.NodeOffset(2) + 56));
+}
+
+TEST(CheckMap, blockBeyondTheEnd) {
+  Small image;
+  image.Put32(image.MapOffset(2, 1), image.Blocks() + 1);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.findings[0].kind, Kind::kMapOutside);
+  EXPECT_EQ(report.findings[0].block, image.Blocks() + 1);
+  EXPECT_EQ(report.Count(Severity::kDamage), 1u);
+}
+
+TEST(CheckMap, mapBlockBeyondTheEnd) {
+  Small image;
+  image.Put32(image.NodeOffset(4) + 56, 0xFFFFFFFF);
+  EXPECT_EQ(Inspect(image).Count(Kind::kMapOutside), 1u);
+}
+
+TEST(CheckMap, containerCutInsideAReferencedBlock) {
+  Small image;
+  const std::uint32_t last = image.Blocks();  // directory E's block
+  image.bytes().resize(image.bytes().size() - 1);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.Count(Kind::kMapOutside), 1u);
+  EXPECT_EQ(report.findings[0].block, last);
+  EXPECT_EQ(report.Count(Kind::kTrailingBytes), 1u);
+}
+
+TEST(CheckMap, directSlotPastTheSize) {
+  Small image;
+  const std::uint32_t block = image.AppendBlock();
+  image.Put32(image.MapOffset(2, 2), block);
+  EXPECT_EQ(Found(image), At("map-beyond-size", 2, block, image.MapOffset(2, 2)));
+}
+
+TEST(CheckMap, twoFilesShareABlock) {
+  Small image;
+  const std::uint32_t mine = image.MappedBlock(4, 3);
+  const std::uint32_t shared = image.MappedBlock(2, 0);
+  image.Put32(image.MapOffset(4, 3), shared);
+  EXPECT_EQ(Found(image), At("block-shared", 4, shared, image.MapOffset(4, 3)) + "; " +
+                              At("block-leaked", 0, mine, image.BlockOffset(mine)));
+}
+
+TEST(CheckMap, mapBlockThatNamesItself_ends) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t node = image.AddFile(1, "F", 300 * 1024);
+  const std::uint32_t twice = image.Get32(image.NodeOffset(node) + 60);
+  for (std::uint32_t i = 0; i < 256; ++i) image.Put32(image.BlockOffset(twice) + 4 * i, twice);
+  EXPECT_EQ(Inspect(image).Count(Kind::kBlockShared), 256u);
+}
+
+TEST(CheckMap, growthStoppedBeforeTheSize_isHalfMade) {
+  for (const std::uint32_t blocks : {7u, 262u, 263u, 300u}) {
+    ImageBuilder image(1024, 32);
+    const std::uint16_t node = image.AddFile(1, "F", blocks * 1024);
+    if (blocks == 262) continue;  // a new double-indirect block is stored together with the size
+    image.AppendToNode(node, {});
+    EXPECT_EQ(Found(image),
+              At("growth-half-made", node, image.MappedBlock(node, blocks), image.MapOffset(node, blocks)))
+        << blocks;
+  }
+}
+
+TEST(CheckMap, shrinkStoppedBeforeTheSize_isHalfMade) {
+  for (const std::uint32_t blocks : {7u, 262u, 263u, 300u}) {
+    ImageBuilder image(1024, 32);
+    const std::uint16_t node = image.AddFile(1, "F", blocks * 1024 - 5);
+    const std::uint32_t block = image.MappedBlock(node, blocks - 1);
+    image.Put32(image.MapOffset(node, blocks - 1), 0);
+    EXPECT_EQ(Found(image), At("shrink-half-made", node, 0, image.MapOffset(node, blocks - 1)) + "; " +
+                                At("block-leaked", 0, block, image.BlockOffset(block)))
+        << blocks;
+  }
+}
+
+TEST(CheckMap, holeBeforeTheLastBlock_isDamage) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t node = image.AddFile(1, "F", 9 * 1024);
+  image.Put32(image.MapOffset(node, 7), 0);
+  EXPECT_EQ(Inspect(image).Count(Kind::kMapHole), 1u);
+}
+
+TEST(CheckMap, twoBlocksPastTheSize_isDamage) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t node = image.AddFile(1, "F", 9 * 1024);
+  image.SetSize(node, 7 * 1024);
+  EXPECT_EQ(Found(image), At("map-beyond-size", node, image.MappedBlock(node, 7), image.MapOffset(node, 7), 2));
+}
+
+// ---- Directories ----------------------------------------------------------------------------------------------------
+
+TEST(CheckDirectory, sizeNoMultipleOf32) {
+  Small image;
+  image.SetSize(5, 70);
+  EXPECT_EQ(Found(image), At("dir-size", 5, 0, image.NodeOffset(5) + 16));
+}
+
+TEST(CheckDirectory, sizeZeroWithAName) {
+  Small image;
+  image.SetSize(5, 0);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.Count(Kind::kDirSize), 1u);
+  EXPECT_EQ(report.Count(Kind::kMapBeyondSize), 1u);
+}
+
+TEST(CheckDirectory, sizeTooSmall_entriesPastIt) {
+  Small image;
+  const std::uint16_t directory = FillDirectory(&image, 6);
+  image.SetSize(directory, 4 * 32);
+  EXPECT_EQ(Found(image),
+            At("dir-past-size", directory, image.MappedBlock(directory, 0), image.EntryOffset(directory, 4), 2));
+}
+
+TEST(CheckDirectory, sizeTooLarge_entriesMissing) {
+  Small image;
+  image.SetSize(3, 7 * 32);
+  EXPECT_EQ(Found(image), At("dir-hole", 3, image.MappedBlock(3, 0), image.EntryOffset(3, 4), 3));
+}
+
+TEST(CheckDirectory, holeInTheMiddle) {
+  Small image;
+  image.Put16(image.EntryOffset(3, 2), 0);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.findings[0].kind, Kind::kDirHole);
+  EXPECT_EQ(report.Count(Kind::kNodeLeaked), 1u);
+}
+
+TEST(CheckDirectory, numbersBehindTheEndMark_areANote) {
+  Small image;
+  image.Put16(image.EntryOffset(3, 6), 4);
+  EXPECT_EQ(Found(image), At("dir-after-end", 3, 0, kNoOffset));
+}
+
+TEST(CheckDirectory, dot) {
+  Small image;
+  image.Put16(image.EntryOffset(5, 0), 3);
+  EXPECT_EQ(Found(image), At("dir-dot", 5, image.MappedBlock(5, 0), image.EntryOffset(5, 0)));
+}
+
+TEST(CheckDirectory, dotsName) {
+  Small image;
+  image.PutText(image.EntryOffset(5, 0) + 2, "X");
+  image.PutText(image.EntryOffset(5, 1) + 2, "X");
+  const std::uint32_t block = image.MappedBlock(5, 0);
+  EXPECT_EQ(Found(image), At("dir-dot", 5, block, image.EntryOffset(5, 0)) + "; " +
+                              At("dir-dotdot", 5, block, image.EntryOffset(5, 1)));
+}
+
+TEST(CheckDirectory, dotDot) {
+  Small image;
+  image.Put16(image.EntryOffset(5, 1), 1);
+  EXPECT_EQ(Found(image), At("dir-dotdot", 5, image.MappedBlock(5, 0), image.EntryOffset(5, 1)));
+}
+
+TEST(CheckDirectory, rootDotDot) {
+  Small image;
+  image.Put16(image.EntryOffset(1, 1), 3);
+  EXPECT_EQ(Found(image), At("dir-dotdot", 1, 2, image.EntryOffset(1, 1)));
+}
+
+TEST(CheckDirectory, cycle) {
+  Small image;  // D moves into E, which lies in D
+  image.AddEntry(5, "D", 3);
+  image.Put16(image.EntryOffset(1, 3), 0);
+  image.SetSize(1, 3 * 32);
+  image.Put16(image.EntryOffset(3, 1), 5);
+  const Report report = Inspect(image);
+  EXPECT_EQ(Found(report), At("dir-cycle", 3, 0, image.NodeOffset(3)));
+  EXPECT_EQ(report.model.nodes[4].reach, Reach::kCycle);
+}
+
+TEST(CheckDirectory, directoryInItself) {
+  Small image;
+  image.Put16(image.EntryOffset(1, 3), 0);
+  image.SetSize(1, 3 * 32);
+  image.AddEntry(3, "SELF", 3);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.Count(Kind::kDirCycle), 1u);
+  EXPECT_EQ(report.Count(Kind::kDirDotDot), 1u);
+}
+
+TEST(CheckNames, illegal) {
+  for (const char* name : {"A B", "A/B", "A:B", "", ".", "..", "\x80", "123456789012345678901234567890"}) {
+    ImageBuilder image(1024, 32);
+    image.AddFile(1, name, 0);
+    EXPECT_EQ(Found(image), At("name-illegal", 1, 2, image.EntryOffset(1, 2) + 2)) << name;
+  }
+}
+
+TEST(CheckNames, everyLegalCharacterAndLength) {
+  ImageBuilder image(1024, 32);
+  image.AddFile(1, "!#$%&'()-^~@{}[]_.", 0);
+  image.AddFile(1, "12345678901234567890123456789", 0);
+  image.AddFile(1, "...", 0);
+  EXPECT_EQ(Found(image), "");
+}
+
+TEST(CheckNames, lowerCase) {
+  ImageBuilder image(1024, 32);
+  image.AddFile(1, "Ab", 0);
+  EXPECT_EQ(Found(image), At("name-lower", 1, 2, image.EntryOffset(1, 2) + 2));
+}
+
+TEST(CheckNames, twiceInOneDirectory) {
+  Small image;
+  image.AddFile(1, "A", 0);
+  EXPECT_EQ(Found(image), At("name-duplicate", 1, 2, image.EntryOffset(1, 4)));
+}
+
+TEST(CheckEntries, numberOutOfRange) {
+  Small image;
+  image.AddEntry(1, "X", 257);
+  EXPECT_EQ(Found(image), At("entry-outside", 1, 2, image.EntryOffset(1, 4)));
+}
+
+TEST(CheckEntries, toTheRoot) {
+  Small image;
+  image.AddEntry(3, "X", 1);
+  EXPECT_EQ(Found(image), At("entry-to-root", 3, image.MappedBlock(3, 0), image.EntryOffset(3, 4)));
+}
+
+TEST(CheckEntries, toAFreeNode) {
+  Small image;
+  image.AddEntry(1, "X", 9);
+  EXPECT_EQ(Found(image), At("entry-to-free", 1, 2, image.EntryOffset(1, 4)));
+}
+
+TEST(CheckEntries, threeNames) {
+  Small image;
+  image.AddEntry(3, "X", 2);
+  image.AddEntry(5, "Y", 2);
+  EXPECT_EQ(Found(image), At("many-names", 2, 0, kNoOffset, 3));
+}
+
+TEST(CheckEntries, twoNamesInOneDirectory_isDamage) {
+  Small image;
+  image.AddEntry(1, "X", 2);
+  EXPECT_EQ(Found(image), At("many-names", 2, 0, kNoOffset, 2));
+}
+
+TEST(CheckEntries, fileWithTwoNames_isHalfMade) {
+  Small image;
+  image.AddEntry(3, "X", 2);
+  EXPECT_EQ(Found(image), At("two-names", 2, 0, kNoOffset));
+}
+
+TEST(CheckEntries, directoryWithTwoNames_isHalfMadeBeforeAndAfterItsDotDot) {
+  Small image;
+  image.AddEntry(1, "E", 5);
+  EXPECT_EQ(Found(image), "two-names node=5");
+  image.Put16(image.EntryOffset(5, 1), 1);
+  EXPECT_EQ(Found(image), "two-names node=5");
+}
+
+TEST(CheckDirectory, entryNotYetCounted_isHalfMade) {
+  Small image;
+  const std::uint16_t node = image.AddNode(0);
+  image.AddEntry(1, "NEW", node);
+  image.SetSize(1, image.Size(1) - 32);
+  EXPECT_EQ(Found(image), At("append-half-made", 1, 2, image.EntryOffset(1, 4)));
+}
+
+TEST(CheckDirectory, directoryNotYetCounted_isHalfMade) {
+  Small image;
+  image.AddDirectory(1, "NEW");
+  image.SetSize(1, image.Size(1) - 32);
+  EXPECT_EQ(Found(image), At("append-half-made", 1, 2, image.EntryOffset(1, 4)));
+}
+
+TEST(CheckDirectory, uncountedEntryOfAFreeNode_isDamage) {
+  Small image;
+  image.AddEntry(1, "NEW", 77);
+  image.SetSize(1, image.Size(1) - 32);
+  EXPECT_EQ(Found(image), At("dir-past-size", 1, 2, image.EntryOffset(1, 4)));
+}
+
+TEST(CheckDirectory, lastEntryClearedButCounted_isHalfMade) {
+  Small image;
+  const std::uint16_t directory = FillDirectory(&image, 5);
+  const std::uint16_t node = image.Get16(image.EntryOffset(directory, 4));
+  image.Put16(image.EntryOffset(directory, 4), 0);
+  EXPECT_EQ(Found(image),
+            At("removal-half-made", directory, image.MappedBlock(directory, 0), image.EntryOffset(directory, 4)) +
+                "; " + At("node-leaked", node, 0, image.NodeOffset(node)));
+}
+
+TEST(CheckDirectory, lastEntryCopiedIntoTheHole_isHalfMade) {
+  Small image;
+  const std::uint16_t directory = FillDirectory(&image, 35);
+  const std::uint16_t removed = image.Get16(image.EntryOffset(directory, 7));
+  for (std::uint32_t i = 0; i < 32; ++i) {
+    image.Put8(image.EntryOffset(directory, 7) + i, image.bytes()[image.EntryOffset(directory, 34) + i]);
+  }
+  const std::uint32_t block = image.MappedBlock(directory, 1);
+  EXPECT_EQ(Found(image), At("entry-doubled", directory, block, image.EntryOffset(directory, 34)) + "; " +
+                              At("node-leaked", removed, 0, image.NodeOffset(removed)));
+}
+
+TEST(CheckDirectory, lastBlockListedAsFree_isHalfMade) {
+  Small image;
+  const std::uint16_t directory = FillDirectory(&image, 33);
+  const std::uint32_t block = image.MappedBlock(directory, 1);
+  image.SetChain({{block}});
+  const Report report = Inspect(image);
+  EXPECT_EQ(Found(report), At("last-block-given-back", directory, block, image.BlockOffset(block)));
+  EXPECT_EQ(report.model.blocks[block].use, BlockUse::kDirectory);
+}
+
+TEST(CheckDirectory, lastBlockTurnedChainRecord_isHalfMade) {
+  for (const bool linked : {false, true}) {
+    for (const bool older : {false, true}) {
+      Small image;
+      const std::uint16_t directory = FillDirectory(&image, 33);
+      const std::uint16_t node = image.Get16(image.EntryOffset(directory, 32));
+      const std::uint32_t next = older ? image.SetChain({{}})[0] : 0;
+      const std::uint32_t block = image.MappedBlock(directory, 1);
+      for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(block) + i, 0);
+      image.PutText(image.BlockOffset(block), "FBC1");
+      image.Put32(image.BlockOffset(block) + 4, next);
+      if (linked) image.Put32(48, block);
+      const std::string partial =
+          linked && older ? At("chain-partial", 0, next, image.BlockOffset(next) + 8) + "; " : "";
+      EXPECT_EQ(Found(image), partial + At("last-block-given-back", directory, block, image.BlockOffset(block)) + "; " +
+                                  At("node-leaked", node, 0, image.NodeOffset(node)));
+    }
+  }
+}
+
+TEST(CheckDirectory, fullBlockListedAsFree_isDamage) {
+  Small image;
+  const std::uint16_t directory = FillDirectory(&image, 34);
+  const std::uint32_t block = image.MappedBlock(directory, 1);
+  image.SetChain({{block}});
+  EXPECT_EQ(Found(image), At("chain-block-in-use", directory, block, image.BlockOffset(block)));
+}
+
+// ---- Free chain -----------------------------------------------------------------------------------------------------
+
+struct Chained : Small {
+  std::uint32_t a = AppendBlock(), b = AppendBlock(), c = AppendBlock();
+  std::uint32_t record = SetChain({{a, b, c}})[0];
+  std::uint64_t at = BlockOffset(record);
+};
+
+TEST(CheckChain, sound) { EXPECT_EQ(Found(Chained()), ""); }
+
+TEST(CheckChain, headBeyondTheEnd) {
+  Small image;
+  image.Put32(48, image.Blocks() + 1);
+  EXPECT_EQ(Found(image), At("chain-outside", 0, image.Blocks() + 1, 48));
+}
+
+TEST(CheckChain, linkBeyondTheEnd) {
+  Chained image;
+  image.Put32(image.at + 4, 0xFFFFFFFF);
+  EXPECT_EQ(Found(image), At("chain-outside", 0, 0xFFFFFFFF, image.at + 4));
+}
+
+TEST(CheckChain, signature) {
+  Chained image;
+  image.Put8(image.at, 'X');
+  EXPECT_EQ(Found(image), At("chain-signature", 0, image.record, image.at) + "; " +
+                              At("block-leaked", 0, image.a, image.BlockOffset(image.a), 4));
+}
+
+TEST(CheckChain, countAboveCapacity) {
+  Chained image;
+  image.Put32(image.at + 8, 254);
+  EXPECT_EQ(Inspect(image).Count(Kind::kChainCount), 1u);
+  EXPECT_EQ(Inspect(image).totals.leakedBlocks, 4u);
+}
+
+TEST(CheckChain, zeroEntry) {
+  Chained image;
+  image.Put32(image.at + 8, 4);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.Count(Kind::kChainZeroEntry), 1u);
+  EXPECT_EQ(report.findings[0].offset, image.at + 24);
+}
+
+TEST(CheckChain, entryBeyondTheEnd) {
+  Chained image;
+  image.Put32(image.at + 20, image.record + 1);
+  EXPECT_EQ(Found(image), At("chain-entry-outside", 0, image.record, image.at + 20) + "; " +
+                              At("block-leaked", 0, image.c, image.BlockOffset(image.c)));
+}
+
+TEST(CheckChain, heapOrder) {
+  Chained image;
+  image.Put32(image.at + 12, image.b);
+  image.Put32(image.at + 16, image.a);
+  EXPECT_EQ(Found(image), At("chain-heap-order", 0, image.record, image.at + 16));
+}
+
+TEST(CheckChain, entryTwice) {
+  Chained image;
+  image.Put32(image.at + 20, image.b);
+  EXPECT_EQ(Found(image), At("chain-duplicate", 0, image.b, image.at + 20) + "; " +
+                              At("block-leaked", 0, image.c, image.BlockOffset(image.c)));
+}
+
+TEST(CheckChain, recordListsItself) {
+  Chained image;
+  image.Put32(image.at + 20, image.record);
+  EXPECT_EQ(Inspect(image).Count(Kind::kChainDuplicate), 1u);
+}
+
+TEST(CheckChain, cycle) {
+  Chained image;
+  image.Put32(image.at + 4, image.record);
+  EXPECT_EQ(Found(image), At("chain-cycle", 0, image.record, image.at + 4));
+}
+
+TEST(CheckChain, entryInUse) {
+  Chained image;
+  const std::uint32_t used = image.MappedBlock(2, 0);
+  image.Put32(image.at + 12, used);
+  EXPECT_EQ(Found(image), At("chain-block-in-use", 2, used, image.BlockOffset(used)) + "; " +
+                              At("block-leaked", 0, image.a, image.BlockOffset(image.a)));
+}
+
+TEST(CheckChain, recordBehindTheHeadNotFull_isANote) {
+  Small image;
+  const std::uint32_t block = image.AppendBlock();
+  const std::vector<std::uint32_t> records = image.SetChain({{}, {block}});
+  EXPECT_EQ(Found(image), At("chain-partial", 0, records[1], image.BlockOffset(records[1]) + 8));
+}
+
+// ---- Leaks ----------------------------------------------------------------------------------------------------------
+
+TEST(CheckLeaks, blocksInARow_areOneFinding) {
+  Small image;
+  const std::uint32_t first = image.AppendBlock();
+  image.AppendBlock();
+  image.AppendBlock();
+  const Report report = Inspect(image);
+  EXPECT_EQ(Found(report), At("block-leaked", 0, first, image.BlockOffset(first), 3));
+  EXPECT_EQ(report.Worst(), Severity::kLeak);
+}
+
+TEST(CheckLeaks, nodeWithoutAName) {
+  Small image;
+  const std::uint16_t node = image.AddNode(0);
+  EXPECT_EQ(Found(image), At("node-leaked", node, 0, image.NodeOffset(node)));
+}
+
+TEST(CheckLeaks, directoryWithoutItsFirstBlock_isNoDamage) {
+  Small image;
+  const std::uint16_t node = image.AddNode(8);
+  EXPECT_EQ(Found(image), At("node-leaked", node, 0, image.NodeOffset(node)));
+}
+
+TEST(CheckLeaks, directoryWithoutAName_itsContentsAreNotReportedAgain) {
+  Small image;
+  image.Put16(image.EntryOffset(1, 3), 0);
+  image.SetSize(1, 96);
+  const Report report = Inspect(image);
+  EXPECT_EQ(Found(report), At("node-leaked", 3, 0, image.NodeOffset(3)));
+  EXPECT_EQ(PathOf(report.model, 4), "(node 3)/B");
+}
+
+// ---- Any bytes ------------------------------------------------------------------------------------------------------
+
+TEST(CheckAnything, randomChanges_neverCrashOrHang) {
+  std::uint32_t state = 1;
+  const auto next = [&state] { return (state = state * 1664525u + 1013904223u) >> 8; };
+  Chained base;
+  FillDirectory(&base, 40);
+  base.AddFile(1, "BIG", 300 * 1024);
+  for (int round = 0; round < 3000; ++round) {
+    Bytes bytes = base.bytes();
+    const std::uint32_t changes = 1 + next() % 8;
+    for (std::uint32_t i = 0; i < changes; ++i) {
+      const std::size_t at = next() % 2 == 0 ? next() % 4096 : next() % bytes.size();
+      bytes[at] = static_cast<std::uint8_t>(next());
+    }
+    if (next() % 4 == 0) bytes.resize(next() % bytes.size());
+    const Report report = Check(MemoryImage(bytes));
+    EXPECT_LE(report.findings.size(), kMaxFindings);
+    EXPECT_FALSE(ToText(report).empty());
+  }
+}
+
+TEST(CheckAnything, allBytesEqual_neverCrashOrHang) {
+  for (int value = 0; value < 256; ++value) {
+    const Report report = Check(MemoryImage(Bytes(50000, static_cast<std::uint8_t>(value))));
+    EXPECT_FALSE(report.readable);
+    EXPECT_FALSE(report.IsClean());
+  }
+}
+
+TEST(CheckAnything, moreFindingsThanAreKept_areStillCounted) {
+  ImageBuilder image(1024, 32);
+  image.AddFile(1, "F", 12000 * 1024);
+  for (std::uint32_t i = 0; i < 12000; ++i) image.Put32(image.MapOffset(2, i), 2);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.findings.size(), kMaxFindings);
+  EXPECT_EQ(report.Count(Kind::kBlockShared), 12000u);
+}
+
+// ---- Text and JSON --------------------------------------------------------------------------------------------------
+
+TEST(ReportText, clean_isASummaryAlone) {
+  EXPECT_EQ(ToText(Inspect(ImageBuilder(1024, 32))),
+            "0 files with 0 bytes, 1 directories, 255 free nodes; 2 blocks of 1024 bytes, 0 free, 0 leaked\n"
+            "clean: 0 damages, 0 half-made operations, 0 leaks, 0 notes\n");
+}
+
+TEST(ReportText, finding_namesItsPlace) {
+  Small image;
+  image.Put32(52, 1);
+  image.Put16(image.NodeOffset(4) + 4, 5);
+  const std::string text = ToText(Inspect(image));
+  EXPECT_EQ(text.substr(0, text.find('\n')), "damage    node-number at /D/B, node 4, block 1, byte " +
+                                                 std::to_string(image.NodeOffset(4) + 4) +
+                                                 ": the slot carries number 5 instead of its own");
+  EXPECT_NE(text.find("damaged, marked as being updated: 1 damages"), std::string::npos);
+}
+
+TEST(ReportJson, finding_isAnObjectWithItsPlace) {
+  Small image;
+  image.PutText(image.EntryOffset(1, 2) + 2, "\"\\\x01");
+  const std::string json = ToJson(Inspect(image));
+  EXPECT_EQ(json.find("{\"verdict\":\"damaged\",\"marked\":false,\"readable\":true,\"damage\":1,"), 0u);
+  EXPECT_NE(
+      json.find("{\"severity\":\"damage\",\"kind\":\"name-illegal\",\"node\":1,\"path\":\"/\",\"block\":2,\"offset\":" +
+                std::to_string(image.EntryOffset(1, 2) + 2) +
+                ",\"count\":1,\"text\":\"the name \\\"\\\"\\\\x5c\\\\x01\\\" is not one that a path can hold\"}"),
+      std::string::npos)
+      << json;
+}
+
+TEST(FindingKinds, names_areUnique) {
+  for (std::size_t a = 0; a < kKinds; ++a) {
+    for (std::size_t b = a + 1; b < kKinds; ++b) {
+      EXPECT_STRNE(Name(static_cast<Kind>(a)), Name(static_cast<Kind>(b)));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace orba::inspect
