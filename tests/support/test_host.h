@@ -15,8 +15,8 @@
 //     if (!failed) break;
 //     ... judge result, error code and bytes ...
 //   }
-// Asking for what cannot be (a missing file, an n of 0, a host code of 0, a state after
-// more writes than there were) throws.
+// Asking for what cannot be (a missing file, an n of 0, a host code of 0, a state after more writes than there were)
+// throws.
 #pragma once
 
 #include <stddef.h>
