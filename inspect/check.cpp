@@ -106,7 +106,6 @@ bool ReadTable(Work* work) {
   work->givenBack.resize(blocks);
   work->chainMark.resize(blocks);
   work->chainPlace.resize(blocks);
-  work->firstBlockRead.resize(model.nodes.size());
   return true;
 }
 
@@ -143,7 +142,7 @@ void ReadSlot(Work* work, NodeInfo* node, std::uint32_t block, const std::uint8_
     work->Add(Kind::kNodeNumber, {node->number, block, node->offset + 4},
               "the slot carries number " + to_string(node->record.number) + " instead of its own");
   }
-  node->readable = signature || number;
+  node->readable = signature || number || IsPlausible(work->geometry(), node->number, node->record);
   if (node->readable && node->state == NodeState::kLost) node->state = NodeState::kUsed;
 }
 
@@ -199,17 +198,6 @@ void ReadNodeBlocks(Work* work) {
 }
 
 // ---- Nodes ----------------------------------------------------------------------------------------------------------
-
-bool IsDate(const TimeStamp& time) {
-  static const std::uint8_t kDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  return time.year >= 1601 && time.month >= 1 && time.month <= 12 && time.day >= 1 &&
-         time.day <= kDays[time.month - 1] && time.hour < 24 && time.minute < 60 && time.second < 60;
-}
-
-bool AreLegal(std::uint32_t node, std::uint16_t attributes) {
-  if (node == kRootNode) return attributes == kRootAttributes;
-  return attributes == ORB_NODE_DIRECTORY || (attributes & ~(kNodeReadOnly | kNodeUserFlag)) == 0;
-}
 
 void CheckRecord(Work* work, const NodeInfo& node) {
   const OrbNodeRecord& record = node.record;
@@ -367,6 +355,26 @@ const char* Name(BlockUse use) {
 
 bool Model::IsFreeBit(std::uint32_t number) const {
   return (bitmap[(number - 1) / 8] & (0x80 >> ((number - 1) % 8))) != 0;
+}
+
+bool IsDate(const TimeStamp& time) {
+  static const std::uint8_t kDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  return time.year >= 1601 && time.month >= 1 && time.month <= 12 && time.day >= 1 &&
+         time.day <= kDays[time.month - 1] && time.hour < 24 && time.minute < 60 && time.second < 60;
+}
+
+bool AreLegal(std::uint32_t node, std::uint16_t attributes) {
+  if (node == kRootNode) return attributes == kRootAttributes;
+  return attributes == ORB_NODE_DIRECTORY || (attributes & ~(kNodeReadOnly | kNodeUserFlag)) == 0;
+}
+
+bool IsPlausible(const Geometry& geometry, std::uint32_t node, const OrbNodeRecord& record) {
+  bool plausible = AreLegal(node, record.attributes) && IsDate(record.time) && record.time.reserved == 0 &&
+                   record.size < kContainerLimit && record.indirect <= geometry.blocks &&
+                   record.doubleIndirect <= geometry.blocks;
+  for (const std::uint32_t word : record.reserved) plausible &= word == 0;
+  for (const std::uint32_t block : record.direct) plausible &= block <= geometry.blocks;
+  return plausible;
 }
 
 std::string PathOf(const Model& model, std::uint32_t number) {

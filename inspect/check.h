@@ -78,12 +78,45 @@ enum class Reach : std::uint8_t {
   kCycle,   // it lies in or below directories that contain each other
 };
 
+// What a walk over a node's block map found. Indices are logical blocks.
+struct MapSummary {
+  std::uint64_t needed = 0;   // blocks that the size needs, at most what a map can hold
+  std::uint64_t present = 0;  // of those, slots that name a block of the container
+  std::uint64_t end = 0;      // one past the last of them
+  std::uint64_t holes = 0;    // empty slots below the size in map blocks that are there
+  std::uint64_t firstHole = 0;
+  std::uint64_t holeOffset = 0;  // of the first one's slot
+  std::uint64_t extras = 0;      // slots in use past the size
+  std::uint64_t firstExtra = 0;
+  std::uint64_t extraOffset = 0;
+  std::uint32_t extraBlock = 0;
+  bool shrinkHalfMade = false;
+  bool growthHalfMade = false;
+  bool doubleGap = false;  // the double-indirect block goes on after an empty slot
+};
+
+// What a directory's blocks hold beside its entries.
+struct DirectorySummary {
+  bool firstBlockRead = false;     // "." and ".." can be judged
+  bool lastBlockIsRecord = false;  // the last block was given back and holds a free-chain record
+  bool removalHalfMade = false;
+  bool appendHalfMade = false;
+  std::uint32_t holes = 0;  // entries inside the size with number 0
+  std::uint64_t firstHole = 0;
+  std::uint64_t holeOffset = 0;
+  std::uint32_t holeBlock = 0;
+  std::uint32_t past = 0;  // entries behind the size, up to the end mark
+  bool behindEnd = false;  // numbers behind the end mark
+};
+
 struct NodeInfo {
   std::uint16_t number = 0;
   NodeState state = NodeState::kFree;
   bool readable = false;  // `record` holds what the slot holds (of a free node too)
   OrbNodeRecord record = {};
-  std::uint64_t offset = 0;      // of the slot
+  std::uint64_t offset = 0;  // of the slot, 0 = no node block holds it
+  MapSummary map;
+  DirectorySummary directory;
   std::vector<Entry> entries;    // of a directory in use: every entry with a number, in order, also those past the size
   std::vector<NameRef> names;    // entries that name it, half-made ones left out; "." and ".." are no names
   std::vector<NameRef> pending;  // entries past a directory's size that name it
@@ -111,6 +144,16 @@ struct Model {
   bool IsNode(std::uint32_t number) const { return number != 0 && number < nodes.size(); }
   bool IsFreeBit(std::uint32_t number) const;  // number from 1 to 8 x M
 };
+
+// True when the time stamp is a date of the calendar.
+bool IsDate(const TimeStamp& time);
+
+// True for the attributes that this node may have.
+bool AreLegal(std::uint32_t node, std::uint16_t attributes);
+
+// True when the record, whatever its signature and number say, can only be that of a file or directory in use: attributes,
+// time stamp, reserved bytes and block numbers all are what they may be.
+bool IsPlausible(const Geometry& geometry, std::uint32_t node, const OrbNodeRecord& record);
 
 // "/", "/LOGS/DAY1.TXT"; for a node that the root does not lead to, a path from "(node 5)". Long paths lose their front.
 std::string PathOf(const Model& model, std::uint32_t node);

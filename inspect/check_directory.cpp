@@ -27,17 +27,9 @@ bool HoldsChainRecord(const Work& work, const std::vector<std::uint8_t>& bytes, 
   return next != kNoBlock || !model.IsNode(node) || model.nodes[node].state != NodeState::kUsed;
 }
 
-struct Parse {
-  std::uint32_t holes = 0;
-  std::uint64_t firstHole = 0, holeOffset = 0;
-  std::uint32_t holeBlock = 0;
-  std::uint32_t past = 0;  // entries behind the size
-  bool ended = false;      // the end mark was met
-  bool late = false;       // a number behind the end mark was met
-};
-
 void TakeBlock(Work* work, NodeInfo* directory, const DirectoryBlock& at, const std::vector<std::uint8_t>& bytes,
-               Parse* parse) {
+               bool* ended) {
+  DirectorySummary& found = directory->directory;
   const Geometry& geometry = work->geometry();
   const std::uint32_t count = EntryCount(*directory);
   for (std::uint32_t slot = 0; slot < geometry.entriesPerBlock(); ++slot) {
@@ -49,15 +41,15 @@ void TakeBlock(Work* work, NodeInfo* directory, const DirectoryBlock& at, const 
     entry.pastSize = index >= count;
     entry.record = DecodeEntry(&bytes[slot * kDirEntrySize]);
     const bool empty = entry.record.node == 0;
-    if (!entry.pastSize && empty && parse->holes++ == 0) {
-      parse->firstHole = index;
-      parse->holeOffset = entry.offset;
-      parse->holeBlock = at.block;
+    if (!entry.pastSize && empty && found.holes++ == 0) {
+      found.firstHole = index;
+      found.holeOffset = entry.offset;
+      found.holeBlock = at.block;
     }
-    if (entry.pastSize && parse->ended && !empty) parse->late = true;
-    if (entry.pastSize && empty) parse->ended = true;
-    if (empty || parse->ended) continue;
-    if (entry.pastSize) ++parse->past;
+    if (entry.pastSize && *ended && !empty) found.behindEnd = true;
+    if (entry.pastSize && empty) *ended = true;
+    if (empty || *ended) continue;
+    if (entry.pastSize) ++found.past;
     directory->entries.push_back(entry);
   }
 }
@@ -67,43 +59,45 @@ bool NamesUsedNode(const Model& model, const Entry& entry) {
   return model.IsNode(number) && number != kRootNode && model.nodes[number].state == NodeState::kUsed;
 }
 
-void JudgeHoles(Work* work, const NodeInfo& directory, const Parse& parse) {
-  const std::uint32_t count = EntryCount(directory);
-  const Work::Place place = {directory.number, parse.holeBlock, parse.holeOffset, parse.holes};
-  const bool last = parse.holes == 1 && parse.firstHole + 1 == count && count > 2 &&
-                    parse.firstHole % work->geometry().entriesPerBlock() != 0;
-  if (last) {
+void JudgeHoles(Work* work, NodeInfo* directory) {
+  DirectorySummary& found = directory->directory;
+  const std::uint32_t count = EntryCount(*directory);
+  const Work::Place place = {directory->number, found.holeBlock, found.holeOffset, found.holes};
+  found.removalHalfMade = found.holes == 1 && found.firstHole + 1 == count && count > 2 &&
+                          found.firstHole % work->geometry().entriesPerBlock() != 0;
+  if (found.removalHalfMade) {
     work->Add(
         Kind::kRemovalHalfMade, place,
         "the last entry is cleared but the size still counts it: a removal was stopped before it stored the size");
   } else {
     work->Add(Kind::kDirHole, place,
-              to_string(parse.holes) + " entries inside the size have node number 0, the first is entry " +
-                  to_string(parse.firstHole) + "; a reader takes it for the directory's end");
+              to_string(found.holes) + " entries inside the size have node number 0, the first is entry " +
+                  to_string(found.firstHole) + "; a reader takes it for the directory's end");
   }
 }
 
-void JudgePast(Work* work, const NodeInfo& directory, const Parse& parse) {
-  const auto past =
-      std::find_if(directory.entries.begin(), directory.entries.end(), [](const Entry& e) { return e.pastSize; });
-  const Work::Place place = {directory.number, past->block, past->offset, parse.past};
+void JudgePast(Work* work, NodeInfo* directory) {
+  DirectorySummary& found = directory->directory;
+  const auto past = std::find_if(directory->entries.begin(), directory->entries.end(),
+                                 [](const Entry& entry) { return entry.pastSize; });
+  const Work::Place place = {directory->number, past->block, past->offset, found.past};
   const std::string name = NameOf(past->record);
-  const bool halfMade = parse.past == 1 && directory.record.size % kDirEntrySize == 0 && IsLegalName(name) &&
-                        NamesUsedNode(work->report.model, *past);
-  if (halfMade) {
+  found.appendHalfMade = found.past == 1 && directory->record.size % kDirEntrySize == 0 && IsLegalName(name) &&
+                         NamesUsedNode(work->report.model, *past);
+  if (found.appendHalfMade) {
     work->Add(Kind::kAppendHalfMade, place,
               "\"" + Printable(name) + "\" of " + NodeText(past->record.node) +
                   " stands just past the size: an entry was added, but not yet counted");
   } else {
     work->Add(Kind::kDirPastSize, place,
-              to_string(parse.past) + " entries follow the last one that the size counts, where an end mark should be");
+              to_string(found.past) + " entries follow the last one that the size counts, where an end mark should be");
   }
 }
 
 // ---- Judging entries and names --------------------------------------------------------------------------------------
 
 void CheckDots(Work* work, const NodeInfo& directory) {
-  if (!work->firstBlockRead[directory.number]) return;
+  if (!directory.directory.firstBlockRead) return;
   const Entry* dots[2] = {nullptr, nullptr};
   for (const Entry& entry : directory.entries) {
     if (entry.index < 2) dots[entry.index] = &entry;
@@ -243,28 +237,29 @@ std::uint16_t FindInCycle(const Model& model, std::uint16_t number) {
 
 void ParseDirectory(Work* work, NodeInfo* directory, const std::vector<DirectoryBlock>& blocks) {
   const Geometry& geometry = work->geometry();
+  DirectorySummary& found = directory->directory;
   const std::uint64_t last = geometry.BlocksFor(directory->record.size) - 1;
   const bool single = directory->record.size % geometry.blockSize == kDirEntrySize;  // one entry in the last block
-  Parse parse;
+  bool ended = false;
   for (const DirectoryBlock& at : blocks) {
     std::vector<std::uint8_t> bytes(geometry.blockSize);
     if (!work->Read(geometry.BlockOffset(at.block), bytes.data(), bytes.size())) continue;
-    if (at.index == 0) work->firstBlockRead[directory->number] = true;
+    found.firstBlockRead |= at.index == 0;
     if (single && at.index == last && last > 0) {
-      const bool record = HoldsChainRecord(*work, bytes, at.block);
-      if (record || work->chainMark[at.block] == kListed) {
+      found.lastBlockIsRecord = HoldsChainRecord(*work, bytes, at.block);
+      if (found.lastBlockIsRecord || work->chainMark[at.block] == kListed) {
         work->givenBack[at.block] = true;
         work->Add(Kind::kLastBlockGivenBack, {directory->number, at.block, geometry.BlockOffset(at.block)},
                   BlockText(at.block) +
                       ", the directory's last, is already free: a removal was stopped before it stored the size");
       }
-      if (record) continue;
+      if (found.lastBlockIsRecord) continue;
     }
-    TakeBlock(work, directory, at, bytes, &parse);
+    TakeBlock(work, directory, at, bytes, &ended);
   }
-  if (parse.holes > 0) JudgeHoles(work, *directory, parse);
-  if (parse.past > 0) JudgePast(work, *directory, parse);
-  if (parse.late) {
+  if (found.holes > 0) JudgeHoles(work, directory);
+  if (found.past > 0) JudgePast(work, directory);
+  if (found.behindEnd) {
     work->Add(Kind::kDirAfterEnd, {directory->number}, "number fields behind the directory's end mark are not zero");
   }
 }

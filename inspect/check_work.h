@@ -22,9 +22,6 @@ struct Work {
   std::vector<std::uint8_t> chainMark;    // ChainMark
   std::vector<std::uint32_t> chainPlace;  // the record that is it, or lists it
 
-  // By node number: the first block of a directory was read, so "." and ".." can be judged.
-  std::vector<bool> firstBlockRead;
-
   Model& model() { return report.model; }
   const Geometry& geometry() const { return report.model.geometry; }
 
