@@ -30,13 +30,16 @@ bool WriteStateFlags(Volume* volume) {
   return false;
 }
 
-}  // namespace
-
-uint32_t BlockPosition(const Volume* volume, uint32_t block) {
+// The container position of a byte in a block; 0xFFFFFFFF where it does not fit 32 bits, as for any byte of block 0.
+uint32_t BytePosition(const Volume* volume, uint32_t block, uint32_t offset) {
   const uint64_t position =
-      volume->header.dataOffset + (static_cast<uint64_t>(block - 1) << BlockShift(volume));  // block 0: far out
+      volume->header.dataOffset + (static_cast<uint64_t>(block - 1) << BlockShift(volume)) + offset;
   return position <= 0xFFFFFFFF ? static_cast<uint32_t>(position) : 0xFFFFFFFF;
 }
+
+}  // namespace
+
+uint32_t BlockPosition(const Volume* volume, uint32_t block) { return BytePosition(volume, block, 0); }
 
 bool ReadVolumeBytes(Volume* volume, void* buffer, uint32_t position, uint32_t length) {
   uint32_t read = 0;
@@ -59,7 +62,7 @@ bool ReadBlock(void* buffer, Volume* volume, uint32_t block) {
 }
 
 bool ReadBlockBytes(void* buffer, Volume* volume, uint32_t block, uint32_t offset, uint32_t length) {
-  return ReadVolumeBytes(volume, buffer, BlockPosition(volume, block) + offset, length);
+  return ReadVolumeBytes(volume, buffer, BytePosition(volume, block, offset), length);
 }
 
 bool WriteBlock(const void* buffer, Volume* volume, uint32_t block, uint32_t flags) {
@@ -68,7 +71,7 @@ bool WriteBlock(const void* buffer, Volume* volume, uint32_t block, uint32_t fla
 
 bool WriteBlockBytes(const void* buffer, Volume* volume, uint32_t block, uint32_t flags, uint32_t offset,
                      uint32_t length) {
-  return WriteVolumeBytes(volume, buffer, BlockPosition(volume, block) + offset, length, flags);
+  return WriteVolumeBytes(volume, buffer, BytePosition(volume, block, offset), length, flags);
 }
 
 bool MarkVolumeDirty(Volume* volume) {
