@@ -23,10 +23,12 @@ constexpr WideText kSeekName("SeekMemFile");
 constexpr WideText kGetSizeName("GetMemFileSize");
 constexpr WideText kDeleteName("DeleteMemFile");
 
-// An entry point missing from the library is no error here: its slot stays null.
+// An entry point missing from the library is no error here: its slot stays null. Where loading fails, one that was loaded
+// before stays as it is, for it still has to be unloaded.
 bool LoadMemFileLibrary() {
-  g_hMemFile = coredll::LoadLibraryW(kLibraryName.text);
-  if (g_hMemFile == nullptr) return Fail(ORB_ERROR_MEMFILE_NOT_FOUND);
+  const coredll::Module loaded = coredll::LoadLibraryW(kLibraryName.text);
+  if (loaded == nullptr) return Fail(ORB_ERROR_MEMFILE_NOT_FOUND);
+  g_hMemFile = loaded;
   const WideChar* const names[kEntryPoints] = {kCreateName.text, kReadName.text,    kWriteName.text,
                                                kSeekName.text,   kGetSizeName.text, kDeleteName.text};
   for (int i = 0; i < kEntryPoints; ++i) g_MemFileEntry[i] = coredll::GetProcAddressW(g_hMemFile, names[i]);
