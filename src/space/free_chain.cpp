@@ -73,7 +73,11 @@ uint32_t PopRecord(Volume* volume) {
   const uint32_t block = volume->header.freeChainHead;
   volume->header.freeChainHead = volume->freeChain->next;
   if (!StoreVolumeHeader(volume)) {
-    ReleaseCache(volume);  // it is no longer the head's (V4)
+    if (GetError() == ORB_ERROR_OUT_OF_MEMORY) {  // nothing was written: the head stays what it was
+      volume->header.freeChainHead = block;
+    } else {
+      ReleaseCache(volume);  // it is no longer the head's (V4)
+    }
     return kNoBlock;
   }
   return LoadFreeChain(volume) ? block : kNoBlock;
