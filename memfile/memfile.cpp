@@ -44,8 +44,8 @@ bool GrowTable(U32 entries) {
   return true;
 }
 
-// Provides the chunks of the bytes from `begin` to before `end`, false without memory. Chunks obtained before memory ran
-// out stay: they are zeros, which is what their bytes were.
+// Provides the chunks of the bytes from `begin` to before `end`, false without memory. Chunks obtained before memory
+// ran out stay: they are zeros, which is what their bytes were.
 bool ProvideChunks(U32 begin, U32 end) {
   const U32 last = (end - 1) / kChunkSize;
   if (!GrowTable(last + 1)) return false;

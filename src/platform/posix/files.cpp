@@ -92,8 +92,8 @@ int OpenDescriptor(const char* path, int flags) {
   return descriptor;
 }
 
-// Exchanges a descriptor that stands for standard input or output, in a process that closed them, for one that does not:
-// a message printed there would land in the file. False, with errno, without another descriptor.
+// Exchanges a descriptor that stands for standard input or output, in a process that closed them, for one that does
+// not: a message printed there would land in the file. False, with errno, without another descriptor.
 bool LeaveStandardStreams(int* descriptor) {
   if (*descriptor > STDERR_FILENO) return true;
   const int other = fcntl(*descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);

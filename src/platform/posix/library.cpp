@@ -14,15 +14,16 @@ namespace {
 
 // The loader reports a folder without saying how long it may be: a current directory and a path relative to it.
 constexpr size_t kFolderSize = 2 * PATH_MAX;
+constexpr size_t kFileSize = NAME_MAX + sizeof "lib.so";
 
 // Makes libNAME.so of "NAME.dll" or "NAME". False for a name that is no bare file name.
-bool SharedObjectName(const WideChar* name, char* out, size_t outSize) {
+bool SharedObjectName(const WideChar* name, char (&out)[kFileSize]) {
   char base[NAME_MAX + 1];
   if (!posix::Utf8FromWide(name, base, sizeof base) || strchr(base, '/') != nullptr) return false;
   char* extension = strrchr(base, '.');
   if (extension != nullptr && strcasecmp(extension, ".dll") == 0) *extension = '\0';
-  const int length = snprintf(out, outSize, "lib%s.so", base);
-  return length > 0 && static_cast<size_t>(length) < outSize;
+  snprintf(out, sizeof out, "lib%s.so", base);
+  return true;
 }
 
 // The folder from which the object that holds this function was loaded, whatever became of the current directory since.
@@ -46,11 +47,11 @@ coredll::Module coredll::LoadLibraryW(const WideChar* name) {
     posix::SetLastError(kHostInvalidParameter);
     return nullptr;
   }
-  char file[NAME_MAX + 1];
+  char file[kFileSize];
   char folder[kFolderSize];
   char path[kFolderSize + sizeof file];
   Module module = nullptr;
-  if (SharedObjectName(name, file, sizeof file)) {
+  if (SharedObjectName(name, file)) {
     if (OwnFolder(folder)) {
       snprintf(path, sizeof path, "%s/%s", folder, file);
       module = dlopen(path, RTLD_NOW | RTLD_LOCAL);
