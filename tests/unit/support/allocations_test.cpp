@@ -86,6 +86,19 @@ TEST_F(Allocations, nth_allocation_fails_from_then_on_until_cleared) {
   free(memory);
 }
 
+TEST_F(Allocations, clear_faults_and_reset_end_a_failure_ordered) {
+  FailNthAllocation(1);
+  ClearFaults();
+  uint8_t* a = Malloc(1);
+  EXPECT_NE(a, nullptr);
+  free(a);
+  FailNthAllocation(1);
+  ResetHost();
+  uint8_t* b = Malloc(1);
+  EXPECT_NE(b, nullptr);
+  free(b);
+}
+
 TEST_F(Allocations, failing_allocation_spares_the_test_itself) {
   FailNthAllocation(1, Repeat::kFromThenOn);
   const Bytes bytes(100000, 1);
