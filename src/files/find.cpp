@@ -4,7 +4,6 @@
 #include <string.h>
 
 #include "files/open_file.h"
-#include "files/slots.h"
 #include "interface/error.h"
 #include "namespace/directory.h"
 #include "namespace/name.h"
@@ -23,15 +22,15 @@ static_assert(sizeof(OrbFindDataA) == 48 && sizeof(OrbTime) == sizeof(TimeStamp)
 static_assert(offsetof(OrbFindDataA, size) == 12 && offsetof(OrbFindDataA, name) == 16, "callers know these bytes");
 static_assert(sizeof(OrbFindDataW) == 136 && offsetof(OrbFindDataW, name) == 16, "callers know these bytes");
 
+const SlotTable kSearches = {g_FindTable, sizeof g_FindTable[0], kFindSlots, kFindHandleTag,
+                             ORB_ERROR_TOO_MANY_SEARCHES};
+
+OrbFindEntry* SearchOf(uint32_t handle) { return static_cast<OrbFindEntry*>(SlotOfHandle(kSearches, handle)); }
+
 char* CopyPattern(const char* pattern) {
   if (pattern[0] == '\0') pattern = "*";
-  char* const copy = static_cast<char*>(malloc(strlen(pattern) + 2));
-  if (copy == nullptr) {
-    Fail(ORB_ERROR_OUT_OF_MEMORY);
-  } else {
-    strcpy(copy, pattern);
-  }
-  return copy;
+  char* const copy = static_cast<char*>(Allocate(static_cast<uint32_t>(strlen(pattern)) + 2));
+  return copy != nullptr ? strcpy(copy, pattern) : nullptr;
 }
 
 // Moves on to the next entry that matches, or returns null. The entry lies in the buffer, the offset behind it.
@@ -64,17 +63,20 @@ uint32_t OrbFindOpen(OrbNode* directory, const char* pattern) {
     Fail(ORB_ERROR_NOT_A_DIRECTORY);
   } else if (strlen(pattern) > ORB_MAX_NAME) {
     Fail(ORB_ERROR_INVALID_NAME);
-  } else if (FindFreeSlot(directory, g_FindTable, &g_dwFindCursor, ORB_ERROR_TOO_MANY_SEARCHES)) {
+  } else if (FindFreeSlot(kSearches, directory, &g_dwFindCursor)) {
     char* const copy = CopyPattern(pattern);
     if (copy == nullptr) return kFindFailed;
-    g_FindTable[g_dwFindCursor] = {OrbNodeAddRef(directory), 0, copy};
-    return MakeHandle(kFindHandleTag, g_dwFindCursor);
+    OrbFindEntry* const search = &g_FindTable[g_dwFindCursor];
+    search->node = OrbNodeAddRef(directory);
+    search->offset = 0;
+    search->pattern = copy;
+    return kFindHandleTag | g_dwFindCursor;
   }
   return kFindFailed;
 }
 
 bool OrbFindNext(uint32_t handle, OrbFindDataA* found) {
-  OrbFindEntry* const search = SlotOf(handle, g_FindTable, kFindHandleTag);
+  OrbFindEntry* const search = SearchOf(handle);
   if (search == nullptr) return false;
   Volume* const volume = search->node->volume;
   if (volume == nullptr) return Fail(ORB_ERROR_INVALID_HANDLE);  // unmounted under the search
@@ -97,7 +99,7 @@ bool OrbFindNext(uint32_t handle, OrbFindDataA* found) {
 }
 
 bool OrbFindCloseHandle(uint32_t handle) {
-  OrbFindEntry* const search = SlotOf(handle, g_FindTable, kFindHandleTag);
+  OrbFindEntry* const search = SearchOf(handle);
   if (search == nullptr) return false;
   OrbNodeRelease(search->node);
   search->node = nullptr;
@@ -111,7 +113,7 @@ bool OrbCloseVolumeFinds(const Volume* volume) {
   for (uint32_t slot = 0; slot < kFindSlots; ++slot) {
     const OrbNode* const node = g_FindTable[slot].node;
     if (node == nullptr || node->volume != volume) continue;
-    if (!OrbCloseOpenFile(MakeHandle(kFindHandleTag, slot))) closed = false;
+    if (!OrbCloseOpenFile(kFindHandleTag | slot)) closed = false;
   }
   return closed;
 }

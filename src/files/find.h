@@ -8,6 +8,7 @@
 
 #include <stdint.h>
 
+#include "files/slots.h"
 #include "namespace/node.h"
 #include "orba.h"
 
@@ -17,10 +18,9 @@ constexpr uint32_t kFindHandleTag = 0x20000;
 constexpr uint32_t kFindSlots = 64;
 constexpr uint32_t kFindFailed = 0xFFFFFFFF;
 
-struct OrbFindEntry {
-  OrbNode* node;    // the directory; null = free slot
-  uint32_t offset;  // of the next entry to look at, bytes into the directory
-  char* pattern;    // owned
+struct OrbFindEntry : Slot {  // the node is the directory
+  uint32_t offset;            // of the next entry to look at, bytes into the directory
+  char* pattern;              // owned
 };
 
 extern OrbFindEntry g_FindTable[kFindSlots];

@@ -7,6 +7,7 @@
 #include "namespace/directory.h"
 #include "namespace/name.h"
 #include "namespace/path.h"
+#include "space/scratch.h"
 
 namespace orba {
 
@@ -14,9 +15,7 @@ namespace {
 
 struct NodeChain {
   OrbNode** const nodes;
-  NodeChain() : nodes(static_cast<OrbNode**>(calloc(kMaxLevels, sizeof(OrbNode*)))) {
-    if (nodes == nullptr) Fail(ORB_ERROR_OUT_OF_MEMORY);
-  }
+  NodeChain() : nodes(static_cast<OrbNode**>(AllocateZeroed(kMaxLevels * sizeof(OrbNode*)))) {}
   ~NodeChain() { OrbReleaseNodeChain(nodes); }
   NodeChain(const NodeChain&) = delete;
   NodeChain& operator=(const NodeChain&) = delete;

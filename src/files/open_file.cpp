@@ -1,6 +1,5 @@
 #include "files/open_file.h"
 
-#include "files/slots.h"
 #include "interface/error.h"
 #include "storage/container.h"
 
@@ -10,6 +9,9 @@ OrbOpenFileEntry g_OpenFileTable[kOpenFileSlots];
 uint32_t g_dwOpenFileCursor;
 
 namespace {
+
+const SlotTable kOpenFiles = {g_OpenFileTable, sizeof g_OpenFileTable[0], kOpenFileSlots, ORB_OPEN_HANDLE_TAG,
+                              ORB_ERROR_TOO_MANY_OPEN_FILES};
 
 bool CanOpen(const OrbNode* node, uint32_t mode) {
   if (!OrbNodeIsValid(node)) return Fail(ORB_ERROR_PATH_NOT_FOUND);
@@ -25,13 +27,16 @@ bool Flush(const OrbOpenFileEntry* file) { return ContainerFlush(file->node->vol
 
 uint32_t OrbOpenFile(OrbNode* node, uint16_t mode) {
   if (!CanOpen(node, mode)) return kOpenFailed;
-  if (!FindFreeSlot(node, g_OpenFileTable, &g_dwOpenFileCursor, ORB_ERROR_TOO_MANY_OPEN_FILES)) return kOpenFailed;
+  if (!FindFreeSlot(kOpenFiles, node, &g_dwOpenFileCursor)) return kOpenFailed;
   if (node->references >= 2) {
     Fail(ORB_ERROR_IN_USE);
     return kOpenFailed;
   }
-  g_OpenFileTable[g_dwOpenFileCursor] = {OrbNodeAddRef(node), 0, mode};
-  return MakeHandle(ORB_OPEN_HANDLE_TAG, g_dwOpenFileCursor);
+  OrbOpenFileEntry* const file = &g_OpenFileTable[g_dwOpenFileCursor];
+  file->node = OrbNodeAddRef(node);
+  file->position = 0;
+  file->mode = mode;
+  return ORB_OPEN_HANDLE_TAG | g_dwOpenFileCursor;
 }
 
 bool OrbFlushFile(uint32_t handle) {
@@ -58,7 +63,7 @@ bool OrbCloseVolumeFiles(const Volume* volume) {
   for (uint32_t slot = 0; slot < kOpenFileSlots; ++slot) {
     const OrbNode* const node = g_OpenFileTable[slot].node;
     if (node == nullptr || node->volume != volume) continue;
-    if (!OrbCloseOpenFile(MakeHandle(ORB_OPEN_HANDLE_TAG, slot))) closed = false;
+    if (!OrbCloseOpenFile(ORB_OPEN_HANDLE_TAG | slot)) closed = false;
   }
   return closed;
 }
@@ -70,6 +75,8 @@ Volume* OrbGetHandleVolume(uint32_t handle) {
   return file != nullptr ? file->node->volume : nullptr;
 }
 
-OrbOpenFileEntry* OpenFileOf(uint32_t handle) { return SlotOf(handle, g_OpenFileTable, ORB_OPEN_HANDLE_TAG); }
+OrbOpenFileEntry* OpenFileOf(uint32_t handle) {
+  return static_cast<OrbOpenFileEntry*>(SlotOfHandle(kOpenFiles, handle));
+}
 
 }  // namespace orba

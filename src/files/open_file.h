@@ -7,6 +7,7 @@
 
 #include <stdint.h>
 
+#include "files/slots.h"
 #include "namespace/node.h"
 
 namespace orba {
@@ -15,8 +16,7 @@ constexpr uint32_t ORB_OPEN_HANDLE_TAG = 0x10000;
 constexpr uint32_t kOpenFileSlots = 128;
 constexpr uint32_t kOpenFailed = 0xFFFFFFFF;
 
-struct OrbOpenFileEntry {
-  OrbNode* node;      // null = free slot
+struct OrbOpenFileEntry : Slot {
   uint32_t position;  // 0 to the file's size
   uint16_t mode;      // ORB_OPEN_READ, ORB_OPEN_WRITE
 };

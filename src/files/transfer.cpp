@@ -80,7 +80,7 @@ uint32_t OrbSeekFile(uint32_t handle, int32_t distance, uint32_t origin) {
   return file->position;
 }
 
-bool OrbReadOpenFile(uint32_t handle, void* buffer, uint32_t count, uint32_t* done) {
+bool OrbReadOpenFile(uint32_t handle, void* buffer, uint32_t count, OrbU32* done) {
   *done = 0;
   OrbOpenFileEntry* const file = OpenFileWithMode(handle, ORB_OPEN_READ);
   if (file == nullptr) return false;
@@ -99,7 +99,7 @@ bool OrbReadOpenFile(uint32_t handle, void* buffer, uint32_t count, uint32_t* do
   return true;
 }
 
-bool OrbWriteOpenFile(uint32_t handle, const void* buffer, uint32_t count, uint32_t* done) {
+bool OrbWriteOpenFile(uint32_t handle, const void* buffer, uint32_t count, OrbU32* done) {
   *done = 0;
   OrbOpenFileEntry* const file = OpenFileWithMode(handle, ORB_OPEN_WRITE);
   if (file == nullptr) return false;

@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include "namespace/node.h"
+#include "orba.h"
 
 namespace orba {
 
@@ -16,14 +17,14 @@ uint32_t OrbSeekFile(uint32_t handle, int32_t distance, uint32_t origin);
 
 // Reads up to count bytes. *done is 0 first, then what was read, also on failure.
 //   fails  ORB_ERROR_INVALID_HANDLE, ORB_ERROR_ACCESS_DENIED (not open for reading), codes from below
-bool OrbReadOpenFile(uint32_t handle, void* buffer, uint32_t count, uint32_t* done);
+bool OrbReadOpenFile(uint32_t handle, void* buffer, uint32_t count, OrbU32* done);
 
 // Writes count bytes, extending the file. *done is 0 first, then what was written, also on failure.
 //   fails   ORB_ERROR_INVALID_HANDLE, ORB_ERROR_ACCESS_DENIED (not open for writing), codes from below. The stored size
 //           covers what the block map reaches.
 //   writes  for each block: 1. the data, 2. its map entries, where it is new   3. where the file grew, the node: the
 //           commit point of that block
-bool OrbWriteOpenFile(uint32_t handle, const void* buffer, uint32_t count, uint32_t* done);
+bool OrbWriteOpenFile(uint32_t handle, const void* buffer, uint32_t count, OrbU32* done);
 
 // Sets the size; a position past the new end moves to it.
 //   fails  ORB_ERROR_INVALID_HANDLE, ORB_ERROR_INVALID_ARGUMENT (above 0x7FFFFFFF), ORB_ERROR_ACCESS_DENIED, codes from

@@ -34,6 +34,13 @@ OrbBool Commit(Volume* volume, bool done) {
   return OrbCommitVolume(volume) && done;
 }
 
+// Steps 4 and 5 of the frame: lets go of the directory that was worked on and commits its volume.
+OrbBool ReleaseAndCommit(OrbNode* directory, bool done) {
+  Volume* const volume = directory->volume;
+  OrbNodeRelease(directory);
+  return Commit(volume, done);
+}
+
 // Resolves a path to its node; `missing` is the code where resolution found nothing and said nothing.
 OrbNode* Resolve(const char* path, OrbU32 missing) {
   OrbNode* const node = OrbResolvePath(path);
@@ -91,10 +98,7 @@ OrbBool ORB_CALL OrbCreateFileA(const char* path, OrbU32 attributes) {
   char name[kNameSize];
   OrbNode* const parent = OrbWalkPath(name, path);
   if (parent == nullptr) return 0;
-  Volume* const volume = parent->volume;
-  const bool created = OrbCreateNodeAt(parent, name, static_cast<uint16_t>(attributes));
-  OrbNodeRelease(parent);
-  return Commit(volume, created);
+  return ReleaseAndCommit(parent, OrbCreateNodeAt(parent, name, static_cast<uint16_t>(attributes)));
 }
 
 OrbBool ORB_CALL OrbCreateDirectoryA(const char* path) { return OrbCreateFileA(path, ORB_ATTRIBUTE_DIRECTORY); }
@@ -107,11 +111,9 @@ OrbBool ORB_CALL OrbCopyFileA(const char* source, const char* target) {
   char name[kNameSize];
   OrbNode* const directory = OrbWalkPath(name, target);
   if (directory == nullptr) return 0;  // the source's reference is kept, deliberately: it then counts as in use
-  Volume* const volume = directory->volume;
   const bool copied = OrbCopyNodeTo(directory, name, file);
-  OrbNodeRelease(directory);
   OrbNodeRelease(file);
-  return Commit(volume, copied);
+  return ReleaseAndCommit(directory, copied);
 }
 
 OrbBool ORB_CALL OrbMoveFileA(const char* source, const char* target) {
@@ -123,11 +125,9 @@ OrbBool ORB_CALL OrbMoveFileA(const char* source, const char* target) {
   if (from == nullptr) return 0;
   OrbNode* const to = OrbWalkPath(toName, target);
   if (to == nullptr) return 0;  // the source directory's reference is kept, deliberately, as above
-  Volume* const volume = to->volume;
   const bool moved = OrbMoveNode(to, toName, from, fromName);
-  OrbNodeRelease(to);
   OrbNodeRelease(from);
-  return Commit(volume, moved);
+  return ReleaseAndCommit(to, moved);
 }
 
 OrbBool ORB_CALL OrbRenameFileA(const char* path, const char* newName) {
@@ -136,10 +136,7 @@ OrbBool ORB_CALL OrbRenameFileA(const char* path, const char* newName) {
   char name[kNameSize];
   OrbNode* const directory = OrbWalkPath(name, path);
   if (directory == nullptr) return 0;
-  Volume* const volume = directory->volume;
-  const bool renamed = OrbDirRenameEntry(directory, newName, name, true);
-  OrbNodeRelease(directory);
-  return Commit(volume, renamed);
+  return ReleaseAndCommit(directory, OrbDirRenameEntry(directory, newName, name, true));
 }
 
 OrbBool ORB_CALL OrbDeleteFileA(const char* path) {
@@ -148,10 +145,7 @@ OrbBool ORB_CALL OrbDeleteFileA(const char* path) {
   char name[kNameSize];
   OrbNode* const parent = OrbWalkPath(name, path);
   if (parent == nullptr) return 0;
-  Volume* const volume = parent->volume;
-  const bool deleted = OrbDeleteNodeAt(parent, name);
-  OrbNodeRelease(parent);
-  return Commit(volume, deleted);
+  return ReleaseAndCommit(parent, OrbDeleteNodeAt(parent, name));
 }
 
 OrbU32 ORB_CALL OrbGetFileAttributesA(const char* path) {

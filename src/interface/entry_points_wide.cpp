@@ -7,6 +7,23 @@ using namespace orba;
 
 namespace {
 
+// One string to convert, and a number to pass on.
+OrbU32 WithAnsi(const OrbWideChar* wide, OrbU32 (*call)(const char*, OrbU32), OrbU32 argument) {
+  const AnsiString ansi(wide);
+  return ansi.text != nullptr ? call(ansi.text, argument) : 0;
+}
+
+// Two strings to convert, in their order.
+OrbBool WithTwoAnsi(const OrbWideChar* first, const OrbWideChar* second,
+                    OrbBool(ORB_CALL* call)(const char*, const char*)) {
+  const AnsiString one(first);
+  if (one.text == nullptr) return 0;
+  const AnsiString two(second);
+  return two.text != nullptr ? call(one.text, two.text) : 0;
+}
+
+OrbU32 AsResult(OrbBool result) { return static_cast<OrbU32>(result); }
+
 // Converts a full path into the caller's buffer.
 OrbBool WidenPath(OrbWideChar* output, const char* path) {
   return OrbAnsiToWide(output, path, ORB_WIDE_PATH_BUFFER) > 0;
@@ -28,56 +45,51 @@ OrbBool ORB_CALL OrbGetVolumeInfoW(const OrbWideChar* volume, OrbU32* bitmapByte
 }
 
 OrbBool ORB_CALL OrbUnmountVolumeW(const OrbWideChar* volume) {
-  const AnsiString name(volume);
-  return name.text != nullptr ? OrbUnmountVolumeA(name.text) : 0;
+  return static_cast<OrbBool>(WithAnsi(
+      volume, [](const char* text, OrbU32) { return AsResult(OrbUnmountVolumeA(text)); }, 0));
 }
 
 OrbBool ORB_CALL OrbCreateFileW(const OrbWideChar* path, OrbU32 attributes) {
-  const AnsiString ansi(path);
-  return ansi.text != nullptr ? OrbCreateFileA(ansi.text, attributes) : 0;
+  return static_cast<OrbBool>(WithAnsi(
+      path, [](const char* text, OrbU32 argument) { return AsResult(OrbCreateFileA(text, argument)); }, attributes));
 }
 
 OrbBool ORB_CALL OrbCreateDirectoryW(const OrbWideChar* path) { return OrbCreateFileW(path, ORB_ATTRIBUTE_DIRECTORY); }
 
 OrbBool ORB_CALL OrbCopyFileW(const OrbWideChar* source, const OrbWideChar* target) {
-  const AnsiString from(source);
-  if (from.text == nullptr) return 0;
-  const AnsiString to(target);
-  return to.text != nullptr ? OrbCopyFileA(from.text, to.text) : 0;
+  return WithTwoAnsi(source, target, OrbCopyFileA);
 }
 
 OrbBool ORB_CALL OrbMoveFileW(const OrbWideChar* source, const OrbWideChar* target) {
-  const AnsiString from(source);
-  if (from.text == nullptr) return 0;
-  const AnsiString to(target);
-  return to.text != nullptr ? OrbMoveFileA(from.text, to.text) : 0;
+  return WithTwoAnsi(source, target, OrbMoveFileA);
 }
 
 OrbBool ORB_CALL OrbRenameFileW(const OrbWideChar* path, const OrbWideChar* newName) {
-  const AnsiString ansi(path);
-  if (ansi.text == nullptr) return 0;
-  const AnsiString name(newName);
-  return name.text != nullptr ? OrbRenameFileA(ansi.text, name.text) : 0;
+  return WithTwoAnsi(path, newName, OrbRenameFileA);
 }
 
 OrbBool ORB_CALL OrbDeleteFileW(const OrbWideChar* path) {
-  const AnsiString ansi(path);
-  return ansi.text != nullptr ? OrbDeleteFileA(ansi.text) : 0;
+  return static_cast<OrbBool>(WithAnsi(
+      path, [](const char* text, OrbU32) { return AsResult(OrbDeleteFileA(text)); }, 0));
 }
 
 OrbU32 ORB_CALL OrbGetFileAttributesW(const OrbWideChar* path) {
-  const AnsiString ansi(path);
-  return ansi.text != nullptr ? OrbGetFileAttributesA(ansi.text) : 0;
+  return WithAnsi(
+      path, [](const char* text, OrbU32) { return OrbGetFileAttributesA(text); }, 0);
 }
 
 OrbBool ORB_CALL OrbSetFileAttributesW(const OrbWideChar* path, OrbI32 attributes) {
-  const AnsiString ansi(path);
-  return ansi.text != nullptr ? OrbSetFileAttributesA(ansi.text, attributes) : 0;
+  return static_cast<OrbBool>(WithAnsi(
+      path,
+      [](const char* text, OrbU32 argument) {
+        return AsResult(OrbSetFileAttributesA(text, static_cast<OrbI32>(argument)));
+      },
+      static_cast<OrbU32>(attributes)));
 }
 
 OrbHandle ORB_CALL OrbOpenFileW(const OrbWideChar* path, OrbU32 mode) {
-  const AnsiString ansi(path);
-  return ansi.text != nullptr ? OrbOpenFileA(ansi.text, mode) : 0;
+  return WithAnsi(
+      path, [](const char* text, OrbU32 argument) { return OrbOpenFileA(text, argument); }, mode);
 }
 
 OrbBool ORB_CALL OrbGetCurrentDirectoryW(OrbWideChar* buffer) {
@@ -87,8 +99,8 @@ OrbBool ORB_CALL OrbGetCurrentDirectoryW(OrbWideChar* buffer) {
 }
 
 OrbBool ORB_CALL OrbSetCurrentDirectoryW(const OrbWideChar* path) {
-  const AnsiString ansi(path);
-  return ansi.text != nullptr ? OrbSetCurrentDirectoryA(ansi.text) : 0;
+  return static_cast<OrbBool>(WithAnsi(
+      path, [](const char* text, OrbU32) { return AsResult(OrbSetCurrentDirectoryA(text)); }, 0));
 }
 
 OrbBool ORB_CALL OrbGetFullPathNameW(OrbWideChar* output, const OrbWideChar* path) {

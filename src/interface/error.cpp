@@ -12,14 +12,10 @@ void SetError(uint32_t code) { g_dwLastError = code; }
 
 void ClearError() { g_dwLastError = ORB_ERROR_NONE; }
 
-bool Fail(uint32_t code) {
-  g_dwLastError = code;
-  return false;
-}
+void SetFailure(uint32_t codeWithoutClass) { g_dwLastError = codeWithoutClass ^ kFailureClass; }
 
-bool FailIfClear(uint32_t code) {
-  if (g_dwLastError == ORB_ERROR_NONE) g_dwLastError = code;
-  return false;
+void SetFailureIfClear(uint32_t codeWithoutClass) {
+  if (g_dwLastError == ORB_ERROR_NONE) SetFailure(codeWithoutClass);
 }
 
 bool IsOutOfSpace() {

@@ -17,14 +17,30 @@ uint32_t GetError();
 void SetError(uint32_t code);
 void ClearError();
 
-// Sets the code and returns false (0, ORB's BOOL failure), so that `return Fail(code)` says it all.
-bool Fail(uint32_t code);
+// Sets the code and returns false (0, the failing result nearly everywhere), so that `return Fail(code)` says it all.
+inline bool Fail(uint32_t code);
 
 // Fail, unless a more specific code is already set.
-bool FailIfClear(uint32_t code);
+inline bool FailIfClear(uint32_t code);
 
 // True where the present error is a lack of space or memory: the failures after which half-made work is undone. After
 // any other code what is on disk stays as it is, for nobody knows what further writes would do.
 bool IsOutOfSpace();
+
+// The class of all failure codes. The calls above hand on only what is left without it: a device's instruction holds a
+// small number, but takes another word for a 32-bit one, and there are a hundred places that fail.
+constexpr uint32_t kFailureClass = 0x30000000;
+[[gnu::noinline]] void SetFailure(uint32_t codeWithoutClass);
+[[gnu::noinline]] void SetFailureIfClear(uint32_t codeWithoutClass);
+
+inline bool Fail(uint32_t code) {
+  SetFailure(code ^ kFailureClass);
+  return false;
+}
+
+inline bool FailIfClear(uint32_t code) {
+  SetFailureIfClear(code ^ kFailureClass);
+  return false;
+}
 
 }  // namespace orba

@@ -24,8 +24,8 @@ int32_t OrbAnsiToWide(WideChar* out, const char* ansi, int32_t outChars);
 // An ANSI copy of a wide string for the length of one call; text is null where the conversion failed.
 struct AnsiString {
   char* const text;
-  explicit AnsiString(const WideChar* wide) : text(OrbWideToAnsiAlloc(wide)) {}
-  ~AnsiString() { free(text); }
+  [[gnu::always_inline]] explicit AnsiString(const WideChar* wide) : text(OrbWideToAnsiAlloc(wide)) {}
+  [[gnu::always_inline]] ~AnsiString() { free(text); }
   AnsiString(const AnsiString&) = delete;
   AnsiString& operator=(const AnsiString&) = delete;
 };

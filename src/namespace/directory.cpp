@@ -26,15 +26,20 @@ struct EntryPlace {
   OrbDirEntry* entry;  // in the buffer; null where nothing was found
 };
 
-struct DirBlock : Scratch {
-  explicit DirBlock(const OrbNode* directory) : Scratch(directory->volume->header.blockSize) {}
-  OrbDirEntry* Entries() const { return As<OrbDirEntry>(); }
-};
-
 bool CheckDirectory(const OrbNode* directory) {
   if (!OrbNodeIsValid(directory) || !IsDirectory(directory)) return Fail(ORB_ERROR_PATH_NOT_FOUND);
   return IsDirSizeSane(directory);
 }
+
+// Room for one block of a directory; bytes is null, with the error set, where the node is no sound directory either.
+void* AllocateDirBlock(const OrbNode* directory) {
+  return CheckDirectory(directory) ? Allocate(directory->volume->header.blockSize) : nullptr;
+}
+
+struct DirBlock : Scratch {
+  explicit DirBlock(const OrbNode* directory) : Scratch(AllocateDirBlock(directory)) {}
+  OrbDirEntry* Entries() const { return As<OrbDirEntry>(); }
+};
 
 uint32_t EntryCount(const OrbNode* directory) { return directory->record.size / kDirEntrySize; }
 
@@ -139,7 +144,6 @@ bool CloseHole(const DirBlock& buffer, const EntryPlace& hole, OrbNode* director
 }  // namespace
 
 uint16_t OrbDirLookup(OrbNode* directory, const char* name) {
-  if (!CheckDirectory(directory)) return 0;
   const DirBlock buffer(directory);
   if (buffer.bytes == nullptr) return 0;
   const EntryPlace place = FindEntry(buffer, directory, 0, name, 0);
@@ -154,7 +158,6 @@ OrbNode* OrbDirOpenChild(OrbNode* directory, const char* name) {
 
 bool OrbDirFindName(char* out, OrbNode* directory, uint16_t number) {
   out[0] = '\0';
-  if (!CheckDirectory(directory)) return false;
   const DirBlock buffer(directory);
   if (buffer.bytes == nullptr) return false;
   const EntryPlace place = FindEntry(buffer, directory, kFirstNamedEntry, nullptr, number);
@@ -207,14 +210,12 @@ OrbNode* OrbDirRemoveEntry(OrbNode* directory, const char* name, bool requireEmp
 }
 
 bool OrbDirIsEmpty(OrbNode* directory) {
-  if (!CheckDirectory(directory)) return false;
   const DirBlock buffer(directory);
   if (buffer.bytes == nullptr || ReadDirBlock(buffer, directory, 0) == kNoBlock) return false;
   return buffer.Entries()[kFirstNamedEntry].node == 0;
 }
 
 bool OrbDirSetParent(OrbNode* directory, uint16_t parent) {
-  if (!CheckDirectory(directory)) return false;
   const DirBlock buffer(directory);
   if (buffer.bytes == nullptr) return false;
   const uint32_t block = ReadDirBlock(buffer, directory, 0);

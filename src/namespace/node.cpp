@@ -7,6 +7,7 @@
 #include "interface/error.h"
 #include "interface/time_stamp.h"
 #include "space/block_io.h"
+#include "space/scratch.h"
 
 namespace orba {
 
@@ -69,11 +70,8 @@ OrbNode* OrbNodeAlloc() {
   if (node != nullptr) {
     Unlink(node);
   } else {
-    node = static_cast<OrbNode*>(malloc(sizeof(OrbNode)));
-    if (node == nullptr) {
-      Fail(ORB_ERROR_OUT_OF_MEMORY);
-      return nullptr;
-    }
+    node = static_cast<OrbNode*>(Allocate(sizeof(OrbNode)));
+    if (node == nullptr) return nullptr;
   }
   memset(node, 0, sizeof *node);
   node->references = 1;

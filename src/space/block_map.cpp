@@ -59,6 +59,21 @@ bool SetDoubleIndirect(OrbNode* node, const MapPlace& place, uint32_t block) {
   return false;
 }
 
+// Gives back a block-map block, then what its slots name up to the first zero one: data blocks at level 1, block-map
+// blocks of level 1 at level 2.
+bool ReleaseMapTree(Volume* volume, uint32_t mapBlock, uint32_t level) {
+  const Scratch map(volume->header.blockSize);
+  if (map.bytes == nullptr || !ReadBlock(map.bytes, volume, mapBlock)) return false;
+  if (!FreeBlock(volume, mapBlock)) return false;  // what it lists is in memory by now
+  for (uint32_t slot = 0; slot < volume->wordsPerBlock; ++slot) {
+    uint32_t block = map.As<uint32_t>()[slot];
+    if (block == kNoBlock) break;
+    ConvertField(&block);
+    if (!(level == 1 ? FreeBlock(volume, block) : ReleaseMapTree(volume, block, level - 1))) return false;
+  }
+  return true;
+}
+
 bool IsInsideMap(const Volume* volume, uint32_t i) {
   const uint32_t words = volume->wordsPerBlock;
   return i < kDirectBlocks + words + words * words;
@@ -136,29 +151,9 @@ bool ReleaseFileBlocks(OrbNode* node) {
   }
   if (direct[kDirectBlocks - 1] == kNoBlock || indirect == kNoBlock) return true;
   if (!ReleaseIndirectTree(volume, indirect)) return false;
-  if (doubleIndirect == kNoBlock) return true;
-
-  const Scratch map(volume->header.blockSize);
-  if (map.bytes == nullptr || !ReadBlock(map.bytes, volume, doubleIndirect)) return false;
-  if (!FreeBlock(volume, doubleIndirect)) return false;
-  uint32_t* const words = map.As<uint32_t>();
-  for (uint32_t slot = 0; slot < volume->wordsPerBlock && words[slot] != kNoBlock; ++slot) {
-    ConvertField(&words[slot]);
-    if (!ReleaseIndirectTree(volume, words[slot])) return false;
-  }
-  return true;
+  return doubleIndirect == kNoBlock || ReleaseMapTree(volume, doubleIndirect, 2);
 }
 
-bool ReleaseIndirectTree(Volume* volume, uint32_t mapBlock) {
-  const Scratch map(volume->header.blockSize);
-  if (map.bytes == nullptr || !ReadBlock(map.bytes, volume, mapBlock)) return false;
-  if (!FreeBlock(volume, mapBlock)) return false;  // what it lists is in memory by now
-  uint32_t* const words = map.As<uint32_t>();
-  for (uint32_t slot = 0; slot < volume->wordsPerBlock && words[slot] != kNoBlock; ++slot) {
-    ConvertField(&words[slot]);
-    if (!FreeBlock(volume, words[slot])) return false;
-  }
-  return true;
-}
+bool ReleaseIndirectTree(Volume* volume, uint32_t mapBlock) { return ReleaseMapTree(volume, mapBlock, 1); }
 
 }  // namespace orba

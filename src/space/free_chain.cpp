@@ -105,8 +105,8 @@ uint32_t TakeAtEnd(const Volume* volume) {
 //   2. the header, naming it
 bool PushRecord(Volume* volume, uint32_t block) {
   if (volume->freeChain == nullptr) {
-    volume->freeChain = static_cast<FreeChainRecord*>(calloc(1, volume->header.blockSize));
-    if (volume->freeChain == nullptr) return Fail(ORB_ERROR_OUT_OF_MEMORY);
+    volume->freeChain = static_cast<FreeChainRecord*>(AllocateZeroed(volume->header.blockSize));
+    if (volume->freeChain == nullptr) return false;
   } else {
     memset(volume->freeChain, 0, volume->header.blockSize);
   }
@@ -129,8 +129,8 @@ bool LoadFreeChain(Volume* volume) {
     return true;
   }
   if (volume->freeChain == nullptr) {
-    volume->freeChain = static_cast<FreeChainRecord*>(malloc(volume->header.blockSize));
-    if (volume->freeChain == nullptr) return Fail(ORB_ERROR_OUT_OF_MEMORY);
+    volume->freeChain = static_cast<FreeChainRecord*>(Allocate(volume->header.blockSize));
+    if (volume->freeChain == nullptr) return false;
   }
   if (!ReadBlock(volume->freeChain, volume, volume->header.freeChainHead)) {
     ReleaseCache(volume);

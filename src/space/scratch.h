@@ -4,14 +4,16 @@
 #include <stdint.h>
 #include <stdlib.h>
 
-#include "interface/error.h"
-
 namespace orba {
 
-// Holds size bytes; bytes is null, with ORB_ERROR_OUT_OF_MEMORY set, where memory ran out.
+// Takes memory, as malloc and calloc do; null with ORB_ERROR_OUT_OF_MEMORY set where there is none.
+void* Allocate(uint32_t size);
+void* AllocateZeroed(uint32_t size);
+
+// Owns a buffer; bytes is null where memory ran out.
 struct Scratch {
   uint8_t* const bytes;
-  explicit Scratch(uint32_t size) : bytes(Checked(malloc(size))) {}
+  explicit Scratch(uint32_t size) : Scratch(Allocate(size)) {}
   ~Scratch() { free(bytes); }
   Scratch(const Scratch&) = delete;
   Scratch& operator=(const Scratch&) = delete;
@@ -22,17 +24,12 @@ struct Scratch {
   }
 
  protected:
-  static uint8_t* Checked(void* memory) {
-    if (memory == nullptr) Fail(ORB_ERROR_OUT_OF_MEMORY);
-    return static_cast<uint8_t*>(memory);
-  }
-  struct Zeroed {};
-  Scratch(uint32_t size, Zeroed) : bytes(Checked(calloc(1, size))) {}
+  explicit Scratch(void* memory) : bytes(static_cast<uint8_t*>(memory)) {}
 };
 
 // The same, filled with zeros.
 struct ZeroedScratch : Scratch {
-  explicit ZeroedScratch(uint32_t size) : Scratch(size, Zeroed()) {}
+  explicit ZeroedScratch(uint32_t size) : Scratch(AllocateZeroed(size)) {}
 };
 
 }  // namespace orba

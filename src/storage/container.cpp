@@ -33,7 +33,6 @@ enum Operation { kCreate, kOpen, kRead, kWrite, kSeek, kGetSize };
 constexpr uint32_t kOperations = kGetSize + 1;
 
 constexpr uint8_t Low(uint32_t code) { return static_cast<uint8_t>(code); }  // every code here is 0x300000xx
-constexpr uint32_t kFailureClass = 0x30000000;
 
 // What a host code means to each operation; 0 stands for the operation's default, and so does every code without a row.
 struct HostCodeRow {
@@ -85,6 +84,12 @@ bool FailAsHost(Operation operation) {
   return Fail(kFailureClass | code);
 }
 
+// Counts a call that began at `start` and is over now.
+void CountCall(OrbU32* count, OrbU32* time, uint32_t start) {
+  *time += coredll::GetTickCount() - start;
+  ++*count;
+}
+
 coredll::Handle OpenHostFile(const WideChar* name, uint32_t disposition) {
   return coredll::CreateFileW(name, coredll::kGenericReadWrite, 0, nullptr, disposition, coredll::kRandomAccess, 0);
 }
@@ -110,8 +115,7 @@ bool ContainerRead(uint32_t container, void* buffer, uint32_t count, uint32_t* d
   if (container == kMemoryFile) return MemFileRead(buffer, count, done);
   const uint32_t start = coredll::GetTickCount();
   const int32_t read = coredll::ReadFile(container, buffer, count, done, nullptr);
-  g_dwReadTime += coredll::GetTickCount() - start;
-  ++g_dwReadCount;
+  CountCall(&g_dwReadCount, &g_dwReadTime, start);
   return read != 0 || FailAsHost(kRead);
 }
 
@@ -119,8 +123,7 @@ bool ContainerWrite(uint32_t container, const void* buffer, uint32_t count, uint
   if (container == kMemoryFile) return MemFileWrite(buffer, count, done);
   const uint32_t start = coredll::GetTickCount();
   const int32_t written = coredll::WriteFile(container, buffer, count, done, nullptr);
-  g_dwWriteTime += coredll::GetTickCount() - start;
-  ++g_dwWriteCount;
+  CountCall(&g_dwWriteCount, &g_dwWriteTime, start);
   if (written == 0) return FailAsHost(kWrite);
   return *done == count || Fail(ORB_ERROR_WRITE);
 }
@@ -129,8 +132,7 @@ uint32_t ContainerSeek(uint32_t container, int32_t distance, uint32_t method) {
   if (container == kMemoryFile) return MemFileSeek(distance, method);
   const uint32_t start = coredll::GetTickCount();
   const uint32_t position = coredll::SetFilePointer(container, distance, nullptr, method);
-  g_dwSeekTime += coredll::GetTickCount() - start;
-  ++g_dwSeekCount;
+  CountCall(&g_dwSeekCount, &g_dwSeekTime, start);
   if (position == coredll::kInvalidPosition) FailAsHost(kSeek);
   return position;
 }

@@ -42,43 +42,49 @@ void UnloadMemFileLibrary() {
   for (Procedure& entry : g_MemFileEntry) entry = nullptr;
 }
 
-// Returns the entry point as the function it is, or null with the error set.
-template <typename Function>
-Function* Bound(EntryPoint entry) {
+// The entry point, or null with the error set.
+Procedure Bound(EntryPoint entry) {
   if (g_MemFileEntry[entry] == nullptr) Fail(ORB_ERROR_NO_MEMFILE);
-  return reinterpret_cast<Function*>(g_MemFileEntry[entry]);
+  return g_MemFileEntry[entry];
 }
+
+using CreateFunction = uint32_t (*)();
+using ReadFunction = uint32_t (*)(void*, uint32_t, uint32_t*);
+using WriteFunction = uint32_t (*)(const void*, uint32_t, uint32_t*);
+using SeekFunction = uint32_t (*)(int32_t, uint32_t);
+using GetSizeFunction = uint32_t (*)();
+using DeleteFunction = uint32_t (*)();
 
 }  // namespace
 
 bool MemFileCreate() {
   if (!LoadMemFileLibrary()) return false;
-  auto* create = Bound<uint32_t()>(kCreateMemFile);
+  const auto create = reinterpret_cast<CreateFunction>(Bound(kCreateMemFile));
   return create != nullptr && create() != 0;
 }
 
 bool MemFileRead(void* buffer, uint32_t count, uint32_t* done) {
-  auto* read = Bound<uint32_t(void*, uint32_t, uint32_t*)>(kReadMemFile);
+  const auto read = reinterpret_cast<ReadFunction>(Bound(kReadMemFile));
   return read != nullptr && read(buffer, count, done) != 0;
 }
 
 bool MemFileWrite(const void* buffer, uint32_t count, uint32_t* done) {
-  auto* write = Bound<uint32_t(const void*, uint32_t, uint32_t*)>(kWriteMemFile);
+  const auto write = reinterpret_cast<WriteFunction>(Bound(kWriteMemFile));
   return write != nullptr && write(buffer, count, done) != 0;
 }
 
 uint32_t MemFileSeek(int32_t distance, uint32_t method) {
-  auto* seek = Bound<uint32_t(int32_t, uint32_t)>(kSeekMemFile);
+  const auto seek = reinterpret_cast<SeekFunction>(Bound(kSeekMemFile));
   return seek != nullptr ? seek(distance, method) : 0;
 }
 
 uint32_t MemFileGetSize() {
-  auto* getSize = Bound<uint32_t()>(kGetMemFileSize);
+  const auto getSize = reinterpret_cast<GetSizeFunction>(Bound(kGetMemFileSize));
   return getSize != nullptr ? getSize() : 0;
 }
 
 bool MemFileDelete() {
-  auto* discard = Bound<uint32_t()>(kDeleteMemFile);
+  const auto discard = reinterpret_cast<DeleteFunction>(Bound(kDeleteMemFile));
   if (discard != nullptr) discard();
   UnloadMemFileLibrary();
   return discard != nullptr;

@@ -19,11 +19,6 @@ namespace {
 constexpr uint32_t kRootNodeBlock = 1;
 constexpr uint32_t kRootDirBlock = 2;
 
-bool Append(const Volume* volume, const void* bytes, uint32_t count) {
-  uint32_t written = 0;
-  return ContainerWrite(volume->container, bytes, count, &written);
-}
-
 void FillHeader(VolumeHeader* header, uint32_t bitmapSize, uint32_t blockSize) {
   header->signature = kVolumeSignature;
   header->version = kVolumeVersion;
@@ -42,34 +37,32 @@ void FillHeader(VolumeHeader* header, uint32_t bitmapSize, uint32_t blockSize) {
   }
 }
 
-bool WriteHeaderPlaceholder(const Volume* volume) {
-  const VolumeHeader zeros = {};
-  return Append(volume, &zeros, kHeaderSize);
+// Builds the next `size` bytes of the container in zeroed memory and appends them.
+bool WriteRegion(const Volume* volume, uint32_t size, void (*fill)(uint8_t* bytes, uint32_t size)) {
+  const ZeroedScratch region(size != 0 ? size : 1);
+  if (region.bytes == nullptr) return false;
+  fill(region.bytes, size);
+  uint32_t written = 0;
+  return ContainerWrite(volume->container, region.bytes, size, &written);
 }
 
-bool WriteNodeTable(const Volume* volume) {
-  const ZeroedScratch table(kNodeTableSize);
-  if (table.bytes == nullptr) return false;
-  *table.As<uint32_t>() = kRootNodeBlock;
-  ConvertField(table.As<uint32_t>());
-  return Append(volume, table.bytes, kNodeTableSize);
+void LeaveZero(uint8_t*, uint32_t) {}
+
+void FillNodeTable(uint8_t* bytes, uint32_t) {
+  uint32_t* const first = reinterpret_cast<uint32_t*>(bytes);
+  *first = kRootNodeBlock;
+  ConvertField(first);
 }
 
 // All numbers are free but the root's. An empty bitmap is an empty write.
-bool WriteBitmap(const Volume* volume) {
-  const uint32_t size = volume->header.bitmapSize;
-  const Scratch bitmap(size + 1);
-  if (bitmap.bytes == nullptr) return false;
-  memset(bitmap.bytes, 0xFF, size);
-  bitmap.bytes[0] = 0x7F;
-  return Append(volume, bitmap.bytes, size);
+void FillBitmap(uint8_t* bytes, uint32_t size) {
+  memset(bytes, 0xFF, size);
+  bytes[0] = 0x7F;
 }
 
-bool WriteRootNodeBlock(const Volume* volume) {
-  const ZeroedScratch block(volume->header.blockSize);
-  if (block.bytes == nullptr) return false;
-  OrbNodeRecord* const records = block.As<OrbNodeRecord>();
-  FillNodeBlock(records, volume->header.blockSize / kNodeSize, 1);
+void FillRootNodeBlock(uint8_t* bytes, uint32_t size) {
+  OrbNodeRecord* const records = reinterpret_cast<OrbNodeRecord*>(bytes);
+  FillNodeBlock(records, size / kNodeSize, 1);
   OrbNodeRecord* const root = &records[kRootNode - 1];
   ConvertNodeRecord(root);
   root->attributes = kRootAttributes;
@@ -77,16 +70,13 @@ bool WriteRootNodeBlock(const Volume* volume) {
   root->size = 2 * kDirEntrySize;
   root->direct[0] = kRootDirBlock;
   ConvertNodeRecord(root);
-  return Append(volume, block.bytes, volume->header.blockSize);
 }
 
 // The root is its own parent.
-bool WriteRootDirectory(const Volume* volume) {
-  const ZeroedScratch block(volume->header.blockSize);
-  if (block.bytes == nullptr) return false;
-  MakeDirEntry(&block.As<OrbDirEntry>()[0], kRootNode, ".");
-  MakeDirEntry(&block.As<OrbDirEntry>()[1], kRootNode, "..");
-  return Append(volume, block.bytes, volume->header.blockSize);
+void FillRootDirectory(uint8_t* bytes, uint32_t) {
+  OrbDirEntry* const entries = reinterpret_cast<OrbDirEntry*>(bytes);
+  MakeDirEntry(&entries[0], kRootNode, ".");
+  MakeDirEntry(&entries[1], kRootNode, "..");
 }
 
 }  // namespace
@@ -98,8 +88,9 @@ bool FormatVolume(const WideChar* container, uint32_t bitmapSize, uint32_t block
   volume.container = ContainerOpen(container);
   if (volume.container == kNoContainer) return false;
   FillHeader(&volume.header, bitmapSize, blockSize);
-  return WriteHeaderPlaceholder(&volume) && WriteNodeTable(&volume) && WriteBitmap(&volume) &&
-         WriteRootNodeBlock(&volume) && WriteRootDirectory(&volume) && ContainerFlush(volume.container) &&
+  return WriteRegion(&volume, kHeaderSize, LeaveZero) && WriteRegion(&volume, kNodeTableSize, FillNodeTable) &&
+         WriteRegion(&volume, bitmapSize, FillBitmap) && WriteRegion(&volume, blockSize, FillRootNodeBlock) &&
+         WriteRegion(&volume, blockSize, FillRootDirectory) && ContainerFlush(volume.container) &&
          StoreVolumeHeader(&volume) && ContainerClose(volume.container);
 }
 

@@ -11,6 +11,7 @@
 #include "namespace/node.h"
 #include "space/block_io.h"
 #include "space/free_chain.h"
+#include "space/scratch.h"
 #include "storage/container.h"
 #include "storage/memory_file.h"
 
@@ -26,14 +27,10 @@ bool ReadHeader(Volume* volume) {
 
 // Reads one of the fixed tables into memory of its own, or returns null. An empty one is an empty read.
 void* LoadTable(Volume* volume, uint32_t offset, uint32_t size) {
-  void* const table = malloc(size != 0 ? size : 1);
-  if (table == nullptr) {
-    Fail(ORB_ERROR_OUT_OF_MEMORY);
-  } else if (!ReadVolumeBytes(volume, table, offset, size)) {
-    free(table);
-    return nullptr;
-  }
-  return table;
+  void* const table = Allocate(size != 0 ? size : 1);
+  if (table == nullptr || ReadVolumeBytes(volume, table, offset, size)) return table;
+  free(table);
+  return nullptr;
 }
 
 bool LoadTables(Volume* volume) {
@@ -90,8 +87,8 @@ bool CloseContainer(uint32_t container) {
 }  // namespace
 
 bool MountVolume(const WideChar* container, const char* name) {
-  Volume* const volume = static_cast<Volume*>(calloc(1, sizeof(Volume)));
-  if (volume == nullptr) return Fail(ORB_ERROR_OUT_OF_MEMORY);
+  Volume* const volume = static_cast<Volume*>(AllocateZeroed(sizeof(Volume)));
+  if (volume == nullptr) return false;
   if (!OpenAndLoad(volume, container, name)) {
     FreeVolume(volume);
     return false;
@@ -102,7 +99,7 @@ bool MountVolume(const WideChar* container, const char* name) {
   return true;
 }
 
-bool GetVolumeInfo(const char* name, uint32_t* bitmapSize, uint32_t* blockSize) {
+bool GetVolumeInfo(const char* name, OrbU32* bitmapSize, OrbU32* blockSize) {
   const Volume* const volume = VolumeFind(name, nullptr);
   if (volume == nullptr) return Fail(ORB_ERROR_NOT_MOUNTED);
   if (bitmapSize != nullptr) *bitmapSize = volume->header.bitmapSize;

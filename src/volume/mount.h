@@ -18,7 +18,7 @@ bool MountVolume(const WideChar* container, const char* name);
 
 // Tells a mounted volume's sizes through the pointers that are not null.
 //   fails  ORB_ERROR_NOT_MOUNTED
-bool GetVolumeInfo(const char* name, uint32_t* bitmapSize, uint32_t* blockSize);
+bool GetVolumeInfo(const char* name, OrbU32* bitmapSize, OrbU32* blockSize);
 
 // Unmounts a volume: moves the current directory off it, closes its files, tries to close its searches, unlinks and frees
 // the record, closes the container (or discards the memory file). Writes nothing: every operation has left the container

@@ -1,0 +1,33 @@
+#include "files/slots.h"
+
+#include "interface/error.h"
+
+namespace orba {
+
+namespace {
+
+Slot* SlotAt(const SlotTable& table, uint32_t index) {
+  return reinterpret_cast<Slot*>(static_cast<uint8_t*>(table.slots) + index * table.stride);
+}
+
+}  // namespace
+
+void* SlotOfHandle(const SlotTable& table, uint32_t handle) {
+  const uint32_t index = handle - table.tag;  // of another tag: far out of range
+  if (index < table.count && SlotAt(table, index)->node != nullptr) return SlotAt(table, index);
+  Fail(ORB_ERROR_INVALID_HANDLE);
+  return nullptr;
+}
+
+bool FindFreeSlot(const SlotTable& table, const OrbNode* node, uint32_t* cursor) {
+  bool found = false;
+  for (uint32_t index = 0; index < table.count; ++index) {
+    if (SlotAt(table, index)->node == node) return Fail(ORB_ERROR_ALREADY_OPEN);
+    if (found) continue;
+    found = SlotAt(table, *cursor)->node == nullptr;
+    if (!found && ++*cursor == table.count) *cursor = 0;
+  }
+  return found || Fail(table.fullCode);
+}
+
+}  // namespace orba
