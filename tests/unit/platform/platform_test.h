@@ -14,6 +14,8 @@ namespace orba {
 
 // The call in the named process failed, or never came to its result.
 constexpr uint32_t kChildDied = 0xFFFFFFF0;
+// What the named process had to make for its test is not permitted here.
+constexpr uint32_t kNotPermitted = 0xFFFFFFF1;
 
 // Forks, runs `work` in the child and returns its result.
 uint32_t InChild(const std::function<uint32_t()>& work);
@@ -49,8 +51,8 @@ uint32_t CreateCode(const std::string& path);
 void Write(coredll::Handle file, const std::string& bytes);
 std::string Read(coredll::Handle file, uint32_t count);
 
-// Makes a file system of `bytes` in memory at `folder`, seen by this process and its children only; `readOnly` when it
-// is to be write-protected. False where the system does not permit that. For children of the test.
-bool MountScratch(const std::string& folder, uint32_t bytes, bool readOnly);
+// Makes a file system of `bytes` in memory and its root the current folder; `readOnly` when it is to be write-protected.
+// False where the system does not permit that. For children of the test.
+bool EnterScratch(uint32_t bytes, bool readOnly);
 
 }  // namespace orba
