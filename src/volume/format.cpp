@@ -37,16 +37,18 @@ void FillHeader(VolumeHeader* header, uint32_t bitmapSize, uint32_t blockSize) {
   }
 }
 
+bool Append(const Volume* volume, const void* bytes, uint32_t size) {
+  uint32_t written = 0;
+  return ContainerWrite(volume->container, bytes, size, &written);
+}
+
 // Builds the next `size` bytes of the container in zeroed memory and appends them.
 bool WriteRegion(const Volume* volume, uint32_t size, void (*fill)(uint8_t* bytes, uint32_t size)) {
   const ZeroedScratch region(size != 0 ? size : 1);
   if (region.bytes == nullptr) return false;
   fill(region.bytes, size);
-  uint32_t written = 0;
-  return ContainerWrite(volume->container, region.bytes, size, &written);
+  return Append(volume, region.bytes, size);
 }
-
-void LeaveZero(uint8_t*, uint32_t) {}
 
 void FillNodeTable(uint8_t* bytes, uint32_t) {
   uint32_t* const first = reinterpret_cast<uint32_t*>(bytes);
@@ -87,11 +89,11 @@ bool FormatVolume(const WideChar* container, uint32_t bitmapSize, uint32_t block
   Volume volume = {};
   volume.container = ContainerOpen(container);
   if (volume.container == kNoContainer) return false;
+  if (!Append(&volume, &volume.header, kHeaderSize)) return false;  // zeros so far, in the header's place
   FillHeader(&volume.header, bitmapSize, blockSize);
-  return WriteRegion(&volume, kHeaderSize, LeaveZero) && WriteRegion(&volume, kNodeTableSize, FillNodeTable) &&
-         WriteRegion(&volume, bitmapSize, FillBitmap) && WriteRegion(&volume, blockSize, FillRootNodeBlock) &&
-         WriteRegion(&volume, blockSize, FillRootDirectory) && ContainerFlush(volume.container) &&
-         StoreVolumeHeader(&volume) && ContainerClose(volume.container);
+  return WriteRegion(&volume, kNodeTableSize, FillNodeTable) && WriteRegion(&volume, bitmapSize, FillBitmap) &&
+         WriteRegion(&volume, blockSize, FillRootNodeBlock) && WriteRegion(&volume, blockSize, FillRootDirectory) &&
+         ContainerFlush(volume.container) && StoreVolumeHeader(&volume) && ContainerClose(volume.container);
 }
 
 }  // namespace orba
