@@ -1,0 +1,46 @@
+# What `cmake --install` puts where: the library in both forms, its header, the memory file beside it, the command-line
+# tool with its manual page and completion, and what lets others find the library (pkg-config, CMake).
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+if(TARGET orba_tool)
+  target_compile_definitions(orba_tool PRIVATE ORBA_VERSION="${PROJECT_VERSION}")
+  set_target_properties(orba_tool PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+
+  # The program explains itself: page and completion come from the same records as its help.
+  set(share "${CMAKE_BINARY_DIR}/share")
+  add_custom_command(
+    OUTPUT "${share}/orba.1" "${share}/orba.bash"
+    COMMAND ${CMAKE_COMMAND} -E make_directory "${share}"
+    COMMAND orba_tool --man > "${share}/orba.1"
+    COMMAND orba_tool --completion > "${share}/orba.bash"
+    DEPENDS orba_tool VERBATIM)
+  add_custom_target(orba_documents ALL DEPENDS "${share}/orba.1" "${share}/orba.bash")
+
+  install(TARGETS orba_tool)
+  install(FILES "${share}/orba.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+  install(FILES "${share}/orba.bash" DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME orba)
+endif()
+
+if(TARGET orba)
+  set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/orba")
+  set(package_files "${CMAKE_BINARY_DIR}/package")
+
+  install(TARGETS orba orba_static EXPORT orba)
+  if(TARGET memfile)
+    install(TARGETS memfile)  # loaded at run time from the library's own folder
+  endif()
+  install(FILES "${CMAKE_SOURCE_DIR}/include/orba.h" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+
+  install(EXPORT orba NAMESPACE orba:: FILE orba-targets.cmake DESTINATION "${package_dir}")
+  configure_package_config_file("${CMAKE_SOURCE_DIR}/cmake/orba-config.cmake.in" "${package_files}/orba-config.cmake"
+                                INSTALL_DESTINATION "${package_dir}")
+  write_basic_package_version_file("${package_files}/orba-config-version.cmake" COMPATIBILITY SameMajorVersion)
+  install(FILES "${package_files}/orba-config.cmake" "${package_files}/orba-config-version.cmake"
+          DESTINATION "${package_dir}")
+
+  # The prefix follows from where the file lies, so that an installed tree can be moved.
+  file(RELATIVE_PATH up_to_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+  configure_file("${CMAKE_SOURCE_DIR}/cmake/orba.pc.in" "${package_files}/orba.pc" @ONLY)
+  install(FILES "${package_files}/orba.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+endif()

@@ -1,0 +1,311 @@
+// mkdir, rm, attrib and touch: small changes inside a container.
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <memory>
+
+#include "inspect/names.h"
+#include "tools/orba/command.h"
+#include "tools/orba/commands.h"
+#include "tools/orba/each.h"
+#include "tools/orba/interrupt.h"
+#include "tools/orba/name_rule.h"
+#include "tools/orba/session.h"
+#include "tools/orba/terminal.h"
+
+namespace orba::tool {
+
+namespace {
+
+// ---- mkdir ------------------------------------------------------------------------------------------------------------
+
+struct MakeOptions {
+  std::vector<std::string> operands;
+  bool parents = false;
+};
+
+void MakeWithParents(Session* session, const Address& address) {
+  Address step = address;
+  step.names.clear();
+  for (const std::string& name : address.names) {
+    step = step.Child(name);
+    const std::optional<Item> item = session->Find(step);
+    if (!item.has_value()) {
+      session->CreateDirectory(step);
+    } else if (!item->IsDirectory()) {
+      throw LibraryFailure("cannot make the directory " + step.Text(), step.container, ORB_ERROR_FILE_EXISTS);
+    }
+  }
+}
+
+int RunMake(const MakeOptions& options) {
+  Session session;
+  const int status = ForEach(options.operands, [&](const std::string& operand) {
+    const Address address = ParseAddress(operand);
+    RequireLegal(address);
+    if (options.parents) return MakeWithParents(&session, address);
+    if (address.IsRoot()) {
+      session.PathOf(address);  // a container that cannot be opened says so first
+      throw LibraryFailure("cannot make the directory " + address.Text(), address.container, ORB_ERROR_FILE_EXISTS);
+    }
+    session.CreateDirectory(address);
+  });
+  session.Close();
+  return status;
+}
+
+Run DefineMake(CLI::App* app) {
+  auto options = std::make_shared<MakeOptions>();
+  app->add_flag("-p,--parents", options->parents, "also make what is missing on the way; what is there is no error");
+  app->add_option("address", options->operands, "the directories to make")->required();
+  return [options] { return RunMake(*options); };
+}
+
+// ---- rm ---------------------------------------------------------------------------------------------------------------
+
+struct RemoveOptions {
+  std::vector<std::string> operands;
+  bool recursive = false;
+  bool force = false;
+};
+
+// From the last entry on: what goes away last in a directory leaves no hole to close.
+void RemoveBelow(Session* session, Walker* walker, const Address& directory) {
+  std::vector<Item> items = walker->List(directory);
+  for (auto item = items.rbegin(); item != items.rend(); ++item) {
+    CheckInterrupt();
+    const Address address = directory.Child(item->name);
+    if (item->IsDirectory()) RemoveBelow(session, walker, address);
+    session->Delete(address);
+  }
+}
+
+void Remove(const RemoveOptions& options, Session* session, const Match& match) {
+  const std::string what = "cannot remove " + match.address.Text();
+  if (match.address.IsRoot()) {
+    throw Failure(what, "it is the root of the container",
+                  "remove what it holds with: orba rm -r " + ShellWord(match.address.container + ":/*"));
+  }
+  if (match.item.IsDirectory()) {
+    if (!options.recursive) {
+      throw Failure(what, "it is a directory (" + CodeText(ORB_ERROR_WRONG_KIND) + ")",
+                    "remove it and everything below it with: orba rm -r", ORB_ERROR_WRONG_KIND);
+    }
+    Walker walker(session);
+    RemoveBelow(session, &walker, match.address);
+  }
+  session->Delete(match.address);
+}
+
+std::vector<Match> ExpandForRemoval(const RemoveOptions& options, Session* session, const Address& pattern) {
+  try {
+    return session->Expand(pattern, "remove");
+  } catch (const Failure& failure) {
+    const bool missing = failure.code() == ORB_ERROR_FILE_NOT_FOUND || failure.code() == ORB_ERROR_NO_MORE_ENTRIES;
+    session->PathOf(pattern);  // a container that cannot be opened is no missing file
+    if (missing && options.force) return {};
+    throw;
+  }
+}
+
+int RunRemove(const RemoveOptions& options) {
+  Session session;
+  int status = kSuccess;
+  const int found = ForEach(options.operands, [&](const std::string& operand) {
+    const std::vector<Match> matches = ExpandForRemoval(options, &session, ParseAddress(operand));
+    const int removed = ForEach(matches, [&](const Match& match) { Remove(options, &session, match); });
+    if (removed != kSuccess) status = removed;
+  });
+  session.Close();
+  return found != kSuccess ? found : status;
+}
+
+Run DefineRemove(CLI::App* app) {
+  auto options = std::make_shared<RemoveOptions>();
+  app->add_flag("-r,-R,--recursive", options->recursive, "directories too, with everything below them");
+  app->add_flag("-f,--force", options->force, "what is missing is no error");
+  app->add_option("address", options->operands, "what to remove")->required();
+  return [options] { return RunRemove(*options); };
+}
+
+// ---- attrib -----------------------------------------------------------------------------------------------------------
+
+struct AttributeOptions {
+  std::vector<std::string> operands;  // "+r" and "+u" stand among the addresses
+  bool clearReadOnly = false;
+  bool clearUser = false;
+};
+
+struct AttributeChange {
+  OrbU32 set = 0;
+  OrbU32 clear = 0;
+  bool Any() const { return set != 0 || clear != 0; }
+};
+
+OrbU32 AttributeBit(char letter) {
+  if (letter == 'r') return ORB_ATTRIBUTE_READ_ONLY;
+  if (letter == 'u') return ORB_ATTRIBUTE_USER;
+  throw UsageFailure("attrib", std::string("there is no attribute \"") + letter + "\"; r and u can be changed");
+}
+
+AttributeChange TakeChange(const AttributeOptions& options, std::vector<std::string>* addresses) {
+  AttributeChange change;
+  if (options.clearReadOnly) change.clear |= ORB_ATTRIBUTE_READ_ONLY;
+  if (options.clearUser) change.clear |= ORB_ATTRIBUTE_USER;
+  for (const std::string& operand : options.operands) {
+    if (operand[0] != '+') {
+      addresses->push_back(operand);
+      continue;
+    }
+    for (std::size_t i = 1; i < operand.size(); ++i) change.set |= AttributeBit(operand[i]);
+  }
+  if (addresses->empty()) throw UsageFailure("attrib", "there is no address");
+  if ((change.set & change.clear) != 0) throw UsageFailure("attrib", "an attribute cannot be both set and cleared");
+  return change;
+}
+
+void ChangeAttributes(Session* session, const Match& match, const AttributeChange& change) {
+  if (match.item.IsDirectory()) {
+    throw Failure("cannot set the attributes of " + match.address.Text(),
+                  "it is a directory, whose attributes are fixed (" + CodeText(ORB_ERROR_WRONG_KIND) + ")",
+                  "name the files in it, such as " + ShellWord(match.address.Text() + "/*"), ORB_ERROR_WRONG_KIND);
+  }
+  const OrbU32 attributes = (match.item.attributes | change.set) & ~change.clear;
+  if (attributes != match.item.attributes) session->SetAttributes(match.address, attributes);
+}
+
+std::string AttributeLine(const Match& match) {
+  const auto letter = [&match](OrbU32 bit, const char* text) {
+    return std::string((match.item.attributes & bit) != 0 ? text : "-");
+  };
+  return letter(ORB_ATTRIBUTE_READ_ONLY, "r") + letter(ORB_ATTRIBUTE_USER, "u") + "  " + match.address.Text() + "\n";
+}
+
+int RunAttribute(const AttributeOptions& options) {
+  std::vector<std::string> addresses;
+  const AttributeChange change = TakeChange(options, &addresses);
+  Session session;
+  int status = kSuccess;
+  const int found = ForEach(addresses, [&](const std::string& operand) {
+    const std::vector<Match> matches = session.Expand(ParseAddress(operand), "find");
+    const int changed = ForEach(matches, [&](const Match& match) {
+      if (change.Any()) return ChangeAttributes(&session, match, change);
+      Print(AttributeLine(match));
+    });
+    if (changed != kSuccess) status = changed;
+  });
+  session.Close();
+  return found != kSuccess ? found : status;
+}
+
+Run DefineAttribute(CLI::App* app) {
+  auto options = std::make_shared<AttributeOptions>();
+  app->add_flag("-r", options->clearReadOnly, "clear the read-only attribute; +r sets it");
+  app->add_flag("-u", options->clearUser, "clear the user attribute; +u sets it");
+  app->add_option("address", options->operands, "the files, and what to set: +r, +u or +ru")->required();
+  return [options] { return RunAttribute(*options); };
+}
+
+// ---- touch ------------------------------------------------------------------------------------------------------------
+
+// A file is stamped with the present time when its size changes, and never otherwise.
+void StampByResizing(Session* session, const Match& match) {
+  if (match.item.IsDirectory()) {
+    throw Failure("cannot touch " + match.address.Text(),
+                  "it is a directory, whose time changes with its entries (" + CodeText(ORB_ERROR_WRONG_KIND) + ")",
+                  "make or remove a file in it", ORB_ERROR_WRONG_KIND);
+  }
+  VolumeFile file(session, match.address, ORB_OPEN_WRITE);
+  file.SetSize(match.item.size + 1);
+  try {
+    file.SetSize(match.item.size);
+  } catch (const Failure& failure) {
+    throw Failure(failure.what(), "", "the file now has one zero byte too many at its end", failure.code());
+  }
+  file.Close();
+}
+
+struct TouchOptions {
+  std::vector<std::string> operands;
+  bool noCreate = false;
+};
+
+void Touch(const TouchOptions& options, Session* session, const std::string& operand) {
+  const Address address = ParseAddress(operand);
+  bool wild = false;
+  for (const std::string& name : address.names) wild = wild || name.find_first_of("*?") != std::string::npos;
+  if (wild || session->Find(address).has_value()) {
+    for (const Match& match : session->Expand(address, "touch")) StampByResizing(session, match);
+  } else if (!options.noCreate) {
+    RequireLegal(address);
+    session->CreateFile(address);
+  }
+}
+
+int RunTouch(const TouchOptions& options) {
+  Session session;
+  const int status = ForEach(options.operands, [&](const std::string& operand) { Touch(options, &session, operand); });
+  session.Close();
+  return status;
+}
+
+Run DefineTouch(CLI::App* app) {
+  auto options = std::make_shared<TouchOptions>();
+  app->add_flag("-c,--no-create", options->noCreate, "make no new files");
+  app->add_option("address", options->operands, "the files to make, or to stamp with the present time")->required();
+  return [options] { return RunTouch(*options); };
+}
+
+}  // namespace
+
+const Command kMakeCommand = {
+    "mkdir",
+    kChangeGroup,
+    "CONTAINER:/PATH...",
+    "make directories",
+    "Makes directories.",
+    "orba mkdir card.orb:/LOGS\n"
+    "orba mkdir -p card.orb:/LOGS/2024/MAY",
+    DefineMake,
+};
+
+const Command kRemoveCommand = {
+    "rm",
+    kChangeGroup,
+    "CONTAINER:/PATH...",
+    "remove files, and directories with everything below them",
+    "Removes files, with -r also directories and everything below them. Asks nothing, and takes no notice of the "
+    "read-only attribute. The root itself is refused.",
+    "orba rm card.orb:/LOGS/DAY1.TXT\n"
+    "orba rm -r card.orb:/LOGS/2023 'card.orb:/*.BAK'",
+    DefineRemove,
+};
+
+const Command kAttributeCommand = {
+    "attrib",
+    kChangeGroup,
+    "[+r|-r] [+u|-u] CONTAINER:/PATH...",
+    "show or change the attributes of files",
+    "Without a change, shows the attributes. r is read-only: nobody opens such a file for writing. u is the user's "
+    "own, "
+    "which nothing tests. The attributes of directories are fixed.",
+    "orba attrib 'card.orb:/*'\n"
+    "orba attrib +r -u card.orb:/CONFIG.INI",
+    DefineAttribute,
+};
+
+const Command kTouchCommand = {
+    "touch",
+    kChangeGroup,
+    "CONTAINER:/PATH...",
+    "make empty files, or stamp files with the present time",
+    "Makes a file that is missing, empty. A file that is there gets the present time by growing by one byte and being "
+    "cut back to its size, the only way there is: its contents stay, read-only files are refused.\n\n"
+    "What cannot be done: containers offer no way to set a time of one's choosing, nor any time of a directory. Files "
+    "that put writes therefore carry the time of writing.",
+    "orba touch card.orb:/READY.FLG\n"
+    "orba touch -c 'card.orb:/LOGS/*'",
+    DefineTouch,
+};
+
+}  // namespace orba::tool

@@ -1,0 +1,14 @@
+#include "tools/orba/commands.h"
+
+namespace orba::tool {
+
+const std::vector<const Command*>& Commands() {
+  static const std::vector<const Command*> commands = {
+      &kFormatCommand, &kInfoCommand, &kFreeCommand,   &kListCommand,      &kTreeCommand,
+      &kUsageCommand,  &kCatCommand,  &kPutCommand,    &kGetCommand,       &kMakeCommand,
+      &kMoveCommand,   &kCopyCommand, &kRemoveCommand, &kAttributeCommand, &kTouchCommand,
+  };
+  return commands;
+}
+
+}  // namespace orba::tool

@@ -1,0 +1,15 @@
+// The records of all sub-commands.
+#pragma once
+
+#include "tools/orba/command.h"
+
+namespace orba::tool {
+
+extern const Command kFormatCommand, kInfoCommand, kFreeCommand;                      // container.cpp
+extern const Command kListCommand, kTreeCommand, kUsageCommand;                       // list.cpp
+extern const Command kCatCommand, kGetCommand;                                        // get.cpp
+extern const Command kPutCommand;                                                     // put.cpp
+extern const Command kMakeCommand, kRemoveCommand, kAttributeCommand, kTouchCommand;  // change.cpp
+extern const Command kMoveCommand, kCopyCommand;                                      // move.cpp
+
+}  // namespace orba::tool

@@ -1,0 +1,269 @@
+// format, info and df: the container as a whole.
+#include <sys/statvfs.h>
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <array>
+#include <memory>
+
+#include "inspect/check.h"
+#include "orba.h"
+#include "tools/orba/command.h"
+#include "tools/orba/commands.h"
+#include "tools/orba/each.h"
+#include "tools/orba/host_file.h"
+#include "tools/orba/raw_container.h"
+#include "tools/orba/session.h"
+#include "tools/orba/terminal.h"
+#include "volume/layout.h"
+
+namespace orba::tool {
+
+namespace {
+
+// ---- format -----------------------------------------------------------------------------------------------------------
+
+struct FormatOptions {
+  std::string container;
+  OrbU32 blockSize = 4096;
+  OrbU32 nodes = 0;
+  OrbU32 bitmapBytes = 1024;
+};
+
+// What the node-block table has room for.
+OrbU32 MaxNodes(OrbU32 blockSize) { return kNodeTableEntries * (blockSize / kNodeSize); }
+
+OrbU32 BitmapBytes(const FormatOptions& options) {
+  const std::string size = std::to_string(options.blockSize);
+  if (options.nodes > MaxNodes(options.blockSize)) {
+    throw UsageFailure("format", "blocks of " + size + " bytes hold at most " +
+                                     std::to_string(MaxNodes(options.blockSize)) + " files and directories");
+  }
+  if (options.nodes != 0) return (options.nodes + 7) / 8;
+  const OrbU32 largest = MaxBitmapSize(options.blockSize);
+  if (options.bitmapBytes > largest) {
+    throw UsageFailure("format",
+                       "with blocks of " + size + " bytes a bitmap has at most " + std::to_string(largest) + " bytes");
+  }
+  return options.bitmapBytes;
+}
+
+int RunFormat(const FormatOptions& options) {
+  const OrbU32 bitmapBytes = BitmapBytes(options);
+  const std::string container = ParseContainer(options.container);
+  const bool existed = HostFileExists(container);
+  if (OrbCreateVolumeEx(WideName(container).c_str(), bitmapBytes, options.blockSize) != 0) return kSuccess;
+  const OrbU32 code = OrbGetLastError();
+  const std::string what = "cannot make the container " + container;
+  if (code == ORB_ERROR_FILE_EXISTS || existed) {
+    throw Failure(what, "a file of this name exists (" + CodeText(code) + ")",
+                  "format overwrites nothing: use another name, or remove the file first", code);
+  }
+  if (code == ORB_ERROR_DISK_FULL || code == ORB_ERROR_WRITE || code == ORB_ERROR_OUT_OF_MEMORY) {
+    std::remove(container.c_str());  // it is ours, and half written
+  }
+  if (code == ORB_ERROR_PATH_NOT_FOUND) {
+    throw Failure(what, "its folder is missing (" + CodeText(code) + ")", "make the folder first", code);
+  }
+  throw LibraryFailure(what, container, code);
+}
+
+Run DefineFormat(CLI::App* app) {
+  auto options = std::make_shared<FormatOptions>();
+  app->add_option("-b,--block-size", options->blockSize, "1024, 2048, 4096 (unless you say otherwise) or 8192 bytes")
+      ->check(CLI::IsMember({1024, 2048, 4096, 8192}))
+      ->type_name("BYTES");
+  CLI::Option* const nodes = app->add_option("-n,--nodes", options->nodes,
+                                             "files and directories that it is to hold at most, the root included")
+                                 ->check(CLI::Range(1u, 65535u))
+                                 ->type_name("N");
+  app->add_option("--bitmap-bytes", options->bitmapBytes, "the same in bytes of the node bitmap: 8 nodes each; 1024")
+      ->excludes(nodes)
+      ->type_name("BYTES");
+  app->add_option("container", options->container, "the file to make")->required();
+  return [options] { return RunFormat(*options); };
+}
+
+// ---- info -------------------------------------------------------------------------------------------------------------
+
+std::string Bytes(std::uint64_t bytes) {
+  return std::to_string(bytes) + " bytes" + (bytes >= 1024 ? " (" + HumanSize(bytes) + ")" : "");
+}
+
+const char* StateText(const inspect::Report& report) {
+  switch (report.Worst()) {
+    case inspect::Severity::kNote:
+      return report.marked ? "an update was interrupted, without damage" : "clean";
+    case inspect::Severity::kLeak:
+      return "space has leaked";
+    case inspect::Severity::kHalfMade:
+      return "an update was interrupted half-way";
+    case inspect::Severity::kDamage:
+      return "damaged";
+  }
+  return "damaged";
+}
+
+std::uint64_t CountUse(const inspect::Report& report, inspect::BlockUse use) {
+  const auto& blocks = report.model.blocks;
+  return static_cast<std::uint64_t>(
+      std::count_if(blocks.begin(), blocks.end(), [use](const inspect::BlockInfo& block) { return block.use == use; }));
+}
+
+inspect::Report Inspect(const RawContainer& container) {
+  inspect::Report report = inspect::Check(container.image());
+  if (!report.model.geometry.known() || report.model.header.signature != kVolumeSignature) {
+    throw LibraryFailure("cannot make out " + container.path(), container.path(), ORB_ERROR_DAMAGED_VOLUME);
+  }
+  return report;
+}
+
+void PrintInfo(const RawContainer& container, const inspect::Report& report) {
+  const inspect::Geometry& geometry = report.model.geometry;
+  const inspect::Totals& totals = report.totals;
+  const std::uint64_t blockSize = geometry.blockSize;
+  std::uint64_t inUse = 0;
+  std::string uses;
+  for (const inspect::BlockUse use : {inspect::BlockUse::kNodeBlock, inspect::BlockUse::kMap, inspect::BlockUse::kFile,
+                                      inspect::BlockUse::kDirectory}) {
+    const std::uint64_t count = CountUse(report, use);
+    inUse += count;
+    uses += (uses.empty() ? "" : ", ") + std::to_string(count) + " " + inspect::Name(use);
+  }
+  const auto line = [](const char* name, const std::string& value) { Print(PadRight(name, 18) + value + "\n"); };
+  line("container", container.path());
+  line("size", Bytes(container.image().Size()));
+  line("block size", std::to_string(blockSize) + " bytes");
+  line("node bitmap", std::to_string(geometry.bitmapSize) + " bytes");
+  line("nodes", std::to_string(geometry.nodeLimit()) + ", " + std::to_string(totals.freeNodes) + " of them free");
+  line("files", std::to_string(totals.files) + " with " + Bytes(totals.fileBytes));
+  line("directories", std::to_string(totals.directories) + ", the root included");
+  line("blocks", std::to_string(geometry.blocks));
+  line("  in use", std::to_string(inUse) + ": " + uses);
+  line("  free", std::to_string(totals.freeBlocks) + " (" + HumanSize(totals.freeBlocks * blockSize) + ")");
+  line("  leaked", std::to_string(totals.leakedBlocks));
+  line("appendable blocks",
+       std::to_string(totals.appendableBlocks) + " (" + HumanSize(totals.appendableBlocks * blockSize) + ")");
+  line("update mark", report.marked ? "set: it will not mount before it is repaired" : "not set");
+  line("state", StateText(report));
+}
+
+int RunInfo(const std::vector<std::string>& operands) {
+  bool first = true;
+  return ForEach(operands, [&](const std::string& operand) {
+    const RawContainer container(ParseContainer(operand));
+    const inspect::Report report = Inspect(container);
+    if (!first) Print("\n");
+    first = false;
+    PrintInfo(container, report);
+  });
+}
+
+Run DefineInfo(CLI::App* app) {
+  auto operands = std::make_shared<std::vector<std::string>>();
+  app->add_option("container", *operands, "the containers to describe")->required();
+  return [operands] { return RunInfo(*operands); };
+}
+
+// ---- df ---------------------------------------------------------------------------------------------------------------
+
+struct FreeOptions {
+  std::vector<std::string> operands;
+  bool human = false;
+};
+
+// How far the container can grow: up to the largest size, and up to what its disk has left.
+std::uint64_t Growth(const std::string& path, const inspect::Report& report) {
+  const std::uint64_t growth = report.totals.appendableBlocks * report.model.geometry.blockSize;
+  struct statvfs disk = {};
+  if (statvfs(path.c_str(), &disk) != 0) return growth;
+  return std::min<std::uint64_t>(growth, std::uint64_t{disk.f_bavail} * disk.f_frsize);
+}
+
+using FreeRow = std::array<std::string, 8>;
+
+FreeRow MakeFreeRow(const FreeOptions& options, const std::string& operand) {
+  const RawContainer container(ParseContainer(operand));
+  const inspect::Report report = Inspect(container);
+  const std::uint64_t free = std::uint64_t{report.totals.freeBlocks} * report.model.geometry.blockSize;
+  const std::uint64_t size = container.image().Size();
+  const auto text = [&](std::uint64_t bytes) {
+    return options.human ? HumanSize(bytes) : std::to_string((bytes + 1023) / 1024);
+  };
+  const std::uint32_t nodes = report.model.geometry.nodeLimit();
+  return {container.path(),
+          text(size),
+          text(size - std::min(free, size)),
+          text(free),
+          text(Growth(container.path(), report)),
+          std::to_string(nodes),
+          std::to_string(report.totals.freeNodes),
+          StateText(report)};
+}
+
+int RunFree(const FreeOptions& options) {
+  const char* const unit = options.human ? "" : " K";
+  std::vector<FreeRow> rows = {{"Container", std::string("Size") + unit, std::string("Used") + unit,
+                                std::string("Free") + unit, std::string("Growth") + unit, "Nodes", "Free", "State"}};
+  const int status =
+      ForEach(options.operands, [&](const std::string& operand) { rows.push_back(MakeFreeRow(options, operand)); });
+  std::array<std::size_t, 8> widths = {};
+  for (const FreeRow& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+  }
+  for (const FreeRow& row : rows) {
+    if (rows.size() == 1) break;  // none could be read
+    std::string line = PadRight(row[0], widths[0]);
+    for (std::size_t i = 1; i + 1 < row.size(); ++i) line += "  " + PadLeft(row[i], widths[i]);
+    Print(line + "  " + row.back() + "\n");
+  }
+  return status;
+}
+
+Run DefineFree(CLI::App* app) {
+  auto options = std::make_shared<FreeOptions>();
+  app->add_flag("-h,--human", options->human, "sizes such as 1.5K");
+  app->add_option("container", options->operands, "the containers to measure")->required();
+  return [options] { return RunFree(*options); };
+}
+
+}  // namespace
+
+const Command kFormatCommand = {
+    "format",
+    kContainerGroup,
+    "CONTAINER",
+    "make an empty container",
+    "Makes a new container that holds an empty root directory. Never overwrites a file.\n\n"
+    "The number of files and directories is fixed here, 8192 unless you say otherwise; the space for contents grows as "
+    "needed, up to 2 GiB. Small blocks waste less on small files, large ones serve large files faster.",
+    "orba format card.orb\n"
+    "orba format --block-size 1024 --nodes 500 small.orb",
+    DefineFormat,
+};
+
+const Command kInfoCommand = {
+    "info",
+    kContainerGroup,
+    "CONTAINER...",
+    "describe a container",
+    "Sizes, counts of files, directories, nodes and blocks, the update mark and the state. Works on containers that "
+    "cannot be mounted too, and changes nothing. \"Appendable\" are the blocks by which the container can still grow.",
+    "orba info card.orb",
+    DefineInfo,
+};
+
+const Command kFreeCommand = {
+    "df",
+    kContainerGroup,
+    "CONTAINER...",
+    "tell how much space containers have left",
+    "A line for each container, in units of 1024 bytes: its size, what of it is used and free, by how much it can grow "
+    "(its disk's free space considered), how many files and directories it can hold and how many of those are left.",
+    "orba df -h *.orb",
+    DefineFree,
+};
+
+}  // namespace orba::tool

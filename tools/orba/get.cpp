@@ -1,0 +1,242 @@
+// get and cat: out of a container. Like put, get plans everything before it writes anything.
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+
+#include "inspect/names.h"
+#include "tools/orba/command.h"
+#include "tools/orba/commands.h"
+#include "tools/orba/each.h"
+#include "tools/orba/host_file.h"
+#include "tools/orba/interrupt.h"
+#include "tools/orba/session.h"
+#include "tools/orba/terminal.h"
+
+namespace orba::tool {
+
+namespace {
+
+constexpr OrbU32 kPiece = 256 * 1024;
+
+// ---- cat --------------------------------------------------------------------------------------------------------------
+
+void PrintFile(Session* session, const Match& match) {
+  if (match.item.IsDirectory()) {
+    throw LibraryFailure("cannot read " + match.address.Text(), match.address.container, ORB_ERROR_WRONG_KIND);
+  }
+  VolumeFile file(session, match.address, ORB_OPEN_READ);
+  std::vector<char> buffer(kPiece);
+  while (const OrbU32 count = file.Read(buffer.data(), kPiece)) {
+    CheckInterrupt();
+    Print(buffer.data(), count);
+  }
+}
+
+int RunCat(const std::vector<std::string>& operands) {
+  Session session;
+  int status = kSuccess;
+  const int found = ForEach(operands, [&](const std::string& operand) {
+    const std::vector<Match> matches = session.Expand(ParseAddress(operand), "read");
+    const int read = ForEach(matches, [&](const Match& match) { PrintFile(&session, match); });
+    if (read != kSuccess) status = read;
+  });
+  session.Close();
+  return found != kSuccess ? found : status;
+}
+
+Run DefineCat(CLI::App* app) {
+  auto operands = std::make_shared<std::vector<std::string>>();
+  app->add_option("address", *operands, "the files to print")->required();
+  return [operands] { return RunCat(*operands); };
+}
+
+// ---- get --------------------------------------------------------------------------------------------------------------
+
+struct GetOptions {
+  std::vector<std::string> operands;
+  bool force = false;
+  bool lower = false;
+  bool quiet = false;
+  bool verbose = false;
+  bool recursive = false;  // trees come whole anyway
+};
+
+struct Step {
+  Match source;
+  std::string target;
+};
+
+struct Plan {
+  std::vector<Step> steps;  // directories before what they hold
+  std::vector<Failure> refusals;
+  std::uint64_t work = 0;
+};
+
+std::string HostName(const GetOptions& options, const std::string& name) {
+  std::string host = name;
+  if (options.lower) {
+    for (char& c : host) {
+      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+  }
+  return host;
+}
+
+class Planner {
+ public:
+  Planner(const GetOptions& options, Session* session) : options_(options), walker_(session) {}
+
+  void Add(const Match& source, const std::string& target) {
+    const bool exists = HostFileExists(target);
+    if (!source.item.IsDirectory()) {
+      if (exists) RefuseExisting(target);
+      plan_.work += source.item.size + Progress::kFile;
+      plan_.steps.push_back({source, target});
+      return;
+    }
+    if (exists && !IsHostDirectory(target)) {
+      plan_.refusals.push_back(HostFailure("cannot make the directory " + target, EEXIST));
+      return;
+    }
+    plan_.steps.push_back({source, target});
+    for (const Item& item : walker_.List(source.address)) AddChild(source.address, item, target);
+  }
+
+  Plan Take() { return std::move(plan_); }
+
+ private:
+  void AddChild(const Address& directory, const Item& item, const std::string& target) {
+    const Address address = directory.Child(item.name);
+    // A damaged name could lead out of the target.
+    if (inspect::IsLegalName(item.name)) return Add({address, item}, JoinPath(target, HostName(options_, item.name)));
+    plan_.refusals.emplace_back("cannot get " + address.Text(), "its name is damaged",
+                                "look for more damage with: orba check " + ShellWord(address.container) +
+                                    "\nfetch everything with: orba recover " + ShellWord(address.container) + " DIR");
+  }
+
+  void RefuseExisting(const std::string& target) {
+    if (IsHostDirectory(target)) {
+      plan_.refusals.push_back(HostFailure("cannot write " + target, EISDIR));
+    } else if (!options_.force) {
+      plan_.refusals.push_back(HostFailure("cannot write " + target, EEXIST));
+    }
+  }
+
+  const GetOptions& options_;
+  Walker walker_;
+  Plan plan_;
+};
+
+// A directory as target takes the sources under their names; else the only source becomes the target.
+Plan MakePlan(const GetOptions& options, Session* session, int* status) {
+  std::vector<std::string> operands = options.operands;
+  const std::string target = operands.size() > 1 ? operands.back() : ".";
+  if (operands.size() > 1) operands.pop_back();
+  std::vector<Match> sources;
+  *status = ForEach(operands, [&](const std::string& operand) {
+    for (Match& match : session->Expand(ParseAddress(operand), "get")) sources.push_back(std::move(match));
+  });
+  const bool intoDirectory = IsHostDirectory(target);
+  const bool asDirectory = target.back() == '/' && !(sources.size() == 1 && sources[0].item.IsDirectory());
+  if (!intoDirectory && (sources.size() > 1 || operands.size() > 1 || asDirectory) && !sources.empty()) {
+    throw HostFailure("cannot get anything into " + target, HostFileExists(target) ? ENOTDIR : ENOENT);
+  }
+  Planner planner(options, session);
+  for (const Match& source : sources) {
+    const bool named = intoDirectory && !source.address.IsRoot();
+    planner.Add(source, named ? JoinPath(target, HostName(options, source.address.Name())) : target);
+  }
+  return planner.Take();
+}
+
+void CopyOut(Session* session, const Step& step, bool overwrite, Progress* progress) {
+  VolumeFile file(session, step.source.address, ORB_OPEN_READ);
+  NewHostFile written(step.target);
+  std::vector<char> buffer(kPiece);
+  while (const OrbU32 count = file.Read(buffer.data(), kPiece)) {
+    CheckInterrupt();
+    written.Write(buffer.data(), count);
+    progress->Advance(count);
+  }
+  written.Publish(step.source.item.time, overwrite);
+  progress->Advance(Progress::kFile);
+}
+
+// Directories get their times last, from the innermost on: what is written into them moves their times.
+void StampDirectories(const Plan& plan) {
+  for (auto step = plan.steps.rbegin(); step != plan.steps.rend(); ++step) {
+    if (step->source.item.IsDirectory()) StampHostDirectory(step->target, step->source.item.time);
+  }
+}
+
+int CarryOut(const GetOptions& options, Session* session, const Plan& plan) {
+  Progress progress("get", plan.work, options.quiet);
+  const int status = ForEach(plan.steps, [&](const Step& step) {
+    CheckInterrupt();
+    progress.SetItem(step.source.address.Path());
+    if (step.source.item.IsDirectory()) {
+      MakeHostDirectory(step.target);
+    } else {
+      CopyOut(session, step, options.force, &progress);
+    }
+    if (options.verbose) Print(step.source.address.Text() + " -> " + step.target + "\n");
+  });
+  StampDirectories(plan);
+  return status;
+}
+
+int RunGet(const GetOptions& options) {
+  Session session;
+  int found = kSuccess;
+  const Plan plan = MakePlan(options, &session, &found);
+  if (!plan.refusals.empty()) return Refuse(plan.refusals, "nothing was written");
+  const int status = CarryOut(options, &session, plan);
+  session.Close();
+  return found != kSuccess ? found : status;
+}
+
+Run DefineGet(CLI::App* app) {
+  auto options = std::make_shared<GetOptions>();
+  app->add_flag("-f,--force", options->force, "overwrite files that are there");
+  app->add_flag("--lower", options->lower, "names on the host in lower case");
+  app->add_flag("-v,--verbose", options->verbose, "name every file");
+  app->add_flag("-q,--quiet", options->quiet, "draw no progress");
+  app->add_flag("-r,-R,--recursive", options->recursive, "for habit's sake: directories always come whole");
+  app->add_option("operand", options->operands, "what to get, and last where to on the host, \".\" if left out")
+      ->required();
+  return [options] { return RunGet(*options); };
+}
+
+}  // namespace
+
+const Command kCatCommand = {
+    "cat",
+    kTransferGroup,
+    "CONTAINER:/PATH...",
+    "print files",
+    "Writes the contents of files to standard output, byte for byte.",
+    "orba cat card.orb:/LOGS/DAY1.TXT\n"
+    "orba cat 'card.orb:/LOGS/*.TXT' | grep ERROR",
+    DefineCat,
+};
+
+const Command kGetCommand = {
+    "get",
+    kTransferGroup,
+    "CONTAINER:/PATH... [TARGET]",
+    "copy files and trees out of a container",
+    "Copies files, and directories with everything below them, into a directory of the host, or a single one to a new "
+    "name; \"CONTAINER\" alone gets what its root holds. Files and directories keep their times. Directories that are "
+    "there already are filled up; files that are there are only overwritten with --force.\n\n"
+    "Each file is written under a passing name and renamed when it is whole, so an interrupted get leaves no half "
+    "files.",
+    "orba get card.orb:/LOGS  # into the current directory\n"
+    "orba get 'card.orb:/LOGS/*.TXT' /tmp/logs\n"
+    "orba get --lower card.orb backup",
+    DefineGet,
+};
+
+}  // namespace orba::tool

@@ -1,0 +1,77 @@
+// Files of the host: opened for reading, written under a passing name until they are whole, stamped with the times that a
+// container holds. Stands on failure.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "orba.h"
+
+namespace orba::tool {
+
+// A descriptor, closed in any case.
+class Descriptor {
+ public:
+  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+  ~Descriptor();
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  Descriptor(Descriptor&& other) noexcept : descriptor_(other.Take()) {}
+
+  int get() const { return descriptor_; }
+  int Take();
+
+ private:
+  int descriptor_;
+};
+
+// Opens an ordinary file for reading; "-" is standard input. Throws a Failure.
+Descriptor OpenForReading(const std::string& path);
+
+// Bytes read, less than `count` at the end alone.
+std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std::size_t count);
+
+// The names in a directory, sorted, "." and ".." left out.
+std::vector<std::string> ListHostDirectory(const std::string& path);
+
+std::string JoinPath(const std::string& directory, const std::string& name);
+
+// The last name of a path: "b" of "a/b/". Empty for "/", "." and "..", also behind a path.
+std::string BaseName(const std::string& path);
+
+bool IsHostDirectory(const std::string& path);
+bool HostFileExists(const std::string& path);  // a link that leads nowhere exists too
+
+void MakeHostDirectory(const std::string& path);  // one that is there is fine
+
+// False for a stamp that is no date.
+bool ToHostTime(const OrbTime& time, timespec* out);
+
+// Stamps a directory with a time, as far as the host lets us.
+void StampHostDirectory(const std::string& path, const OrbTime& time);
+
+// A file that is being written: beside its place, under a name of its own, and gone again unless it is published.
+class NewHostFile {
+ public:
+  explicit NewHostFile(std::string path);
+  ~NewHostFile();
+  NewHostFile(const NewHostFile&) = delete;
+  NewHostFile& operator=(const NewHostFile&) = delete;
+
+  void Write(const void* buffer, std::size_t count);
+
+  // Stamps the file and gives it its name. Without `overwrite` fails where the name is taken by now.
+  void Publish(const OrbTime& time, bool overwrite);
+
+ private:
+  [[noreturn]] void Fail() const;
+
+  std::string path_;
+  std::string temporary_;  // empty once published
+  int descriptor_;
+};
+
+}  // namespace orba::tool

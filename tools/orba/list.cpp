@@ -1,0 +1,311 @@
+// ls, tree and du: what lies inside.
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+
+#include "inspect/names.h"
+#include "tools/orba/command.h"
+#include "tools/orba/commands.h"
+#include "tools/orba/each.h"
+#include "tools/orba/session.h"
+#include "tools/orba/terminal.h"
+
+namespace orba::tool {
+
+namespace {
+
+std::string PaintedName(const Item& item, const std::string& text) {
+  return item.IsDirectory() ? Painted(Stream::kOutput, Colour::kBlue, text) : text;
+}
+
+// ---- ls ---------------------------------------------------------------------------------------------------------------
+
+struct ListOptions {
+  std::vector<std::string> operands;
+  bool longForm = false;
+  bool recursive = false;
+  bool onePerLine = false;
+  bool itself = false;
+  bool human = false;
+};
+
+std::string AttributeText(const Item& item) {
+  std::string text = "----";
+  if (item.IsDirectory()) text[0] = 'd';
+  if (item.IsReadOnly()) text[1] = 'r';
+  if ((item.attributes & ORB_ATTRIBUTE_SYSTEM) != 0) text[2] = 's';
+  if ((item.attributes & ORB_ATTRIBUTE_USER) != 0) text[3] = 'u';
+  return text;
+}
+
+std::string TimeText(const OrbTime& time) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%04u-%02u-%02u %02u:%02u:%02u", time.year, time.month, time.day, time.hour,
+                time.minute, time.second);
+  return text;
+}
+
+class Lister {
+ public:
+  Lister(const ListOptions& options, Session* session) : options_(options), session_(session), walker_(session) {}
+
+  void ListOperand(const std::string& operand) {
+    const Address pattern = ParseAddress(operand);
+    std::vector<Match> matches = session_->Expand(pattern, "list");
+    const bool several = matches.size() > 1 || options_.operands.size() > 1 || options_.recursive;
+    const auto firstDirectory = std::stable_partition(
+        matches.begin(), matches.end(), [this](const Match& m) { return options_.itself || !m.item.IsDirectory(); });
+    std::vector<Item> files;
+    for (auto match = matches.begin(); match != firstDirectory; ++match) {
+      files.push_back(match->item);
+      if (several || match->address.IsRoot()) files.back().name = match->address.Text();
+    }
+    if (!files.empty()) PrintItems(files);
+    for (auto match = firstDirectory; match != matches.end(); ++match) ListDirectory(match->address, several);
+  }
+
+ private:
+  void ListDirectory(const Address& directory, bool headed) {
+    const std::vector<Item> items = walker_.List(directory);
+    if (headed) Print((printed_ ? "\n" : "") + directory.Text() + ":\n");
+    PrintItems(items);
+    printed_ = true;
+    if (!options_.recursive) return;
+    for (const Item& item : items) {
+      if (item.IsDirectory()) ListDirectory(directory.Child(item.name), true);
+    }
+  }
+
+  void PrintItems(const std::vector<Item>& items) {
+    printed_ = printed_ || !items.empty();
+    if (options_.longForm) return PrintLong(items);
+    const bool columns = IsTerminal(Stream::kOutput) && !options_.onePerLine;
+    std::vector<std::string> texts;
+    std::vector<std::string> shown;
+    for (const Item& item : items) {
+      texts.push_back(NameText(item));
+      shown.push_back(PaintedName(item, texts.back()));
+      if (!columns) Print(shown.back() + "\n");
+    }
+    if (columns) Print(InColumns(texts, shown, Width(Stream::kOutput)));
+  }
+
+  void PrintLong(const std::vector<Item>& items) {
+    std::size_t width = 0;
+    for (const Item& item : items) width = std::max(width, SizeText(item).size());
+    for (const Item& item : items) {
+      Print(AttributeText(item) + "  " + PadLeft(SizeText(item), width) + "  " + TimeText(item.time) + "  " +
+            PaintedName(item, NameText(item)) + "\n");
+    }
+  }
+
+  std::string SizeText(const Item& item) const {
+    return options_.human ? HumanSize(item.size) : std::to_string(item.size);
+  }
+
+  // On a terminal a "/" tells directories also where there are no colours.
+  static std::string NameText(const Item& item) {
+    const bool marked = item.IsDirectory() && IsTerminal(Stream::kOutput) && item.name.back() != '/';
+    return inspect::Printable(item.name) + (marked ? "/" : "");
+  }
+
+  const ListOptions& options_;
+  Session* session_;
+  Walker walker_;
+  bool printed_ = false;
+};
+
+int RunList(const ListOptions& options) {
+  Session session;
+  Lister lister(options, &session);
+  const int status = ForEach(options.operands, [&](const std::string& operand) { lister.ListOperand(operand); });
+  session.Close();
+  return status;
+}
+
+Run DefineList(CLI::App* app) {
+  auto options = std::make_shared<ListOptions>();
+  app->add_flag("-l,--long", options->longForm, "attributes, size, time of the last change (UTC) and name");
+  app->add_flag("-R,--recursive", options->recursive, "also everything below");
+  app->add_flag("-d,--directory", options->itself, "a directory itself, not what it holds");
+  app->add_flag("-1", options->onePerLine, "one name to a line, also on a terminal");
+  app->add_flag("-h,--human", options->human, "sizes such as 1.5K");
+  app->add_option("address", options->operands, "what to list; wildcards * and ? stand in any name of the path")
+      ->required();
+  return [options] { return RunList(*options); };
+}
+
+// ---- tree -------------------------------------------------------------------------------------------------------------
+
+struct TreeOptions {
+  std::vector<std::string> operands;
+  unsigned levels = 0;
+};
+
+struct TreeCounts {
+  unsigned directories = 0;
+  unsigned files = 0;
+};
+
+void PrintBranches(Walker* walker, const Address& directory, const std::string& indent, unsigned levels,
+                   TreeCounts* counts) {
+  const bool utf8 = IsUtf8();
+  const std::vector<Item> items = walker->List(directory);
+  for (const Item& item : items) {
+    const bool last = &item == &items.back();
+    const char* const branch = utf8 ? (last ? "└── " : "├── ") : (last ? "`-- " : "|-- ");
+    Print(indent + branch + PaintedName(item, inspect::Printable(item.name)) + "\n");
+    ++(item.IsDirectory() ? counts->directories : counts->files);
+    if (!item.IsDirectory() || levels == 1) continue;
+    const char* const below = last ? "    " : (utf8 ? "│   " : "|   ");
+    PrintBranches(walker, directory.Child(item.name), indent + below, levels == 0 ? 0 : levels - 1, counts);
+  }
+}
+
+std::string Counted(unsigned count, const char* one, const char* many) {
+  return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+int RunTree(const TreeOptions& options) {
+  Session session;
+  Walker walker(&session);
+  TreeCounts counts;
+  const int status = ForEach(options.operands, [&](const std::string& operand) {
+    for (const Match& match : session.Expand(ParseAddress(operand), "list")) {
+      Print(PaintedName(match.item, match.address.Text()) + "\n");
+      if (match.item.IsDirectory()) PrintBranches(&walker, match.address, "", options.levels, &counts);
+    }
+  });
+  Print("\n" + Counted(counts.directories, "directory", "directories") + ", " + Counted(counts.files, "file", "files") +
+        "\n");
+  session.Close();
+  return status;
+}
+
+Run DefineTree(CLI::App* app) {
+  auto options = std::make_shared<TreeOptions>();
+  app->add_option("-L,--levels", options->levels, "go down this many levels, 1 or more")
+      ->check(CLI::Range(1u, 65535u))
+      ->type_name("N");
+  app->add_option("address", options->operands, "where to begin")->required();
+  return [options] { return RunTree(*options); };
+}
+
+// ---- du ---------------------------------------------------------------------------------------------------------------
+
+struct UsageOptions {
+  std::vector<std::string> operands;
+  bool all = false;
+  bool summary = false;
+  bool bytes = false;
+  bool human = false;
+};
+
+// Blocks that contents of `size` bytes take, block-map blocks included: six fit into the node, each map block holds a
+// quarter as many numbers as it has bytes.
+std::uint64_t BlocksTaken(std::uint64_t size, std::uint64_t blockSize) {
+  const std::uint64_t slots = blockSize / 4;
+  const std::uint64_t data = (size + blockSize - 1) / blockSize;
+  if (data <= 6) return data;
+  if (data <= 6 + slots) return data + 1;
+  return data + 2 + (data - 6 - slots + slots - 1) / slots;
+}
+
+class UsageCounter {
+ public:
+  UsageCounter(const UsageOptions& options, Session* session)
+      : options_(options), session_(session), walker_(session) {}
+
+  std::uint64_t Count(const Match& match, bool top) {
+    std::uint64_t used = Own(match);
+    if (match.item.IsDirectory()) {
+      for (const Item& item : walker_.List(match.address)) {
+        used += Count({match.address.Child(item.name), item}, false);
+      }
+    }
+    const bool shown = top || (!options_.summary && (match.item.IsDirectory() || options_.all));
+    if (shown) Print(Text(used) + "\t" + match.address.Text() + "\n");
+    return used;
+  }
+
+ private:
+  std::uint64_t Own(const Match& match) {
+    const std::uint64_t blockSize = session_->BlockSize(match.address);
+    if (options_.bytes) return match.item.IsDirectory() ? 0 : match.item.size;
+    return BlocksTaken(match.item.size, blockSize) * blockSize;
+  }
+
+  std::string Text(std::uint64_t used) const {
+    if (options_.human) return HumanSize(used);
+    return std::to_string(options_.bytes ? used : (used + 1023) / 1024);
+  }
+
+  const UsageOptions& options_;
+  Session* session_;
+  Walker walker_;
+};
+
+int RunUsage(const UsageOptions& options) {
+  Session session;
+  UsageCounter counter(options, &session);
+  const int status = ForEach(options.operands, [&](const std::string& operand) {
+    for (const Match& match : session.Expand(ParseAddress(operand), "measure")) counter.Count(match, true);
+  });
+  session.Close();
+  return status;
+}
+
+Run DefineUsage(CLI::App* app) {
+  auto options = std::make_shared<UsageOptions>();
+  app->add_flag("-a,--all", options->all, "files too, not directories alone");
+  app->add_flag("-s,--summarize", options->summary, "the operands alone");
+  app->add_flag("-b,--bytes", options->bytes, "the files' sizes in bytes instead of the space they take");
+  app->add_flag("-h,--human", options->human, "sizes such as 1.5K");
+  app->add_option("address", options->operands, "what to measure")->required();
+  return [options] { return RunUsage(*options); };
+}
+
+}  // namespace
+
+const Command kListCommand = {
+    "ls",
+    kLookGroup,
+    "CONTAINER[:/PATH]...",
+    "list files and directories",
+    "Lists what a directory holds, or names a file. Names come sorted: in columns on a terminal, one to a line "
+    "elsewhere.\n\n"
+    "The letters of -l are d for a directory, r for read-only, s for system (a root) and u for the attribute that is "
+    "the user's own. A directory's size is 32 bytes for each entry, \".\" and \"..\" included.",
+    "orba ls card.orb  # the root\n"
+    "orba ls -l 'card.orb:/LOGS/*.TXT'\n"
+    "orba ls -lR card.orb:/LOGS",
+    DefineList,
+};
+
+const Command kTreeCommand = {
+    "tree",
+    kLookGroup,
+    "CONTAINER[:/PATH]...",
+    "draw directories as a tree",
+    "Draws everything below a directory as a tree and counts it.",
+    "orba tree card.orb\n"
+    "orba tree -L 2 card.orb:/LOGS",
+    DefineTree,
+};
+
+const Command kUsageCommand = {
+    "du",
+    kLookGroup,
+    "CONTAINER[:/PATH]...",
+    "tell how much space files and directories take",
+    "For every directory the space that it and everything below it takes, in units of 1024 bytes. Contents take whole "
+    "blocks; files of more than six blocks take further blocks that say where their blocks are.",
+    "orba du card.orb\n"
+    "orba du -sh 'card.orb:/*'",
+    DefineUsage,
+};
+
+}  // namespace orba::tool

@@ -1,0 +1,320 @@
+#include "tools/orba/manual.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/orba/command.h"
+
+#ifndef ORBA_VERSION
+#error "the build names the version"
+#endif
+
+namespace orba::tool {
+
+const char* const kVersion = ORBA_VERSION;
+
+namespace {
+
+constexpr std::size_t kLine = 79;
+
+constexpr const char* kPurpose =
+    "makes, fills, lists, checks, repairs and draws containers: files that hold a whole file system each.";
+
+struct Topic {
+  const char* title;
+  const char* text;
+  bool inHelp;  // not in the manual page alone
+};
+
+constexpr Topic kTopics[] = {
+    {"Addresses",
+     "CONTAINER:/PATH is a place inside a container: CONTAINER is its file name on the host, /PATH the way from its "
+     "root. CONTAINER alone is the root. No path inside a container holds a \":\", so the last \":/\" of an address is "
+     "what separates; before it the host's name may hold any character (a:b.orb:/LOGS is /LOGS in a:b.orb). The "
+     "wildcards * and ? stand for any characters and for one, in any name of the path; quote them from the shell. "
+     "Commands that work on a container as a whole take its file name.",
+     true},
+    {"Names",
+     "Names in a container have 1 to 29 characters out of A-Z 0-9 !#$%&'()-^~@{}[]_. and are stored in upper case; "
+     "letter case makes no difference. Times are UTC.",
+     true},
+    {"Exit status",
+     "0 done, 1 something failed, 16 wrong usage. check and repair end as fsck does: 0 clean, 1 repaired, 4 damage is "
+     "left, 8 could not work, 16 wrong usage.",
+     true},
+    {"Safety",
+     "While the tool works on a container no other program can open it. A container whose update was interrupted is "
+     "refused by everything that mounts it until orba repair has seen to it; info, df, check, repair, recover, dump "
+     "and "
+     "map work without mounting. Nothing overwrites a file, on the host or in a container, unless --force is given. An "
+     "interrupt (Ctrl-C) is obeyed between two steps, so that the container is left clean; a second one ends the "
+     "program at once.",
+     false},
+    {"Environment",
+     "NO_COLOR, when set, keeps colours away. COLUMNS is the line's width where the terminal does not tell. Colours, "
+     "columns and progress appear on a terminal only.",
+     false},
+};
+
+const Command& CommandOf(const CLI::App& app) {
+  for (const Command* command : Commands()) {
+    if (app.get_name() == command->name) return *command;
+  }
+  throw std::logic_error("a sub-command without a record");
+}
+
+std::vector<std::string> Split(const std::string& text, const std::string& separator) {
+  std::vector<std::string> parts;
+  std::size_t start = 0;
+  while (start <= text.size()) {
+    const std::size_t end = std::min(text.find(separator, start), text.size());
+    if (end > start) parts.push_back(text.substr(start, end - start));
+    start = end + separator.size();
+  }
+  return parts;
+}
+
+// Words in lines that begin with `indent`; the first line begins with `first` instead.
+std::string Wrapped(const std::string& text, const std::string& first, const std::string& indent) {
+  std::string lines;
+  std::string line = first;
+  bool empty = true;
+  for (const std::string& word : Split(text, " ")) {
+    if (!empty && line.size() + 1 + word.size() > kLine) {
+      lines += line + "\n";
+      line = indent;
+      empty = true;
+    }
+    line += (empty ? "" : " ") + word;
+    empty = false;
+  }
+  return lines + line + "\n";
+}
+
+// A name and what it means, side by side.
+std::string Row(const std::string& name, const std::string& meaning, std::size_t column) {
+  const std::string indent(column, ' ');
+  const std::string label = "  " + name;
+  if (label.size() + 2 > column) return label + "\n" + Wrapped(meaning, indent, indent);
+  return Wrapped(meaning, label + std::string(column - label.size(), ' '), indent);
+}
+
+bool IsHidden(const CLI::Option& option) { return option.get_group().empty(); }
+
+bool IsPositional(const CLI::Option& option) { return option.get_lnames().empty() && option.get_snames().empty(); }
+
+// What stands for the option's value, empty for a flag.
+std::string ValueName(const CLI::Option& option) {
+  if (option.get_items_expected_max() == 0) return "";
+  const std::string type = option.get_type_name();
+  return type.substr(0, type.find(':'));
+}
+
+std::vector<std::string> OptionNames(const CLI::Option& option) {
+  std::vector<std::string> names;
+  for (const std::string& name : option.get_snames()) names.push_back("-" + name);
+  for (const std::string& name : option.get_lnames()) names.push_back("--" + name);
+  return names;
+}
+
+// "-b, --block-size BYTES"
+std::string OptionLabel(const CLI::Option& option) {
+  std::string label;
+  for (const std::string& name : OptionNames(option)) label += (label.empty() ? "" : ", ") + name;
+  const std::string value = ValueName(option);
+  return value.empty() ? label : label + " " + value;
+}
+
+std::vector<const CLI::Option*> ShownOptions(const CLI::App& app) {
+  std::vector<const CLI::Option*> options;
+  for (const CLI::Option* option : app.get_options()) {
+    if (!IsHidden(*option) && !IsPositional(*option)) options.push_back(option);
+  }
+  return options;
+}
+
+std::vector<const CLI::App*> SubCommands(const CLI::App& app) {
+  return app.get_subcommands([](const CLI::App*) { return true; });
+}
+
+// ---- Help -------------------------------------------------------------------------------------------------------------
+
+std::string Example(const std::string& line) {
+  const std::size_t comment = line.find("  # ");
+  if (comment == std::string::npos) return "  " + line + "\n";
+  std::string code = "  " + line.substr(0, comment);
+  if (code.size() < 40) code.resize(40, ' ');
+  return code + "  # " + line.substr(comment + 4) + "\n";
+}
+
+std::string ProgramHelp(const CLI::App& app) {
+  std::string help = Wrapped(std::string("orba ") + kPurpose, "", "") +
+                     "\nUsage: orba COMMAND [OPTION]... OPERAND...\n"
+                     "       orba COMMAND --help\n";
+  std::string group;
+  for (const CLI::App* sub : SubCommands(app)) {
+    const Command& command = CommandOf(*sub);
+    if (group != command.group) help += "\n" + (group = command.group) + ":\n";
+    help += Row(command.name, command.summary, 11);
+  }
+  for (const Topic& topic : kTopics) {
+    if (topic.inHelp) help += std::string("\n") + topic.title + ":\n" + Wrapped(topic.text, "  ", "  ");
+  }
+  return help;
+}
+
+std::string CommandHelp(const CLI::App& app) {
+  const Command& command = CommandOf(app);
+  std::string help =
+      std::string("orba ") + command.name + " - " + command.summary + "\n\n" +
+      Wrapped(std::string("orba ") + command.name + " [OPTION]... " + command.operands, "Usage: ", "           ");
+  for (const std::string& paragraph : Split(command.details, "\n\n")) help += "\n" + Wrapped(paragraph, "", "");
+  help += "\nOptions:\n";
+  for (const CLI::Option* option : ShownOptions(app)) help += Row(OptionLabel(*option), option->get_description(), 26);
+  help += "\nExamples:\n";
+  for (const std::string& line : Split(command.examples, "\n")) help += Example(line);
+  return help;
+}
+
+class HelpFormatter : public CLI::FormatterBase {
+ public:
+  std::string make_help(const CLI::App* app, std::string /*name*/, CLI::AppFormatMode /*mode*/) const override {
+    return HelpText(*app);
+  }
+};
+
+// ---- The manual page --------------------------------------------------------------------------------------------------
+
+// Text that troff takes as it is.
+std::string Troff(const std::string& text) {
+  std::string safe;
+  for (const char c : text) {
+    if (c == '\\') {
+      safe += "\\e";
+    } else if (c == '-') {
+      safe += "\\-";
+    } else if (c == '^') {
+      safe += "\\(ha";
+    } else if (c == '~') {
+      safe += "\\(ti";
+    } else if (c == '\'') {
+      safe += "\\(aq";
+    } else {
+      safe += c;
+    }
+  }
+  return !safe.empty() && safe[0] == '.' ? "\\&" + safe : safe;
+}
+
+std::string Upper(std::string text) {
+  for (char& c : text) {
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  }
+  return text;
+}
+
+std::string TroffParagraphs(const std::string& text) {
+  std::string paragraphs;
+  for (const std::string& paragraph : Split(text, "\n\n")) {
+    paragraphs += (paragraphs.empty() ? "" : ".PP\n") + Troff(paragraph) + "\n";
+  }
+  return paragraphs;
+}
+
+std::string ManualSection(const CLI::App& app) {
+  const Command& command = CommandOf(app);
+  std::string page = std::string(".SS \"orba ") + command.name + " \\- " + Troff(command.summary) + "\"\n";
+  page += std::string(".B orba ") + command.name + "\n[\\fIOPTION\\fR]... " + Troff(command.operands) + "\n.PP\n";
+  page += TroffParagraphs(command.details);
+  for (const CLI::Option* option : ShownOptions(app)) {
+    page += ".TP\n.B " + Troff(OptionLabel(*option)) + "\n" + Troff(option->get_description()) + "\n";
+  }
+  page += ".PP\nFor example:\n.PP\n.nf\n.RS\n";
+  for (const std::string& line : Split(command.examples, "\n")) page += Troff(line) + "\n";
+  return page + ".RE\n.fi\n";
+}
+
+}  // namespace
+
+void SetHelp(CLI::App* app) {
+  const auto formatter = std::make_shared<HelpFormatter>();
+  app->formatter(formatter);
+  for (CLI::App* sub : app->get_subcommands([](CLI::App*) { return true; })) sub->formatter(formatter);
+}
+
+std::string HelpText(const CLI::App& app) { return app.get_parent() == nullptr ? ProgramHelp(app) : CommandHelp(app); }
+
+std::string ManualPage(const CLI::App& app) {
+  std::string page = std::string(".TH ORBA 1 \"\" \"orba ") + kVersion + "\"\n.SH NAME\norba \\- " +
+                     Troff("makes, fills, lists, checks, repairs and draws containers") +
+                     "\n.SH SYNOPSIS\n.B orba\n\\fICOMMAND\\fR [\\fIOPTION\\fR]... \\fIOPERAND\\fR...\n"
+                     ".SH DESCRIPTION\n.B orba\n" +
+                     Troff(kPurpose) + "\n";
+  for (const Topic& topic : kTopics) {
+    page += ".SH \"" + Upper(topic.title) + "\"\n" + Troff(topic.text) + "\n";
+  }
+  std::string group;
+  for (const CLI::App* sub : SubCommands(app)) {
+    const std::string heading = CommandOf(*sub).group;
+    if (group != heading) page += ".SH \"" + Upper(group = heading) + "\"\n";
+    page += ManualSection(*sub);
+  }
+  return page;
+}
+
+std::string BashCompletion(const CLI::App& app) {
+  std::string names;
+  std::string cases;
+  for (const CLI::App* sub : SubCommands(app)) {
+    names += (names.empty() ? "" : " ") + sub->get_name();
+    std::string options;
+    for (const CLI::Option* option : ShownOptions(*sub)) {
+      for (const std::string& name : OptionNames(*option)) options += (options.empty() ? "" : " ") + name;
+    }
+    cases += "    " + sub->get_name() + ") options=\"" + options + "\" ;;\n";
+  }
+  return R"(# bash completion for orba
+# Names from containers may look like commands to the shell; they are compared here, never expanded.
+_orba_inside() {
+  local container=$1 path=${2^^} kind rest name
+  local folder=${path%/*}/
+  COMPREPLY=()
+  while read -r kind rest; do
+    name=${rest##* }
+    [[ $kind == d* ]] && name+=/
+    [[ $folder$name == "$path"* ]] && COMPREPLY+=("$folder$name")
+  done < <(orba ls -l -- "$container:$folder" 2>/dev/null)
+  [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == */ ]] && compopt -o nospace
+}
+
+_orba() {
+  local word=${COMP_WORDS[COMP_CWORD]} command= options= i
+  for ((i = 1; i < COMP_CWORD; i++)); do
+    if [[ ${COMP_WORDS[i]} != -* ]]; then
+      command=${COMP_WORDS[i]}
+      break
+    fi
+  done
+  case $command in
+    "") COMPREPLY=($(compgen -W ")" +
+         names + R"( --help --version" -- "$word")); return ;;
+)" + cases +
+         R"(  esac
+  if [[ $word == -* ]]; then
+    COMPREPLY=($(compgen -W "$options" -- "$word"))
+  elif ((COMP_CWORD >= 3)) && [[ ${COMP_WORDS[COMP_CWORD - 1]} == : && $word == /* ]]; then
+    _orba_inside "${COMP_WORDS[COMP_CWORD - 2]}" "$word"
+  else
+    COMPREPLY=()  # files of the host
+  fi
+}
+complete -o default -o filenames -F _orba orba
+)";
+}
+
+}  // namespace orba::tool

@@ -1,0 +1,23 @@
+// The names that a container takes, and how to make one of a name that it does not take. Stands on address and failure.
+#pragma once
+
+#include <set>
+#include <string>
+
+#include "tools/orba/address.h"
+
+namespace orba::tool {
+
+extern const char* const kNameRule;  // in one sentence
+
+// What is wrong with a name, such as "it has 31 characters"; empty for a legal one.
+std::string NameProblem(const std::string& name);
+
+// Throws a Failure where a name on the way to `address` cannot exist: for places that are to be made.
+void RequireLegal(const Address& address);
+
+// A legal name in upper case that resembles `name` and is not among `taken`: other characters become "_", a long name is
+// shortened before its ending, and a number sets equal names apart.
+std::string LegalName(const std::string& name, const std::set<std::string>& taken);
+
+}  // namespace orba::tool

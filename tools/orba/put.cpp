@@ -1,0 +1,356 @@
+// put: files and trees from the host into a container. First a plan is made of everything, with each name and conflict
+// judged; only a plan without a refusal is carried out.
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+
+#include "inspect/names.h"
+#include "tools/orba/command.h"
+#include "tools/orba/commands.h"
+#include "tools/orba/each.h"
+#include "tools/orba/host_file.h"
+#include "tools/orba/interrupt.h"
+#include "tools/orba/name_rule.h"
+#include "tools/orba/session.h"
+#include "tools/orba/terminal.h"
+
+namespace orba::tool {
+
+namespace {
+
+struct PutOptions {
+  std::vector<std::string> operands;
+  bool force = false;
+  bool rename = false;
+  bool quiet = false;
+  bool verbose = false;
+  bool recursive = false;  // trees are put whole anyway
+};
+
+struct Source {
+  std::string path;
+  std::string name;  // that it is to have, as far as the container takes it
+};
+
+struct Step {
+  std::string source;
+  Address target;
+  std::uint64_t size = 0;
+  bool isDirectory = false;
+  bool replaces = false;  // a file is there
+  OrbU32 attributes = 0;  // of that file
+};
+
+struct Plan {
+  std::vector<Step> steps;  // directories before what they hold
+  std::vector<Failure> refusals;
+  std::vector<Failure> skipped;
+  std::vector<std::pair<std::string, Address>> renamed;
+  std::uint64_t work = 0;
+};
+
+Failure TakenTarget(const Address& target, const char* kind, const std::string& advice) {
+  return Failure("cannot write " + target.Text(), std::string(kind) + " (" + CodeText(ORB_ERROR_FILE_EXISTS) + ")",
+                 advice, ORB_ERROR_FILE_EXISTS);
+}
+
+class Planner {
+ public:
+  Planner(const PutOptions& options, Session* session, std::string container) : options_(options), session_(session) {
+    struct stat status = {};
+    hasContainer_ = stat(container.c_str(), &status) == 0;
+    containerDevice_ = status.st_dev;
+    containerNumber_ = status.st_ino;
+  }
+
+  // Plans what goes into one directory of the container, which `exists` or is planned to.
+  void AddAll(const Address& directory, bool exists, const std::vector<Source>& sources) {
+    Siblings siblings;
+    if (exists) {
+      for (Item& item : session_->List(directory)) siblings.existing.emplace(item.name, item);
+    }
+    const std::vector<std::string> names = ChooseNames(directory, sources, &siblings);
+    for (std::size_t i = 0; i < sources.size(); ++i) {
+      if (names[i].empty()) continue;
+      const auto there = siblings.existing.find(names[i]);
+      AddOne(sources[i], directory.Child(names[i]), there == siblings.existing.end() ? nullptr : &there->second);
+    }
+  }
+
+  // Plans one source under exactly this address.
+  void AddNamed(const Source& source, const Address& target) {
+    const std::optional<Item> there = session_->Find(target);
+    AddOne(source, target, there.has_value() ? &*there : nullptr);
+  }
+
+  // Plans what a host directory holds into a directory that exists or is planned.
+  void AddContents(const std::string& path, const Address& directory, bool exists) {
+    std::vector<Source> children;
+    for (const std::string& name : ListHostDirectory(path)) children.push_back({JoinPath(path, name), name});
+    AddAll(directory, exists, children);
+  }
+
+  Plan Take() { return std::move(plan_); }
+
+ private:
+  struct Siblings {
+    std::map<std::string, Item> existing;        // in the container, by name
+    std::map<std::string, std::string> planned;  // host path by name
+  };
+
+  // For each source its name in the container, empty for one that is refused. Names that fit as they are go first.
+  std::vector<std::string> ChooseNames(const Address& directory, const std::vector<Source>& sources,
+                                       Siblings* siblings) {
+    std::vector<std::string> names(sources.size());
+    std::vector<std::size_t> others;
+    for (std::size_t i = 0; i < sources.size(); ++i) {
+      const std::string name = inspect::UpperCase(sources[i].name);
+      const bool fits = NameProblem(name).empty() && siblings->planned.emplace(name, sources[i].path).second;
+      if (fits) names[i] = name;
+      if (!fits) others.push_back(i);
+    }
+    for (const std::size_t i : others) {
+      if (options_.rename) names[i] = Rename(directory, sources[i], siblings);
+      if (!options_.rename) RefuseName(sources[i], *siblings);
+    }
+    return names;
+  }
+
+  std::string Rename(const Address& directory, const Source& source, Siblings* siblings) {
+    std::set<std::string> taken;
+    for (const auto& [name, item] : siblings->existing) taken.insert(name);
+    for (const auto& [name, path] : siblings->planned) taken.insert(name);
+    const std::string name = LegalName(source.name, taken);
+    siblings->planned.emplace(name, source.path);
+    plan_.renamed.emplace_back(source.path, directory.Child(name));
+    return name;
+  }
+
+  void RefuseName(const Source& source, const Siblings& siblings) {
+    const std::string what = "cannot put " + source.path;
+    const std::string problem = NameProblem(source.name);
+    if (!problem.empty()) {
+      plan_.refusals.emplace_back(
+          what, "its name cannot be stored: " + problem + " (" + CodeText(ORB_ERROR_INVALID_NAME) + ")",
+          std::string(kNameRule) + "\nrename the file, or use --rename to store it under a legal name",
+          ORB_ERROR_INVALID_NAME);
+      return;
+    }
+    const std::string& other = siblings.planned.at(inspect::UpperCase(source.name));
+    plan_.refusals.emplace_back(
+        what, "in a container its name is the same as that of " + other + " (" + CodeText(ORB_ERROR_FILE_EXISTS) + ")",
+        "letter case makes no difference there; use --rename to give one another name", ORB_ERROR_FILE_EXISTS);
+  }
+
+  void AddOne(const Source& source, const Address& target, const Item* there) {
+    CheckInterrupt();
+    struct stat status = {};
+    if (source.path == "-") return AddFile(source, target, there, 0);
+    if (stat(source.path.c_str(), &status) != 0) {
+      plan_.skipped.push_back(HostFailure("cannot put " + source.path, errno));
+    } else if (S_ISDIR(status.st_mode)) {
+      AddDirectory(source, target, there);
+    } else if (!S_ISREG(status.st_mode)) {
+      plan_.skipped.emplace_back("cannot put " + source.path, "it is no ordinary file",
+                                 "a container holds files and directories only");
+    } else if (hasContainer_ && status.st_dev == containerDevice_ && status.st_ino == containerNumber_) {
+      plan_.skipped.emplace_back("cannot put " + source.path, "it is the container itself", "");
+    } else if (static_cast<std::uint64_t>(status.st_size) > ORB_MAX_FILE_SIZE) {
+      plan_.refusals.emplace_back("cannot put " + source.path,
+                                  "it has " + std::to_string(status.st_size) +
+                                      " bytes, and files of a container have at most " +
+                                      std::to_string(ORB_MAX_FILE_SIZE),
+                                  "leave it out, or split it");
+    } else {
+      AddFile(source, target, there, static_cast<std::uint64_t>(status.st_size));
+    }
+  }
+
+  void AddDirectory(const Source& source, const Address& target, const Item* there) {
+    struct stat status = {};
+    if (depth_ > 0 && lstat(source.path.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) {
+      plan_.skipped.emplace_back("cannot put " + source.path, "it is a symbolic link to a directory",
+                                 "name the directory itself to put it");
+      return;
+    }
+    if (there != nullptr && !there->IsDirectory()) {
+      plan_.refusals.push_back(TakenTarget(target, "a file of this name is there", "rename or remove it first"));
+      return;
+    }
+    if (there == nullptr) plan_.steps.push_back({source.path, target, 0, true});
+    ++depth_;
+    try {
+      AddContents(source.path, target, there != nullptr);
+    } catch (const Failure& failure) {
+      if (failure.code() != 0) throw;  // the container's fault
+      plan_.skipped.push_back(failure);
+    }
+    --depth_;
+  }
+
+  void AddFile(const Source& source, const Address& target, const Item* there, std::uint64_t size) {
+    if (there != nullptr && there->IsDirectory()) {
+      plan_.refusals.push_back(TakenTarget(target, "a directory of this name is there", "rename or remove it first"));
+    } else if (there != nullptr && !options_.force) {
+      plan_.refusals.push_back(TakenTarget(target, "it exists", "use another name, or --force to overwrite it"));
+    } else if (there != nullptr && there->IsReadOnly()) {
+      plan_.refusals.push_back(
+          Failure("cannot overwrite " + target.Text(), "it is read-only (" + CodeText(ORB_ERROR_ACCESS_DENIED) + ")",
+                  "clear the attribute with: orba attrib -r " + ShellWord(target.Text()), ORB_ERROR_ACCESS_DENIED));
+    } else {
+      plan_.steps.push_back(
+          {source.path, target, size, false, there != nullptr, there != nullptr ? there->attributes : 0});
+      plan_.work += size + Progress::kFile;
+    }
+  }
+
+  const PutOptions& options_;
+  Session* session_;
+  Plan plan_;
+  unsigned depth_ = 0;  // below what the command line names
+  bool hasContainer_ = false;
+  dev_t containerDevice_ = 0;
+  ino_t containerNumber_ = 0;
+};
+
+// What stands at the last operand decides under which names the sources go where.
+Plan MakePlan(const PutOptions& options, Session* session) {
+  const std::vector<std::string> sources(options.operands.begin(), options.operands.end() - 1);
+  const Address target = ParseAddress(options.operands.back());
+  RequireLegal(target);
+  const std::optional<Item> there = session->Find(target);
+  const bool intoDirectory = there.has_value() && there->IsDirectory();
+  Planner planner(options, session, target.container);
+  if (!intoDirectory) {
+    if (sources.size() > 1 || (target.asDirectory && !IsHostDirectory(sources[0]))) {
+      throw LibraryFailure("cannot put anything into " + target.Text(), target.container,
+                           there.has_value() ? ORB_ERROR_NOT_A_DIRECTORY : ORB_ERROR_PATH_NOT_FOUND);
+    }
+    session->Get(target.Parent(), "find");
+    planner.AddNamed({sources[0], target.Name()}, target);
+    return planner.Take();
+  }
+  std::vector<Source> named;
+  for (const std::string& source : sources) {
+    if (source == "-")
+      throw Failure("cannot put standard input", "it has no name", "name the file: CONTAINER:/PATH/NAME");
+    const std::string name = BaseName(source);
+    if (!name.empty()) {
+      named.push_back({source, name});
+    } else {
+      planner.AddContents(source, target, true);  // "dir/." and ".": what the directory holds
+    }
+  }
+  planner.AddAll(target, true, named);
+  return planner.Take();
+}
+
+void CopyIn(Session* session, const std::string& source, const Address& target, Progress* progress) {
+  constexpr std::size_t kPiece = 256 * 1024;
+  const Descriptor file = OpenForReading(source);
+  std::vector<char> buffer(kPiece);
+  std::size_t count = ReadFully(file.get(), source, buffer.data(), kPiece);
+  if (count == 0) return;
+  VolumeFile written(session, target, ORB_OPEN_WRITE);
+  for (; count > 0; count = ReadFully(file.get(), source, buffer.data(), kPiece)) {
+    CheckInterrupt();
+    written.Write(buffer.data(), static_cast<OrbU32>(count));
+    progress->Advance(count);
+  }
+  written.Close();
+}
+
+// A file that does not come in whole goes again.
+void WriteWhole(Session* session, const std::string& source, const Address& target, Progress* progress) {
+  session->CreateFile(target);
+  try {
+    CopyIn(session, source, target, progress);
+  } catch (...) {
+    OrbDeleteFileA(session->PathOf(target).c_str());
+    throw;
+  }
+}
+
+void Carry(Session* session, const Step& step, Progress* progress) {
+  progress->SetItem(step.target.Path());
+  if (step.isDirectory) {
+    if (!session->Find(step.target).has_value()) session->CreateDirectory(step.target);  // two sources may share it
+    return;
+  }
+  if (!step.replaces) return WriteWhole(session, step.source, step.target, progress);
+  const Address beside = step.target.Parent().Child(TemporaryName(session, step.target.Parent()));
+  WriteWhole(session, step.source, beside, progress);
+  if (step.attributes != 0) session->SetAttributes(beside, step.attributes);
+  Replace(session, beside, step.target);
+}
+
+int CarryOut(const PutOptions& options, Session* session, const Plan& plan) {
+  int status = plan.skipped.empty() ? kSuccess : kFailed;
+  Progress progress("put", plan.work, options.quiet);
+  const Address* missing = nullptr;  // a directory that could not be made
+  for (const Step& step : plan.steps) {
+    CheckInterrupt();
+    if (missing != nullptr && missing->Holds(step.target)) continue;
+    try {
+      Carry(session, step, &progress);
+      if (options.verbose) Print(step.source + " -> " + step.target.Text() + "\n");
+    } catch (const Failure& failure) {
+      Report(failure);
+      status = kFailed;
+      if (failure.IsFinal()) break;
+      if (step.isDirectory) missing = &step.target;
+    }
+    if (!step.isDirectory) progress.Advance(Progress::kFile);
+  }
+  return status;
+}
+
+int RunPut(const PutOptions& options) {
+  if (options.operands.size() < 2) throw UsageFailure("put", "there must be a source and a target");
+  Session session;
+  const Plan plan = MakePlan(options, &session);
+  for (const Failure& failure : plan.skipped) Report(failure);
+  if (!plan.refusals.empty()) return Refuse(plan.refusals, "nothing was put");
+  for (const auto& [source, target] : plan.renamed) Print(source + " -> " + target.Text() + "\n");
+  const int status = CarryOut(options, &session, plan);
+  session.Close();
+  return status;
+}
+
+Run DefinePut(CLI::App* app) {
+  auto options = std::make_shared<PutOptions>();
+  app->add_flag("-f,--force", options->force, "overwrite files that are there");
+  app->add_flag("--rename", options->rename, "store what has no legal name under a legal, unique one, and say which");
+  app->add_flag("-v,--verbose", options->verbose, "name every file");
+  app->add_flag("-q,--quiet", options->quiet, "draw no progress");
+  app->add_flag("-r,-R,--recursive", options->recursive, "for habit's sake: directories are always put whole");
+  app->add_option("operand", options->operands, "files and directories of the host, and last where to")->required();
+  return [options] { return RunPut(*options); };
+}
+
+}  // namespace
+
+const Command kPutCommand = {
+    "put",
+    kTransferGroup,
+    "SOURCE... CONTAINER:/PATH",
+    "copy files and trees into a container",
+    "Copies files of the host, and directories with everything below them, into a directory of the container, or a "
+    "single one to a new name. \"DIR/.\" puts what DIR holds; \"-\" is standard input. Directories that are there "
+    "already are filled up; files that are there are only overwritten with --force.\n\n"
+    "All names are judged before anything is written. Names that a container cannot hold are refused, and nothing is "
+    "put; --rename makes legal ones of them: other characters become \"_\", long names are shortened, a number sets "
+    "equal ones apart. The new names are printed.\n\n"
+    "Files in a container carry the time when they were written there; the host's times cannot be stored. What is "
+    "neither file nor directory is left out, and so are links to directories below the sources.",
+    "orba put report.txt card.orb:/  # becomes /REPORT.TXT\n"
+    "orba put config/. card.orb:/CONFIG\n"
+    "orba put --rename 'My Photos' card.orb:/\n"
+    "date | orba put - card.orb:/DATE.TXT",
+    DefinePut,
+};
+
+}  // namespace orba::tool

@@ -1,0 +1,27 @@
+// A container as bytes, for what works without mounting it. While it is open here nobody mounts it. Stands on failure and
+// inspect/.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "inspect/image.h"
+#include "tools/orba/host_file.h"
+
+namespace orba::tool {
+
+class RawContainer {
+ public:
+  // Opens for reading. Throws a Failure where the host refuses or another program has the container open.
+  explicit RawContainer(const std::string& path);
+
+  const inspect::Image& image() const { return *image_; }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+  Descriptor lock_;
+  std::unique_ptr<inspect::FileImage> image_;
+};
+
+}  // namespace orba::tool

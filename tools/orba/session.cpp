@@ -1,0 +1,295 @@
+#include "tools/orba/session.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "tools/orba/failure.h"
+#include "tools/orba/interrupt.h"
+#include "tools/orba/wildcard.h"
+
+namespace orba::tool {
+
+namespace {
+
+bool IsMissing(OrbU32 code) {
+  return code == ORB_ERROR_FILE_NOT_FOUND || code == ORB_ERROR_PATH_NOT_FOUND || code == ORB_ERROR_NO_MORE_ENTRIES;
+}
+
+Item ItemOf(const OrbFindDataA& found) { return {found.name, found.attributes, found.size, found.time}; }
+
+// One search, closed in any case: a directory can be searched once at a time.
+class Search {
+ public:
+  Search(const std::string& pattern, OrbFindDataA* found) : handle_(OrbFindFirstFileA(pattern.c_str(), found)) {}
+  ~Search() {
+    if (IsOpen()) OrbFindClose(handle_);
+  }
+  Search(const Search&) = delete;
+  Search& operator=(const Search&) = delete;
+
+  bool IsOpen() const { return handle_ != ORB_INVALID_HANDLE; }
+  bool Next(OrbFindDataA* found) { return OrbFindNextFileA(handle_, found) != 0; }
+
+ private:
+  OrbHandle handle_;
+};
+
+void Require(OrbBool done, const char* action, const Address& address) {
+  if (done == 0) throw LibraryFailure(std::string("cannot ") + action + " " + address.Text(), address.container);
+}
+
+// One character of a UTF-8 text, from `at` on; moves `at` behind it. 0xFFFFFFFF where there is none.
+std::uint32_t NextCharacter(const std::string& text, std::size_t* at) {
+  const auto byte = [&text](std::size_t i) {
+    return i < text.size() ? static_cast<std::uint32_t>(static_cast<unsigned char>(text[i])) : 0u;
+  };
+  const std::uint32_t first = byte(*at);
+  const std::size_t length = first < 0x80   ? 1
+                             : first < 0xC2 ? 0
+                             : first < 0xE0 ? 2
+                             : first < 0xF0 ? 3
+                             : first < 0xF5 ? 4
+                                            : 0;
+  if (length == 0) return 0xFFFFFFFF;
+  std::uint32_t character = length == 1 ? first : first & (0x7Fu >> length);
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((byte(*at + i) & 0xC0) != 0x80) return 0xFFFFFFFF;
+    character = character << 6 | (byte(*at + i) & 0x3F);
+  }
+  const bool overlong = (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
+  if (overlong || character > 0x10FFFF || (character >= 0xD800 && character <= 0xDFFF)) return 0xFFFFFFFF;
+  *at += length;
+  return character;
+}
+
+}  // namespace
+
+std::u16string WideName(const std::string& container) {
+  // The library would take this one name for the memory file.
+  const std::string name = container == "??MEM??" ? "./" + container : container;
+  std::u16string wide;
+  for (std::size_t at = 0; at < name.size();) {
+    std::uint32_t character = NextCharacter(name, &at);
+    if (character == 0xFFFFFFFF) {
+      throw Failure("cannot use \"" + name + "\" as a container", "its name is no UTF-8 text", "rename it");
+    }
+    if (character >= 0x10000) {
+      character -= 0x10000;
+      wide += static_cast<char16_t>(0xD800 + (character >> 10));
+      character = 0xDC00 + (character & 0x3FF);
+    }
+    wide += static_cast<char16_t>(character);
+  }
+  return wide;
+}
+
+// ---- Mounting ---------------------------------------------------------------------------------------------------------
+
+Session::~Session() {
+  for (const auto& [id, volume] : volumes_) OrbUnmountVolumeA(volume.name.c_str());
+}
+
+void Session::Close() {
+  while (!volumes_.empty()) {
+    const Volume volume = volumes_.begin()->second;
+    volumes_.erase(volumes_.begin());
+    if (OrbUnmountVolumeA(volume.name.c_str()) == 0) {
+      throw LibraryFailure("cannot close " + volume.container, volume.container);
+    }
+  }
+  ids_.clear();
+}
+
+const Session::Volume& Session::Mount(const std::string& container) {
+  const auto known = ids_.find(container);
+  if (known != ids_.end()) return volumes_.at(known->second);
+  struct stat status = {};
+  const bool exists = stat(container.c_str(), &status) == 0;
+  const FileId id(status.st_dev, status.st_ino);
+  if (!exists || volumes_.count(id) == 0) {
+    const std::u16string file = WideName(container);
+    const std::string name = "V" + std::to_string(++mounted_);
+    const std::u16string wideName(name.begin(), name.end());
+    if (OrbMountVolume(file.c_str(), wideName.c_str()) == 0) {
+      const OrbU32 code = OrbGetLastError();
+      const std::size_t colon = container.rfind(':');
+      if (code == ORB_ERROR_FILE_NOT_FOUND && colon != std::string::npos) {
+        throw Failure("cannot open " + container, "there is no such container (" + CodeText(code) + ")",
+                      "a path inside a container begins with \"/\": " + container.substr(0, colon) + ":/" +
+                          container.substr(colon + 1),
+                      code);
+      }
+      if (code == ORB_ERROR_FILE_NOT_FOUND) {
+        throw Failure("cannot open " + container, "there is no such container (" + CodeText(code) + ")",
+                      "check the name, or make a container with: orba format " + ShellWord(container), code);
+      }
+      throw LibraryFailure("cannot open " + container, container, code);
+    }
+    volumes_[id] = {name, container};
+  }
+  ids_[container] = id;
+  return volumes_.at(id);
+}
+
+std::string Session::PathOf(const Address& address) { return Mount(address.container).name + ":" + address.Path(); }
+
+OrbU32 Session::BlockSize(const Address& address) {
+  OrbU32 size = 0;
+  Require(OrbGetVolumeInfoA(Mount(address.container).name.c_str(), nullptr, &size), "use", address);
+  return size;
+}
+
+OrbU32 Session::NodeLimit(const Address& address) {
+  OrbU32 bitmapBytes = 0;
+  Require(OrbGetVolumeInfoA(Mount(address.container).name.c_str(), &bitmapBytes, nullptr), "use", address);
+  return 8 * bitmapBytes;
+}
+
+// ---- Looking ----------------------------------------------------------------------------------------------------------
+
+std::optional<Item> Session::Find(const Address& address) {
+  OrbFindDataA found;
+  const Search search(PathOf(address), &found);  // a root is listed, and "." comes first
+  if (search.IsOpen()) return ItemOf(found);
+  if (IsMissing(OrbGetLastError())) return std::nullopt;
+  throw LibraryFailure("cannot read " + address.Text(), address.container);
+}
+
+Item Session::Get(const Address& address, const char* action) {
+  const std::optional<Item> item = Find(address);
+  if (!item.has_value()) {
+    throw LibraryFailure(std::string("cannot ") + action + " " + address.Text(), address.container,
+                         ORB_ERROR_FILE_NOT_FOUND);
+  }
+  if (address.asDirectory && !item->IsDirectory()) {
+    throw LibraryFailure(std::string("cannot ") + action + " " + address.Text() + "/", address.container,
+                         ORB_ERROR_NOT_A_DIRECTORY);
+  }
+  return *item;
+}
+
+std::vector<Item> Session::List(const Address& directory) {
+  CheckInterrupt();
+  std::vector<Item> items;
+  OrbFindDataA found;
+  const std::string path = PathOf(directory);
+  Search search(directory.IsRoot() ? path : path + "/", &found);
+  if (search.IsOpen()) {
+    do {
+      if (std::string(found.name) != "." && std::string(found.name) != "..") items.push_back(ItemOf(found));
+    } while (search.Next(&found));
+  }
+  if (OrbGetLastError() != ORB_ERROR_NO_MORE_ENTRIES) {
+    throw LibraryFailure("cannot list " + directory.Text(), directory.container);
+  }
+  std::sort(items.begin(), items.end(), [](const Item& a, const Item& b) { return a.name < b.name; });
+  return items;
+}
+
+std::vector<Match> Session::Expand(const Address& pattern, const char* action) {
+  std::vector<Match> matches;
+  const bool wild = std::any_of(pattern.names.begin(), pattern.names.end(), HasWildcard);
+  if (!wild) return {{pattern, Get(pattern, action)}};
+  Address root = pattern;
+  root.names.clear();
+  ExpandBelow(root, pattern, 0, &matches);
+  if (matches.empty()) {
+    throw LibraryFailure(std::string("cannot ") + action + " " + pattern.Text(), pattern.container,
+                         ORB_ERROR_NO_MORE_ENTRIES);
+  }
+  return matches;
+}
+
+void Session::ExpandBelow(const Address& directory, const Address& pattern, std::size_t depth,
+                          std::vector<Match>* matches) {
+  const bool last = depth + 1 == pattern.names.size();
+  std::vector<Item> items;
+  if (HasWildcard(pattern.names[depth])) {
+    for (Item& item : List(directory)) {
+      if (Matches(item.name, pattern.names[depth])) items.push_back(std::move(item));
+    }
+  } else if (const std::optional<Item> item = Find(directory.Child(pattern.names[depth]))) {
+    items.push_back(*item);
+  }
+  for (const Item& item : items) {
+    const Address address = directory.Child(item.name);
+    if (last && (item.IsDirectory() || !pattern.asDirectory)) matches->push_back({address, item});
+    if (!last && item.IsDirectory()) ExpandBelow(address, pattern, depth + 1, matches);
+  }
+}
+
+std::vector<Item> Walker::List(const Address& directory) {
+  if (listed_++ > session_->NodeLimit(directory)) {
+    throw LibraryFailure("cannot list " + directory.Text() + ": directories contain each other", directory.container,
+                         ORB_ERROR_DAMAGED_RECORD);
+  }
+  return session_->List(directory);
+}
+
+// ---- Changing ---------------------------------------------------------------------------------------------------------
+
+void Session::CreateFile(const Address& address) {
+  Require(OrbCreateFileA(PathOf(address).c_str(), 0), "create", address);
+}
+
+void Session::CreateDirectory(const Address& address) {
+  Require(OrbCreateDirectoryA(PathOf(address).c_str()), "make the directory", address);
+}
+
+void Session::Delete(const Address& address) { Require(OrbDeleteFileA(PathOf(address).c_str()), "remove", address); }
+
+void Session::Rename(const Address& address, const std::string& newName) {
+  Require(OrbRenameFileA(PathOf(address).c_str(), newName.c_str()), "rename", address);
+}
+
+void Session::SetAttributes(const Address& address, OrbU32 attributes) {
+  Require(OrbSetFileAttributesA(PathOf(address).c_str(), static_cast<OrbI32>(attributes)), "set the attributes of",
+          address);
+}
+
+std::string TemporaryName(Session* session, const Address& directory) {
+  std::string name;
+  unsigned number = 0;
+  do {
+    name = "~ORBA-" + std::to_string(++number) + ".TMP";
+  } while (session->Find(directory.Child(name)).has_value());
+  return name;
+}
+
+void Replace(Session* session, const Address& temporary, const Address& target) {
+  session->Delete(target);
+  session->Rename(temporary, target.Name());
+}
+
+// ---- Open files -------------------------------------------------------------------------------------------------------
+
+VolumeFile::VolumeFile(Session* session, const Address& address, OrbU32 mode)
+    : address_(address), handle_(OrbOpenFileA(session->PathOf(address).c_str(), mode)) {
+  Require(handle_ != ORB_INVALID_HANDLE, "open", address_);
+}
+
+VolumeFile::~VolumeFile() {
+  if (handle_ != ORB_INVALID_HANDLE) OrbCloseFile(handle_);
+}
+
+OrbU32 VolumeFile::Read(void* buffer, OrbU32 count) {
+  OrbU32 done = 0;
+  Require(OrbReadFile(handle_, buffer, count, &done), "read", address_);
+  return done;
+}
+
+void VolumeFile::Write(const void* buffer, OrbU32 count) {
+  OrbU32 done = 0;
+  Require(OrbWriteFile(handle_, buffer, count, &done), "write", address_);
+}
+
+void VolumeFile::SetSize(OrbU32 size) { Require(OrbSetFileSize(handle_, size), "resize", address_); }
+
+void VolumeFile::Close() {
+  const OrbHandle handle = handle_;
+  handle_ = ORB_INVALID_HANDLE;
+  Require(OrbCloseFile(handle), "finish writing", address_);
+}
+
+}  // namespace orba::tool

@@ -1,0 +1,171 @@
+#include "tools/orba/terminal.h"
+
+#include <langinfo.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "inspect/names.h"
+#include "tools/orba/failure.h"
+
+namespace orba::tool {
+
+namespace {
+
+Progress* g_progress;  // the one that is drawn, if any
+
+int Descriptor(Stream stream) { return stream == Stream::kOutput ? STDOUT_FILENO : STDERR_FILENO; }
+
+const char* Sequence(Colour colour) {
+  switch (colour) {
+    case Colour::kBold:
+      return "\033[1m";
+    case Colour::kRed:
+      return "\033[1;31m";
+    case Colour::kGreen:
+      return "\033[32m";
+    case Colour::kYellow:
+      return "\033[33m";
+    case Colour::kBlue:
+      return "\033[1;34m";
+    case Colour::kMagenta:
+      return "\033[35m";
+    case Colour::kCyan:
+      return "\033[36m";
+    case Colour::kGrey:
+      return "\033[90m";
+  }
+  return "";
+}
+
+[[noreturn]] void FailOutput() {
+  if (errno == EPIPE) throw OutputClosed();
+  throw HostFailure("cannot write to standard output", errno);
+}
+
+}  // namespace
+
+bool IsTerminal(Stream stream) { return isatty(Descriptor(stream)) != 0; }
+
+std::size_t Width(Stream stream) {
+  winsize size = {};
+  if (ioctl(Descriptor(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  const char* const columns = std::getenv("COLUMNS");
+  const long width = columns != nullptr ? std::strtol(columns, nullptr, 10) : 0;
+  return width > 0 && width < 10000 ? static_cast<std::size_t>(width) : 80;
+}
+
+bool IsUtf8() { return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0; }
+
+bool IsColoured(Stream stream) {
+  const char* const refused = std::getenv("NO_COLOR");
+  return (refused == nullptr || refused[0] == '\0') && IsTerminal(stream);
+}
+
+std::string Painted(Stream stream, Colour colour, const std::string& text) {
+  return IsColoured(stream) ? Sequence(colour) + text + "\033[0m" : text;
+}
+
+void Print(const std::string& text) { Print(text.data(), text.size()); }
+
+void Print(const void* bytes, std::size_t count) {
+  if (std::fwrite(bytes, 1, count, stdout) != count) FailOutput();
+}
+
+void FlushOutput() {
+  if (std::fflush(stdout) != 0) FailOutput();
+}
+
+std::string InColumns(const std::vector<std::string>& texts, const std::vector<std::string>& shown, std::size_t width) {
+  constexpr std::size_t kGap = 2;
+  const std::size_t count = texts.size();
+  std::size_t rows = 1;
+  std::vector<std::size_t> widths;
+  for (; rows <= count; ++rows) {
+    widths.assign((count + rows - 1) / rows, 0);
+    for (std::size_t i = 0; i < count; ++i) widths[i / rows] = std::max(widths[i / rows], texts[i].size());
+    std::size_t line = kGap * (widths.size() - 1);
+    for (const std::size_t column : widths) line += column;
+    if (line <= width || rows == count) break;
+  }
+  std::string lines;
+  for (std::size_t row = 0; row < rows && row < count; ++row) {
+    for (std::size_t i = row; i < count; i += rows) {
+      const bool last = i + rows >= count;
+      lines += shown[i] + (last ? "" : std::string(widths[i / rows] + kGap - texts[i].size(), ' '));
+    }
+    lines += "\n";
+  }
+  return lines;
+}
+
+std::string HumanSize(std::uint64_t bytes) {
+  if (bytes < 1024) return std::to_string(bytes);
+  const char* const units = "KMG";
+  std::uint64_t unit = 1024;
+  std::size_t i = 0;
+  while (i < 2 && (bytes + unit - 1) / unit >= 1024) unit *= 1024, ++i;
+  const std::uint64_t tenths = (bytes * 10 + unit - 1) / unit;
+  const std::string number = tenths < 100 ? std::to_string(tenths / 10) + "." + std::to_string(tenths % 10)
+                                          : std::to_string((tenths + 9) / 10);
+  return number + units[i];
+}
+
+std::string PadLeft(const std::string& text, std::size_t width) {
+  return text.size() < width ? std::string(width - text.size(), ' ') + text : text;
+}
+
+std::string PadRight(const std::string& text, std::size_t width) {
+  return text.size() < width ? text + std::string(width - text.size(), ' ') : text;
+}
+
+Progress::Progress(std::string label, std::uint64_t total, bool quiet)
+    : label_(std::move(label)),
+      total_(total),
+      enabled_(!quiet && total >= kLongWork && g_progress == nullptr && IsTerminal(Stream::kError)) {
+  if (!enabled_) return;
+  g_progress = this;
+  Draw();
+}
+
+Progress::~Progress() {
+  if (!enabled_) return;
+  Hide();
+  g_progress = nullptr;
+}
+
+void Progress::Advance(std::uint64_t units) {
+  done_ = std::min(done_ + units, total_);
+  constexpr std::chrono::milliseconds kPause(100);
+  if (enabled_ && (done_ == total_ || std::chrono::steady_clock::now() - last_ >= kPause)) Draw();
+}
+
+void Progress::Hide() {
+  if (g_progress == nullptr || !g_progress->drawn_) return;
+  std::fputs("\r\033[K", stderr);
+  std::fflush(stderr);
+  g_progress->drawn_ = false;
+}
+
+// "put [#######.............]  35%  2.1M of 6.0M  LOGS/DAY1.TXT", never wider than the terminal.
+void Progress::Draw() {
+  constexpr std::size_t kBar = 24;
+  const std::size_t filled = static_cast<std::size_t>(kBar * done_ / total_);
+  std::string line = label_ + " [" + std::string(filled, '#') + std::string(kBar - filled, '.') + "] " +
+                     PadLeft(std::to_string(100 * done_ / total_), 3) + "%  " + HumanSize(done_) + " of " +
+                     HumanSize(total_) + "  " + inspect::Printable(item_);
+  const std::size_t room = Width(Stream::kError) - 1;
+  if (line.size() > room) line.resize(room);
+  std::fputs(("\r" + line + "\033[K").c_str(), stderr);
+  std::fflush(stderr);
+  drawn_ = true;
+  last_ = std::chrono::steady_clock::now();
+}
+
+}  // namespace orba::tool

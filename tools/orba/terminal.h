@@ -1,0 +1,77 @@
+// What depends on who reads the output: colours, the line's width, progress. On anything but a terminal the output is
+// plain and progress is silent. Stands on failure.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace orba::tool {
+
+enum class Stream { kOutput, kError };
+
+bool IsTerminal(Stream stream);
+// Columns of the terminal; 80 where nobody says.
+std::size_t Width(Stream stream);
+
+// The terminal shows characters beyond ASCII.
+bool IsUtf8();
+
+enum class Colour { kBold, kRed, kGreen, kYellow, kBlue, kMagenta, kCyan, kGrey };
+
+// A terminal, and NO_COLOR is not set.
+bool IsColoured(Stream stream);
+// The text in a colour where the stream has colours, else as it is.
+std::string Painted(Stream stream, Colour colour, const std::string& text);
+
+// Everything for standard output goes through here. Throws a Failure where it cannot be written, which is only sure
+// after FlushOutput. A reader that went away ends the program's output without a word: IsOutputClosed.
+void Print(const std::string& text);
+void Print(const void* bytes, std::size_t count);
+void FlushOutput();
+class OutputClosed {};  // thrown when the reader went away
+
+// In columns, as many as fit `width`, filled downwards. `shown` are the texts with colours, `texts` the same without.
+std::string InColumns(const std::vector<std::string>& texts, const std::vector<std::string>& shown, std::size_t width);
+
+// "1023", "1.5K", "20M": at most four characters up to 9999 of the largest unit, rounded up.
+std::string HumanSize(std::uint64_t bytes);
+
+std::string PadLeft(const std::string& text, std::size_t width);
+std::string PadRight(const std::string& text, std::size_t width);
+
+// A bar on standard error for work of `total` units, drawn only on a terminal and only for long work.
+class Progress {
+ public:
+  // `label` such as "put". `quiet` keeps it from drawing at all.
+  Progress(std::string label, std::uint64_t total, bool quiet);
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  // Work is counted in bytes; a file costs this much beside its contents.
+  static constexpr std::uint64_t kFile = 4096;
+  // Less than this is no long work.
+  static constexpr std::uint64_t kLongWork = 4 * 1024 * 1024;
+
+  void SetItem(const std::string& name) { item_ = name; }
+  void Advance(std::uint64_t units);
+
+  // Takes the bar away, for a message; the next Advance draws it again.
+  static void Hide();
+
+ private:
+  void Draw();
+
+  std::string label_;
+  std::uint64_t total_;
+  std::uint64_t done_ = 0;
+  std::string item_;
+  bool drawn_ = false;
+  bool enabled_;
+  std::chrono::steady_clock::time_point last_;
+};
+
+}  // namespace orba::tool
