@@ -7,8 +7,6 @@
 #include "interface/error.h"
 #include "namespace/directory.h"
 #include "namespace/name.h"
-#include "space/block_io.h"
-#include "space/block_map.h"
 #include "space/scratch.h"
 
 namespace orba {
@@ -33,25 +31,19 @@ char* CopyPattern(const char* pattern) {
   return copy != nullptr ? strcpy(copy, pattern) : nullptr;
 }
 
-// Moves on to the next entry that matches, or returns null. The entry lies in the buffer, the offset behind it.
+// Moves on to the next entry that matches and copies its name, or returns null. The offset is behind it.
 const OrbDirEntry* NextMatch(OrbFindEntry* search, const Scratch& buffer, char* name) {
-  const OrbNode* const directory = search->node;
-  Volume* const volume = directory->volume;
-  uint32_t block = kNoBlock;
-  while (search->offset < directory->record.size) {
-    const uint32_t inBlock = OffsetInBlock(volume, search->offset);
-    if (block == kNoBlock || inBlock == 0) {
-      block = LookupFileBlock(directory, search->offset);
-      if (block == kNoBlock || !ReadBlock(buffer.bytes, volume, block)) return nullptr;
+  DirCursor cursor = {search->node, buffer.As<OrbDirEntry>(), search->offset / kDirEntrySize, kNoBlock};
+  for (;; ++cursor.index) {
+    const OrbDirEntry* const entry = OrbDirEntryAt(&cursor);
+    if (entry == nullptr) {
+      FailIfClear(ORB_ERROR_NO_MORE_ENTRIES);
+      return nullptr;
     }
-    const OrbDirEntry* const entry = buffer.As<OrbDirEntry>() + inBlock / kDirEntrySize;
-    if (entry->node == 0) break;
     search->offset += kDirEntrySize;
     CopyEntryName(name, entry);
     if (OrbMatchWildcard(name, search->pattern)) return entry;
   }
-  Fail(ORB_ERROR_NO_MORE_ENTRIES);
-  return nullptr;
 }
 
 }  // namespace
@@ -108,14 +100,6 @@ bool OrbFindCloseHandle(uint32_t handle) {
   return true;
 }
 
-bool OrbCloseVolumeFinds(const Volume* volume) {
-  bool closed = true;
-  for (uint32_t slot = 0; slot < kFindSlots; ++slot) {
-    const OrbNode* const node = g_FindTable[slot].node;
-    if (node == nullptr || node->volume != volume) continue;
-    if (!OrbCloseOpenFile(kFindHandleTag | slot)) closed = false;
-  }
-  return closed;
-}
+bool OrbCloseVolumeFinds(const Volume* volume) { return CloseVolumeSlots(kSearches, volume); }
 
 }  // namespace orba

@@ -58,12 +58,14 @@ bool OrbCloseOpenFile(uint32_t handle) {
   return flushed;
 }
 
-bool OrbCloseVolumeFiles(const Volume* volume) {
+bool OrbCloseVolumeFiles(const Volume* volume) { return CloseVolumeSlots(kOpenFiles, volume); }
+
+bool CloseVolumeSlots(const SlotTable& table, const Volume* volume) {
   bool closed = true;
-  for (uint32_t slot = 0; slot < kOpenFileSlots; ++slot) {
-    const OrbNode* const node = g_OpenFileTable[slot].node;
+  for (uint32_t index = 0; index < table.count; ++index) {
+    const OrbNode* const node = SlotAt(table, index)->node;
     if (node == nullptr || node->volume != volume) continue;
-    if (!OrbCloseOpenFile(ORB_OPEN_HANDLE_TAG | slot)) closed = false;
+    if (!OrbCloseOpenFile(table.tag | index)) closed = false;
   }
   return closed;
 }

@@ -42,6 +42,9 @@ bool OrbCloseOpenFile(uint32_t handle);
 // Closes all files of a volume; false if one of them did not close cleanly.
 bool OrbCloseVolumeFiles(const Volume* volume);
 
+// Hands the handles of all slots that a volume occupies to the close of open files; false if one of them would not close.
+bool CloseVolumeSlots(const SlotTable& table, const Volume* volume);
+
 // The volume of the file, or null for an invalid handle, with no error set.
 Volume* OrbGetHandleVolume(uint32_t handle);
 

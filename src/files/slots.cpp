@@ -4,13 +4,9 @@
 
 namespace orba {
 
-namespace {
-
 Slot* SlotAt(const SlotTable& table, uint32_t index) {
   return reinterpret_cast<Slot*>(static_cast<uint8_t*>(table.slots) + index * table.stride);
 }
-
-}  // namespace
 
 void* SlotOfHandle(const SlotTable& table, uint32_t handle) {
   const uint32_t index = handle - table.tag;  // of another tag: far out of range

@@ -21,6 +21,8 @@ struct SlotTable {
   uint32_t fullCode;  // what a search for a free slot fails with where there is none
 };
 
+Slot* SlotAt(const SlotTable& table, uint32_t index);
+
 // The slot that a handle names, or null with ORB_ERROR_INVALID_HANDLE: another tag, an index out of range, a free slot.
 void* SlotOfHandle(const SlotTable& table, uint32_t handle);
 

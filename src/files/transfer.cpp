@@ -63,20 +63,21 @@ uint32_t OrbSeekFile(uint32_t handle, int32_t distance, uint32_t origin) {
   OrbOpenFileEntry* const file = OpenFileOf(handle);
   if (file == nullptr) return ORB_INVALID_POSITION;
   const uint32_t size = file->node->record.size;
-  int64_t position = distance;
+  uint32_t start = 0;
   if (origin == ORB_SEEK_CURRENT) {
-    position += file->position;
+    start = file->position;
   } else if (origin == ORB_SEEK_END) {
-    position += size;
+    start = size;
   } else if (origin != ORB_SEEK_BEGIN) {
     Fail(ORB_ERROR_INVALID_ARGUMENT);
     return ORB_INVALID_POSITION;
   }
-  if (position < 0 || position > size) {
+  const uint32_t forward = static_cast<uint32_t>(distance);
+  if (distance < 0 ? 0 - forward > start : forward > size - start) {
     Fail(ORB_ERROR_SEEK);
     return ORB_INVALID_POSITION;
   }
-  file->position = static_cast<uint32_t>(position);
+  file->position = start + forward;  // modulo 2^32, so backward as well
   return file->position;
 }
 

@@ -23,4 +23,10 @@ bool OrbIsCurrentDirVolume(const Volume* volume) { return g_pCurrentDir != nullp
 
 bool OrbIsCurrentDirNode(const OrbNode* node) { return node == g_pCurrentDir; }
 
+bool RequireSoleHolder(const OrbNode* node) {
+  if (node->references < 2) return true;
+  if (OrbIsCurrentDirNode(node)) return Fail(ORB_ERROR_CURRENT_DIRECTORY);
+  return Fail(ORB_ERROR_IN_USE);
+}
+
 }  // namespace orba

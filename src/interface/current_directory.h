@@ -19,4 +19,8 @@ OrbNode* OrbGetCurrentDirNode();
 bool OrbIsCurrentDirVolume(const Volume* volume);
 bool OrbIsCurrentDirNode(const OrbNode* node);
 
+// True where the caller alone holds a node; else false: ORB_ERROR_CURRENT_DIRECTORY where it is the current directory,
+// ORB_ERROR_IN_USE where anything else holds it.
+bool RequireSoleHolder(const OrbNode* node);
+
 }  // namespace orba

@@ -28,6 +28,12 @@ namespace {
 constexpr OrbU32 kDefaultBitmapSize = 1024;
 constexpr OrbU32 kDefaultBlockSize = 4096;
 
+// Step 1 of the frame, and the first pointer of step 2.
+[[gnu::noinline]] bool Begin(const void* required) {
+  ClearError();
+  return Given(required);
+}
+
 // Step 5 of the frame. A null volume is a handle that names no file: the operation's result stands.
 OrbBool Commit(Volume* volume, bool done) {
   if (volume == nullptr) return done;
@@ -69,32 +75,25 @@ OrbBool ORB_CALL OrbCreateVolume(const OrbWideChar* container) {
 }
 
 OrbBool ORB_CALL OrbCreateVolumeEx(const OrbWideChar* container, OrbU32 bitmapBytes, OrbU32 blockSize) {
-  ClearError();
-  return Given(container) && FormatVolume(container, bitmapBytes, blockSize);
+  return Begin(container) && FormatVolume(container, bitmapBytes, blockSize);
 }
 
 OrbBool ORB_CALL OrbMountVolume(const OrbWideChar* container, const OrbWideChar* volume) {
-  ClearError();
-  if (!Given(container)) return 0;
+  if (!Begin(container)) return 0;
   const AnsiString name(volume);
   return name.text != nullptr && MountVolume(container, name.text);
 }
 
 OrbBool ORB_CALL OrbGetVolumeInfoA(const char* volume, OrbU32* bitmapBytes, OrbU32* blockSize) {
-  ClearError();
-  return Given(volume) && GetVolumeInfo(volume, bitmapBytes, blockSize);
+  return Begin(volume) && GetVolumeInfo(volume, bitmapBytes, blockSize);
 }
 
-OrbBool ORB_CALL OrbUnmountVolumeA(const char* volume) {
-  ClearError();
-  return Given(volume) && UnmountVolume(volume);
-}
+OrbBool ORB_CALL OrbUnmountVolumeA(const char* volume) { return Begin(volume) && UnmountVolume(volume); }
 
 // ---- Files and directories by name -----------------------------------------------------------------------------------
 
 OrbBool ORB_CALL OrbCreateFileA(const char* path, OrbU32 attributes) {
-  ClearError();
-  if (!Given(path)) return 0;
+  if (!Begin(path)) return 0;
   char name[kNameSize];
   OrbNode* const parent = OrbWalkPath(name, path);
   if (parent == nullptr) return 0;
@@ -104,8 +103,7 @@ OrbBool ORB_CALL OrbCreateFileA(const char* path, OrbU32 attributes) {
 OrbBool ORB_CALL OrbCreateDirectoryA(const char* path) { return OrbCreateFileA(path, ORB_ATTRIBUTE_DIRECTORY); }
 
 OrbBool ORB_CALL OrbCopyFileA(const char* source, const char* target) {
-  ClearError();
-  if (!Given(source) || !Given(target)) return 0;
+  if (!Begin(source) || !Given(target)) return 0;
   OrbNode* const file = Resolve(source, ORB_ERROR_FILE_NOT_FOUND);
   if (file == nullptr) return 0;
   char name[kNameSize];
@@ -117,8 +115,7 @@ OrbBool ORB_CALL OrbCopyFileA(const char* source, const char* target) {
 }
 
 OrbBool ORB_CALL OrbMoveFileA(const char* source, const char* target) {
-  ClearError();
-  if (!Given(source) || !Given(target)) return 0;
+  if (!Begin(source) || !Given(target)) return 0;
   char fromName[kNameSize];
   char toName[kNameSize];
   OrbNode* const from = OrbWalkPath(fromName, source);
@@ -131,8 +128,7 @@ OrbBool ORB_CALL OrbMoveFileA(const char* source, const char* target) {
 }
 
 OrbBool ORB_CALL OrbRenameFileA(const char* path, const char* newName) {
-  ClearError();
-  if (!Given(path) || !Given(newName)) return 0;
+  if (!Begin(path) || !Given(newName)) return 0;
   char name[kNameSize];
   OrbNode* const directory = OrbWalkPath(name, path);
   if (directory == nullptr) return 0;
@@ -140,8 +136,7 @@ OrbBool ORB_CALL OrbRenameFileA(const char* path, const char* newName) {
 }
 
 OrbBool ORB_CALL OrbDeleteFileA(const char* path) {
-  ClearError();
-  if (!Given(path)) return 0;
+  if (!Begin(path)) return 0;
   char name[kNameSize];
   OrbNode* const parent = OrbWalkPath(name, path);
   if (parent == nullptr) return 0;
@@ -149,20 +144,17 @@ OrbBool ORB_CALL OrbDeleteFileA(const char* path) {
 }
 
 OrbU32 ORB_CALL OrbGetFileAttributesA(const char* path) {
-  ClearError();
-  return Given(path) ? OrbGetAttributes(path) : ORB_INVALID_ATTRIBUTES;
+  return Begin(path) ? OrbGetAttributes(path) : ORB_INVALID_ATTRIBUTES;
 }
 
 OrbBool ORB_CALL OrbSetFileAttributesA(const char* path, OrbI32 attributes) {
-  ClearError();
-  return Given(path) && OrbSetAttributes(path, attributes);
+  return Begin(path) && OrbSetAttributes(path, attributes);
 }
 
 // ---- Open files ------------------------------------------------------------------------------------------------------
 
 OrbHandle ORB_CALL OrbOpenFileA(const char* path, OrbU32 mode) {
-  ClearError();
-  if (!Given(path)) return ORB_INVALID_HANDLE;
+  if (!Begin(path)) return ORB_INVALID_HANDLE;
   const NodeRef file(Resolve(path, ORB_ERROR_FILE_NOT_FOUND));
   return file.node != nullptr ? OrbOpenFile(file.node, static_cast<uint16_t>(mode)) : ORB_INVALID_HANDLE;
 }
@@ -173,14 +165,12 @@ OrbU32 ORB_CALL OrbSetFilePointer(OrbHandle file, OrbI32 distance, OrbU32 origin
 }
 
 OrbBool ORB_CALL OrbReadFile(OrbHandle file, void* buffer, OrbU32 count, OrbU32* done) {
-  ClearError();
-  if (!Given(done) || (count > 0 && !Given(buffer))) return 0;
+  if (!Begin(done) || (count > 0 && !Given(buffer))) return 0;
   return OrbReadOpenFile(file, buffer, count, done);
 }
 
 OrbBool ORB_CALL OrbWriteFile(OrbHandle file, const void* buffer, OrbU32 count, OrbU32* done) {
-  ClearError();
-  if (!Given(done) || (count > 0 && !Given(buffer))) return 0;
+  if (!Begin(done) || (count > 0 && !Given(buffer))) return 0;
   const bool written = OrbWriteOpenFile(file, buffer, count, done);
   return Commit(OrbGetHandleVolume(file), written);
 }
@@ -208,28 +198,22 @@ OrbBool ORB_CALL OrbCloseFile(OrbHandle file) {
 
 // ---- Current directory and full path names ---------------------------------------------------------------------------
 
-OrbBool ORB_CALL OrbGetCurrentDirectoryA(char* buffer) {
-  ClearError();
-  return Given(buffer) && OrbGetFullPathName(buffer, ".");
-}
+OrbBool ORB_CALL OrbGetCurrentDirectoryA(char* buffer) { return Begin(buffer) && OrbGetFullPathName(buffer, "."); }
 
 OrbBool ORB_CALL OrbSetCurrentDirectoryA(const char* path) {
-  ClearError();
-  if (!Given(path)) return 0;
+  if (!Begin(path)) return 0;
   const NodeRef directory(Resolve(path, ORB_ERROR_PATH_NOT_FOUND));
   return directory.node != nullptr && OrbSetCurrentDirNode(directory.node);
 }
 
 OrbBool ORB_CALL OrbGetFullPathNameA(char* output, const char* path) {
-  ClearError();
-  return Given(output) && Given(path) && OrbGetFullPathName(output, path);
+  return Begin(output) && Given(path) && OrbGetFullPathName(output, path);
 }
 
 // ---- Searches --------------------------------------------------------------------------------------------------------
 
 OrbHandle ORB_CALL OrbFindFirstFileA(const char* pattern, OrbFindDataA* found) {
-  ClearError();
-  if (!Given(pattern) || !Given(found)) return ORB_INVALID_HANDLE;
+  if (!Begin(pattern) || !Given(found)) return ORB_INVALID_HANDLE;
   char name[kNameSize];
   OrbNode* const directory = ResolvePattern(name, pattern);
   if (directory == nullptr) return ORB_INVALID_HANDLE;
@@ -241,8 +225,7 @@ OrbHandle ORB_CALL OrbFindFirstFileA(const char* pattern, OrbFindDataA* found) {
 }
 
 OrbBool ORB_CALL OrbFindNextFileA(OrbHandle search, OrbFindDataA* found) {
-  ClearError();
-  return Given(found) && OrbFindNext(search, found);
+  return Begin(found) && OrbFindNext(search, found);
 }
 
 OrbBool ORB_CALL OrbFindClose(OrbHandle search) {
@@ -264,8 +247,7 @@ void ORB_CALL OrbConvertEndian(void* bytes, OrbU32 n) {
 }
 
 void ORB_CALL OrbGetTime(OrbTime* now) {
-  ClearError();
-  if (!Given(now)) return;
+  if (!Begin(now)) return;
   TimeStamp stamp;
   GetTime(&stamp);
   memcpy(static_cast<void*>(now), &stamp, offsetof(TimeStamp, reserved));  // seven bytes, wherever they lie

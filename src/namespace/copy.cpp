@@ -5,7 +5,6 @@
 #include "interface/error.h"
 #include "namespace/create.h"
 #include "namespace/directory.h"
-#include "namespace/name.h"
 #include "namespace/node_store.h"
 #include "space/block_io.h"
 #include "space/block_map.h"
@@ -45,17 +44,12 @@ bool WriteChunk(const uint8_t* chunk, uint32_t chunkSize, OrbNode* destination, 
 
 bool OrbCopyNodeTo(OrbNode* directory, const char* name, OrbNode* source) {
   if (!OrbNodeIsValid(source) || IsDirectory(source)) return Fail(ORB_ERROR_WRONG_KIND);
-  if (!OrbIsValidName(name)) return Fail(ORB_ERROR_INVALID_NAME);
-  if (OrbDirLookup(directory, name) != 0) return Fail(ORB_ERROR_FILE_EXISTS);
-  if (GetError() != ORB_ERROR_NONE) return false;
+  if (!OrbDirRequireNewName(directory, name)) return false;
 
   OrbNode* const copy = OrbNodeCreate(directory->volume, source->record.attributes);
   if (copy == nullptr) return false;
   copy->record.time = source->record.time;
-  if (!OrbCopyFileData(copy, source)) return AbandonNewNode(copy);
-  if (!OrbDirAddEntry(directory, name, copy->record.number, false)) return AbandonNewNode(copy);
-  OrbNodeRelease(copy);
-  return true;
+  return NameNewNode(directory, name, copy, OrbCopyFileData(copy, source));
 }
 
 bool OrbCopyFileData(OrbNode* destination, const OrbNode* source) {

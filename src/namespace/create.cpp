@@ -2,7 +2,6 @@
 
 #include "interface/error.h"
 #include "namespace/directory.h"
-#include "namespace/name.h"
 #include "namespace/node_store.h"
 #include "space/block_io.h"
 #include "space/block_map.h"
@@ -28,25 +27,21 @@ bool WriteFirstDirBlock(OrbNode* directory, uint16_t parent) {
 }  // namespace
 
 bool OrbCreateNodeAt(OrbNode* parent, const char* name, uint16_t attributes) {
-  if (!OrbIsValidName(name)) return Fail(ORB_ERROR_INVALID_NAME);
-  if (OrbDirLookup(parent, name) != 0) return Fail(ORB_ERROR_FILE_EXISTS);
-  if (GetError() != ORB_ERROR_NONE) return false;
+  if (!OrbDirRequireNewName(parent, name)) return false;
 
   OrbNode* const node = OrbNodeCreate(parent->volume, attributes);
   if (node == nullptr) return false;
-  if (IsDirectory(node) && !WriteFirstDirBlock(node, parent->record.number)) return AbandonNewNode(node);
-  if (!OrbDirAddEntry(parent, name, node->record.number, false)) return AbandonNewNode(node);
-  OrbNodeRelease(node);
-  return true;
+  return NameNewNode(parent, name, node, !IsDirectory(node) || WriteFirstDirBlock(node, parent->record.number));
 }
 
-bool AbandonNewNode(OrbNode* node) {
-  if (IsOutOfSpace()) {
+bool NameNewNode(OrbNode* parent, const char* name, OrbNode* node, bool filled) {
+  const bool named = filled && OrbDirAddEntry(parent, name, node->record.number, false);
+  if (!named && IsOutOfSpace()) {
     OrbNodeDelete(node);
   } else {
     OrbNodeRelease(node);
   }
-  return false;
+  return named;
 }
 
 }  // namespace orba

@@ -16,8 +16,8 @@ namespace orba {
 //           the entry   4. the parent's node: the commit point
 bool OrbCreateNodeAt(OrbNode* parent, const char* name, uint16_t attributes);
 
-// Undoes the creation of a node that could not be given its name, or leaves it: deletes it where the present error is a
-// lack of space or memory, else only lets it go. Consumes the reference; the result is false.
-bool AbandonNewNode(OrbNode* node);
+// Enters a new node in its parent, where it could be filled, and lets go of it. Where it could not be filled or entered,
+// the node is deleted for lack of space or memory, and after any other failure left without a name.
+bool NameNewNode(OrbNode* parent, const char* name, OrbNode* node, bool filled);
 
 }  // namespace orba

@@ -19,13 +19,6 @@ constexpr uint32_t kParentEntry = 1;      // ".."
 constexpr uint32_t kFirstNamedEntry = 2;  // behind "." and ".."
 constexpr uint32_t kMaxEntries = 2 * 0x10000;
 
-// An entry found in a directory: its block, which the scan's buffer holds, and its place there.
-struct EntryPlace {
-  uint32_t block;      // block number
-  uint32_t index;      // entry of the directory, counted from 0
-  OrbDirEntry* entry;  // in the buffer; null where nothing was found
-};
-
 bool CheckDirectory(const OrbNode* directory) {
   if (!OrbNodeIsValid(directory) || !IsDirectory(directory)) return Fail(ORB_ERROR_PATH_NOT_FOUND);
   return IsDirSizeSane(directory);
@@ -48,45 +41,31 @@ uint32_t EntrySlot(const OrbNode* directory, uint32_t index) {
 }
 
 // Reads the block that holds an entry. Returns its number, 0 on failure.
-uint32_t ReadDirBlock(const DirBlock& buffer, const OrbNode* directory, uint32_t index) {
+uint32_t ReadDirBlock(OrbDirEntry* buffer, const OrbNode* directory, uint32_t index) {
   const uint32_t block = LookupFileBlock(directory, index * kDirEntrySize);
-  return block != kNoBlock && ReadBlock(buffer.bytes, directory->volume, block) ? block : kNoBlock;
+  return block != kNoBlock && ReadBlock(buffer, directory->volume, block) ? block : kNoBlock;
 }
 
 bool WriteDirBlock(const DirBlock& buffer, const OrbNode* directory, uint32_t block) {
   return WriteBlock(buffer.bytes, directory->volume, block, kDirectoryWrite);
 }
 
-// Scans from entry `first` on for a name, or, where name is null, for a node number. Nothing found: a null entry; the
-// error state tells whether something failed.
-EntryPlace FindEntry(const DirBlock& buffer, const OrbNode* directory, uint32_t first, const char* name,
-                     uint16_t number) {
-  const EntryPlace nothing = {kNoBlock, 0, nullptr};
-  const uint32_t count = EntryCount(directory);
-  uint32_t block = kNoBlock;
-  for (uint32_t index = first; index < count; ++index) {
-    if (block == kNoBlock || EntrySlot(directory, index) == 0) {
-      block = ReadDirBlock(buffer, directory, index);
-      if (block == kNoBlock) return nothing;
-    }
-    OrbDirEntry* const entry = &buffer.Entries()[EntrySlot(directory, index)];
-    if (entry->node == 0) return nothing;
-    const bool found = name != nullptr ? OrbNameCompare(name, entry->name) == 0 : EntryNode(entry) == number;
-    if (found) return {block, index, entry};
+// Goes on from the cursor to the entry with a name, or, where name is null, with a node number. Null where there is none;
+// the error state tells whether something failed.
+OrbDirEntry* FindEntry(DirCursor* cursor, const char* name, uint16_t number) {
+  for (;; ++cursor->index) {
+    OrbDirEntry* const entry = OrbDirEntryAt(cursor);
+    if (entry == nullptr) return nullptr;
+    if (name != nullptr ? OrbNameCompare(name, entry->name) == 0 : EntryNode(entry) == number) return entry;
   }
-  return nothing;
 }
 
-EntryPlace FindNamedEntry(const DirBlock& buffer, const OrbNode* directory, const char* name) {
-  const EntryPlace place = FindEntry(buffer, directory, kFirstNamedEntry, name, 0);
-  if (place.entry == nullptr) FailIfClear(ORB_ERROR_FILE_NOT_FOUND);
-  return place;
-}
-
-bool RequireNewName(OrbNode* directory, const char* name) {
-  if (!OrbIsValidName(name)) return Fail(ORB_ERROR_INVALID_NAME);
-  if (OrbDirLookup(directory, name) != 0) return Fail(ORB_ERROR_FILE_EXISTS);
-  return GetError() == ORB_ERROR_NONE;
+// The entry with a name, "." and ".." passed over; ORB_ERROR_FILE_NOT_FOUND where there is none.
+OrbDirEntry* FindNamedEntry(DirCursor* cursor, const char* name) {
+  cursor->index = kFirstNamedEntry;
+  OrbDirEntry* const entry = FindEntry(cursor, name, 0);
+  if (entry == nullptr) FailIfClear(ORB_ERROR_FILE_NOT_FOUND);
+  return entry;
 }
 
 // Puts an entry behind the last one, into the room its block has left or into a new block.
@@ -102,7 +81,7 @@ bool WriteNewEntry(OrbNode* directory, const char* name, uint16_t number) {
   }
   const DirBlock buffer(directory);
   if (buffer.bytes == nullptr) return false;
-  const uint32_t block = ReadDirBlock(buffer, directory, index);
+  const uint32_t block = ReadDirBlock(buffer.Entries(), directory, index);
   if (block == kNoBlock) return false;
   MakeDirEntry(&buffer.Entries()[slot], number, name);
   return WriteDirBlock(buffer, directory, block);
@@ -110,7 +89,7 @@ bool WriteNewEntry(OrbNode* directory, const char* name, uint16_t number) {
 
 // The node may go: nobody but the caller holds it, and it is empty where it has to be.
 bool IsRemovable(OrbNode* node, bool requireEmpty) {
-  if (node->references >= 2) return Fail(OrbIsCurrentDirNode(node) ? ORB_ERROR_CURRENT_DIRECTORY : ORB_ERROR_IN_USE);
+  if (!RequireSoleHolder(node)) return false;
   if (!requireEmpty || !IsDirectory(node) || OrbDirIsEmpty(node)) return true;
   return FailIfClear(ORB_ERROR_NOT_EMPTY);
 }
@@ -124,30 +103,43 @@ bool DropLastEntry(const DirBlock& buffer, OrbNode* directory, uint32_t lastBloc
   return SetFileBlock(directory, last * kDirEntrySize, kNoBlock) && FreeBlock(directory->volume, lastBlock);
 }
 
-// Moves the last entry into the hole at `hole`, whose block the buffer holds, and drops it at the end.
-bool CloseHole(const DirBlock& buffer, const EntryPlace& hole, OrbNode* directory) {
+// Moves the last entry into the hole that the cursor has come to, whose block the buffer holds, and drops it at the end.
+bool CloseHole(const DirBlock& buffer, const DirCursor& hole, OrbNode* directory) {
+  OrbDirEntry* const removed = &buffer.Entries()[EntrySlot(directory, hole.index)];
   const uint32_t last = EntryCount(directory) - 1;
   const uint32_t lastSlot = EntrySlot(directory, last);
   if (BlockIndex(directory->volume, last * kDirEntrySize) ==
       BlockIndex(directory->volume, hole.index * kDirEntrySize)) {
-    if (hole.index != last) *hole.entry = buffer.Entries()[lastSlot];
+    if (hole.index != last) *removed = buffer.Entries()[lastSlot];
     return DropLastEntry(buffer, directory, hole.block);
   }
   const DirBlock lastBuffer(directory);
   if (lastBuffer.bytes == nullptr) return false;
-  const uint32_t lastBlock = ReadDirBlock(lastBuffer, directory, last);
+  const uint32_t lastBlock = ReadDirBlock(lastBuffer.Entries(), directory, last);
   if (lastBlock == kNoBlock) return false;
-  *hole.entry = lastBuffer.Entries()[lastSlot];
+  *removed = lastBuffer.Entries()[lastSlot];
   return WriteDirBlock(buffer, directory, hole.block) && DropLastEntry(lastBuffer, directory, lastBlock);
 }
 
 }  // namespace
 
+OrbDirEntry* OrbDirEntryAt(DirCursor* cursor) {
+  if (cursor->index >= EntryCount(cursor->directory)) return nullptr;
+  const uint32_t slot = EntrySlot(cursor->directory, cursor->index);
+  if (cursor->block == kNoBlock || slot == 0) {
+    cursor->block = ReadDirBlock(cursor->entries, cursor->directory, cursor->index);
+    if (cursor->block == kNoBlock) return nullptr;
+  }
+  OrbDirEntry* const entry = &cursor->entries[slot];
+  return entry->node != 0 ? entry : nullptr;
+}
+
 uint16_t OrbDirLookup(OrbNode* directory, const char* name) {
   const DirBlock buffer(directory);
   if (buffer.bytes == nullptr) return 0;
-  const EntryPlace place = FindEntry(buffer, directory, 0, name, 0);
-  return place.entry != nullptr ? EntryNode(place.entry) : 0;
+  DirCursor cursor = {directory, buffer.Entries(), 0, kNoBlock};
+  const OrbDirEntry* const entry = FindEntry(&cursor, name, 0);
+  return entry != nullptr ? EntryNode(entry) : 0;
 }
 
 OrbNode* OrbDirOpenChild(OrbNode* directory, const char* name) {
@@ -156,19 +148,26 @@ OrbNode* OrbDirOpenChild(OrbNode* directory, const char* name) {
   return number != 0 ? OrbNodeGet(directory->volume, number) : nullptr;
 }
 
+bool OrbDirRequireNewName(OrbNode* directory, const char* name) {
+  if (!OrbIsValidName(name)) return Fail(ORB_ERROR_INVALID_NAME);
+  if (OrbDirLookup(directory, name) != 0) return Fail(ORB_ERROR_FILE_EXISTS);
+  return GetError() == ORB_ERROR_NONE;
+}
+
 bool OrbDirFindName(char* out, OrbNode* directory, uint16_t number) {
   out[0] = '\0';
   const DirBlock buffer(directory);
   if (buffer.bytes == nullptr) return false;
-  const EntryPlace place = FindEntry(buffer, directory, kFirstNamedEntry, nullptr, number);
-  if (place.entry == nullptr) return false;
-  CopyEntryName(out, place.entry);
+  DirCursor cursor = {directory, buffer.Entries(), kFirstNamedEntry, kNoBlock};
+  const OrbDirEntry* const entry = FindEntry(&cursor, nullptr, number);
+  if (entry == nullptr) return false;
+  CopyEntryName(out, entry);
   return true;
 }
 
 bool OrbDirAddEntry(OrbNode* directory, const char* name, uint16_t number, bool check) {
   if (!CheckDirectory(directory)) return false;
-  if (check && !RequireNewName(directory, name)) return false;
+  if (check && !OrbDirRequireNewName(directory, name)) return false;
   if (!WriteNewEntry(directory, name, number)) return false;
   directory->record.size += kDirEntrySize;
   if (StampAndWriteNode(directory)) return true;  // the commit point
@@ -179,31 +178,33 @@ bool OrbDirAddEntry(OrbNode* directory, const char* name, uint16_t number, bool 
 bool OrbDirRenameEntry(OrbNode* directory, const char* newName, const char* oldName, bool check) {
   if (!CheckDirectory(directory)) return false;
   if (check) {
-    if (IsDotName(oldName) || IsDotDotName(oldName)) return Fail(ORB_ERROR_INVALID_NAME);
-    if (!RequireNewName(directory, newName)) return false;
+    if (IsReservedName(oldName)) return Fail(ORB_ERROR_INVALID_NAME);
+    if (!OrbDirRequireNewName(directory, newName)) return false;
   }
   const DirBlock buffer(directory);
   if (buffer.bytes == nullptr) return false;
-  const EntryPlace place = FindNamedEntry(buffer, directory, oldName);
-  if (place.entry == nullptr) return false;
-  OrbNameCopyUpper(place.entry->name, newName);  // left-overs of a longer name stay behind the terminator
-  return WriteDirBlock(buffer, directory, place.block);
+  DirCursor cursor = {directory, buffer.Entries(), 0, kNoBlock};
+  OrbDirEntry* const entry = FindNamedEntry(&cursor, oldName);
+  if (entry == nullptr) return false;
+  OrbNameCopyUpper(entry->name, newName);  // left-overs of a longer name stay behind the terminator
+  return WriteDirBlock(buffer, directory, cursor.block);
 }
 
 OrbNode* OrbDirRemoveEntry(OrbNode* directory, const char* name, bool requireEmpty) {
   if (!CheckDirectory(directory)) return nullptr;
-  if (IsDotName(name) || IsDotDotName(name)) {
+  if (IsReservedName(name)) {
     Fail(ORB_ERROR_INVALID_NAME);
     return nullptr;
   }
   const DirBlock buffer(directory);
   if (buffer.bytes == nullptr) return nullptr;
-  const EntryPlace place = FindNamedEntry(buffer, directory, name);
-  if (place.entry == nullptr) return nullptr;
+  DirCursor cursor = {directory, buffer.Entries(), 0, kNoBlock};
+  const OrbDirEntry* const entry = FindNamedEntry(&cursor, name);
+  if (entry == nullptr) return nullptr;
 
-  NodeRef removed(OrbNodeGet(directory->volume, EntryNode(place.entry)));
+  NodeRef removed(OrbNodeGet(directory->volume, EntryNode(entry)));
   if (removed.node == nullptr || !IsRemovable(removed.node, requireEmpty)) return nullptr;
-  if (!CloseHole(buffer, place, directory)) return nullptr;
+  if (!CloseHole(buffer, cursor, directory)) return nullptr;
   directory->record.size -= kDirEntrySize;
   if (!StampAndWriteNode(directory)) return nullptr;  // the commit point
   return removed.Take();
@@ -211,14 +212,14 @@ OrbNode* OrbDirRemoveEntry(OrbNode* directory, const char* name, bool requireEmp
 
 bool OrbDirIsEmpty(OrbNode* directory) {
   const DirBlock buffer(directory);
-  if (buffer.bytes == nullptr || ReadDirBlock(buffer, directory, 0) == kNoBlock) return false;
+  if (buffer.bytes == nullptr || ReadDirBlock(buffer.Entries(), directory, 0) == kNoBlock) return false;
   return buffer.Entries()[kFirstNamedEntry].node == 0;
 }
 
 bool OrbDirSetParent(OrbNode* directory, uint16_t parent) {
   const DirBlock buffer(directory);
   if (buffer.bytes == nullptr) return false;
-  const uint32_t block = ReadDirBlock(buffer, directory, 0);
+  const uint32_t block = ReadDirBlock(buffer.Entries(), directory, 0);
   if (block == kNoBlock) return false;
   ConvertField(&parent);
   buffer.Entries()[kParentEntry].node = parent;

@@ -21,6 +21,18 @@
 
 namespace orba {
 
+// A place in a directory, for going through its entries in order.
+struct DirCursor {
+  const OrbNode* directory;
+  OrbDirEntry* entries;  // room for one block
+  uint32_t index;        // of the entry to look at, counted from 0
+  uint32_t block;        // the block that `entries` holds, 0 before the first
+};
+
+// The entry at the cursor, its block read where the cursor has entered a new one; null at the end of the directory, with
+// no error set, or where the read failed.
+OrbDirEntry* OrbDirEntryAt(DirCursor* cursor);
+
 // Returns the node number that a name stands for, "." and ".." included; 0 with no error set where the name is absent,
 // 0 with the error set where it could not be looked up.
 uint16_t OrbDirLookup(OrbNode* directory, const char* name);
@@ -28,6 +40,9 @@ uint16_t OrbDirLookup(OrbNode* directory, const char* name);
 // Returns the node a name stands for, held; an empty name is the directory itself. Null with no error set where the name
 // is absent.
 OrbNode* OrbDirOpenChild(OrbNode* directory, const char* name);
+
+// True where a name is legal and free: ORB_ERROR_INVALID_NAME, ORB_ERROR_FILE_EXISTS, a lookup's own code.
+bool OrbDirRequireNewName(OrbNode* directory, const char* name);
 
 // Copies the stored name of a node's entry ("." and ".." are passed over) into out[kNameSize]. Where there is none: false,
 // an empty name, and no error set.

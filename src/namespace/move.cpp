@@ -33,10 +33,7 @@ OrbNode* OpenMovable(OrbNode* fromDirectory, const char* fromName, OrbNode* toDi
   }
   NodeRef moved(OrbNodeGet(fromDirectory->volume, number));
   if (moved.node == nullptr) return nullptr;
-  if (moved.node->references >= 2) {
-    Fail(OrbIsCurrentDirNode(moved.node) ? ORB_ERROR_CURRENT_DIRECTORY : ORB_ERROR_IN_USE);
-    return nullptr;
-  }
+  if (!RequireSoleHolder(moved.node)) return nullptr;
   if (IsDirectory(moved.node) && !IsOutsideOf(moved.node, toDirectory)) return nullptr;
   return moved.Take();
 }
@@ -46,7 +43,7 @@ OrbNode* OpenMovable(OrbNode* fromDirectory, const char* fromName, OrbNode* toDi
 bool OrbMoveNode(OrbNode* toDirectory, const char* toName, OrbNode* fromDirectory, const char* fromName) {
   if (toDirectory == fromDirectory) return OrbDirRenameEntry(toDirectory, toName, fromName, true);
   if (toDirectory->volume != fromDirectory->volume) return Fail(ORB_ERROR_MOVE_NOT_ALLOWED);
-  if (IsDotName(fromName) || IsDotDotName(fromName)) return Fail(ORB_ERROR_INVALID_NAME);
+  if (IsReservedName(fromName)) return Fail(ORB_ERROR_INVALID_NAME);
   {
     const NodeRef moved(OpenMovable(fromDirectory, fromName, toDirectory));
     if (moved.node == nullptr) return false;

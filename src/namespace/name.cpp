@@ -32,6 +32,8 @@ bool IsDotName(const char* name) { return name[0] == '.' && name[1] == '\0'; }
 
 bool IsDotDotName(const char* name) { return name[0] == '.' && IsDotName(name + 1); }
 
+bool IsReservedName(const char* name) { return IsDotName(name) || IsDotDotName(name); }
+
 char ToUpper(char character) {
   return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A') : character;
 }

@@ -14,8 +14,9 @@ namespace orba {
 bool OrbIsValidName(const char* name);
 bool OrbIsValidVolumeName(const char* name);
 
-bool IsDotName(const char* name);     // "."
-bool IsDotDotName(const char* name);  // ".."
+bool IsDotName(const char* name);       // "."
+bool IsDotDotName(const char* name);    // ".."
+bool IsReservedName(const char* name);  // one of the two, which every directory has
 
 // Upper case of a letter of a-z; everything else is unchanged.
 char ToUpper(char character);

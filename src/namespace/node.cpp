@@ -15,13 +15,12 @@ OrbNode g_NodeListHead;
 
 namespace {
 
+// The object before a listed one, or null for a pointer that is not on the list.
 OrbNode* Predecessor(const OrbNode* node) {
   OrbNode* before = &g_NodeListHead;
-  while (before->next != node) before = before->next;
+  while (before != nullptr && before->next != node) before = before->next;
   return before;
 }
-
-void Unlink(const OrbNode* node) { Predecessor(node)->next = node->next; }
 
 OrbNode* FindDeadObject() {
   OrbNode* node = g_NodeListHead.next;
@@ -47,10 +46,7 @@ uint32_t FindNodeBlock(const Volume* volume, uint32_t number) {
 }  // namespace
 
 bool OrbNodeIsValid(const OrbNode* node) {
-  if (node == nullptr) return false;
-  const OrbNode* listed = g_NodeListHead.next;
-  while (listed != nullptr && listed != node) listed = listed->next;
-  return listed != nullptr && listed->references != 0;
+  return node != nullptr && Predecessor(node) != nullptr && node->references != 0;
 }
 
 OrbNode* OrbNodeAddRef(OrbNode* node) {
@@ -59,16 +55,15 @@ OrbNode* OrbNodeAddRef(OrbNode* node) {
 }
 
 void OrbNodeRelease(OrbNode* node) {
-  if (!OrbNodeIsValid(node)) return;
-  if (--node->references != 0) return;
-  Unlink(node);
+  if (!OrbNodeIsValid(node) || --node->references != 0) return;
+  Predecessor(node)->next = node->next;
   free(node);
 }
 
 OrbNode* OrbNodeAlloc() {
   OrbNode* node = FindDeadObject();
   if (node != nullptr) {
-    Unlink(node);
+    Predecessor(node)->next = node->next;
   } else {
     node = static_cast<OrbNode*>(Allocate(sizeof(OrbNode)));
     if (node == nullptr) return nullptr;

@@ -78,9 +78,7 @@ inline uint32_t NodeOffset(const Volume* volume, uint32_t number) {
 struct NodeRef {
   OrbNode* node;
   explicit NodeRef(OrbNode* held) : node(held) {}
-  ~NodeRef() {
-    if (node != nullptr) OrbNodeRelease(node);
-  }
+  [[gnu::always_inline]] ~NodeRef() { OrbNodeRelease(node); }
   NodeRef(const NodeRef&) = delete;
   NodeRef& operator=(const NodeRef&) = delete;
 

@@ -30,11 +30,11 @@ bool WriteStateFlags(Volume* volume) {
   return false;
 }
 
-// The container position of a byte in a block; 0xFFFFFFFF where it does not fit 32 bits, as for any byte of block 0.
+// The container position of a byte in a block; 0xFFFFFFFF where no container reaches, as for any byte of block 0.
 uint32_t BytePosition(const Volume* volume, uint32_t block, uint32_t offset) {
-  const uint64_t position =
-      volume->header.dataOffset + (static_cast<uint64_t>(block - 1) << BlockShift(volume)) + offset;
-  return position <= 0xFFFFFFFF ? static_cast<uint32_t>(position) : 0xFFFFFFFF;
+  const uint32_t reach = (kContainerLimit - volume->header.dataOffset) >> BlockShift(volume);  // in blocks
+  if (block - 1 >= reach) return 0xFFFFFFFF;
+  return volume->header.dataOffset + ((block - 1) << BlockShift(volume)) + offset;
 }
 
 }  // namespace
@@ -87,21 +87,22 @@ bool OrbCommitVolume(Volume* volume) {
   return WriteStateFlags(volume);  // the commit point: the container mounts again
 }
 
-bool StoreVolumeHeader(Volume* volume) {
-  const Scratch copy(kHeaderSize);
+bool StoreWords(Volume* volume, const void* record, uint32_t size, uint32_t words, uint32_t position, uint32_t flags) {
+  const Scratch copy(size);
   if (copy.bytes == nullptr) return false;
-  memcpy(copy.bytes, &volume->header, kHeaderSize);
-  ConvertWords(copy.As<uint32_t>(), kHeaderWords);
-  return WriteVolumeBytes(volume, copy.bytes, 0, kHeaderSize, kMetadataWrite);
+  memcpy(copy.bytes, record, size);
+  ConvertWords(copy.As<uint32_t>(), words);
+  return WriteVolumeBytes(volume, copy.bytes, position, size, flags);
+}
+
+bool StoreVolumeHeader(Volume* volume) {
+  return StoreWords(volume, &volume->header, kHeaderSize, kHeaderWords, 0, kMetadataWrite);
 }
 
 bool StoreNodeBlockTable(Volume* volume) {
-  const Scratch copy(volume->header.nodeTableSize);
-  if (copy.bytes == nullptr) return false;
-  memcpy(copy.bytes, volume->nodeTable, volume->header.nodeTableSize);
-  ConvertWords(copy.As<uint32_t>(), volume->header.nodeTableSize / 4);
-  return WriteVolumeBytes(volume, copy.bytes, volume->header.nodeTableOffset, volume->header.nodeTableSize,
-                          kMetadataWrite);
+  const VolumeHeader& header = volume->header;
+  return StoreWords(volume, volume->nodeTable, header.nodeTableSize, header.nodeTableSize / 4, header.nodeTableOffset,
+                    kMetadataWrite);
 }
 
 bool StoreNodeBitmap(Volume* volume) {

@@ -31,8 +31,8 @@ enum WriteFlags : uint32_t {
   kBlockMapWrite = 0x401,
 };
 
-// Returns the container position of a block's first byte. A number whose position does not fit 32 bits, 0 among them,
-// yields a position that no container reaches and every seek refuses.
+// Returns the container position of a block's first byte. A number that no container reaches, 0 among them, yields
+// 0xFFFFFFFF, which every seek refuses.
 uint32_t BlockPosition(const Volume* volume, uint32_t block);
 
 // All of these return true on success. Reads fail with the container's code, or ORB_ERROR_DAMAGED_VOLUME where fewer
@@ -53,8 +53,12 @@ bool MarkVolumeDirty(Volume* volume);
 // on a failed volume it fails with ORB_ERROR_WRITE.
 bool OrbCommitVolume(Volume* volume);
 
-// Write the header, the node-block table, the node bitmap back whole, as metadata. ORB_ERROR_OUT_OF_MEMORY where the
-// copy in disk order cannot be had (header, table).
+// Writes a record of `size` bytes from a copy whose first `words` words are in disk order.
+//   fails  ORB_ERROR_OUT_OF_MEMORY where the copy cannot be had: nothing was written
+bool StoreWords(Volume* volume, const void* record, uint32_t size, uint32_t words, uint32_t position, uint32_t flags);
+
+// Write the header, the node-block table, the node bitmap back whole, as metadata (the bitmap has no byte order and is
+// not copied).
 bool StoreVolumeHeader(Volume* volume);
 bool StoreNodeBlockTable(Volume* volume);
 bool StoreNodeBitmap(Volume* volume);

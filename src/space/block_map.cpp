@@ -126,8 +126,7 @@ uint32_t SetIndirectEntry(Volume* volume, uint32_t mapBlock, uint32_t slot, uint
 bool AppendFileBlock(OrbNode* node, uint32_t position, const void* data, uint32_t length, uint32_t flags) {
   Volume* const volume = node->volume;
   if (!IsInsideMap(volume, BlockIndex(volume, position))) return Fail(ORB_ERROR_VOLUME_FULL);
-  const uint32_t block = length == volume->header.blockSize ? AllocWriteBlock(data, volume, flags)
-                                                            : AllocWriteBlockPadded(data, volume, flags, length);
+  const uint32_t block = AllocWriteBlockPadded(data, volume, flags, length);
   return block != kNoBlock && SetFileBlock(node, position, block);
 }
 
@@ -135,23 +134,19 @@ bool ReleaseFileBlocks(OrbNode* node) {
   Volume* const volume = node->volume;
   if (node->record.size == 0) return true;
 
-  uint32_t direct[kDirectBlocks];
-  memcpy(direct, node->record.direct, sizeof direct);
-  const uint32_t indirect = node->record.indirect;
-  const uint32_t doubleIndirect = node->record.doubleIndirect;
-
+  const OrbNodeRecord before = node->record;
   node->record.size = 0;
   memset(node->record.direct, 0, sizeof node->record.direct);
   node->record.indirect = kNoBlock;
   node->record.doubleIndirect = kNoBlock;
   if (!StampAndWriteNode(node)) return false;  // the commit point: the node is empty, its blocks are nobody's
 
-  for (uint32_t i = 0; i < kDirectBlocks && direct[i] != kNoBlock; ++i) {
-    if (!FreeBlock(volume, direct[i])) return false;
+  for (uint32_t i = 0; i < kDirectBlocks && before.direct[i] != kNoBlock; ++i) {
+    if (!FreeBlock(volume, before.direct[i])) return false;
   }
-  if (direct[kDirectBlocks - 1] == kNoBlock || indirect == kNoBlock) return true;
-  if (!ReleaseIndirectTree(volume, indirect)) return false;
-  return doubleIndirect == kNoBlock || ReleaseMapTree(volume, doubleIndirect, 2);
+  if (before.direct[kDirectBlocks - 1] == kNoBlock || before.indirect == kNoBlock) return true;
+  if (!ReleaseIndirectTree(volume, before.indirect)) return false;
+  return before.doubleIndirect == kNoBlock || ReleaseMapTree(volume, before.doubleIndirect, 2);
 }
 
 bool ReleaseIndirectTree(Volume* volume, uint32_t mapBlock) { return ReleaseMapTree(volume, mapBlock, 1); }

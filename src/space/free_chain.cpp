@@ -144,13 +144,9 @@ bool LoadFreeChain(Volume* volume) {
 }
 
 bool StoreFreeChain(Volume* volume) {
-  const Scratch copy(volume->header.blockSize);
-  if (copy.bytes == nullptr) return false;
-  memcpy(copy.bytes, volume->freeChain, volume->header.blockSize);
-  FreeChainRecord* const record = copy.As<FreeChainRecord>();
-  ConvertWords(record->heap, record->count);
-  ConvertRecordHeader(record);
-  return WriteBlock(copy.bytes, volume, volume->header.freeChainHead, kFreeChainWrite);
+  const uint32_t words = kFreeChainHeader / 4 + volume->freeChain->count;
+  return StoreWords(volume, volume->freeChain, volume->header.blockSize, words,
+                    BlockPosition(volume, volume->header.freeChainHead), kFreeChainWrite);
 }
 
 uint32_t AllocBlock(Volume* volume) {
@@ -176,17 +172,16 @@ bool FreeBlock(Volume* volume, uint32_t block) {
 }
 
 uint32_t AllocWriteBlock(const void* data, Volume* volume, uint32_t flags) {
-  if (volume->failed != 0) return Fail(ORB_ERROR_WRITE);
-  const uint32_t block = AllocBlock(volume);
-  if (block == kNoBlock) return kNoBlock;
-  return WriteBlock(data, volume, block, flags) ? block : kNoBlock;
+  return AllocWriteBlockPadded(data, volume, flags, volume->header.blockSize);
 }
 
 uint32_t AllocWriteBlockPadded(const void* data, Volume* volume, uint32_t flags, uint32_t length) {
   if (volume->failed != 0) return Fail(ORB_ERROR_WRITE);
+  const uint32_t blockSize = volume->header.blockSize;
   const uint32_t block = AllocBlock(volume);
   if (block == kNoBlock) return kNoBlock;
-  const ZeroedScratch padded(volume->header.blockSize);
+  if (length == blockSize) return WriteBlock(data, volume, block, flags) ? block : kNoBlock;
+  const ZeroedScratch padded(blockSize);
   if (padded.bytes == nullptr) return kNoBlock;
   memcpy(padded.bytes, data, length);
   return WriteBlock(padded.bytes, volume, block, flags) ? block : kNoBlock;

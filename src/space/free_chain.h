@@ -42,7 +42,8 @@ bool FreeBlock(Volume* volume, uint32_t block);
 // write fails is deliberately not given back: it is lost.
 uint32_t AllocWriteBlock(const void* data, Volume* volume, uint32_t flags);
 
-// The same with `length` bytes of data, 0 to a block, and zeros behind them.
+// The same with `length` bytes of data, 0 to a block, and zeros behind them. Only the padding takes memory: a block's
+// worth; where it cannot be had the block is lost as well.
 uint32_t AllocWriteBlockPadded(const void* data, Volume* volume, uint32_t flags, uint32_t length);
 
 }  // namespace orba

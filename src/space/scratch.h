@@ -14,7 +14,7 @@ void* AllocateZeroed(uint32_t size);
 struct Scratch {
   uint8_t* const bytes;
   explicit Scratch(uint32_t size) : Scratch(Allocate(size)) {}
-  ~Scratch() { free(bytes); }
+  [[gnu::always_inline]] ~Scratch() { free(bytes); }
   Scratch(const Scratch&) = delete;
   Scratch& operator=(const Scratch&) = delete;
 

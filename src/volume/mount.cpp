@@ -137,11 +137,12 @@ bool CheckHeader(const VolumeHeader& header) {
   const uint32_t shift = header.blockShift & 0xFF;
   if (shift >= 32 || 1u << shift != header.blockSize) return Fail(ORB_ERROR_DAMAGED_VOLUME);
   if (header.bitmapSize > MaxBitmapSize(header.blockSize)) return Fail(ORB_ERROR_INVALID_ARGUMENT);
-  // In 64 bits: a reserved size that makes the sum wrap is no region.
-  const uint64_t dataOffset = static_cast<uint64_t>(header.reservedOffset) + header.reservedSize;
+  // The reserved size may be anything on disk: a region that leaves every container behind, or wraps, is none.
   if (header.nodeTableOffset != header.headerSize ||
       header.bitmapOffset != header.nodeTableOffset + header.nodeTableSize ||
-      header.reservedOffset != header.bitmapOffset + header.bitmapSize || header.dataOffset != dataOffset) {
+      header.reservedOffset != header.bitmapOffset + header.bitmapSize ||
+      header.reservedSize >= kContainerLimit - header.reservedOffset ||
+      header.dataOffset != header.reservedOffset + header.reservedSize) {
     return Fail(ORB_ERROR_DAMAGED_VOLUME);
   }
   return (header.stateFlags & kVolumeDirty) == 0 || Fail(ORB_ERROR_NOT_CLEAN);
