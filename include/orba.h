@@ -12,7 +12,8 @@
  *          the current directory ("/..." at the root of its volume). "." and ".." work anywhere. "\" is no separator.
  *          Names are 1 to ORB_MAX_NAME characters out of A-Z a-z 0-9 !#$%&'()-^~@{}[]_. ; they are stored in upper
  *          case and compared without regard to case. Volume names follow the same rule.
- *          Runs of "/" count as one; leading "/" makes a path absolute on its volume, trailing "/" adds nothing.
+ *          Runs of "/" count as one; leading "/" makes a path absolute on its volume, trailing "/" adds nothing, but
+ *          nothing is created through a path that has one.
  * STRINGS  Every function with a string comes as an A form (8-bit ANSI strings) and a W form (16-bit characters); the
  *          name without suffix is the W form where UNICODE is defined, else the A form. The A form does the work, the W
  *          form converts and calls it. Container names are always wide.
@@ -20,7 +21,8 @@
  *          OrbGetLastError. Every call clears that value first (a W form after its strings were converted), so after a
  *          success it is 0.
  * POINTERS A null pointer where a string, a record, a result or a buffer (count above 0) is required fails with
- *          ORB_ERROR_INVALID_ARGUMENT and changes nothing. A null "done" counts as required.
+ *          ORB_ERROR_INVALID_ARGUMENT and changes nothing. A null "done" counts as required; one that is given is set to
+ *          0 even so.
  * THREADS  None are started and no locks are taken: error value, current directory and handle tables are shared by the
  *          whole process, and callers must serialise all calls.
  * SAFETY   A call that changes a volume first marks the container "update in progress" and clears the mark when it
@@ -227,9 +229,9 @@ ORB_EXPORT OrbBool ORB_CALL OrbUnmountVolumeW(const OrbWideChar* volume);
 
 /* Creates an empty file, or a directory. Does not open it.
  *   attributes    low 16 bits: ORB_ATTRIBUTE_READ_ONLY and _USER in any mix, or _DIRECTORY (which then stands alone).
- *   fails with 0  INVALID_NAME (also a path that ends at a root), FILE_EXISTS, INVALID_ARGUMENT (other bits),
- *                 NO_FREE_NODE, DISK_FULL, VOLUME_FULL. For lack of space or memory the new object is undone again; any
- *                 other late failure leaves a node that no name leads to. */
+ *   fails with 0  INVALID_NAME (also a path that ends at a root or in "/"), FILE_EXISTS, INVALID_ARGUMENT (other
+ *                 bits), NO_FREE_NODE, DISK_FULL, VOLUME_FULL. For lack of space or memory the new object is undone
+ *                 again; any other late failure leaves a node that no name leads to. */
 ORB_EXPORT OrbBool ORB_CALL OrbCreateFileA(const char* path, OrbU32 attributes);
 ORB_EXPORT OrbBool ORB_CALL OrbCreateFileW(const OrbWideChar* path, OrbU32 attributes);
 

@@ -34,6 +34,13 @@ constexpr OrbU32 kDefaultBlockSize = 4096;
   return Given(required);
 }
 
+// The same for a transfer: what was done is 0 before anything else is looked at.
+bool BeginTransfer(const void* buffer, OrbU32 count, OrbU32* done) {
+  if (!Begin(done)) return false;
+  *done = 0;
+  return count == 0 || Given(buffer);
+}
+
 // Step 5 of the frame. A null volume is a handle that names no file: the operation's result stands.
 OrbBool Commit(Volume* volume, bool done) {
   if (volume == nullptr) return done;
@@ -97,6 +104,7 @@ OrbBool ORB_CALL OrbCreateFileA(const char* path, OrbU32 attributes) {
   char name[kNameSize];
   OrbNode* const parent = OrbWalkPath(name, path);
   if (parent == nullptr) return 0;
+  if (EndsInSeparator(path)) name[0] = '\0';  // nothing stands behind it, and so there is no name to create
   return ReleaseAndCommit(parent, OrbCreateNodeAt(parent, name, static_cast<uint16_t>(attributes)));
 }
 
@@ -165,12 +173,12 @@ OrbU32 ORB_CALL OrbSetFilePointer(OrbHandle file, OrbI32 distance, OrbU32 origin
 }
 
 OrbBool ORB_CALL OrbReadFile(OrbHandle file, void* buffer, OrbU32 count, OrbU32* done) {
-  if (!Begin(done) || (count > 0 && !Given(buffer))) return 0;
+  if (!BeginTransfer(buffer, count, done)) return 0;
   return OrbReadOpenFile(file, buffer, count, done);
 }
 
 OrbBool ORB_CALL OrbWriteFile(OrbHandle file, const void* buffer, OrbU32 count, OrbU32* done) {
-  if (!Begin(done) || (count > 0 && !Given(buffer))) return 0;
+  if (!BeginTransfer(buffer, count, done)) return 0;
   const bool written = OrbWriteOpenFile(file, buffer, count, done);
   return Commit(OrbGetHandleVolume(file), written);
 }
