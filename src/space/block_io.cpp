@@ -32,9 +32,10 @@ bool WriteStateFlags(Volume* volume) {
 
 // The container position of a byte in a block; 0xFFFFFFFF where no container reaches, as for any byte of block 0.
 uint32_t BytePosition(const Volume* volume, uint32_t block, uint32_t offset) {
-  const uint32_t reach = (kContainerLimit - volume->header.dataOffset) >> BlockShift(volume);  // in blocks
+  const uint32_t start = volume->header.dataOffset;
+  const uint32_t reach = start < kContainerLimit ? (kContainerLimit - start) >> BlockShift(volume) : 0;  // in blocks
   if (block - 1 >= reach) return 0xFFFFFFFF;
-  return volume->header.dataOffset + ((block - 1) << BlockShift(volume)) + offset;
+  return start + ((block - 1) << BlockShift(volume)) + offset;
 }
 
 }  // namespace
@@ -88,7 +89,7 @@ bool OrbCommitVolume(Volume* volume) {
 }
 
 bool StoreWords(Volume* volume, const void* record, uint32_t size, uint32_t words, uint32_t position, uint32_t flags) {
-  const Scratch copy(size);
+  const Scratch copy(Allocate(size));
   if (copy.bytes == nullptr) return false;
   memcpy(copy.bytes, record, size);
   ConvertWords(copy.As<uint32_t>(), words);
