@@ -318,10 +318,17 @@ TEST(CheckNodes, number) {
   EXPECT_EQ(Found(image), At("node-number", 4, 1, image.NodeOffset(4) + 4));
 }
 
-TEST(CheckNodes, slotWithNeither_isLost) {
+TEST(CheckNodes, slotWithNeither_isReadWhileTheRestIsPlausible) {
   Small image;
   image.Put32(image.NodeOffset(2), 0);
   image.Put16(image.NodeOffset(2) + 4, 0);
+  EXPECT_EQ(Found(image),
+            At("node-signature", 2, 1, image.NodeOffset(2)) + "; " + At("node-number", 2, 1, image.NodeOffset(2) + 4));
+}
+
+TEST(CheckNodes, slotOverwritten_isLost) {
+  Small image;
+  for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(2) + i, 0xAA);
   const Report report = Inspect(image);
   EXPECT_EQ(report.Count(Kind::kNodePlaceless), 1u);
   EXPECT_EQ(report.Count(Kind::kEntryToLost), 1u);

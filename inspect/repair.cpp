@@ -1,0 +1,219 @@
+#include "inspect/repair.h"
+
+#include <algorithm>
+
+#include "inspect/bytes.h"
+#include "inspect/names.h"
+#include "inspect/repair_work.h"
+
+namespace orba::inspect {
+
+namespace {
+
+using std::to_string;
+
+constexpr std::uint32_t kChainHeadOffset = 48;
+
+// On a container without nodes to look at only the first two can do anything.
+constexpr Pass kFirstPasses[] = {FixHeader, FixLength};
+constexpr Pass kPasses[] = {
+    FixHeader,           FixTable,        FixSlots,    FixBitmap,      ReviveNodes, FixRecords,
+    DropGivenBackBlocks, FixSlotsOutside, Unshare,     FixMaps,        FixRoot,     FixDirectorySizes,
+    RemoveEntries,       FixEntries,      BreakCycles, FixLeakedNodes, FixChain};
+
+// Far more rounds than any damage takes; a guard against passes that undo each other.
+constexpr int kMostRounds = 100;
+
+bool RunRound(RepairWork* work) {
+  work->Recheck();
+  if (work->report.IsClean()) return false;
+  if (work->model().nodes.empty()) {
+    for (const Pass pass : kFirstPasses) {
+      pass(work);
+      if (work->changed) return true;
+    }
+    return false;
+  }
+  for (const Pass pass : kPasses) {
+    pass(work);
+    if (work->changed) return true;
+  }
+  return false;
+}
+
+std::string Hopeless(const Report& report) {
+  if (report.Count(Kind::kUnreadable) > 0) {
+    return "the host cannot read all of the container; copy what can be read to a sound medium and repair the copy";
+  }
+  if (report.Count(Kind::kLayoutUnknown) > 0)
+    return "no block size and no root directory can be made out; this may be no container at all";
+  if (!report.model.geometry.known()) return "the container ends before its data area; nothing is left to repair";
+  return "";
+}
+
+}  // namespace
+
+Plan PlanRepair(const Image& image, const TimeStamp& now) {
+  Plan plan;
+  plan.before = Check(image);
+  plan.problem = Hopeless(plan.before);
+  if (!plan.problem.empty()) {
+    plan.after = plan.before;
+    return plan;
+  }
+  plan.possible = true;
+  RepairWork work(image, now);
+  work.budget = plan.before.model.geometry.blocks + 1024u;
+  for (int round = 0; round < kMostRounds; ++round) {
+    if (!RunRound(&work)) break;
+  }
+  work.Recheck();
+  if (!work.report.IsClean()) {
+    plan.problem = to_string(work.report.Count(Severity::kDamage) + work.report.Count(Severity::kHalfMade) +
+                             work.report.Count(Severity::kLeak)) +
+                   " findings stay, and the container stays marked";
+  } else if (work.report.marked) {
+    work.Begin("clears the mark of an update in progress");
+    work.PutWord(kStateFlagsOffset, 0);
+    work.Recheck();
+  }
+  for (Action& action : work.actions) {
+    if (!action.writes.empty()) plan.actions.push_back(std::move(action));
+  }
+  plan.after = std::move(work.report);
+  return plan;
+}
+
+std::string ToText(const Plan& plan) {
+  std::string text;
+  for (std::size_t i = 0; i < plan.actions.size(); ++i) {
+    const Action& action = plan.actions[i];
+    text += to_string(i + 1) + ". " + action.text + " (" + to_string(action.writes.size()) +
+            (action.writes.size() == 1 ? " write)\n" : " writes)\n");
+  }
+  if (plan.possible && plan.actions.empty()) text += "nothing to repair\n";
+  if (!plan.problem.empty()) text += plan.problem + "\n";
+  return text;
+}
+
+// ---- Writing --------------------------------------------------------------------------------------------------------
+
+void RepairWork::Begin(std::string text) {
+  if (actions.empty() && !report.marked) {
+    actions.push_back({"marks the container as being updated", {}});
+    PutWord(kStateFlagsOffset, report.model.header.stateFlags | kVolumeDirty);
+  }
+  actions.push_back({std::move(text), {}});
+}
+
+void RepairWork::Put(std::uint64_t offset, const void* bytes, std::size_t count) {
+  const auto* from = static_cast<const std::uint8_t*>(bytes);
+  actions.back().writes.push_back({offset, std::vector<std::uint8_t>(from, from + count)});
+  image.Write(offset, bytes, count);
+  changed = true;
+}
+
+void RepairWork::PutWord(std::uint64_t offset, std::uint32_t value) {
+  std::uint8_t bytes[4];
+  Put32(bytes, value);
+  Put(offset, bytes, sizeof bytes);
+}
+
+void RepairWork::PutHalf(std::uint64_t offset, std::uint16_t value) {
+  std::uint8_t bytes[2];
+  Put16(bytes, value);
+  Put(offset, bytes, sizeof bytes);
+}
+
+void RepairWork::PutNode(std::uint16_t number, const OrbNodeRecord& record) {
+  std::uint8_t bytes[kNodeSize];
+  EncodeNode(record, bytes);
+  Put(model().nodes[number].offset, bytes, sizeof bytes);
+}
+
+void RepairWork::PutEntry(std::uint64_t offset, const OrbDirEntry& entry) {
+  std::uint8_t bytes[kDirEntrySize];
+  EncodeEntry(entry, bytes);
+  Put(offset, bytes, sizeof bytes);
+}
+
+void RepairWork::SetFree(std::uint32_t node, bool free) {
+  const std::uint64_t offset = kBitmapOffset + (node - 1) / 8;
+  const auto mask = static_cast<std::uint8_t>(0x80 >> ((node - 1) % 8));
+  std::uint8_t byte = 0;
+  image.Read(offset, &byte, 1);
+  byte = static_cast<std::uint8_t>(free ? byte | mask : byte & ~mask);
+  Put(offset, &byte, 1);
+}
+
+// ---- Reading --------------------------------------------------------------------------------------------------------
+
+OrbNodeRecord RepairWork::GetNode(std::uint16_t number) const {
+  std::uint8_t bytes[kNodeSize] = {};
+  image.Read(model().nodes[number].offset, bytes, sizeof bytes);
+  return DecodeNode(bytes);
+}
+
+std::vector<std::uint8_t> RepairWork::GetBlock(std::uint32_t block) const {
+  std::vector<std::uint8_t> bytes(geometry().blockSize);
+  if (!image.Read(geometry().BlockOffset(block), bytes.data(), bytes.size())) bytes.assign(bytes.size(), 0);
+  return bytes;
+}
+
+// ---- Blocks ---------------------------------------------------------------------------------------------------------
+
+bool RepairWork::IsLoose(std::uint32_t block) const {
+  const BlockUse use = model().blocks[block].use;
+  return use == BlockUse::kNothing || use == BlockUse::kFree || use == BlockUse::kChainRecord;
+}
+
+std::uint32_t RepairWork::Take(const std::vector<std::uint8_t>& contents) {
+  if (budget == 0) return kNoBlock;
+  DropChain(this);
+  while (nextLoose_ < model().blocks.size() && !IsLoose(nextLoose_)) ++nextLoose_;
+  std::uint32_t block = nextLoose_;
+  if (block < model().blocks.size()) {
+    ++nextLoose_;
+  } else {
+    const std::uint64_t size = std::max<std::uint64_t>(image.Size(), geometry().dataOffset);
+    block = static_cast<std::uint32_t>((size - geometry().dataOffset) / geometry().blockSize + 1);
+    if (geometry().BlockOffset(block) + geometry().blockSize >= kContainerLimit) return kNoBlock;
+  }
+  --budget;
+  Put(geometry().BlockOffset(block), contents.data(), contents.size());
+  return block;
+}
+
+std::uint32_t RepairWork::FindDirectoryBlock(std::uint16_t number) {
+  if (!directoryBlocksRead_) {
+    directoryBlocksRead_ = true;
+    for (std::uint32_t block = 1; block < model().blocks.size(); ++block) {
+      std::uint8_t bytes[2 * kDirEntrySize];
+      if (!IsLoose(block) || !image.Read(geometry().BlockOffset(block), bytes, sizeof bytes)) continue;
+      const OrbDirEntry self = DecodeEntry(bytes);
+      if (NameOf(self) == "." && NameOf(DecodeEntry(bytes + kDirEntrySize)) == "..") {
+        directoryBlocks_.emplace(self.node, block);
+      }
+    }
+  }
+  const auto found = directoryBlocks_.find(number);
+  return found == directoryBlocks_.end() ? kNoBlock : found->second;
+}
+
+void RepairWork::Recheck() {
+  report = Check(image);
+  changed = false;
+  nextLoose_ = 1;
+  directoryBlocks_.clear();
+  directoryBlocksRead_ = false;
+}
+
+void DropChain(RepairWork* work) {
+  std::uint8_t bytes[4] = {};
+  work->image.Read(kChainHeadOffset, bytes, sizeof bytes);
+  if (Get32(bytes) == kNoBlock) return;
+  work->actions.back().text += "; drops the free chain for now";
+  work->PutWord(kChainHeadOffset, kNoBlock);
+}
+
+}  // namespace orba::inspect

@@ -1,0 +1,304 @@
+// Repair of what lies outside directories and block maps: header, node-block table, bitmap, node records, the root.
+#include <algorithm>
+#include <map>
+
+#include "inspect/bytes.h"
+#include "inspect/names.h"
+#include "inspect/repair_work.h"
+
+namespace orba::inspect {
+
+namespace {
+
+using std::to_string;
+
+std::uint32_t FirstNode(const Geometry& geometry, std::uint32_t index) { return index * geometry.nodesPerBlock() + 1; }
+
+// ---- Node-block table -----------------------------------------------------------------------------------------------
+
+// Slots of the block that carry the signature and the number they would have as node block `index`.
+std::uint32_t GoodSlots(const RepairWork& work, std::uint32_t block, std::uint32_t index) {
+  const std::vector<std::uint8_t> bytes = work.GetBlock(block);
+  std::uint32_t good = 0;
+  for (std::uint32_t i = 0; i < work.geometry().nodesPerBlock(); ++i) {
+    const std::uint8_t* slot = &bytes[i * kNodeSize];
+    if (Get32(slot) == kNodeSignature && Get16(slot + 4) == FirstNode(work.geometry(), index) + i) ++good;
+  }
+  return good;
+}
+
+bool HasSignature(const RepairWork& work, std::uint32_t block) {
+  const std::vector<std::uint8_t> bytes = work.GetBlock(block);
+  for (std::uint32_t i = 0; i < work.geometry().nodesPerBlock(); ++i) {
+    if (Get32(&bytes[i * kNodeSize]) == kNodeSignature) return true;
+  }
+  return false;
+}
+
+bool IsNeeded(const RepairWork& work, std::uint32_t index) {
+  const std::uint32_t first = FirstNode(work.geometry(), index);
+  for (std::uint32_t i = 0; i < work.geometry().nodesPerBlock() && work.model().IsNode(first + i); ++i) {
+    if (work.model().nodes[first + i].state != NodeState::kFree) return true;
+  }
+  return false;
+}
+
+// How many nodes in use the block would bring back as node block `index`.
+std::uint32_t Worth(const RepairWork& work, std::uint32_t block, std::uint32_t index) {
+  const std::vector<std::uint8_t> bytes = work.GetBlock(block);
+  const std::uint32_t first = FirstNode(work.geometry(), index);
+  std::uint32_t worth = 0;
+  for (std::uint32_t i = 0; i < work.geometry().nodesPerBlock() && work.model().IsNode(first + i); ++i) {
+    const bool used = work.model().nodes[first + i].state != NodeState::kFree;
+    if (used && IsPlausible(work.geometry(), first + i, DecodeNode(&bytes[i * kNodeSize]))) ++worth;
+  }
+  return worth;
+}
+
+// The index that the block's slots speak for, or none when less than half of them agree.
+constexpr std::uint32_t kNoIndex = kNodeTableEntries;
+
+std::uint32_t IndexOf(const RepairWork& work, std::uint32_t block) {
+  const Geometry& geometry = work.geometry();
+  for (std::uint32_t slot = 0; slot < 2; ++slot) {
+    std::uint8_t bytes[6];
+    if (!work.image.Read(geometry.BlockOffset(block) + slot * kNodeSize, bytes, sizeof bytes)) return kNoIndex;
+    const std::uint32_t first = Get16(bytes + 4) - slot;
+    if (Get32(bytes) != kNodeSignature || first % geometry.nodesPerBlock() != 1) continue;
+    const std::uint32_t index = first / geometry.nodesPerBlock();
+    if (index < kNodeTableEntries && 2 * GoodSlots(work, block, index) >= geometry.nodesPerBlock()) return index;
+  }
+  return kNoIndex;
+}
+
+// Blocks that may have been node blocks before the table lost them, by their index: those that nothing names or that stand
+// in the wrong place of the table, and block 1, where the first node block lies for all time.
+using Candidates = std::multimap<std::uint32_t, std::uint32_t>;
+
+Candidates FindCandidates(const RepairWork& work) {
+  Candidates candidates;
+  for (std::uint32_t block = 1; block < work.model().blocks.size(); ++block) {
+    if (!work.IsLoose(block) && work.model().blocks[block].use != BlockUse::kNodeBlock && block != 1) continue;
+    const std::uint32_t index = IndexOf(work, block);
+    if (index != kNoIndex) candidates.emplace(index, block);
+  }
+  return candidates;
+}
+
+// The best of the candidates, 0 when none brings a node in use back.
+std::uint32_t PickNodeBlock(const RepairWork& work, const Candidates& candidates, std::uint32_t index) {
+  std::uint32_t best = kNoBlock;
+  std::uint32_t bestWorth = 0;
+  const auto range = candidates.equal_range(index);
+  for (auto at = range.first; at != range.second; ++at) {
+    const std::uint32_t worth = Worth(work, at->second, index);
+    if (worth <= bestWorth) continue;
+    best = at->second;
+    bestWorth = worth;
+  }
+  return best;
+}
+
+bool IsRightEntry(const RepairWork& work, std::uint32_t index) {
+  const std::uint32_t block = work.model().table[index];
+  if (!work.geometry().Holds(block) || index >= work.geometry().tableEntries()) return false;
+  const BlockInfo& owner = work.model().blocks[block];
+  const std::uint32_t spoken = IndexOf(work, block);
+  if (spoken != kNoIndex) return spoken == index;
+  return owner.use == BlockUse::kNodeBlock && owner.index == index && HasSignature(work, block);
+}
+
+// ---- Node records ---------------------------------------------------------------------------------------------------
+
+OrbNodeRecord EmptyNode(std::uint16_t number) {
+  OrbNodeRecord record = {};
+  record.signature = kNodeSignature;
+  record.number = number;
+  return record;
+}
+
+bool StartsAsDirectory(const RepairWork& work, const NodeInfo& node) {
+  const std::uint32_t block = node.record.direct[0];
+  if (!work.geometry().Holds(block)) return false;
+  const std::vector<std::uint8_t> bytes = work.GetBlock(block);
+  return NameOf(DecodeEntry(&bytes[0])) == "." && Get16(&bytes[0]) == node.number &&
+         NameOf(DecodeEntry(&bytes[kDirEntrySize])) == "..";
+}
+
+// A directory whose contents are no directory's: neither dot is there, nor a single entry that could be one.
+bool IsNoDirectory(const RepairWork& work, const NodeInfo& node) {
+  if (!node.directory.firstBlockRead || node.record.size == 0) return false;
+  for (const Entry& entry : node.entries) {
+    const std::string name = NameOf(entry.record);
+    if (entry.index == 0 && name == ".") return false;
+    if (entry.index == 1 && name == "..") return false;
+    const std::uint16_t target = entry.record.node;
+    const bool names = work.model().IsNode(target) && work.model().nodes[target].state == NodeState::kUsed;
+    if (entry.index >= 2 && names && IsLegalName(name)) return false;
+  }
+  return true;
+}
+
+std::uint16_t RightAttributes(const RepairWork& work, const NodeInfo& node) {
+  if (node.number == kRootNode) return kRootAttributes;
+  const std::uint16_t attributes = node.record.attributes;
+  const auto file = static_cast<std::uint16_t>(attributes & (kNodeReadOnly | kNodeUserFlag));
+  if (attributes == ORB_NODE_DIRECTORY) return IsNoDirectory(work, node) ? 0 : attributes;
+  if (attributes == file) return file;
+  return StartsAsDirectory(work, node) ? ORB_NODE_DIRECTORY : file;
+}
+
+}  // namespace
+
+void FixLength(RepairWork* work) {
+  const std::uint64_t size = work->image.Size();
+  if (size >= work->geometry().dataOffset) return;
+  work->Begin("fills the container up to its data area; every node that lay behind its end is lost");
+  const std::vector<std::uint8_t> free(static_cast<std::size_t>(work->geometry().dataOffset - size), 0xFF);
+  work->Put(size, free.data(), free.size());
+}
+
+void FixHeader(RepairWork* work) {
+  const Report& report = work->report;
+  if (report.Count(Kind::kHeaderSignature) + report.Count(Kind::kHeaderVersion) + report.Count(Kind::kHeaderField) +
+          report.Count(Kind::kHeaderReserved) ==
+      0) {
+    return;
+  }
+  work->Begin("writes the header anew, for blocks of " + to_string(work->geometry().blockSize) +
+              " bytes and a bitmap of " + to_string(work->geometry().bitmapSize) + " bytes");
+  VolumeHeader header = SoundHeader(work->geometry(), work->model().header);
+  header.stateFlags = kVolumeDirty;
+  std::uint8_t bytes[kHeaderSize];
+  EncodeHeader(header, bytes);
+  work->Put(0, bytes, sizeof bytes);
+}
+
+void FixTable(RepairWork* work) {
+  const Model& model = work->model();
+  Candidates candidates;
+  bool searched = false;
+  for (std::uint32_t index = 0; index < kNodeTableEntries; ++index) {
+    const bool needed = index < work->geometry().tableEntries() && IsNeeded(*work, index);
+    if (IsRightEntry(*work, index) || (model.table[index] == kNoBlock && !needed)) continue;
+    if (needed && !searched) candidates = FindCandidates(*work);
+    searched |= needed;
+    const std::uint32_t found = needed ? PickNodeBlock(*work, candidates, index) : kNoBlock;
+    if (found == model.table[index]) continue;
+    const std::string entry = "table entry " + to_string(index);
+    work->Begin(found != kNoBlock ? "points " + entry + " at block " + to_string(found) + ", which holds its nodes"
+                                  : "clears " + entry + ": it names no node block");
+    work->PutWord(kHeaderSize + 4 * index, found);
+  }
+}
+
+void FixSlots(RepairWork* work) {
+  for (const NodeInfo& node : work->model().nodes) {
+    if (node.number == 0 || node.offset == 0) continue;
+    if (node.record.signature == kNodeSignature && node.record.number == node.number) continue;
+    std::uint8_t bytes[kNodeSize];
+    EncodeNode(EmptyNode(node.number), bytes);
+    if (node.readable) {
+      work->Begin("writes signature and number into the slot of node " + to_string(node.number));
+      work->Put(node.offset, bytes, 6);
+    } else if (node.number != kRootNode) {
+      work->Begin(
+          "clears the slot of node " + to_string(node.number) +
+          (node.state == NodeState::kFree ? ", which is free" : ", whose record is lost, and gives the node back"));
+      if (node.state != NodeState::kFree) work->SetFree(node.number, true);
+      work->Put(node.offset, bytes, sizeof bytes);
+    }
+  }
+}
+
+void FixBitmap(RepairWork* work) {
+  const Model& model = work->model();
+  for (std::uint32_t number = 1; number <= model.bitmap.size() * 8; ++number) {
+    const bool free = model.IsFreeBit(number);
+    if (number == kRootNode && free) {
+      work->Begin("notes in the bitmap that the root's node is in use");
+      work->SetFree(number, false);
+    }
+    const bool placeless = !model.IsNode(number) || model.nodes[number].offset == 0;
+    if (number != kRootNode && !free && placeless) {
+      work->Begin("notes in the bitmap that node " + to_string(number) + " is free: no node block holds it");
+      work->SetFree(number, true);
+    }
+  }
+}
+
+void ReviveNodes(RepairWork* work) {
+  const Model& model = work->model();
+  std::vector<bool> revived(model.nodes.size());
+  for (const NodeInfo& directory : model.nodes) {
+    for (const Entry& entry : directory.entries) {
+      const std::uint16_t number = entry.record.node;
+      if (entry.index < 2 || entry.pastSize || !model.IsNode(number) || revived[number]) continue;
+      const NodeInfo& node = model.nodes[number];
+      if (node.state != NodeState::kFree || !node.readable || number > model.bitmap.size() * 8) continue;
+      if (!IsPlausible(work->geometry(), number, node.record) || !IsLegalName(NameOf(entry.record))) continue;
+      revived[number] = true;
+      work->Begin("notes in the bitmap that node " + to_string(number) + ", which \"" + NameOf(entry.record) +
+                  "\" names, is in use");
+      work->SetFree(number, false);
+    }
+  }
+}
+
+void FixRecords(RepairWork* work) {
+  for (const NodeInfo& node : work->model().nodes) {
+    if (node.state != NodeState::kUsed) continue;
+    OrbNodeRecord record = node.record;
+    record.attributes = RightAttributes(*work, node);
+    record.time.reserved = 0;
+    std::fill(std::begin(record.reserved), std::end(record.reserved), 0u);
+    std::uint8_t was[kNodeSize], is[kNodeSize];
+    EncodeNode(node.record, was);
+    EncodeNode(record, is);
+    if (std::equal(std::begin(was), std::end(was), std::begin(is))) continue;
+    work->Begin("gives " + PathOf(work->model(), node.number) + " (node " + to_string(node.number) + ") attributes " +
+                to_string(record.attributes) + " and clears its reserved bytes");
+    work->PutNode(node.number, record);
+  }
+}
+
+void FixRoot(RepairWork* work) {
+  const NodeInfo& root = work->model().nodes[kRootNode];
+  if (root.state == NodeState::kUsed) return;
+  std::uint32_t block = work->FindDirectoryBlock(kRootNode);
+  OrbNodeRecord record = EmptyNode(kRootNode);
+  record.attributes = kRootAttributes;
+  record.time = work->now;
+  record.time.reserved = 0;
+  record.size = block != kNoBlock ? work->geometry().blockSize : 2 * kDirEntrySize;
+  work->Begin(block != kNoBlock ? "makes a new root node for the directory in block " + to_string(block)
+                                : "makes a new, empty root directory");
+  if (block == kNoBlock) block = work->Take(NewDirectoryBlock(work->geometry(), kRootNode, kRootNode));
+  if (block == kNoBlock) return;
+  record.direct[0] = block;
+  if (root.offset != 0) {
+    work->PutNode(kRootNode, record);
+    return;
+  }
+  std::vector<std::uint8_t> bytes(work->geometry().blockSize);
+  for (std::uint32_t i = 0; i < work->geometry().nodesPerBlock(); ++i) {
+    EncodeNode(EmptyNode(static_cast<std::uint16_t>(i + 1)), &bytes[i * kNodeSize]);
+  }
+  EncodeNode(record, bytes.data());
+  const std::uint32_t nodeBlock = work->Take(bytes);
+  if (nodeBlock != kNoBlock) work->PutWord(kHeaderSize, nodeBlock);
+}
+
+std::vector<std::uint8_t> NewDirectoryBlock(const Geometry& geometry, std::uint16_t number, std::uint16_t parent) {
+  std::vector<std::uint8_t> bytes(geometry.blockSize);
+  OrbDirEntry entry = {};
+  entry.node = number;
+  SetName(&entry, ".");
+  EncodeEntry(entry, &bytes[0]);
+  entry.node = parent;
+  SetName(&entry, "..");
+  EncodeEntry(entry, &bytes[kDirEntrySize]);
+  return bytes;
+}
+
+}  // namespace orba::inspect

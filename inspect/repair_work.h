@@ -1,0 +1,112 @@
+// The inside of repair: what its passes share. Nobody else includes this.
+//
+// Repair goes in rounds: check the container as it will be so far, run the passes in order until one changes something,
+// check again. So each pass may take for granted what the passes before it see to.
+#pragma once
+
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "inspect/patched_image.h"
+#include "inspect/repair.h"
+
+namespace orba::inspect {
+
+struct RepairWork {
+  RepairWork(const Image& from, const TimeStamp& time) : image(from), now(time) {}
+
+  PatchedImage image;
+  TimeStamp now;
+  std::vector<Action> actions;
+  Report report;         // of the image at the start of this round
+  bool changed = false;  // something was written in this round
+
+  const Model& model() const { return report.model; }
+  const Geometry& geometry() const { return report.model.geometry; }
+
+  // ---- Writing. Every write belongs to the action begun last.
+  void Begin(std::string text);
+  void Put(std::uint64_t offset, const void* bytes, std::size_t count);
+  void PutWord(std::uint64_t offset, std::uint32_t value);
+  void PutHalf(std::uint64_t offset, std::uint16_t value);
+  void PutNode(std::uint16_t number, const OrbNodeRecord& record);
+  void PutEntry(std::uint64_t offset, const OrbDirEntry& entry);
+  void SetFree(std::uint32_t node, bool free);
+
+  // ---- Reading the image as it is now
+  OrbNodeRecord GetNode(std::uint16_t number) const;
+  std::vector<std::uint8_t> GetBlock(std::uint32_t block) const;  // zeros where it cannot be read
+
+  // ---- Taking blocks. A block is taken by writing it; 0 when there is none left to take.
+  std::uint32_t Take(const std::vector<std::uint8_t>& contents);
+  // Blocks that may still be taken: repair does not blow a container up without end.
+  std::uint64_t budget = 0;
+
+  // What nothing names in this round's model.
+  bool IsLoose(std::uint32_t block) const;
+  // The loose block whose "." entry carries this number; 0 when there is none.
+  std::uint32_t FindDirectoryBlock(std::uint16_t number);
+
+  // Gets ready for the next round.
+  void Recheck();
+
+ private:
+  std::uint32_t nextLoose_ = 1;
+  std::unordered_map<std::uint16_t, std::uint32_t> directoryBlocks_;
+  bool directoryBlocksRead_ = false;
+};
+
+// A pass changes what it finds wrong, or nothing. In this order:
+using Pass = void (*)(RepairWork*);
+
+// repair_layout.cpp
+void FixLength(RepairWork* work);  // a container that ends before its data area
+void FixHeader(RepairWork* work);
+void FixTable(RepairWork* work);  // regains node blocks
+void FixSlots(RepairWork* work);  // signatures and numbers
+void FixBitmap(RepairWork* work);
+void ReviveNodes(RepairWork* work);  // free nodes that entries name
+void FixRecords(RepairWork* work);   // attributes, reserved bytes, files marked as directories
+// repair_directory.cpp
+void DropGivenBackBlocks(RepairWork* work);
+// repair_map.cpp
+void FixSlotsOutside(RepairWork* work);
+void Unshare(RepairWork* work);
+void FixMaps(RepairWork* work);  // holes, missing map blocks, blocks past the size
+// repair_layout.cpp
+void FixRoot(RepairWork* work);  // a root that is lost
+// repair_directory.cpp
+void FixDirectorySizes(RepairWork* work);
+void RemoveEntries(RepairWork* work);  // entries that name nothing, second names
+void FixEntries(RepairWork* work);     // names, "." and ".."
+void BreakCycles(RepairWork* work);
+// repair_space.cpp
+void FixLeakedNodes(RepairWork* work);
+void FixChain(RepairWork* work);
+
+// Zeroes the chain's head, so that its blocks are loose.
+void DropChain(RepairWork* work);
+
+// Enters `block` as logical block `index` of the node, taking the map blocks it needs. Only `record` is changed where the
+// slot lies in it; the caller writes it. False when a map block could not be taken.
+bool SetMapSlot(RepairWork* work, OrbNodeRecord* record, std::uint64_t index, std::uint32_t block);
+
+// Takes the blocks from logical block `end` on out of the node's map and makes it `size` bytes long.
+void CutNode(RepairWork* work, std::uint16_t number, std::uint64_t end, std::uint32_t size);
+
+// A directory's first block: "." and "..", then nothing.
+std::vector<std::uint8_t> NewDirectoryBlock(const Geometry& geometry, std::uint16_t number, std::uint16_t parent);
+
+// Entries, by the directory's record as it is now. A removed entry's place is taken by the last one.
+std::uint64_t FindEntry(const RepairWork& work, const OrbNodeRecord& directory,
+                        std::uint32_t index);  // offset, 0 = none
+void RemoveEntry(RepairWork* work, std::uint16_t directory, std::uint32_t index);
+bool AddEntry(RepairWork* work, std::uint16_t directory, const std::string& name, std::uint16_t node);
+
+// A legal name that `taken` (upper case) does not hold, made from `wish` with "~2" and so on where need be; it is added to
+// `taken`.
+std::string UniqueName(const std::string& wish, std::set<std::string>* taken);
+
+}  // namespace orba::inspect

@@ -1,0 +1,109 @@
+#include "tests/support/repair_harness.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+
+#include "inspect/image.h"
+#include "inspect/recover.h"
+
+namespace testimage {
+
+using orba::inspect::Check;
+using orba::inspect::MemoryImage;
+using orba::inspect::Plan;
+using orba::inspect::PlanRepair;
+using orba::inspect::Report;
+
+namespace {
+
+void Make(const orba::inspect::Write& write, Bytes* bytes) {
+  ASSERT_LE(write.offset, bytes->size());
+  bytes->resize(std::max<std::size_t>(bytes->size(), write.offset + write.bytes.size()));
+  std::copy(write.bytes.begin(), write.bytes.end(), bytes->begin() + static_cast<std::ptrdiff_t>(write.offset));
+}
+
+// Contents of files that hold something, whatever their names.
+std::multiset<Bytes> Contents(const std::map<std::string, Bytes>& tree) {
+  std::multiset<Bytes> contents;
+  for (const auto& [path, bytes] : tree) {
+    if (path.back() != '/' && !bytes.empty()) contents.insert(bytes);
+  }
+  return contents;
+}
+
+}  // namespace
+
+Bytes AfterWrites(const Plan& plan, const Bytes& before, std::size_t count) {
+  Bytes bytes = before;
+  for (const auto& action : plan.actions) {
+    for (const auto& write : action.writes) {
+      if (count-- == 0) return bytes;
+      Make(write, &bytes);
+    }
+  }
+  return bytes;
+}
+
+std::size_t WriteCount(const Plan& plan) {
+  std::size_t count = 0;
+  for (const auto& action : plan.actions) count += action.writes.size();
+  return count;
+}
+
+std::map<std::string, Bytes> Tree(const Bytes& container) {
+  const MemoryImage image(container);
+  const Report report = Check(image);
+  std::map<std::string, Bytes> tree;
+  for (const auto& node : report.model.nodes) {
+    if (node.reach != orba::inspect::Reach::kRoot) continue;
+    const std::string path = PathOf(report.model, node.number);
+    if (node.IsDirectory()) {
+      tree[path == "/" ? path : path + "/"] = {};
+      continue;
+    }
+    Bytes contents;
+    const bool whole =
+        ReadContents(image, report.model.geometry, node.record, [&](const std::uint8_t* bytes, std::size_t n) {
+          contents.insert(contents.end(), bytes, bytes + n);
+          return true;
+        });
+    if (whole) tree[path] = contents;
+  }
+  return tree;
+}
+
+Bytes Repaired(const Bytes& container, std::string* texts) {
+  const Plan plan = PlanRepair(MemoryImage(container), kRepairTime);
+  if (texts != nullptr) {
+    texts->clear();
+    for (const auto& action : plan.actions) *texts += action.text + "\n";
+  }
+  EXPECT_TRUE(plan.IsComplete()) << ToText(plan) << ToText(plan.after);
+  const Bytes after = AfterWrites(plan, container, WriteCount(plan));
+  const Report report = Check(MemoryImage(after));
+  EXPECT_TRUE(report.IsClean() && !report.marked) << ToText(plan) << ToText(report);
+  return after;
+}
+
+Bytes RepairedFromEveryStop(const Bytes& container, std::string* texts) {
+  const Bytes once = Repaired(container, texts);
+  const std::multiset<Bytes> kept = Contents(Tree(once));
+  const Plan plan = PlanRepair(MemoryImage(container), kRepairTime);
+  const std::size_t writes = WriteCount(plan);
+  for (std::size_t stop = 1; stop < writes && !testing::Test::HasFailure(); ++stop) {
+    const Bytes stopped = AfterWrites(plan, container, stop);
+    EXPECT_TRUE(Check(MemoryImage(stopped)).marked) << stop;
+    std::string second;
+    const std::multiset<Bytes> now = Contents(Tree(Repaired(stopped, &second)));
+    EXPECT_TRUE(std::includes(now.begin(), now.end(), kept.begin(), kept.end()))
+        << "stopped after write " << stop << " of " << writes << ": " << now.size() << " files instead of "
+        << kept.size() << "\nfirst run:\n"
+        << ToText(plan) << "second run:\n"
+        << second;
+  }
+  return once;
+}
+
+}  // namespace testimage

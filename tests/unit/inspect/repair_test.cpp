@@ -1,0 +1,761 @@
+// Repair of containers broken in one way each. Every one is also repaired from each state in which a first repair may stop.
+#include "inspect/repair.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/image_builder.h"
+#include "tests/support/repair_harness.h"
+
+namespace orba::inspect {
+namespace {
+
+using testimage::Bytes;
+using testimage::ImageBuilder;
+using testimage::Pattern;
+using testimage::Tree;
+
+using Files = std::map<std::string, Bytes>;
+
+// node 2 /A (1500 bytes), 3 /D, 4 /D/B (7 blocks), 5 /D/E, 6 /D/E/C (10 bytes); 16 nodes and 32 entries a block
+struct Small : ImageBuilder {
+  Small() : ImageBuilder(1024, 32) {
+    AddFile(1, "A", 1500);
+    AddDirectory(1, "D");
+    AddFile(3, "B", 7 * 1024);
+    AddDirectory(3, "E");
+    AddFile(5, "C", 10);
+  }
+};
+
+std::uint16_t FillDirectory(ImageBuilder* image, std::uint32_t entries) {
+  const std::uint16_t directory = image->AddDirectory(1, "FULL");
+  for (std::uint32_t i = 2; i < entries; ++i) image->AddFile(directory, "F" + std::to_string(i), i);
+  return directory;
+}
+
+Files Repair(const ImageBuilder& image, std::string* texts = nullptr) {
+  return Tree(testimage::RepairedFromEveryStop(image.bytes(), texts));
+}
+
+// The files of a sound image, with some taken away, and some added under other names.
+Files Without(Files files, std::initializer_list<const char*> paths) {
+  for (const char* path : paths) EXPECT_EQ(files.erase(path), 1u) << path;
+  return files;
+}
+
+std::string Paths(const Files& files) {
+  std::string text;
+  for (const auto& [path, bytes] : files) text += path + " ";
+  return text;
+}
+
+#define EXPECT_FILES(files, expected) \
+  EXPECT_TRUE((files) == (expected)) << Paths(files) << "instead of " << Paths(expected)
+
+// ---- Nothing, and the mark alone ------------------------------------------------------------------------------------
+
+TEST(RepairNothing, cleanContainer_planIsEmpty) {
+  const Plan plan = PlanRepair(MemoryImage(Small().bytes()), testimage::kRepairTime);
+  EXPECT_TRUE(plan.IsComplete());
+  EXPECT_EQ(plan.actions.size(), 0u);
+  EXPECT_EQ(ToText(plan), "nothing to repair\n");
+}
+
+TEST(RepairNothing, notesAlone_planIsEmpty) {
+  Small image;
+  image.Put8(image.NodeOffset(2) + 10, 13);
+  EXPECT_EQ(PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime).actions.size(), 0u);
+}
+
+TEST(RepairMark, markAlone_isCleared) {
+  Small image;
+  image.Put32(52, 1);
+  const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
+  EXPECT_EQ(ToText(plan), "1. clears the mark of an update in progress (1 write)\n");
+  EXPECT_EQ(testimage::AfterWrites(plan, image.bytes(), 1), Small().bytes());
+}
+
+TEST(RepairMark, damageWithoutMark_markFirstAndLast) {
+  Small image;
+  image.Put8(image.NodeOffset(2), 'X');
+  const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
+  ASSERT_EQ(plan.actions.size(), 3u);
+  EXPECT_EQ(plan.actions[0].writes[0].offset, 52u);
+  EXPECT_EQ(plan.actions[0].writes[0].bytes, (Bytes{1, 0, 0, 0}));
+  EXPECT_EQ(plan.actions[2].writes[0].offset, 52u);
+  EXPECT_EQ(plan.actions[2].writes[0].bytes, (Bytes{0, 0, 0, 0}));
+}
+
+TEST(RepairImpossible, noLayout_saysSo) {
+  const Plan plan = PlanRepair(MemoryImage(Bytes(50000, 7)), testimage::kRepairTime);
+  EXPECT_FALSE(plan.possible);
+  EXPECT_FALSE(plan.problem.empty());
+  EXPECT_EQ(plan.actions.size(), 0u);
+}
+
+TEST(RepairImpossible, hostCannotRead_saysSo) {
+  struct Bad : MemoryImage {
+    using MemoryImage::MemoryImage;
+    bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+      return offset + count <= 3000 && MemoryImage::Read(offset, out, count);
+    }
+  };
+  EXPECT_FALSE(PlanRepair(Bad(Small().bytes()), testimage::kRepairTime).possible);
+}
+
+// ---- Header, table, bitmap, slots -----------------------------------------------------------------------------------
+
+TEST(RepairHeader, anyFieldWrong_isWrittenAnew) {
+  for (std::uint32_t offset = 0; offset <= 44; offset += 4) {
+    Small image;
+    image.Put32(offset, 0x12345678);
+    EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes()) << offset;
+  }
+}
+
+TEST(RepairHeader, reservedBytesAndFlags_areCleared) {
+  Small image;
+  image.Put8(100, 1);
+  image.Put32(52, 0xFFFFFFFE);
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+}
+
+TEST(RepairLength, cutAnywhere_keepsTheFilesBeforeTheCut) {
+  const Small whole;
+  const Files files = Tree(whole.bytes());
+  for (std::size_t size = 1024; size < whole.bytes().size(); size += 211) {
+    Bytes bytes(whole.bytes().begin(), whole.bytes().begin() + static_cast<std::ptrdiff_t>(size));
+    const Files left = Tree(testimage::RepairedFromEveryStop(bytes));
+    for (const auto& [path, contents] : left) {
+      if (files.count(path) == 0) continue;  // LOST.FND
+      const Bytes& was = files.at(path);
+      EXPECT_TRUE(contents.size() <= was.size() && std::equal(contents.begin(), contents.end(), was.begin()))
+          << path << size;
+    }
+    const bool whole2 = size >= whole.BlockOffset(whole.MappedBlock(2, 1)) + 1024;
+    EXPECT_EQ(left.count("/A") == 1 && left.at("/A") == files.at("/A"), whole2) << size;
+  }
+}
+
+TEST(RepairTable, entryLost_nodeBlockIsFoundAgain) {
+  for (const std::uint32_t value : {0u, 2u, 999u, 0xFFFFFFFFu}) {
+    for (const std::uint32_t entry : {0u, 1u}) {
+      Small image;
+      FillDirectory(&image, 20);
+      const Files files = Tree(image.bytes());
+      image.Put32(ImageBuilder::TableOffset(entry), value);
+      EXPECT_FILES(Repair(image), files);
+    }
+  }
+}
+
+TEST(RepairTable, twoEntriesExchanged_areSetRight) {
+  Small image;
+  FillDirectory(&image, 40);
+  const Files files = Tree(image.bytes());
+  const std::uint32_t one = image.Get32(ImageBuilder::TableOffset(1));
+  image.Put32(ImageBuilder::TableOffset(1), image.Get32(ImageBuilder::TableOffset(2)));
+  image.Put32(ImageBuilder::TableOffset(2), one);
+  EXPECT_FILES(Tree(testimage::Repaired(image.bytes())), files);
+}
+
+TEST(RepairTable, entryForNodesThatCannotBe_isCleared) {
+  Small image;
+  image.Put32(ImageBuilder::TableOffset(223), 5);
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+}
+
+TEST(RepairTable, nodeBlockOverwritten_itsFilesAreLostTheOthersKept) {
+  Small image;
+  FillDirectory(&image, 20);
+  Files files = Tree(image.bytes());
+  const std::uint64_t at = image.BlockOffset(image.Get32(ImageBuilder::TableOffset(1)));
+  for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(at + i, 0xEE);
+  for (auto file = files.begin(); file != files.end();) {  // FULL is node 7, so node 17 is F11
+    const bool lost =
+        file->first.size() > 6 && file->first.compare(0, 7, "/FULL/F") == 0 && std::stoi(file->first.substr(7)) >= 11;
+    file = lost ? files.erase(file) : std::next(file);
+  }
+  EXPECT_FILES(Repair(image), files);
+}
+
+TEST(RepairSlots, signatureAndNumber_areWritten) {
+  Small image;
+  for (std::uint32_t i = 0; i < 6; ++i) {
+    image.Put8(image.NodeOffset(4) + i, 0xAA);
+    image.Put8(image.NodeOffset(16) + i, 0xAA);
+  }
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+}
+
+TEST(RepairSlots, recordOverwritten_nodeAndNameGo) {
+  Small image;
+  for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(2) + i, 0xAA);
+  EXPECT_FILES(Repair(image), Without(Tree(Small().bytes()), {"/A"}));
+}
+
+TEST(RepairBitmap, everyNodeFree_isAllRevived) {
+  Small image;
+  for (std::uint16_t node = 1; node <= 6; ++node) image.SetFree(node, true);
+  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+}
+
+TEST(RepairBitmap, everyNodeInUse_theRestIsGivenBack) {
+  Small image;
+  for (std::uint32_t i = 0; i < 32; ++i) image.Put8(1024 + i, 0);
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+}
+
+TEST(RepairBitmap, usedBeyondTheTable_isFreed) {
+  ImageBuilder image(1024, 896);
+  const Bytes sound = image.bytes();
+  image.SetFree(224 * 16 + 5, false);
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), sound);
+}
+
+TEST(RepairRecords, attributesAndReservedBytes) {
+  for (const std::uint16_t node : {std::uint16_t{1}, std::uint16_t{2}, std::uint16_t{5}}) {
+    Small image;
+    image.Put8(image.NodeOffset(node) + 7, 0xF0);
+    image.Put8(image.NodeOffset(node) + 15, 1);
+    image.Put32(image.NodeOffset(node) + 24, 1);
+    EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes()) << node;
+  }
+}
+
+TEST(RepairRecords, fileMarkedAsDirectory_isAFileAgain) {
+  Small image;
+  image.Put16(image.NodeOffset(4) + 6, 8);
+  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+}
+
+TEST(RepairRecords, directoryMarkedAsFile_itsFilesAreLinkedUnderLostFound) {
+  Small image;
+  image.Put16(image.NodeOffset(5) + 6, 0);
+  const Files files = Repair(image);
+  EXPECT_EQ(files.at("/LOST.FND/NODE0006"), Pattern(10, 11));
+  EXPECT_EQ(files.at("/D/B"), Tree(Small().bytes()).at("/D/B"));
+}
+
+TEST(RepairRoot, recordOverwritten_isMadeAnewFromItsBlock) {
+  Small image;
+  for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(1) + i, 0xAA);
+  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+}
+
+TEST(RepairRoot, recordAndBlockOverwritten_filesAreLinkedUnderLostFound) {
+  Small image;
+  for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(1) + i, 0xAA);
+  for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(2) + i, 0xAA);
+  const Files was = Tree(Small().bytes());
+  const Files files = Repair(image);
+  EXPECT_EQ(files.at("/LOST.FND/NODE0002"), was.at("/A"));
+  EXPECT_EQ(files.at("/LOST.FND/NODE0003/B"), was.at("/D/B"));
+  EXPECT_EQ(files.at("/LOST.FND/NODE0003/E/C"), was.at("/D/E/C"));
+}
+
+TEST(RepairRoot, firstNodeBlockOverwritten_containerIsEmptyButSound) {
+  Small image;
+  for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(1) + i, 0xAA);
+  EXPECT_EQ(Paths(Repair(image)), "/ ");
+}
+
+// ---- Block maps -----------------------------------------------------------------------------------------------------
+
+TEST(RepairMap, blockShared_secondOwnerGetsACopy) {
+  Small image;
+  image.Put32(image.MapOffset(4, 6), image.MappedBlock(2, 0));
+  Files files = Tree(Small().bytes());
+  std::copy(files.at("/A").begin(), files.at("/A").begin() + 1024, files.at("/D/B").begin() + 6 * 1024);
+  EXPECT_FILES(Repair(image), files);
+}
+
+TEST(RepairMap, mapBlockShared_bothFilesKeepTheirContents) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t a = image.AddFile(1, "A", 9 * 1024);
+  const std::uint16_t b = image.AddFile(1, "B", 9 * 1024 - 7);
+  Files files = Tree(image.bytes());
+  image.Put32(image.NodeOffset(b) + 56, image.Get32(image.NodeOffset(a) + 56));
+  std::copy(files.at("/A").begin() + 6 * 1024, files.at("/A").end() - 7, files.at("/B").begin() + 6 * 1024);
+  EXPECT_FILES(Repair(image), files);
+}
+
+TEST(RepairMap, directoriesShareTheirFirstBlock_theDotDecides) {
+  for (const bool first : {false, true}) {
+    Small image;
+    const std::uint16_t a = first ? 3 : 5, b = first ? 5 : 3;
+    image.Put32(image.MapOffset(a, 0), image.MappedBlock(b, 0));
+    const Files was = Tree(Small().bytes());
+    const Files files = Repair(image);
+    if (first) {  // D has the block of E
+      EXPECT_EQ(files.at("/LOST.FND/NODE0004"), was.at("/D/B"));
+      EXPECT_EQ(files.at("/LOST.FND/NODE0005/C"), was.at("/D/E/C"));
+      EXPECT_EQ(files.count("/D/"), 1u);
+    } else {
+      EXPECT_EQ(files.at("/D/B"), was.at("/D/B"));
+      EXPECT_EQ(files.at("/LOST.FND/NODE0006"), was.at("/D/E/C"));
+    }
+  }
+}
+
+TEST(RepairMap, directorySharesAFilesBlock) {
+  Small image;
+  image.Put32(image.MapOffset(2, 0), image.MappedBlock(3, 0));
+  const Files files = Repair(image);
+  EXPECT_EQ(files.at("/D/B"), Tree(Small().bytes()).at("/D/B"));
+  EXPECT_EQ(files.at("/A").size(), 1500u);
+}
+
+TEST(RepairMap, blockTwiceInOneFile_theSecondBecomesZeros) {
+  Small image;
+  image.Put32(image.MapOffset(4, 2), image.MappedBlock(4, 1));
+  Files files = Tree(Small().bytes());
+  std::fill(files.at("/D/B").begin() + 2048, files.at("/D/B").begin() + 3072, std::uint8_t{0});
+  EXPECT_FILES(Repair(image), files);
+}
+
+TEST(RepairMap, slotBeyondTheEndInTheMiddle_becomesZeros) {
+  Small image;
+  image.Put32(image.MapOffset(4, 3), 5000);
+  Files files = Tree(Small().bytes());
+  std::fill(files.at("/D/B").begin() + 3072, files.at("/D/B").begin() + 4096, std::uint8_t{0});
+  EXPECT_FILES(Repair(image), files);
+}
+
+TEST(RepairMap, lastSlotsBeyondTheEnd_tailIsCutOff) {
+  Small image;
+  image.Put32(image.NodeOffset(4) + 56, 5000);
+  image.Put32(image.MapOffset(4, 5), 5001);
+  Files files = Tree(Small().bytes());
+  files.at("/D/B").resize(5 * 1024);
+  EXPECT_FILES(Repair(image), files);
+}
+
+TEST(RepairMap, secondLevelBlockMissing_becomesZeros) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t node = image.AddFile(1, "F", 800 * 1024);
+  Bytes contents = Tree(image.bytes()).at("/F");
+  image.Put32(image.BlockOffset(image.Get32(image.NodeOffset(node) + 60)) + 4, 0);
+  std::fill(contents.begin() + (6 + 256 + 256) * 1024, contents.begin() + (6 + 256 + 512) * 1024, std::uint8_t{0});
+  EXPECT_EQ(Tree(testimage::Repaired(image.bytes())).at("/F"), contents);
+}
+
+TEST(RepairMap, sizeTooSmall_growsOverTheBlocksThatFollow) {
+  Small image;
+  image.SetSize(4, 100);
+  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+}
+
+TEST(RepairMap, sizeFarTooLarge_isCutToTheBlocks) {
+  for (const std::uint32_t size : {8u * 1024, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
+    Small image;
+    image.SetSize(4, size);
+    EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+  }
+}
+
+TEST(RepairMap, strayBlockOfAnotherPastTheSize_isTakenOut) {
+  Small image;
+  image.Put32(image.MapOffset(2, 2), image.MappedBlock(4, 0));
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+}
+
+TEST(RepairMap, growthHalfMade_isUndone) {
+  Small image;
+  image.AppendToNode(4, Pattern(1024, 99));
+  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+}
+
+TEST(RepairMap, shrinkHalfMade_isFinished) {
+  Small image;
+  image.Put32(image.MapOffset(4, 6), 0);
+  Files files = Tree(Small().bytes());
+  files.at("/D/B").resize(6 * 1024);
+  EXPECT_FILES(Repair(image), files);
+}
+
+TEST(RepairMap, everySlotTheSame_isBounded) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t node = image.AddFile(1, "F", 600 * 1024);
+  for (std::uint32_t i = 0; i < 600; ++i) image.Put32(image.MapOffset(node, i), 2);
+  testimage::Repaired(image.bytes());
+}
+
+// ---- Directories ----------------------------------------------------------------------------------------------------
+
+TEST(RepairDirectory, firstBlockLost_isFoundAgain) {
+  Small image;
+  image.Put32(image.MapOffset(3, 0), 5000);
+  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+}
+
+TEST(RepairDirectory, middleBlockLost_entriesOfTheOthersAreKept) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t directory = FillDirectory(&image, 100);
+  const Files was = Tree(image.bytes());
+  image.Put32(image.MapOffset(directory, 1), 0);
+  const Files files = Repair(image);
+  for (std::uint32_t i = 2; i < 100; ++i) {
+    const std::string name = "/FULL/F" + std::to_string(i);
+    char lost[32];
+    std::snprintf(lost, sizeof lost, "/LOST.FND/NODE%04u", directory + i - 1);
+    EXPECT_EQ(files.at(i >= 32 && i < 64 ? lost : name), was.at(name)) << i;
+  }
+}
+
+TEST(RepairDirectory, sizes) {
+  for (const std::uint32_t size : {0u, 1u, 32u, 63u, 65u, 96u, 130u, 160u, 1024u, 5000u, 0xFFFFFFFFu}) {
+    Small image;
+    image.SetSize(3, size);
+    EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+  }
+}
+
+TEST(RepairDirectory, holeInTheMiddle_isClosedAndTheNodeLinked) {
+  Small image;
+  image.Put16(image.EntryOffset(3, 2), 0);
+  Files files = Tree(Small().bytes());
+  files["/LOST.FND/NODE0004"] = files.at("/D/B");
+  files["/LOST.FND/"] = {};
+  EXPECT_FILES(Repair(image), Without(files, {"/D/B"}));
+}
+
+TEST(RepairDirectory, dots_areWrittenAnew) {
+  Small image;
+  for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.EntryOffset(5, 0) + i, 0xEE);
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+}
+
+TEST(RepairDirectory, dotsCleared_areWrittenAnew) {
+  Small image;
+  image.Put16(image.EntryOffset(5, 0), 0);
+  image.Put16(image.EntryOffset(5, 1), 0);
+  image.Put16(image.EntryOffset(1, 1), 3);
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+}
+
+TEST(RepairDirectory, entriesThatNameNothing_areRemoved) {
+  Small image;
+  image.AddEntry(3, "FREE", 12);
+  image.AddEntry(3, "FAR", 60000);
+  image.AddEntry(3, "ROOT", 1);
+  image.AddFile(3, "LAST", 5);
+  Files files = Tree(Small().bytes());
+  files["/D/LAST"] = Pattern(5, 9);
+  EXPECT_FILES(Repair(image), files);
+}
+
+TEST(RepairDirectory, names) {
+  Small image;
+  image.AddFile(3, "low", 1);
+  image.AddFile(3, "LOW", 2);
+  image.AddFile(3, "A B", 3);
+  image.AddFile(3, "", 4);
+  image.AddFile(3, "..", 5);
+  image.AddFile(3, "123456789012345678901234567890", 6);
+  image.AddFile(3, "LOW", 7);
+  const Files files = Repair(image);
+  EXPECT_EQ(files.at("/D/LOW~2").size(), 1u);
+  EXPECT_EQ(files.at("/D/LOW").size(), 2u);
+  EXPECT_EQ(files.at("/D/A_B").size(), 3u);
+  EXPECT_EQ(files.at("/D/NODE0010").size(), 4u);
+  EXPECT_EQ(files.at("/D/NODE0011").size(), 5u);
+  EXPECT_EQ(files.at("/D/12345678901234567890123456789").size(), 6u);
+  EXPECT_EQ(files.at("/D/LOW~3").size(), 7u);
+}
+
+TEST(RepairDirectory, fileWithThreeNames_keepsOne) {
+  Small image;
+  image.AddEntry(3, "X", 2);
+  image.AddEntry(5, "Y", 2);
+  const Files files = Repair(image);
+  EXPECT_EQ(files.count("/A") + files.count("/D/X") + files.count("/D/E/Y"), 1u);
+}
+
+TEST(RepairDirectory, cycle_isLinkedUnderLostFound) {
+  Small image;
+  image.AddEntry(5, "D", 3);
+  image.Put16(image.EntryOffset(1, 3), 0);
+  image.SetSize(1, 3 * 32);
+  image.Put16(image.EntryOffset(3, 1), 5);
+  const Files was = Tree(Small().bytes());
+  const Files files = Repair(image);
+  EXPECT_EQ(files.at("/LOST.FND/NODE0003/B"), was.at("/D/B"));
+  EXPECT_EQ(files.at("/LOST.FND/NODE0003/E/C"), was.at("/D/E/C"));
+}
+
+TEST(RepairDirectory, entryLeadsBackToAnAncestor_theDotDotDecides) {
+  Small image;
+  image.AddEntry(5, "UP", 3);
+  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+}
+
+// ---- Half-made operations -------------------------------------------------------------------------------------------
+
+TEST(RepairHalfMade, createdNodeWithoutAName_isGivenBack) {
+  Small image;
+  image.AddNode(0);
+  image.AddNode(8);
+  const Bytes after = testimage::RepairedFromEveryStop(image.bytes());
+  EXPECT_FILES(Tree(after), Tree(Small().bytes()));
+  EXPECT_EQ(Check(MemoryImage(after)).totals.freeNodes, 250u);
+}
+
+TEST(RepairHalfMade, createdEntryNotYetCounted_isFinished) {
+  Small image;
+  image.AddFile(1, "NEW", 0);
+  const Bytes finished = image.bytes();
+  image.SetSize(1, image.Size(1) - 32);
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), finished);
+}
+
+TEST(RepairHalfMade, createdEntryInANewBlockBehindSix_isFinished) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t directory = FillDirectory(&image, 7 * 32 + 1);
+  const Files files = Tree(image.bytes());
+  image.SetSize(directory, 7 * 1024);
+  EXPECT_FILES(Tree(testimage::Repaired(image.bytes())), files);
+}
+
+TEST(RepairHalfMade, moveOfAFile_theNewNameStays) {
+  Small image;
+  image.AddFile(1, "Z", 3);
+  image.AddEntry(3, "MOVED", 2);
+  Files files = Tree(Small().bytes());
+  files["/D/MOVED"] = files.at("/A");
+  files["/Z"] = Pattern(3, 4);
+  EXPECT_FILES(Repair(image), Without(files, {"/A"}));
+}
+
+TEST(RepairHalfMade, moveOfAFile_bothNamesLast_theYoungerDirectoryHasTheNewOne) {
+  for (const bool root : {false, true}) {
+    ImageBuilder image(1024, 32);
+    const std::uint16_t directory = image.AddDirectory(1, "D");
+    const std::uint16_t file = image.AddFile(1, "F", 3);
+    image.AddEntry(directory, "G", file);
+    image.Put8(image.NodeOffset(root ? 1 : directory) + 14, 46);
+    const Files files = Repair(image);
+    EXPECT_EQ(files.count("/F"), root ? 1u : 0u);
+    EXPECT_EQ(files.count("/D/G"), root ? 0u : 1u);
+  }
+}
+
+TEST(RepairHalfMade, moveOfADirectory_theDotDotDecides) {
+  for (const bool done : {false, true}) {
+    Small image;
+    image.AddEntry(1, "MOVED", 5);
+    if (done) image.Put16(image.EntryOffset(5, 1), 1);
+    const Files files = Repair(image);
+    EXPECT_EQ(files.count("/MOVED/C"), done ? 1u : 0u);
+    EXPECT_EQ(files.count("/D/E/C"), done ? 0u : 1u);
+  }
+}
+
+TEST(RepairHalfMade, moveNotYetCounted_isUndone) {
+  Small image;
+  image.AddEntry(3, "MOVED", 2);
+  image.SetSize(3, image.Size(3) - 32);
+  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+}
+
+TEST(RepairHalfMade, removedLastEntryStillCounted_isFinished) {
+  Small image;
+  image.Put16(image.EntryOffset(1, 3), 0);
+  const Files files = Repair(image);
+  EXPECT_EQ(files.count("/A"), 1u);
+  EXPECT_EQ(files.count("/LOST.FND/NODE0003/B"), 1u);
+}
+
+TEST(RepairHalfMade, lastEntryDoubled_goesFromTheEnd) {
+  for (const std::uint32_t entries : {33u, 35u}) {
+    Small image;
+    const std::uint16_t directory = FillDirectory(&image, entries);
+    Files files = Tree(image.bytes());
+    for (std::uint32_t i = 0; i < 32; ++i) {
+      image.Put8(image.EntryOffset(directory, 7) + i, image.bytes()[image.EntryOffset(directory, entries - 1) + i]);
+    }
+    files["/LOST.FND/"] = {};
+    files["/LOST.FND/NODE0013"] = files.at("/FULL/F7");
+    EXPECT_FILES(Repair(image), Without(files, {"/FULL/F7"}));
+  }
+}
+
+TEST(RepairHalfMade, lastBlockListedAsFree_itsEntryIsKept) {
+  Small image;
+  const std::uint16_t directory = FillDirectory(&image, 33);
+  const Files files = Tree(image.bytes());
+  image.SetChain({{image.MappedBlock(directory, 1)}});
+  EXPECT_FILES(Repair(image), files);
+}
+
+TEST(RepairHalfMade, lastBlockTurnedChainRecord_isDropped) {
+  for (const bool linked : {false, true}) {
+    for (const std::uint32_t entries : {33u, 6 * 32u + 1, 7 * 32u + 1}) {
+      ImageBuilder image(1024, 32);
+      const std::uint16_t directory = FillDirectory(&image, entries);
+      const Files files = Tree(image.bytes());
+      const std::uint32_t block = image.MappedBlock(directory, entries / 32);
+      for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(block) + i, 0);
+      image.PutText(image.BlockOffset(block), "FBC1");
+      if (linked) image.Put32(48, block);
+      const Files left = Tree(testimage::RepairedFromEveryStop(image.bytes()));
+      const std::string last = "/FULL/F" + std::to_string(entries - 1);
+      char lost[32];
+      std::snprintf(lost, sizeof lost, "/LOST.FND/NODE%04u", directory + entries - 2);
+      EXPECT_EQ(left.count(last), 0u);
+      EXPECT_EQ(left.at(lost), files.at(last));
+      EXPECT_EQ(left.size(), files.size() + 1);
+    }
+  }
+}
+
+// ---- Chain and leaks ------------------------------------------------------------------------------------------------
+
+struct Chained : Small {
+  std::uint32_t a = AppendBlock(), b = AppendBlock(), c = AppendBlock();
+  std::uint32_t record = SetChain({{a, b, c}})[0];
+  std::uint64_t at = BlockOffset(record);
+};
+
+TEST(RepairChain, everyDamage_chainIsBuiltAnew) {
+  struct Case {
+    std::uint32_t offset, value;
+  };
+  const Chained sound;
+  for (const Case& change :
+       {Case{0, 0}, Case{4, 9999}, Case{4, sound.record}, Case{8, 4}, Case{8, 254}, Case{12, 0}, Case{12, 9999},
+        Case{12, sound.c}, Case{16, sound.a}, Case{16, sound.record}, Case{12, 2}}) {
+    Chained image;
+    image.Put32(image.at + change.offset, change.value);
+    const Bytes after = testimage::RepairedFromEveryStop(image.bytes());
+    EXPECT_EQ(Tree(after), Tree(Small().bytes()));
+    EXPECT_EQ(Check(MemoryImage(after)).totals.freeBlocks, 4u) << change.offset << " " << change.value;
+  }
+}
+
+TEST(RepairChain, headBeyondTheEnd_isBuiltAnew) {
+  Chained image;
+  image.Put32(48, 9999);
+  EXPECT_EQ(Check(MemoryImage(testimage::RepairedFromEveryStop(image.bytes()))).totals.freeBlocks, 4u);
+}
+
+TEST(RepairChain, manyLeakedBlocks_makeFullRecordsBehindTheHead) {
+  for (const std::uint32_t blocks : {1u, 2u, 253u, 254u, 255u, 508u, 509u, 700u}) {
+    Small image;
+    for (std::uint32_t i = 0; i < blocks; ++i) image.AppendBlock();
+    const Report report = Check(MemoryImage(testimage::RepairedFromEveryStop(image.bytes())));
+    EXPECT_EQ(report.totals.freeBlocks, blocks);
+    EXPECT_EQ(report.model.chain.size(), (blocks + 253) / 254);
+    EXPECT_EQ(report.Count(Kind::kChainPartial), 0u);
+    EXPECT_TRUE(report.model.chain[0].count == 0 || report.model.blocks[image.Blocks() - blocks + 1].index == 0);
+  }
+}
+
+TEST(RepairLeaks, nodeWithData_isLinkedUnderLostFound) {
+  Small image;
+  const std::uint16_t node = image.AddFile(1, "GONE", 3000);
+  image.Put16(image.EntryOffset(1, 4), 0);
+  image.SetSize(1, image.Size(1) - 32);
+  Files files = Tree(Small().bytes());
+  ASSERT_EQ(node, 7);
+  files["/LOST.FND/"] = {};
+  files["/LOST.FND/NODE0007"] = Pattern(3000, 3004);
+  std::string texts;
+  EXPECT_FILES(Repair(image, &texts), files);
+  EXPECT_EQ(texts,
+            "marks the container as being updated\n"
+            "makes the directory /LOST.FND\n"
+            "links node 7, which has 3000 bytes but no name, as /LOST.FND/NODE0007\n"
+            "clears the mark of an update in progress\n");
+}
+
+TEST(RepairLeaks, lostFoundIsThere_isUsedAgainAndNamesStayUnique) {
+  Small image;
+  const std::uint16_t lost = image.AddDirectory(1, "LOST.FND");  // 7
+  image.AddFile(lost, "NODE0009", 5);
+  const std::uint16_t node = image.AddFile(1, "GONE", 3000);
+  ASSERT_EQ(node, 9);
+  image.SetSize(1, image.Size(1) - 32);
+  image.Put16(image.EntryOffset(1, 5), 0);
+  const Files files = Repair(image);
+  EXPECT_EQ(files.at("/LOST.FND/NODE0009").size(), 5u);
+  EXPECT_EQ(files.at("/LOST.FND/NODE0009~2").size(), 3000u);
+}
+
+TEST(RepairLeaks, lostFoundIsAFile_anotherNameIsTaken) {
+  Small image;
+  image.AddFile(1, "LOST.FND", 5);
+  image.AddFile(1, "GONE", 3000);
+  image.SetSize(1, image.Size(1) - 32);
+  image.Put16(image.EntryOffset(1, 5), 0);
+  const Files files = Repair(image);
+  EXPECT_EQ(files.at("/LOST.FND").size(), 5u);
+  EXPECT_EQ(files.at("/LOST.FND~2/NODE0008").size(), 3000u);
+}
+
+TEST(RepairLeaks, noNodeFreeForLostFound_linksInTheRoot) {
+  ImageBuilder image(1024, 1);
+  for (int i = 0; i < 7; ++i) image.AddFile(1, "F" + std::to_string(i), 100);
+  image.Put16(image.EntryOffset(1, 8), 0);
+  image.SetSize(1, image.Size(1) - 32);
+  EXPECT_EQ(Repair(image).at("/NODE0008").size(), 100u);
+}
+
+TEST(RepairLeaks, fullRootAndManyLostNodes) {
+  ImageBuilder image(1024, 64);
+  for (int i = 0; i < 30; ++i) image.AddFile(1, "F" + std::to_string(i), 1);
+  for (int i = 0; i < 60; ++i) {
+    const std::uint16_t node = image.AddNode(0);
+    image.AppendToNode(node, Pattern(8, node));
+    image.SetSize(node, 8);
+  }
+  const Files files = Repair(image);
+  EXPECT_EQ(files.size(), 1 + 30 + 1 + 60u);
+  EXPECT_EQ(files.at("/LOST.FND/NODE0040"), Pattern(8, 40));
+}
+
+// ---- Any damage -----------------------------------------------------------------------------------------------------
+
+struct Rich : Chained {
+  Rich() {
+    FillDirectory(this, 40);
+    AddFile(1, "BIG", 300 * 1024);
+    AddDirectory(AddDirectory(1, "X"), "Y");
+  }
+};
+
+TEST(RepairAnything, randomDamage_isCleanAfterOneRun) {
+  std::uint32_t state = 7;
+  const auto next = [&state] { return (state = state * 1664525u + 1013904223u) >> 8; };
+  const Rich base;
+  std::vector<std::uint64_t> places;  // the header, the table, the bitmap, node slots, directories, the chain record
+  for (std::uint64_t i = 0; i < 1024 + 32; ++i) places.push_back(i);
+  for (std::uint64_t i = 0; i < 7 * 1024; ++i) places.push_back(base.BlockOffset(1) + i % 2048);
+  for (const int node : {1, 3, 5, 7}) {
+    for (std::uint32_t i = 0; i < 256; ++i) places.push_back(base.EntryOffset(static_cast<std::uint16_t>(node), 0) + i);
+  }
+  for (std::uint32_t i = 0; i < 256; ++i) places.push_back(base.at + i % 24);
+  int possible = 0;
+  for (int round = 0; round < 300 && !testing::Test::HasFailure(); ++round) {
+    Bytes bytes = base.bytes();
+    const std::uint32_t changes = 1 + next() % 12;
+    for (std::uint32_t i = 0; i < changes; ++i) {
+      const std::uint64_t at = next() % 8 == 0 ? next() % bytes.size() : places[next() % places.size()];
+      bytes[at] = static_cast<std::uint8_t>(next() % 3 == 0 ? next() : next() % 20);
+    }
+    if (next() % 16 == 0) bytes.resize(1024 + next() % (bytes.size() - 1024));
+    const Plan plan = PlanRepair(MemoryImage(bytes), testimage::kRepairTime);
+    if (!plan.possible) continue;
+    ++possible;
+    SCOPED_TRACE(round);
+    testimage::Repaired(bytes);
+    const std::size_t writes = testimage::WriteCount(plan);
+    if (writes > 0) testimage::Repaired(testimage::AfterWrites(plan, bytes, next() % writes));
+  }
+  EXPECT_GT(possible, 280);
+}
+
+}  // namespace
+}  // namespace orba::inspect
