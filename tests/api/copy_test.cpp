@@ -1,0 +1,220 @@
+// Copying files, within a volume and between volumes of any two block sizes.
+#include <tuple>
+
+#include "support.h"
+
+namespace api {
+namespace {
+
+class CopyTest : public VolumeTest {};
+
+TEST_P(CopyTest, file_toAnotherName_isTheSameTwice) {
+  MakeFile("F", Pattern(1, 5000));
+  EXPECT_EQ(Ended(orb->copyFile("f", "g")), Succeeded());
+  EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "F", "G"}));
+  EXPECT_EQ(Contents("F"), Pattern(1, 5000));
+  EXPECT_EQ(Contents("G"), Pattern(1, 5000));
+}
+
+TEST_P(CopyTest, copy_changed_leavesTheSource) {
+  MakeFile("F", Pattern(1, 5000));
+  EXPECT_EQ(Ended(orb->copyFile("F", "G")), Succeeded());
+  const OrbHandle file = Open("G");
+  WriteAt(file, 0, Pattern(2, 5000));
+  Close(file);
+  EXPECT_EQ(Contents("F"), Pattern(1, 5000));
+}
+
+TEST_P(CopyTest, file_intoASubdirectory_isThere) {
+  EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
+  MakeFile("F", Pattern(1, 100));
+  EXPECT_EQ(Ended(orb->copyFile("F", "D/F")), Succeeded());
+  EXPECT_EQ(Contents("D/F"), Pattern(1, 100));
+}
+
+TEST_P(CopyTest, attributes_areCopied) {
+  for (OrbU32 attributes = 0; attributes < 4; ++attributes) {
+    const std::string name = "F" + std::to_string(attributes);
+    EXPECT_EQ(Ended(orb->createFile(name.c_str(), attributes)), Succeeded());
+    EXPECT_EQ(Ended(orb->copyFile(name.c_str(), (name + "C").c_str())), Succeeded());
+    EXPECT_EQ(Ended(orb->getFileAttributes((name + "C").c_str())), Succeeded(attributes));
+  }
+}
+
+TEST_P(CopyTest, file_empty_isEmpty) {
+  MakeFile("F");
+  EXPECT_EQ(Ended(orb->copyFile("F", "G")), Succeeded());
+  EXPECT_EQ(SizeOf("G"), 0u);
+}
+
+TEST_P(CopyTest, source_open_isCopied) {
+  MakeFile("F", Pattern(1, 100));
+  const OrbHandle file = Open("F");
+  EXPECT_EQ(Ended(orb->copyFile("F", "G")), Succeeded());
+  Close(file);
+  EXPECT_EQ(Contents("G"), Pattern(1, 100));
+}
+
+// ---- Failures -------------------------------------------------------------------------------------------------------
+
+TEST_P(CopyTest, source_missing_failsFileNotFound) {
+  EXPECT_EQ(Ended(orb->copyFile("X", "Y")), Failed(ORB_ERROR_FILE_NOT_FOUND));
+  EXPECT_EQ(Ended(orb->copyFile("X", "MISSING/Y")), Failed(ORB_ERROR_FILE_NOT_FOUND));
+}
+
+TEST_P(CopyTest, source_directory_failsWrongKind) {
+  EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
+  for (const char* path : {"D", "D/", ".", "/", "VOL:"}) {
+    EXPECT_EQ(Ended(orb->copyFile(path, "E")), Failed(ORB_ERROR_WRONG_KIND)) << path;
+  }
+  EXPECT_EQ(Ended(orb->deleteFile("D")), Succeeded());
+}
+
+TEST_P(CopyTest, target_taken_failsFileExists) {
+  MakeFile("F", Pattern(1, 10));
+  MakeFile("G", Pattern(2, 20));
+  EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
+  for (const char* name : {"G", "g", "D", "F", "f"}) {
+    EXPECT_EQ(Ended(orb->copyFile("F", name)), Failed(ORB_ERROR_FILE_EXISTS)) << name;
+  }
+  EXPECT_EQ(Contents("G"), Pattern(2, 20));
+  Close(Open("F"));
+}
+
+TEST_P(CopyTest, target_illegalName_failsInvalidName) {
+  MakeFile("F");
+  for (const char* name : {"A*", "A B", "/", "."}) {
+    EXPECT_EQ(Ended(orb->copyFile("F", name)), Failed(ORB_ERROR_INVALID_NAME)) << name;
+  }
+  Close(Open("F"));
+}
+
+// The source stays held when the target's directory does not resolve, until its volume is unmounted.
+TEST_P(CopyTest, targetDirectoryMissing_holdsTheSource) {
+  MakeFile("F", Pattern(1, 10));
+  EXPECT_EQ(Ended(orb->copyFile("F", "MISSING/G")), Failed(ORB_ERROR_PATH_NOT_FOUND));
+  EXPECT_EQ(Ended(orb->openFile("F", ORB_OPEN_READ)), Failed(ORB_ERROR_IN_USE, ORB_INVALID_HANDLE));
+  EXPECT_EQ(Ended(orb->deleteFile("F")), Failed(ORB_ERROR_IN_USE));
+  EXPECT_EQ(Ended(orb->setFileAttributes("F", 1)), Failed(ORB_ERROR_IN_USE));
+  EXPECT_EQ(Ended(orb->setFileAttributes("F", 0)), Succeeded());
+  EXPECT_EQ(Ended(orb->getFileAttributes("F")), Succeeded(0));
+  EXPECT_EQ(Ended(orb->copyFile("F", "G")), Succeeded());
+  EXPECT_EQ(Contents("G"), Pattern(1, 10));
+}
+
+TEST_P(CopyTest, targetNotResolved_whateverTheReason_holdsTheSource) {
+  int number = 0;
+  const struct {
+    std::string target;
+    OrbU32 code;
+  } cases[] = {{"", ORB_ERROR_PATH_NOT_FOUND},
+               {"OTHER:G", ORB_ERROR_NOT_MOUNTED},
+               {"A B:G", ORB_ERROR_INVALID_NAME},
+               {std::string(30, 'G'), ORB_ERROR_INVALID_NAME},
+               {"F0/G", ORB_ERROR_PATH_NOT_FOUND}};
+  for (const auto& each : cases) {
+    const std::string source = "F" + std::to_string(number++);
+    MakeFile(source);
+    EXPECT_EQ(Ended(orb->copyFile(source.c_str(), each.target.c_str())), Failed(each.code)) << each.target;
+    EXPECT_EQ(Ended(orb->openFile(source.c_str(), 0)), Failed(ORB_ERROR_IN_USE, ORB_INVALID_HANDLE)) << each.target;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, CopyTest, ::testing::ValuesIn(EveryVariant()), VariantName);
+
+TEST_F(ApiTest, copy_sourceHeld_isFreeAfterItsVolumeWasUnmounted) {
+  FormatAndMount(kFirst, 64, 1024, "VOL");
+  MakeFile("F");
+  EXPECT_EQ(Ended(OrbCopyFileA("F", "MISSING/G")), Failed(ORB_ERROR_PATH_NOT_FOUND));
+  EXPECT_EQ(Ended(OrbOpenFileA("F", 0)), Failed(ORB_ERROR_IN_USE, ORB_INVALID_HANDLE));
+  Unmount("VOL");
+  Mount(kFirst, "VOL");
+  Close(Open("F"));
+}
+
+// ---- Between block sizes --------------------------------------------------------------------------------------------
+
+class CopyBlockSizesTest : public ApiTest, public ::testing::WithParamInterface<std::tuple<OrbU32, OrbU32>> {};
+
+TEST_P(CopyBlockSizesTest, copy_sizesAroundEveryBorder_isTheSame) {
+  const auto [from, to] = GetParam();
+  FormatAndMount(kMemory, 64, from, "FROM");
+  FormatAndMount(kFirst, 64, to, "TO");
+  for (const OrbU32 block : {from, to}) {
+    for (const OrbU32 blocks : {0u, 1u, 2u, 6u, 7u}) {
+      for (const OrbI32 off : {-1, 0, 1}) {
+        const OrbU32 size = block * blocks + static_cast<OrbU32>(off);
+        if (size > 0x7FFFFFFF) continue;
+        MakeFile("FROM:F", Pattern(size, size));
+        EXPECT_EQ(Ended(OrbCopyFileA("FROM:F", "TO:F")), Succeeded()) << size;
+        EXPECT_EQ(SizeOf("TO:F"), size);
+        EXPECT_EQ(Contents("TO:F"), Pattern(size, size)) << size;
+        EXPECT_EQ(Ended(OrbDeleteFileA("TO:F")), Succeeded());
+        EXPECT_EQ(Ended(OrbDeleteFileA("FROM:F")), Succeeded());
+      }
+    }
+  }
+}
+
+// No more blocks than the data needs, the rest of the last one zero.
+TEST_P(CopyBlockSizesTest, copy_of1500Bytes_takesTheBlocksItNeeds) {
+  const auto [from, to] = GetParam();
+  FormatAndMount(kMemory, 64, from, "FROM");
+  FormatAndMount(kFirst, 64, to, "TO");
+  MakeFile("FROM:F", Pattern(1, 1500));
+  EXPECT_EQ(Ended(OrbCopyFileA("FROM:F", "TO:F")), Succeeded());
+  Unmount("TO");
+  const Image image(kFirst);
+  EXPECT_EQ(image.NodeSize(2), 1500u);
+  EXPECT_EQ(image.Blocks(), 2 + (1500 + to - 1) / to);
+  EXPECT_EQ(image.Direct(2, 0), 3u);
+  EXPECT_EQ(image.Direct(2, 1), to == 1024 ? 4u : 0u);
+  EXPECT_TRUE(image.All(image.Block(3) + 1500, image.Blocks() * std::size_t{to} - 2 * std::size_t{to} - 1500, 0));
+}
+
+INSTANTIATE_TEST_SUITE_P(Pairs, CopyBlockSizesTest,
+                         ::testing::Combine(::testing::Values(1024u, 2048u, 4096u, 8192u),
+                                            ::testing::Values(1024u, 2048u, 4096u, 8192u)),
+                         [](const auto& sizes) {
+                           return std::to_string(std::get<0>(sizes.param)) + "to" +
+                                  std::to_string(std::get<1>(sizes.param));
+                         });
+
+TEST_F(ApiTest, copy_largeFile_goesThroughBothMaps) {
+  FormatAndMount(kFirst, 64, 1024, "SMALL");
+  FormatAndMount(kMemory, 64, 8192, "LARGE");
+  const Bytes data = Pattern(1, 300001);
+  MakeFile("LARGE:F", data);
+  EXPECT_EQ(Ended(OrbCopyFileA("LARGE:F", "SMALL:F")), Succeeded());
+  EXPECT_EQ(Contents("SMALL:F"), data);
+  EXPECT_EQ(Ended(OrbCopyFileA("SMALL:F", "SMALL:G")), Succeeded());
+  EXPECT_EQ(Contents("SMALL:G"), data);
+  EXPECT_EQ(Ended(OrbCopyFileA("SMALL:G", "LARGE:G")), Succeeded());
+  EXPECT_EQ(Contents("LARGE:G"), data);
+}
+
+// ---- Times ----------------------------------------------------------------------------------------------------------
+
+class CopyTimeTest : public ApiTest, public ::testing::WithParamInterface<OrbU32> {};
+
+TEST_P(CopyTimeTest, copy_keepsTheSourcesStamp) {
+  FormatAndMount(kFirst, 64, 1024, "VOL");
+  MakeFile("F", Pattern(1, GetParam()));
+  Unmount("VOL");
+  MakeOld(kFirst, 2);
+  Mount(kFirst, "VOL");
+  FormatAndMount(kSecond, 64, 2048, "OTHER");
+  EXPECT_EQ(Ended(OrbCopyFileA("F", "G")), Succeeded());
+  EXPECT_EQ(Ended(OrbCopyFileA("F", "OTHER:G")), Succeeded());
+  Unmount("VOL");
+  Unmount("OTHER");
+  Mount(kFirst, "VOL");
+  Mount(kSecond, "OTHER");
+  for (const char* path : {"VOL:/F", "VOL:/G", "OTHER:/G"}) EXPECT_EQ(Find(path).time, kLongAgo) << path;
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, CopyTimeTest, ::testing::Values(0u, 1u, 1024u, 5000u),
+                         ::testing::PrintToStringParamName());
+
+}  // namespace
+}  // namespace api

@@ -1,0 +1,288 @@
+// Creating files and directories, and how many of them a volume holds.
+#include "support.h"
+
+namespace api {
+namespace {
+
+class CreateTest : public VolumeTest {};
+
+TEST_P(CreateTest, file_new_isEmptyAndClosed) {
+  EXPECT_EQ(Ended(orb->createFile("F", 0)), Succeeded());
+  const Found found = Find("F");
+  EXPECT_EQ(found.name, "F");
+  EXPECT_EQ(found.attributes, 0u);
+  EXPECT_EQ(found.size, 0u);
+  Close(Open("F"));
+}
+
+TEST_P(CreateTest, directory_new_holdsItselfAndItsParent) {
+  EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
+  EXPECT_EQ(SizeOf("D"), 64u);
+  EXPECT_EQ(List("D/*"), (std::vector<std::string>{".", ".."}));
+  EXPECT_EQ(Find("D/.*").attributes, 8u);  // "." is the first
+  EXPECT_EQ(Ended(orb->getFileAttributes("D")), Succeeded(8));
+}
+
+TEST_P(CreateTest, anything_new_growsItsDirectoryBy32) {
+  EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
+  EXPECT_EQ(Ended(orb->createFile("D/A", 0)), Succeeded());
+  EXPECT_EQ(SizeOf("D"), 96u);
+  EXPECT_EQ(Ended(orb->createDirectory("D/B")), Succeeded());
+  EXPECT_EQ(SizeOf("D"), 128u);
+}
+
+TEST_P(CreateTest, anything_new_isStampedNow) {
+  const std::string before = Now();
+  EXPECT_EQ(Ended(orb->createFile("F", 0)), Succeeded());
+  EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
+  const std::string after = Now();
+  for (const char* name : {"F", "D"}) {
+    EXPECT_LE(before, Find(name).time) << name;
+    EXPECT_LE(Find(name).time, after) << name;
+  }
+}
+
+TEST_P(CreateTest, createDirectory_isCreateFileWithTheDirectoryBit) {
+  EXPECT_EQ(Ended(orb->createFile("D", ORB_ATTRIBUTE_DIRECTORY)), Succeeded());
+  EXPECT_EQ(Ended(orb->createFile("D/F", 0)), Succeeded());
+  EXPECT_EQ(Ended(orb->createDirectory("d")), Failed(ORB_ERROR_FILE_EXISTS));
+}
+
+// ---- Attributes -----------------------------------------------------------------------------------------------------
+
+TEST_P(CreateTest, attributes_ofFiles_areKept) {
+  EXPECT_EQ(Ended(orb->createFile("F0", 0)), Succeeded());
+  EXPECT_EQ(Ended(orb->createFile("F1", 1)), Succeeded());
+  EXPECT_EQ(Ended(orb->createFile("F2", 2)), Succeeded());
+  EXPECT_EQ(Ended(orb->createFile("F3", 3)), Succeeded());
+  for (OrbU32 attributes = 0; attributes < 4; ++attributes) {
+    EXPECT_EQ(Ended(orb->getFileAttributes(("F" + std::to_string(attributes)).c_str())), Succeeded(attributes));
+  }
+}
+
+TEST_P(CreateTest, attributes_besideTheDirectoryBit_areDropped) {
+  for (const OrbU32 attributes : {8u, 9u, 10u, 11u}) {
+    EXPECT_EQ(Ended(orb->createFile("D", attributes)), Succeeded()) << attributes;
+    EXPECT_EQ(Ended(orb->getFileAttributes("D")), Succeeded(8)) << attributes;
+    EXPECT_EQ(Ended(orb->deleteFile("D")), Succeeded()) << attributes;
+  }
+}
+
+TEST_P(CreateTest, attributes_anyOtherBit_failsInvalidArgument) {
+  for (OrbU32 bit = 4; bit < 0x10000; bit <<= 1) {
+    if (bit == 8) continue;
+    for (const OrbU32 attributes : {bit, bit | 1, bit | 8}) {
+      EXPECT_EQ(Ended(orb->createFile("F", attributes)), Failed(ORB_ERROR_INVALID_ARGUMENT)) << attributes;
+    }
+  }
+  EXPECT_EQ(List("*"), (std::vector<std::string>{".", ".."}));
+}
+
+TEST_P(CreateTest, attributes_above16Bits_areIgnored) {
+  EXPECT_EQ(Ended(orb->createFile("F", 0xFFFF0002)), Succeeded());
+  EXPECT_EQ(Ended(orb->getFileAttributes("F")), Succeeded(2));
+}
+
+// ---- Failures -------------------------------------------------------------------------------------------------------
+
+TEST_P(CreateTest, name_takenInAnyCase_failsFileExists) {
+  EXPECT_EQ(Ended(orb->createFile("AB", 0)), Succeeded());
+  EXPECT_EQ(Ended(orb->createDirectory("CD")), Succeeded());
+  for (const char* name : {"AB", "ab", "aB", "CD", "cd"}) {
+    EXPECT_EQ(Ended(orb->createFile(name, 0)), Failed(ORB_ERROR_FILE_EXISTS)) << name;
+    EXPECT_EQ(Ended(orb->createDirectory(name)), Failed(ORB_ERROR_FILE_EXISTS)) << name;
+  }
+  EXPECT_EQ(SizeOf("/."), 128u);
+}
+
+// "." and ".." become the directory's real name in its real parent.
+TEST_P(CreateTest, name_dots_failsWithWhatTheyStandFor) {
+  EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
+  EXPECT_EQ(Ended(orb->createDirectory("D/A")), Succeeded());
+  EXPECT_EQ(Ended(orb->createFile("D/A/..", 0)), Failed(ORB_ERROR_FILE_EXISTS));
+  EXPECT_EQ(Ended(orb->createFile("D/.", 0)), Failed(ORB_ERROR_FILE_EXISTS));
+  EXPECT_EQ(Ended(orb->createFile("D/..", 0)), Failed(ORB_ERROR_INVALID_NAME));
+  EXPECT_EQ(Ended(orb->createFile(".", 0)), Failed(ORB_ERROR_INVALID_NAME));
+  EXPECT_EQ(Ended(orb->createDirectory("/..")), Failed(ORB_ERROR_INVALID_NAME));
+}
+
+TEST_P(CreateTest, nodes_allTaken_failsNoFreeNode) {
+  Format(kSecond, 2, 1024);
+  Mount(kSecond, "SMALL");
+  for (int i = 0; i < 15; ++i) {
+    EXPECT_EQ(Ended(orb->createFile(("SMALL:F" + std::to_string(i)).c_str(), 0)), Succeeded()) << i;
+  }
+  EXPECT_EQ(Ended(orb->createFile("SMALL:X", 0)), Failed(ORB_ERROR_NO_FREE_NODE));
+  EXPECT_EQ(Ended(orb->createDirectory("SMALL:X")), Failed(ORB_ERROR_NO_FREE_NODE));
+  EXPECT_EQ(Ended(orb->copyFile("SMALL:F0", "SMALL:X")), Failed(ORB_ERROR_NO_FREE_NODE));
+  EXPECT_EQ(List("SMALL:/*").size(), 17u);
+  EXPECT_EQ(Ended(orb->deleteFile("SMALL:F7")), Succeeded());
+  EXPECT_EQ(Ended(orb->createDirectory("SMALL:X")), Succeeded());
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, CreateTest, ::testing::ValuesIn(EveryVariant()), VariantName);
+
+// ---- What a container holds afterwards --------------------------------------------------------------------------------
+
+class CreatedImageTest : public ApiTest {
+ protected:
+  void SetUp() override {
+    ApiTest::SetUp();
+    FormatAndMount(kFirst, 64, 1024, "VOL");
+  }
+
+  Image Unmounted() {
+    Unmount("VOL");
+    return Image(kFirst);
+  }
+
+  void MakeFiles(OrbU32 first, OrbU32 last) {
+    for (OrbU32 i = first; i <= last; ++i) MakeFile("F" + std::to_string(i));
+  }
+};
+
+TEST_F(CreatedImageTest, file_new_takesTheLowestNodeAndNoBlock) {
+  MakeFile("name.txt");
+  const Image image = Unmounted();
+  EXPECT_EQ(image.Blocks(), 2u);
+  EXPECT_EQ(image.U32(52), 0u);
+  EXPECT_EQ(image.U8(1024), 0x3Fu);
+  EXPECT_EQ(image.U16(image.Block(2) + 64), 2u);
+  EXPECT_EQ(image.Text(image.Block(2) + 66, 9), std::string("NAME.TXT\0", 9));
+  EXPECT_EQ(image.NodeSize(1), 96u);
+  EXPECT_EQ(image.Text(image.Node(2), 4), "INO1");
+  EXPECT_EQ(image.U16(image.Node(2) + 4), 2u);
+  EXPECT_EQ(image.U16(image.Node(2) + 6), 0u);
+  EXPECT_TRUE(image.All(image.Node(2) + 15, 49, 0));
+}
+
+TEST_F(CreatedImageTest, directory_new_takesOneBlock) {
+  EXPECT_EQ(Ended(OrbCreateDirectoryA("D")), Succeeded());
+  EXPECT_EQ(Ended(OrbCreateDirectoryA("D/E")), Succeeded());
+  const Image image = Unmounted();
+  EXPECT_EQ(image.Blocks(), 4u);
+  EXPECT_EQ(image.U16(image.Node(3) + 6), 8u);
+  EXPECT_EQ(image.NodeSize(3), 64u);
+  EXPECT_EQ(image.Direct(3, 0), 4u);
+  const std::size_t block = image.Block(4);
+  EXPECT_EQ(image.U16(block), 3u);
+  EXPECT_EQ(image.Text(block + 2, 2), std::string(".\0", 2));
+  EXPECT_EQ(image.U16(block + 32), 2u);
+  EXPECT_EQ(image.Text(block + 34, 3), std::string("..\0", 3));
+  EXPECT_TRUE(image.All(block + 64, 960, 0));
+}
+
+TEST_F(CreatedImageTest, seventeenthNode_takesANodeBlockOfItsOwn) {
+  MakeFiles(2, 16);
+  EXPECT_EQ(Look(kFirst, "VOL").Blocks(), 2u);
+  MakeFiles(17, 17);
+  const Image image = Unmounted();
+  EXPECT_EQ(image.U32(132), 3u);
+  EXPECT_EQ(image.Blocks(), 3u);
+  for (OrbU32 slot = 0; slot < 16; ++slot) {
+    EXPECT_EQ(image.Text(image.Block(3) + 64 * slot, 4), "INO1") << slot;
+    EXPECT_EQ(image.U16(image.Block(3) + 64 * slot + 4), 17 + slot);
+    EXPECT_TRUE(slot == 0 || image.All(image.Block(3) + 64 * slot + 6, 58, 0)) << slot;
+  }
+}
+
+TEST_F(CreatedImageTest, deletedNode_isTakenAgainFirst) {
+  MakeFiles(2, 9);
+  EXPECT_EQ(Ended(OrbDeleteFileA("F5")), Succeeded());
+  MakeFile("NEW");
+  const Image image = Unmounted();
+  EXPECT_EQ(image.U16(image.Block(2) + 32 * 9), 5u);
+  EXPECT_EQ(image.Text(image.Block(2) + 32 * 9 + 2, 4), std::string("NEW\0", 4));
+}
+
+TEST_F(CreatedImageTest, lastNodeOfABlock_deleted_givesTheBlockBack) {
+  MakeFiles(2, 17);
+  EXPECT_EQ(Ended(OrbDeleteFileA("F17")), Succeeded());
+  {
+    const Image image = Look(kFirst, "VOL");
+    EXPECT_EQ(image.U32(132), 0u);
+    EXPECT_EQ(image.FreeBlocks(), 1u);
+  }
+  MakeFiles(17, 17);
+  const Image image = Unmounted();
+  EXPECT_EQ(image.U32(132), 3u);
+  EXPECT_EQ(image.FreeBlocks(), 0u);
+}
+
+// The bitmap may allow more nodes than the table has blocks for.
+TEST_F(ApiTest, nodes_beyondTheTable_failNoFreeNode) {
+  FormatAndMount(kMemory, 896, 1024, "MEM");
+  OrbU32 made = 1;  // the root
+  std::string directory;
+  for (OrbU32 i = 0; made < 3584; ++i, ++made) {
+    if (i % 100 == 0) {
+      directory = "D" + std::to_string(i);
+      ASSERT_EQ(Ended(OrbCreateDirectoryA(directory.c_str())), Succeeded()) << made;
+    } else {
+      ASSERT_EQ(Ended(OrbCreateFileA((directory + "/F" + std::to_string(i)).c_str(), 0)), Succeeded()) << made;
+    }
+  }
+  EXPECT_EQ(Ended(OrbCreateFileA("X", 0)), Failed(ORB_ERROR_NO_FREE_NODE));
+  EXPECT_EQ(Ended(OrbCreateDirectoryA("X")), Failed(ORB_ERROR_NO_FREE_NODE));
+  EXPECT_EQ(Ended(OrbDeleteFileA("D0/F1")), Succeeded());
+  EXPECT_EQ(Ended(OrbCreateFileA("X", 0)), Succeeded());
+}
+
+// ---- A container that cannot grow -------------------------------------------------------------------------------------
+
+class FullContainerTest : public ApiTest {
+ protected:
+  // Lengthens the container to `size` bytes with nothing in between, and mounts it.
+  void MountGrown(std::size_t size) {
+    Format(kFirst, 64, 1024);
+    Patch(kFirst, size - 1, {0});
+    Mount(kFirst, "VOL");
+  }
+
+  static constexpr std::size_t kLimit = 0x80000000u;
+};
+
+TEST_F(FullContainerTest, growthReaching2GiB_failsVolumeFullAndIsUndone) {
+  MountGrown(kLimit - 1024);
+  EXPECT_EQ(Ended(OrbCreateDirectoryA("D")), Failed(ORB_ERROR_VOLUME_FULL));
+  EXPECT_EQ(List("*"), (std::vector<std::string>{".", ".."}));
+  MakeFile("F");  // needs no block, and finds node 2 free again
+  const OrbHandle file = Open("F");
+  unsigned char byte = 1;
+  OrbU32 done = 7;
+  EXPECT_EQ(Ended(OrbWriteFile(file, &byte, 1, &done)), Failed(ORB_ERROR_VOLUME_FULL));
+  EXPECT_EQ(done, 0u);
+  EXPECT_EQ(Ended(OrbSetFileSize(file, 1)), Failed(ORB_ERROR_VOLUME_FULL));
+  EXPECT_EQ(Ended(OrbGetFileSize(file)), Succeeded(0));
+  Close(file);
+  Unmount("VOL");
+  Mount(kFirst, "VOL");  // clean
+  EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "F"}));
+}
+
+TEST_F(FullContainerTest, growthJustBelow2GiB_succeedsOnce) {
+  MountGrown(kLimit - 1025);
+  MakeFile("F");
+  const OrbHandle file = Open("F");
+  const Bytes data = Pattern(1, 3000);
+  OrbU32 done = 0;
+  EXPECT_EQ(Ended(OrbWriteFile(file, data.data(), 3000, &done)), Failed(ORB_ERROR_VOLUME_FULL));
+  EXPECT_EQ(done, 1024u);
+  EXPECT_EQ(Ended(OrbGetFileSize(file)), Succeeded(1024));
+  EXPECT_EQ(Ended(OrbSetFilePointer(file, 0, ORB_SEEK_CURRENT)), Succeeded(1024));
+  EXPECT_EQ(ReadAt(file, 0, 1024), Bytes(data.begin(), data.begin() + 1024));
+  Close(file);
+}
+
+TEST_F(FullContainerTest, copy_withoutSpace_isUndone) {
+  MountGrown(kLimit - 1025);
+  MakeFile("F", Pattern(1, 1000));
+  EXPECT_EQ(Ended(OrbCopyFileA("F", "G")), Failed(ORB_ERROR_VOLUME_FULL));
+  EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "F"}));
+  EXPECT_EQ(Ended(OrbDeleteFileA("F")), Succeeded());
+  MakeFile("G", Pattern(2, 1000));  // in the block that came free
+  EXPECT_EQ(Contents("G"), Pattern(2, 1000));
+}
+
+}  // namespace
+}  // namespace api

@@ -1,0 +1,398 @@
+// Damaged containers: a code for everything, never a crash, a hang or a byte out of bounds.
+#include "support.h"
+
+namespace api {
+namespace {
+
+// Node 2 is /D, 3 /D/E, 4 /D/E/F of 7 blocks (data 5 to 10 and 12, map 11 or 12), 5 /BIG of 264 blocks, 6 /G of 10 bytes.
+class DamageTest : public ApiTest {
+ protected:
+  static constexpr OrbU32 kD = 2;
+  static constexpr OrbU32 kE = 3;
+  static constexpr OrbU32 kF = 4;
+  static constexpr OrbU32 kBig = 5;
+  static constexpr OrbU32 kG = 6;
+
+  void SetUp() override {
+    ApiTest::SetUp();
+    FormatAndMount(kFirst, 64, 1024, "VOL");
+    EXPECT_EQ(Ended(OrbCreateDirectoryA("D")), Succeeded());
+    EXPECT_EQ(Ended(OrbCreateDirectoryA("D/E")), Succeeded());
+    MakeFile("D/E/F", Pattern(1, 7 * 1024));
+    MakeFile("BIG", Pattern(2, 264 * 1024));
+    MakeFile("G", Pattern(3, 10));
+    Unmount("VOL");
+    sound_ = ReadWhole(kFirst);
+  }
+
+  // Mounts with one field of a node overwritten; with an entry's number; or as it now is.
+  void MountWithNode(OrbU32 node, std::size_t offset, OrbU32 value) {
+    PatchU32(kFirst, Image(kFirst).Node(node) + offset, value);
+    Mount(kFirst, "VOL");
+  }
+
+  void MountWithEntry(OrbU32 directory, OrbU32 entry, OrbU32 number) {
+    const Image image(kFirst);
+    PatchU16(kFirst, image.Block(image.Direct(directory, 0)) + 32 * entry, number);
+    Mount(kFirst, "VOL");
+  }
+
+  Outcome Attributes(const char* path) { return Ended(OrbGetFileAttributesA(path)); }
+
+  // What reading a file's first so many bytes comes to, and how many of them.
+  Outcome Read(const char* path, OrbU32 count, OrbU32* done) {
+    const OrbHandle file = Open(path, ORB_OPEN_READ);
+    Bytes buffer(count);
+    const Outcome outcome = Ended(OrbReadFile(file, buffer.data(), count, done));
+    EXPECT_EQ(Ended(OrbSetFilePointer(file, 0, ORB_SEEK_CURRENT)), Succeeded(*done));
+    Close(file);
+    return outcome;
+  }
+
+  const Outcome damaged_ = Failed(ORB_ERROR_DAMAGED_RECORD);
+  Bytes sound_;
+};
+
+// ---- Entries and nodes ------------------------------------------------------------------------------------------------
+
+TEST_F(DamageTest, entry_numberAboveTheBitmap_failsDamagedRecord) {
+  MountWithEntry(1, 4, 8 * 64 + 1);
+  EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_ATTRIBUTES));
+  EXPECT_EQ(Ended(OrbOpenFileA("G", 0)), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_HANDLE));
+  EXPECT_EQ(Ended(OrbDeleteFileA("G")), damaged_);
+  OrbFindDataA found;
+  EXPECT_EQ(Ended(OrbFindFirstFileA("G", &found)), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_HANDLE));
+  EXPECT_EQ(Attributes("BIG"), Succeeded(0));
+}
+
+TEST_F(DamageTest, entry_numberWithoutANodeBlock_failsDamagedRecord) {
+  MountWithEntry(1, 4, 100);
+  EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_ATTRIBUTES));
+}
+
+TEST_F(DamageTest, entry_largestNumber_failsDamagedRecord) {
+  MountWithEntry(1, 4, 0xFFFF);
+  EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_ATTRIBUTES));
+}
+
+TEST_F(DamageTest, entry_nameWithoutEnd_isCutAt29Characters) {
+  const Image image(kFirst);
+  Patch(kFirst, image.Block(image.Direct(kE, 0)) + 64 + 2, Bytes(30, 'Z'));
+  Mount(kFirst, "VOL");
+  EXPECT_EQ(List("D/E/*"), (std::vector<std::string>{".", "..", std::string(29, 'Z')}));
+  std::string full;
+  EXPECT_EQ(Ended(OrbFindClose(0x20000)), Failed(ORB_ERROR_INVALID_HANDLE));
+  EXPECT_EQ(Ended(kWideForm.getFullPathName(&full, "D/E/.")), Succeeded());
+  EXPECT_EQ(full, "VOL:/D/E");
+}
+
+TEST_F(DamageTest, node_deletedThoughFreeInTheBitmap_failsDamagedRecord) {
+  Patch(kFirst, 1024, {0xFF});
+  Mount(kFirst, "VOL");
+  EXPECT_EQ(Ended(OrbDeleteFileA("G")), damaged_);
+  EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
+}
+
+TEST_F(DamageTest, table_blockBeyondTheEnd_failsDamagedVolume) {
+  PatchU32(kFirst, 132, 100000);
+  const Image image(kFirst);
+  PatchU16(kFirst, image.Block(2) + 32 * 4, 20);
+  Mount(kFirst, "VOL");
+  EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_DAMAGED_VOLUME, ORB_INVALID_ATTRIBUTES));
+}
+
+// ---- Files ------------------------------------------------------------------------------------------------------------
+
+TEST_F(DamageTest, file_directSlotEmpty_readsUpToIt) {
+  MountWithNode(kF, 32 + 4 * 2, 0);
+  OrbU32 done = 0;
+  EXPECT_EQ(Read("D/E/F", 7 * 1024, &done), damaged_);
+  EXPECT_EQ(done, 2048u);
+}
+
+TEST_F(DamageTest, file_blockBeyondTheEnd_readsUpToIt) {
+  MountWithNode(kF, 32 + 4 * 2, 100000);
+  OrbU32 done = 0;
+  EXPECT_EQ(Read("D/E/F", 7 * 1024, &done), Failed(ORB_ERROR_DAMAGED_VOLUME));
+  EXPECT_EQ(done, 2048u);
+}
+
+TEST_F(DamageTest, file_mapMissing_readsUpToIt) {
+  MountWithNode(kF, 56, 0);
+  OrbU32 done = 0;
+  EXPECT_EQ(Read("D/E/F", 7 * 1024, &done), damaged_);
+  EXPECT_EQ(done, 6144u);
+}
+
+TEST_F(DamageTest, file_mapSlotEmpty_readsUpToIt) {
+  const Image image(kFirst);
+  PatchU32(kFirst, image.Block(image.U32(image.Node(kF) + 56)), 0);
+  Mount(kFirst, "VOL");
+  OrbU32 done = 0;
+  EXPECT_EQ(Read("D/E/F", 7 * 1024, &done), damaged_);
+  EXPECT_EQ(done, 6144u);
+}
+
+TEST_F(DamageTest, file_secondMapMissing_readsUpToIt) {
+  MountWithNode(kBig, 60, 0);
+  OrbU32 done = 0;
+  EXPECT_EQ(Read("BIG", 264 * 1024, &done), damaged_);
+  EXPECT_EQ(done, 262 * 1024u);
+}
+
+TEST_F(DamageTest, file_secondMapSlotEmpty_readsUpToIt) {
+  const Image image(kFirst);
+  PatchU32(kFirst, image.Block(image.U32(image.Node(kBig) + 60)), 0);
+  Mount(kFirst, "VOL");
+  OrbU32 done = 0;
+  EXPECT_EQ(Read("BIG", 264 * 1024, &done), damaged_);
+  EXPECT_EQ(done, 262 * 1024u);
+}
+
+TEST_F(DamageTest, file_sizeBeyondItsBlocks_readsAsFarAsThereAre) {
+  MountWithNode(kG, 16, 0xFFFFFFFF);
+  OrbU32 done = 0;
+  EXPECT_EQ(Read("G", 5000, &done), damaged_);
+  EXPECT_EQ(done, 1024u);
+  EXPECT_EQ(SizeOf("G"), 0xFFFFFFFFu);
+}
+
+TEST_F(DamageTest, file_blockMissing_isNotOverwrittenEither) {
+  MountWithNode(kF, 32, 0);
+  const OrbHandle file = Open("D/E/F");
+  unsigned char byte = 0;
+  OrbU32 done = 7;
+  EXPECT_EQ(Ended(OrbWriteFile(file, &byte, 1, &done)), damaged_);
+  EXPECT_EQ(done, 0u);
+  Close(file);
+}
+
+TEST_F(DamageTest, file_blockMissing_isNotCopied) {
+  MountWithNode(kF, 32 + 4 * 2, 0);
+  EXPECT_EQ(Ended(OrbCopyFileA("D/E/F", "COPY")), damaged_);
+  EXPECT_EQ(Attributes("COPY"), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
+}
+
+TEST_F(DamageTest, file_blockBeyondTheEnd_cannotBeGivenBack) {
+  MountWithNode(kG, 32, 100000);
+  EXPECT_EQ(Ended(OrbDeleteFileA("G")), damaged_);
+  EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
+}
+
+// ---- Directories ------------------------------------------------------------------------------------------------------
+
+TEST_F(DamageTest, directory_ofNoSize_failsDamagedRecord) {
+  MountWithNode(kD, 16, 0);
+  EXPECT_EQ(Attributes("D/E"), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_ATTRIBUTES));
+  EXPECT_EQ(Ended(OrbCreateFileA("D/X", 0)), damaged_);
+  EXPECT_EQ(Ended(OrbDeleteFileA("D/E")), damaged_);
+}
+
+TEST_F(DamageTest, directory_sizeBeyondItsBlocks_failsDamagedRecord) {
+  MountWithNode(kD, 16, 0x00100000);
+  EXPECT_EQ(Attributes("D/E"), Succeeded(8));  // found before the end of what there is
+  EXPECT_EQ(Ended(OrbCreateFileA("D/E/X", 0)), Succeeded());
+}
+
+TEST_F(DamageTest, directory_blockMissing_failsDamagedRecord) {
+  MountWithNode(kD, 32, 0);
+  EXPECT_EQ(Attributes("D/E"), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_ATTRIBUTES));
+  OrbFindDataA found;
+  EXPECT_EQ(Ended(OrbFindFirstFileA("D/*", &found)), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_HANDLE));
+}
+
+TEST_F(DamageTest, directory_blockBeyondTheEnd_failsDamagedVolume) {
+  MountWithNode(kD, 32, 100000);
+  EXPECT_EQ(Attributes("D/E"), Failed(ORB_ERROR_DAMAGED_VOLUME, ORB_INVALID_ATTRIBUTES));
+}
+
+// E says that it is its own parent: there is no way up from it.
+TEST_F(DamageTest, directory_itsOwnParent_failsWithoutHanging) {
+  MountWithEntry(kE, 1, kE);
+  char full[ORB_PATH_BUFFER];
+  EXPECT_EQ(Ended(OrbGetFullPathNameA(full, "D/E/F")), Failed(ORB_ERROR_PATH_TOO_LONG));
+  EXPECT_EQ(Ended(OrbCreateDirectoryA("X")), Succeeded());
+  EXPECT_EQ(Ended(OrbMoveFileA("X", "D/E/X")), damaged_);
+  EXPECT_EQ(Ended(OrbSetCurrentDirectoryA("D/E")), Succeeded());
+  EXPECT_EQ(Ended(OrbGetCurrentDirectoryA(full)), Failed(ORB_ERROR_PATH_NOT_FOUND));
+}
+
+// D is an entry of E too: the tree has become a ring.
+TEST_F(DamageTest, directory_ringOfTwo_failsWithoutHanging) {
+  MountWithEntry(kD, 1, kE);
+  char full[ORB_PATH_BUFFER];
+  EXPECT_EQ(Ended(OrbGetFullPathNameA(full, "D/E/F")), Failed(ORB_ERROR_PATH_TOO_LONG));
+  EXPECT_EQ(Ended(OrbCreateDirectoryA("X")), Succeeded());
+  EXPECT_EQ(Ended(OrbMoveFileA("X", "D/E/X")), damaged_);
+}
+
+// ---- The free chain -----------------------------------------------------------------------------------------------------
+
+TEST_F(DamageTest, chain_nextRecordDamaged_failsWhenItIsNeeded) {
+  Mount(kFirst, "VOL");
+  EXPECT_EQ(Ended(OrbDeleteFileA("BIG")), Succeeded());  // more blocks than one record holds
+  Unmount("VOL");
+  const Image image(kFirst);
+  const OrbU32 next = image.U32(image.Block(image.U32(48)) + 4);
+  ASSERT_NE(next, 0u);
+  PatchU32(kFirst, image.Block(next), 0);
+  Mount(kFirst, "VOL");
+  MakeFile("X");
+  const OrbHandle file = Open("X");
+  EXPECT_EQ(Ended(OrbSetFileSize(file, 200 * 1024)), damaged_);
+  Close(file);
+}
+
+// ---- Anything at all ------------------------------------------------------------------------------------------------------
+
+// Uses all that a container seems to hold, whatever the outcome, as long as each outcome is one that exists.
+class Rummage {
+ public:
+  explicit Rummage(OrbU32 seed) : random_(seed) {}
+
+  void Directory(const std::string& path, int depth) {
+    std::vector<OrbFindDataA> entries;
+    OrbFindDataA found;
+    const OrbHandle search = OrbFindFirstFileA((path + "*").c_str(), &found);
+    CheckCode();
+    if (search == ORB_INVALID_HANDLE) return;
+    do entries.push_back(found);
+    while (entries.size() < 50 && OrbFindNextFileA(search, &found) != 0);
+    CheckCode();
+    EXPECT_EQ(Ended(OrbFindClose(search)), Succeeded());
+    for (const OrbFindDataA& entry : entries) {
+      ASSERT_LE(std::string(entry.name).size(), std::size_t{ORB_MAX_NAME});
+      const std::string name = path + entry.name;
+      Use(name);
+      if ((entry.attributes & ORB_ATTRIBUTE_DIRECTORY) != 0 && depth > 0) Directory(name + "/", depth - 1);
+    }
+    OrbCreateFileA((path + "NEW").c_str(), 0);
+    CheckCode();
+    OrbCreateDirectoryA((path + "NEWDIR").c_str());
+    CheckCode();
+  }
+
+  void CheckCode() {
+    const OrbU32 code = OrbGetLastError();
+    EXPECT_TRUE(code == 0 || code == ORB_ERROR_NO_MORE_ENTRIES || (code > 0x30000000 && code <= 0x30000028)) << code;
+  }
+
+ private:
+  void Use(const std::string& path) {
+    char full[ORB_PATH_BUFFER];
+    OrbGetFullPathNameA(full, path.c_str());
+    CheckCode();
+    OrbSetCurrentDirectoryA(path.c_str());
+    CheckCode();
+    OrbSetCurrentDirectoryA("VOL:/");
+    CheckCode();
+    UseFile(path);
+    switch (random_.Below(6)) {
+      case 0:
+        OrbDeleteFileA(path.c_str());
+        break;
+      case 1:
+        OrbRenameFileA(path.c_str(), "RENAMED");
+        break;
+      case 2:
+        OrbMoveFileA(path.c_str(), "VOL:/D/MOVED");
+        break;
+      case 3:
+        OrbCopyFileA(path.c_str(), "VOL:/COPIED");
+        break;
+      case 4:
+        OrbSetFileAttributesA(path.c_str(), 2);
+        break;
+      default:
+        OrbGetFileAttributesA(path.c_str());
+        break;
+    }
+    CheckCode();
+  }
+
+  void UseFile(const std::string& path) {
+    const OrbHandle file = OrbOpenFileA(path.c_str(), ORB_OPEN_READ | ORB_OPEN_WRITE);
+    CheckCode();
+    if (file == ORB_INVALID_HANDLE) return;
+    Bytes buffer(3000);
+    for (const OrbI32 position : {0, 500, 6 * 1024 - 100, 262 * 1024 - 100}) {
+      if (OrbSetFilePointer(file, position, ORB_SEEK_BEGIN) == ORB_INVALID_POSITION) continue;
+      OrbU32 done = 0;
+      OrbReadFile(file, buffer.data(), 3000, &done);
+      CheckCode();
+      EXPECT_LE(done, 3000u);
+      OrbWriteFile(file, buffer.data(), random_.Below(3000), &done);
+      CheckCode();
+      EXPECT_LE(done, 3000u);
+    }
+    const OrbU32 size = OrbGetFileSize(file);
+    OrbSetFileSize(file, random_.Below(2) == 0 ? size / 2 : size + 2000);
+    CheckCode();
+    OrbCloseFile(file);
+    CheckCode();
+  }
+
+  Random random_;
+};
+
+class DamageSweepTest : public DamageTest, public ::testing::WithParamInterface<OrbU32> {
+ protected:
+  // Overwrites a few bytes somewhere in front of the end, with all bits set, with none, or with anything.
+  void Damage(Random* random, OrbU32 end) {
+    Bytes bytes = sound_;
+    for (OrbU32 times = 1 + random->Below(4); times > 0; --times) {
+      const std::size_t offset = random->Below(end);
+      const OrbU32 kind = random->Below(3);
+      for (std::size_t i = offset; i < offset + 1 + random->Below(4) && i < end; ++i) {
+        bytes[i] = static_cast<unsigned char>(kind == 0 ? 0 : kind == 1 ? 0xFF : random->Next());
+      }
+    }
+    WriteWhole(kFirst, bytes);
+  }
+
+  void MountAndUse(OrbU32 seed) {
+    if (OrbMountVolume(Wide(kFirst).c_str(), Wide("VOL").c_str()) == 0) {
+      EXPECT_NE(OrbGetLastError(), 0u);
+      return;
+    }
+    Rummage(seed).Directory("VOL:/", 3);
+    EXPECT_EQ(Ended(OrbUnmountVolumeA("VOL")), Succeeded());
+  }
+};
+
+// In the tables and the first blocks, where nodes, directories and maps lie.
+TEST_P(DamageSweepTest, anyBytesInTheMetadata_areSurvived) {
+  for (OrbU32 round = 0; round < 20; ++round) {
+    const OrbU32 seed = GetParam() * 1000 + round;
+    Random random(seed);
+    Damage(&random, 1024 + 64 + 12 * 1024);
+    MountAndUse(seed);
+    ASSERT_FALSE(HasFailure()) << seed;
+  }
+}
+
+TEST_P(DamageSweepTest, anyBytesInTheFirstBlocks_areSurvived) {
+  for (OrbU32 round = 0; round < 20; ++round) {
+    const OrbU32 seed = GetParam() * 1000 + 500 + round;
+    Random random(seed);
+    Damage(&random, 2 * 1024 + 64 + 6 * 64);
+    MountAndUse(seed);
+    ASSERT_FALSE(HasFailure()) << seed;
+  }
+}
+
+// Cut at any place, and used all the same.
+TEST_P(DamageSweepTest, anyLength_isSurvived) {
+  Random random(GetParam());
+  for (OrbU32 round = 0; round < 10; ++round) {
+    const std::size_t length = random.Below(static_cast<OrbU32>(sound_.size()));
+    WriteWhole(kFirst, Bytes(sound_.begin(), sound_.begin() + static_cast<std::ptrdiff_t>(length)));
+    MountAndUse(GetParam() + round);
+    ASSERT_FALSE(HasFailure()) << length;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, DamageSweepTest, ::testing::Range(1u, 6u), ::testing::PrintToStringParamName());
+
+}  // namespace
+}  // namespace api
