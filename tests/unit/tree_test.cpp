@@ -242,13 +242,15 @@ void TreeTest::Damage(const std::function<void(Bytes*)>& change) {
 
 std::string TreeTest::Calls(const char16_t* container) {
   const Bytes image = FileBytes(container);
-  const std::vector<CallRecord>& trace = testhost::Trace();
+  std::vector<CallRecord> calls;
+  for (const CallRecord& record : testhost::Trace()) {
+    if (IsContainerCall(record, container)) calls.push_back(record);
+  }
   std::string text;
-  for (size_t i = 0; i < trace.size(); ++i) {
-    if (!IsContainerCall(trace[i], container)) continue;
-    const bool leads = trace[i].call == Call::kSetFilePointer && trace[i].error == 0 && i + 1 < trace.size() &&
-                       IsTransferAt(trace[i + 1], trace[i].distance);
-    if (!leads) Append(&text, CallText(image, trace[i]) + FailureText(trace[i]));
+  for (size_t i = 0; i < calls.size(); ++i) {
+    const bool leads = calls[i].call == Call::kSetFilePointer && calls[i].error == 0 && i + 1 < calls.size() &&
+                       IsTransferAt(calls[i + 1], calls[i].distance);
+    if (!leads) Append(&text, CallText(image, calls[i]) + FailureText(calls[i]));
   }
   return text;
 }
