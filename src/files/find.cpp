@@ -75,7 +75,7 @@ bool OrbFindNext(uint32_t handle, OrbFindDataA* found) {
   if (search->offset >= search->node->record.size) return Fail(ORB_ERROR_NO_MORE_ENTRIES);
   if (!IsDirSizeSane(search->node)) return false;
 
-  const Scratch buffer(volume->header.blockSize);
+  const Scratch buffer(Allocate(volume->header.blockSize));
   if (buffer.bytes == nullptr) return false;
   char name[kNameSize];
   const OrbDirEntry* const entry = NextMatch(search, buffer, name);

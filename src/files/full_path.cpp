@@ -46,15 +46,19 @@ bool BuildFullPath(char* out, const char* path) {
   if (nodes[0] == nullptr || !ClimbToRoot(nodes, &top)) return false;
 
   strcpy(out, nodes[0]->volume->name);
-  strcat(out, ":/");
+  uint32_t length = static_cast<uint32_t>(strlen(out));
+  out[length++] = ':';
+  out[length++] = '/';
   for (; top > 0; --top) {
     if (!OrbDirFindName(name, nodes[top], nodes[top - 1]->record.number)) return FailIfClear(ORB_ERROR_DAMAGED_RECORD);
-    if (strlen(out) + strlen(name) + 1 > ORB_MAX_PATH) return Fail(ORB_ERROR_PATH_TOO_LONG);
-    strcat(out, name);
-    strcat(out, "/");
+    const uint32_t start = length;
+    length += static_cast<uint32_t>(strlen(name)) + 1;
+    if (length > ORB_MAX_PATH) return Fail(ORB_ERROR_PATH_TOO_LONG);
+    strcpy(out + start, name);
+    out[length - 1] = '/';
   }
-  if (strlen(out) + strlen(lastName) > ORB_MAX_PATH) return Fail(ORB_ERROR_PATH_TOO_LONG);
-  OrbNameCopyUpper(out + strlen(out), lastName);
+  if (length + strlen(lastName) > ORB_MAX_PATH) return Fail(ORB_ERROR_PATH_TOO_LONG);
+  OrbNameCopyUpper(out + length, lastName);
   return true;
 }
 

@@ -71,9 +71,7 @@ bool CloseVolumeSlots(const SlotTable& table, const Volume* volume) {
 }
 
 Volume* OrbGetHandleVolume(uint32_t handle) {
-  const uint32_t before = GetError();
-  const OrbOpenFileEntry* const file = OpenFileOf(handle);
-  SetError(before);
+  const OrbOpenFileEntry* const file = static_cast<OrbOpenFileEntry*>(FindSlot(kOpenFiles, handle));
   return file != nullptr ? file->node->volume : nullptr;
 }
 

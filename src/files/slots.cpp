@@ -8,11 +8,17 @@ Slot* SlotAt(const SlotTable& table, uint32_t index) {
   return reinterpret_cast<Slot*>(static_cast<uint8_t*>(table.slots) + index * table.stride);
 }
 
-void* SlotOfHandle(const SlotTable& table, uint32_t handle) {
+void* FindSlot(const SlotTable& table, uint32_t handle) {
   const uint32_t index = handle - table.tag;  // of another tag: far out of range
-  if (index < table.count && SlotAt(table, index)->node != nullptr) return SlotAt(table, index);
-  Fail(ORB_ERROR_INVALID_HANDLE);
-  return nullptr;
+  if (index >= table.count) return nullptr;
+  Slot* const slot = SlotAt(table, index);
+  return slot->node != nullptr ? slot : nullptr;
+}
+
+void* SlotOfHandle(const SlotTable& table, uint32_t handle) {
+  void* const slot = FindSlot(table, handle);
+  if (slot == nullptr) Fail(ORB_ERROR_INVALID_HANDLE);
+  return slot;
 }
 
 bool FindFreeSlot(const SlotTable& table, const OrbNode* node, uint32_t* cursor) {

@@ -23,7 +23,10 @@ struct SlotTable {
 
 Slot* SlotAt(const SlotTable& table, uint32_t index);
 
-// The slot that a handle names, or null with ORB_ERROR_INVALID_HANDLE: another tag, an index out of range, a free slot.
+// The slot that a handle names, or null for another tag, an index out of range, a free slot.
+void* FindSlot(const SlotTable& table, uint32_t handle);
+
+// The same, with ORB_ERROR_INVALID_HANDLE set where there is none.
 void* SlotOfHandle(const SlotTable& table, uint32_t handle);
 
 // Finds a free slot for a node, from the cursor on. The cursor moves past occupied slots only, at most once for each

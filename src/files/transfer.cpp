@@ -25,6 +25,11 @@ OrbOpenFileEntry* OpenFileWithMode(uint32_t handle, uint32_t mode) {
   return nullptr;
 }
 
+// From a position to the end of its block.
+uint32_t LeftInBlock(const Volume* volume, uint32_t position) {
+  return volume->header.blockSize - OffsetInBlock(volume, position);
+}
+
 bool ReadPiece(void* buffer, const OrbNode* node, uint32_t position, uint32_t length) {
   Volume* const volume = node->volume;
   const uint32_t block = LookupFileBlock(node, position);
@@ -32,8 +37,12 @@ bool ReadPiece(void* buffer, const OrbNode* node, uint32_t position, uint32_t le
   return ReadBlockBytes(buffer, volume, block, OffsetInBlock(volume, position), length);
 }
 
-bool OverwritePiece(const void* buffer, const OrbNode* node, uint32_t position, uint32_t length) {
+// Overwrites part of a block, or, at the end of the file on a block border, appends a block.
+bool WritePiece(const void* buffer, OrbNode* node, uint32_t position, uint32_t length) {
   Volume* const volume = node->volume;
+  if (position >= node->record.size && OffsetInBlock(volume, position) == 0) {
+    return AppendFileBlock(node, position, buffer, length, kDataWrite);
+  }
   const uint32_t block = LookupFileBlock(node, position);
   if (block == kNoBlock) return false;
   return WriteBlockBytes(buffer, volume, block, kDataWrite, OffsetInBlock(volume, position), length);
@@ -86,11 +95,10 @@ bool OrbReadOpenFile(uint32_t handle, void* buffer, uint32_t count, OrbU32* done
   OrbOpenFileEntry* const file = OpenFileWithMode(handle, ORB_OPEN_READ);
   if (file == nullptr) return false;
   const OrbNode* const node = file->node;
-  const uint32_t blockSize = node->volume->header.blockSize;
   uint8_t* to = static_cast<uint8_t*>(buffer);
   count = file->position < node->record.size ? Smaller(count, node->record.size - file->position) : 0;
   while (count > 0) {
-    const uint32_t length = Smaller(count, blockSize - OffsetInBlock(node->volume, file->position));
+    const uint32_t length = Smaller(count, LeftInBlock(node->volume, file->position));
     if (!ReadPiece(to, node, file->position, length)) return false;
     to += length;
     count -= length;
@@ -106,16 +114,10 @@ bool OrbWriteOpenFile(uint32_t handle, const void* buffer, uint32_t count, OrbU3
   if (file == nullptr) return false;
   if (count == 0) return true;
   OrbNode* const node = file->node;
-  const uint32_t blockSize = node->volume->header.blockSize;
   const uint8_t* from = static_cast<const uint8_t*>(buffer);
   while (count > 0) {
-    const uint32_t offset = OffsetInBlock(node->volume, file->position);
-    const uint32_t length = Smaller(count, blockSize - offset);
-    const bool exists = offset != 0 || file->position < node->record.size;
-    if (!(exists ? OverwritePiece(from, node, file->position, length)
-                 : AppendFileBlock(node, file->position, from, length, kDataWrite))) {
-      return false;
-    }
+    const uint32_t length = Smaller(count, LeftInBlock(node->volume, file->position));
+    if (!WritePiece(from, node, file->position, length)) return false;
     from += length;
     count -= length;
     *done += length;
@@ -124,14 +126,14 @@ bool OrbWriteOpenFile(uint32_t handle, const void* buffer, uint32_t count, OrbU3
   }
   // A file of exactly one block is stamped and stored by every write, also by one that only overwrites. Other files are
   // stamped by growth alone. This is how the system has always behaved.
-  return node->record.size != blockSize || StampAndWriteNode(node);
+  return node->record.size != node->volume->header.blockSize || StampAndWriteNode(node);
 }
 
 bool OrbSetOpenFileSize(uint32_t handle, uint32_t size) {
-  if (OpenFileOf(handle) == nullptr) return false;
-  if (size > kMaxFileSize) return Fail(ORB_ERROR_INVALID_ARGUMENT);
-  OrbOpenFileEntry* const file = OpenFileWithMode(handle, ORB_OPEN_WRITE);
+  OrbOpenFileEntry* const file = OpenFileOf(handle);
   if (file == nullptr) return false;
+  if (size > kMaxFileSize) return Fail(ORB_ERROR_INVALID_ARGUMENT);
+  if ((file->mode & ORB_OPEN_WRITE) == 0) return Fail(ORB_ERROR_ACCESS_DENIED);
   OrbNode* const node = file->node;
   if (size == node->record.size) return true;
   if (size > node->record.size) return OrbGrowFile(node, size);
@@ -141,7 +143,7 @@ bool OrbSetOpenFileSize(uint32_t handle, uint32_t size) {
 
 bool OrbGrowFile(OrbNode* node, uint32_t size) {
   const uint32_t blockSize = node->volume->header.blockSize;
-  const Scratch buffer(blockSize);
+  const Scratch buffer(Allocate(blockSize));
   if (buffer.bytes == nullptr) return false;
   if (OffsetInBlock(node->volume, node->record.size) != 0 && !ZeroLastBlock(node, size, buffer.bytes)) return false;
   memset(buffer.bytes, 0, blockSize);

@@ -60,7 +60,7 @@ bool OrbCopyFileData(OrbNode* destination, const OrbNode* source) {
   const uint32_t from = source->volume->header.blockSize;
   const uint32_t to = destination->volume->header.blockSize;
   const uint32_t chunkSize = from > to ? from : to;
-  const Scratch chunk(chunkSize);
+  const Scratch chunk(Allocate(chunkSize));
   if (chunk.bytes == nullptr) return false;
   for (uint32_t position = 0; position < size; position += chunkSize) {
     if (!ReadChunk(chunk.bytes, chunkSize, source, position)) return false;

@@ -14,7 +14,7 @@ namespace {
 // Gives a new directory its first block, with "." and "..".
 bool WriteFirstDirBlock(OrbNode* directory, uint16_t parent) {
   const uint32_t blockSize = directory->volume->header.blockSize;
-  const ZeroedScratch block(blockSize);
+  const Scratch block(AllocateZeroed(blockSize));
   if (block.bytes == nullptr) return false;
   OrbDirEntry* const entries = block.As<OrbDirEntry>();
   MakeDirEntry(&entries[0], directory->record.number, ".");

@@ -29,11 +29,6 @@ void* AllocateDirBlock(const OrbNode* directory) {
   return CheckDirectory(directory) ? Allocate(directory->volume->header.blockSize) : nullptr;
 }
 
-struct DirBlock : Scratch {
-  explicit DirBlock(const OrbNode* directory) : Scratch(AllocateDirBlock(directory)) {}
-  OrbDirEntry* Entries() const { return As<OrbDirEntry>(); }
-};
-
 uint32_t EntryCount(const OrbNode* directory) { return directory->record.size / kDirEntrySize; }
 
 uint32_t EntrySlot(const OrbNode* directory, uint32_t index) {
@@ -41,13 +36,13 @@ uint32_t EntrySlot(const OrbNode* directory, uint32_t index) {
 }
 
 // Reads the block that holds an entry. Returns its number, 0 on failure.
-uint32_t ReadDirBlock(OrbDirEntry* buffer, const OrbNode* directory, uint32_t index) {
+uint32_t ReadDirBlock(OrbDirEntry* entries, const OrbNode* directory, uint32_t index) {
   const uint32_t block = LookupFileBlock(directory, index * kDirEntrySize);
-  return block != kNoBlock && ReadBlock(buffer, directory->volume, block) ? block : kNoBlock;
+  return block != kNoBlock && ReadBlock(entries, directory->volume, block) ? block : kNoBlock;
 }
 
-bool WriteDirBlock(const DirBlock& buffer, const OrbNode* directory, uint32_t block) {
-  return WriteBlock(buffer.bytes, directory->volume, block, kDirectoryWrite);
+bool WriteDirBlock(const OrbDirEntry* entries, const OrbNode* directory, uint32_t block) {
+  return WriteBlock(entries, directory->volume, block, kDirectoryWrite);
 }
 
 // Goes on from the cursor to the entry with a name, or, where name is null, with a node number. Null where there is none;
@@ -73,18 +68,19 @@ bool WriteNewEntry(OrbNode* directory, const char* name, uint16_t number) {
   const uint32_t index = EntryCount(directory);
   const uint32_t slot = EntrySlot(directory, index);
   if (slot == 0) {
-    const ZeroedScratch block(directory->volume->header.blockSize);
-    if (block.bytes == nullptr) return false;
-    MakeDirEntry(block.As<OrbDirEntry>(), number, name);
-    return AppendFileBlock(directory, directory->record.size, block.bytes, directory->volume->header.blockSize,
-                           kDirectoryWrite);
+    const uint32_t blockSize = directory->volume->header.blockSize;
+    const Scratch newBlock(AllocateZeroed(blockSize));
+    if (newBlock.bytes == nullptr) return false;
+    MakeDirEntry(newBlock.As<OrbDirEntry>(), number, name);
+    return AppendFileBlock(directory, directory->record.size, newBlock.bytes, blockSize, kDirectoryWrite);
   }
-  const DirBlock buffer(directory);
-  if (buffer.bytes == nullptr) return false;
-  const uint32_t block = ReadDirBlock(buffer.Entries(), directory, index);
+  const Scratch buffer(AllocateDirBlock(directory));
+  OrbDirEntry* const entries = buffer.As<OrbDirEntry>();
+  if (entries == nullptr) return false;
+  const uint32_t block = ReadDirBlock(entries, directory, index);
   if (block == kNoBlock) return false;
-  MakeDirEntry(&buffer.Entries()[slot], number, name);
-  return WriteDirBlock(buffer, directory, block);
+  MakeDirEntry(&entries[slot], number, name);
+  return WriteDirBlock(entries, directory, block);
 }
 
 // The node may go: nobody but the caller holds it, and it is empty where it has to be.
@@ -94,40 +90,43 @@ bool IsRemovable(OrbNode* node, bool requireEmpty) {
   return FailIfClear(ORB_ERROR_NOT_EMPTY);
 }
 
-// Clears the last entry of a directory, its last block being in the buffer, and brings that block back to disk; an
+// Clears the last entry of a directory, whose last block `entries` holds, and brings that block back to disk; an
 // emptied block goes out of the map and into the free chain instead.
-bool DropLastEntry(const DirBlock& buffer, OrbNode* directory, uint32_t lastBlock) {
+bool DropLastEntry(OrbDirEntry* entries, OrbNode* directory, uint32_t lastBlock) {
   const uint32_t last = EntryCount(directory) - 1;
-  buffer.Entries()[EntrySlot(directory, last)].node = 0;
-  if (buffer.Entries()[0].node != 0) return WriteDirBlock(buffer, directory, lastBlock);
+  entries[EntrySlot(directory, last)].node = 0;
+  if (entries[0].node != 0) return WriteDirBlock(entries, directory, lastBlock);
   return SetFileBlock(directory, last * kDirEntrySize, kNoBlock) && FreeBlock(directory->volume, lastBlock);
 }
 
-// Moves the last entry into the hole that the cursor has come to, whose block the buffer holds, and drops it at the end.
-bool CloseHole(const DirBlock& buffer, const DirCursor& hole, OrbNode* directory) {
-  OrbDirEntry* const removed = &buffer.Entries()[EntrySlot(directory, hole.index)];
+// Moves the last entry into the hole that the cursor has come to, whose block `entries` holds, and drops it at the end.
+bool CloseHole(OrbDirEntry* entries, const DirCursor& hole, OrbNode* directory) {
+  OrbDirEntry* const removed = &entries[EntrySlot(directory, hole.index)];
   const uint32_t last = EntryCount(directory) - 1;
   const uint32_t lastSlot = EntrySlot(directory, last);
   if (BlockIndex(directory->volume, last * kDirEntrySize) ==
       BlockIndex(directory->volume, hole.index * kDirEntrySize)) {
-    if (hole.index != last) *removed = buffer.Entries()[lastSlot];
-    return DropLastEntry(buffer, directory, hole.block);
+    if (hole.index != last) *removed = entries[lastSlot];
+    return DropLastEntry(entries, directory, hole.block);
   }
-  const DirBlock lastBuffer(directory);
-  if (lastBuffer.bytes == nullptr) return false;
-  const uint32_t lastBlock = ReadDirBlock(lastBuffer.Entries(), directory, last);
+  const Scratch lastBuffer(AllocateDirBlock(directory));
+  OrbDirEntry* const lastEntries = lastBuffer.As<OrbDirEntry>();
+  if (lastEntries == nullptr) return false;
+  const uint32_t lastBlock = ReadDirBlock(lastEntries, directory, last);
   if (lastBlock == kNoBlock) return false;
-  *removed = lastBuffer.Entries()[lastSlot];
-  return WriteDirBlock(buffer, directory, hole.block) && DropLastEntry(lastBuffer, directory, lastBlock);
+  *removed = lastEntries[lastSlot];
+  return WriteDirBlock(entries, directory, hole.block) && DropLastEntry(lastEntries, directory, lastBlock);
 }
 
 }  // namespace
 
 OrbDirEntry* OrbDirEntryAt(DirCursor* cursor) {
-  if (cursor->index >= EntryCount(cursor->directory)) return nullptr;
-  const uint32_t slot = EntrySlot(cursor->directory, cursor->index);
+  const OrbNode* const directory = cursor->directory;
+  const Volume* const volume = directory->volume;
+  if (BlockIndex(volume, cursor->index * kDirEntrySize) >= BlocksFor(volume, directory->record.size)) return nullptr;
+  const uint32_t slot = EntrySlot(directory, cursor->index);
   if (cursor->block == kNoBlock || slot == 0) {
-    cursor->block = ReadDirBlock(cursor->entries, cursor->directory, cursor->index);
+    cursor->block = ReadDirBlock(cursor->entries, directory, cursor->index);
     if (cursor->block == kNoBlock) return nullptr;
   }
   OrbDirEntry* const entry = &cursor->entries[slot];
@@ -135,9 +134,10 @@ OrbDirEntry* OrbDirEntryAt(DirCursor* cursor) {
 }
 
 uint16_t OrbDirLookup(OrbNode* directory, const char* name) {
-  const DirBlock buffer(directory);
-  if (buffer.bytes == nullptr) return 0;
-  DirCursor cursor = {directory, buffer.Entries(), 0, kNoBlock};
+  const Scratch buffer(AllocateDirBlock(directory));
+  OrbDirEntry* const entries = buffer.As<OrbDirEntry>();
+  if (entries == nullptr) return 0;
+  DirCursor cursor = {directory, entries, 0, kNoBlock};
   const OrbDirEntry* const entry = FindEntry(&cursor, name, 0);
   return entry != nullptr ? EntryNode(entry) : 0;
 }
@@ -156,9 +156,10 @@ bool OrbDirRequireNewName(OrbNode* directory, const char* name) {
 
 bool OrbDirFindName(char* out, OrbNode* directory, uint16_t number) {
   out[0] = '\0';
-  const DirBlock buffer(directory);
-  if (buffer.bytes == nullptr) return false;
-  DirCursor cursor = {directory, buffer.Entries(), kFirstNamedEntry, kNoBlock};
+  const Scratch buffer(AllocateDirBlock(directory));
+  OrbDirEntry* const entries = buffer.As<OrbDirEntry>();
+  if (entries == nullptr) return false;
+  DirCursor cursor = {directory, entries, kFirstNamedEntry, kNoBlock};
   const OrbDirEntry* const entry = FindEntry(&cursor, nullptr, number);
   if (entry == nullptr) return false;
   CopyEntryName(out, entry);
@@ -181,13 +182,14 @@ bool OrbDirRenameEntry(OrbNode* directory, const char* newName, const char* oldN
     if (IsReservedName(oldName)) return Fail(ORB_ERROR_INVALID_NAME);
     if (!OrbDirRequireNewName(directory, newName)) return false;
   }
-  const DirBlock buffer(directory);
-  if (buffer.bytes == nullptr) return false;
-  DirCursor cursor = {directory, buffer.Entries(), 0, kNoBlock};
+  const Scratch buffer(AllocateDirBlock(directory));
+  OrbDirEntry* const entries = buffer.As<OrbDirEntry>();
+  if (entries == nullptr) return false;
+  DirCursor cursor = {directory, entries, 0, kNoBlock};
   OrbDirEntry* const entry = FindNamedEntry(&cursor, oldName);
   if (entry == nullptr) return false;
   OrbNameCopyUpper(entry->name, newName);  // left-overs of a longer name stay behind the terminator
-  return WriteDirBlock(buffer, directory, cursor.block);
+  return WriteDirBlock(entries, directory, cursor.block);
 }
 
 OrbNode* OrbDirRemoveEntry(OrbNode* directory, const char* name, bool requireEmpty) {
@@ -196,34 +198,41 @@ OrbNode* OrbDirRemoveEntry(OrbNode* directory, const char* name, bool requireEmp
     Fail(ORB_ERROR_INVALID_NAME);
     return nullptr;
   }
-  const DirBlock buffer(directory);
-  if (buffer.bytes == nullptr) return nullptr;
-  DirCursor cursor = {directory, buffer.Entries(), 0, kNoBlock};
+  const Scratch buffer(AllocateDirBlock(directory));
+  OrbDirEntry* const entries = buffer.As<OrbDirEntry>();
+  if (entries == nullptr) return nullptr;
+  DirCursor cursor = {directory, entries, 0, kNoBlock};
   const OrbDirEntry* const entry = FindNamedEntry(&cursor, name);
   if (entry == nullptr) return nullptr;
+  if (cursor.index >= EntryCount(directory)) {  // past the size: there is no telling which entry would be the last
+    Fail(ORB_ERROR_DAMAGED_RECORD);
+    return nullptr;
+  }
 
   NodeRef removed(OrbNodeGet(directory->volume, EntryNode(entry)));
   if (removed.node == nullptr || !IsRemovable(removed.node, requireEmpty)) return nullptr;
-  if (!CloseHole(buffer, cursor, directory)) return nullptr;
+  if (!CloseHole(entries, cursor, directory)) return nullptr;
   directory->record.size -= kDirEntrySize;
   if (!StampAndWriteNode(directory)) return nullptr;  // the commit point
   return removed.Take();
 }
 
 bool OrbDirIsEmpty(OrbNode* directory) {
-  const DirBlock buffer(directory);
-  if (buffer.bytes == nullptr || ReadDirBlock(buffer.Entries(), directory, 0) == kNoBlock) return false;
-  return buffer.Entries()[kFirstNamedEntry].node == 0;
+  const Scratch buffer(AllocateDirBlock(directory));
+  OrbDirEntry* const entries = buffer.As<OrbDirEntry>();
+  if (entries == nullptr || ReadDirBlock(entries, directory, 0) == kNoBlock) return false;
+  return entries[kFirstNamedEntry].node == 0;
 }
 
 bool OrbDirSetParent(OrbNode* directory, uint16_t parent) {
-  const DirBlock buffer(directory);
-  if (buffer.bytes == nullptr) return false;
-  const uint32_t block = ReadDirBlock(buffer.Entries(), directory, 0);
+  const Scratch buffer(AllocateDirBlock(directory));
+  OrbDirEntry* const entries = buffer.As<OrbDirEntry>();
+  if (entries == nullptr) return false;
+  const uint32_t block = ReadDirBlock(entries, directory, 0);
   if (block == kNoBlock) return false;
   ConvertField(&parent);
-  buffer.Entries()[kParentEntry].node = parent;
-  return WriteDirBlock(buffer, directory, block);
+  entries[kParentEntry].node = parent;
+  return WriteDirBlock(entries, directory, block);
 }
 
 void MakeDirEntry(OrbDirEntry* entry, uint16_t number, const char* name) {

@@ -22,10 +22,13 @@ OrbNode* Predecessor(const OrbNode* node) {
   return before;
 }
 
-OrbNode* FindDeadObject() {
-  OrbNode* node = g_NodeListHead.next;
-  while (node != nullptr && node->references != 0) node = node->next;
-  return node;
+// Takes a dead object off the list, or returns null where there is none.
+OrbNode* TakeDeadObject() {
+  OrbNode* before = &g_NodeListHead;
+  while (before->next != nullptr && before->next->references != 0) before = before->next;
+  OrbNode* const dead = before->next;
+  if (dead != nullptr) before->next = dead->next;
+  return dead;
 }
 
 OrbNode* FindLiveNode(const Volume* volume, uint16_t number) {
@@ -61,13 +64,9 @@ void OrbNodeRelease(OrbNode* node) {
 }
 
 OrbNode* OrbNodeAlloc() {
-  OrbNode* node = FindDeadObject();
-  if (node != nullptr) {
-    Predecessor(node)->next = node->next;
-  } else {
-    node = static_cast<OrbNode*>(Allocate(sizeof(OrbNode)));
-    if (node == nullptr) return nullptr;
-  }
+  OrbNode* node = TakeDeadObject();
+  if (node == nullptr) node = static_cast<OrbNode*>(Allocate(sizeof(OrbNode)));
+  if (node == nullptr) return nullptr;
   memset(node, 0, sizeof *node);
   node->references = 1;
   node->next = g_NodeListHead.next;

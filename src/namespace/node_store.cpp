@@ -97,7 +97,7 @@ bool OrbNodeDelete(OrbNode* node) {
 }
 
 bool OrbNodeBlockInit(Volume* volume, uint32_t index) {
-  const ZeroedScratch block(volume->header.blockSize);
+  const Scratch block(AllocateZeroed(volume->header.blockSize));
   if (block.bytes == nullptr) return false;
   FillNodeBlock(block.As<OrbNodeRecord>(), volume->nodesPerBlock, index * volume->nodesPerBlock + 1);
   const uint32_t number = AllocWriteBlock(block.bytes, volume, kNodeWrite);

@@ -62,7 +62,7 @@ bool SetDoubleIndirect(OrbNode* node, const MapPlace& place, uint32_t block) {
 // Gives back a block-map block, then what its slots name up to the first zero one: data blocks at level 1, block-map
 // blocks of level 1 at level 2.
 bool ReleaseMapTree(Volume* volume, uint32_t mapBlock, uint32_t level) {
-  const Scratch map(volume->header.blockSize);
+  const Scratch map(Allocate(volume->header.blockSize));
   if (map.bytes == nullptr || !ReadBlock(map.bytes, volume, mapBlock)) return false;
   if (!FreeBlock(volume, mapBlock)) return false;  // what it lists is in memory by now
   for (uint32_t slot = 0; slot < volume->wordsPerBlock; ++slot) {

@@ -181,7 +181,7 @@ uint32_t AllocWriteBlockPadded(const void* data, Volume* volume, uint32_t flags,
   const uint32_t block = AllocBlock(volume);
   if (block == kNoBlock) return kNoBlock;
   if (length == blockSize) return WriteBlock(data, volume, block, flags) ? block : kNoBlock;
-  const ZeroedScratch padded(blockSize);
+  const Scratch padded(AllocateZeroed(blockSize));
   if (padded.bytes == nullptr) return kNoBlock;
   memcpy(padded.bytes, data, length);
   return WriteBlock(padded.bytes, volume, block, flags) ? block : kNoBlock;

@@ -10,11 +10,11 @@ namespace orba {
 void* Allocate(uint32_t size);
 void* AllocateZeroed(uint32_t size);
 
-// Owns a buffer; bytes is null where memory ran out.
+// Owns what one of them returned: `const Scratch block(Allocate(size));`
 struct Scratch {
-  uint8_t* const bytes;
-  explicit Scratch(uint32_t size) : Scratch(Allocate(size)) {}
-  [[gnu::always_inline]] ~Scratch() { free(bytes); }
+  uint8_t* const bytes;  // null where memory ran out
+  explicit Scratch(void* memory) : bytes(static_cast<uint8_t*>(memory)) {}
+  [[gnu::always_inline]] ~Scratch() { free(bytes); }  // in line, or the object would live on the stack for its sake
   Scratch(const Scratch&) = delete;
   Scratch& operator=(const Scratch&) = delete;
 
@@ -22,14 +22,6 @@ struct Scratch {
   Record* As() const {
     return reinterpret_cast<Record*>(bytes);
   }
-
- protected:
-  explicit Scratch(void* memory) : bytes(static_cast<uint8_t*>(memory)) {}
-};
-
-// The same, filled with zeros.
-struct ZeroedScratch : Scratch {
-  explicit ZeroedScratch(uint32_t size) : Scratch(AllocateZeroed(size)) {}
 };
 
 }  // namespace orba

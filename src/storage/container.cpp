@@ -73,15 +73,19 @@ constexpr HostCodeRow kHostCodes[] = {
     Everywhere(coredll::kHostRequestAborted, ORB_ERROR_ABORTED),
 };
 
-// Fails with the library's code for what the host reports.
-bool FailAsHost(Operation operation) {
+// Sets the library's code for what the host reports.
+void SetHostFailure(Operation operation) {
   const uint32_t host = coredll::GetLastError();
   uint8_t code = 0;
   for (const HostCodeRow& row : kHostCodes) {
     if (row.host == host) code = row.code[operation];
   }
-  if (code == 0) code = kDefault[operation];
-  return Fail(kFailureClass | code);
+  SetFailure(code != 0 ? code : kDefault[operation]);
+}
+
+inline bool FailAsHost(Operation operation) {
+  SetHostFailure(operation);
+  return false;
 }
 
 // Counts a call that began at `start` and is over now.

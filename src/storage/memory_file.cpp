@@ -23,15 +23,16 @@ constexpr WideText kSeekName("SeekMemFile");
 constexpr WideText kGetSizeName("GetMemFileSize");
 constexpr WideText kDeleteName("DeleteMemFile");
 
+const WideChar* const kEntryNames[kEntryPoints] = {kCreateName.text, kReadName.text,    kWriteName.text,
+                                                   kSeekName.text,   kGetSizeName.text, kDeleteName.text};
+
 // An entry point missing from the library is no error here: its slot stays null. Where loading fails, one that was loaded
 // before stays as it is, for it still has to be unloaded.
 bool LoadMemFileLibrary() {
   const coredll::Module loaded = coredll::LoadLibraryW(kLibraryName.text);
   if (loaded == nullptr) return Fail(ORB_ERROR_MEMFILE_NOT_FOUND);
   g_hMemFile = loaded;
-  const WideChar* const names[kEntryPoints] = {kCreateName.text, kReadName.text,    kWriteName.text,
-                                               kSeekName.text,   kGetSizeName.text, kDeleteName.text};
-  for (int i = 0; i < kEntryPoints; ++i) g_MemFileEntry[i] = coredll::GetProcAddressW(g_hMemFile, names[i]);
+  for (int i = 0; i < kEntryPoints; ++i) g_MemFileEntry[i] = coredll::GetProcAddressW(g_hMemFile, kEntryNames[i]);
   return true;
 }
 

@@ -44,7 +44,7 @@ bool Append(const Volume* volume, const void* bytes, uint32_t size) {
 
 // Builds the next `size` bytes of the container in zeroed memory and appends them.
 bool WriteRegion(const Volume* volume, uint32_t size, void (*fill)(uint8_t* bytes, uint32_t size)) {
-  const ZeroedScratch region(size != 0 ? size : 1);
+  const Scratch region(AllocateZeroed(size != 0 ? size : 1));
   if (region.bytes == nullptr) return false;
   fill(region.bytes, size);
   return Append(volume, region.bytes, size);
