@@ -234,10 +234,10 @@ void Touch(const TouchOptions& options, Session* session, const std::string& ope
   const Address address = ParseAddress(operand);
   bool wild = false;
   for (const std::string& name : address.names) wild = wild || name.find_first_of("*?") != std::string::npos;
+  if (!wild) RequireLegal(address);
   if (wild || session->Find(address).has_value()) {
     for (const Match& match : session->Expand(address, "touch")) StampByResizing(session, match);
   } else if (!options.noCreate) {
-    RequireLegal(address);
     session->CreateFile(address);
   }
 }

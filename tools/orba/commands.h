@@ -11,5 +11,6 @@ extern const Command kCatCommand, kGetCommand;                                  
 extern const Command kPutCommand;                                                     // put.cpp
 extern const Command kMakeCommand, kRemoveCommand, kAttributeCommand, kTouchCommand;  // change.cpp
 extern const Command kMoveCommand, kCopyCommand;                                      // move.cpp
+extern const Command kCheckCommand, kRepairCommand, kUndoCommand, kRecoverCommand;    // inspection.cpp
 
 }  // namespace orba::tool

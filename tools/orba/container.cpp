@@ -124,14 +124,10 @@ void PrintInfo(const RawContainer& container, const inspect::Report& report) {
   const inspect::Geometry& geometry = report.model.geometry;
   const inspect::Totals& totals = report.totals;
   const std::uint64_t blockSize = geometry.blockSize;
-  std::uint64_t inUse = 0;
-  std::string uses;
-  for (const inspect::BlockUse use : {inspect::BlockUse::kNodeBlock, inspect::BlockUse::kMap, inspect::BlockUse::kFile,
-                                      inspect::BlockUse::kDirectory}) {
-    const std::uint64_t count = CountUse(report, use);
-    inUse += count;
-    uses += (uses.empty() ? "" : ", ") + std::to_string(count) + " " + inspect::Name(use);
-  }
+  const std::uint64_t nodes = CountUse(report, inspect::BlockUse::kNodeBlock);
+  const std::uint64_t maps = CountUse(report, inspect::BlockUse::kMap);
+  const std::uint64_t files = CountUse(report, inspect::BlockUse::kFile);
+  const std::uint64_t directories = CountUse(report, inspect::BlockUse::kDirectory);
   const auto line = [](const char* name, const std::string& value) { Print(PadRight(name, 18) + value + "\n"); };
   line("container", container.path());
   line("size", Bytes(container.image().Size()));
@@ -141,7 +137,9 @@ void PrintInfo(const RawContainer& container, const inspect::Report& report) {
   line("files", std::to_string(totals.files) + " with " + Bytes(totals.fileBytes));
   line("directories", std::to_string(totals.directories) + ", the root included");
   line("blocks", std::to_string(geometry.blocks));
-  line("  in use", std::to_string(inUse) + ": " + uses);
+  line("  in use", std::to_string(nodes + maps + files + directories) + ": " + std::to_string(files) + " for files, " +
+                       std::to_string(directories) + " for directories, " + std::to_string(nodes) + " for nodes, " +
+                       std::to_string(maps) + " for block maps");
   line("  free", std::to_string(totals.freeBlocks) + " (" + HumanSize(totals.freeBlocks * blockSize) + ")");
   line("  leaked", std::to_string(totals.leakedBlocks));
   line("appendable blocks",

@@ -2,12 +2,10 @@
 
 namespace orba::tool {
 
-int Refuse(const std::vector<Failure>& refusals, const std::string& outcome) {
+void ReportAll(const std::vector<Failure>& failures) {
   constexpr std::size_t kShown = 20;
-  for (std::size_t i = 0; i < refusals.size() && i < kShown; ++i) Report(refusals[i]);
-  if (refusals.size() > kShown) Report("and " + std::to_string(refusals.size() - kShown) + " more of the kind");
-  Report(outcome);
-  return kFailed;
+  for (std::size_t i = 0; i < failures.size() && i < kShown; ++i) Report(failures[i]);
+  if (failures.size() > kShown) Report("and " + std::to_string(failures.size() - kShown) + " more of the kind");
 }
 
 }  // namespace orba::tool

@@ -24,7 +24,7 @@ int ForEach(const Operands& operands, const Work& work) {
   return status;
 }
 
-// For plans that cannot be carried out: reports the refusals, the first of them at least, and gives the exit status.
-int Refuse(const std::vector<Failure>& refusals, const std::string& outcome);
+// Reports the first failures and how many more there are.
+void ReportAll(const std::vector<Failure>& failures);
 
 }  // namespace orba::tool

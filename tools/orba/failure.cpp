@@ -172,9 +172,17 @@ std::string ShellWord(const std::string& word) {
 
 void Report(const Failure& failure) { Report(std::string(failure.what())); }
 
+// Names of the host may hold anything, terminal commands included.
 void Report(const std::string& message) {
+  std::string visible;
+  for (const char c : message) {
+    char escaped[8];
+    std::snprintf(escaped, sizeof escaped, "\\x%02X", static_cast<unsigned>(static_cast<unsigned char>(c)));
+    visible += c == '\x7f' || (c >= 0 && c < ' ' && c != '\n') ? escaped : std::string(1, c);
+  }
   std::fflush(stdout);
-  std::fprintf(stderr, "%s %s\n", Painted(Stream::kError, Colour::kRed, "orba:").c_str(), message.c_str());
+  Progress::Hide();
+  std::fprintf(stderr, "%s %s\n", Painted(Stream::kError, Colour::kRed, "orba:").c_str(), visible.c_str());
 }
 
 }  // namespace orba::tool

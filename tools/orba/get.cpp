@@ -192,7 +192,11 @@ int RunGet(const GetOptions& options) {
   Session session;
   int found = kSuccess;
   const Plan plan = MakePlan(options, &session, &found);
-  if (!plan.refusals.empty()) return Refuse(plan.refusals, "nothing was written");
+  if (!plan.refusals.empty()) {
+    ReportAll(plan.refusals);
+    Report("nothing was written");
+    return kFailed;
+  }
   const int status = CarryOut(options, &session, plan);
   session.Close();
   return found != kSuccess ? found : status;

@@ -65,7 +65,9 @@ std::vector<std::string> ListHostDirectory(const std::string& path) {
 }
 
 std::string JoinPath(const std::string& directory, const std::string& name) {
-  return directory.empty() || directory.back() == '/' ? directory + name : directory + "/" + name;
+  std::string path = directory;
+  if (path.size() > 2 && path.compare(path.size() - 2, 2, "/.") == 0) path.pop_back();
+  return path.empty() || path.back() == '/' ? path + name : path + "/" + name;
 }
 
 std::string BaseName(const std::string& path) {

@@ -312,8 +312,12 @@ int RunPut(const PutOptions& options) {
   if (options.operands.size() < 2) throw UsageFailure("put", "there must be a source and a target");
   Session session;
   const Plan plan = MakePlan(options, &session);
-  for (const Failure& failure : plan.skipped) Report(failure);
-  if (!plan.refusals.empty()) return Refuse(plan.refusals, "nothing was put");
+  ReportAll(plan.skipped);
+  if (!plan.refusals.empty()) {
+    ReportAll(plan.refusals);
+    Report("nothing was put");
+    return kFailed;
+  }
   for (const auto& [source, target] : plan.renamed) Print(source + " -> " + target.Text() + "\n");
   const int status = CarryOut(options, &session, plan);
   session.Close();

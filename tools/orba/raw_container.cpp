@@ -9,10 +9,11 @@
 
 namespace orba::tool {
 
-RawContainer::RawContainer(const std::string& path) : path_(path), lock_(OpenForReading(path == "-" ? "./-" : path)) {
+RawContainer::RawContainer(const std::string& path, Access access)
+    : path_(path), lock_(OpenForReading(path == "-" ? "./-" : path)) {
   // The library locks the same way. A file system without locks has no one to keep out.
-  if (flock(lock_.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-    throw LibraryFailure("cannot read " + path, path, ORB_ERROR_CONTAINER_IN_USE);
+  if (flock(lock_.get(), (access == kWrite ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    throw LibraryFailure("cannot open " + path, path, ORB_ERROR_CONTAINER_IN_USE);
   }
   image_ = inspect::FileImage::Open(path);
   if (image_ == nullptr) throw HostFailure("cannot read " + path, errno);

@@ -1,4 +1,5 @@
-// A container as bytes, for what works without mounting it. While it is open here nobody mounts it. Stands on failure and
+// A container as bytes, for what works without mounting it. While it is open here nobody mounts it, and while one run means
+// to write to it no other reads it. Stands on failure and
 // inspect/.
 #pragma once
 
@@ -12,8 +13,11 @@ namespace orba::tool {
 
 class RawContainer {
  public:
-  // Opens for reading. Throws a Failure where the host refuses or another program has the container open.
-  explicit RawContainer(const std::string& path);
+  enum Access { kRead, kWrite };
+
+  // Throws a Failure where the host refuses or another program has the container open. Writing is left to others; the
+  // access only says who else may have it open meanwhile.
+  explicit RawContainer(const std::string& path, Access access = kRead);
 
   const inspect::Image& image() const { return *image_; }
   const std::string& path() const { return path_; }

@@ -63,6 +63,12 @@ std::uint32_t NextCharacter(const std::string& text, std::size_t* at) {
   return character;
 }
 
+// The end of a long path, for a message.
+std::string Shortened(const std::string& path) {
+  constexpr std::size_t kLongest = 60;
+  return path.size() <= kLongest ? path : "..." + path.substr(path.size() - kLongest);
+}
+
 }  // namespace
 
 std::u16string WideName(const std::string& container) {
@@ -220,11 +226,11 @@ void Session::ExpandBelow(const Address& directory, const Address& pattern, std:
 }
 
 std::vector<Item> Walker::List(const Address& directory) {
-  if (listed_++ > session_->NodeLimit(directory)) {
-    throw LibraryFailure("cannot list " + directory.Text() + ": directories contain each other", directory.container,
-                         ORB_ERROR_DAMAGED_RECORD);
-  }
-  return session_->List(directory);
+  if (listed_++ < session_->NodeLimit(directory) && directory.names.size() <= kDeepest)
+    return session_->List(directory);
+  throw LibraryFailure("cannot list " + Shortened(directory.Text()) +
+                           ": directories contain each other, or lie more than " + std::to_string(kDeepest) + " deep",
+                       directory.container, ORB_ERROR_DAMAGED_RECORD);
 }
 
 // ---- Changing ---------------------------------------------------------------------------------------------------------
