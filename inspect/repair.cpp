@@ -17,9 +17,9 @@ constexpr std::uint32_t kChainHeadOffset = 48;
 // On a container without nodes to look at only the first two can do anything.
 constexpr Pass kFirstPasses[] = {FixHeader, FixLength};
 constexpr Pass kPasses[] = {
-    FixHeader,           FixTable,        FixSlots,    FixBitmap,      ReviveNodes, FixRecords,
-    DropGivenBackBlocks, FixSlotsOutside, Unshare,     FixMaps,        FixRoot,     FixDirectorySizes,
-    RemoveEntries,       FixEntries,      BreakCycles, FixLeakedNodes, FixChain};
+    FixHeader,           FixTable,   FixSlots,        FixBitmap,      ReviveNodes, FixRecords,
+    DropGivenBackBlocks, Unshare,    FixSlotsOutside, FixMaps,        FixRoot,     FixDirectorySizes,
+    RemoveEntries,       FixEntries, BreakCycles,     FixLeakedNodes, FixChain};
 
 // Far more rounds than any damage takes; a guard against passes that undo each other.
 constexpr int kMostRounds = 100;

@@ -231,6 +231,8 @@ void FixDot(RepairWork* work, const NodeInfo& directory, const Entry& entry) {
 void DropGivenBackBlocks(RepairWork* work) {
   for (const NodeInfo& directory : work->model().nodes) {
     if (directory.state != NodeState::kUsed || !directory.directory.lastBlockIsRecord) continue;
+    // Its map blocks must be its own; where they are not, Unshare comes first.
+    if (directory.map.needed > kDirectBlocks && work->report.Count(Kind::kBlockShared) > 0) continue;
     work->Begin("takes the last block out of " + NodeName(*work, directory.number) + ": it was already given back");
     CutNode(work, directory.number, directory.map.needed - 1, directory.record.size - kDirEntrySize);
   }

@@ -105,7 +105,7 @@ bool IsRightEntry(const RepairWork& work, std::uint32_t index) {
   const BlockInfo& owner = work.model().blocks[block];
   const std::uint32_t spoken = IndexOf(work, block);
   if (spoken != kNoIndex) return spoken == index;
-  return owner.use == BlockUse::kNodeBlock && owner.index == index && HasSignature(work, block);
+  return owner.use == BlockUse::kNodeBlock && owner.index == index && !owner.shared && HasSignature(work, block);
 }
 
 // ---- Node records ---------------------------------------------------------------------------------------------------

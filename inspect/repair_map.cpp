@@ -35,6 +35,7 @@ void VisitAll(RepairWork* work, const std::function<bool(const NodeInfo&, const 
 
 struct Owner {
   bool taken = false;
+  bool map = false;  // as block-map block
   bool firstOfDirectory = false;
   std::uint16_t node = 0;
 };
@@ -60,20 +61,56 @@ void CopyBlock(RepairWork* work, const NodeInfo& node, const MapSlot& slot) {
   work->PutWord(slot.offset, work->Take(work->GetBlock(slot.block)));  // no block left: better none than a shared one
 }
 
+// Block numbers of the container up to the first zero, then zeros.
+bool LooksLikeMap(const RepairWork& work, std::uint32_t block) {
+  const std::vector<std::uint8_t> bytes = work.GetBlock(block);
+  bool ended = false;
+  for (std::size_t at = 0; at < bytes.size(); at += 4) {
+    const std::uint32_t slot = Get32(&bytes[at]);
+    ended |= slot == kNoBlock;
+    if (slot != kNoBlock && (ended || !work.geometry().Holds(slot))) return false;
+  }
+  return true;
+}
+
+// One walk over every slot. The first walk settles what block-map blocks share, and nothing else: until then a change to a
+// slot could be a change to somebody's data.
+struct Unsharing {
+  RepairWork* work;
+  bool mapsOnly;
+  std::vector<Owner> owners;
+
+  bool Visit(const NodeInfo& node, const MapSlot& slot);
+  void Separate(const NodeInfo& node, const MapSlot& slot, const Owner& owner);
+};
+
 // True to go down into the block.
-bool UnshareSlot(RepairWork* work, const NodeInfo& node, const MapSlot& slot, std::vector<Owner>* owners) {
+bool Unsharing::Visit(const NodeInfo& node, const MapSlot& slot) {
   if (!work->geometry().Holds(slot.block)) return false;
-  const bool extra = slot.level == MapLevel::kData && slot.index >= node.map.needed;
-  if (extra && work->model().blocks[slot.block].shared) {
-    ClearSlot(work, node, slot, "it lies past the size and is something else's");
+  const bool map = slot.level != MapLevel::kData;
+  const bool shared = work->model().blocks[slot.block].shared;
+  if (map && shared && !LooksLikeMap(*work, slot.block)) {
+    ClearSlot(work, node, slot, "it is something else's, and no block-map block");
     return false;
   }
-  Owner& owner = (*owners)[slot.block];
-  const bool firstOfDirectory = node.IsDirectory() && slot.level == MapLevel::kData && slot.index == 0;
-  if (!owner.taken) {
-    owner = {true, firstOfDirectory, node.number};
+  Owner& owner = owners[slot.block];
+  const bool involvesMap = map || owner.map;
+  const bool strayExtra = !map && shared && slot.index >= node.map.needed;
+  if (!owner.taken && !strayExtra) {
+    owner = {true, map, !map && node.IsDirectory() && slot.index == 0, node.number};
     return true;
   }
+  if (mapsOnly && !involvesMap) return false;
+  if (strayExtra) {
+    ClearSlot(work, node, slot, "it lies past the size and is something else's");
+  } else {
+    Separate(node, slot, owner);
+  }
+  return false;
+}
+
+void Unsharing::Separate(const NodeInfo& node, const MapSlot& slot, const Owner& owner) {
+  const bool firstOfDirectory = node.IsDirectory() && slot.level == MapLevel::kData && slot.index == 0;
   if (owner.node == node.number) {
     ClearSlot(work, node, slot, "it is there already");
   } else if (firstOfDirectory && owner.firstOfDirectory) {
@@ -81,7 +118,6 @@ bool UnshareSlot(RepairWork* work, const NodeInfo& node, const MapSlot& slot, st
   } else {
     CopyBlock(work, node, slot);
   }
-  return false;
 }
 
 // ---- Holes and sizes ------------------------------------------------------------------------------------------------
@@ -231,11 +267,14 @@ void FixSlotsOutside(RepairWork* work) {
 
 void Unshare(RepairWork* work) {
   if (work->report.Count(Kind::kBlockShared) + work->report.Count(Kind::kChainBlockInUse) == 0) return;
-  std::vector<Owner> owners(work->model().blocks.size());
-  for (const std::uint32_t block : work->model().table) {
-    if (work->geometry().Holds(block)) owners[block].taken = true;
+  for (const bool mapsOnly : {true, false}) {
+    Unsharing walk = {work, mapsOnly, std::vector<Owner>(work->model().blocks.size())};
+    for (const std::uint32_t block : work->model().table) {
+      if (work->geometry().Holds(block)) walk.owners[block].taken = true;
+    }
+    VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) { return walk.Visit(node, slot); });
+    if (work->changed) return;
   }
-  VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) { return UnshareSlot(work, node, slot, &owners); });
 }
 
 void FixMaps(RepairWork* work) {

@@ -72,8 +72,8 @@ void FixRecords(RepairWork* work);   // attributes, reserved bytes, files marked
 // repair_directory.cpp
 void DropGivenBackBlocks(RepairWork* work);
 // repair_map.cpp
-void FixSlotsOutside(RepairWork* work);
 void Unshare(RepairWork* work);
+void FixSlotsOutside(RepairWork* work);
 void FixMaps(RepairWork* work);  // holes, missing map blocks, blocks past the size
 // repair_layout.cpp
 void FixRoot(RepairWork* work);  // a root that is lost
