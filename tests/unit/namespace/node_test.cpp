@@ -377,7 +377,7 @@ TEST_F(Node, node_held_over_an_unmount_belongs_to_no_volume) {
 TEST_F(Node, node_held_over_an_unmount_matches_no_lookup_of_a_volume_at_the_same_address) {
   OrbNode* const old = Get(3);
   old->record.size = 4711;
-  DetachNodes(volume_);           // the volume goes ...
+  DetachNodes(volume_);             // the volume goes ...
   volume_->root->volume = volume_;  // ... and another one comes, where it lay
   OrbNode* const fresh = Get(3);
   EXPECT_NE(fresh, old);
