@@ -61,17 +61,11 @@ TEST(Name, rules_accept_the_dots) {
 }
 
 TEST(Name, dots_are_told_from_all_other_names) {
-  EXPECT_TRUE(IsDotName("."));
-  EXPECT_TRUE(IsDotDotName(".."));
   EXPECT_TRUE(IsReservedName("."));
   EXPECT_TRUE(IsReservedName(".."));
   for (const char* name : {"", "A", ".A", "A.", "...", "..A"}) {
-    EXPECT_FALSE(IsDotName(name)) << name;
-    EXPECT_FALSE(IsDotDotName(name)) << name;
     EXPECT_FALSE(IsReservedName(name)) << name;
   }
-  EXPECT_FALSE(IsDotName(".."));
-  EXPECT_FALSE(IsDotDotName("."));
 }
 
 // ---- Case ------------------------------------------------------------------------------------------------------------
