@@ -1,0 +1,145 @@
+#include "inspect/apply.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+
+#include "tests/support/image_builder.h"
+#include "tests/support/repair_harness.h"
+
+namespace orba::inspect {
+namespace {
+
+using testimage::Bytes;
+using testimage::ImageBuilder;
+
+// A container in memory that refuses from the n-th write on.
+struct MemoryTarget : Target {
+  explicit MemoryTarget(Bytes contents) : bytes(std::move(contents)) {}
+
+  Bytes bytes;
+  std::size_t writes = 0;
+  std::size_t refuse = ~std::size_t{0};
+
+  bool Write(std::uint64_t offset, const void* from, std::size_t count) override {
+    if (writes++ >= refuse) return false;
+    bytes.resize(std::max<std::size_t>(bytes.size(), offset + count));
+    std::copy_n(static_cast<const std::uint8_t*>(from), count, bytes.begin() + static_cast<std::ptrdiff_t>(offset));
+    return true;
+  }
+  bool Cut(std::uint64_t size) override {
+    bytes.resize(size);
+    return true;
+  }
+  bool Flush() override { return true; }
+};
+
+// A container whose repair overwrites, appends and overlaps.
+ImageBuilder Damaged() {
+  ImageBuilder image(1024, 32);
+  image.AddFile(1, "A", 3000);
+  image.AddFile(1, "B", 9000);
+  image.Put32(image.MapOffset(3, 1), image.MappedBlock(2, 0));
+  image.Put32(image.MapOffset(3, 2), 0);
+  image.AddNode(0);
+  image.Put16(image.EntryOffset(1, 2), 99);
+  return image;
+}
+
+Plan PlanFor(const Bytes& bytes) { return PlanRepair(MemoryImage(bytes), testimage::kRepairTime); }
+
+TEST(ApplyPlan, allWrites_makeTheContainerClean) {
+  const Bytes before = Damaged().bytes();
+  const Plan plan = PlanFor(before);
+  MemoryTarget target(before);
+  EXPECT_TRUE(ApplyPlan(plan, &target));
+  EXPECT_EQ(target.writes, testimage::WriteCount(plan));
+  const Report report = Check(MemoryImage(target.bytes));
+  EXPECT_TRUE(report.IsClean());
+  EXPECT_FALSE(report.marked);
+}
+
+TEST(ApplyPlan, aWriteFails_stopsThere) {
+  const Bytes before = Damaged().bytes();
+  const Plan plan = PlanFor(before);
+  MemoryTarget target(before);
+  target.refuse = 3;
+  EXPECT_FALSE(ApplyPlan(plan, &target));
+  EXPECT_EQ(target.bytes, testimage::AfterWrites(plan, before, 3));
+}
+
+TEST(Undo, afterEveryNumberOfWrites_givesTheOldBytesBack) {
+  const Bytes before = Damaged().bytes();
+  const Plan plan = PlanFor(before);
+  const Bytes undo = MakeUndo(plan, MemoryImage(before));
+  const std::size_t writes = testimage::WriteCount(plan);
+  ASSERT_GT(testimage::AfterWrites(plan, before, writes).size(), before.size());
+  for (std::size_t done = 0; done <= writes; ++done) {
+    MemoryTarget target(testimage::AfterWrites(plan, before, done));
+    EXPECT_TRUE(ApplyUndo(undo, &target));
+    EXPECT_EQ(target.bytes, before) << done;
+  }
+}
+
+TEST(Undo, itselfStopped_canBeTriedAgain) {
+  const Bytes before = Damaged().bytes();
+  const Plan plan = PlanFor(before);
+  const Bytes undo = MakeUndo(plan, MemoryImage(before));
+  MemoryTarget target(testimage::AfterWrites(plan, before, testimage::WriteCount(plan)));
+  target.refuse = 2;
+  EXPECT_FALSE(ApplyUndo(undo, &target));
+  target.refuse = ~std::size_t{0};
+  EXPECT_TRUE(ApplyUndo(undo, &target));
+  EXPECT_EQ(target.bytes, before);
+}
+
+TEST(Undo, anyByteOfTheFileChangedOrMissing_isRefusedAndNothingWritten) {
+  const Bytes before = Damaged().bytes();
+  const Bytes undo = MakeUndo(PlanFor(before), MemoryImage(before));
+  MemoryTarget target(before);
+  for (std::size_t at = 0; at < undo.size(); at += at < 64 ? 1 : 97) {
+    Bytes bad = undo;
+    bad[at] ^= 0x10;
+    EXPECT_FALSE(ApplyUndo(bad, &target)) << at;
+    EXPECT_FALSE(ApplyUndo(Bytes(undo.begin(), undo.begin() + static_cast<std::ptrdiff_t>(at)), &target)) << at;
+  }
+  EXPECT_EQ(target.writes, 0u);
+}
+
+TEST(Undo, emptyPlan_isAFileThatChangesNothing) {
+  const Bytes before = ImageBuilder(1024, 32).bytes();
+  const Bytes undo = MakeUndo(PlanFor(before), MemoryImage(before));
+  EXPECT_EQ(undo.size(), 28u);
+  MemoryTarget target(before);
+  EXPECT_TRUE(ApplyUndo(undo, &target));
+  EXPECT_EQ(target.bytes, before);
+}
+
+TEST(FileTarget, writesCutsAndMissingFile) {
+  const std::string path = (std::filesystem::temp_directory_path() / "orba_apply_test_container").string();
+  EXPECT_EQ(FileTarget::Open(path), nullptr);
+  std::FILE* file = std::fopen(path.c_str(), "wb");
+  ASSERT_NE(file, nullptr);
+  std::fputs("0123456789", file);
+  std::fclose(file);
+  {
+    const auto target = FileTarget::Open(path);
+    ASSERT_NE(target, nullptr);
+    EXPECT_TRUE(target->Write(8, "abcd", 4));
+    EXPECT_TRUE(target->Write(0, "X", 1));
+    EXPECT_TRUE(target->Flush());
+    EXPECT_TRUE(target->Cut(11));
+  }
+  const auto image = FileImage::Open(path);
+  ASSERT_NE(image, nullptr);
+  char text[12] = {};
+  EXPECT_EQ(image->Size(), 11u);
+  EXPECT_TRUE(image->Read(0, text, 11));
+  EXPECT_STREQ(text, "X1234567abc");
+  std::filesystem::remove(path);
+}
+
+}  // namespace
+}  // namespace orba::inspect
