@@ -41,6 +41,7 @@ if(TARGET orba)
 
   # The prefix follows from where the file lies, so that an installed tree can be moved.
   file(RELATIVE_PATH up_to_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+  string(REGEX REPLACE "/$" "" up_to_prefix "${up_to_prefix}")
   configure_file("${CMAKE_SOURCE_DIR}/cmake/orba.pc.in" "${package_files}/orba.pc" @ONLY)
   install(FILES "${package_files}/orba.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 endif()

@@ -4,10 +4,10 @@ namespace orba::tool {
 
 const std::vector<const Command*>& Commands() {
   static const std::vector<const Command*> commands = {
-      &kFormatCommand, &kInfoCommand,   &kFreeCommand,   &kListCommand,      &kTreeCommand,
-      &kUsageCommand,  &kCatCommand,    &kPutCommand,    &kGetCommand,       &kMakeCommand,
-      &kMoveCommand,   &kCopyCommand,   &kRemoveCommand, &kAttributeCommand, &kTouchCommand,
-      &kCheckCommand,  &kRepairCommand, &kUndoCommand,   &kRecoverCommand,
+      &kFormatCommand,  &kInfoCommand,      &kFreeCommand,  &kListCommand,  &kTreeCommand,   &kUsageCommand,
+      &kCatCommand,     &kPutCommand,       &kGetCommand,   &kMakeCommand,  &kMoveCommand,   &kCopyCommand,
+      &kRemoveCommand,  &kAttributeCommand, &kTouchCommand, &kCheckCommand, &kRepairCommand, &kUndoCommand,
+      &kRecoverCommand, &kDumpCommand,      &kMapCommand,
   };
   return commands;
 }

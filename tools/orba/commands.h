@@ -12,5 +12,6 @@ extern const Command kPutCommand;                                               
 extern const Command kMakeCommand, kRemoveCommand, kAttributeCommand, kTouchCommand;  // change.cpp
 extern const Command kMoveCommand, kCopyCommand;                                      // move.cpp
 extern const Command kCheckCommand, kRepairCommand, kUndoCommand, kRecoverCommand;    // inspection.cpp
+extern const Command kDumpCommand, kMapCommand;                                       // picture.cpp
 
 }  // namespace orba::tool

@@ -114,7 +114,7 @@ bool EndsAllWriting(std::uint32_t code) {
 
 }  // namespace
 
-Failure::Failure(std::string what, std::string why, std::string advice, std::uint32_t code)
+Failure::Failure(std::string what, const std::string& why, const std::string& advice, std::uint32_t code)
     : message_(std::move(what)), code_(code) {
   if (!why.empty()) message_ += ": " + why;
   std::size_t start = 0;

@@ -23,7 +23,7 @@ enum ExitStatus : int {
 class Failure : public std::exception {
  public:
   // `what` is a phrase such as "cannot read card.orb:/A.TXT"; `advice` may be empty.
-  Failure(std::string what, std::string why, std::string advice, std::uint32_t code = 0);
+  Failure(std::string what, const std::string& why, const std::string& advice, std::uint32_t code = 0);
 
   const char* what() const noexcept override { return message_.c_str(); }
 

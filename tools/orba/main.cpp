@@ -88,6 +88,9 @@ int Guarded(int argc, char** argv) {
     Report(failure);
   } catch (const OutputClosed&) {
     // Whoever read the output has seen enough.
+  } catch (const Interrupt& interrupt) {
+    Report("interrupted");
+    DieOf(interrupt);
   } catch (const std::bad_alloc&) {
     Report("there is not enough memory");
   }
@@ -101,8 +104,7 @@ int main(int argc, char** argv) {
   CatchInterrupts();
   try {
     return Guarded(argc, argv);
-  } catch (const Interrupt& interrupt) {
-    Report("interrupted");
-    DieOf(interrupt);
+  } catch (...) {
+    return kFailed;  // without memory even for the message
   }
 }

@@ -59,7 +59,8 @@ Failure TakenTarget(const Address& target, const char* kind, const std::string& 
 
 class Planner {
  public:
-  Planner(const PutOptions& options, Session* session, std::string container) : options_(options), session_(session) {
+  Planner(const PutOptions& options, Session* session, const std::string& container)
+      : options_(options), session_(session) {
     struct stat status = {};
     hasContainer_ = stat(container.c_str(), &status) == 0;
     containerDevice_ = status.st_dev;
@@ -123,7 +124,7 @@ class Planner {
     std::set<std::string> taken;
     for (const auto& [name, item] : siblings->existing) taken.insert(name);
     for (const auto& [name, path] : siblings->planned) taken.insert(name);
-    const std::string name = LegalName(source.name, taken);
+    std::string name = LegalName(source.name, taken);
     siblings->planned.emplace(name, source.path);
     plan_.renamed.emplace_back(source.path, directory.Child(name));
     return name;
@@ -235,8 +236,9 @@ Plan MakePlan(const PutOptions& options, Session* session) {
   }
   std::vector<Source> named;
   for (const std::string& source : sources) {
-    if (source == "-")
+    if (source == "-") {
       throw Failure("cannot put standard input", "it has no name", "name the file: CONTAINER:/PATH/NAME");
+    }
     const std::string name = BaseName(source);
     if (!name.empty()) {
       named.push_back({source, name});

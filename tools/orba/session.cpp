@@ -39,28 +39,31 @@ void Require(OrbBool done, const char* action, const Address& address) {
   if (done == 0) throw LibraryFailure(std::string("cannot ") + action + " " + address.Text(), address.container);
 }
 
-// One character of a UTF-8 text, from `at` on; moves `at` behind it. 0xFFFFFFFF where there is none.
+constexpr std::uint32_t kNoCharacter = 0xFFFFFFFF;
+
+// The bytes of the character of a UTF-8 text that begins with `first`, 0 where none does.
+std::size_t LengthOfCharacter(unsigned char first) {
+  if (first < 0x80) return 1;
+  if (first < 0xC2 || first > 0xF4) return 0;
+  if (first < 0xE0) return 2;
+  return first < 0xF0 ? 3 : 4;
+}
+
+// The character at `*at`, which moves behind it; kNoCharacter where there is none.
 std::uint32_t NextCharacter(const std::string& text, std::size_t* at) {
-  const auto byte = [&text](std::size_t i) {
-    return i < text.size() ? static_cast<std::uint32_t>(static_cast<unsigned char>(text[i])) : 0u;
-  };
-  const std::uint32_t first = byte(*at);
-  const std::size_t length = first < 0x80   ? 1
-                             : first < 0xC2 ? 0
-                             : first < 0xE0 ? 2
-                             : first < 0xF0 ? 3
-                             : first < 0xF5 ? 4
-                                            : 0;
-  if (length == 0) return 0xFFFFFFFF;
+  const auto first = static_cast<unsigned char>(text[*at]);
+  const std::size_t length = LengthOfCharacter(first);
+  if (length == 0 || text.size() - *at < length) return kNoCharacter;
   std::uint32_t character = length == 1 ? first : first & (0x7Fu >> length);
   for (std::size_t i = 1; i < length; ++i) {
-    if ((byte(*at + i) & 0xC0) != 0x80) return 0xFFFFFFFF;
-    character = character << 6 | (byte(*at + i) & 0x3F);
+    const auto byte = static_cast<unsigned char>(text[*at + i]);
+    if ((byte & 0xC0) != 0x80) return kNoCharacter;
+    character = character << 6 | (byte & 0x3F);
   }
-  const bool overlong = (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
-  if (overlong || character > 0x10FFFF || (character >= 0xD800 && character <= 0xDFFF)) return 0xFFFFFFFF;
   *at += length;
-  return character;
+  const bool overlong = (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
+  const bool surrogate = character >= 0xD800 && character <= 0xDFFF;
+  return overlong || surrogate || character > 0x10FFFF ? kNoCharacter : character;
 }
 
 // The end of a long path, for a message.
@@ -77,7 +80,7 @@ std::u16string WideName(const std::string& container) {
   std::u16string wide;
   for (std::size_t at = 0; at < name.size();) {
     std::uint32_t character = NextCharacter(name, &at);
-    if (character == 0xFFFFFFFF) {
+    if (character == kNoCharacter) {
       throw Failure("cannot use \"" + name + "\" as a container", "its name is no UTF-8 text", "rename it");
     }
     if (character >= 0x10000) {
@@ -226,8 +229,8 @@ void Session::ExpandBelow(const Address& directory, const Address& pattern, std:
 }
 
 std::vector<Item> Walker::List(const Address& directory) {
-  if (listed_++ < session_->NodeLimit(directory) && directory.names.size() <= kDeepest)
-    return session_->List(directory);
+  const bool sane = listed_++ < session_->NodeLimit(directory) && directory.names.size() <= kDeepest;
+  if (sane) return session_->List(directory);
   throw LibraryFailure("cannot list " + Shortened(directory.Text()) +
                            ": directories contain each other, or lie more than " + std::to_string(kDeepest) + " deep",
                        directory.container, ORB_ERROR_DAMAGED_RECORD);

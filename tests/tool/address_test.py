@@ -1,0 +1,74 @@
+"""How places inside containers are named on the command line."""
+import unittest
+
+from support import ToolTest
+
+
+class AddressTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.format()
+        self.ok("mkdir", "-p", "card.orb:/LOGS/MAY", "card.orb:/LOGS/JUNE")
+        for name in ("LOGS/DAY1.TXT", "LOGS/DAY2.TXT", "LOGS/DAY.A.TXT", "LOGS/MAY/X.TXT", "LOGS/JUNE/X.TXT"):
+            self.put_text("card.orb:/" + name, name)
+
+    def test_container_alone_is_root(self):
+        self.assertEqual(self.listing("card.orb"), ["LOGS"])
+        self.assertEqual(self.listing("card.orb:"), ["LOGS"])
+        self.assertEqual(self.listing("card.orb:/"), ["LOGS"])
+        self.assertEqual(self.listing("./card.orb"), ["LOGS"])
+
+    def test_path_letter_case_and_dots_make_no_difference(self):
+        self.assertEqual(self.ok("cat", "card.orb:/logs//./may/../day1.txt"), "LOGS/DAY1.TXT")
+
+    def test_container_with_colons_last_colon_slash_separates(self):
+        (self.folder / "dir:").mkdir()
+        self.format("dir:/a:b.orb")
+        self.put_text("dir:/a:b.orb:/X", "inside")
+        self.assertEqual(self.ok("cat", "dir:/a:b.orb:/X"), "inside")
+        self.assertEqual(self.listing("dir:/a:b.orb:/"), ["X"])
+        self.assertIn("state             clean", self.ok("info", "dir:/a:b.orb"))
+
+    def test_container_with_brackets_spaces_and_dash_is_taken_whole(self):
+        for name in ("[a,b]", "my card.orb", "-x.orb", "??MEM??", "Karte-ä-€-𝄞.orb"):
+            self.ok("format", "--", name)
+            self.ok("mkdir", "--", name + ":/D")
+            self.assertEqual(self.ok("ls", "--", name), "D\n")
+        self.assertIn("??MEM??", self.host_names())
+
+    def test_path_without_slash_is_explained(self):
+        message = self.fails(1, "ls", "card.orb:LOGS")
+        self.assertIn("there is no such container (ORB_ERROR_FILE_NOT_FOUND, 0x30000013)", message)
+        self.assertIn('begins with "/": card.orb:/LOGS', message)
+
+    def test_empty_container_name_is_refused(self):
+        self.assertIn("names no container", self.fails(1, "ls", ":/LOGS"))
+
+    def test_empty_argument_is_usage(self):
+        self.assertIn("an argument is empty", self.fails(16, "ls", ""))
+
+    def test_container_name_that_is_no_utf8_is_refused(self):
+        message = self.fails(1, "ls", b"\xff.orb".decode(errors="surrogateescape"))
+        self.assertIn("its name is no UTF-8 text", message)
+
+    def test_wildcards_star_matches_across_dots(self):
+        self.assertEqual(self.ok("cat", "card.orb:/LOGS/DAY*.TXT"), "LOGS/DAY.A.TXTLOGS/DAY1.TXTLOGS/DAY2.TXT")
+
+    def test_wildcards_question_mark_is_one_character(self):
+        self.assertEqual(self.ok("cat", "card.orb:/LOGS/day?.txt"), "LOGS/DAY1.TXTLOGS/DAY2.TXT")
+
+    def test_wildcards_in_directories_match_too(self):
+        self.assertEqual(self.ok("cat", "card.orb:/L*/J*/X.TXT"), "LOGS/JUNE/X.TXT")
+        self.assertEqual(self.ok("cat", "card.orb:/*/*/?.TXT"), "LOGS/JUNE/X.TXTLOGS/MAY/X.TXT")
+
+    def test_wildcards_without_a_match_are_a_failure(self):
+        message = self.fails(1, "cat", "card.orb:/LOGS/*.DAT")
+        self.assertIn("cannot read card.orb:/LOGS/*.DAT: nothing matches (ORB_ERROR_NO_MORE_ENTRIES, 0x10000001)", message)
+
+    def test_wildcards_in_a_target_are_refused(self):
+        self.assertIn('it holds "*"', self.fails(1, "mkdir", "card.orb:/A*"))
+        self.assertIn('it holds "?"', self.fails(1, "cp", "card.orb:/LOGS/DAY1.TXT", "card.orb:/A?"))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,254 @@
+"""check, repair, undo and recover: containers that are damaged, marked or no containers."""
+import fcntl
+import json
+import os
+import unittest
+
+from support import BLOCK_1, NODE_SIZE, ToolTest
+
+FIRST_DIRECT = 32  # in a node: the number of its first block
+
+
+class DamageTest(ToolTest):
+    """A container with LOGS (node 2) that holds DAY1.TXT (node 3), and X (node 4) beside it."""
+
+    def setUp(self):
+        super().setUp()
+        self.format()
+        self.ok("mkdir", "card.orb:/LOGS")
+        self.put_text("card.orb:/LOGS/DAY1.TXT", "one" * 2000)
+        self.put_text("card.orb:/X", "x")
+
+    def lose_logs(self):
+        """LOGS leads nowhere: its entry in the root names a free node."""
+        self.patch("card.orb", self.read("card.orb").index(b"\x02\x00LOGS\0"), b"\x63\x00")
+
+    def cut_first_block(self, node):
+        """A block number beyond the container's end."""
+        self.patch("card.orb", BLOCK_1 + (node - 1) * NODE_SIZE + FIRST_DIRECT, b"\xff\xff\0\0")
+
+    def check(self, *options):
+        return self.orba("check", *options, "card.orb")
+
+
+class CheckTest(DamageTest):
+    def test_check_of_a_clean_container_exits_0(self):
+        result = self.check()
+        self.assertEqual((result.status, result.err), (0, ""))
+        self.assertEqual(result.out.splitlines()[-1],
+                         "clean: 0 damages, 0 half-made operations, 0 leaks, 0 notes")
+
+    def test_check_of_a_marked_container_exits_4_and_points_to_repair(self):
+        self.mark_dirty()
+        result = self.check()
+        self.assertEqual((result.status, result.err), (4, ""))
+        self.assertEqual(result.out.splitlines()[-2:],
+                         ["clean, marked as being updated: 0 damages, 0 half-made operations, 0 leaks, 0 notes",
+                          "repair it with: orba repair card.orb"])
+
+    def test_check_of_damage_exits_4_and_names_kind_and_place(self):
+        self.cut_first_block(4)
+        result = self.check()
+        self.assertEqual((result.status, result.err), (4, ""))
+        self.assertRegex(result.out, r"(?m)^damage +map-outside at /X, node 4, block 65535, byte 2272: ")
+        self.assertIn("repair it with: orba repair card.orb\n", result.out)
+
+    def test_check_changes_nothing(self):
+        self.cut_first_block(4)
+        self.mark_dirty()
+        before = self.read("card.orb")
+        self.check()
+        self.check("--json")
+        self.orba("repair", "--dry-run", "card.orb")
+        self.orba("info", "card.orb")
+        self.assertEqual(self.read("card.orb"), before)
+
+    def test_check_json_is_valid_and_tells_the_same(self):
+        clean = json.loads(self.ok("check", "--json", "card.orb"))
+        self.assertEqual((clean["verdict"], clean["marked"], clean["readable"], clean["findings"]),
+                         ("clean", False, True, []))
+        self.assertEqual((clean["files"], clean["directories"], clean["fileBytes"]), (2, 2, 6001))
+        self.cut_first_block(4)
+        self.mark_dirty()
+        result = self.check("--json")
+        self.assertEqual(result.status, 4)
+        damaged = json.loads(result.out)
+        self.assertEqual((damaged["verdict"], damaged["marked"]), ("damaged", True))
+        finding = next(finding for finding in damaged["findings"] if finding["kind"] == "map-outside")
+        self.assertEqual((finding["severity"], finding["path"], finding["node"], finding["block"], finding["offset"]),
+                         ("damage", "/X", 4, 65535, 2272))
+
+    def test_check_json_of_damaged_names_is_valid(self):
+        self.patch("card.orb", self.read("card.orb").index(b"DAY1.TXT\0"), b"\x1b\"\\\xff\x00")
+        result = self.check("--json")
+        self.assertEqual(result.status, 4)
+        self.assertIn("name-illegal", [finding["kind"] for finding in json.loads(result.out)["findings"]])
+        self.assertNotIn("\x1b", self.check().out)
+
+    def test_check_of_several_combines_the_statuses(self):
+        self.format("new.orb")
+        self.mark_dirty()
+        result = self.orba("check", "new.orb", "card.orb", "none.orb")
+        self.assertEqual(result.status, 4 | 8)
+        self.assertIn("new.orb:\n", result.out)
+        self.assertIn("card.orb:\n", result.out)
+        self.assertIn("orba: cannot read none.orb: No such file or directory (ENOENT, 2)\n", result.err)
+        result = self.orba("check", "--json", "new.orb", "card.orb")
+        self.assertEqual([json.loads(line)["marked"] for line in result.out.splitlines()], [False, True])
+
+    def test_check_quiet_prints_nothing(self):
+        self.assertEqual(self.ok("check", "-q", "card.orb"), "")
+        self.mark_dirty()
+        result = self.check("--quiet")
+        self.assertEqual((result.status, result.out, result.err), (4, "", ""))
+
+    def test_check_of_what_is_no_container_exits_8(self):
+        self.write("text.txt", b"no container")
+        self.assertEqual(self.orba("check", "text.txt").status, 8)
+        self.write("empty")
+        self.assertEqual(self.orba("check", "empty").status, 8)
+        self.fails(8, "check", "none")
+        self.fails(8, "check", ".")
+
+    def test_check_of_a_container_that_is_open_elsewhere_exits_8(self):
+        with open(self.path("card.orb"), "rb") as container:
+            fcntl.flock(container, fcntl.LOCK_EX)
+            for command in ("check", "repair"):
+                self.assertIn("ORB_ERROR_CONTAINER_IN_USE, 0x30000008", self.fails(8, command, "card.orb"))
+
+
+class RepairTest(DamageTest):
+    def test_repair_of_a_clean_container_exits_0_and_changes_nothing(self):
+        before = self.read("card.orb")
+        self.assertEqual(self.ok("repair", "card.orb"), "clean: nothing to repair\n")
+        self.assertEqual(self.read("card.orb"), before)
+
+    def test_repair_of_a_marked_container_makes_it_mountable(self):
+        self.mark_dirty()
+        result = self.orba("repair", "card.orb")
+        self.assertEqual((result.status, result.err), (1, ""))
+        self.assertRegex(result.out, r"^1\. .*mark.*\nrepaired\n$")
+        self.assert_clean()
+        self.assertEqual(self.listing(), ["LOGS", "X"])
+
+    def test_repair_dry_run_shows_the_plan_exits_4_and_changes_nothing(self):
+        self.cut_first_block(4)
+        before = self.read("card.orb")
+        planned = self.orba("repair", "--dry-run", "card.orb")
+        self.assertEqual((planned.status, planned.err), (4, ""))
+        self.assertEqual(self.read("card.orb"), before)
+        done = self.orba("repair", "card.orb")
+        self.assertEqual((done.status, done.out), (1, planned.out + "repaired\n"))
+
+    def test_repair_keeps_data_that_lost_its_name(self):
+        self.lose_logs()
+        result = self.orba("repair", "card.orb")
+        self.assertEqual((result.status, result.err), (1, ""), result)
+        self.assert_clean()
+        found = self.ok("ls", "-R", "card.orb")
+        self.assertIn("card.orb:/LOST.FND", found)
+        self.assertEqual(self.ok("cat", "card.orb:/LOST.FND/NODE*/DAY1.TXT"), "one" * 2000)
+        self.assertEqual(self.ok("cat", "card.orb:/X"), "x")
+
+    def test_repair_twice_finds_nothing_the_second_time(self):
+        self.lose_logs()
+        self.cut_first_block(4)
+        self.assertEqual(self.orba("repair", "card.orb").status, 1)
+        self.assertEqual(self.orba("repair", "card.orb").status, 0)
+
+    def test_repair_quiet_prints_nothing(self):
+        self.mark_dirty()
+        result = self.orba("repair", "-q", "card.orb")
+        self.assertEqual((result.status, result.out, result.err), (1, "", ""))
+
+    def test_repair_of_what_is_no_container_exits_8_and_changes_nothing(self):
+        self.write("text.txt", b"no container")
+        message = self.fails(8, "repair", "text.txt")
+        self.assertIn("cannot repair text.txt: ", message)
+        self.assertEqual(self.read("text.txt"), b"no container")
+        self.fails(8, "repair", "none")
+
+
+class UndoTest(DamageTest):
+    def setUp(self):
+        super().setUp()
+        self.lose_logs()
+        self.mark_dirty()
+        self.damaged = self.read("card.orb")
+        self.assertEqual(self.orba("repair", "--undo", "card.undo", "card.orb").status, 1)
+        self.assert_clean()
+
+    def test_undo_puts_every_byte_back(self):
+        self.assertEqual(self.ok("undo", "card.orb", "card.undo"), "")
+        self.assertEqual(self.read("card.orb"), self.damaged)
+
+    def test_undo_can_be_repaired_again(self):
+        self.ok("undo", "card.orb", "card.undo")
+        self.assertEqual(self.orba("repair", "card.orb").status, 1)
+        self.assert_clean()
+
+    def test_repair_does_not_overwrite_an_undo_file(self):
+        self.mark_dirty()
+        before = self.read("card.orb")
+        result = self.orba("repair", "--undo", "card.undo", "card.orb")
+        self.assertEqual(result.status, 8)
+        self.assertIn("cannot write the undo file card.undo: File exists (EEXIST, 17)", result.err)
+        self.assertEqual(self.read("card.orb"), before)
+
+    def test_undo_file_of_another_container_is_refused(self):
+        self.format("other.orb")
+        self.put_text("other.orb:/SOMETHING", "else" * 5000)
+        before = self.read("other.orb")
+        message = self.fails(1, "undo", "other.orb", "card.undo")
+        self.assertIn("card.undo is of another container", message)
+        self.assertIn("--force", message)
+        self.assertEqual(self.read("other.orb"), before)
+
+    def test_undo_of_what_is_no_undo_file_is_refused(self):
+        self.write("bad.undo", b"nonsense")
+        contents = bytearray(self.read("card.undo"))
+        contents[30] ^= 1
+        self.write("damaged.undo", bytes(contents))
+        before = self.read("card.orb")
+        for name in ("bad.undo", "damaged.undo"):
+            self.assertIn(f"{name} is no undo file, or damaged", self.fails(1, "undo", "card.orb", name))
+            self.assertIn(f"{name} is no undo file, or damaged", self.fails(1, "undo", "-f", "card.orb", name))
+        self.assertIn("No such file or directory", self.fails(1, "undo", "card.orb", "none"))
+        self.assertEqual(self.read("card.orb"), before)
+
+
+class RecoverTest(DamageTest):
+    def test_recover_copies_what_is_there_with_names_and_times(self):
+        self.set_time(3, (2001, 2, 3, 4, 5, 6))
+        self.mark_dirty()
+        before = self.read("card.orb")
+        out = self.ok("recover", "card.orb", "out")
+        self.assertTrue(out.endswith("2 files with 6001 bytes and 1 directories copied to out\n"), out)
+        self.assertEqual(self.contents("out"), {"LOGS": None, "LOGS/DAY1.TXT": b"one" * 2000, "X": b"x"})
+        self.assertEqual(int(os.stat(self.path("out/LOGS/DAY1.TXT")).st_mtime), 981173106)
+        self.assertEqual(self.read("card.orb"), before)
+
+    def test_recover_says_what_it_set_right_and_finds_what_lost_its_name(self):
+        self.lose_logs()
+        before = self.read("card.orb")
+        out = self.ok("recover", "card.orb", "out")
+        self.assertIn("set right in the copies: ", out)
+        texts = [contents for name, contents in self.contents("out").items() if name.startswith("LOST.FND/")]
+        self.assertIn(b"one" * 2000, texts)
+        self.assertEqual(self.read("card.orb"), before)
+
+    def test_recover_overwrites_nothing(self):
+        self.write("out/X", b"mine")
+        result = self.orba("recover", "card.orb", "out")
+        self.assertEqual(result.status, 1)
+        self.assertIn("orba: cannot recover /X: out/X is there already\n", result.err)
+        self.assertEqual(self.contents("out"), {"LOGS": None, "LOGS/DAY1.TXT": b"one" * 2000, "X": b"mine"})
+
+    def test_recover_of_what_is_no_container_fails(self):
+        self.write("text.txt", b"no container")
+        self.assertIn("cannot recover text.txt: ", self.fails(1, "recover", "text.txt", "out"))
+        self.assertEqual(self.host_names(), ["card.orb", "text.txt"])
+
+
+if __name__ == "__main__":
+    unittest.main()

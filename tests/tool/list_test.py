@@ -1,0 +1,244 @@
+"""ls, tree, du, df and info: what they print, piped."""
+import re
+import resource
+import unittest
+
+from support import ToolTest
+
+
+class ListTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.format()
+        self.ok("mkdir", "-p", "card.orb:/LOGS/MAY")
+        self.put_text("card.orb:/LOGS/DAY1.TXT", "x" * 5000)
+        self.put_text("card.orb:/LOGS/A", "")
+        self.put_text("card.orb:/README", "hello")
+
+    def test_ls_piped_prints_a_sorted_name_on_each_line(self):
+        self.assertEqual(self.ok("ls", "card.orb:/LOGS"), "A\nDAY1.TXT\nMAY\n")
+
+    def test_ls_of_a_file_prints_its_name(self):
+        self.assertEqual(self.ok("ls", "card.orb:/logs/day1.txt"), "DAY1.TXT\n")
+
+    def test_ls_of_several_heads_directories_and_names_files_in_full(self):
+        self.assertEqual(self.ok("ls", "card.orb:/README", "card.orb:/LOGS/MAY", "card.orb:/LOGS"),
+                         "card.orb:/README\n\ncard.orb:/LOGS/MAY:\n\ncard.orb:/LOGS:\nA\nDAY1.TXT\nMAY\n")
+
+    def test_ls_long_prints_attributes_size_time_and_name(self):
+        # Nodes are numbered in the order of their making: the root, LOGS, MAY, DAY1.TXT, A, README.
+        for node in range(1, 7):
+            self.set_time(node, (2024, 5, 17, 8, 30, node))
+        self.ok("attrib", "+ru", "card.orb:/LOGS/A")
+        self.assertEqual(self.ok("ls", "-l", "card.orb:/LOGS"),
+                         "-r-u     0  2024-05-17 08:30:05  A\n"
+                         "----  5000  2024-05-17 08:30:04  DAY1.TXT\n"
+                         "d---    64  2024-05-17 08:30:03  MAY\n")
+        self.assertEqual(self.ok("ls", "-ld", "card.orb"), "d-su  128  2024-05-17 08:30:01  card.orb:/\n")
+        self.assertEqual(self.ok("ls", "-lh", "card.orb:/LOGS/DAY1.TXT"), "----  4.9K  2024-05-17 08:30:04  DAY1.TXT\n")
+
+    def test_ls_recursive_lists_every_directory_under_its_name(self):
+        self.assertEqual(self.ok("ls", "-R", "card.orb"),
+                         "card.orb:/:\nLOGS\nREADME\n\ncard.orb:/LOGS:\nA\nDAY1.TXT\nMAY\n\ncard.orb:/LOGS/MAY:\n")
+
+    def test_ls_of_an_empty_directory_prints_nothing(self):
+        self.assertEqual(self.ok("ls", "card.orb:/LOGS/MAY"), "")
+
+    def test_ls_of_a_missing_name_fails_others_are_listed(self):
+        result = self.orba("ls", "card.orb:/NONE", "card.orb:/README")
+        self.assertEqual((result.status, result.out), (1, "card.orb:/README\n"))
+        self.assertEqual(result.err, "orba: cannot list card.orb:/NONE: there is no such file or directory "
+                                     "(ORB_ERROR_FILE_NOT_FOUND, 0x30000013)\n"
+                                     "      check the name; orba ls lists what a container holds\n")
+
+    def test_ls_of_a_file_as_a_directory_fails(self):
+        self.assertIn("cannot list card.orb:/README/: it is not a directory (ORB_ERROR_NOT_A_DIRECTORY, 0x3000001E)",
+                      self.fails(1, "ls", "card.orb:/README/"))
+
+    def test_ls_of_a_missing_container_points_to_format(self):
+        self.assertEqual(self.fails(1, "ls", "none.orb"),
+                         "orba: cannot open none.orb: there is no such container "
+                         "(ORB_ERROR_FILE_NOT_FOUND, 0x30000013)\n"
+                         "      check the name, or make a container with: orba format none.orb\n")
+
+    def test_ls_of_what_is_no_container_points_to_check_and_repair(self):
+        self.write("text.txt", b"no container " * 1000)
+        message = self.fails(1, "ls", "text.txt")
+        self.assertIn("cannot open text.txt: it is no container, or its header is damaged "
+                      "(ORB_ERROR_DAMAGED_VOLUME, 0x3000000A)", message)
+        self.assertIn("orba check text.txt", message)
+        self.assertIn("orba repair text.txt", message)
+
+    def test_ls_of_another_version_points_to_the_header(self):
+        self.patch("card.orb", 4, b"2.0 ")
+        message = self.fails(1, "ls", "card.orb")
+        self.assertIn("the container's format version is not 1.0 (ORB_ERROR_WRONG_VERSION, 0x30000009)", message)
+        self.assertIn("orba dump card.orb header", message)
+
+    def test_ls_of_directories_that_contain_each_other_ends(self):
+        with open(self.path("card.orb"), "rb") as container:
+            contents = container.read()
+        # The entry MAY of LOGS (node 3) now leads to LOGS (node 2).
+        self.patch("card.orb", contents.index(b"\x03\x00MAY\0"), b"\x02\x00")
+        result = self.orba("ls", "-R", "card.orb")
+        self.assertEqual(result.status, 1)
+        self.assertIn("directories contain each other", result.err)
+        self.assertIn("ORB_ERROR_DAMAGED_RECORD, 0x3000000B", result.err)
+
+    def test_every_command_that_mounts_refuses_a_marked_container_and_points_to_repair(self):
+        self.mark_dirty()
+        self.write("x")
+        before = self.read("card.orb")
+        for arguments in (["ls", "card.orb"], ["tree", "card.orb"], ["du", "card.orb"], ["cat", "card.orb:/README"],
+                          ["get", "card.orb"], ["put", "x", "card.orb"], ["mkdir", "card.orb:/D"],
+                          ["mv", "card.orb:/README", "card.orb:/X"], ["cp", "card.orb:/README", "card.orb:/X"],
+                          ["rm", "-rf", "card.orb:/README"], ["attrib", "card.orb:/README"],
+                          ["touch", "card.orb:/X"]):
+            result = self.orba(*arguments)
+            self.assertEqual(result.status, 1, result)
+            self.assertIn("orba: cannot open card.orb: an update of the container was interrupted "
+                          "(ORB_ERROR_NOT_CLEAN, 0x3000000C)\n"
+                          "      see what is left to do with: orba check card.orb\n"
+                          "      make it mountable again with: orba repair card.orb\n", result.err)
+        self.assertEqual(self.read("card.orb"), before)
+        self.assertEqual(self.host_names(), ["card.orb", "x"])
+
+
+class TreeTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.format()
+        self.ok("mkdir", "-p", "card.orb:/A/B", "card.orb:/C")
+        for name in ("A/B/X", "A/Y", "Z"):
+            self.put_text("card.orb:/" + name)
+
+    def test_tree_draws_branches_and_counts(self):
+        self.assertEqual(self.ok("tree", "card.orb"),
+                         "card.orb:/\n├── A\n│   ├── B\n│   │   └── X\n│   └── Y\n├── C\n└── Z\n"
+                         "\n3 directories, 3 files\n")
+
+    def test_tree_in_a_plain_locale_draws_in_ascii(self):
+        self.assertEqual(self.ok("tree", "card.orb:/A", environment={"LC_ALL": "C"}),
+                         "card.orb:/A\n|-- B\n|   `-- X\n`-- Y\n\n1 directory, 2 files\n")
+
+    def test_tree_levels_limit_the_depth(self):
+        self.assertEqual(self.ok("tree", "-L", "1", "card.orb"),
+                         "card.orb:/\n├── A\n├── C\n└── Z\n\n2 directories, 1 file\n")
+
+
+class SpaceTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.format("card.orb", "--block-size", "1024", "--bitmap-bytes", "16")
+        self.ok("mkdir", "card.orb:/D")
+        # 6 blocks fit into a node; 256 more take one map block; the next ones two further.
+        for blocks in (0, 1, 6, 7, 262, 263):
+            self.put_text(f"card.orb:/D/F{blocks}", "x" * (1024 * blocks))
+
+    def test_du_counts_blocks_and_their_maps(self):
+        self.assertEqual(self.ok("du", "-a", "card.orb:/D"),
+                         "0\tcard.orb:/D/F0\n1\tcard.orb:/D/F1\n263\tcard.orb:/D/F262\n266\tcard.orb:/D/F263\n"
+                         "6\tcard.orb:/D/F6\n8\tcard.orb:/D/F7\n545\tcard.orb:/D\n")
+        self.assertEqual(self.ok("du", "card.orb"), "545\tcard.orb:/D\n546\tcard.orb:/\n")
+        self.assertEqual(self.ok("du", "-s", "card.orb"), "546\tcard.orb:/\n")
+        self.assertEqual(self.ok("du", "-sb", "card.orb"), f"{539 * 1024}\tcard.orb:/\n")
+        self.assertEqual(self.ok("du", "-sh", "card.orb"), "546K\tcard.orb:/\n")
+
+    def test_du_agrees_with_the_blocks_that_a_check_counts(self):
+        used = int(self.ok("du", "-s", "card.orb").split("\t")[0])
+        info = self.ok("info", "card.orb")
+        self.assertIn(f"  in use          {used + 1}: 539 for files, 2 for directories, 1 for nodes, 5 for block maps",
+                      info)
+
+    def test_info_of_a_new_container(self):
+        self.format("new.orb")
+        self.assertEqual(self.ok("info", "new.orb"), """\
+container         new.orb
+size              10240 bytes (10K)
+block size        4096 bytes
+node bitmap       1024 bytes
+nodes             8192, 8191 of them free
+files             0 with 0 bytes
+directories       1, the root included
+blocks            2
+  in use          2: 0 for files, 1 for directories, 1 for nodes, 0 for block maps
+  free            0 (0)
+  leaked          0
+appendable blocks 524285 (2.0G)
+update mark       not set
+state             clean
+""")
+
+    def test_info_works_on_a_marked_container_and_says_so(self):
+        self.mark_dirty()
+        info = self.ok("info", "card.orb")
+        self.assertIn("update mark       set: it will not mount before it is repaired\n", info)
+        self.assertIn("state             an update was interrupted, without damage\n", info)
+
+    def test_info_of_several_containers(self):
+        self.format("new.orb")
+        self.assertEqual(re.findall(r"^container +(.*)$", self.ok("info", "new.orb", "card.orb"), re.MULTILINE),
+                         ["new.orb", "card.orb"])
+
+    def test_info_of_what_is_no_container_fails(self):
+        self.write("text.txt", b"text")
+        self.assertIn("cannot make out text.txt: it is no container, or its header is damaged "
+                      "(ORB_ERROR_DAMAGED_VOLUME, 0x3000000A)", self.fails(1, "info", "text.txt"))
+        self.assertIn("cannot read none: No such file or directory (ENOENT, 2)", self.fails(1, "info", "none"))
+        self.assertIn("cannot read .: it is no ordinary file", self.fails(1, "info", "."))
+
+    def test_df_prints_a_line_for_each_container(self):
+        self.ok("rm", "card.orb:/D/F262")
+        self.format("new.orb", "--nodes", "100")
+        rows = [line.split() for line in self.ok("df", "card.orb", "new.orb").splitlines()]
+        self.assertEqual(rows[0], "Container Size K Used K Free K Growth K Nodes Free State".split())
+        # 1 KiB and 16 bytes before the blocks; 547 of those, 263 of them free since the removal.
+        self.assertEqual(rows[1][:4], ["card.orb", "549", "286", "263"])
+        self.assertEqual(rows[1][5:], ["128", "121", "clean"])
+        # The number of nodes comes in steps of eight.
+        self.assertEqual(rows[2][:4] + rows[2][5:], ["new.orb", "10", "10", "0", "104", "103", "clean"])
+
+    def test_df_growth_is_bounded_by_the_disk(self):
+        growth = int(self.ok("df", "card.orb").splitlines()[1].split()[4])
+        self.assertLess(growth, 2 << 20)
+        self.assertGreater(growth, 0)
+
+
+class FormatTest(ToolTest):
+    def test_format_makes_the_container_it_is_told(self):
+        self.assertEqual(self.ok("format", "-b", "8192", "-n", "57", "card.orb"), "")
+        info = self.ok("info", "card.orb")
+        self.assertIn("block size        8192 bytes\nnode bitmap       8 bytes\n", info)
+        self.assertIn("nodes             64, 63 of them free\n", info)
+        self.assertEqual(len(self.read("card.orb")), 1024 + 8 + 2 * 8192)
+        self.assert_clean()
+
+    def test_format_largest_number_of_nodes(self):
+        for size, nodes in ((1024, 3584), (2048, 7168), (4096, 14336), (8192, 28672)):
+            self.ok("format", "-b", size, "-n", nodes, f"{size}.orb")
+            self.assertIn(f"nodes             {nodes}, {nodes - 1} of them free\n", self.ok("info", f"{size}.orb"))
+            self.assertIn(f"hold at most {nodes} files", self.fails(16, "format", "-b", size, "-n", nodes + 1, "x"))
+
+    def test_format_overwrites_nothing(self):
+        self.write("mine", b"mine")
+        message = self.fails(1, "format", "mine")
+        self.assertEqual(message, "orba: cannot make the container mine: a file of this name exists "
+                                  "(ORB_ERROR_FILE_EXISTS, 0x30000015)\n"
+                                  "      format overwrites nothing: use another name, or remove the file first\n")
+        self.assertEqual(self.read("mine"), b"mine")
+
+    def test_format_in_a_missing_folder_fails(self):
+        self.assertIn("its folder is missing (ORB_ERROR_PATH_NOT_FOUND, 0x30000014)",
+                      self.fails(1, "format", "none/card.orb"))
+
+    def test_format_on_a_full_disk_leaves_nothing(self):
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (5000, 5000))
+
+        self.assertIn("ORB_ERROR_DISK_FULL, 0x3000001A",
+                      self.fails(1, "format", "card.orb", preexec_fn=limit, restore_signals=False))
+        self.assertEqual(self.host_names(), [])
+
+
+if __name__ == "__main__":
+    unittest.main()

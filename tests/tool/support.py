@@ -1,0 +1,158 @@
+"""Runs the real orba in a scratch folder, piped or on a terminal, and makes the containers and trees to run it on."""
+import fcntl
+import os
+import pathlib
+import pty
+import random
+import shutil
+import struct
+import subprocess
+import tempfile
+import termios
+import unittest
+
+ORBA = os.environ["ORBA"]  # the program under test
+LIMIT = 240  # seconds after which a run counts as hanging
+
+# Where things lie in a container that was formatted without options (block size 4096, bitmap 1024 bytes).
+STATE_FLAGS = 52
+BLOCK_1 = 2048  # the first node block
+NODE_SIZE = 64
+NODE_TIME = 8
+
+
+class Result:
+    def __init__(self, status, out, err):
+        self.status = status
+        self.raw = out
+        self.out = out.decode(errors="surrogateescape")
+        self.err = err.decode(errors="surrogateescape")
+
+    def __repr__(self):
+        return f"status {self.status}\n--- out\n{self.out}\n--- err\n{self.err}"
+
+
+class ToolTest(unittest.TestCase):
+    """Each test has an empty folder of its own as current directory of all it runs."""
+
+    def setUp(self):
+        self.maxDiff = None
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="orba-tool-", dir=os.environ.get("ORBA_SCRATCH")))
+        self.addCleanup(shutil.rmtree, self.folder)
+
+    def environment(self, changes=None):
+        environment = {name: value for name, value in os.environ.items() if name not in ("NO_COLOR", "COLUMNS")}
+        environment.update({"LC_ALL": "C.UTF-8", "TERM": "xterm", "TZ": "UTC+5"})
+        environment.update(changes or {})
+        return environment
+
+    def orba(self, *arguments, stdin=b"", environment=None, **options):
+        """One run, piped."""
+        done = subprocess.run([ORBA, *map(str, arguments)], input=stdin, capture_output=True, cwd=self.folder,
+                              env=self.environment(environment), timeout=LIMIT, check=False, **options)
+        return Result(done.returncode, done.stdout, done.stderr)
+
+    def ok(self, *arguments, **options):
+        """One run that must succeed without a word on standard error; its standard output."""
+        result = self.orba(*arguments, **options)
+        self.assertEqual((result.status, result.err), (0, ""), result)
+        return result.out
+
+    def fails(self, status, *arguments, **options):
+        """One run that must end with `status` and a message, and print nothing else; the message."""
+        result = self.orba(*arguments, **options)
+        self.assertEqual(result.status, status, result)
+        self.assertEqual(result.out, "", result)
+        self.assertTrue(result.err.startswith("orba: "), result)
+        return result.err
+
+    def on_terminal(self, *arguments, columns=80, environment=None):
+        """One run with standard output and error on a terminal; what arrives there is both `out` and `err`."""
+        master, slave = pty.openpty()
+        fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
+        attributes = termios.tcgetattr(slave)
+        attributes[1] &= ~termios.OPOST  # line ends arrive as they were written
+        termios.tcsetattr(slave, termios.TCSANOW, attributes)
+        process = subprocess.Popen([ORBA, *map(str, arguments)], stdin=slave, stdout=slave, stderr=slave,
+                                   cwd=self.folder, env=self.environment(environment))
+        os.close(slave)
+        seen = b""
+        while True:
+            try:
+                part = os.read(master, 65536)
+            except OSError:  # how a terminal ends
+                break
+            if not part:
+                break
+            seen += part
+        os.close(master)
+        return Result(process.wait(LIMIT), seen, seen)
+
+    # ---- the host's side
+
+    def path(self, name):
+        return self.folder / name
+
+    def write(self, name, contents=b""):
+        path = self.path(name)
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(contents)
+        return path
+
+    def read(self, name):
+        return self.path(name).read_bytes()
+
+    def host_names(self, name="."):
+        return sorted(entry.name for entry in self.path(name).iterdir())
+
+    def make_tree(self, name, directories, files_each, seed):
+        """A tree of binary files of all sizes around the block size; directories lie up to four deep."""
+        chance = random.Random(seed)
+        paths = [pathlib.PurePath(name)]
+        sizes = [0, 1, 511, 1024, 4095, 4096, 4097, 9000, 30000]
+        count = 0
+        for number in range(directories):
+            parents = [path for path in paths if len(path.parts) < 5]
+            paths.append(chance.choice(parents) / f"DIR-{number}")
+        for path in paths:
+            for number in range(files_each):
+                self.write(path / f"FILE{number:03}.BIN", chance.randbytes(chance.choice(sizes)))
+                count += 1
+        for path in paths:
+            self.path(path).mkdir(parents=True, exist_ok=True)
+        return count
+
+    def contents(self, name):
+        """All of a host tree: the bytes of each file, None for a directory, by path."""
+        root = self.path(name)
+        return {path.relative_to(root).as_posix(): None if path.is_dir() else path.read_bytes()
+                for path in root.rglob("*")}
+
+    # ---- the container's side
+
+    def format(self, name="card.orb", *options):
+        self.ok("format", *options, name)
+        return name
+
+    def put_text(self, address, text="text"):
+        self.ok("put", "-", address, stdin=text.encode())
+
+    def patch(self, name, offset, contents):
+        with open(self.path(name), "r+b") as container:
+            container.seek(offset)
+            container.write(contents)
+
+    def mark_dirty(self, name="card.orb"):
+        self.patch(name, STATE_FLAGS, b"\x01")
+
+    def set_time(self, node, stamp, name="card.orb"):
+        """Stamps one of the first 64 nodes with (year, month, day, hour, minute, second)."""
+        self.patch(name, BLOCK_1 + (node - 1) * NODE_SIZE + NODE_TIME, struct.pack("<H5B", *stamp))
+
+    def listing(self, address="card.orb"):
+        """Names in a directory of a container."""
+        return self.ok("ls", address).splitlines()
+
+    def assert_clean(self, name="card.orb"):
+        result = self.orba("check", name)
+        self.assertEqual(result.status, 0, result)

@@ -1,0 +1,91 @@
+"""What changes when the output is a terminal: columns, colours, progress."""
+import re
+import unittest
+
+from support import ToolTest
+
+ESCAPE = "\x1b["
+
+
+class TerminalTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.format()
+        self.ok("mkdir", "card.orb:/SUB")
+        for number in range(1, 21):
+            self.write(f"tree/FILE{number:02}.TXT")
+        self.write("tree/A-MUCH-LONGER-NAME")
+        self.ok("put", "tree/.", "card.orb")
+
+    def plain(self, text):
+        return re.sub(r"\x1b\[[0-9;]*m", "", text)
+
+    def test_ls_on_a_terminal_fills_eighty_columns_downwards(self):
+        result = self.on_terminal("ls", "card.orb")
+        self.assertEqual(result.status, 0)
+        self.assertEqual(self.plain(result.out),
+                         "A-MUCH-LONGER-NAME  FILE04.TXT  FILE08.TXT  FILE12.TXT  FILE16.TXT  FILE20.TXT\n"
+                         "FILE01.TXT          FILE05.TXT  FILE09.TXT  FILE13.TXT  FILE17.TXT  SUB/\n"
+                         "FILE02.TXT          FILE06.TXT  FILE10.TXT  FILE14.TXT  FILE18.TXT\n"
+                         "FILE03.TXT          FILE07.TXT  FILE11.TXT  FILE15.TXT  FILE19.TXT\n")
+
+    def test_ls_on_a_narrow_terminal_uses_fewer_columns(self):
+        lines = self.plain(self.on_terminal("ls", "card.orb", columns=35).out).splitlines()
+        self.assertEqual(len(lines), 11)
+        self.assertEqual(lines[0], "A-MUCH-LONGER-NAME  FILE11.TXT")
+        self.assertEqual(self.plain(self.on_terminal("ls", "card.orb", columns=10).out).splitlines()[0],
+                         "A-MUCH-LONGER-NAME")
+
+    def test_ls_one_per_line_on_a_terminal(self):
+        self.assertEqual(len(self.on_terminal("ls", "-1", "card.orb").out.splitlines()), 22)
+
+    def test_directories_are_coloured_on_a_terminal_alone(self):
+        coloured = "\x1b[1;34mSUB/\x1b[0m"
+        self.assertIn(coloured, self.on_terminal("ls", "card.orb").out)
+        self.assertIn("\x1b[1;34mSUB\x1b[0m", self.on_terminal("tree", "card.orb").out)
+        self.assertNotIn(ESCAPE, self.on_terminal("ls", "card.orb", environment={"NO_COLOR": "1"}).out)
+        self.assertIn(coloured, self.on_terminal("ls", "card.orb", environment={"NO_COLOR": ""}).out)
+        self.assertNotIn(ESCAPE, self.ok("ls", "card.orb"))
+
+    def test_check_colours_the_verdict_on_a_terminal_alone(self):
+        result = self.on_terminal("check", "card.orb")
+        self.assertEqual(result.status, 0)
+        self.assertIn("\x1b[32mclean\x1b[0m: 0 damages", result.out)
+        self.assertNotIn(ESCAPE, self.on_terminal("check", "card.orb", environment={"NO_COLOR": "1"}).out)
+        self.assertNotIn(ESCAPE, self.ok("check", "card.orb"))
+
+    def test_errors_are_coloured_on_a_terminal_alone(self):
+        self.assertIn("\x1b[1;31morba:\x1b[0m cannot list card.orb:/NONE",
+                      self.on_terminal("ls", "card.orb:/NONE").err)
+        self.assertNotIn(ESCAPE, self.fails(1, "ls", "card.orb:/NONE"))
+
+    def test_long_work_shows_progress_on_a_terminal_and_leaves_no_trace(self):
+        self.write("BIG", bytes(5 << 20))
+        for arguments in (["put", "BIG", "card.orb"], ["get", "card.orb:/BIG", "copy"]):
+            shown = self.on_terminal(*arguments)
+            self.assertEqual(shown.status, 0)
+            frames = shown.err.split("\r")
+            self.assertRegex(frames[1], rf"^{arguments[0]} \[\.{{24}}\]   0%  0 of 5\.1M  ")
+            self.assertRegex(frames[-2], rf"^{arguments[0]} \[#{{24}}\] 100%  5\.1M of 5\.1M  /BIG\x1b\[K$")
+            self.assertEqual(frames[-1], ESCAPE + "K")
+            for frame in frames:
+                self.assertLess(len(frame.replace(ESCAPE + "K", "")), 80)
+
+    def test_progress_keeps_quiet_when_told_or_piped_or_short(self):
+        self.write("BIG", bytes(5 << 20))
+        self.assertEqual(self.on_terminal("put", "-q", "BIG", "card.orb:/1").err, "")
+        self.assertEqual(self.ok("put", "BIG", "card.orb:/2"), "")  # a word on standard error would fail it
+        self.write("SMALL", bytes(3 << 20))
+        self.assertEqual(self.on_terminal("put", "SMALL", "card.orb:/3").err, "")
+
+    def test_errors_during_progress_stand_on_lines_of_their_own(self):
+        for number in range(1100):
+            self.write(f"many/F{number}")
+        self.format("small.orb", "-n", "1000")
+        shown = self.on_terminal("put", "many", "small.orb")
+        self.assertEqual(shown.status, 1)
+        self.assertIn("\r\x1b[K\x1b[1;31morba:\x1b[0m cannot create small.orb:/MANY/F", shown.err)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,436 @@
+"""put, get and cat: between the host and a container."""
+import fcntl
+import os
+import resource
+import signal
+import subprocess
+import unittest
+
+from support import LIMIT, ORBA, ToolTest
+
+ALL_BYTES = bytes(range(256)) * 40
+
+
+class PutTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.format()
+
+    def test_put_file_into_root_takes_its_name_in_upper_case(self):
+        self.write("report.txt", ALL_BYTES)
+        self.assertEqual(self.ok("put", "report.txt", "card.orb"), "")
+        self.assertEqual(self.orba("cat", "card.orb:/REPORT.TXT").raw, ALL_BYTES)
+        self.assert_clean()
+
+    def test_put_file_to_a_new_name(self):
+        self.write("report.txt", b"x")
+        self.ok("put", "report.txt", "card.orb:/other.txt")
+        self.assertEqual(self.listing(), ["OTHER.TXT"])
+
+    def test_put_several_into_a_directory(self):
+        self.write("a/one", b"1")
+        self.write("b/two", b"2")
+        self.ok("mkdir", "card.orb:/D")
+        self.ok("put", "a/one", "b/two", "card.orb:/D")
+        self.assertEqual(self.listing("card.orb:/D"), ["ONE", "TWO"])
+
+    def test_put_several_to_a_missing_directory_is_refused(self):
+        self.write("one")
+        self.write("two")
+        message = self.fails(1, "put", "one", "two", "card.orb:/D")
+        self.assertIn("cannot put anything into card.orb:/D: a directory of the path is missing or is a file "
+                      "(ORB_ERROR_PATH_NOT_FOUND, 0x30000014)", message)
+        self.assertIn("orba mkdir -p", message)
+
+    def test_put_below_a_missing_directory_is_refused(self):
+        self.write("one")
+        self.assertIn("cannot find card.orb:/D: there is no such file or directory "
+                      "(ORB_ERROR_FILE_NOT_FOUND, 0x30000013)", self.fails(1, "put", "one", "card.orb:/D/ONE"))
+
+    def test_put_directory_makes_it_below_the_target(self):
+        self.write("tree/sub/x", b"x")
+        self.ok("put", "tree", "card.orb")
+        self.assertEqual(self.ok("cat", "card.orb:/TREE/SUB/X"), "x")
+
+    def test_put_directory_to_a_new_name(self):
+        self.write("tree/sub/x", b"x")
+        self.ok("put", "tree", "card.orb:/BUSH")
+        self.assertEqual(self.ok("cat", "card.orb:/BUSH/SUB/X"), "x")
+
+    def test_put_contents_of_a_directory(self):
+        self.write("tree/sub/x", b"x")
+        self.ok("put", "tree/.", "card.orb")
+        self.assertEqual(self.listing(), ["SUB"])
+
+    def test_put_fills_up_directories_that_are_there(self):
+        self.write("one/tree/a", b"a")
+        self.write("two/tree/b", b"b")
+        self.ok("put", "one/tree", "card.orb")
+        self.ok("put", "two/tree", "card.orb")
+        self.assertEqual(self.listing("card.orb:/TREE"), ["A", "B"])
+
+    def test_put_standard_input_needs_a_name(self):
+        self.put_text("card.orb:/X", "from a pipe")
+        self.assertEqual(self.ok("cat", "card.orb:/X"), "from a pipe")
+        self.assertIn("it has no name", self.fails(1, "put", "-", "card.orb"))
+
+    def test_put_verbose_names_every_file(self):
+        self.write("tree/x")
+        self.assertEqual(self.ok("put", "-v", "tree", "card.orb"),
+                         "tree -> card.orb:/TREE\ntree/x -> card.orb:/TREE/X\n")
+
+    def test_put_existing_file_is_refused_and_kept(self):
+        self.write("x", b"new")
+        self.put_text("card.orb:/X", "old")
+        message = self.fails(1, "put", "x", "card.orb")
+        self.assertIn("cannot write card.orb:/X: it exists (ORB_ERROR_FILE_EXISTS, 0x30000015)", message)
+        self.assertIn("--force", message)
+        self.assertIn("nothing was put", message)
+        self.assertEqual(self.ok("cat", "card.orb:/X"), "old")
+
+    def test_put_force_overwrites_and_keeps_the_attribute(self):
+        self.write("x", b"new")
+        self.put_text("card.orb:/X", "old and longer")
+        self.ok("attrib", "+u", "card.orb:/X")
+        self.ok("put", "--force", "x", "card.orb")
+        self.assertEqual(self.ok("cat", "card.orb:/X"), "new")
+        self.assertEqual(self.ok("attrib", "card.orb:/X"), "-u  card.orb:/X\n")
+        self.assertEqual(self.listing(), ["X"])
+        self.assert_clean()
+
+    def test_put_force_over_read_only_file_is_refused(self):
+        self.write("x", b"new")
+        self.put_text("card.orb:/X", "old")
+        self.ok("attrib", "+r", "card.orb:/X")
+        message = self.fails(1, "put", "--force", "x", "card.orb")
+        self.assertIn("cannot overwrite card.orb:/X: it is read-only (ORB_ERROR_ACCESS_DENIED, 0x30000019)", message)
+        self.assertIn("orba attrib -r card.orb:/X", message)
+        self.assertEqual(self.ok("cat", "card.orb:/X"), "old")
+
+    def test_put_force_does_not_turn_files_into_directories_or_back(self):
+        self.write("tree/x")
+        self.write("y")
+        self.put_text("card.orb:/TREE")
+        self.ok("mkdir", "card.orb:/Y")
+        self.assertIn("a file of this name is there", self.fails(1, "put", "-f", "tree", "card.orb"))
+        self.assertIn("a directory of this name is there", self.fails(1, "put", "-f", "y", "card.orb"))
+
+    def test_put_missing_source_fails_others_go_in(self):
+        self.write("x")
+        message = self.fails(1, "put", "x", "missing", "card.orb")
+        self.assertIn("cannot put missing: No such file or directory (ENOENT, 2)", message)
+        self.assertEqual(self.listing(), ["X"])
+
+    def test_put_what_is_no_file_is_left_out(self):
+        self.write("tree/x", b"x")
+        os.mkfifo(self.path("tree/pipe"))
+        os.symlink("x", self.path("tree/link"))
+        os.symlink(".", self.path("tree/loop"))
+        os.symlink("nowhere", self.path("tree/broken"))
+        message = self.fails(1, "put", "tree", "card.orb")
+        self.assertIn("cannot put tree/pipe: it is no ordinary file", message)
+        self.assertIn("cannot put tree/loop: it is a symbolic link to a directory", message)
+        self.assertIn("cannot put tree/broken: No such file or directory (ENOENT, 2)", message)
+        self.assertEqual(self.listing("card.orb:/TREE"), ["LINK", "X"])
+        self.assertEqual(self.ok("cat", "card.orb:/TREE/LINK"), "x")
+
+    def test_put_container_into_itself_is_left_out(self):
+        self.write("x")
+        message = self.fails(1, "put", ".", "card.orb")
+        self.assertIn("cannot put ./card.orb: it is the container itself", message)
+        self.assertEqual(self.listing(), ["X"])
+        self.assert_clean()
+
+    def test_put_file_of_two_gibibytes_is_refused(self):
+        with open(self.path("huge"), "wb") as huge:
+            huge.truncate(1 << 31)
+        self.assertIn("cannot put huge: it has 2147483648 bytes, and files of a container have at most 2147483647",
+                      self.fails(1, "put", "huge", "card.orb"))
+
+    def test_put_more_files_than_nodes_stops_and_keeps_the_rest(self):
+        self.ok("format", "--nodes", "8", "small.orb")
+        for number in range(10):
+            self.write(f"tree/F{number}", b"x")
+        message = self.fails(1, "put", "tree/.", "small.orb")
+        self.assertEqual(message.count("ORB_ERROR_NO_FREE_NODE, 0x30000017"), 1)
+        self.assertIn("cannot create small.orb:/F7: the container holds as many files and directories as it can",
+                      message)
+        self.assertIn("orba format --nodes N", message)
+        self.assertEqual(self.listing("small.orb"), [f"F{number}" for number in range(7)])
+        self.assert_clean("small.orb")
+
+    def test_put_onto_a_full_disk_takes_the_partial_file_away(self):
+        self.write("small", bytes(1000))
+        self.write("zbig", bytes(1 << 20))
+
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (100 << 10, 100 << 10))
+
+        # Python ignores the signal that such a limit sends, and hands that down.
+        message = self.fails(1, "put", "small", "zbig", "card.orb", preexec_fn=limit, restore_signals=False)
+        self.assertIn("cannot write card.orb:/ZBIG: the disk that holds the container is full "
+                      "(ORB_ERROR_DISK_FULL, 0x3000001A)", message)
+        self.assertEqual(self.listing(), ["SMALL"])
+        self.assert_clean()
+
+    def test_put_interrupted_leaves_a_clean_container_without_the_file(self):
+        with subprocess.Popen([ORBA, "put", "-", "card.orb:/BIG"], stdin=subprocess.PIPE, stderr=subprocess.PIPE,
+                              cwd=self.folder, env=self.environment()) as process:
+            process.stdin.write(bytes(1 << 20))  # more than a pipe holds: the work has begun
+            process.send_signal(signal.SIGINT)
+            _, message = process.communicate(bytes(4 << 20), timeout=LIMIT)
+        self.assertEqual((process.returncode, message), (-signal.SIGINT, b"orba: interrupted\n"))
+        self.assertEqual(self.listing(), [])
+        self.assert_clean()
+
+
+class NameTest(ToolTest):
+    LONG = "a name of thirty characters.md"
+
+    def setUp(self):
+        super().setUp()
+        self.format()
+
+    def test_put_illegal_names_are_refused_naming_the_rule_and_nothing_is_put(self):
+        for name in ("fine.txt", "two words", "naïve.txt", "a" * 30, "semi;colon", "tab\there"):
+            self.write("tree/" + name)
+        message = self.fails(1, "put", "tree/.", "card.orb")
+        self.assertIn('cannot put tree/two words: its name cannot be stored: it holds " " '
+                      "(ORB_ERROR_INVALID_NAME, 0x3000000F)", message)
+        self.assertIn('it holds "ï"', message)
+        self.assertIn('it holds ";"', message)
+        self.assertIn("it has 30 characters", message)
+        self.assertIn("cannot put tree/tab\\x09here: its name cannot be stored: it holds a control character", message)
+        self.assertIn("names have 1 to 29 characters out of A-Z 0-9 !#$%&'()-^~@{}[]_.", message)
+        self.assertIn("--rename", message)
+        self.assertEqual(self.listing(), [])
+
+    def test_put_many_illegal_names_are_cut_short(self):
+        for number in range(50):
+            self.write(f"tree/no good {number:02}")
+        message = self.fails(1, "put", "tree", "card.orb")
+        self.assertEqual(message.count("ORB_ERROR_INVALID_NAME"), 20)
+        self.assertIn("and 30 more of the kind", message)
+
+    def test_put_longest_name_and_all_signs_are_stored(self):
+        names = ["A" * 29, "!#$%&'()-^~@{}[]_.", "..."]
+        for name in names:
+            self.write("tree/" + name, name.encode())
+        self.ok("put", "tree/.", "card.orb")
+        self.assertEqual(self.listing(), sorted(names))
+        self.assert_clean()
+
+    def test_put_names_that_differ_in_case_alone_are_refused(self):
+        self.write("tree/readme", b"small")
+        self.write("tree/README", b"great")
+        message = self.fails(1, "put", "tree", "card.orb")
+        self.assertIn("cannot put tree/readme: in a container its name is the same as that of tree/README "
+                      "(ORB_ERROR_FILE_EXISTS, 0x30000015)", message)
+
+    def test_put_rename_makes_legal_unique_names_and_prints_them(self):
+        for name in ("two words.txt", "two_words.txt", "two\twords.txt", "grüße.txt", "README", "readme",
+                     "a" * 40 + ".text", "b" * 35, "b" * 36, "x." + "y" * 40):
+            self.write("tree/" + name, name.encode())
+        out = self.ok("put", "--rename", "tree/.", "card.orb")
+        renamed = dict(line.split(" -> card.orb:/") for line in out.splitlines())
+        self.assertEqual(renamed, {
+            "tree/two\twords.txt": "TWO_WORDS~1.TXT",
+            "tree/two words.txt": "TWO_WORDS~2.TXT",
+            "tree/grüße.txt": "GR__E.TXT",
+            "tree/readme": "README~1",
+            "tree/" + "a" * 40 + ".text": "A" * 24 + ".TEXT",
+            "tree/" + "b" * 35: "B" * 29,
+            "tree/" + "b" * 36: "B" * 27 + "~1",
+            "tree/x." + "y" * 40: "X." + "Y" * 27,
+        })
+        for host, stored in renamed.items():
+            self.assertEqual(self.ok("cat", "card.orb:/" + stored), host.removeprefix("tree/"))
+        self.assertEqual(self.ok("cat", "card.orb:/TWO_WORDS.TXT"), "two_words.txt")
+
+    def test_put_rename_keeps_clear_of_names_that_are_there(self):
+        self.put_text("card.orb:/A_B", "old")
+        self.write("a b", b"new")
+        self.assertEqual(self.ok("put", "--rename", "a b", "card.orb"), "a b -> card.orb:/A_B~1\n")
+        self.assertEqual(self.ok("cat", "card.orb:/A_B"), "old")
+
+    def test_put_rename_of_directories_renames_them(self):
+        self.write("my photos/may 1/x y.jpg", b"x")
+        self.ok("put", "--rename", "my photos", "card.orb")
+        self.assertEqual(self.ok("cat", "card.orb:/MY_PHOTOS/MAY_1/X_Y.JPG"), "x")
+
+    def test_put_rename_does_not_overwrite(self):
+        self.put_text("card.orb:/X", "old")
+        self.write("x", b"new")
+        self.assertIn("it exists", self.fails(1, "put", "--rename", "x", "card.orb"))
+
+
+class GetTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.format()
+        self.write("tree/sub/x.bin", ALL_BYTES)
+        self.write("tree/y.txt", b"y")
+        self.ok("put", "tree", "card.orb")
+
+    def test_get_file_into_the_current_directory(self):
+        self.assertEqual(self.ok("get", "card.orb:/TREE/SUB/X.BIN"), "")
+        self.assertEqual(self.read("X.BIN"), ALL_BYTES)
+
+    def test_get_file_to_a_new_name(self):
+        self.ok("get", "card.orb:/TREE/Y.TXT", "other")
+        self.assertEqual(self.read("other"), b"y")
+
+    def test_get_wildcards_into_a_directory(self):
+        self.path("out").mkdir()
+        self.ok("get", "card.orb:/TREE/*", "out")
+        self.assertEqual(self.contents("out"), {"SUB": None, "SUB/X.BIN": ALL_BYTES, "Y.TXT": b"y"})
+
+    def test_get_directory_below_one_that_is_there_or_as_a_new_one(self):
+        self.path("out").mkdir()
+        self.ok("get", "card.orb:/TREE", "out")
+        self.ok("get", "card.orb:/TREE", "new")
+        self.assertEqual(self.contents("out/TREE"), self.contents("new"))
+        self.assertEqual(self.read("new/SUB/X.BIN"), ALL_BYTES)
+
+    def test_get_root_gets_what_it_holds(self):
+        self.ok("get", "card.orb", "out")
+        self.assertEqual(self.host_names("out"), ["TREE"])
+
+    def test_get_lower_writes_names_in_lower_case(self):
+        self.ok("get", "--lower", "card.orb", "out")
+        self.assertEqual(sorted(self.contents("out")), ["tree", "tree/sub", "tree/sub/x.bin", "tree/y.txt"])
+
+    def test_get_several_to_what_is_no_directory_is_refused(self):
+        self.assertIn("cannot get anything into out: No such file or directory (ENOENT, 2)",
+                      self.fails(1, "get", "card.orb:/TREE/*", "out"))
+        self.write("out")
+        self.assertIn("cannot get anything into out: Not a directory (ENOTDIR, 20)",
+                      self.fails(1, "get", "card.orb:/TREE/*", "out"))
+
+    def test_get_existing_file_is_refused_and_kept(self):
+        self.write("Y.TXT", b"mine")
+        message = self.fails(1, "get", "card.orb:/TREE/Y.TXT")
+        self.assertIn("cannot write ./Y.TXT: File exists (EEXIST, 17)", message)
+        self.assertIn("--force", message)
+        self.assertEqual(self.read("Y.TXT"), b"mine")
+
+    def test_get_force_overwrites(self):
+        self.write("Y.TXT", b"mine and longer")
+        self.ok("get", "--force", "card.orb:/TREE/Y.TXT")
+        self.assertEqual(self.read("Y.TXT"), b"y")
+
+    def test_get_onto_a_directory_or_below_a_file_is_refused(self):
+        self.path("Y.TXT").mkdir()
+        self.write("TREE")
+        self.assertIn("Is a directory (EISDIR, 21)", self.fails(1, "get", "-f", "card.orb:/TREE/Y.TXT"))
+        self.assertIn("cannot make the directory ./TREE: File exists (EEXIST, 17)",
+                      self.fails(1, "get", "-f", "card.orb:/TREE"))
+
+    def test_get_missing_source_fails_others_come(self):
+        message = self.fails(1, "get", "card.orb:/NONE", "card.orb:/TREE/Y.TXT", ".")
+        self.assertIn("cannot get card.orb:/NONE: there is no such file or directory", message)
+        self.assertEqual(self.read("Y.TXT"), b"y")
+
+    def test_get_keeps_the_times_of_files_and_directories(self):
+        # Nodes are numbered in the order of their making: the root, TREE, SUB, X.BIN, Y.TXT.
+        for node, stamp in enumerate([(2001, 2, 3, 4, 5, 6), (1999, 12, 31, 23, 59, 59), (2030, 1, 1, 0, 0, 0),
+                                      (2024, 2, 29, 12, 0, 1)], start=2):
+            self.set_time(node, stamp)
+        self.ok("get", "card.orb", "out")
+        times = {name: os.stat(self.path("out/" + name)).st_mtime_ns // 10**9
+                 for name in ("TREE", "TREE/SUB", "TREE/SUB/X.BIN", "TREE/Y.TXT")}
+        self.assertEqual(times, {"TREE": 981173106, "TREE/SUB": 946684799, "TREE/SUB/X.BIN": 1893456000,
+                                 "TREE/Y.TXT": 1709208001})
+
+    def test_get_file_without_a_date_carries_the_present_time(self):
+        self.set_time(5, (0, 0, 0, 0, 0, 0))
+        self.write("before")
+        self.ok("get", "card.orb:/TREE/Y.TXT")
+        self.assertGreaterEqual(os.stat(self.path("Y.TXT")).st_mtime, os.stat(self.path("before")).st_mtime)
+
+    def test_get_obeys_the_umask(self):
+        self.ok("get", "card.orb:/TREE/Y.TXT", preexec_fn=lambda: os.umask(0o027))
+        self.assertEqual(os.stat(self.path("Y.TXT")).st_mode & 0o777, 0o640)
+
+    def test_get_onto_a_full_disk_leaves_no_half_file(self):
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (5000, 5000))
+
+        message = self.fails(1, "get", "card.orb:/TREE", preexec_fn=limit, restore_signals=False)
+        self.assertIn("cannot write ./TREE/SUB/X.BIN: File too large (EFBIG, 27)", message)
+        self.assertEqual(self.contents("TREE"), {"SUB": None, "Y.TXT": b"y"})
+
+    def test_get_interrupted_leaves_no_half_file(self):
+        self.write("big", bytes(64 << 20))
+        self.ok("put", "big", "card.orb")
+        for _ in range(100):
+            with subprocess.Popen([ORBA, "get", "card.orb:/BIG", "out"], cwd=self.folder, stderr=subprocess.PIPE,
+                                  env=self.environment()) as process:
+                written = self.stop_while_writing(process)
+                process.send_signal(signal.SIGTERM)
+                process.send_signal(signal.SIGCONT)
+                _, message = process.communicate(timeout=LIMIT)
+            if 0 < written < 60 << 20:  # caught in the midst
+                break
+            self.path("out").unlink(missing_ok=True)
+        self.assertEqual((process.returncode, message), (-signal.SIGTERM, b"orba: interrupted\n"))
+        self.assertEqual(self.host_names(), ["big", "card.orb", "tree"])
+
+    def stop_while_writing(self, process):
+        """Halts a get once its new file is there; the bytes that are in it, 0 when it came too late."""
+        passing = []
+        while process.poll() is None and not passing:
+            passing = [path for path in self.folder.iterdir() if path.name.startswith(".orba-")]
+        process.send_signal(signal.SIGSTOP)
+        while process.poll() is None:
+            with open(f"/proc/{process.pid}/stat", encoding="ascii") as stat:
+                if stat.read().rsplit(")", 1)[1].split()[0] == "T":
+                    break
+        try:
+            return passing[0].stat().st_size if passing else 0
+        except FileNotFoundError:
+            return 0
+
+    def test_get_damaged_name_is_not_let_out_of_the_target(self):
+        with open(self.path("card.orb"), "rb") as container:
+            offset = container.read().index(b"Y.TXT\0")
+        self.patch("card.orb", offset, b"../Y\0")
+        message = self.fails(1, "get", "card.orb:/TREE", "out")
+        self.assertIn("cannot get card.orb:/TREE/../Y: its name is damaged", message)
+        self.assertIn("orba check card.orb", message)
+        self.assertEqual(self.host_names(), ["card.orb", "tree"])
+
+
+class CatTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.format()
+
+    def test_cat_prints_files_one_after_the_other_byte_for_byte(self):
+        self.write("a", ALL_BYTES)
+        self.write("b", b"\n\r\0")
+        self.ok("put", "a", "b", "card.orb")
+        self.assertEqual(self.orba("cat", "card.orb:/A", "card.orb:/B").raw, ALL_BYTES + b"\n\r\0")
+
+    def test_cat_of_a_directory_fails_others_are_printed(self):
+        self.ok("mkdir", "card.orb:/D")
+        self.put_text("card.orb:/X", "x")
+        result = self.orba("cat", "card.orb:/D", "card.orb:/X")
+        self.assertEqual((result.status, result.out), (1, "x"))
+        self.assertIn("cannot read card.orb:/D: it is a directory where a file is required", result.err)
+
+    def test_cat_of_a_name_above_29_characters_names_the_rule(self):
+        message = self.fails(1, "cat", "card.orb:/" + "X" * 30)
+        self.assertIn("ORB_ERROR_INVALID_NAME, 0x3000000F", message)
+        self.assertIn("names have 1 to 29 characters", message)
+
+    def test_cat_of_a_container_that_is_open_elsewhere_is_refused(self):
+        with open(self.path("card.orb"), "rb") as container:
+            fcntl.flock(container, fcntl.LOCK_EX)
+            message = self.fails(1, "cat", "card.orb:/X")
+        self.assertIn("cannot open card.orb: another program has the container open "
+                      "(ORB_ERROR_CONTAINER_IN_USE, 0x30000008)", message)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,228 @@
+// dump and map: what lies where in a container, for eyes. Both stand on a check and work on any container.
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+
+#include "inspect/check.h"
+#include "inspect/dump.h"
+#include "inspect/map.h"
+#include "inspect/names.h"
+#include "orba.h"
+#include "tools/orba/address.h"
+#include "tools/orba/command.h"
+#include "tools/orba/commands.h"
+#include "tools/orba/failure.h"
+#include "tools/orba/host_file.h"
+#include "tools/orba/raw_container.h"
+#include "tools/orba/terminal.h"
+
+namespace orba::tool {
+
+namespace {
+
+// ---- dump -------------------------------------------------------------------------------------------------------------
+
+struct DumpOptions {
+  std::string container;
+  std::string part = "header";
+  std::vector<std::string> which;  // at most two
+};
+
+// A number, decimal or 0x hexadecimal, of at most 48 bits.
+std::uint64_t ParseNumber(const std::string& text) {
+  char* end = nullptr;
+  errno = 0;
+  const bool digit = !text.empty() && text[0] >= '0' && text[0] <= '9';
+  const std::uint64_t number = digit ? std::strtoull(text.c_str(), &end, 0) : 0;
+  if (digit && *end == '\0' && errno == 0 && number >> 48 == 0) return number;
+  throw UsageFailure("dump", "\"" + text + "\" is no number");
+}
+
+struct Dumper {
+  const DumpOptions& options;
+  const RawContainer& container;
+  inspect::Report report;
+
+  const inspect::Image& image() const { return container.image(); }
+
+  Failure Missing(const std::string& what) const {
+    return Failure("cannot dump " + what, container.path() + " does not hold it",
+                   "see what there is with: orba info " + ShellWord(container.path()));
+  }
+
+  const std::string& First() const {
+    if (options.which.empty()) throw UsageFailure("dump", "which " + options.part + "?");
+    return options.which[0];
+  }
+
+  // A node by its number, or by a path that the container's directories spell.
+  std::uint32_t Node(const std::string& text) const {
+    if (text[0] == '/') return NodeOfPath(text);
+    const std::uint64_t number = ParseNumber(text);
+    if (number > 0xFFFF || !report.model.IsNode(static_cast<std::uint32_t>(number))) throw Missing("node " + text);
+    return static_cast<std::uint32_t>(number);
+  }
+
+  std::uint32_t NodeOfPath(const std::string& path) const {
+    std::uint32_t node = kRootNode;
+    for (const std::string& name : ParseAddress("x:" + path).names) {
+      const inspect::Model& model = report.model;
+      std::uint32_t next = 0;
+      if (!model.IsNode(node)) throw Missing(path);
+      for (const inspect::Entry& entry : model.nodes[node].entries) {
+        const bool found = inspect::UpperCase(inspect::NameOf(entry.record)) == name;
+        if (found && next == 0) next = entry.record.node;
+      }
+      node = next;
+    }
+    if (!report.model.IsNode(node)) throw Missing(path);
+    return node;
+  }
+
+  std::uint32_t Block(const std::string& text) const {
+    const std::uint64_t number = ParseNumber(text);
+    if (number > report.model.geometry.blocks || number == kNoBlock) throw Missing("block " + text);
+    return static_cast<std::uint32_t>(number);
+  }
+
+  std::string Bytes() const {
+    constexpr std::uint64_t kUsual = 256;
+    const std::uint64_t offset = ParseNumber(First());
+    const std::uint64_t size = image().Size();
+    if (offset >= size) throw Missing("byte " + First());
+    const std::uint64_t count = options.which.size() > 1 ? ParseNumber(options.which[1]) : kUsual;
+    return inspect::DumpBytes(image(), offset, std::min(count, size - offset));
+  }
+};
+
+struct Part {
+  const char* name;
+  std::size_t operands;  // that may follow it
+  std::string (*text)(const Dumper& dumper);
+};
+
+constexpr Part kParts[] = {
+    {"header", 0, [](const Dumper& d) { return inspect::DumpHeader(d.image()); }},
+    {"table", 0, [](const Dumper& d) { return inspect::DumpTable(d.report); }},
+    {"bitmap", 0, [](const Dumper& d) { return inspect::DumpBitmap(d.report); }},
+    {"node", 1, [](const Dumper& d) { return inspect::DumpNode(d.image(), d.report, d.Node(d.First())); }},
+    {"directory", 1,
+     [](const Dumper& d) {
+       return inspect::DumpDirectory(d.image(), d.report, d.options.which.empty() ? kRootNode : d.Node(d.First()));
+     }},
+    {"block", 1, [](const Dumper& d) { return inspect::DumpBlock(d.image(), d.report, d.Block(d.First())); }},
+    {"chain", 0, [](const Dumper& d) { return inspect::DumpChain(d.image(), d.report); }},
+    {"bytes", 2, [](const Dumper& d) { return d.Bytes(); }},
+};
+
+const Part& FindPart(const DumpOptions& options) {
+  for (const Part& part : kParts) {
+    if (options.part != part.name) continue;
+    if (options.which.size() > part.operands) throw UsageFailure("dump", "there is too much behind " + options.part);
+    return part;
+  }
+  throw UsageFailure("dump", "there is no part \"" + options.part + "\" of a container");
+}
+
+int RunDump(const DumpOptions& options) {
+  const Part& part = FindPart(options);
+  const RawContainer container(ParseContainer(options.container));
+  Print(part.text({options, container, inspect::Check(container.image())}));
+  return kSuccess;
+}
+
+Run DefineDump(CLI::App* app) {
+  auto options = std::make_shared<DumpOptions>();
+  app->add_option("container", options->container, "the container")->required();
+  app->add_option("part", options->part, "what to show");
+  app->add_option("which", options->which, "which of them")->expected(0, 2);
+  return [options] { return RunDump(*options); };
+}
+
+// ---- map --------------------------------------------------------------------------------------------------------------
+
+struct MapOptions {
+  std::string container;
+  std::string svg;
+  std::uint32_t rows = 32;
+  bool force = false;
+};
+
+void WriteSvg(const MapOptions& options, const std::string& picture) {
+  if (options.svg == "-") return Print(picture);
+  if (!options.force && HostFileExists(options.svg)) throw HostFailure("cannot write " + options.svg, EEXIST);
+  NewHostFile file(options.svg);
+  file.Write(picture.data(), picture.size());
+  file.Publish({}, options.force);
+}
+
+int RunMap(const MapOptions& options) {
+  const RawContainer container(ParseContainer(options.container));
+  const inspect::Report report = inspect::Check(container.image());
+  if (report.model.blocks.empty()) {
+    throw LibraryFailure("cannot make out " + container.path(), container.path(), ORB_ERROR_DAMAGED_VOLUME);
+  }
+  if (!options.svg.empty()) {
+    WriteSvg(options, inspect::DrawSvg(report));
+    return kSuccess;
+  }
+  // A row begins with a block number of nine columns; sixteens are easy to count.
+  constexpr std::size_t kLabel = 9;
+  const std::size_t room = Width(Stream::kOutput);
+  inspect::MapStyle style;
+  style.columns = static_cast<std::uint32_t>(room > kLabel + 16 ? (room - kLabel - 1) / 16 * 16 : 16);
+  style.rows = options.rows;
+  style.colour = IsColoured(Stream::kOutput);
+  Print(inspect::DrawMap(report, style));
+  return kSuccess;
+}
+
+Run DefineMap(CLI::App* app) {
+  auto options = std::make_shared<MapOptions>();
+  app->add_option("--svg", options->svg, "draw into an SVG file instead, \"-\" for standard output")->type_name("FILE");
+  app->add_option("--rows", options->rows, "rows at most, 32 unless you say otherwise")
+      ->check(CLI::Range(1u, 65535u))
+      ->type_name("N");
+  app->add_flag("-f,--force", options->force, "overwrite the file if it is there");
+  app->add_option("container", options->container, "the container to draw")->required();
+  return [options] { return RunMap(*options); };
+}
+
+}  // namespace
+
+const Command kDumpCommand = {
+    "dump",
+    kPictureGroup,
+    "CONTAINER [PART [WHICH]]",
+    "show the bytes of a container and what they mean",
+    "Each line is a byte offset in the container, the bytes there and their meaning. The parts are: header (shown "
+    "unless "
+    "you say otherwise), table (which blocks hold nodes), bitmap (which nodes are free), node NUMBER or node /PATH, "
+    "directory [NUMBER or /PATH], block NUMBER, chain (the list of free blocks) and bytes OFFSET [COUNT]. Numbers are "
+    "decimal, or hexadecimal behind 0x.",
+    "orba dump card.orb\n"
+    "orba dump card.orb node /LOGS/DAY1.TXT\n"
+    "orba dump card.orb directory /LOGS\n"
+    "orba dump card.orb bytes 0x400 64",
+    DefineDump,
+};
+
+const Command kMapCommand = {
+    "map",
+    kPictureGroup,
+    "CONTAINER",
+    "draw the blocks of a container by their use",
+    "A cell for each block, or for several when there are many, in rows behind the number of the first block: N nodes, "
+    "D "
+    "directory, M block map, # and + file (the sign changes from one file to the next), . free, ! leaked, X used "
+    "twice.",
+    "orba map card.orb\n"
+    "orba map --svg card.svg card.orb",
+    DefineMap,
+};
+
+}  // namespace orba::tool
