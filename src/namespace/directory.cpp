@@ -90,32 +90,39 @@ bool IsRemovable(OrbNode* node, bool requireEmpty) {
   return FailIfClear(ORB_ERROR_NOT_EMPTY);
 }
 
-// Clears the last entry of a directory, whose last block `entries` holds, and brings that block back to disk; an
-// emptied block goes out of the map and into the free chain instead.
+// Clears the last entry of a directory, its last block being in the buffer, brings that block back to disk and stores the
+// smaller size. An emptied block goes out of the map and into the free chain instead; where the chain cannot be stored, the
+// directory lets go of the block all the same, for in memory it may be free already.
 bool DropLastEntry(OrbDirEntry* entries, OrbNode* directory, uint32_t lastBlock) {
   const uint32_t last = EntryCount(directory) - 1;
   entries[EntrySlot(directory, last)].node = 0;
-  if (entries[0].node != 0) return WriteDirBlock(entries, directory, lastBlock);
-  return SetFileBlock(directory, last * kDirEntrySize, kNoBlock) && FreeBlock(directory->volume, lastBlock);
+  const bool emptied = entries[0].node == 0;
+  if (!(emptied ? SetFileBlock(directory, last * kDirEntrySize, kNoBlock)
+                : WriteDirBlock(entries, directory, lastBlock))) {
+    return false;
+  }
+  const bool freed = !emptied || FreeBlock(directory->volume, lastBlock);
+  directory->record.size -= kDirEntrySize;
+  return StampAndWriteNode(directory) && freed;  // the commit point
 }
 
 // Moves the last entry into the hole that the cursor has come to, whose block `entries` holds, and drops it at the end.
 bool CloseHole(OrbDirEntry* entries, const DirCursor& hole, OrbNode* directory) {
-  OrbDirEntry* const removed = &entries[EntrySlot(directory, hole.index)];
   const uint32_t last = EntryCount(directory) - 1;
-  const uint32_t lastSlot = EntrySlot(directory, last);
-  if (BlockIndex(directory->volume, last * kDirEntrySize) ==
-      BlockIndex(directory->volume, hole.index * kDirEntrySize)) {
-    if (hole.index != last) *removed = entries[lastSlot];
-    return DropLastEntry(entries, directory, hole.block);
+  const bool inLastBlock =
+      BlockIndex(directory->volume, hole.index * kDirEntrySize) == BlockIndex(directory->volume, last * kDirEntrySize);
+  const Scratch lastBuffer(inLastBlock ? nullptr : AllocateDirBlock(directory));
+  OrbDirEntry* lastEntries = entries;
+  uint32_t lastBlock = hole.block;
+  if (!inLastBlock) {
+    lastEntries = lastBuffer.As<OrbDirEntry>();
+    if (lastEntries == nullptr) return false;
+    lastBlock = ReadDirBlock(lastEntries, directory, last);
+    if (lastBlock == kNoBlock) return false;
   }
-  const Scratch lastBuffer(AllocateDirBlock(directory));
-  OrbDirEntry* const lastEntries = lastBuffer.As<OrbDirEntry>();
-  if (lastEntries == nullptr) return false;
-  const uint32_t lastBlock = ReadDirBlock(lastEntries, directory, last);
-  if (lastBlock == kNoBlock) return false;
-  *removed = lastEntries[lastSlot];
-  return WriteDirBlock(entries, directory, hole.block) && DropLastEntry(lastEntries, directory, lastBlock);
+  entries[EntrySlot(directory, hole.index)] = lastEntries[EntrySlot(directory, last)];
+  if (!inLastBlock && !WriteDirBlock(entries, directory, hole.block)) return false;
+  return DropLastEntry(lastEntries, directory, lastBlock);
 }
 
 }  // namespace
@@ -211,10 +218,7 @@ OrbNode* OrbDirRemoveEntry(OrbNode* directory, const char* name, bool requireEmp
 
   NodeRef removed(OrbNodeGet(directory->volume, EntryNode(entry)));
   if (removed.node == nullptr || !IsRemovable(removed.node, requireEmpty)) return nullptr;
-  if (!CloseHole(entries, cursor, directory)) return nullptr;
-  directory->record.size -= kDirEntrySize;
-  if (!StampAndWriteNode(directory)) return nullptr;  // the commit point
-  return removed.Take();
+  return CloseHole(entries, cursor, directory) ? removed.Take() : nullptr;
 }
 
 bool OrbDirIsEmpty(OrbNode* directory) {

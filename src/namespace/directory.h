@@ -70,7 +70,7 @@ bool OrbDirRenameEntry(OrbNode* directory, const char* newName, const char* oldN
 //   writes  1. the hole's block, where the hole is not in the last block   2. the last block, or, where it is empty now,
 //           its map entry and its way into the free chain   3. the directory's node: the commit point
 //   A stop between 1 and 2 leaves the moved entry twice; between 2 and 3 a size that is one entry too large, its last
-//   block possibly given back already.
+//   block possibly given back already. Where giving it back fails, 3 is still done: the directory must not go on naming it.
 OrbNode* OrbDirRemoveEntry(OrbNode* directory, const char* name, bool requireEmpty);
 
 // True where nothing but "." and ".." is there; false, with no error set, where something is.

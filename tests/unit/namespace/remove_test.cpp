@@ -274,15 +274,16 @@ TEST_F(Remove, with_any_allocation_failing_leaves_leaks_at_most) {
 
 TEST_F(Remove, of_an_emptied_parent_block_with_any_write_failing_shows_the_order) {
   MakeFiles("F", 2, 32);
-  EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, Deleting("F32")),
-            (Lines{
-                "mark: 0x30000003",
-                "write block 4: 0x3000001A",  // the chain's record, in the directory's last block
-                "write header: 0x3000001A, last-block-given-back node-leaked",
-                "write node 1: 0x3000001A, last-block-given-back node-leaked",
-                "write bitmap: 0x3000001A, node-leaked",
-                "clear: 0x3000001A, marked",
-            }));
+  EXPECT_EQ(
+      FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, Deleting("F32")),
+      (Lines{
+          "mark: 0x30000003",
+          "write block 4: 0x3000001A, block-leaked node-leaked",  // the chain's record, in the directory's last block
+          "write header: 0x3000001A, block-leaked node-leaked",
+          "write node 1: 0x3000001A, last-block-given-back node-leaked",
+          "write bitmap: 0x3000001A, node-leaked",
+          "clear: 0x3000001A, marked",
+      }));
 }
 
 }  // namespace
