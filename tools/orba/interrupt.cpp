@@ -18,7 +18,7 @@ void Remember(int signal) { g_signal = signal; }
 void CatchInterrupts() {
   struct sigaction action = {};
   action.sa_handler = Remember;
-  action.sa_flags = SA_RESTART | SA_RESETHAND;  // the second one does not wait
+  action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);  // the second one does not wait
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
   signal(SIGPIPE, SIG_IGN);
 }
