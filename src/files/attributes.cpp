@@ -7,16 +7,6 @@
 
 namespace orba {
 
-namespace {
-
-OrbNode* ResolveFile(const char* path) {
-  OrbNode* const node = OrbResolvePath(path);
-  if (node == nullptr) FailIfClear(ORB_ERROR_FILE_NOT_FOUND);
-  return node;
-}
-
-}  // namespace
-
 uint32_t OrbGetAttributes(const char* path) {
   const NodeRef file(ResolveFile(path));
   return file.node != nullptr ? file.node->record.attributes : ORB_INVALID_ATTRIBUTES;

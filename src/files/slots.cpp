@@ -25,8 +25,7 @@ bool FindFreeSlot(const SlotTable& table, const OrbNode* node, uint32_t* cursor)
   bool found = false;
   for (uint32_t index = 0; index < table.count; ++index) {
     if (SlotAt(table, index)->node == node) return Fail(ORB_ERROR_ALREADY_OPEN);
-    if (found) continue;
-    found = SlotAt(table, *cursor)->node == nullptr;
+    found = found || SlotAt(table, *cursor)->node == nullptr;
     if (!found && ++*cursor == table.count) *cursor = 0;
   }
   return found || Fail(table.fullCode);

@@ -15,8 +15,8 @@ struct Slot {
 // A table of slots, each `stride` bytes, whose handles are tag | index.
 struct SlotTable {
   void* slots;
-  uint32_t stride;
-  uint32_t count;
+  uint16_t stride;
+  uint16_t count;
   uint32_t tag;
   uint32_t fullCode;  // what a search for a free slot fails with where there is none
 };

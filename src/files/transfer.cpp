@@ -72,15 +72,13 @@ uint32_t OrbSeekFile(uint32_t handle, int32_t distance, uint32_t origin) {
   OrbOpenFileEntry* const file = OpenFileOf(handle);
   if (file == nullptr) return ORB_INVALID_POSITION;
   const uint32_t size = file->node->record.size;
-  uint32_t start = 0;
-  if (origin == ORB_SEEK_CURRENT) {
-    start = file->position;
-  } else if (origin == ORB_SEEK_END) {
-    start = size;
-  } else if (origin != ORB_SEEK_BEGIN) {
+  if (origin > ORB_SEEK_END) {
     Fail(ORB_ERROR_INVALID_ARGUMENT);
     return ORB_INVALID_POSITION;
   }
+  uint32_t start = 0;
+  if (origin == ORB_SEEK_CURRENT) start = file->position;
+  if (origin == ORB_SEEK_END) start = size;
   const uint32_t forward = static_cast<uint32_t>(distance);
   if (distance < 0 ? 0 - forward > start : forward > size - start) {
     Fail(ORB_ERROR_SEEK);

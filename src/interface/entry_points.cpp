@@ -54,13 +54,6 @@ OrbBool ReleaseAndCommit(OrbNode* directory, bool done) {
   return Commit(volume, done);
 }
 
-// Resolves a path to its node; `missing` is the code where resolution found nothing and said nothing.
-OrbNode* Resolve(const char* path, OrbU32 missing) {
-  OrbNode* const node = OrbResolvePath(path);
-  if (node == nullptr) FailIfClear(missing);
-  return node;
-}
-
 bool EndsInSeparator(const char* path) {
   const size_t length = strlen(path);
   return length > 0 && path[length - 1] == '/';
@@ -70,7 +63,7 @@ bool EndsInSeparator(const char* path) {
 OrbNode* ResolvePattern(char* pattern, const char* path) {
   if (!EndsInSeparator(path)) return OrbWalkPath(pattern, path);
   pattern[0] = '\0';
-  return Resolve(path, ORB_ERROR_PATH_NOT_FOUND);
+  return ResolveDirectory(path);
 }
 
 }  // namespace
@@ -112,7 +105,7 @@ OrbBool ORB_CALL OrbCreateDirectoryA(const char* path) { return OrbCreateFileA(p
 
 OrbBool ORB_CALL OrbCopyFileA(const char* source, const char* target) {
   if (!Begin(source) || !Given(target)) return 0;
-  OrbNode* const file = Resolve(source, ORB_ERROR_FILE_NOT_FOUND);
+  OrbNode* const file = ResolveFile(source);
   if (file == nullptr) return 0;
   char name[kNameSize];
   OrbNode* const directory = OrbWalkPath(name, target);
@@ -163,7 +156,7 @@ OrbBool ORB_CALL OrbSetFileAttributesA(const char* path, OrbI32 attributes) {
 
 OrbHandle ORB_CALL OrbOpenFileA(const char* path, OrbU32 mode) {
   if (!Begin(path)) return ORB_INVALID_HANDLE;
-  const NodeRef file(Resolve(path, ORB_ERROR_FILE_NOT_FOUND));
+  const NodeRef file(ResolveFile(path));
   return file.node != nullptr ? OrbOpenFile(file.node, static_cast<uint16_t>(mode)) : ORB_INVALID_HANDLE;
 }
 
@@ -210,7 +203,7 @@ OrbBool ORB_CALL OrbGetCurrentDirectoryA(char* buffer) { return Begin(buffer) &&
 
 OrbBool ORB_CALL OrbSetCurrentDirectoryA(const char* path) {
   if (!Begin(path)) return 0;
-  const NodeRef directory(Resolve(path, ORB_ERROR_PATH_NOT_FOUND));
+  const NodeRef directory(ResolveDirectory(path));
   return directory.node != nullptr && OrbSetCurrentDirNode(directory.node);
 }
 

@@ -13,6 +13,8 @@ char g_VolumeNameCharacters[] = "!#$%&'()-^~@{}[]_.";
 
 bool IsLetterOrDigit(char c) { return (c >= '0' && c <= '9') || (ToUpper(c) >= 'A' && ToUpper(c) <= 'Z'); }
 
+bool IsSameLetter(char a, char b) { return ToUpper(a) == ToUpper(b); }
+
 bool IsValid(const char* name, const char* table) {
   uint32_t length = 0;
   for (; name[length] != '\0'; ++length) {
@@ -28,18 +30,17 @@ bool OrbIsValidName(const char* name) { return IsValid(name, g_FileNameCharacter
 
 bool OrbIsValidVolumeName(const char* name) { return IsValid(name, g_VolumeNameCharacters); }
 
-bool IsDotName(const char* name) { return name[0] == '.' && name[1] == '\0'; }
-
-bool IsDotDotName(const char* name) { return name[0] == '.' && IsDotName(name + 1); }
-
-bool IsReservedName(const char* name) { return IsDotName(name) || IsDotDotName(name); }
+bool IsReservedName(const char* name) {
+  if (name[0] != '.') return false;
+  return name[1] == '\0' || (name[1] == '.' && name[2] == '\0');
+}
 
 char ToUpper(char character) {
   return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A') : character;
 }
 
 int OrbNameCompare(const char* a, const char* b) {
-  for (; ToUpper(*a) == ToUpper(*b); ++a, ++b) {
+  for (; IsSameLetter(*a, *b); ++a, ++b) {
     if (*a == '\0') return 0;
   }
   return *a - *b;
@@ -60,10 +61,10 @@ bool OrbMatchWildcard(const char* name, const char* pattern) {
       if (*name++ == '\0') return false;
     } else {
       if (star) {
-        while (*name != '\0' && ToUpper(*name) != ToUpper(*pattern)) ++name;
+        while (*name != '\0' && !IsSameLetter(*name, *pattern)) ++name;
         star = false;
       }
-      if (ToUpper(*name) != ToUpper(*pattern)) return false;
+      if (!IsSameLetter(*name, *pattern)) return false;
       ++name;
     }
   }

@@ -14,9 +14,8 @@ namespace orba {
 bool OrbIsValidName(const char* name);
 bool OrbIsValidVolumeName(const char* name);
 
-bool IsDotName(const char* name);       // "."
-bool IsDotDotName(const char* name);    // ".."
-bool IsReservedName(const char* name);  // one of the two, which every directory has
+// True for "." and "..", which every directory has.
+bool IsReservedName(const char* name);
 
 // Upper case of a letter of a-z; everything else is unchanged.
 char ToUpper(char character);

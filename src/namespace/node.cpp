@@ -15,11 +15,12 @@ OrbNode g_NodeListHead;
 
 namespace {
 
-// The object before a listed one, or null for a pointer that is not on the list.
-OrbNode* Predecessor(const OrbNode* node) {
+// The object before a live one, or null for a pointer that is not on the list or names a dead object.
+OrbNode* LivePredecessor(const OrbNode* node) {
+  if (node == nullptr) return nullptr;
   OrbNode* before = &g_NodeListHead;
   while (before != nullptr && before->next != node) before = before->next;
-  return before;
+  return before != nullptr && node->references != 0 ? before : nullptr;
 }
 
 // Takes a dead object off the list, or returns null where there is none.
@@ -48,9 +49,7 @@ uint32_t FindNodeBlock(const Volume* volume, uint32_t number) {
 
 }  // namespace
 
-bool OrbNodeIsValid(const OrbNode* node) {
-  return node != nullptr && Predecessor(node) != nullptr && node->references != 0;
-}
+bool OrbNodeIsValid(const OrbNode* node) { return LivePredecessor(node) != nullptr; }
 
 OrbNode* OrbNodeAddRef(OrbNode* node) {
   if (OrbNodeIsValid(node)) ++node->references;
@@ -58,8 +57,9 @@ OrbNode* OrbNodeAddRef(OrbNode* node) {
 }
 
 void OrbNodeRelease(OrbNode* node) {
-  if (!OrbNodeIsValid(node) || --node->references != 0) return;
-  Predecessor(node)->next = node->next;
+  OrbNode* const before = LivePredecessor(node);
+  if (before == nullptr || --node->references != 0) return;
+  before->next = node->next;
   free(node);
 }
 

@@ -30,9 +30,10 @@ uint32_t FindFreeNumber(const Volume* volume) {
 // Turns a number's bit over and writes the bitmap.
 bool FlipBitmapBit(Volume* volume, uint32_t number) {
   uint8_t* const byte = &volume->bitmap[BitmapByte(number)];
-  *byte = static_cast<uint8_t>(*byte ^ BitmapMask(number));
+  const uint8_t before = *byte;
+  *byte = static_cast<uint8_t>(before ^ BitmapMask(number));
   if (StoreNodeBitmap(volume)) return true;
-  *byte = static_cast<uint8_t>(*byte ^ BitmapMask(number));
+  *byte = before;
   return false;
 }
 

@@ -56,9 +56,9 @@ bool Walk(NodeRef* present, char* finalName, const char* rest) {
     if (*rest == '\0') break;
     if (!Descend(present, finalName)) return false;
   }
-  if (IsDotDotName(finalName)) return Descend(present, "..") && AscendToParent(present, finalName);
-  if (IsDotName(finalName)) return AscendToParent(present, finalName);
-  return IsDirectory(present->node) || Fail(ORB_ERROR_PATH_NOT_FOUND);
+  if (!IsReservedName(finalName)) return IsDirectory(present->node) || Fail(ORB_ERROR_PATH_NOT_FOUND);
+  const bool up = finalName[1] == '.';
+  return (!up || Descend(present, "..")) && AscendToParent(present, finalName);
 }
 
 }  // namespace
@@ -89,6 +89,18 @@ OrbNode* OrbResolvePath(const char* path) {
   char name[kNameSize];
   const NodeRef directory(OrbWalkPath(name, path));
   return directory.node != nullptr ? OrbDirOpenChild(directory.node, name) : nullptr;
+}
+
+OrbNode* ResolveFile(const char* path) {
+  OrbNode* const node = OrbResolvePath(path);
+  if (node == nullptr) FailIfClear(ORB_ERROR_FILE_NOT_FOUND);
+  return node;
+}
+
+OrbNode* ResolveDirectory(const char* path) {
+  OrbNode* const node = OrbResolvePath(path);
+  if (node == nullptr) FailIfClear(ORB_ERROR_PATH_NOT_FOUND);
+  return node;
 }
 
 const char* OrbSplitVolumeName(char* out, const char* path) {

@@ -22,6 +22,10 @@ OrbNode* OrbWalkPath(char* finalName, const char* path);
 // Resolves the whole path to its node, held. Null with no error set where only the last name is missing.
 OrbNode* OrbResolvePath(const char* path);
 
+// The same with a code where only the last name is missing: ORB_ERROR_FILE_NOT_FOUND, ORB_ERROR_PATH_NOT_FOUND.
+OrbNode* ResolveFile(const char* path);
+OrbNode* ResolveDirectory(const char* path);
+
 // Copies the volume part into out[kNameSize] (empty where there is none) and returns the rest of the path, or null:
 // ORB_ERROR_INVALID_NAME.
 const char* OrbSplitVolumeName(char* out, const char* path);
