@@ -213,6 +213,17 @@ class FormatTest(ToolTest):
         self.assertEqual(len(self.read("card.orb")), 1024 + 8 + 2 * 8192)
         self.assert_clean()
 
+    def test_format_number_of_nodes_unless_told_otherwise(self):
+        for size, nodes in ((1024, 3584), (2048, 7168), (4096, 8192), (8192, 8192)):
+            self.ok("format", "-b", size, f"{size}.orb")
+            self.assertIn(f"nodes             {nodes}, {nodes - 1} of them free\n", self.ok("info", f"{size}.orb"))
+
+    def test_format_with_an_empty_bitmap_holds_the_root_alone(self):
+        self.ok("format", "--bitmap-bytes", "0", "card.orb")
+        self.assertIn("nodes             1, 0 of them free\n", self.ok("info", "card.orb"))
+        self.assertIn("ORB_ERROR_NO_FREE_NODE", self.fails(1, "mkdir", "card.orb:/D"))
+        self.assert_clean()
+
     def test_format_largest_number_of_nodes(self):
         for size, nodes in ((1024, 3584), (2048, 7168), (4096, 14336), (8192, 28672)):
             self.ok("format", "-b", size, "-n", nodes, f"{size}.orb")

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <optional>
 
 #include "inspect/check.h"
 #include "orba.h"
@@ -29,7 +30,7 @@ struct FormatOptions {
   std::string container;
   OrbU32 blockSize = 4096;
   OrbU32 nodes = 0;
-  OrbU32 bitmapBytes = 1024;
+  std::optional<OrbU32> bitmapBytes;
 };
 
 // What the node-block table has room for.
@@ -42,12 +43,14 @@ OrbU32 BitmapBytes(const FormatOptions& options) {
                                      std::to_string(MaxNodes(options.blockSize)) + " files and directories");
   }
   if (options.nodes != 0) return (options.nodes + 7) / 8;
+  constexpr OrbU32 kUsualNodes = 8192;
+  if (!options.bitmapBytes.has_value()) return std::min(kUsualNodes, MaxNodes(options.blockSize)) / 8;
   const OrbU32 largest = MaxBitmapSize(options.blockSize);
-  if (options.bitmapBytes > largest) {
+  if (*options.bitmapBytes > largest) {
     throw UsageFailure("format",
                        "with blocks of " + size + " bytes a bitmap has at most " + std::to_string(largest) + " bytes");
   }
-  return options.bitmapBytes;
+  return *options.bitmapBytes;
 }
 
 int RunFormat(const FormatOptions& options) {
@@ -79,7 +82,7 @@ Run DefineFormat(CLI::App* app) {
                                              "files and directories that it is to hold at most, the root included")
                                  ->check(CLI::Range(1u, 65535u))
                                  ->type_name("N");
-  app->add_option("--bitmap-bytes", options->bitmapBytes, "the same in bytes of the node bitmap: 8 nodes each; 1024")
+  app->add_option("--bitmap-bytes", options->bitmapBytes, "the same in bytes of the node bitmap: 8 nodes each")
       ->excludes(nodes)
       ->type_name("BYTES");
   app->add_option("container", options->container, "the file to make")->required();
@@ -235,8 +238,12 @@ const Command kFormatCommand = {
     "CONTAINER",
     "make an empty container",
     "Makes a new container that holds an empty root directory. Never overwrites a file.\n\n"
-    "The number of files and directories is fixed here, 8192 unless you say otherwise; the space for contents grows as "
-    "needed, up to 2 GiB. Small blocks waste less on small files, large ones serve large files faster.",
+    "The number of files and directories is fixed here, 8192 (or what the blocks have room for) unless you say "
+    "otherwise; the space for contents grows as needed, up to 2 GiB. Small blocks waste less on small files, large "
+    "ones "
+    "serve large files faster and hold more of them: at most 3584 files and directories with blocks of 1024 bytes, "
+    "7168 "
+    "with 2048, 14336 with 4096, 28672 with 8192.",
     "orba format card.orb\n"
     "orba format --block-size 1024 --nodes 500 small.orb",
     DefineFormat,
