@@ -71,8 +71,8 @@ void JudgeHoles(Work* work, NodeInfo* directory) {
         "the last entry is cleared but the size still counts it: a removal was stopped before it stored the size");
   } else {
     work->Add(Kind::kDirHole, place,
-              to_string(found.holes) + " entries inside the size have node number 0, the first is entry " +
-                  to_string(found.firstHole) + "; a reader takes it for the directory's end");
+              Counted(found.holes, "entry", "entries") + " inside the size without a node, from entry " +
+                  to_string(found.firstHole) + " on; a reader takes that for the directory's end");
   }
 }
 
@@ -90,7 +90,8 @@ void JudgePast(Work* work, NodeInfo* directory) {
                   " stands just past the size: an entry was added, but not yet counted");
   } else {
     work->Add(Kind::kDirPastSize, place,
-              to_string(found.past) + " entries follow the last one that the size counts, where an end mark should be");
+              Counted(found.past, "entry", "entries") +
+                  " behind the last one that the size counts, where an end mark should be");
   }
 }
 

@@ -45,7 +45,7 @@ bool MapWalk::VisitMapBlock(const MapSlot& slot) {
     if (slot.index < map->needed && first) {
       work->Add(Kind::kMapMissing, {number, 0, slot.offset},
                 "no block-map block serves logical block " + to_string(index) + " and what follows; the size counts " +
-                    to_string(map->needed) + " blocks");
+                    Counted(map->needed, "block"));
     }
     if (slot.level == MapLevel::kIndirect && slot.index >= map->needed && node.record.doubleIndirect != kNoBlock) {
       work->Add(Kind::kMapMissing, {number, 0, slot.offset}, "there is a double-indirect block but no indirect block");
@@ -119,9 +119,8 @@ void Judge(Work* work, const NodeInfo& node, MapSummary* map) {
                   ", the last, is already out of the map: a shrink was stopped before it stored the size");
   } else if (map->holes > 0) {
     work->Add(Kind::kMapHole, {number, 0, map->holeOffset, static_cast<std::uint32_t>(map->holes)},
-              to_string(map->holes) + " of " + to_string(map->needed) +
-                  " blocks are missing, the first is logical block " + to_string(map->firstHole) +
-                  "; reading there fails");
+              "no block for " + to_string(map->holes) + " of " + Counted(map->needed, "logical block") + ", from " +
+                  to_string(map->firstHole) + " on; reading there fails");
   }
   if (map->growthHalfMade) {
     work->Add(Kind::kGrowthHalfMade, {number, map->extraBlock, map->extraOffset},
@@ -130,7 +129,7 @@ void Judge(Work* work, const NodeInfo& node, MapSummary* map) {
   } else if (map->extras > 0) {
     work->Add(Kind::kMapBeyondSize,
               {number, map->extraBlock, map->extraOffset, static_cast<std::uint32_t>(map->extras)},
-              to_string(map->extras) + " blocks lie past the size, from logical block " + to_string(map->firstExtra) +
+              Counted(map->extras, "block") + " past the size, from logical block " + to_string(map->firstExtra) +
                   " on; the size may be damaged");
   }
 }

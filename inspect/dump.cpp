@@ -308,7 +308,7 @@ std::string DumpDirectory(const Image& image, const Report& report, std::uint32_
   const NodeInfo& node = model.nodes[number];
   if (!node.readable || !node.IsDirectory()) return "node " + to_string(number) + ": no directory\n";
   std::string text = StateText(model, node) + ", node " + to_string(number) + ", " +
-                     to_string(node.record.size / kDirEntrySize) + " entries\n";
+                     Counted(node.record.size / kDirEntrySize, "entry", "entries") + "\n";
   for (std::uint64_t index = 0; index < std::min(geometry.BlocksFor(node.record.size), geometry.mapCapacity());
        ++index) {
     const std::uint32_t block = FindBlock(image, geometry, node.record, index);

@@ -100,6 +100,11 @@ const char* Name(Severity severity) {
 
 const char* Name(Kind kind) { return kKindInfo[static_cast<std::size_t>(kind)].name; }
 
+std::string Counted(std::uint64_t count, const char* one, const char* many) {
+  const std::string name = count == 1 ? one : many != nullptr ? many : std::string(one) + "s";
+  return std::to_string(count) + " " + name;
+}
+
 Severity SeverityOf(Kind kind) { return kKindInfo[static_cast<std::size_t>(kind)].severity; }
 
 }  // namespace orba::inspect

@@ -96,6 +96,9 @@ constexpr std::size_t kKinds = static_cast<std::size_t>(Kind::kNodeLeaked) + 1;
 const char* Name(Kind kind);
 Severity SeverityOf(Kind kind);
 
+// "1 block", "2 blocks"; for a plural of another kind: Counted(n, "entry", "entries").
+std::string Counted(std::uint64_t count, const char* one, const char* many = nullptr);
+
 constexpr std::uint64_t kNoOffset = ~std::uint64_t{0};
 
 struct Finding {

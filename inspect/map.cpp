@@ -123,7 +123,7 @@ std::string CellText(const Cell& cell, bool colour) {
 
 std::string Summary(const Report& report, const Grid& grid) {
   const Geometry& geometry = report.model.geometry;
-  return to_string(geometry.blocks) + " blocks of " + to_string(geometry.blockSize) + " bytes" +
+  return Counted(geometry.blocks, "block") + " of " + to_string(geometry.blockSize) + " bytes" +
          (grid.blocksPerCell > 1 ? ", " + to_string(grid.blocksPerCell) + " in a cell" : "");
 }
 

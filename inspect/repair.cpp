@@ -69,9 +69,10 @@ Plan PlanRepair(const Image& image, const TimeStamp& now) {
   }
   work.Recheck();
   if (!work.report.IsClean()) {
-    plan.problem = to_string(work.report.Count(Severity::kDamage) + work.report.Count(Severity::kHalfMade) +
-                             work.report.Count(Severity::kLeak)) +
-                   " findings stay, and the container stays marked";
+    plan.problem = Counted(work.report.Count(Severity::kDamage) + work.report.Count(Severity::kHalfMade) +
+                               work.report.Count(Severity::kLeak),
+                           "finding") +
+                   " left, and the container stays marked";
   } else if (work.report.marked) {
     work.Begin("clears the mark of an update in progress");
     work.PutWord(kStateFlagsOffset, 0);
@@ -88,8 +89,7 @@ std::string ToText(const Plan& plan) {
   std::string text;
   for (std::size_t i = 0; i < plan.actions.size(); ++i) {
     const Action& action = plan.actions[i];
-    text += to_string(i + 1) + ". " + action.text + " (" + to_string(action.writes.size()) +
-            (action.writes.size() == 1 ? " write)\n" : " writes)\n");
+    text += to_string(i + 1) + ". " + action.text + " (" + Counted(action.writes.size(), "write") + ")\n";
   }
   if (plan.possible && plan.actions.empty()) text += "nothing to repair\n";
   if (!plan.problem.empty()) text += plan.problem + "\n";

@@ -59,7 +59,7 @@ void FixPast(RepairWork* work, const NodeInfo& directory) {
     size += kDirEntrySize;
   }
   if (size == directory.record.size) return;
-  work->Begin("counts " + to_string((size - directory.record.size) / kDirEntrySize) + " entries more in " +
+  work->Begin("counts " + Counted((size - directory.record.size) / kDirEntrySize, "entry", "entries") + " more in " +
               NodeName(*work, directory.number));
   SetSize(work, directory.number, size);
 }
@@ -75,7 +75,7 @@ void FixHoles(RepairWork* work, const NodeInfo& directory) {
     end = std::max(end, entry.index + 1);
   }
   if (end < count) {
-    work->Begin("counts " + to_string(count - end) + " entries less in " + NodeName(*work, directory.number));
+    work->Begin("counts " + Counted(count - end, "entry", "entries") + " less in " + NodeName(*work, directory.number));
     const std::uint32_t size = end * kDirEntrySize;
     CutNode(work, directory.number, work->geometry().BlocksFor(size), size);
     return;

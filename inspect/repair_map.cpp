@@ -200,7 +200,7 @@ std::vector<std::uint64_t> MissingBlocks(const RepairWork& work, const NodeInfo&
 
 bool Fill(RepairWork* work, const NodeInfo& node, const std::vector<std::uint64_t>& missing) {
   const std::vector<std::uint8_t> zeros(work->geometry().blockSize);
-  work->Begin("fills " + to_string(missing.size()) + " missing blocks of " + NodeName(*work, node) + " with zeros");
+  work->Begin("fills " + Counted(missing.size(), "missing block") + " of " + NodeName(*work, node) + " with zeros");
   for (const std::uint64_t index : missing) {
     OrbNodeRecord record = work->GetNode(node.number);
     const std::uint32_t block = work->Take(zeros);
@@ -243,8 +243,8 @@ void FixMap(RepairWork* work, const NodeInfo& node) {
     return MakeFirstBlock(work, node);
   }
   if (map.end < map.needed || tooLarge) {
-    work->Begin("cuts " + NodeName(*work, node) + " off after " + to_string(map.end) +
-                " blocks: " + (map.shrinkHalfMade ? "the next was being given back" : "the rest is not there"));
+    work->Begin("cuts " + NodeName(*work, node) + " off after " + Counted(map.end, "block") + ": " +
+                (map.shrinkHalfMade ? "the next was being given back" : "the rest is not there"));
     return CutNode(work, node.number, map.end, SizeOf(*work, map.end));
   }
   if (map.present == map.needed) return FixUnneeded(work, node);

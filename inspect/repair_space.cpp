@@ -109,8 +109,8 @@ void Link(RepairWork* work, const NodeInfo& node, const LostFound& lost, std::se
   char wish[16];
   std::snprintf(wish, sizeof wish, "NODE%04u", static_cast<unsigned>(node.number));
   const std::string name = UniqueName(wish, taken);
-  work->Begin("links node " + to_string(node.number) + ", which has " + to_string(node.record.size) +
-              " bytes but no name, as " + (directory == kRootNode ? "/" : "/" + lost.name + "/") + name);
+  work->Begin("links node " + to_string(node.number) + ", which has " + Counted(node.record.size, "byte") +
+              " but no name, as " + (directory == kRootNode ? "/" : "/" + lost.name + "/") + name);
   if (node.IsDirectory()) {
     const std::uint64_t dots = FindEntry(*work, node.record, 1);
     OrbDirEntry up = {};
@@ -168,8 +168,7 @@ void FixChain(RepairWork* work) {
   const std::size_t capacity = geometry.chainCapacity();
   const std::size_t records = (free.size() + capacity) / (capacity + 1);
   std::size_t end = free.size() - records;
-  work->Begin("builds the free chain anew: " + to_string(free.size()) + " blocks in " + to_string(records) +
-              " records");
+  work->Begin("builds the free chain anew: " + Counted(free.size(), "block") + " in " + Counted(records, "record"));
   if (work->model().header.freeChainHead != kNoBlock) work->PutWord(kChainHeadOffset, kNoBlock);
   std::uint32_t next = kNoBlock;
   for (std::size_t i = 0; i < records; ++i) {

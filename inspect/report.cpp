@@ -78,15 +78,16 @@ std::string ToText(const Report& report) {
   if (unlisted > 0) text += "and " + to_string(unlisted) + " more\n";
   const Totals& totals = report.totals;
   if (report.model.geometry.known()) {
-    text += to_string(totals.files) + " files with " + to_string(totals.fileBytes) + " bytes, " +
-            to_string(totals.directories) + " directories, " + to_string(totals.freeNodes) + " free nodes; " +
-            to_string(report.model.geometry.blocks) + " blocks of " + to_string(report.model.geometry.blockSize) +
-            " bytes, " + to_string(totals.freeBlocks) + " free, " + to_string(totals.leakedBlocks) + " leaked\n";
+    text += Counted(totals.files, "file") + " with " + Counted(totals.fileBytes, "byte") + ", " +
+            Counted(totals.directories, "directory", "directories") + ", " + Counted(totals.freeNodes, "free node") +
+            "; " + Counted(report.model.geometry.blocks, "block") + " of " +
+            to_string(report.model.geometry.blockSize) + " bytes, " + to_string(totals.freeBlocks) + " free, " +
+            to_string(totals.leakedBlocks) + " leaked\n";
   }
   return text + Verdict(report) + (report.marked ? ", marked as being updated" : "") + ": " +
-         to_string(report.Count(Severity::kDamage)) + " damages, " + to_string(report.Count(Severity::kHalfMade)) +
-         " half-made operations, " + to_string(report.Count(Severity::kLeak)) + " leaks, " +
-         to_string(report.Count(Severity::kNote)) + " notes\n";
+         Counted(report.Count(Severity::kDamage), "damage") + ", " +
+         Counted(report.Count(Severity::kHalfMade), "half-made operation") + ", " +
+         Counted(report.Count(Severity::kLeak), "leak") + ", " + Counted(report.Count(Severity::kNote), "note") + "\n";
 }
 
 std::string ToJson(const Report& report) {

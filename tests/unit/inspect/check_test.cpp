@@ -945,7 +945,7 @@ TEST(CheckAnything, moreFindingsThanAreKept_areStillCounted) {
 
 TEST(ReportText, clean_isASummaryAlone) {
   EXPECT_EQ(ToText(Inspect(ImageBuilder(1024, 32))),
-            "0 files with 0 bytes, 1 directories, 255 free nodes; 2 blocks of 1024 bytes, 0 free, 0 leaked\n"
+            "0 files with 0 bytes, 1 directory, 255 free nodes; 2 blocks of 1024 bytes, 0 free, 0 leaked\n"
             "clean: 0 damages, 0 half-made operations, 0 leaks, 0 notes\n");
 }
 
@@ -957,7 +957,7 @@ TEST(ReportText, finding_namesItsPlace) {
   EXPECT_EQ(text.substr(0, text.find('\n')), "damage    node-number at /D/B, node 4, block 1, byte " +
                                                  std::to_string(image.NodeOffset(4) + 4) +
                                                  ": the slot carries number 5 instead of its own");
-  EXPECT_NE(text.find("damaged, marked as being updated: 1 damages"), std::string::npos);
+  EXPECT_NE(text.find("damaged, marked as being updated: 1 damage,"), std::string::npos);
 }
 
 TEST(ReportJson, finding_isAnObjectWithItsPlace) {
