@@ -215,8 +215,8 @@ ORB_EXPORT OrbBool ORB_CALL OrbMountVolume(const OrbWideChar* container, const O
 ORB_EXPORT OrbBool ORB_CALL OrbGetVolumeInfoA(const char* volume, OrbU32* bitmapBytes, OrbU32* blockSize);
 ORB_EXPORT OrbBool ORB_CALL OrbGetVolumeInfoW(const OrbWideChar* volume, OrbU32* bitmapBytes, OrbU32* blockSize);
 
-/* Unmounts a volume: closes its open files, closes the container, or discards the memory file. The current directory, if
- * it lay there, moves to the root of the volume mounted before, else of the one mounted after, else to none.
+/* Unmounts a volume: closes its open files, closes the container, or discards the memory file. The current directory,
+ * if it lay there, moves to the root of the volume mounted before, else of the one mounted after, else to none.
  *   fails with 0  NOT_MOUNTED: nothing changed. Otherwise the volume IS unmounted, but something did not close cleanly:
  *                 an open search of the volume (INVALID_HANDLE; close it with OrbFindClose), or a failed flush or close
  *                 of the container. */
@@ -250,8 +250,8 @@ ORB_EXPORT OrbBool ORB_CALL OrbCopyFileW(const OrbWideChar* source, const OrbWid
 /* Moves a file or directory to another directory of the same volume, under the same or another name; within one
  * directory it is a rename. Never overwrites. Data does not move, time stamps of the object stay.
  *   fails with 0  FILE_NOT_FOUND (source), INVALID_NAME, FILE_EXISTS (target), MOVE_NOT_ALLOWED (other volume),
- *                 CURRENT_DIRECTORY, IN_USE (open or held; or a directory into itself or below). A failure after the new
- *                 name went in leaves the object under both names. When the target's directory does not resolve, the
+ *                 CURRENT_DIRECTORY, IN_USE (open or held; or a directory into itself or below). A failure after the
+ *                 new name went in leaves the object under both names. When the target's directory does not resolve, the
  *                 source's directory stays marked in use until its volume is unmounted (kept so deliberately). */
 ORB_EXPORT OrbBool ORB_CALL OrbMoveFileA(const char* source, const char* target);
 ORB_EXPORT OrbBool ORB_CALL OrbMoveFileW(const OrbWideChar* source, const OrbWideChar* target);
@@ -269,7 +269,8 @@ ORB_EXPORT OrbBool ORB_CALL OrbDeleteFileA(const char* path);
 ORB_EXPORT OrbBool ORB_CALL OrbDeleteFileW(const OrbWideChar* path);
 
 /* Reads the attribute word of a file or directory: ORB_ATTRIBUTE_ bits.
- *   fails with    ORB_INVALID_ATTRIBUTES (0xFFFF); the W form with 0 where its path does not convert. FILE_NOT_FOUND. */
+ *   fails with    ORB_INVALID_ATTRIBUTES (0xFFFF); the W form with 0 where its path does not convert.
+ *                 FILE_NOT_FOUND. */
 ORB_EXPORT OrbU32 ORB_CALL OrbGetFileAttributesA(const char* path);
 ORB_EXPORT OrbU32 ORB_CALL OrbGetFileAttributesW(const OrbWideChar* path);
 
@@ -376,7 +377,8 @@ ORB_EXPORT void ORB_CALL _OrbSetError(OrbU32 code);
 /* Sets the code to 0. */
 ORB_EXPORT void ORB_CALL _OrbCrearError(void);
 
-/* Turns a little-endian field of n bytes into the host's byte order, in place; on a little-endian host nothing changes. */
+/* Turns a little-endian field of n bytes into the host's byte order, in place. On a little-endian host nothing
+ * changes. */
 ORB_EXPORT void ORB_CALL OrbConvertEndian(void* bytes, OrbU32 n);
 
 /* Fills the first 7 bytes with the current UTC time. */

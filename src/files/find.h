@@ -2,8 +2,8 @@
 // its pattern. Stands on directories, the name rules and open files.
 //
 // A find handle is kFindHandleTag | slot. A search reads its directory's blocks anew with each call and moves forward
-// only; reaching the end does not free the slot. While it is open its directory counts as in use. Unmounting does not end
-// a search: its directory then belongs to no volume, OrbFindNext fails, OrbFindCloseHandle frees the slot.
+// only; reaching the end does not free the slot. While it is open its directory counts as in use. Unmounting does not
+// end a search: its directory then belongs to no volume, OrbFindNext fails, OrbFindCloseHandle frees the slot.
 #pragma once
 
 #include <stdint.h>
@@ -32,15 +32,15 @@ extern uint32_t g_dwFindCursor;  // where the search for a free slot starts
 uint32_t OrbFindOpen(OrbNode* directory, const char* pattern);
 
 // Finds the next match and fills the record.
-//   fails  ORB_ERROR_INVALID_HANDLE (also: the volume is gone), ORB_ERROR_NO_MORE_ENTRIES, ORB_ERROR_OUT_OF_MEMORY, codes
-//          from below. The record is untouched; an entry whose node cannot be read is passed by the next call.
+//   fails  ORB_ERROR_INVALID_HANDLE (also: the volume is gone), ORB_ERROR_NO_MORE_ENTRIES, ORB_ERROR_OUT_OF_MEMORY,
+//          codes from below. The record is untouched; an entry whose node cannot be read is passed by the next call.
 bool OrbFindNext(uint32_t handle, OrbFindDataA* found);
 
 bool OrbFindCloseHandle(uint32_t handle);
 
-// Tries to close a volume's searches, as unmounting asks: it hands their handles to the close of open files, which takes
-// no find handles. So each open search makes it fail with ORB_ERROR_INVALID_HANDLE and stays; callers rely on unmounting
-// to report a search they forgot.
+// Tries to close a volume's searches, as unmounting asks: it hands their handles to the close of open files, which
+// takes no find handles. So each open search makes it fail with ORB_ERROR_INVALID_HANDLE and stays; callers rely on
+// unmounting to report a search they forgot.
 bool OrbCloseVolumeFinds(const Volume* volume);
 
 }  // namespace orba

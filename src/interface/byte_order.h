@@ -9,8 +9,8 @@ namespace orba {
 // A property of the build: every device the library runs on is little-endian, so conversion is the identity.
 constexpr bool kHostIsLittleEndian = true;
 
-// Converts one field of n bytes between disk and host order, in place; its own inverse. On a big-endian host it reverses
-// the bytes; n below 2 changes nothing.
+// Converts one field of n bytes between disk and host order, in place; its own inverse. On a big-endian host it
+// reverses the bytes; n below 2 changes nothing.
 void ConvertBytes(void* field, uint32_t n, bool hostIsLittleEndian = kHostIsLittleEndian);
 
 // The same for a field of a record; costs nothing where it is the identity.

@@ -68,7 +68,7 @@ OrbNode* ResolvePattern(char* pattern, const char* path) {
 
 }  // namespace
 
-// ---- Volumes ---------------------------------------------------------------------------------------------------------
+// ---- Volumes --------------------------------------------------------------------------------------------------------
 
 OrbBool ORB_CALL OrbCreateVolume(const OrbWideChar* container) {
   return OrbCreateVolumeEx(container, kDefaultBitmapSize, kDefaultBlockSize);
@@ -90,7 +90,7 @@ OrbBool ORB_CALL OrbGetVolumeInfoA(const char* volume, OrbU32* bitmapBytes, OrbU
 
 OrbBool ORB_CALL OrbUnmountVolumeA(const char* volume) { return Begin(volume) && UnmountVolume(volume); }
 
-// ---- Files and directories by name -----------------------------------------------------------------------------------
+// ---- Files and directories by name ----------------------------------------------------------------------------------
 
 OrbBool ORB_CALL OrbCreateFileA(const char* path, OrbU32 attributes) {
   if (!Begin(path)) return 0;
@@ -152,7 +152,7 @@ OrbBool ORB_CALL OrbSetFileAttributesA(const char* path, OrbI32 attributes) {
   return Begin(path) && OrbSetAttributes(path, attributes);
 }
 
-// ---- Open files ------------------------------------------------------------------------------------------------------
+// ---- Open files -----------------------------------------------------------------------------------------------------
 
 OrbHandle ORB_CALL OrbOpenFileA(const char* path, OrbU32 mode) {
   if (!Begin(path)) return ORB_INVALID_HANDLE;
@@ -197,7 +197,7 @@ OrbBool ORB_CALL OrbCloseFile(OrbHandle file) {
   return OrbCloseOpenFile(file);
 }
 
-// ---- Current directory and full path names ---------------------------------------------------------------------------
+// ---- Current directory and full path names --------------------------------------------------------------------------
 
 OrbBool ORB_CALL OrbGetCurrentDirectoryA(char* buffer) { return Begin(buffer) && OrbGetFullPathName(buffer, "."); }
 
@@ -211,7 +211,7 @@ OrbBool ORB_CALL OrbGetFullPathNameA(char* output, const char* path) {
   return Begin(output) && Given(path) && OrbGetFullPathName(output, path);
 }
 
-// ---- Searches --------------------------------------------------------------------------------------------------------
+// ---- Searches -------------------------------------------------------------------------------------------------------
 
 OrbHandle ORB_CALL OrbFindFirstFileA(const char* pattern, OrbFindDataA* found) {
   if (!Begin(pattern) || !Given(found)) return ORB_INVALID_HANDLE;
@@ -234,7 +234,7 @@ OrbBool ORB_CALL OrbFindClose(OrbHandle search) {
   return OrbFindCloseHandle(search);
 }
 
-// ---- Errors, time, byte order ----------------------------------------------------------------------------------------
+// ---- Errors, time, byte order ---------------------------------------------------------------------------------------
 
 OrbU32 ORB_CALL OrbGetLastError(void) { return GetError(); }
 

@@ -2,9 +2,9 @@
 // ORB_ERROR_ list. Stands on nothing.
 //
 // Habit: the code is set where the fault is found, with Fail. Callers pass failures upward unchanged and add a code of
-// their own only where the state is still clear (FailIfClear). The last call wins: a later failure overwrites an earlier
-// code. Every entry point that does work clears the state first, so a clear state in the middle of a call means that
-// nothing has failed so far; "not found" is told from "could not be read" by exactly that.
+// their own only where the state is still clear (FailIfClear). The last call wins: a later failure overwrites an
+// earlier code. Every entry point that does work clears the state first, so a clear state in the middle of a call means
+// that nothing has failed so far; "not found" is told from "could not be read" by exactly that.
 #pragma once
 
 #include <stdint.h>

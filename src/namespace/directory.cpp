@@ -45,8 +45,8 @@ bool WriteDirBlock(const OrbDirEntry* entries, const OrbNode* directory, uint32_
   return WriteBlock(entries, directory->volume, block, kDirectoryWrite);
 }
 
-// Goes on from the cursor to the entry with a name, or, where name is null, with a node number. Null where there is none;
-// the error state tells whether something failed.
+// Goes on from the cursor to the entry with a name, or, where name is null, with a node number. Null where there is
+// none; the error state tells whether something failed.
 OrbDirEntry* FindEntry(DirCursor* cursor, const char* name, uint16_t number) {
   for (;; ++cursor->index) {
     OrbDirEntry* const entry = OrbDirEntryAt(cursor);
@@ -90,9 +90,9 @@ bool IsRemovable(OrbNode* node, bool requireEmpty) {
   return FailIfClear(ORB_ERROR_NOT_EMPTY);
 }
 
-// Clears the last entry of a directory, its last block being in the buffer, brings that block back to disk and stores the
-// smaller size. An emptied block goes out of the map and into the free chain instead; where the chain cannot be stored, the
-// directory lets go of the block all the same, for in memory it may be free already.
+// Clears the last entry of a directory, its last block being in the buffer, brings that block back to disk and stores
+// the smaller size. An emptied block goes out of the map and into the free chain instead; where the chain cannot be
+// stored, the directory lets go of the block all the same, for in memory it may be free already.
 bool DropLastEntry(OrbDirEntry* entries, OrbNode* directory, uint32_t lastBlock) {
   const uint32_t last = EntryCount(directory) - 1;
   entries[EntrySlot(directory, last)].node = 0;
@@ -137,7 +137,7 @@ OrbDirEntry* OrbDirEntryAt(DirCursor* cursor) {
     if (cursor->block == kNoBlock) return nullptr;
   }
   OrbDirEntry* const entry = &cursor->entries[slot];
-  return entry->node != 0 ? entry : nullptr;
+  return cursor->index < EntryCount(directory) && entry->node != 0 ? entry : nullptr;
 }
 
 uint16_t OrbDirLookup(OrbNode* directory, const char* name) {
@@ -211,10 +211,6 @@ OrbNode* OrbDirRemoveEntry(OrbNode* directory, const char* name, bool requireEmp
   DirCursor cursor = {directory, entries, 0, kNoBlock};
   const OrbDirEntry* const entry = FindNamedEntry(&cursor, name);
   if (entry == nullptr) return nullptr;
-  if (cursor.index >= EntryCount(directory)) {  // past the size: there is no telling which entry would be the last
-    Fail(ORB_ERROR_DAMAGED_RECORD);
-    return nullptr;
-  }
 
   NodeRef removed(OrbNodeGet(directory->volume, EntryNode(entry)));
   if (removed.node == nullptr || !IsRemovable(removed.node, requireEmpty)) return nullptr;

@@ -3,17 +3,16 @@
 //
 // Invariants:
 //   D1  entry 0 is ".", entry 1 is ".."; neither is ever renamed or removed
-//   D2  the node's size is 32 x the number of entries; there are no holes. The entry after the last one, where it lies in
-//       the same block, has node number 0
+//   D2  the node's size is 32 x the number of entries; there are no holes. The entry after the last one, where it lies
+//       in the same block, has node number 0
 //   D3  new entries are appended; removal moves the last entry into the hole. The order means nothing
 //   D4  a directory has ceil(size / block size) blocks and at least one; a block emptied by a removal is given back
-// A scan looks at every block to its end and stops at the first entry with node number 0: the size tells how many blocks
-// there are, not where in the last one the names end. A directory with no blocks, or larger than any volume can fill, is
-// damaged.
+// A scan stops at the end of the size or at the first entry with node number 0, whichever comes first. A directory with
+// no blocks, or larger than any volume can fill, is damaged.
 //
-// All operations take a directory the caller holds and fail with ORB_ERROR_PATH_NOT_FOUND where it is not a valid node or
-// not a directory, ORB_ERROR_OUT_OF_MEMORY where the block buffer cannot be had, ORB_ERROR_DAMAGED_RECORD where it is
-// damaged, and with the codes of the reads and writes below.
+// All operations take a directory the caller holds and fail with ORB_ERROR_PATH_NOT_FOUND where it is not a valid node
+// or not a directory, ORB_ERROR_OUT_OF_MEMORY where the block buffer cannot be had, ORB_ERROR_DAMAGED_RECORD where it
+// is damaged, and with the codes of the reads and writes below.
 #pragma once
 
 #include <stdint.h>
@@ -30,31 +29,31 @@ struct DirCursor {
   uint32_t block;        // the block that `entries` holds, 0 before the first
 };
 
-// The entry at the cursor, its block read where the cursor has entered a new one; null at the end of the directory, with
-// no error set, or where the read failed.
+// The entry at the cursor, its block read where the cursor has entered a new one; null at the end of the directory,
+// with no error set, or where the read failed.
 OrbDirEntry* OrbDirEntryAt(DirCursor* cursor);
 
 // Returns the node number that a name stands for, "." and ".." included; 0 with no error set where the name is absent,
 // 0 with the error set where it could not be looked up.
 uint16_t OrbDirLookup(OrbNode* directory, const char* name);
 
-// Returns the node a name stands for, held; an empty name is the directory itself. Null with no error set where the name
-// is absent.
+// Returns the node a name stands for, held; an empty name is the directory itself. Null with no error set where the
+// name is absent.
 OrbNode* OrbDirOpenChild(OrbNode* directory, const char* name);
 
 // True where a name is legal and free: ORB_ERROR_INVALID_NAME, ORB_ERROR_FILE_EXISTS, a lookup's own code.
 bool OrbDirRequireNewName(OrbNode* directory, const char* name);
 
-// Copies the stored name of a node's entry ("." and ".." are passed over) into out[kNameSize]. Where there is none: false,
-// an empty name, and no error set.
+// Copies the stored name of a node's entry ("." and ".." are passed over) into out[kNameSize]. Where there is none:
+// false, an empty name, and no error set.
 bool OrbDirFindName(char* out, OrbNode* directory, uint16_t number);
 
 // Appends an entry and stamps the directory.
 //   check   first: ORB_ERROR_INVALID_NAME, ORB_ERROR_FILE_EXISTS. Without it the caller has done both.
 //   writes  1. the last block with the entry, or a new block holding it (then its map entry)   2. the directory's node:
 //           the commit point
-//   fails   before 2: nothing names the entry. Failing in 2, the size in memory goes back; in a block that was there before
-//           the entry stands past the size, where it is found, but not removed, until the next one takes its place.
+//   fails   before 2: nothing names the entry. Failing in 2, the size in memory goes back, so that the entry stands past the
+//           size, where nobody sees it, until the next one takes its place.
 bool OrbDirAddEntry(OrbNode* directory, const char* name, uint16_t number, bool check);
 
 // Renames an entry in place: one block write. Size, time stamp and node are deliberately left alone.
@@ -65,12 +64,12 @@ bool OrbDirRenameEntry(OrbNode* directory, const char* newName, const char* oldN
 // Removes an entry and returns the node it named, held, for the caller to delete or to keep.
 //   requireEmpty  a directory that still holds names fails with ORB_ERROR_NOT_EMPTY
 //   fails   ORB_ERROR_INVALID_NAME ("." or ".."), ORB_ERROR_FILE_NOT_FOUND, ORB_ERROR_CURRENT_DIRECTORY or
-//           ORB_ERROR_IN_USE (somebody else holds the node), ORB_ERROR_DAMAGED_RECORD (an entry past the size): nothing
-//           changed. Null; no reference is kept.
-//   writes  1. the hole's block, where the hole is not in the last block   2. the last block, or, where it is empty now,
-//           its map entry and its way into the free chain   3. the directory's node: the commit point
+//           ORB_ERROR_IN_USE (somebody else holds the node): nothing changed. Null; no reference is kept.
+//   writes  1. the hole's block, where the hole is not in the last block   2. the last block, or, where it is empty
+//           now, its map entry and its way into the free chain   3. the directory's node: the commit point
 //   A stop between 1 and 2 leaves the moved entry twice; between 2 and 3 a size that is one entry too large, its last
-//   block possibly given back already. Where giving it back fails, 3 is still done: the directory must not go on naming it.
+//   block possibly given back already. Where giving it back fails, 3 is still done: the directory must not go on naming
+//   it.
 OrbNode* OrbDirRemoveEntry(OrbNode* directory, const char* name, bool requireEmpty);
 
 // True where nothing but "." and ".." is there; false, with no error set, where something is.

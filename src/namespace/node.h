@@ -47,7 +47,8 @@ OrbNode* OrbNodeAlloc();
 OrbNode* OrbNodeGet(Volume* volume, uint16_t number);
 
 // Reads a node's record.
-//   fails  ORB_ERROR_DAMAGED_RECORD: no such node (0, above 8 x bitmap size, no node block in the table); the read's code
+//   fails  ORB_ERROR_DAMAGED_RECORD: no such node (0, above 8 x bitmap size, no node block in the table); the read's
+//   code
 bool OrbNodeRead(OrbNode* node, Volume* volume, uint16_t number);
 
 // Writes a node's record to its place.

@@ -3,8 +3,8 @@
 //
 // Invariants:
 //   S1  numbers are given out lowest first
-//   S2  a record is on disk before the bitmap marks its number used; a number is marked free before its blocks are freed.
-//       A stop in between leaves an unreachable record or lost blocks, never a number in use twice
+//   S2  a record is on disk before the bitmap marks its number used; a number is marked free before its blocks are
+//       freed. A stop in between leaves an unreachable record or lost blocks, never a number in use twice
 //   S3  a node block whose numbers are all free is given back, and made anew when one of them is needed again
 //   S4  where a table could not be written, its image in memory goes back to what the disk holds (V3)
 #pragma once

@@ -1,9 +1,9 @@
-// Layer: path resolution. Turns a path into a node, or into the directory that holds its last name and that name. Stands
-// on directories, the current directory, the list of volumes and the name rules.
+// Layer: path resolution. Turns a path into a node, or into the directory that holds its last name and that name.
+// Stands on directories, the current directory, the list of volumes and the name rules.
 //
-// A path is an optional volume part (everything before the first ":"), then components separated by "/". Runs of "/" count
-// as one; leading and trailing "/" add nothing, but a leading one starts at the root. "." and ".." are ordinary entries
-// of every directory. A walk that fails holds no node.
+// A path is an optional volume part (everything before the first ":"), then components separated by "/". Runs of "/"
+// count as one; leading and trailing "/" add nothing, but a leading one starts at the root. "." and ".." are ordinary
+// entries of every directory. A walk that fails holds no node.
 #pragma once
 
 #include "namespace/node.h"

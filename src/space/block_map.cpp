@@ -98,8 +98,8 @@ bool SetFileBlock(OrbNode* node, uint32_t position, uint32_t block) {
   if (!OrbNodeIsValid(node)) return Fail(ORB_ERROR_ABORTED);
   const Volume* const volume = node->volume;
   const uint32_t i = BlockIndex(volume, position);
-  // The border is (size + 1) / block size, as it stands: a block past the end may be entered when the size is a multiple
-  // of the block size, or one byte short of one.
+  // The border is (size + 1) / block size, as it stands: a block past the end may be entered when the size is a
+  // multiple of the block size, or one byte short of one.
   if (i > BlockIndex(volume, node->record.size + 1)) return Fail(ORB_ERROR_DAMAGED_RECORD);
   if (!IsInsideMap(volume, i)) return Fail(ORB_ERROR_VOLUME_FULL);
   if (i < kDirectBlocks) {

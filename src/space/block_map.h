@@ -1,5 +1,5 @@
-// Layer: the block map, from a byte position of a file or directory to the block that holds it. Stands on block I/O, the
-// free chain and nodes; reading and writing the bytes themselves is for the layers above.
+// Layer: the block map, from a byte position of a file or directory to the block that holds it. Stands on block I/O,
+// the free chain and nodes; reading and writing the bytes themselves is for the layers above.
 //
 // With P = block size / 4, logical block i of a node lies
 //   i < 6          in direct slot i

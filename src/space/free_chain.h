@@ -1,5 +1,6 @@
-// Layer: free space. Blocks that were used once and are free again are kept in a chain of free-chain records (layout.h),
-// newest first; blocks never used do not exist yet, because the volume grows at its container's end. Stands on block I/O.
+// Layer: free space. Blocks that were used once and are free again are kept in a chain of free-chain records
+// (layout.h), newest first; blocks never used do not exist yet, because the volume grows at its container's end. Stands
+// on block I/O.
 //
 // Invariants:
 //   F1  the head record, where there is one, is cached whole (Volume::freeChain); records behind it are never in memory

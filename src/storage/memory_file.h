@@ -10,7 +10,8 @@
 
 namespace orba {
 
-// Loads memfile.dll and creates the memory file, or empties it.  fails: ORB_ERROR_MEMFILE_NOT_FOUND, ORB_ERROR_NO_MEMFILE
+// Loads memfile.dll and creates the memory file, or empties it.  fails: ORB_ERROR_MEMFILE_NOT_FOUND,
+// ORB_ERROR_NO_MEMFILE
 bool MemFileCreate();
 
 // Read and write at the memory file's position. The result is memfile.dll's own, unchanged; a short transfer is for

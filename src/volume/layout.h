@@ -63,8 +63,8 @@ constexpr uint32_t kBitmapOffset = kHeaderSize + kNodeTableSize;
 
 constexpr bool IsBlockSize(uint32_t size) { return size == 1024 || size == 2048 || size == 4096 || size == 8192; }
 
-// The largest node bitmap that formatting and mounting accept: (B/64) x 448 numbers, a bit each. It admits twice the nodes that the node-block table can
-// place; the numbers beyond the table can never be given out.
+// The largest node bitmap that formatting and mounting accept: (B/64) x 448 numbers, a bit each. It admits twice the
+// nodes that the node-block table can place; the numbers beyond the table can never be given out.
 constexpr uint32_t MaxBitmapSize(uint32_t blockSize) { return blockSize - blockSize / 8; }
 
 // A container never reaches this size: positions are signed 32-bit numbers to the host.

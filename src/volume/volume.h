@@ -1,5 +1,5 @@
-// Layer: the volume record, everything the library keeps of a mounted volume, and the list of mounted volumes. Stands on
-// the container layout and the name rules. Mounting makes and links a record, unmounting unlinks and frees it;
+// Layer: the volume record, everything the library keeps of a mounted volume, and the list of mounted volumes. Stands
+// on the container layout and the name rules. Mounting makes and links a record, unmounting unlinks and frees it;
 // formatting uses a zeroed one with header and container alone.
 //
 // Invariants:

@@ -1,5 +1,5 @@
-// The device calls on a device: COREDLL.dll has them under these names, with these semantics and, in 32 bits, with these
-// argument sizes.
+// The device calls on a device: COREDLL.dll has them under these names, with these semantics and, in 32 bits, with
+// these argument sizes.
 #include "platform/coredll.h"
 
 extern "C" {
