@@ -104,11 +104,15 @@ class CheckTest(DamageTest):
 
     def test_check_of_what_is_no_container_exits_8(self):
         self.write("text.txt", b"no container")
-        self.assertEqual(self.orba("check", "text.txt").status, 8)
         self.write("empty")
-        self.assertEqual(self.orba("check", "empty").status, 8)
-        self.fails(8, "check", "none")
-        self.fails(8, "check", ".")
+        for name in ("text.txt", "empty"):
+            result = self.orba("check", name)
+            self.assertEqual(result.status, 8)
+            self.assertIn(f"orba: cannot check {name}: it is no container, or its beginning is lost "
+                          "(ORB_ERROR_DAMAGED_VOLUME, 0x3000000A)\n", result.err)
+            self.assertFalse(json.loads(self.orba("check", "--json", name).out)["readable"])
+        self.assertIn("cannot read none: No such file or directory (ENOENT, 2)", self.fails(8, "check", "none"))
+        self.assertIn("cannot read .: it is no ordinary file", self.fails(8, "check", "."))
 
     def test_check_of_a_container_that_is_open_elsewhere_exits_8(self):
         with open(self.path("card.orb"), "rb") as container:

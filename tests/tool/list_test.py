@@ -69,6 +69,10 @@ class ListTest(ToolTest):
         self.assertIn("orba check text.txt", message)
         self.assertIn("orba repair text.txt", message)
 
+    def test_ls_of_what_is_no_ordinary_file_says_so(self):
+        self.assertIn("cannot open .: it is no ordinary file (ORB_ERROR_ACCESS_DENIED, 0x30000019)",
+                      self.fails(1, "ls", "."))
+
     def test_ls_of_another_version_points_to_the_header(self):
         self.patch("card.orb", 4, b"2.0 ")
         message = self.fails(1, "ls", "card.orb")

@@ -124,6 +124,8 @@ class MapTest(PictureTest):
         self.assertIn("cannot write card.svg: File exists (EEXIST, 17)",
                       self.fails(1, "map", "--svg", "card.svg", "card.orb"))
         self.assertEqual(self.read("card.svg"), b"mine")
+        self.assertIn("it is the container itself", self.fails(1, "map", "-f", "--svg", "./card.orb", "card.orb"))
+        self.assert_clean()
         self.ok("map", "-f", "--svg", "card.svg", "card.orb")
         xml.etree.ElementTree.parse(self.path("card.svg"))
 

@@ -92,7 +92,7 @@ class Planner {
   void Add(const Match& source, const std::string& target) {
     const bool exists = HostFileExists(target);
     if (!source.item.IsDirectory()) {
-      if (exists) RefuseExisting(target);
+      if (exists) RefuseExisting(target, source.address.container);
       plan_.work += source.item.size + Progress::kFile;
       plan_.steps.push_back({source, target});
       return;
@@ -117,8 +117,10 @@ class Planner {
                                     "\nfetch everything with: orba recover " + ShellWord(address.container) + " DIR");
   }
 
-  void RefuseExisting(const std::string& target) {
-    if (IsHostDirectory(target)) {
+  void RefuseExisting(const std::string& target, const std::string& container) {
+    if (IsSameHostFile(target, container)) {
+      plan_.refusals.emplace_back("cannot write " + target, "it is the container itself", "use another name");
+    } else if (IsHostDirectory(target)) {
       plan_.refusals.push_back(HostFailure("cannot write " + target, EISDIR));
     } else if (!options_.force) {
       plan_.refusals.push_back(HostFailure("cannot write " + target, EEXIST));
@@ -238,7 +240,7 @@ const Command kGetCommand = {
     "Each file is written under a passing name and renamed when it is whole, so an interrupted get leaves no half "
     "files.",
     "orba get card.orb:/LOGS  # into the current directory\n"
-    "orba get 'card.orb:/LOGS/*.TXT' /tmp/logs\n"
+    "orba get 'card.orb:/LOGS/*.TXT' backup\n"
     "orba get --lower card.orb backup",
     DefineGet,
 };

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "tools/orba/failure.h"
+#include "tools/orba/interrupt.h"
 
 namespace orba::tool {
 
@@ -39,6 +40,7 @@ Descriptor OpenForReading(const std::string& path) {
 std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std::size_t count) {
   std::size_t done = 0;
   while (done < count) {
+    AwaitInput(descriptor);
     const ssize_t part = read(descriptor, static_cast<char*>(buffer) + done, count - done);
     if (part < 0 && errno == EINTR) continue;
     if (part < 0) throw HostFailure("cannot read " + path, errno);
@@ -87,6 +89,13 @@ bool IsHostDirectory(const std::string& path) {
 bool HostFileExists(const std::string& path) {
   struct stat status = {};
   return lstat(path.c_str(), &status) == 0;
+}
+
+bool IsSameHostFile(const std::string& a, const std::string& b) {
+  struct stat first = {};
+  struct stat second = {};
+  return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
 }
 
 void MakeHostDirectory(const std::string& path) {

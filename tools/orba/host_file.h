@@ -1,5 +1,5 @@
 // Files of the host: opened for reading, written under a passing name until they are whole, stamped with the times that a
-// container holds. Stands on failure.
+// container holds. Stands on failure and interrupt.
 #pragma once
 
 #include <sys/stat.h>
@@ -44,6 +44,8 @@ std::string BaseName(const std::string& path);
 
 bool IsHostDirectory(const std::string& path);
 bool HostFileExists(const std::string& path);  // a link that leads nowhere exists too
+
+bool IsSameHostFile(const std::string& a, const std::string& b);
 
 void MakeHostDirectory(const std::string& path);  // one that is there is fine
 

@@ -80,6 +80,18 @@ struct CheckOptions {
   bool quiet = false;
 };
 
+Failure Unreadable(const std::string& path, const inspect::Report& report) {
+  const std::string recover = "fetch what can be read with: orba recover " + ShellWord(path) + " DIR";
+  if (report.Count(inspect::Kind::kUnreadable) > 0) {
+    return Failure("cannot check all of " + path, "the host could not read it (" + CodeText(ORB_ERROR_READ) + ")",
+                   "copy it to another disk and check the copy\n" + recover, ORB_ERROR_READ);
+  }
+  return Failure("cannot check " + path,
+                 "it is no container, or its beginning is lost (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+                 "look at its first bytes with: orba dump " + ShellWord(path) + " bytes 0\n" + recover,
+                 ORB_ERROR_DAMAGED_VOLUME);
+}
+
 int CheckOne(const CheckOptions& options, const std::string& operand) {
   CheckInterrupt();
   const RawContainer container(ParseContainer(operand));
@@ -91,7 +103,7 @@ int CheckOne(const CheckOptions& options, const std::string& operand) {
     Print(PaintedReport(ToText(report)));
     if (report.readable && !IsSound(report)) Print("repair it with: orba repair " + ShellWord(container.path()) + "\n");
   }
-  if (!report.readable) return kCouldNotWork;
+  if (!report.readable) throw Unreadable(container.path(), report);
   return IsSound(report) ? kSuccess : kDamageLeft;
 }
 

@@ -8,11 +8,15 @@ struct Interrupt {
   int signal;
 };
 
-// From here on SIGINT, SIGTERM and SIGHUP wait to be noticed; SIGPIPE becomes a failed write.
+// From here on SIGINT, SIGTERM and SIGHUP wait to be noticed; a second one of the same kind does not. A write to a reader
+// that went away fails with EPIPE, one that has to wait is ended by a signal (EINTR).
 void CatchInterrupts();
 
 // Throws an Interrupt when a signal has come.
 void CheckInterrupt();
+
+// Waits until there is something to read, or the end. Throws an Interrupt when a signal comes first.
+void AwaitInput(int descriptor);
 
 // Ends the program the way the signal would have.
 [[noreturn]] void DieOf(const Interrupt& interrupt);

@@ -152,8 +152,11 @@ struct MapOptions {
   bool force = false;
 };
 
-void WriteSvg(const MapOptions& options, const std::string& picture) {
+void WriteSvg(const MapOptions& options, const std::string& container, const std::string& picture) {
   if (options.svg == "-") return Print(picture);
+  if (IsSameHostFile(options.svg, container)) {
+    throw Failure("cannot write " + options.svg, "it is the container itself", "use another name");
+  }
   if (!options.force && HostFileExists(options.svg)) throw HostFailure("cannot write " + options.svg, EEXIST);
   NewHostFile file(options.svg);
   file.Write(picture.data(), picture.size());
@@ -167,7 +170,7 @@ int RunMap(const MapOptions& options) {
     throw LibraryFailure("cannot make out " + container.path(), container.path(), ORB_ERROR_DAMAGED_VOLUME);
   }
   if (!options.svg.empty()) {
-    WriteSvg(options, inspect::DrawSvg(report));
+    WriteSvg(options, container.path(), inspect::DrawSvg(report));
     return kSuccess;
   }
   // A row begins with a block number of nine columns; sixteens are easy to count.

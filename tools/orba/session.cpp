@@ -72,6 +72,23 @@ std::string Shortened(const std::string& path) {
   return path.size() <= kLongest ? path : "..." + path.substr(path.size() - kLongest);
 }
 
+// `status` is what the host knows of the container, zeros if nothing.
+Failure MountFailure(const std::string& container, OrbU32 code, const struct stat& status) {
+  const std::string what = "cannot open " + container;
+  if (code == ORB_ERROR_ACCESS_DENIED && status.st_mode != 0 && !S_ISREG(status.st_mode)) {
+    return Failure(what, "it is no ordinary file (" + CodeText(code) + ")", "check the name", code);
+  }
+  if (code != ORB_ERROR_FILE_NOT_FOUND) return LibraryFailure(what, container, code);
+  const std::string why = "there is no such container (" + CodeText(code) + ")";
+  const std::size_t colon = container.rfind(':');
+  if (colon == std::string::npos) {
+    const std::string advice = "check the name, or make a container with: orba format " + ShellWord(container);
+    return Failure(what, why, advice, code);
+  }
+  const std::string meant = container.substr(0, colon) + ":/" + container.substr(colon + 1);
+  return Failure(what, why, "a path inside a container begins with \"/\": " + meant, code);
+}
+
 }  // namespace
 
 std::u16string WideName(const std::string& container) {
@@ -120,21 +137,7 @@ const Session::Volume& Session::Mount(const std::string& container) {
     const std::u16string file = WideName(container);
     const std::string name = "V" + std::to_string(++mounted_);
     const std::u16string wideName(name.begin(), name.end());
-    if (OrbMountVolume(file.c_str(), wideName.c_str()) == 0) {
-      const OrbU32 code = OrbGetLastError();
-      const std::size_t colon = container.rfind(':');
-      if (code == ORB_ERROR_FILE_NOT_FOUND && colon != std::string::npos) {
-        throw Failure("cannot open " + container, "there is no such container (" + CodeText(code) + ")",
-                      "a path inside a container begins with \"/\": " + container.substr(0, colon) + ":/" +
-                          container.substr(colon + 1),
-                      code);
-      }
-      if (code == ORB_ERROR_FILE_NOT_FOUND) {
-        throw Failure("cannot open " + container, "there is no such container (" + CodeText(code) + ")",
-                      "check the name, or make a container with: orba format " + ShellWord(container), code);
-      }
-      throw LibraryFailure("cannot open " + container, container, code);
-    }
+    if (OrbMountVolume(file.c_str(), wideName.c_str()) == 0) throw MountFailure(container, OrbGetLastError(), status);
     volumes_[id] = {name, container};
   }
   ids_[container] = id;

@@ -13,6 +13,7 @@
 
 #include "inspect/names.h"
 #include "tools/orba/failure.h"
+#include "tools/orba/interrupt.h"
 
 namespace orba::tool {
 
@@ -45,8 +46,10 @@ const char* Sequence(Colour colour) {
 }
 
 [[noreturn]] void FailOutput() {
-  if (errno == EPIPE) throw OutputClosed();
-  throw HostFailure("cannot write to standard output", errno);
+  const int error = errno;
+  if (error == EPIPE) throw OutputClosed();
+  if (error == EINTR) CheckInterrupt();
+  throw HostFailure("cannot write to standard output", error);
 }
 
 }  // namespace

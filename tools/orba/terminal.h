@@ -1,5 +1,5 @@
 // What depends on who reads the output: colours, the line's width, progress. On anything but a terminal the output is
-// plain and progress is silent. Stands on failure.
+// plain and progress is silent. Stands on failure and interrupt.
 #pragma once
 
 #include <chrono>
