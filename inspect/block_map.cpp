@@ -32,8 +32,9 @@ void VisitDataSlots(const Geometry& geometry, const std::vector<std::uint8_t>& b
 
 std::uint32_t ReadSlot(const Image& image, const Geometry& geometry, std::uint32_t block, std::uint64_t slot) {
   std::uint8_t bytes[4];
-  if (!geometry.Holds(block) || !image.Read(geometry.BlockOffset(block) + slot * 4, bytes, sizeof bytes))
+  if (!geometry.Holds(block) || !image.Read(geometry.BlockOffset(block) + slot * 4, bytes, sizeof bytes)) {
     return kNoBlock;
+  }
   return Get32(bytes);
 }
 

@@ -154,8 +154,9 @@ void ReadNodeBlock(Work* work, std::uint32_t index) {
   std::vector<std::uint8_t> bytes(geometry.blockSize);
   if (!work->Read(geometry.BlockOffset(block), bytes.data(), bytes.size())) return;
   bool foreign = true;
-  for (std::uint32_t i = 0; i < geometry.nodesPerBlock(); ++i)
+  for (std::uint32_t i = 0; i < geometry.nodesPerBlock(); ++i) {
     foreign &= Get32(&bytes[i * kNodeSize]) != kNodeSignature;
+  }
   if (foreign) {
     work->Add(Kind::kNodeBlockForeign, {0, block, kHeaderSize + 4 * index},
               "table entry " + to_string(index) + " names " + BlockText(block) + ", which holds no node; nodes " +

@@ -156,7 +156,7 @@ bool AreLegal(std::uint32_t node, std::uint16_t attributes);
 bool IsPlausible(const Geometry& geometry, std::uint32_t node, const OrbNodeRecord& record);
 
 // "/", "/LOGS/DAY1.TXT"; for a node that the root does not lead to, a path from "(node 5)". Long paths lose their front.
-std::string PathOf(const Model& model, std::uint32_t node);
+std::string PathOf(const Model& model, std::uint32_t number);
 
 struct Totals {
   std::uint32_t files = 0, directories = 0;  // nodes in use

@@ -64,7 +64,7 @@ void JudgeHoles(Work* work, NodeInfo* directory) {
   const std::uint32_t count = EntryCount(*directory);
   const Work::Place place = {directory->number, found.holeBlock, found.holeOffset, found.holes};
   found.removalHalfMade = found.holes == 1 && found.firstHole + 1 == count && count > 2 &&
-                          found.firstHole % work->geometry().entriesPerBlock() != 0;
+                          found.holeOffset != work->geometry().BlockOffset(found.holeBlock);
   if (found.removalHalfMade) {
     work->Add(
         Kind::kRemovalHalfMade, place,
@@ -295,8 +295,9 @@ void CheckReach(Work* work) {
   Model& model = work->model();
   if (model.nodes[kRootNode].state == NodeState::kUsed) Spread(&model, kRootNode, Reach::kRoot);
   for (const NodeInfo& node : model.nodes) {
-    if (node.state != NodeState::kUsed || node.number == kRootNode || !node.names.empty() || !node.pending.empty())
+    if (node.state != NodeState::kUsed || node.number == kRootNode || !node.names.empty() || !node.pending.empty()) {
       continue;
+    }
     Spread(&model, node.number, Reach::kLeaked);
     work->Add(Kind::kNodeLeaked, {node.number, 0, node.offset},
               "the node is in use, with " + to_string(node.record.size) + " bytes, but has no name");

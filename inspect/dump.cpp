@@ -46,8 +46,9 @@ std::string Field(std::uint64_t offset, const std::uint8_t* bytes, std::size_t c
 
 std::string Text(const std::uint8_t* bytes, std::size_t count) {
   std::string text = "\"";
-  for (std::size_t i = 0; i < count; ++i)
+  for (std::size_t i = 0; i < count; ++i) {
     text += bytes[i] >= 0x20 && bytes[i] < 0x7F ? static_cast<char>(bytes[i]) : '.';
+  }
   return text + "\"";
 }
 
@@ -94,8 +95,9 @@ std::string UseText(const Model& model, std::uint32_t block) {
   if (info.use == BlockUse::kFile || info.use == BlockUse::kDirectory) {
     text = "logical block " + to_string(info.index) + " of " + Name(info.use) + " " + PathOf(model, info.node);
   }
-  if (info.use == BlockUse::kMap)
+  if (info.use == BlockUse::kMap) {
     text = "block map of " + PathOf(model, info.node) + " from logical block " + to_string(info.index);
+  }
   return text + (info.shared ? ", and something else's too" : "");
 }
 
@@ -289,8 +291,9 @@ std::string DumpBlock(const Image& image, const Report& report, std::uint32_t bl
 
 std::string DumpChain(const Image& image, const Report& report) {
   const Model& model = report.model;
-  if (model.chain.empty())
+  if (model.chain.empty()) {
     return model.header.freeChainHead == kNoBlock ? "no free chain\n" : "the free chain cannot be read\n";
+  }
   std::string text;
   for (const ChainRecordInfo& record : model.chain) {
     const std::uint64_t offset = model.geometry.BlockOffset(record.block);

@@ -15,10 +15,10 @@ namespace orba::inspect {
 std::string DumpHeader(const Image& image);
 std::string DumpTable(const Report& report);
 std::string DumpBitmap(const Report& report);
-std::string DumpNode(const Image& image, const Report& report, std::uint32_t node);
+std::string DumpNode(const Image& image, const Report& report, std::uint32_t number);
 std::string DumpBlock(const Image& image, const Report& report, std::uint32_t block);
 std::string DumpChain(const Image& image, const Report& report);
-std::string DumpDirectory(const Image& image, const Report& report, std::uint32_t node);
+std::string DumpDirectory(const Image& image, const Report& report, std::uint32_t number);
 
 // `count` bytes from `offset` as hexadecimal and text, 16 a line; lines that repeat are left out with "*".
 std::string DumpBytes(const Image& image, std::uint64_t offset, std::uint64_t count);

@@ -26,7 +26,7 @@ struct Geometry {
   std::uint32_t nodeLimit() const;
 
   // Table entries that those nodes need.
-  std::uint32_t tableEntries() const { return (nodeLimit() + nodesPerBlock() - 1) / nodesPerBlock(); }
+  std::uint32_t tableEntries() const { return known() ? (nodeLimit() + nodesPerBlock() - 1) / nodesPerBlock() : 0; }
 
   // The most blocks that a node's map can hold.
   std::uint64_t mapCapacity() const {

@@ -170,8 +170,9 @@ std::string DrawMap(const Report& report, const MapStyle& style) {
   for (std::size_t i = 0; i < kShades; ++i) {
     Cell cell;
     cell.shade = static_cast<Shade>(i);
-    if (counts[i] > 0)
+    if (counts[i] > 0) {
       text += CellText(cell, style.colour) + " " + kShadeInfo[i].name + " " + to_string(counts[i]) + "  ";
+    }
   }
   if (text.back() != ' ') return text;
   text.resize(text.size() - 2);

@@ -45,8 +45,9 @@ std::string Hopeless(const Report& report) {
   if (report.Count(Kind::kUnreadable) > 0) {
     return "the host cannot read all of the container; copy what can be read to a sound medium and repair the copy";
   }
-  if (report.Count(Kind::kLayoutUnknown) > 0)
+  if (report.Count(Kind::kLayoutUnknown) > 0) {
     return "no block size and no root directory can be made out; this may be no container at all";
+  }
   if (!report.model.geometry.known()) return "the container ends before its data area; nothing is left to repair";
   return "";
 }

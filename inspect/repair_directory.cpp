@@ -327,8 +327,9 @@ bool AddEntry(RepairWork* work, std::uint16_t directory, const std::string& name
     std::vector<std::uint8_t> bytes(work->geometry().blockSize);
     EncodeEntry(entry, bytes.data());
     const std::uint32_t block = work->Take(bytes);
-    if (block == kNoBlock || !SetMapSlot(work, &record, index / work->geometry().entriesPerBlock(), block))
+    if (block == kNoBlock || !SetMapSlot(work, &record, index / work->geometry().entriesPerBlock(), block)) {
       return false;
+    }
   }
   record.size += kDirEntrySize;
   work->PutNode(directory, record);

@@ -322,8 +322,9 @@ void CutNode(RepairWork* work, std::uint16_t number, std::uint64_t end, std::uin
   std::vector<std::uint64_t> slots;
   VisitMap(work->image, work->geometry(), record, work->model().nodes[number].offset, [&](const MapSlot& slot) {
     if (slot.level != MapLevel::kData) return work->geometry().Holds(slot.block);
-    if (slot.index >= std::max<std::uint64_t>(end, kDirectBlocks) && slot.block != kNoBlock)
+    if (slot.index >= std::max<std::uint64_t>(end, kDirectBlocks) && slot.block != kNoBlock) {
       slots.push_back(slot.offset);
+    }
     return false;
   });
   for (auto slot = slots.rbegin(); slot != slots.rend(); ++slot) work->PutWord(*slot, kNoBlock);

@@ -107,8 +107,9 @@ std::string ToJson(const Report& report) {
           Pair("leakedBlocks", std::uint64_t{totals.leakedBlocks}) + "," +
           Pair("appendableBlocks", totals.appendableBlocks) + "," +
           Pair("unlisted", All(report) - report.findings.size()) + ",\"findings\":[";
-  for (std::size_t i = 0; i < report.findings.size(); ++i)
+  for (std::size_t i = 0; i < report.findings.size(); ++i) {
     json += (i == 0 ? "" : ",") + FindingJson(report.findings[i]);
+  }
   return json + "]}\n";
 }
 
