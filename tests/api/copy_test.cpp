@@ -1,4 +1,5 @@
 // Copying files, within a volume and between volumes of any two block sizes.
+#include <cstdio>
 #include <tuple>
 
 #include "support.h"
@@ -157,19 +158,23 @@ TEST_P(CopyBlockSizesTest, copy_sizesAroundEveryBorder_isTheSame) {
 }
 
 // No more blocks than the data needs, the rest of the last one zero.
-TEST_P(CopyBlockSizesTest, copy_of1500Bytes_takesTheBlocksItNeeds) {
+TEST_P(CopyBlockSizesTest, copy_takesTheBlocksItNeeds) {
   const auto [from, to] = GetParam();
   FormatAndMount(kMemory, 64, from, "FROM");
-  FormatAndMount(kFirst, 64, to, "TO");
-  MakeFile("FROM:F", Pattern(1, 1500));
-  EXPECT_EQ(Ended(OrbCopyFileA("FROM:F", "TO:F")), Succeeded());
-  Unmount("TO");
-  const Image image(kFirst);
-  EXPECT_EQ(image.NodeSize(2), 1500u);
-  EXPECT_EQ(image.Blocks(), 2 + (1500 + to - 1) / to);
-  EXPECT_EQ(image.Direct(2, 0), 3u);
-  EXPECT_EQ(image.Direct(2, 1), to == 1024 ? 4u : 0u);
-  EXPECT_TRUE(image.All(image.Block(3) + 1500, image.Blocks() * std::size_t{to} - 2 * std::size_t{to} - 1500, 0));
+  for (const OrbU32 size : {1u, 1024u, 1500u, 2048u, 4096u, 5000u, 6144u}) {
+    FormatAndMount(kFirst, 64, to, "TO");
+    MakeFile("FROM:F", Pattern(1, size));
+    EXPECT_EQ(Ended(OrbCopyFileA("FROM:F", "TO:F")), Succeeded()) << size;
+    EXPECT_EQ(Ended(OrbDeleteFileA("FROM:F")), Succeeded());
+    Unmount("TO");
+    const Image image(kFirst);
+    const OrbU32 blocks = (size + to - 1) / to;
+    EXPECT_EQ(image.NodeSize(2), size);
+    EXPECT_EQ(image.Blocks(), 2 + blocks) << size;
+    for (OrbU32 slot = 0; slot < 6; ++slot) EXPECT_EQ(image.Direct(2, slot), slot < blocks ? 3 + slot : 0) << size;
+    EXPECT_TRUE(image.All(image.Block(3) + size, std::size_t{blocks} * to - size, 0)) << size;
+    std::remove(kFirst);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Pairs, CopyBlockSizesTest,
