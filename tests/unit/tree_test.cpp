@@ -135,7 +135,7 @@ void TreeTest::Remount() {
   testhost::ClearTrace();
 }
 
-// ---- Making ----------------------------------------------------------------------------------------------------------
+// ---- Making ---------------------------------------------------------------------------------------------------------
 
 void TreeTest::MakeFile(const char* path, const Bytes& contents) {
   ASSERT_EQ(Outcome(OrbCreateFileA(path, 0)), "") << path;
@@ -176,7 +176,7 @@ void TreeTest::Resize(const char* path, uint32_t size) {
   testhost::ClearTrace();
 }
 
-// ---- Looking ---------------------------------------------------------------------------------------------------------
+// ---- Looking --------------------------------------------------------------------------------------------------------
 
 Bytes TreeTest::Contents(const char* path) {
   const Untraced untraced;
@@ -238,7 +238,7 @@ void TreeTest::Damage(const std::function<void(Bytes*)>& change) {
   testhost::ClearTrace();
 }
 
-// ---- Host calls ------------------------------------------------------------------------------------------------------
+// ---- Host calls -----------------------------------------------------------------------------------------------------
 
 std::string TreeTest::Calls(const char16_t* container) {
   const Bytes image = FileBytes(container);
@@ -259,7 +259,7 @@ std::string TreeTest::Writes(const char16_t* container) { return TransferText(co
 
 std::string TreeTest::Reads(const char16_t* container) { return TransferText(container, Call::kReadFile); }
 
-// ---- Every call failing in turn ----------------------------------------------------------------------------------------
+// ---- Every call failing in turn -------------------------------------------------------------------------------------
 
 std::string TreeTest::RunOnce(const Operation& operation, const std::function<void()>& fail, bool* failed) {
   if (operation.prepare) operation.prepare();

@@ -1,5 +1,5 @@
-// The fixture for tests of the layers from nodes upward. It says what the library did to a container in the volume's own
-// terms, so that a test states a whole order of calls in one line:
+// The fixture for tests of the layers from nodes upward. It says what the library did to a container in the volume's
+// own terms, so that a test states a whole order of calls in one line:
 //
 //   mark, clear     the flags word written with the update mark set, or cleared
 //   header, table, bitmap
@@ -7,7 +7,8 @@
 //   block N         a whole block; "block N+O:L" are the L bytes from byte O of it
 //   size, flush     the container's size asked for; a flush
 //
-// " !E" follows a call that failed with host error E. A seek stands for itself only where no transfer at its place follows.
+// " !E" follows a call that failed with host error E. A seek stands for itself only where no transfer at its place
+// follows.
 #pragma once
 
 #include <functional>
@@ -26,7 +27,7 @@ class TreeTest : public LibraryTest {
  protected:
   void SetUp() override;
 
-  // Formats and mounts another volume in the place of "A"; tests begin with 16 bytes of bitmap and blocks of 1024 bytes.
+  // Formats and mounts another volume in the place of "A"; tests begin with 16 bytes of bitmap and blocks of 1024.
   void Start(uint32_t bitmapSize, uint32_t blockSize);
 
   // Unmounts "A" and mounts it again, so that nothing is known but what the container holds.
@@ -80,11 +81,11 @@ class TreeTest : public LibraryTest {
     std::function<void()> finish;   // after each run, not failed; may be empty
   };
 
-  // Runs the operation again and again from the present state of the container, freshly mounted, with its first, second,
-  // ... call of a kind failing, until one run meets no failure. A line for each failure:
+  // Runs the operation again and again from the present state of the container, freshly mounted, with its first,
+  // second, ... call of a kind failing, until one run meets no failure. A line for each failure:
   //   "write bitmap: 0x30000003, marked node-leaked"
-  // the call, the outcome ("" would be success), what inspection finds in the container. Nodes referenced afterwards must
-  // be those referenced before. The container and the mount end as they began.
+  // the call, the outcome ("" would be success), what inspection finds in the container. As many nodes must be listed
+  // afterwards as before. The container and the mount end as they began.
   Lines FailEach(Call kind, uint32_t hostCode, Repeat repeat, const Operation& operation);
 
   // The same with the first, second, ... allocation failing: "0x30000011, ".

@@ -32,7 +32,7 @@ class OpenFile : public TreeTest {
   }
 };
 
-// ---- Opening ---------------------------------------------------------------------------------------------------------
+// ---- Opening --------------------------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, open_takes_a_slot_with_a_reference_and_no_call_of_its_own) {
   MakeFile("F", Pattern(10));
@@ -133,7 +133,7 @@ TEST_F(OpenFile, open_decides_by_the_first_test_that_fails) {
   EXPECT_EQ(OpenOutcome("F127"), "0x30000022");
 }
 
-// ---- The table and its cursor ------------------------------------------------------------------------------------------
+// ---- The table and its cursor ---------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, table_takes_128_files_and_no_more) {
   MakeFiles("F", 0, 128);
@@ -192,7 +192,7 @@ TEST_F(OpenFile, open_that_fails_leaves_every_slot_as_it_was) {
   for (const OrbOpenFileEntry& slot : g_OpenFileTable) EXPECT_EQ(slot.node, nullptr);
 }
 
-// ---- Handles ---------------------------------------------------------------------------------------------------------
+// ---- Handles --------------------------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, every_other_handle_is_invalid) {
   MakeFile("F0");
@@ -260,7 +260,7 @@ TEST_F(OpenFile, mode_0_allows_seek_size_flush_and_close_alone) {
   EXPECT_EQ(Outcome(OrbCloseFile(file)), "");
 }
 
-// ---- Flushing and closing --------------------------------------------------------------------------------------------
+// ---- Flushing and closing -------------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, flush_is_one_flush_of_the_container) {
   MakeFile("F");
@@ -304,7 +304,7 @@ TEST_F(OpenFile, close_on_a_failed_volume_is_a_success) {
   EXPECT_EQ(Outcome(OrbCloseFile(file)), "");
 }
 
-// ---- The files of a volume -------------------------------------------------------------------------------------------
+// ---- The files of a volume ------------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, unmount_closes_the_volume_s_files_and_no_other) {
   Format(16, 1024, u"OTHER");

@@ -69,7 +69,7 @@ class Transfer : public TreeTest {
   OrbU32 done_ = 0;
 };
 
-// ---- Positioning -----------------------------------------------------------------------------------------------------
+// ---- Positioning ----------------------------------------------------------------------------------------------------
 
 TEST_F(Transfer, seek_table) {
   OpenNew(Pattern(100));
@@ -149,7 +149,7 @@ TEST_F(Transfer, seek_to_every_position_reads_from_there) {
   }
 }
 
-// ---- Reading ---------------------------------------------------------------------------------------------------------
+// ---- Reading --------------------------------------------------------------------------------------------------------
 
 TEST_F(Transfer, read_goes_block_by_block_straight_into_the_buffer) {
   const Bytes bytes = Pattern(3000);
@@ -274,7 +274,7 @@ TEST_F(Transfer, read_on_a_failed_volume_goes_on) {
   EXPECT_EQ(buffer_, Pattern(3000));
 }
 
-// ---- Writing ---------------------------------------------------------------------------------------------------------
+// ---- Writing --------------------------------------------------------------------------------------------------------
 
 TEST_F(Transfer, write_inside_the_file_is_data_alone) {
   OpenNew(Pattern(3000));
@@ -416,7 +416,7 @@ TEST_F(Transfer, write_allocates_for_a_partial_new_block_alone) {
   EXPECT_EQ(testhost::AllocationCalls(), before + 1);
 }
 
-// ---- A file of exactly one block ---------------------------------------------------------------------------------------
+// ---- A file of exactly one block ------------------------------------------------------------------------------------
 
 TEST_F(Transfer, write_inside_a_file_of_one_block_stamps_and_stores_it) {
   OpenNew(Pattern(1024));
@@ -462,7 +462,7 @@ TEST_F(Transfer, write_whose_extra_stamp_fails_counts_as_written) {
   EXPECT_EQ(position(), 10u);
 }
 
-// ---- Writes that fail ------------------------------------------------------------------------------------------------
+// ---- Writes that fail -----------------------------------------------------------------------------------------------
 
 TEST_F(Transfer, write_whose_data_fails_keeps_what_it_had_and_the_volume) {
   OpenNew(Pattern(100));
@@ -595,7 +595,7 @@ TEST_F(Transfer, write_stopped_after_any_write_leaves_a_lost_block_at_most) {
   EXPECT_EQ(left, (Lines{"", "", "marked", "marked", "marked block-leaked", "marked block-leaked", "marked", ""}));
 }
 
-// ---- Growing ---------------------------------------------------------------------------------------------------------
+// ---- Growing --------------------------------------------------------------------------------------------------------
 
 TEST_F(Transfer, grow_zeroes_the_last_block_s_rest_and_adds_zero_blocks) {
   OpenNew(Pattern(2048));
@@ -668,7 +668,7 @@ TEST_F(Transfer, grow_with_any_write_meeting_a_full_disk_keeps_the_size_reached)
   EXPECT_EQ(FailEach(Call::kReadFile, kHostNotReady, Repeat::kOnce, growing), Lines{"read block 3: 0x30000006"});
 }
 
-// ---- Shrinking -------------------------------------------------------------------------------------------------------
+// ---- Shrinking ------------------------------------------------------------------------------------------------------
 
 TEST_F(Transfer, shrink_frees_each_block_after_the_node_is_stored_without_it) {
   OpenNew(Pattern(5000));  // blocks 3 to 7
@@ -768,7 +768,7 @@ TEST_F(Transfer, shrink_out_of_the_map_stopped_in_between_is_half_made) {
                          "marked block-leaked", "marked", ""}));
 }
 
-// ---- Set size --------------------------------------------------------------------------------------------------------
+// ---- Set size -------------------------------------------------------------------------------------------------------
 
 TEST_F(Transfer, set_size_to_the_size_it_has_stores_nothing) {
   OpenNew(Pattern(1500));

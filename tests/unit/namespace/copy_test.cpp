@@ -31,7 +31,7 @@ class Copy : public TreeTest {
   static void SetLaterClock() { testhost::SetClock({2010, 1, 0, 2, 3, 4, 5, 0}); }
 };
 
-// ---- Order of calls --------------------------------------------------------------------------------------------------
+// ---- Order of calls -------------------------------------------------------------------------------------------------
 
 TEST_F(Copy, empty_file_stores_its_node_twice_and_takes_no_block) {
   MakeFile("F");
@@ -136,7 +136,7 @@ TEST_F(Copy, stop_after_any_write_leaves_a_shorter_copy_without_a_name) {
                          "marked append-half-made", "marked", ""}));               // the entry, the parent
 }
 
-// ---- Between volumes -------------------------------------------------------------------------------------------------
+// ---- Between volumes ------------------------------------------------------------------------------------------------
 
 TEST_F(Copy, of_1500_bytes_to_blocks_of_4096_is_one_block_with_zeros_behind) {
   MountOther(4096);
@@ -191,7 +191,7 @@ TEST_F(Copy, between_all_block_sizes_and_around_their_borders_is_the_same) {
   }
 }
 
-// ---- Codes -----------------------------------------------------------------------------------------------------------
+// ---- Codes ----------------------------------------------------------------------------------------------------------
 
 TEST_F(Copy, code_table) {
   MakeDirectory("D");
@@ -278,7 +278,7 @@ TEST_F(Copy, that_fills_the_container_is_undone) {
   EXPECT_FALSE(testhost::NodeInUse(testhost::FileBytes(u"VOL", 0, 4096), 3));
 }
 
-// ---- Every call failing ----------------------------------------------------------------------------------------------
+// ---- Every call failing ---------------------------------------------------------------------------------------------
 
 TEST_F(Copy, with_any_write_meeting_a_full_disk_is_undone) {
   MakeFile("F", Pattern(1500));

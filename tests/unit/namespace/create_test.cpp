@@ -27,7 +27,7 @@ class Create : public TreeTest {
   }
 };
 
-// ---- Order of writes -------------------------------------------------------------------------------------------------
+// ---- Order of writes ------------------------------------------------------------------------------------------------
 
 TEST_F(Create, file_writes_node_bitmap_entry_and_parent) {
   EXPECT_EQ(CreateFile("F"), "");
@@ -106,7 +106,7 @@ TEST_F(Create, stop_after_any_write_leaves_no_damage) {
   }
 }
 
-// ---- What is made ----------------------------------------------------------------------------------------------------
+// ---- What is made ---------------------------------------------------------------------------------------------------
 
 TEST_F(Create, file_is_empty_and_closed) {
   EXPECT_EQ(CreateFile("f.txt", 3), "");
@@ -167,7 +167,7 @@ TEST_F(Create, takes_over_a_node_slot_without_any_rest_of_its_last_owner) {
   EXPECT_EQ(memcmp(&record, &expected, sizeof record), 0);
 }
 
-// ---- Codes -----------------------------------------------------------------------------------------------------------
+// ---- Codes ----------------------------------------------------------------------------------------------------------
 
 TEST_F(Create, code_table) {
   MakeDirectory("D");
@@ -240,7 +240,7 @@ TEST_F(Create, at_the_container_s_limit_a_file_fits_and_a_directory_does_not) {
   testhost::ResizeFile(u"VOL", 3088);
 }
 
-// ---- Every call failing ----------------------------------------------------------------------------------------------
+// ---- Every call failing ---------------------------------------------------------------------------------------------
 
 TEST_F(Create, file_with_any_write_meeting_a_full_disk_is_undone) {
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, Creating("F")),

@@ -15,8 +15,8 @@ namespace {
 using testhost::FailNthAllocation;
 using testhost::FailNthCall;
 
-// Blocks of 1024 bytes hold 32 entries. Node 2 is directory D, in block 3; node 3 is file F in the root, which is what all
-// entries made by Fill name. directory_ is D, held by the test alone.
+// Blocks of 1024 bytes hold 32 entries. Node 2 is directory D, in block 3; node 3 is file F in the root, which is what
+// all entries made by Fill name. directory_ is D, held by the test alone.
 class Directory : public TreeTest {
  protected:
   void SetUp() override {
@@ -79,7 +79,7 @@ class Directory : public TreeTest {
   OrbNode* directory_ = nullptr;
 };
 
-// ---- Lookup ----------------------------------------------------------------------------------------------------------
+// ---- Lookup ---------------------------------------------------------------------------------------------------------
 
 TEST_F(Directory, lookup_finds_the_dots_like_any_other_name) {
   EXPECT_EQ(OrbDirLookup(directory_, "."), 2u);
@@ -135,7 +135,7 @@ TEST_F(Directory, lookup_whose_read_fails_is_0_with_the_code) {
   EXPECT_EQ(GetError(), 0x30000006u);
 }
 
-// ---- Where a scan ends -----------------------------------------------------------------------------------------------
+// ---- Where a scan ends ----------------------------------------------------------------------------------------------
 
 TEST_F(Directory, scan_stops_at_number_0_even_where_entries_follow) {
   Fill(40);
@@ -214,7 +214,7 @@ TEST_F(Directory, block_beyond_the_container_cannot_be_read) {
   EXPECT_EQ(GetError(), 0x3000000Au);
 }
 
-// ---- What is no directory --------------------------------------------------------------------------------------------
+// ---- What is no directory -------------------------------------------------------------------------------------------
 
 TEST_F(Directory, operations_refuse_what_is_no_valid_directory) {
   OrbNode stranger = *volume_->root;
@@ -265,7 +265,7 @@ TEST_F(Directory, operations_without_memory_fail_and_change_nothing) {
   EXPECT_EQ(Calls(), "");
 }
 
-// ---- Opening a child -------------------------------------------------------------------------------------------------
+// ---- Opening a child ------------------------------------------------------------------------------------------------
 
 TEST_F(Directory, open_of_an_empty_name_is_the_directory_itself) {
   EXPECT_EQ(OrbDirOpenChild(directory_, ""), directory_);
@@ -296,7 +296,7 @@ TEST_F(Directory, open_of_a_number_that_does_not_exist_is_damage) {
   EXPECT_EQ(GetError(), 0x3000000Bu);
 }
 
-// ---- The name of a node ----------------------------------------------------------------------------------------------
+// ---- The name of a node ---------------------------------------------------------------------------------------------
 
 TEST_F(Directory, find_name_gives_the_first_name_of_a_number) {
   Fill(5);
@@ -334,7 +334,7 @@ TEST_F(Directory, find_name_whose_read_fails_leaves_an_empty_name) {
   EXPECT_EQ(GetError(), 0x30000006u);
 }
 
-// ---- Appending -------------------------------------------------------------------------------------------------------
+// ---- Appending ------------------------------------------------------------------------------------------------------
 
 TEST_F(Directory, add_writes_the_block_and_then_the_stamped_node) {
   testhost::SetClock({2010, 1, 0, 2, 3, 4, 5, 6});
@@ -460,7 +460,7 @@ TEST_F(Directory, add_whose_node_is_not_written_loses_the_new_block) {
   Commit();
 }
 
-// ---- Renaming --------------------------------------------------------------------------------------------------------
+// ---- Renaming -------------------------------------------------------------------------------------------------------
 
 TEST_F(Directory, rename_writes_the_one_block_and_nothing_else) {
   Fill(40);
@@ -533,7 +533,7 @@ TEST_F(Directory, rename_whose_lookup_or_scan_or_write_fails_keeps_the_code) {
   Commit();
 }
 
-// ---- Removing --------------------------------------------------------------------------------------------------------
+// ---- Removing -------------------------------------------------------------------------------------------------------
 
 TEST_F(Directory, remove_of_the_last_entry_clears_its_number_and_keeps_its_name) {
   Fill(4);
@@ -722,7 +722,7 @@ TEST_F(Directory, remove_that_fails_in_its_writes_releases_the_node) {
   }
 }
 
-// ---- Emptiness and parent --------------------------------------------------------------------------------------------
+// ---- Emptiness and parent -------------------------------------------------------------------------------------------
 
 TEST_F(Directory, is_empty_reads_the_first_block_alone) {
   EXPECT_TRUE(OrbDirIsEmpty(directory_));
@@ -769,7 +769,7 @@ TEST_F(Directory, set_parent_that_fails_keeps_the_code) {
   Commit();
 }
 
-// ---- Entries ---------------------------------------------------------------------------------------------------------
+// ---- Entries --------------------------------------------------------------------------------------------------------
 
 TEST_F(Directory, entry_is_made_with_zeros_behind_its_name) {
   OrbDirEntry entry;

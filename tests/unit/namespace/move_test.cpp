@@ -33,7 +33,7 @@ class Move : public TreeTest {
   }
 };
 
-// ---- Order of writes -------------------------------------------------------------------------------------------------
+// ---- Order of writes ------------------------------------------------------------------------------------------------
 
 TEST_F(Move, file_writes_the_new_name_before_it_takes_the_old_one) {
   EXPECT_EQ(MoveFile("D/F", "E/H"), "");
@@ -135,7 +135,7 @@ TEST_F(Move, stop_after_any_write_leaves_two_names_rather_than_none) {
                          "marked removal-half-made", "marked", ""}));
 }
 
-// ---- Codes -----------------------------------------------------------------------------------------------------------
+// ---- Codes ----------------------------------------------------------------------------------------------------------
 
 TEST_F(Move, code_table) {
   MakeFile("E/F");
@@ -148,8 +148,8 @@ TEST_F(Move, code_table) {
     const char* outcome;
   } rows[] = {
       {"D/F", "B:/F", "0x30000023"},    {"D/X", "B:/F", "0x30000023"},  // the volumes are looked at first
-      {"B:/X", "D/F", "0x30000023"},    {"D/X", "E/X", "0x30000013"},   {"/", "E/X", "0x30000013"},
-      {"D/F", "E/F", "0x30000015"},     {"D/F", "e/f", "0x30000015"},   {"D/G", "E/F", "0x30000015"},
+      {"B:/X", "D/F", "0x30000023"},    {"D/X", "E/X", "0x30000013"},  {"/", "E/X", "0x30000013"},
+      {"D/F", "E/F", "0x30000015"},     {"D/F", "e/f", "0x30000015"},  {"D/G", "E/F", "0x30000015"},
       {"D/F", "/D", "0x30000015"},      {"D/F", "E/.", "0x30000015"},  // the root and E
       {"D", "D/G/D", "0x30000022"},                                    // into its own child
       {"D", "D/D", "0x30000022"},                                      // into itself: the destination is held
@@ -251,7 +251,7 @@ TEST_F(Move, way_up_without_a_parent_entry_is_damage) {
   EXPECT_EQ(Writes(), "");
 }
 
-// ---- Every call failing ----------------------------------------------------------------------------------------------
+// ---- Every call failing ---------------------------------------------------------------------------------------------
 
 TEST_F(Move, with_any_write_meeting_a_full_disk_undoes_nothing) {
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, Moving("D/G", "E/G")),
@@ -331,7 +331,7 @@ TEST_F(MoveNode, with_any_allocation_failing_undoes_nothing) {
                                               }));
 }
 
-// ---- Renaming --------------------------------------------------------------------------------------------------------
+// ---- Renaming -------------------------------------------------------------------------------------------------------
 
 TEST_F(Move, rename_writes_the_one_directory_block) {
   const OrbNodeRecord before = Stored(2);

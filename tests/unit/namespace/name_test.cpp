@@ -18,7 +18,7 @@ bool IsAllowed(unsigned character) {
          kSpecial.find(c) != std::string::npos;
 }
 
-// ---- The two rules ---------------------------------------------------------------------------------------------------
+// ---- The two rules --------------------------------------------------------------------------------------------------
 
 TEST(Name, rules_accept_80_characters_and_refuse_all_other_bytes) {
   unsigned accepted = 0;
@@ -68,7 +68,7 @@ TEST(Name, dots_are_told_from_all_other_names) {
   }
 }
 
-// ---- Case ------------------------------------------------------------------------------------------------------------
+// ---- Case -----------------------------------------------------------------------------------------------------------
 
 TEST(Name, upper_case_changes_letters_a_to_z_alone) {
   for (unsigned character = 0; character < 256; ++character) {
@@ -108,7 +108,7 @@ TEST(Name, copy_goes_up_to_the_terminator_in_upper_case) {
   EXPECT_EQ(out[1], '1');
 }
 
-// ---- Wildcards -------------------------------------------------------------------------------------------------------
+// ---- Wildcards ------------------------------------------------------------------------------------------------------
 
 TEST(Name, wildcard_table) {
   const struct {

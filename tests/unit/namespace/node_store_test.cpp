@@ -54,7 +54,7 @@ class NodeStore : public TreeTest {
   std::vector<OrbNode*> held_;
 };
 
-// ---- Creation --------------------------------------------------------------------------------------------------------
+// ---- Creation -------------------------------------------------------------------------------------------------------
 
 TEST_F(NodeStore, create_writes_the_record_before_the_bitmap) {
   testhost::ClearTrace();
@@ -236,7 +236,7 @@ TEST_F(NodeStore, create_that_fails_for_another_reason_than_a_full_disk_fails_th
   EXPECT_EQ(GetError(), 0x30000003u);
 }
 
-// ---- Deletion --------------------------------------------------------------------------------------------------------
+// ---- Deletion -------------------------------------------------------------------------------------------------------
 
 TEST_F(NodeStore, delete_of_an_empty_node_writes_the_bitmap_alone) {
   CreateUpTo(3);
@@ -385,7 +385,7 @@ TEST_F(NodeStore, delete_whose_table_is_not_written_keeps_the_node_block) {
   EXPECT_EQ(volume_->nodeTable[1], 3u);
 }
 
-// ---- Node blocks -----------------------------------------------------------------------------------------------------
+// ---- Node blocks ----------------------------------------------------------------------------------------------------
 
 TEST_F(NodeStore, node_block_of_every_size_holds_its_numbers) {
   for (const uint32_t blockSize : {1024u, 2048u, 4096u, 8192u}) {

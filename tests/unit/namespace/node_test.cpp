@@ -24,7 +24,7 @@ class Node : public TreeTest {
   }
 };
 
-// ---- Validity --------------------------------------------------------------------------------------------------------
+// ---- Validity -------------------------------------------------------------------------------------------------------
 
 TEST_F(Node, null_is_not_valid) { EXPECT_FALSE(OrbNodeIsValid(nullptr)); }
 
@@ -53,7 +53,7 @@ TEST_F(Node, listed_object_is_valid_while_it_is_referenced) {
   EXPECT_FALSE(OrbNodeIsValid(node));
 }
 
-// ---- References ------------------------------------------------------------------------------------------------------
+// ---- References -----------------------------------------------------------------------------------------------------
 
 TEST_F(Node, add_reference_returns_the_pointer_it_was_given) {
   OrbNode stranger = {};
@@ -135,7 +135,7 @@ TEST_F(Node, alloc_without_memory_fails_and_leaves_the_list_alone) {
   EXPECT_EQ(NodesListed(), 1u);
 }
 
-// ---- Getting ---------------------------------------------------------------------------------------------------------
+// ---- Getting --------------------------------------------------------------------------------------------------------
 
 TEST_F(Node, get_reads_the_record_once_and_shares_the_object) {
   OrbNode* const first = Get(3);
@@ -284,7 +284,7 @@ TEST_F(Node, record_lies_at_its_slot_for_every_block_size) {
   }
 }
 
-// ---- Writing ---------------------------------------------------------------------------------------------------------
+// ---- Writing --------------------------------------------------------------------------------------------------------
 
 TEST_F(Node, write_stores_the_64_bytes_of_the_record_as_metadata) {
   OrbNode* const node = Get(3);
@@ -361,7 +361,7 @@ TEST_F(Node, stamp_and_write_takes_the_time_of_now_and_leaves_the_eighth_byte) {
   OrbCommitVolume(volume_);
 }
 
-// ---- Nodes of a volume that goes away --------------------------------------------------------------------------------
+// ---- Nodes of a volume that goes away -------------------------------------------------------------------------------
 
 TEST_F(Node, node_held_over_an_unmount_belongs_to_no_volume) {
   OrbNode* const node = Get(3);
@@ -406,7 +406,7 @@ TEST_F(Node, detach_cuts_the_nodes_of_that_volume_alone) {
   OrbNodeRelease(mine);
 }
 
-// ---- Records ---------------------------------------------------------------------------------------------------------
+// ---- Records --------------------------------------------------------------------------------------------------------
 
 TEST_F(Node, node_block_is_filled_with_signatures_and_numbers_and_nothing_else) {
   OrbNodeRecord records[16] = {};
@@ -428,7 +428,7 @@ TEST_F(Node, convert_there_and_back_changes_nothing) {
   EXPECT_EQ(memcmp(&record, bytes.data(), 64), 0);
 }
 
-// ---- References for a scope ------------------------------------------------------------------------------------------
+// ---- References for a scope -----------------------------------------------------------------------------------------
 
 TEST_F(Node, scoped_reference_releases_replaces_and_hands_over) {
   {

@@ -34,8 +34,8 @@ class Path : public TreeTest {
     testhost::ClearTrace();
   }
 
-  // "A 1 NAME" for a walk that succeeds: the directory's volume and number and the final name; else the code. Whatever the
-  // walk does, no reference but the one it returns may be left.
+  // "A 1 NAME" for a walk that succeeds: the directory's volume and number and the final name; else the code. Whatever
+  // the walk does, no reference but the one it returns may be left.
   std::string Walk(const char* path) {
     const uint32_t listed = NodesListed();
     const uint32_t references = References();
@@ -81,7 +81,7 @@ class Path : public TreeTest {
   uint32_t listed_ = 0;
 };
 
-// ---- The volume part -------------------------------------------------------------------------------------------------
+// ---- The volume part ------------------------------------------------------------------------------------------------
 
 TEST_F(Path, split_table) {
   const struct {
@@ -150,7 +150,7 @@ TEST_F(Path, component_table) {
   }
 }
 
-// ---- Walking ---------------------------------------------------------------------------------------------------------
+// ---- Walking --------------------------------------------------------------------------------------------------------
 
 TEST_F(Path, walk_table_from_the_root) {
   const struct {
@@ -303,7 +303,7 @@ TEST_F(Path, walk_through_a_name_of_a_node_that_does_not_exist_is_damage) {
   EXPECT_EQ(Walk("A:/D/x"), "0x3000000B");
 }
 
-// ---- Resolving -------------------------------------------------------------------------------------------------------
+// ---- Resolving ------------------------------------------------------------------------------------------------------
 
 TEST_F(Path, resolve_table) {
   const struct {

@@ -21,7 +21,7 @@ class Remove : public TreeTest {
   }
 };
 
-// ---- Order of writes -------------------------------------------------------------------------------------------------
+// ---- Order of writes ------------------------------------------------------------------------------------------------
 
 TEST_F(Remove, empty_file_writes_entry_parent_and_bitmap) {
   MakeFile("F");
@@ -115,7 +115,7 @@ TEST_F(Remove, stop_after_any_write_leaves_a_mark_and_no_name_of_a_freed_node) {
                    "marked block-leaked", "marked block-leaked", "marked block-leaked", "marked", ""}));
 }
 
-// ---- Codes -----------------------------------------------------------------------------------------------------------
+// ---- Codes ----------------------------------------------------------------------------------------------------------
 
 TEST_F(Remove, code_table) {
   MakeDirectory("D");
@@ -208,7 +208,7 @@ TEST_F(Remove, number_that_is_free_already_loses_the_name_and_reports_damage) {
   EXPECT_EQ(NodesListed(), 1u);
 }
 
-// ---- Every call failing ----------------------------------------------------------------------------------------------
+// ---- Every call failing ---------------------------------------------------------------------------------------------
 
 TEST_F(Remove, with_any_write_meeting_a_full_disk_leaves_what_was_written) {
   MakeFile("A");
