@@ -26,7 +26,10 @@ struct Geometry {
   std::uint32_t nodeLimit() const;
 
   // Table entries that those nodes need.
-  std::uint32_t tableEntries() const { return known() ? (nodeLimit() + nodesPerBlock() - 1) / nodesPerBlock() : 0; }
+  std::uint32_t tableEntries() const {
+    const std::uint32_t perBlock = nodesPerBlock();
+    return perBlock == 0 ? 0 : (nodeLimit() + perBlock - 1) / perBlock;
+  }
 
   // The most blocks that a node's map can hold.
   std::uint64_t mapCapacity() const {
