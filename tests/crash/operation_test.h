@@ -1,0 +1,57 @@
+// The fixture for tests that go through all operations. Each operation is prepared once; a test then begins it again and
+// again from there, upsets it and looks at what it leaves.
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/operations.h"
+#include "unit/library_test.h"
+
+namespace orba {
+
+// What a stop after some of an operation's writes leaves.
+struct StopState {
+  testhost::FileImage image;
+  inspect::Report report;  // without its model
+};
+
+class OperationTest : public LibraryTest, public ::testing::WithParamInterface<const testhost::Operation*> {
+ protected:
+  void SetUp() override;
+
+  const testhost::Operation& operation() const { return *GetParam(); }
+  const testhost::FileSet& prepared() const { return *prepared_; }
+
+  // The container after 0, 1, 2 ... writes.
+  const std::vector<StopState>& states() const { return *states_; }
+
+  // Which writes of the whole operation, counted from 0, are of file data: the block is a file's in the end, and what is
+  // written is no free-chain record. `writes` are all of them.
+  std::set<size_t> DataWrites(const std::vector<testhost::CallRecord>& writes) const;
+
+ private:
+  const testhost::FileSet* prepared_ = nullptr;
+  const std::vector<StopState>* states_ = nullptr;
+};
+
+// Makes a file in the root directory of volume A, which is mounted, reads it again and deletes it. Result: "", or which step
+// failed with which code.
+std::string UseVolume();
+
+// What is there now that was not there before: "", or the kinds of findings. One leaked block more is not told: it may have
+// been taken out of the free chain in memory.
+std::string Worse(const inspect::Report& before, const inspect::Report& after);
+
+// "clean", "marked, leaks", "unmarked, half-made", ...
+std::string ClassOf(const inspect::Report& report);
+
+// The operations as parameters, and the names of their tests.
+std::vector<const testhost::Operation*> AllOperations();
+std::string NameOfOperation(const ::testing::TestParamInfo<const testhost::Operation*>& info);
+
+// Adds to a sum that is printed when all tests of the program are through.
+void Count(const std::string& what, size_t number = 1);
+
+}  // namespace orba
