@@ -305,6 +305,12 @@ void Work::Add(Kind kind, const Place& place, std::string text) {
   report.findings.push_back(std::move(finding));
 }
 
+bool Work::CountOnly(Kind kind) {
+  if (report.findings.size() < kMaxFindings) return false;
+  ++report.counts[static_cast<std::size_t>(kind)];
+  return true;
+}
+
 bool Work::Read(std::uint64_t offset, void* out, std::size_t count) {
   if (image.Read(offset, out, count)) return true;
   Add(Kind::kUnreadable, {0, 0, offset, static_cast<std::uint32_t>(count)}, "the host cannot read here");
@@ -318,6 +324,7 @@ bool Work::Claim(std::uint32_t block, const BlockInfo& owner, std::uint64_t offs
     return true;
   }
   info.shared = true;
+  if (CountOnly(Kind::kBlockShared)) return false;
   Add(Kind::kBlockShared, {owner.node, block, offset},
       BlockText(block) + " serves " + OwnerText(owner) + ", but also " + OwnerText(info) +
           "; a write to the one changes the other");

@@ -78,6 +78,7 @@ void MapWalk::VisitData(const MapSlot& slot) {
     map->extraOffset = slot.offset;
   }
   if (!work->geometry().Holds(slot.block)) {
+    if (work->CountOnly(Kind::kMapOutside)) return;
     work->Add(
         Kind::kMapOutside, {node.number, slot.block, slot.offset},
         "logical block " + to_string(index) + " is " + BlockText(slot.block) + ", which the container does not hold");

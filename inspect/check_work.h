@@ -34,6 +34,10 @@ struct Work {
   };
   void Add(Kind kind, const Place& place, std::string text);
 
+  // True when the list of findings is full; the finding is counted then. For findings that may come by the million, whose
+  // texts nobody will read.
+  bool CountOnly(Kind kind);
+
   // Reads a range inside the container; when the host cannot, says so in the report.
   bool Read(std::uint64_t offset, void* out, std::size_t count);
 

@@ -40,8 +40,14 @@ struct Owner {
   std::uint16_t node = 0;
 };
 
+// Slots of one node that go for one reason are one action.
 void ClearSlot(RepairWork* work, const NodeInfo& node, const MapSlot& slot, const char* why) {
-  work->Begin("takes block " + to_string(slot.block) + " out of " + NodeName(*work, node) + ": " + why);
+  const std::string tail = " out of " + NodeName(*work, node) + ": " + why;
+  RepairWork::Clearing& last = work->clearing;
+  const bool more = last.node == node.number && last.why == why && last.action == work->actions.size();
+  if (!more) work->Begin("takes block " + to_string(slot.block) + tail);
+  last = {node.number, why, work->actions.size(), more ? last.count + 1 : 1};
+  if (more) work->actions.back().text = "takes " + Counted(last.count, "block") + tail;
   work->PutWord(slot.offset, kNoBlock);
 }
 

@@ -35,6 +35,15 @@ struct RepairWork {
   void PutEntry(std::uint64_t offset, const OrbDirEntry& entry);
   void SetFree(std::uint32_t node, bool free);
 
+  // The slots that the last action clears, as long as it is the last one.
+  struct Clearing {
+    std::uint16_t node = 0;
+    const char* why = nullptr;
+    std::size_t action = 0;  // the number of actions with it
+    std::uint64_t count = 0;
+  };
+  Clearing clearing;
+
   // ---- Reading the image as it is now
   OrbNodeRecord GetNode(std::uint16_t number) const;
   std::vector<std::uint8_t> GetBlock(std::uint32_t block) const;  // zeros where it cannot be read
