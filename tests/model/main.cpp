@@ -96,7 +96,12 @@ constexpr int kContainerCount = 4;
 
 std::string ContainerName(int number) { return "model-" + std::to_string(number) + ".orba"; }
 
-std::basic_string<OrbWideChar> Wide(const std::string& text) { return {text.begin(), text.end()}; }
+// The characters in use are the same in the ANSI code page and in 16 bits.
+std::basic_string<OrbWideChar> Wide(const std::string& text) {
+  std::basic_string<OrbWideChar> wide;
+  for (const char c : text) wide += static_cast<OrbWideChar>(static_cast<unsigned char>(c));
+  return wide;
+}
 
 std::string Print(const Call& call) {
   char text[400];
@@ -418,7 +423,7 @@ class Chooser {
   std::string Name() {
     if (Below(25) == 0) {
       return Pick(
-          {"", ".", "..", "bad name", "a*b", std::string(29, 'n'), std::string(30, 'n'), "\x80", "a/b", "-_^~"});
+          {"", ".", "..", "bad name", "a*b", std::string(29, 'n'), std::string(30, 'n'), "\xE9", "a/b", "-_^~"});
     }
     std::string name(1, static_cast<char>('A' + Below(6)));
     if (Below(2) == 0) name += static_cast<char>('a' + Below(6));
