@@ -4,6 +4,8 @@
 
 #include <map>
 
+#include "inspect/repair.h"
+
 namespace orba {
 
 namespace {
@@ -90,6 +92,20 @@ std::string Worse(const inspect::Report& before, const inspect::Report& after) {
   }
   if (after.totals.leakedBlocks > before.totals.leakedBlocks + 1) worse += " block-leaked";
   return worse;
+}
+
+std::vector<testhost::FileImage> RepairSteps(const testhost::FileImage& image) {
+  constexpr TimeStamp kNow = {2010, 1, 2, 3, 4, 5, 6};
+  const inspect::Plan plan = inspect::PlanRepair(testhost::InspectedImage(image), kNow);
+  EXPECT_TRUE(plan.IsComplete()) << plan.problem << ToText(plan);
+  std::vector<testhost::FileImage> steps = {image};
+  for (const inspect::Action& action : plan.actions) {
+    for (const inspect::Write& write : action.writes) {
+      steps.push_back(steps.back());
+      steps.back().Write(write.offset, write.bytes.data(), write.bytes.size());
+    }
+  }
+  return steps;
 }
 
 std::string ClassOf(const inspect::Report& report) {

@@ -77,7 +77,7 @@ TEST_P(StoppedOperation, IsRefusedWhileMarked) {
 }
 
 // Where the mark was lost, the container mounts as it is, and can be used; but for a directory that still names a block it
-// gave back: see Unmarked.
+// gave back: see hazard_test.cpp.
 TEST_P(StoppedOperation, CanBeUsedWhereTheMarkWasLost) {
   for (const StopState& state : states()) {
     if (state.report.marked || state.report.IsClean()) continue;

@@ -21,7 +21,7 @@ namespace testhost {
 struct Operation {
   std::string name;
   uint32_t blockSize = 0;
-  std::function<void()> prepare;     // brings the situation about on volume A, which is mounted
+  std::function<void()> prepare;     // brings the situation about on volume A, which is mounted and empty
   std::function<void()> begin;       // opens the file that the call works on; each time after mounting. May be empty
   std::function<bool()> run;         // the call: its result
   std::vector<std::string> touched;  // the files and directories on A that the call may change
@@ -46,6 +46,9 @@ struct Operation {
 const std::vector<Operation>& Operations();
 
 extern const FileName kChangedContainer;  // u"VOL"
+
+// Throws, with the library's error code, unless it was done.
+void Must(bool done, const std::string& what);
 
 // Makes the containers of an operation's situation. Before and after, nothing is mounted and there are no files.
 FileSet Prepare(const Operation& operation);
