@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <functional>
+#include <initializer_list>
 
 #include "convert_error.h"
 #include "elf_image.h"
@@ -125,7 +126,8 @@ TEST(ElfImage, elf_linkedProgram_isRead) {
 
 TEST(ElfImage, elf_relativeReferences_areNoAddressWords) {
   ElfFile file;
-  for (const uint32_t kind : {R_ARM_CALL, R_ARM_JUMP24, R_ARM_THM_PC22, R_ARM_THM_JUMP24, R_ARM_REL32, R_ARM_PREL31}) {
+  for (const uint32_t kind : std::initializer_list<uint32_t>{R_ARM_CALL, R_ARM_JUMP24, R_ARM_THM_PC22, R_ARM_THM_JUMP24,
+                                                             R_ARM_REL32, R_ARM_PREL31}) {
     file.relocations.push_back({kText, kind, kFunction});
   }
   file.relocations.push_back({kText + 4, R_ARM_V4BX, kNullSymbol});
@@ -147,8 +149,8 @@ TEST(ElfImage, elf_addressWordsInAnyOrder_areSortedOnceEach) {
 }
 
 TEST(ElfImage, elf_unknownRelocation_isRefusedWithItsPlace) {
-  for (const uint32_t kind :
-       {R_ARM_MOVW_ABS_NC, R_ARM_MOVT_ABS, R_ARM_TARGET1, R_ARM_GOT32, R_ARM_ABS8, R_ARM_RELATIVE}) {
+  for (const uint32_t kind : std::initializer_list<uint32_t>{R_ARM_MOVW_ABS_NC, R_ARM_MOVT_ABS, R_ARM_TARGET1,
+                                                             R_ARM_GOT32, R_ARM_ABS8, R_ARM_RELATIVE}) {
     ElfFile file;
     file.relocations.push_back({kText + 4, kind, kFunction});
     EXPECT_EQ("at 0x10001004: relocation of kind " + std::to_string(kind) + ", which a PE image cannot express",

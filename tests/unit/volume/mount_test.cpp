@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include <initializer_list>
+
 #include "interface/current_directory.h"
 #include "namespace/node.h"
 #include "unit/library_test.h"
@@ -321,8 +323,8 @@ TEST_F(Mounting, failing_allocation_ends_it_with_out_of_memory_and_leaves_nothin
       "open VOL / seek 0 / read 0 128 / close",
       "open VOL / seek 0 / read 0 128 / seek 128 / read 128 896 / close",
       "open VOL / seek 0 / read 0 128 / seek 128 / read 128 896 / seek 1024 / read 1024 16 / close",
-      "open VOL / seek 0 / read 0 128 / seek 128 / read 128 896 / seek 1024 / read 1024 16 / seek 3088 / "
-      "read 3088 1024 / close",
+      ("open VOL / seek 0 / read 0 128 / seek 128 / read 128 896 / seek 1024 / read 1024 16 / seek 3088 / "
+       "read 3088 1024 / close"),
   };
   uint32_t n = 0;
   for (const char* expected : calls) {
@@ -341,7 +343,7 @@ TEST_F(Mounting, failing_allocation_ends_it_with_out_of_memory_and_leaves_nothin
 
 TEST_F(Mounting, container_that_ends_too_early_is_damaged) {
   Format();
-  for (const uint64_t size : {0, 1, 127, 128, 1023, 1024, 1039, 1040, 1103}) {
+  for (const uint64_t size : std::initializer_list<uint64_t>{0, 1, 127, 128, 1023, 1024, 1039, 1040, 1103}) {
     testhost::ResizeFile(u"VOL", size);
     EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0) << size;
     EXPECT_EQ(GetError(), 0x3000000Au) << size;
