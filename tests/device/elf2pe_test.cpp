@@ -98,10 +98,10 @@ struct ElfFile {
     place(kSymbolSection, symbols);
     place(kNameSection, names.data());
 
-    Bytes file(sizeof header + sizeof placed);
+    Bytes file(sizeof header + sizeof placed + contents.size());
     std::memcpy(file.data(), &header, sizeof header);
     std::memcpy(file.data() + sizeof header, placed, sizeof placed);
-    file.insert(file.end(), contents.begin(), contents.end());
+    std::memcpy(file.data() + sizeof header + sizeof placed, contents.data(), contents.size());
     return file;
   }
 
