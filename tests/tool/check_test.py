@@ -208,6 +208,33 @@ class UndoTest(DamageTest):
         self.assertIn("--force", message)
         self.assertEqual(self.read("other.orb"), before)
 
+    def test_undo_file_of_a_container_of_the_same_length_and_damage_is_refused(self):
+        contents = bytearray(self.read("card.orb"))
+        contents[contents.index(b"oneone")] ^= 1  # another container's data
+        self.write("other.orb", bytes(contents))
+        self.assertIn("card.undo is of another container", self.fails(1, "undo", "other.orb", "card.undo"))
+        self.assertEqual(self.read("other.orb"), bytes(contents))
+
+    def test_undo_after_a_change_is_refused_unless_forced(self):
+        repaired = self.read("card.orb")
+        self.put_text("card.orb:/NEW", "new")
+        self.ok("rm", "card.orb:/NEW")
+        changed = self.read("card.orb")
+        self.assertNotEqual(changed, repaired)
+        message = self.fails(1, "undo", "card.orb", "card.undo")
+        self.assertIn("cannot undo the repair of card.orb: card.undo is of another container, or this one has changed "
+                      "since the repair\n", message)
+        self.assertEqual(self.read("card.orb"), changed)
+        self.ok("undo", "--force", "card.orb", "card.undo")
+        self.assertEqual(len(self.read("card.orb")), len(self.damaged))
+
+    def test_undo_after_looking_at_the_repaired_container_is_done(self):
+        self.ok("ls", "-lR", "card.orb")
+        self.ok("get", "card.orb", "out")
+        self.ok("undo", "card.orb", "card.undo")
+        self.ok("undo", "card.orb", "card.undo")  # once more does no harm
+        self.assertEqual(self.read("card.orb"), self.damaged)
+
     def test_undo_of_what_is_no_undo_file_is_refused(self):
         self.write("bad.undo", b"nonsense")
         contents = bytearray(self.read("card.undo"))

@@ -12,7 +12,6 @@
 #include "inspect/apply.h"
 #include "inspect/check.h"
 #include "inspect/names.h"
-#include "inspect/patched_image.h"
 #include "inspect/recover.h"
 #include "inspect/repair.h"
 #include "orba.h"
@@ -239,49 +238,15 @@ std::vector<std::uint8_t> ReadWholeFile(const std::string& path) {
   return bytes;
 }
 
-// What the container would be with the repair undone, without touching it.
-class UndoneImage : public inspect::Image, public inspect::Target {
- public:
-  explicit UndoneImage(const inspect::Image& base) : image_(base), size_(base.Size()) {}
-
-  std::uint64_t Size() const override { return size_; }
-  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-    return offset <= size_ && count <= size_ - offset && image_.Read(offset, out, count);
-  }
-  bool Write(std::uint64_t offset, const void* bytes, std::size_t count) override {
-    image_.Write(offset, bytes, count);
-    return true;
-  }
-  bool Cut(std::uint64_t size) override {
-    size_ = std::min(size_, size);
-    return true;
-  }
-  bool Flush() override { return true; }
-
- private:
-  inspect::PatchedImage image_;
-  std::uint64_t size_;
-};
-
-// The file is of this container, in its present state: repairing what the undoing would leave overwrites just what the
-// file brings back. So nothing is undone that cannot be had again.
-bool BelongsTogether(const RawContainer& container, const std::vector<std::uint8_t>& undo) {
-  UndoneImage undone(container.image());
-  if (!ApplyUndo(undo, &undone)) return false;
-  const inspect::Plan plan = PlanRepair(undone, Now());
-  return plan.possible && MakeUndo(plan, undone) == undo;
-}
-
 int RunUndo(const UndoOptions& options) {
   const RawContainer container(ParseContainer(options.container), RawContainer::kWrite);
   const std::vector<std::uint8_t> undo = ReadWholeFile(options.file);
   const std::string what = "cannot undo the repair of " + container.path();
-  UndoneImage trial(container.image());
-  if (!ApplyUndo(undo, &trial)) {
+  if (!inspect::IsUndo(undo)) {
     throw Failure(what, options.file + " is no undo file, or damaged", "name the file that orba repair --undo wrote");
   }
-  if (!options.force && !BelongsTogether(container, undo)) {
-    throw Failure(what, options.file + " is of another container, or this one has changed much since the repair",
+  if (!options.force && !inspect::UndoFits(undo, container.image())) {
+    throw Failure(what, options.file + " is of another container, or this one has changed since the repair",
                   "name the right file; with --force it is applied all the same, which may destroy the container");
   }
   const std::unique_ptr<inspect::FileTarget> target = OpenTarget(container.path());
@@ -293,7 +258,7 @@ int RunUndo(const UndoOptions& options) {
 
 Run DefineUndo(CLI::App* app) {
   auto options = std::make_shared<UndoOptions>();
-  app->add_flag("-f,--force", options->force, "also when container and file do not seem to belong together");
+  app->add_flag("-f,--force", options->force, "also when the file is of another container, or this one has changed");
   app->add_option("container", options->container, "the container")->required();
   app->add_option("file", options->file, "what orba repair --undo wrote")->required();
   return [options] { return RunUndo(*options); };
@@ -393,8 +358,7 @@ const Command kUndoCommand = {
     "CONTAINER FILE",
     "take a repair back",
     "Puts back what a repair has overwritten, from the file that its --undo wrote, whether the repair ended or was "
-    "interrupted. Refuses a file of another container, and a container that has changed so much since that it would be "
-    "destroyed.",
+    "interrupted. Refuses a file of another container, and a container in which anything has changed since.",
     "orba undo card.orb card.undo",
     DefineUndo,
 };

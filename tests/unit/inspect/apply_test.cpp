@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <vector>
 
 #include "tests/support/image_builder.h"
 #include "tests/support/repair_harness.h"
@@ -78,6 +79,7 @@ TEST(Undo, afterEveryNumberOfWrites_givesTheOldBytesBack) {
   ASSERT_GT(testimage::AfterWrites(plan, before, writes).size(), before.size());
   for (std::size_t done = 0; done <= writes; ++done) {
     MemoryTarget target(testimage::AfterWrites(plan, before, done));
+    EXPECT_TRUE(UndoFits(undo, MemoryImage(target.bytes))) << done;
     EXPECT_TRUE(ApplyUndo(undo, &target));
     EXPECT_EQ(target.bytes, before) << done;
   }
@@ -90,6 +92,7 @@ TEST(Undo, itselfStopped_canBeTriedAgain) {
   MemoryTarget target(testimage::AfterWrites(plan, before, testimage::WriteCount(plan)));
   target.refuse = 2;
   EXPECT_FALSE(ApplyUndo(undo, &target));
+  EXPECT_TRUE(UndoFits(undo, MemoryImage(target.bytes)));
   target.refuse = ~std::size_t{0};
   EXPECT_TRUE(ApplyUndo(undo, &target));
   EXPECT_EQ(target.bytes, before);
@@ -102,16 +105,85 @@ TEST(Undo, anyByteOfTheFileChangedOrMissing_isRefusedAndNothingWritten) {
   for (std::size_t at = 0; at < undo.size(); at += at < 64 ? 1 : 97) {
     Bytes bad = undo;
     bad[at] ^= 0x10;
+    EXPECT_FALSE(IsUndo(bad)) << at;
+    EXPECT_FALSE(UndoFits(bad, MemoryImage(before))) << at;
     EXPECT_FALSE(ApplyUndo(bad, &target)) << at;
     EXPECT_FALSE(ApplyUndo(Bytes(undo.begin(), undo.begin() + static_cast<std::ptrdiff_t>(at)), &target)) << at;
   }
   EXPECT_EQ(target.writes, 0u);
 }
 
+TEST(UndoFits, aWriteThatCameHalf_fits) {
+  const Bytes before = Damaged().bytes();
+  const Plan plan = PlanFor(before);
+  const Bytes undo = MakeUndo(plan, MemoryImage(before));
+  std::size_t halves = 0;
+  const std::size_t writes = testimage::WriteCount(plan);
+  for (std::size_t done = 0; done < writes; ++done) {
+    const Bytes now = testimage::AfterWrites(plan, before, done);
+    const Bytes next = testimage::AfterWrites(plan, before, done + 1);
+    const auto first = std::mismatch(now.begin(), now.end(), next.begin()).first - now.begin();
+    Bytes half = now;
+    half.resize(next.size());  // what was appended and did not come is zeros
+    std::copy_n(next.begin(), std::min<std::ptrdiff_t>(first + 1, static_cast<std::ptrdiff_t>(half.size())),
+                half.begin());
+    EXPECT_TRUE(UndoFits(undo, MemoryImage(half))) << done;
+    halves += half != now && half != next ? 1 : 0;
+  }
+  EXPECT_GT(halves, 0u);
+}
+
+TEST(UndoFits, aByteThatTheRepairDidNotWrite_doesNotFit) {
+  const Bytes before = Damaged().bytes();
+  const Plan plan = PlanFor(before);
+  const Bytes undo = MakeUndo(plan, MemoryImage(before));
+  std::vector<Bytes> states;
+  for (std::size_t done = 0; done <= testimage::WriteCount(plan); ++done) {
+    states.push_back(testimage::AfterWrites(plan, before, done));
+  }
+  Bytes changed = states.back();
+  for (std::size_t at = 0; at < changed.size(); at += at < 4096 ? 1 : 13) {
+    const std::uint8_t was = changed[at];
+    const auto seen = [&](const Bytes& state) { return at < state.size() && state[at] == changed[at]; };
+    do {
+      ++changed[at];
+    } while (changed[at] == 0 || std::any_of(states.begin(), states.end(), seen));
+    EXPECT_FALSE(UndoFits(undo, MemoryImage(changed))) << at;
+    changed[at] = was;
+  }
+  EXPECT_TRUE(UndoFits(undo, MemoryImage(changed)));
+}
+
+TEST(UndoFits, containerLongerOrShorterThanTheRepairMakesIt_doesNotFit) {
+  const Bytes before = Damaged().bytes();
+  const Plan plan = PlanFor(before);
+  const Bytes undo = MakeUndo(plan, MemoryImage(before));
+  Bytes longer = testimage::AfterWrites(plan, before, testimage::WriteCount(plan));
+  longer.push_back(0);
+  EXPECT_FALSE(UndoFits(undo, MemoryImage(longer)));
+  EXPECT_FALSE(UndoFits(undo, MemoryImage(Bytes(before.begin(), before.end() - 1))));
+  EXPECT_FALSE(UndoFits(undo, MemoryImage(Bytes())));
+}
+
+TEST(UndoFits, anotherContainerWithTheSameDamageAndLength_doesNotFit) {
+  const auto marked = [](const char* name) {
+    ImageBuilder image(1024, 32);
+    image.AddFile(1, name, 3000);
+    image.Put32(kStateFlagsOffset, kVolumeDirty);
+    return image.bytes();
+  };
+  const Bytes one = marked("A");
+  const Bytes other = marked("B");
+  ASSERT_EQ(one.size(), other.size());
+  const Bytes undo = MakeUndo(PlanFor(one), MemoryImage(one));
+  EXPECT_TRUE(UndoFits(undo, MemoryImage(one)));
+  EXPECT_FALSE(UndoFits(undo, MemoryImage(other)));
+}
+
 TEST(Undo, emptyPlan_isAFileThatChangesNothing) {
   const Bytes before = ImageBuilder(1024, 32).bytes();
   const Bytes undo = MakeUndo(PlanFor(before), MemoryImage(before));
-  EXPECT_EQ(undo.size(), 28u);
+  EXPECT_EQ(undo.size(), 36u);
   MemoryTarget target(before);
   EXPECT_TRUE(ApplyUndo(undo, &target));
   EXPECT_EQ(target.bytes, before);
