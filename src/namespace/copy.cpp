@@ -62,7 +62,8 @@ bool OrbCopyFileData(OrbNode* destination, const OrbNode* source) {
   const uint32_t chunkSize = from > to ? from : to;
   const Scratch chunk(Allocate(chunkSize));
   if (chunk.bytes == nullptr) return false;
-  for (uint32_t position = 0; position < size; position += chunkSize) {
+  // What is written tells where to go on: unlike a multiple of chunks, it never wraps past a damaged source's size.
+  for (uint32_t position = 0; position < size; position = destination->record.size) {
     if (!ReadChunk(chunk.bytes, chunkSize, source, position)) return false;
     if (!WriteChunk(chunk.bytes, chunkSize, destination, position, size)) return false;
   }

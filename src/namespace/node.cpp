@@ -58,6 +58,7 @@ OrbNode* OrbNodeAddRef(OrbNode* node) {
 
 void OrbNodeRelease(OrbNode* node) {
   OrbNode* const before = LivePredecessor(node);
+  // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): null has no predecessor
   if (before == nullptr || --node->references != 0) return;
   before->next = node->next;
   free(node);

@@ -57,7 +57,7 @@ bool Walk(NodeRef* present, char* finalName, const char* rest) {
     if (!Descend(present, finalName)) return false;
   }
   if (!IsReservedName(finalName)) return IsDirectory(present->node) || Fail(ORB_ERROR_PATH_NOT_FOUND);
-  const bool up = finalName[1] == '.';
+  const bool up = finalName[1] == '.';  // NOLINT(clang-analyzer-core.UndefinedBinaryOperatorResult): "." or ".."
   return (!up || Descend(present, "..")) && AscendToParent(present, finalName);
 }
 

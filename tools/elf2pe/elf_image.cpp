@@ -79,8 +79,9 @@ std::vector<ElfSection> ReadLoadedSections(const Bytes& file, const Elf32_Ehdr& 
     if (section.sh_size > 0x10000000) throw ConvertError("a section is larger than 256 MiB");
     ElfSection loaded{ReadString(file, Linked(table, header.e_shstrndx), section.sh_name), section.sh_addr,
                       Bytes(section.sh_size)};
-    if (section.sh_type != SHT_NOBITS)
+    if (section.sh_type != SHT_NOBITS) {
       std::memcpy(loaded.bytes.data(), file.data() + section.sh_offset, section.sh_size);
+    }
     sections.push_back(std::move(loaded));
   }
   std::sort(sections.begin(), sections.end(),

@@ -63,8 +63,9 @@ std::vector<PeSection> TakeSections(const ElfImage& elf, uint32_t base) {
     while (place < 4 && section.name != kOrder[place]) ++place;
     if (place++ == 4) throw ConvertError("section " + section.name + " is out of order");
     const uint32_t rva = section.address - base;
-    if (rva != expected)
+    if (rva != expected) {
       throw ConvertError("section " + section.name + " does not start on the page after the one before");
+    }
     sections.push_back({section.name, rva, section.bytes, flags});
     expected = RoundUp(rva + SizeOf(section.bytes), pe::kSectionAlignment);
   }
