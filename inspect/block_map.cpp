@@ -64,6 +64,20 @@ void VisitMap(const Image& image, const Geometry& geometry, const OrbNodeRecord&
   }
 }
 
+bool IsNoMap(const Image& image, const Geometry& geometry, std::uint32_t block) {
+  constexpr std::uint32_t kEnough = 6;
+  std::vector<std::uint8_t> bytes(geometry.blockSize);
+  if (!image.Read(geometry.BlockOffset(block), bytes.data(), bytes.size())) return false;
+  std::uint32_t used = 0;
+  std::uint32_t impossible = 0;
+  for (std::uint32_t i = 0; i < geometry.mapSlots(); ++i) {
+    const std::uint32_t slot = Get32(&bytes[4 * i]);
+    if (slot != kNoBlock) ++used;
+    if (slot >= kContainerLimit / geometry.blockSize) ++impossible;
+  }
+  return impossible >= kEnough && 2 * impossible > used;
+}
+
 std::uint32_t FindBlock(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t index) {
   const std::uint64_t slots = geometry.mapSlots();
   std::uint32_t block = kNoBlock;

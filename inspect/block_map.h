@@ -32,6 +32,10 @@ struct MapSlot {
 void VisitMap(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t nodeOffset,
               const std::function<bool(const MapSlot&)>& visit);
 
+// True when the block, which the container holds, cannot be a block-map block: it names blocks that no container can have.
+// A few such slots may be damaged ones.
+bool IsNoMap(const Image& image, const Geometry& geometry, std::uint32_t block);
+
 // The block that holds logical block `index`, by the slots on its way alone; 0 when there is none, or none that the
 // container holds.
 std::uint32_t FindBlock(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t index);

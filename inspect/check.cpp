@@ -16,9 +16,10 @@ using std::to_string;
 
 void CheckField(Work* work, std::uint32_t found, std::uint32_t expected, std::uint32_t offset, const char* name) {
   if (found == expected) return;
-  work->Add(Kind::kHeaderField, {0, 0, offset},
-            std::string(name) + " is " + to_string(found) + " and should be " + to_string(expected) +
-                "; a mount refuses this");
+  work->Add(
+      Kind::kHeaderField, {0, 0, offset},
+      std::string(name) + " is " + to_string(found) + " and should be " + to_string(expected) +
+          (FieldsAgree(work->model().header) ? "; a mount believes it and finds no root" : "; a mount refuses this"));
 }
 
 void CheckHeader(Work* work) {
@@ -109,25 +110,37 @@ bool ReadTable(Work* work) {
   return true;
 }
 
+std::uint64_t BitOffset(std::uint32_t node) { return kBitmapOffset + (node - 1) / 8; }
+
+// Nodes first to end - 1: one finding, with the first one's place.
+void AddPlaceless(Work* work, std::uint32_t first, std::uint32_t end, const char* why) {
+  work->Add(
+      Kind::kNodePlaceless, {first, 0, BitOffset(first), end - first},
+      "the bitmap says " +
+          (end - first == 1 ? "in use" : "of nodes " + to_string(first) + " to " + to_string(end - 1) + ": in use") +
+          ", but " + why);
+}
+
 // The bitmap says what is in use, the root is in any case.
 void ReadBitmap(Work* work) {
   Model& model = work->model();
-  for (std::uint32_t number = 1; number <= model.bitmap.size() * 8; ++number) {
-    const bool free = model.IsFreeBit(number);
-    const std::uint64_t offset = kBitmapOffset + (number - 1) / 8;
-    if (free && number == kRootNode) {
-      work->Add(Kind::kRootFree, {number, 0, offset},
-                "the bitmap says that the root's node is free; it would be given out again");
-    }
-    if (free) continue;
-    if (model.IsNode(number)) {
-      model.nodes[number].state = NodeState::kLost;  // until its slot is read
-    } else {
-      work->Add(Kind::kNodePlaceless, {number, 0, offset},
-                "the bitmap says in use, but the node-block table has no room for this number");
-    }
+  const auto bits = static_cast<std::uint32_t>(model.bitmap.size() * 8);
+  if (bits > 0 && model.IsFreeBit(kRootNode)) {
+    work->Add(Kind::kRootFree, {kRootNode, 0, BitOffset(kRootNode)},
+              "the bitmap says that the root's node is free; it would be given out again");
+  }
+  for (NodeInfo& node : model.nodes) {
+    const bool used = node.number != 0 && node.number <= bits && !model.IsFreeBit(node.number);
+    if (used) node.state = NodeState::kLost;  // until its slot is read
   }
   model.nodes[kRootNode].state = NodeState::kLost;
+  for (auto first = static_cast<std::uint32_t>(model.nodes.size()); first <= bits; ++first) {
+    std::uint32_t end = first;
+    while (end <= bits && !model.IsFreeBit(end)) ++end;
+    if (end == first) continue;
+    AddPlaceless(work, first, end, "the node-block table has no room for such a number");
+    first = end;
+  }
 }
 
 void ReadSlot(Work* work, NodeInfo* node, std::uint32_t block, const std::uint8_t* bytes) {
@@ -184,6 +197,7 @@ void ReadNodeBlocks(Work* work) {
     const std::uint64_t offset = kHeaderSize + 4 * index;
     if (block == kNoBlock) continue;
     if (!geometry.Holds(block)) {
+      work->NoteOutside(block);
       work->Add(
           Kind::kTableOutside, {0, block, offset},
           "table entry " + to_string(index) + " names " + BlockText(block) + ", which the container does not hold");
@@ -206,6 +220,10 @@ void CheckRecord(Work* work, const NodeInfo& node) {
   if (!AreLegal(number, record.attributes)) {
     work->Add(Kind::kNodeAttributes, {number, 0, node.offset + 6},
               "attributes " + to_string(record.attributes) + " are not a file's, a directory's or the root's");
+  } else if (node.wrongKind) {
+    work->Add(Kind::kNodeAttributes, {number, 0, node.offset + 6},
+              node.IsDirectory() ? "the attributes are a file's, but the contents are this directory's"
+                                 : "the attributes are a directory's, but the contents are not");
   }
   if (record.time.reserved != 0 || record.reserved[0] != 0 || record.reserved[1] != 0 || record.reserved[2] != 0) {
     work->Add(Kind::kNodeReserved, {number, 0, node.offset + (record.time.reserved != 0 ? 15u : 20u)},
@@ -216,17 +234,26 @@ void CheckRecord(Work* work, const NodeInfo& node) {
   }
 }
 
+// Reports a run of lost nodes at its first one.
+void CheckLost(Work* work, const NodeInfo& node) {
+  const std::vector<NodeInfo>& nodes = work->model().nodes;
+  const auto goesOn = [&](std::uint32_t number) {
+    return number < nodes.size() && number != kRootNode && nodes[number].state == NodeState::kLost;
+  };
+  if (node.number == kRootNode) {
+    work->Add(Kind::kRootLost, {kRootNode}, "the root directory's node cannot be read; no path leads anywhere");
+  } else if (!goesOn(node.number - 1u)) {
+    std::uint32_t end = node.number;
+    while (goesOn(end)) ++end;
+    AddPlaceless(work, node.number, end, "no node block holds such a record");
+  }
+}
+
 void CheckNodes(Work* work) {
   for (NodeInfo& node : work->model().nodes) {
-    if (node.state == NodeState::kLost) {
-      if (node.number == kRootNode) {
-        work->Add(Kind::kRootLost, {kRootNode}, "the root directory's node cannot be read; no path leads anywhere");
-      } else {
-        work->Add(Kind::kNodePlaceless, {node.number, 0, kBitmapOffset + (node.number - 1u) / 8},
-                  "the bitmap says in use, but no node block holds a record of this number");
-      }
-    }
+    if (node.state == NodeState::kLost) CheckLost(work, node);
     if (node.state != NodeState::kUsed) continue;
+    JudgeKind(work, &node);
     CheckRecord(work, node);
     if (node.number == kRootNode && !node.IsDirectory()) {
       work->Add(Kind::kRootLost, {kRootNode, 0, node.offset + 6}, "the root's node is no directory");
@@ -238,6 +265,7 @@ void CheckNodes(Work* work) {
 // ---- Leaks and sums -------------------------------------------------------------------------------------------------
 
 void FindLeakedBlocks(Work* work) {
+  const char* const reserve = work->Reserve("; the space is lost until it is given back");
   const std::vector<BlockInfo>& blocks = work->model().blocks;
   for (std::uint32_t block = 1; block < blocks.size(); ++block) {
     if (blocks[block].use != BlockUse::kNothing) continue;
@@ -246,7 +274,7 @@ void FindLeakedBlocks(Work* work) {
     const std::string what = end - block == 1 ? BlockText(block) + " is"
                                               : "blocks " + to_string(block) + " to " + to_string(end - 1) + " are";
     work->Add(Kind::kBlockLeaked, {0, block, work->geometry().BlockOffset(block), end - block},
-              what + " neither in use nor in the free chain; the space is lost until it is given back");
+              what + " neither in use nor in the free chain" + reserve);
     work->report.totals.leakedBlocks += end - block;
     block = end;
   }
@@ -279,7 +307,9 @@ void CheckTail(Work* work) {
   const std::uint64_t size = std::min<std::uint64_t>(work->image.Size(), kContainerLimit);
   if (size <= end) return;
   work->Add(Kind::kTrailingBytes, {0, 0, end, static_cast<std::uint32_t>(size - end)},
-            to_string(size - end) + " bytes follow the last whole block; the next block appended overwrites them");
+            to_string(size - end) + " bytes follow the last whole block; " +
+                (work->model().tailNamed ? "they begin " + BlockText(geometry.blocks + 1) + ", which is in use"
+                                         : "the next block appended overwrites them"));
 }
 
 void AddPaths(Report* report) {
@@ -426,8 +456,8 @@ Report Check(const Image& image) {
     WalkChain(&work);
     CheckNodes(&work);
     CheckEntries(&work);
-    CheckNames(&work);
     CheckReach(&work);
+    CheckNames(&work);
     ClaimChain(&work);
     FindLeakedBlocks(&work);
     CheckTail(&work);

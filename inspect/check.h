@@ -80,10 +80,11 @@ enum class Reach : std::uint8_t {
 
 // What a walk over a node's block map found. Indices are logical blocks.
 struct MapSummary {
-  std::uint64_t needed = 0;   // blocks that the size needs, at most what a map can hold
-  std::uint64_t present = 0;  // of those, slots that name a block of the container
-  std::uint64_t end = 0;      // one past the last of them
-  std::uint64_t holes = 0;    // empty slots below the size in map blocks that are there
+  bool sizeImpossible = false;  // no map can hold so much: what is missing tells nothing
+  std::uint64_t needed = 0;     // blocks that the size needs, at most what a map can hold
+  std::uint64_t present = 0;    // of those, slots that name a block of the container
+  std::uint64_t end = 0;        // one past the last of them
+  std::uint64_t holes = 0;      // empty slots below the size in map blocks that are there
   std::uint64_t firstHole = 0;
   std::uint64_t holeOffset = 0;  // of the first one's slot
   std::uint64_t extras = 0;      // slots in use past the size
@@ -105,14 +106,16 @@ struct DirectorySummary {
   std::uint64_t firstHole = 0;
   std::uint64_t holeOffset = 0;
   std::uint32_t holeBlock = 0;
-  std::uint32_t past = 0;  // entries behind the size, up to the end mark
-  bool behindEnd = false;  // numbers behind the end mark
+  std::vector<std::uint64_t> foreign;  // logical blocks that hold something else than entries
+  std::uint32_t past = 0;              // entries behind the size, up to the end mark
+  bool behindEnd = false;              // numbers behind the end mark
 };
 
 struct NodeInfo {
   std::uint16_t number = 0;
   NodeState state = NodeState::kFree;
-  bool readable = false;  // `record` holds what the slot holds (of a free node too)
+  bool readable = false;   // `record` holds what the slot holds (of a free node too)
+  bool wrongKind = false;  // the contents are a directory's and the attributes a file's, or the other way round
   OrbNodeRecord record = {};
   std::uint64_t offset = 0;  // of the slot, 0 = no node block holds it
   MapSummary map;
@@ -124,7 +127,8 @@ struct NodeInfo {
   std::uint16_t parent = 0;  // the directory through which it was reached first, 0 = none
   std::uint32_t parentEntry = 0;
 
-  bool IsDirectory() const { return (record.attributes & ORB_NODE_DIRECTORY) != 0; }
+  // By the contents where these speak against the attributes.
+  bool IsDirectory() const { return ((record.attributes & ORB_NODE_DIRECTORY) != 0) != wrongKind; }
 };
 
 struct ChainRecordInfo {
@@ -140,6 +144,7 @@ struct Model {
   std::vector<NodeInfo> nodes;         // by number; [0] is nobody
   std::vector<BlockInfo> blocks;       // by number; [0] is nobody
   std::vector<ChainRecordInfo> chain;  // the records that could be read, head first
+  bool tailNamed = false;              // something names the block that the container's end cuts through
 
   bool IsNode(std::uint32_t number) const { return number != 0 && number < nodes.size(); }
   bool IsFreeBit(std::uint32_t number) const;  // number from 1 to 8 x M

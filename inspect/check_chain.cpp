@@ -33,7 +33,7 @@ void MarkEntries(Work* work, std::uint32_t record, std::uint32_t place, const st
   for (std::uint32_t k = 1; k <= count; ++k) {
     const std::uint32_t entry = Get32(&bytes[8 + 4 * k]);
     MarkEntry(work, record, place, entry, offset + 8 + 4 * k);
-    if (k == 1 || !ordered || entry >= Get32(&bytes[8 + 4 * (k / 2)])) continue;
+    if (k == 1 || !ordered || entry == kNoBlock || entry >= Get32(&bytes[8 + 4 * (k / 2)])) continue;
     ordered = false;
     work->Add(Kind::kChainHeapOrder, {0, record, offset + 8 + 4 * k},
               "entry " + to_string(k) + " is smaller than its parent; the lowest block would not be given out first");

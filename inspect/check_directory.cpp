@@ -27,6 +27,21 @@ bool HoldsChainRecord(const Work& work, const std::vector<std::uint8_t>& bytes, 
   return next != kNoBlock || !model.IsNode(node) || model.nodes[node].state != NodeState::kUsed;
 }
 
+bool IsDot(const OrbDirEntry& entry) { return NameOf(entry) == "." || NameOf(entry) == ".."; }
+
+// Something else than a directory's block: entries by the half dozen, and not one with a name that an entry can have.
+bool IsForeign(const Work& work, const std::vector<std::uint8_t>& bytes) {
+  constexpr std::uint32_t kEnough = 6;  // a few may be damaged entries
+  std::uint32_t entries = 0;
+  for (std::uint32_t slot = 0; slot < work.report.model.geometry.entriesPerBlock(); ++slot) {
+    const OrbDirEntry entry = DecodeEntry(&bytes[slot * kDirEntrySize]);
+    if (entry.node == 0) continue;
+    if (IsDot(entry) || IsLegalName(NameOf(entry))) return false;
+    ++entries;
+  }
+  return entries >= kEnough;
+}
+
 void TakeBlock(Work* work, NodeInfo* directory, const DirectoryBlock& at, const std::vector<std::uint8_t>& bytes,
                bool* ended) {
   DirectorySummary& found = directory->directory;
@@ -234,7 +249,58 @@ std::uint16_t FindInCycle(const Model& model, std::uint16_t number) {
   return number;
 }
 
+// `directory` lies below `node` or is it.
+bool LiesIn(const Model& model, std::uint16_t directory, std::uint16_t node) {
+  while (directory != node && directory != 0) directory = model.nodes[directory].parent;
+  return directory == node;
+}
+
+// Two names in two directories, as a move leaves them. A directory is never moved into itself.
+bool IsHalfMadeMove(const Model& model, const NodeInfo& node) {
+  return node.names.size() == 2 && node.pending.empty() && node.names[0].directory != node.names[1].directory &&
+         !LiesIn(model, node.names[0].directory, node.number) && !LiesIn(model, node.names[1].directory, node.number);
+}
+
+// A directory's first two entries, the one naming the node itself.
+bool BeginsAsDirectory(const NodeInfo& node, const std::vector<std::uint8_t>& first) {
+  const OrbDirEntry self = DecodeEntry(&first[0]);
+  return NameOf(self) == "." && self.node == node.number && NameOf(DecodeEntry(&first[kDirEntrySize])) == "..";
+}
+
+// There are entries, but neither dot is among them, nor one that leads anywhere.
+bool IsNoDirectory(const Model& model, const NodeInfo& node, const std::vector<std::uint8_t>& blocks) {
+  bool any = false;
+  for (std::size_t at = 0; at < blocks.size(); at += kDirEntrySize) {
+    Entry entry;
+    entry.record = DecodeEntry(&blocks[at]);
+    const std::string name = NameOf(entry.record);
+    if (at == 0 && (name == "." || entry.record.node == node.number)) return false;
+    if (at == kDirEntrySize && name == "..") return false;
+    if (at > kDirEntrySize && NamesUsedNode(model, entry) && IsLegalName(name)) return false;
+    any |= entry.record.node != 0;
+  }
+  return any;
+}
+
 }  // namespace
+
+void JudgeKind(Work* work, NodeInfo* node) {
+  const Geometry& geometry = work->geometry();
+  const std::uint32_t size = node->record.size;
+  const std::uint64_t count = std::min<std::uint64_t>(geometry.BlocksFor(size), kDirectBlocks);
+  std::vector<std::uint8_t> blocks;
+  for (std::uint32_t i = 0; i < count && geometry.Holds(node->record.direct[i]); ++i) {
+    blocks.resize(blocks.size() + geometry.blockSize);
+    std::uint8_t* to = &blocks[blocks.size() - geometry.blockSize];
+    if (!work->image.Read(geometry.BlockOffset(node->record.direct[i]), to, geometry.blockSize)) return;
+  }
+  if (blocks.empty()) return;
+  if ((node->record.attributes & ORB_NODE_DIRECTORY) == 0) {
+    node->wrongKind = size % kDirEntrySize == 0 && size >= 2 * kDirEntrySize && BeginsAsDirectory(*node, blocks);
+  } else {
+    node->wrongKind = node->number != kRootNode && IsNoDirectory(work->report.model, *node, blocks);
+  }
+}
 
 void ParseDirectory(Work* work, NodeInfo* directory, const std::vector<DirectoryBlock>& blocks) {
   const Geometry& geometry = work->geometry();
@@ -256,9 +322,16 @@ void ParseDirectory(Work* work, NodeInfo* directory, const std::vector<Directory
       }
       if (found.lastBlockIsRecord) continue;
     }
+    if (IsForeign(*work, bytes)) {
+      found.foreign.push_back(at.index);
+      work->Add(Kind::kDirBlockForeign, {directory->number, at.block, geometry.BlockOffset(at.block)},
+                BlockText(at.block) + " should hold the directory's entries from " +
+                    to_string(at.index * geometry.entriesPerBlock()) + " on, but holds something else");
+      continue;
+    }
     TakeBlock(work, directory, at, bytes, &ended);
   }
-  if (found.holes > 0) JudgeHoles(work, directory);
+  if (found.holes > 0 && !directory->map.sizeImpossible) JudgeHoles(work, directory);
   if (found.past > 0) JudgePast(work, directory);
   if (found.behindEnd) {
     work->Add(Kind::kDirAfterEnd, {directory->number}, "number fields behind the directory's end mark are not zero");
@@ -279,7 +352,7 @@ void CheckEntries(Work* work) {
 void CheckNames(Work* work) {
   for (const NodeInfo& node : work->model().nodes) {
     if (node.names.size() < 2) continue;
-    if (node.names.size() == 2 && node.pending.empty() && node.names[0].directory != node.names[1].directory) {
+    if (IsHalfMadeMove(work->report.model, node)) {
       work->Add(Kind::kTwoNames, {node.number},
                 "the node has a name in " + NodeText(node.names[0].directory) + " and one in " +
                     NodeText(node.names[1].directory) + ": a move was stopped before it took the old one away");
@@ -299,8 +372,9 @@ void CheckReach(Work* work) {
       continue;
     }
     Spread(&model, node.number, Reach::kLeaked);
-    work->Add(Kind::kNodeLeaked, {node.number, 0, node.offset},
-              "the node is in use, with " + to_string(node.record.size) + " bytes, but has no name");
+    work->Add(
+        Kind::kNodeLeaked, {node.number, 0, node.offset},
+        "the node is in use, with " + to_string(node.record.size) + " bytes, but has no name" + work->Reserve(""));
   }
   for (const NodeInfo& node : model.nodes) {
     if (node.state != NodeState::kUsed || node.reach != Reach::kNone || node.number == kRootNode) continue;

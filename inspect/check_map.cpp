@@ -16,10 +16,14 @@ struct MapWalk {
   MapSummary* map;
   std::vector<DirectoryBlock> directory;  // blocks to take entries from
   bool doubleEnded = false;               // an empty slot of the double-indirect block was met
+  MapSlot outside = {};                   // the first of a run of slots that name blocks beyond the container's end
+  std::uint32_t outsideCount = 0;
 
   bool Visit(const MapSlot& slot);
   bool VisitMapBlock(const MapSlot& slot);
   void VisitData(const MapSlot& slot);
+  void AddOutside(const MapSlot& slot);
+  void EndOutside();
 };
 
 bool MapWalk::Visit(const MapSlot& slot) {
@@ -28,7 +32,6 @@ bool MapWalk::Visit(const MapSlot& slot) {
   return false;
 }
 
-// True to go down into it: each map block is entered once, whoever names it, so that no walk runs without end.
 // True to go down into it: each map block is entered once, whoever names it, so that no walk runs without end.
 bool MapWalk::VisitMapBlock(const MapSlot& slot) {
   const std::uint32_t number = node.number;
@@ -42,7 +45,7 @@ bool MapWalk::VisitMapBlock(const MapSlot& slot) {
   if (slot.block == kNoBlock) {
     const bool first = !second || !doubleEnded;
     doubleEnded |= second;
-    if (slot.index < map->needed && first) {
+    if (slot.index < map->needed && first && !map->sizeImpossible) {
       work->Add(Kind::kMapMissing, {number, 0, slot.offset},
                 "no block-map block serves logical block " + to_string(index) + " and what follows; the size counts " +
                     Counted(map->needed, "block"));
@@ -53,12 +56,19 @@ bool MapWalk::VisitMapBlock(const MapSlot& slot) {
     return false;
   }
   if (!work->geometry().Holds(slot.block)) {
+    work->NoteOutside(slot.block);
     work->Add(Kind::kMapOutside, {number, slot.block, slot.offset},
               "the map names " + BlockText(slot.block) + " as block-map block, which the container does not hold");
     return false;
   }
   work->Claim(slot.block, {BlockUse::kMap, false, node.number, index}, slot.offset);
   if (work->entered[slot.block]) return false;
+  if (IsNoMap(work->image, work->geometry(), slot.block)) {
+    work->Add(Kind::kMapForeign, {number, slot.block, slot.offset},
+              BlockText(slot.block) + " should serve logical block " + to_string(index) +
+                  " and what follows, but holds no block numbers");
+    return false;
+  }
   work->entered[slot.block] = true;
   return true;
 }
@@ -78,10 +88,8 @@ void MapWalk::VisitData(const MapSlot& slot) {
     map->extraOffset = slot.offset;
   }
   if (!work->geometry().Holds(slot.block)) {
-    if (work->CountOnly(Kind::kMapOutside)) return;
-    work->Add(
-        Kind::kMapOutside, {node.number, slot.block, slot.offset},
-        "logical block " + to_string(index) + " is " + BlockText(slot.block) + ", which the container does not hold");
+    if (!extra) work->NoteOutside(slot.block);
+    AddOutside(slot);
     return;
   }
   if (!extra) {
@@ -93,6 +101,23 @@ void MapWalk::VisitData(const MapSlot& slot) {
   if (!node.IsDirectory() || extra || work->parsed[slot.block]) return;
   work->parsed[slot.block] = true;
   directory.push_back({slot.index, slot.block});
+}
+
+void MapWalk::AddOutside(const MapSlot& slot) {
+  if (outsideCount > 0 && slot.index != outside.index + outsideCount) EndOutside();
+  if (outsideCount++ == 0) outside = slot;
+}
+
+void MapWalk::EndOutside() {
+  if (outsideCount == 0) return;
+  const std::string last = to_string(outside.index + outsideCount - 1);
+  const std::string what = outsideCount == 1 ? " is " + BlockText(outside.block) + ", which the container does not hold"
+                                             : " and what follows up to " + last +
+                                                   " are blocks that the container does not hold, from " +
+                                                   BlockText(outside.block) + " on";
+  work->Add(Kind::kMapOutside, {node.number, outside.block, outside.offset, outsideCount},
+            "logical block " + to_string(outside.index) + what);
+  outsideCount = 0;
 }
 
 // A shrink takes the last block out of an indirect block before it stores the smaller size; so does a directory when its
@@ -118,7 +143,7 @@ void Judge(Work* work, const NodeInfo& node, MapSummary* map) {
     work->Add(Kind::kShrinkHalfMade, {number, 0, map->holeOffset},
               "logical block " + to_string(map->firstHole) +
                   ", the last, is already out of the map: a shrink was stopped before it stored the size");
-  } else if (map->holes > 0) {
+  } else if (map->holes > 0 && !map->sizeImpossible) {
     work->Add(Kind::kMapHole, {number, 0, map->holeOffset, static_cast<std::uint32_t>(map->holes)},
               "no block for " + to_string(map->holes) + " of " + Counted(map->needed, "logical block") + ", from " +
                   to_string(map->firstHole) + " on; reading there fails");
@@ -144,10 +169,12 @@ void WalkNode(Work* work, NodeInfo* node) {
     work->Add(Kind::kNodeSize, {node->number, 0, node->offset + 16},
               "a size of " + to_string(node->record.size) + " bytes is more than a block map can hold");
     blocks = std::min(blocks, geometry.mapCapacity());
+    node->map.sizeImpossible = true;
   }
   node->map.needed = blocks;
   MapWalk walk = {work, *node, &node->map, {}};
   VisitMap(work->image, geometry, node->record, node->offset, [&](const MapSlot& slot) { return walk.Visit(slot); });
+  walk.EndOutside();
   Judge(work, *node, &node->map);
   if (node->IsDirectory()) ParseDirectory(work, node, walk.directory);
 }

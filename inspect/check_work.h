@@ -34,12 +34,23 @@ struct Work {
   };
   void Add(Kind kind, const Place& place, std::string text);
 
+  // What to add to a claim that something is leaked: where there is damage, what leads there may be lost with it.
+  const char* Reserve(const char* otherwise) const {
+    return report.Count(Severity::kDamage) > 0 ? ", as far as the damage lets see" : otherwise;
+  }
+
   // True when the list of findings is full; the finding is counted then. For findings that may come by the million, whose
   // texts nobody will read.
   bool CountOnly(Kind kind);
 
   // Reads a range inside the container; when the host cannot, says so in the report.
   bool Read(std::uint64_t offset, void* out, std::size_t count);
+
+  // To be told of each block number beyond the container's end that something relies on.
+  void NoteOutside(std::uint32_t block) { report.model.tailNamed |= block == geometry().blocks + 1 && HasTail(); }
+
+  // Bytes follow the last whole block.
+  bool HasTail() const { return image.Size() > geometry().BlockOffset(geometry().blocks + 1); }
 
   // Notes that `block`, which the container holds, serves `owner`. False when something else owned it before; that is
   // reported, with the place of the field that names it.
@@ -61,10 +72,13 @@ struct DirectoryBlock {
 };
 void ParseDirectory(Work* work, NodeInfo* directory, const std::vector<DirectoryBlock>& blocks);
 
+// Before that, check_directory.cpp: sees whether the attributes of a node in use lie about what it is.
+void JudgeKind(Work* work, NodeInfo* node);
+
 // Pass 3, check_directory.cpp: judges entries and names, then what the root leads to.
 void CheckEntries(Work* work);
-void CheckNames(Work* work);
 void CheckReach(Work* work);
+void CheckNames(Work* work);
 
 // Pass 4, check_chain.cpp: claims the chain's blocks where nothing else has.
 void ClaimChain(Work* work);

@@ -48,6 +48,7 @@ enum class Kind : std::uint8_t {
   kNodeTime,        // no date of the calendar
   kNodeSize,        // a size that no block map can hold
   kMapMissing,      // a block-map block that the size needs is not there
+  kMapForeign,      // a block-map block that holds something else than block numbers
   kMapHole,         // no block where the size says there is data
   kMapOutside,      // a block beyond the container's end
   kMapBeyondSize,   // blocks past the size
@@ -58,6 +59,7 @@ enum class Kind : std::uint8_t {
   kDirSize,             // not a multiple of 32, or below the two entries that each directory has
   kDirHole,             // an entry with node number 0 inside the size
   kDirPastSize,         // entries past the size
+  kDirBlockForeign,     // a block without anything that could be an entry
   kDirAfterEnd,         // number fields set behind the end mark, where nothing looks
   kDirDot,              // the first entry is not "." with the directory's own number
   kDirDotDot,           // the second entry is not ".." with the parent's number

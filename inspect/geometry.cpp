@@ -1,6 +1,7 @@
 #include "inspect/geometry.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <vector>
 
 #include "inspect/bytes.h"
@@ -52,6 +53,17 @@ Geometry Make(const Image& image, std::uint32_t blockSize, std::uint32_t bitmapS
 
 Geometry FromHeader(const Image& image, const VolumeHeader& header) {
   return Make(image, header.blockSize, header.bitmapSize, header.dataOffset);
+}
+
+// The root's record lies where block 1 would begin, and its directory begins where the record says.
+bool BearsTheRoot(const Image& image, const Geometry& geometry) {
+  std::uint8_t record[kNodeSize];
+  if (!image.Read(geometry.dataOffset, record, sizeof record)) return false;
+  const std::uint32_t block = Get32(record + offsetof(OrbNodeRecord, direct));
+  std::uint8_t entry[kDirEntrySize];
+  return Get32(record) == kNodeSignature && Get16(record + 4) == kRootNode && geometry.Holds(block) &&
+         image.Read(geometry.BlockOffset(block), entry, sizeof entry) && Get16(entry) == kRootNode && entry[2] == '.' &&
+         entry[3] == 0;
 }
 
 // What the header says twice over about bitmap and data area. Block 1 is where formatting puts the root's node block, and
@@ -106,9 +118,11 @@ bool FieldsAgree(const VolumeHeader& header) {
 }
 
 Geometry FindGeometry(const Image& image, const VolumeHeader& header) {
-  if (FieldsAgree(header)) return FromHeader(image, header);
-  const Geometry geometry = FromRedundancy(image, header);
-  return geometry.known() ? geometry : FromSearch(image);
+  const bool agree = FieldsAgree(header);
+  if (agree && BearsTheRoot(image, FromHeader(image, header))) return FromHeader(image, header);
+  Geometry geometry = FromRedundancy(image, header);
+  if (!geometry.known()) geometry = FromSearch(image);
+  return agree && !BearsTheRoot(image, geometry) ? FromHeader(image, header) : geometry;
 }
 
 VolumeHeader SoundHeader(const Geometry& geometry, const VolumeHeader& header) {

@@ -17,9 +17,9 @@ constexpr std::uint32_t kChainHeadOffset = 48;
 // On a container without nodes to look at only the first two can do anything.
 constexpr Pass kFirstPasses[] = {FixHeader, FixLength};
 constexpr Pass kPasses[] = {
-    FixHeader,           FixTable,   FixSlots,        FixBitmap,      ReviveNodes, FixRecords,
-    DropGivenBackBlocks, Unshare,    FixSlotsOutside, FixMaps,        FixRoot,     FixDirectorySizes,
-    RemoveEntries,       FixEntries, BreakCycles,     FixLeakedNodes, FixChain};
+    FixHeader,           FillTail,    FixTable,        FixSlots, FixBitmap, ReviveNodes,       FixRecords,
+    DropGivenBackBlocks, Unshare,     FixSlotsOutside, FixMaps,  FixRoot,   FixDirectorySizes, RemoveEntries,
+    FixEntries,          BreakCycles, FixLeakedNodes,  FixChain};
 
 // Far more rounds than any damage takes; a guard against passes that undo each other.
 constexpr int kMostRounds = 100;
@@ -207,6 +207,12 @@ void RepairWork::Recheck() {
   nextLoose_ = 1;
   directoryBlocks_.clear();
   directoryBlocksRead_ = false;
+}
+
+std::string NodeName(const RepairWork& work, std::uint16_t number) {
+  const std::string path = PathOf(work.model(), number);
+  const std::string node = "(node " + to_string(number) + ")";
+  return path == node ? node : path + " " + node;
 }
 
 void DropChain(RepairWork* work) {

@@ -19,11 +19,6 @@ std::uint32_t EntryCount(const OrbNodeRecord& directory) { return directory.size
 
 std::string Quoted(const Entry& entry) { return "\"" + Printable(NameOf(entry.record)) + "\""; }
 
-// "/LOGS (node 5)"
-std::string NodeName(const RepairWork& work, std::uint16_t number) {
-  return PathOf(work.model(), number) + " (node " + to_string(number) + ")";
-}
-
 // A directory in use of which every block is there.
 bool IsWhole(const NodeInfo& node) {
   return node.state == NodeState::kUsed && node.IsDirectory() && node.map.needed > 0 &&

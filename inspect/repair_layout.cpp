@@ -117,35 +117,10 @@ OrbNodeRecord EmptyNode(std::uint16_t number) {
   return record;
 }
 
-bool StartsAsDirectory(const RepairWork& work, const NodeInfo& node) {
-  const std::uint32_t block = node.record.direct[0];
-  if (!work.geometry().Holds(block)) return false;
-  const std::vector<std::uint8_t> bytes = work.GetBlock(block);
-  return NameOf(DecodeEntry(&bytes[0])) == "." && Get16(&bytes[0]) == node.number &&
-         NameOf(DecodeEntry(&bytes[kDirEntrySize])) == "..";
-}
-
-// A directory whose contents are no directory's: neither dot is there, nor a single entry that could be one.
-bool IsNoDirectory(const RepairWork& work, const NodeInfo& node) {
-  if (!node.directory.firstBlockRead || node.record.size == 0) return false;
-  for (const Entry& entry : node.entries) {
-    const std::string name = NameOf(entry.record);
-    if (entry.index == 0 && name == ".") return false;
-    if (entry.index == 1 && name == "..") return false;
-    const std::uint16_t target = entry.record.node;
-    const bool names = work.model().IsNode(target) && work.model().nodes[target].state == NodeState::kUsed;
-    if (entry.index >= 2 && names && IsLegalName(name)) return false;
-  }
-  return true;
-}
-
-std::uint16_t RightAttributes(const RepairWork& work, const NodeInfo& node) {
+std::uint16_t RightAttributes(const NodeInfo& node) {
   if (node.number == kRootNode) return kRootAttributes;
-  const std::uint16_t attributes = node.record.attributes;
-  const auto file = static_cast<std::uint16_t>(attributes & (kNodeReadOnly | kNodeUserFlag));
-  if (attributes == ORB_NODE_DIRECTORY) return IsNoDirectory(work, node) ? 0 : attributes;
-  if (attributes == file) return file;
-  return StartsAsDirectory(work, node) ? ORB_NODE_DIRECTORY : file;
+  return node.IsDirectory() ? std::uint16_t{ORB_NODE_DIRECTORY}
+                            : static_cast<std::uint16_t>(node.record.attributes & (kNodeReadOnly | kNodeUserFlag));
 }
 
 }  // namespace
@@ -213,17 +188,23 @@ void FixSlots(RepairWork* work) {
 
 void FixBitmap(RepairWork* work) {
   const Model& model = work->model();
-  for (std::uint32_t number = 1; number <= model.bitmap.size() * 8; ++number) {
-    const bool free = model.IsFreeBit(number);
-    if (number == kRootNode && free) {
-      work->Begin("notes in the bitmap that the root's node is in use");
-      work->SetFree(number, false);
-    }
-    const bool placeless = !model.IsNode(number) || model.nodes[number].offset == 0;
-    if (number != kRootNode && !free && placeless) {
-      work->Begin("notes in the bitmap that node " + to_string(number) + " is free: no node block holds it");
-      work->SetFree(number, true);
-    }
+  const auto bits = static_cast<std::uint32_t>(model.bitmap.size() * 8);
+  if (bits > 0 && model.IsFreeBit(kRootNode)) {
+    work->Begin("notes in the bitmap that the root's node is in use");
+    work->SetFree(kRootNode, false);
+  }
+  const auto placeless = [&](std::uint32_t number) {
+    return number <= bits && !model.IsFreeBit(number) && (!model.IsNode(number) || model.nodes[number].offset == 0);
+  };
+  for (std::uint32_t first = kRootNode + 1; first <= bits; ++first) {
+    std::uint32_t end = first;
+    while (placeless(end)) ++end;
+    if (end == first) continue;
+    work->Begin("notes in the bitmap that " + (end - first == 1
+                                                   ? "node " + to_string(first) + " is free: no node block holds it"
+                                                   : "nodes " + to_string(first) + " to " + to_string(end - 1) +
+                                                         " are free: no node block holds them"));
+    for (; first < end; ++first) work->SetFree(first, true);
   }
 }
 
@@ -249,15 +230,15 @@ void FixRecords(RepairWork* work) {
   for (const NodeInfo& node : work->model().nodes) {
     if (node.state != NodeState::kUsed) continue;
     OrbNodeRecord record = node.record;
-    record.attributes = RightAttributes(*work, node);
+    record.attributes = RightAttributes(node);
     record.time.reserved = 0;
     std::fill(std::begin(record.reserved), std::end(record.reserved), 0u);
     std::uint8_t was[kNodeSize], is[kNodeSize];
     EncodeNode(node.record, was);
     EncodeNode(record, is);
     if (std::equal(std::begin(was), std::end(was), std::begin(is))) continue;
-    work->Begin("gives " + PathOf(work->model(), node.number) + " (node " + to_string(node.number) + ") attributes " +
-                to_string(record.attributes) + " and clears its reserved bytes");
+    work->Begin("gives " + NodeName(*work, node.number) + " attributes " + to_string(record.attributes) +
+                " and clears its reserved bytes");
     work->PutNode(node.number, record);
   }
 }

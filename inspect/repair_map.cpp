@@ -13,10 +13,6 @@ namespace {
 
 using std::to_string;
 
-std::string NodeName(const RepairWork& work, const NodeInfo& node) {
-  return PathOf(work.model(), node.number) + " (node " + to_string(node.number) + ")";
-}
-
 // Visits every slot of every node in use, going down into each map block once.
 void VisitAll(RepairWork* work, const std::function<bool(const NodeInfo&, const MapSlot&)>& visit) {
   std::vector<bool> entered(work->model().blocks.size());
@@ -42,7 +38,7 @@ struct Owner {
 
 // Slots of one node that go for one reason are one action.
 void ClearSlot(RepairWork* work, const NodeInfo& node, const MapSlot& slot, const char* why) {
-  const std::string tail = " out of " + NodeName(*work, node) + ": " + why;
+  const std::string tail = " out of " + NodeName(*work, node.number) + ": " + why;
   RepairWork::Clearing& last = work->clearing;
   const bool more = last.node == node.number && last.why == why && last.action == work->actions.size();
   if (!more) work->Begin("takes block " + to_string(slot.block) + tail);
@@ -55,14 +51,14 @@ void ClearSlot(RepairWork* work, const NodeInfo& node, const MapSlot& slot, cons
 void SplitDirectories(RepairWork* work, const NodeInfo& node, const MapSlot& slot, const Owner& owner) {
   const bool mine = Get16(work->GetBlock(slot.block).data()) == node.number;
   const NodeInfo& other = mine ? work->model().nodes[owner.node] : node;
-  work->Begin("gives " + NodeName(*work, other) + " a first block of its own: block " + to_string(slot.block) +
+  work->Begin("gives " + NodeName(*work, other.number) + " a first block of its own: block " + to_string(slot.block) +
               " is another directory's");
   const std::uint32_t block = work->Take(NewDirectoryBlock(work->geometry(), other.number, kRootNode));
   work->PutWord(other.offset + offsetof(OrbNodeRecord, direct), block);
 }
 
 void CopyBlock(RepairWork* work, const NodeInfo& node, const MapSlot& slot) {
-  work->Begin("gives " + NodeName(*work, node) + " a copy of block " + to_string(slot.block) +
+  work->Begin("gives " + NodeName(*work, node.number) + " a copy of block " + to_string(slot.block) +
               ", which something else uses too");
   work->PutWord(slot.offset, work->Take(work->GetBlock(slot.block)));  // no block left: better none than a shared one
 }
@@ -96,7 +92,7 @@ bool Unsharing::Visit(const NodeInfo& node, const MapSlot& slot) {
   const bool map = slot.level != MapLevel::kData;
   const bool shared = work->model().blocks[slot.block].shared;
   if (map && shared && !LooksLikeMap(*work, slot.block)) {
-    ClearSlot(work, node, slot, "it is something else's, and no block-map block");
+    ClearSlot(work, node, slot, "something else's, and no block numbers");
     return false;
   }
   Owner& owner = owners[slot.block];
@@ -108,7 +104,7 @@ bool Unsharing::Visit(const NodeInfo& node, const MapSlot& slot) {
   }
   if (mapsOnly && !involvesMap) return false;
   if (strayExtra) {
-    ClearSlot(work, node, slot, "it lies past the size and is something else's");
+    ClearSlot(work, node, slot, "past the size and something else's");
   } else {
     Separate(node, slot, owner);
   }
@@ -118,7 +114,7 @@ bool Unsharing::Visit(const NodeInfo& node, const MapSlot& slot) {
 void Unsharing::Separate(const NodeInfo& node, const MapSlot& slot, const Owner& owner) {
   const bool firstOfDirectory = node.IsDirectory() && slot.level == MapLevel::kData && slot.index == 0;
   if (owner.node == node.number) {
-    ClearSlot(work, node, slot, "it is there already");
+    ClearSlot(work, node, slot, "there already");
   } else if (firstOfDirectory && owner.firstOfDirectory) {
     SplitDirectories(work, node, slot, owner);
   } else {
@@ -149,20 +145,20 @@ void FinishGrowth(RepairWork* work, const NodeInfo& node) {
     const bool names = work->model().IsNode(entry.node) && work->model().nodes[entry.node].state == NodeState::kUsed &&
                        work->model().nodes[entry.node].names.empty() && entry.node != kRootNode;
     if (names && IsLegalName(NameOf(entry)) && Get16(&bytes[kDirEntrySize]) == 0) {
-      work->Begin("counts the entry \"" + NameOf(entry) + "\" that was added to " + NodeName(*work, node));
+      work->Begin("counts the entry \"" + NameOf(entry) + "\" that was added to " + NodeName(*work, node.number));
       SetSize(work, node, node.record.size + kDirEntrySize);
       return;
     }
   }
   work->Begin("takes block " + to_string(map.extraBlock) + ", with which it was about to grow, out of " +
-              NodeName(*work, node));
+              NodeName(*work, node.number));
   work->PutWord(map.extraOffset, kNoBlock);
 }
 
 // Blocks past the size: those that follow it without a gap make the node longer, the others go.
 void FixExtras(RepairWork* work, const NodeInfo& node) {
   std::uint64_t end = node.map.needed;
-  work->Begin("corrects the size of " + NodeName(*work, node) + ", which has blocks past its size");
+  work->Begin("corrects the size of " + NodeName(*work, node.number) + ", which has blocks past its size");
   VisitMap(work->image, work->geometry(), node.record, node.offset, [&](const MapSlot& slot) {
     if (slot.level != MapLevel::kData) return work->geometry().Holds(slot.block);
     if (slot.index < node.map.needed || slot.block == kNoBlock) return false;
@@ -179,7 +175,7 @@ void FixExtras(RepairWork* work, const NodeInfo& node) {
 void MakeFirstBlock(RepairWork* work, const NodeInfo& node) {
   std::uint32_t block = work->FindDirectoryBlock(node.number);
   const bool found = block != kNoBlock;
-  work->Begin("gives " + NodeName(*work, node) + (found ? " its first block back" : " a new first block"));
+  work->Begin("gives " + NodeName(*work, node.number) + (found ? " its first block back" : " a new first block"));
   if (!found) block = work->Take(NewDirectoryBlock(work->geometry(), node.number, kRootNode));
   if (block == kNoBlock) return;
   OrbNodeRecord record = work->GetNode(node.number);
@@ -206,7 +202,8 @@ std::vector<std::uint64_t> MissingBlocks(const RepairWork& work, const NodeInfo&
 
 bool Fill(RepairWork* work, const NodeInfo& node, const std::vector<std::uint64_t>& missing) {
   const std::vector<std::uint8_t> zeros(work->geometry().blockSize);
-  work->Begin("fills " + Counted(missing.size(), "missing block") + " of " + NodeName(*work, node) + " with zeros");
+  work->Begin("fills " + Counted(missing.size(), "missing block") + " of " + NodeName(*work, node.number) +
+              " with zeros");
   for (const std::uint64_t index : missing) {
     OrbNodeRecord record = work->GetNode(node.number);
     const std::uint32_t block = work->Take(zeros);
@@ -223,11 +220,11 @@ void FixUnneeded(RepairWork* work, const NodeInfo& node) {
   if (node.record.indirect == kNoBlock && needed <= kDirectBlocks) {
     OrbNodeRecord record = node.record;
     record.doubleIndirect = kNoBlock;
-    work->Begin("takes the double-indirect block, which serves nothing, out of " + NodeName(*work, node));
+    work->Begin("takes the double-indirect block, which serves nothing, out of " + NodeName(*work, node.number));
     work->PutNode(node.number, record);
   } else if (node.map.doubleGap) {
     bool ended = false;
-    work->Begin("takes block-map blocks that serve nothing out of " + NodeName(*work, node));
+    work->Begin("takes block-map blocks that serve nothing out of " + NodeName(*work, node.number));
     VisitMap(work->image, work->geometry(), node.record, node.offset, [&](const MapSlot& slot) {
       if (slot.level == MapLevel::kDouble) return true;
       if (slot.level != MapLevel::kSecond) return false;
@@ -249,7 +246,7 @@ void FixMap(RepairWork* work, const NodeInfo& node) {
     return MakeFirstBlock(work, node);
   }
   if (map.end < map.needed || tooLarge) {
-    work->Begin("cuts " + NodeName(*work, node) + " off after " + Counted(map.end, "block") + ": " +
+    work->Begin("cuts " + NodeName(*work, node.number) + " off after " + Counted(map.end, "block") + ": " +
                 (map.shrinkHalfMade ? "the next was being given back" : "the rest is not there"));
     return CutNode(work, node.number, map.end, SizeOf(*work, map.end));
   }
@@ -257,16 +254,48 @@ void FixMap(RepairWork* work, const NodeInfo& node) {
   const std::vector<std::uint64_t> missing = MissingBlocks(*work, node);
   // A file of holes is not worth the space that its zeros would take.
   if (missing.size() <= map.present + 256 && Fill(work, node, missing)) return;
-  work->Begin("cuts " + NodeName(*work, node) + " off before its first missing block");
+  work->Begin("cuts " + NodeName(*work, node.number) + " off before its first missing block");
   CutNode(work, node.number, missing.front(), SizeOf(*work, missing.front()));
 }
 
 }  // namespace
 
+void FillTail(RepairWork* work) {
+  const Geometry& geometry = work->geometry();
+  const std::uint32_t tail = geometry.blocks + 1;
+  const std::uint64_t size = work->image.Size();
+  const std::uint64_t end = geometry.BlockOffset(tail + 1);
+  if (!work->model().tailNamed || end >= kContainerLimit) return;
+  work->Begin("fills block " + to_string(tail) + ", in which the container ends, up with zeros");
+  // A file that goes no further ends where the container did.
+  VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) {
+    if (slot.level != MapLevel::kData || slot.block != tail || slot.index >= node.map.needed) return true;
+    const std::uint64_t left = slot.index * geometry.blockSize + (size - geometry.BlockOffset(tail));
+    if (!node.IsDirectory() && node.map.end <= slot.index && left < node.record.size) {
+      SetSize(work, node, static_cast<std::uint32_t>(left));
+    }
+    return true;
+  });
+  const std::vector<std::uint8_t> zeros(static_cast<std::size_t>(end - size));
+  work->Put(size, zeros.data(), zeros.size());
+}
+
 void FixSlotsOutside(RepairWork* work) {
   VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) {
     if (slot.block == kNoBlock) return false;
-    if (!work->geometry().Holds(slot.block)) ClearSlot(work, node, slot, "the container does not hold it");
+    if (!work->geometry().Holds(slot.block)) {
+      ClearSlot(work, node, slot, "beyond the container's end");
+      return false;
+    }
+    if (slot.level != MapLevel::kData && IsNoMap(work->image, work->geometry(), slot.block)) {
+      ClearSlot(work, node, slot, "no block numbers in it");
+      return false;
+    }
+    const std::vector<std::uint64_t>& foreign = node.directory.foreign;
+    const bool data = slot.level == MapLevel::kData;
+    if (data && std::find(foreign.begin(), foreign.end(), slot.index) != foreign.end()) {
+      ClearSlot(work, node, slot, "no entries in it");
+    }
     return true;
   });
 }

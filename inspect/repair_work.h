@@ -73,6 +73,9 @@ using Pass = void (*)(RepairWork*);
 // repair_layout.cpp
 void FixLength(RepairWork* work);  // a container that ends before its data area
 void FixHeader(RepairWork* work);
+// repair_map.cpp
+void FillTail(RepairWork* work);  // a container that ends in the middle of a block in use
+// repair_layout.cpp
 void FixTable(RepairWork* work);  // regains node blocks
 void FixSlots(RepairWork* work);  // signatures and numbers
 void FixBitmap(RepairWork* work);
@@ -82,8 +85,8 @@ void FixRecords(RepairWork* work);   // attributes, reserved bytes, files marked
 void DropGivenBackBlocks(RepairWork* work);
 // repair_map.cpp
 void Unshare(RepairWork* work);
-void FixSlotsOutside(RepairWork* work);
-void FixMaps(RepairWork* work);  // holes, missing map blocks, blocks past the size
+void FixSlotsOutside(RepairWork* work);  // blocks that the container does not hold, or that hold no entries
+void FixMaps(RepairWork* work);          // holes, missing map blocks, blocks past the size
 // repair_layout.cpp
 void FixRoot(RepairWork* work);  // a root that is lost
 // repair_directory.cpp
@@ -94,6 +97,9 @@ void BreakCycles(RepairWork* work);
 // repair_space.cpp
 void FixLeakedNodes(RepairWork* work);
 void FixChain(RepairWork* work);
+
+// "/LOGS (node 5)"; "(node 5)" where no path leads there.
+std::string NodeName(const RepairWork& work, std::uint16_t number);
 
 // Zeroes the chain's head, so that its blocks are loose.
 void DropChain(RepairWork* work);

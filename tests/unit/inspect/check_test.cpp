@@ -189,6 +189,25 @@ TEST(CheckHeader, blockSizeAndShiftAndOffsetsWrong_layoutFoundByTheRootsNodes) {
   EXPECT_EQ(report.totals.files, 2u);
 }
 
+TEST(CheckHeader, soundHeaderOfAnotherContainer_givesWayToWhereTheRootIs) {
+  Small image;
+  const Bytes other = ImageBuilder(4096, 512).bytes();
+  for (std::uint32_t i = 0; i < 128; ++i) image.Put8(i, other[i]);
+  const Report report = Inspect(image);
+  EXPECT_EQ(Found(report), At("header-field", 0, 0, 24) + "; " + At("header-field", 0, 0, 28) + "; " +
+                               At("header-field", 0, 0, 36) + "; " + At("header-field", 0, 0, 40) + "; " +
+                               At("header-field", 0, 0, 44));
+  EXPECT_EQ(report.model.geometry.blockSize, 1024u);
+}
+
+TEST(CheckHeader, rootLostToo_soundHeaderIsBelieved) {
+  Small image;
+  for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(1) + i, 0);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.Count(Kind::kHeaderField), 0u);
+  EXPECT_EQ(report.model.geometry.blockSize, 1024u);
+}
+
 TEST(CheckHeader, layoutNowhereToBeFound) {
   Small image;
   image.Put32(40, 0);
@@ -249,6 +268,17 @@ TEST(CheckContainer, trailingBytes) {
   const std::uint64_t end = image.bytes().size();
   image.bytes().resize(end + 1023);
   EXPECT_EQ(Found(image), At("trailing-bytes", 0, 0, end, 1023));
+}
+
+TEST(CheckContainer, endsInABlockInUse_theRestOfItIsNotLeftToTheNextBlock) {
+  Small image;
+  const std::uint32_t last = image.Blocks();  // of /D/E, the directory
+  image.bytes().resize(image.bytes().size() - 900);
+  const Report report = Inspect(image);
+  EXPECT_EQ(Found(report), At("map-outside", 5, last, image.NodeOffset(5) + 32) + "; " +
+                               At("trailing-bytes", 0, 0, image.BlockOffset(last), 124));
+  EXPECT_EQ(report.findings[1].text,
+            "124 bytes follow the last whole block; they begin block " + std::to_string(last) + ", which is in use");
 }
 
 TEST(CheckContainer, hostCannotRead) {
@@ -341,6 +371,14 @@ TEST(CheckBitmap, usedWithoutANodeBlock) {
   EXPECT_EQ(Found(image), At("node-placeless", 100, 0, 1024 + 99 / 8));
 }
 
+TEST(CheckBitmap, usedWithoutANodeBlock_inARow_isOneFinding) {
+  Small image;
+  for (std::uint32_t node = 100; node < 120; ++node) image.SetFree(static_cast<std::uint16_t>(node), false);
+  image.SetFree(122, false);
+  EXPECT_EQ(Found(image),
+            At("node-placeless", 100, 0, 1024 + 99 / 8, 20) + "; " + At("node-placeless", 122, 0, 1024 + 121 / 8));
+}
+
 TEST(CheckBitmap, usedBeyondTheTable) {
   ImageBuilder image(1024, 896);
   image.SetFree(224 * 16 + 1, false);
@@ -358,15 +396,34 @@ TEST(CheckNodes, rootBlockMissing_rootIsLost) {
   image.Put32(ImageBuilder::TableOffset(0), 0);
   const Report report = Inspect(image);
   EXPECT_EQ(report.Count(Kind::kRootLost), 1u);
-  EXPECT_EQ(report.Count(Kind::kNodePlaceless), 4u);
+  EXPECT_EQ(report.Count(Kind::kNodePlaceless), 1u);  // for nodes 2 to 5
+}
+
+TEST(CheckNodes, rootMarkedAsFile_isReadAsTheDirectoryThatItIs) {
+  Small image;
+  image.Put16(image.NodeOffset(1) + 6, 0);
+  EXPECT_EQ(Found(image), At("node-attributes", 1, 0, image.NodeOffset(1) + 6));
 }
 
 TEST(CheckNodes, rootNoDirectory) {
   Small image;
   image.Put16(image.NodeOffset(1) + 6, 0);
+  image.PutText(image.EntryOffset(1, 0) + 2, "X");
   const Report report = Inspect(image);
   EXPECT_EQ(report.Count(Kind::kRootLost), 1u);
   EXPECT_EQ(report.Count(Kind::kNodeAttributes), 1u);
+}
+
+TEST(CheckNodes, directoryMarkedAsFile_isReadAsDirectory) {
+  Small image;
+  image.Put16(image.NodeOffset(3) + 6, 0);
+  EXPECT_EQ(Found(image), At("node-attributes", 3, 0, image.NodeOffset(3) + 6));
+}
+
+TEST(CheckNodes, fileMarkedAsDirectory_isReadAsFile) {
+  Small image;
+  image.Put16(image.NodeOffset(4) + 6, 8);
+  EXPECT_EQ(Found(image), At("node-attributes", 4, 0, image.NodeOffset(4) + 6));
 }
 
 TEST(CheckNodes, attributes) {
@@ -475,6 +532,29 @@ TEST(CheckMap, directSlotPastTheSize) {
   EXPECT_EQ(Found(image), At("map-beyond-size", 2, block, image.MapOffset(2, 2)));
 }
 
+TEST(CheckMap, sizeThatNoMapHolds_saysNothingOfWhatIsMissing) {
+  Small image;
+  image.SetSize(2, 0xFFFFFFFF);
+  EXPECT_EQ(Found(image), At("node-size", 2, 0, image.NodeOffset(2) + 16));
+}
+
+TEST(CheckMap, blocksBeyondTheEndInARow_areOneFinding) {
+  Small image;
+  for (const std::uint32_t i : {1u, 2u, 3u, 5u}) image.Put32(image.MapOffset(4, i), 500 + i);
+  EXPECT_EQ(
+      Found(image).substr(0, Found(image).find("; block-leaked")),
+      At("map-outside", 4, 501, image.MapOffset(4, 1), 3) + "; " + At("map-outside", 4, 505, image.MapOffset(4, 5)));
+}
+
+TEST(CheckMap, mapBlockWithoutBlockNumbers) {
+  Small image;
+  const std::uint32_t map = image.Get32(image.NodeOffset(4) + 56);
+  const std::uint32_t block = image.MappedBlock(4, 6);
+  for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(map) + i, 'x');
+  EXPECT_EQ(Found(image), At("map-foreign", 4, map, image.NodeOffset(4) + 56) + "; " +
+                              At("block-leaked", 0, block, image.BlockOffset(block)));
+}
+
 TEST(CheckMap, twoFilesShareABlock) {
   Small image;
   const std::uint32_t mine = image.MappedBlock(4, 3);
@@ -558,6 +638,17 @@ TEST(CheckDirectory, sizeTooLarge_entriesMissing) {
   Small image;
   image.SetSize(3, 7 * 32);
   EXPECT_EQ(Found(image), At("dir-hole", 3, image.MappedBlock(3, 0), image.EntryOffset(3, 4), 3));
+}
+
+TEST(CheckDirectory, blockWithoutEntries_isOneFinding) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t directory = FillDirectory(&image, 40);
+  const std::uint32_t block = image.MappedBlock(directory, 1);
+  for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(block) + i, 0xEE);
+  const Report report = Inspect(image);
+  EXPECT_EQ(Found(report).substr(0, Found(report).find("; node-leaked")),
+            At("dir-block-foreign", directory, block, image.BlockOffset(block)));
+  EXPECT_EQ(report.Count(Kind::kNodeLeaked), 8u);
 }
 
 TEST(CheckDirectory, holeInTheMiddle) {
@@ -693,6 +784,12 @@ TEST(CheckEntries, directoryWithTwoNames_isHalfMadeBeforeAndAfterItsDotDot) {
   EXPECT_EQ(Found(image), "two-names node=5");
   image.Put16(image.EntryOffset(5, 1), 1);
   EXPECT_EQ(Found(image), "two-names node=5");
+}
+
+TEST(CheckDirectory, directoryNamedBelowItself_isNoHalfMadeMove) {
+  Small image;
+  image.AddEntry(5, "UP", 3);
+  EXPECT_EQ(Found(image), At("many-names", 3, 0, kNoOffset, 2));
 }
 
 TEST(CheckDirectory, entryNotYetCounted_isHalfMade) {
