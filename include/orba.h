@@ -12,23 +12,27 @@
  *          the current directory ("/..." at the root of its volume). "." and ".." work anywhere. "\" is no separator.
  *          Names are 1 to ORB_MAX_NAME characters out of A-Z a-z 0-9 !#$%&'()-^~@{}[]_. ; they are stored in upper
  *          case and compared without regard to case. Volume names follow the same rule.
- *          Runs of "/" count as one; leading "/" makes a path absolute on its volume, trailing "/" adds nothing, but
- *          nothing is created through a path that has one.
- * STRINGS  Every function with a string comes as an A form (8-bit ANSI strings) and a W form (16-bit characters); the
+ *          Runs of "/" count as one; leading "/" makes a path absolute on its volume, trailing "/" adds nothing:
+ *          "A/B/" means "A/B". Only OrbCreateFile and OrbCreateDirectory refuse it, and searches read it as "all of".
+ * STRINGS  Every function with a path comes as an A form (8-bit ANSI strings) and a W form (16-bit characters); the
  *          name without suffix is the W form where UNICODE is defined, else the A form. The A form does the work, the W
- *          form converts and calls it. Container names are always wide.
+ *          form converts and calls it; a string that does not convert (ORB_ERROR_OUT_OF_MEMORY,
+ *          ORB_ERROR_INVALID_ARGUMENT) makes every W form return 0 and change nothing. Results are converted last:
+ *          where the A form fails, the wide buffer stays as it was. The two names that OrbMountVolume takes, and
+ *          containers' names everywhere, are always wide.
  * RESULTS  OrbBool is 1 for success, 0 for failure. Each comment below names the failure value. The reason is read with
- *          OrbGetLastError. Every call clears that value first (a W form after its strings were converted), so after a
- *          success it is 0.
+ *          OrbGetLastError. Every call but that one and _OrbSetError clears it first (a W form after its strings were
+ *          converted), so after a success it is 0.
  * POINTERS A null pointer where a string, a record, a result or a buffer (count above 0) is required fails with
- *          ORB_ERROR_INVALID_ARGUMENT and changes nothing. A null "done" counts as required; one that is given is set to
- *          0 even so.
+ *          ORB_ERROR_INVALID_ARGUMENT and changes nothing. A null "done" counts as required; one that is given is set
+ *          to 0 even so.
  * THREADS  None are started and no locks are taken: error value, current directory and handle tables are shared by the
  *          whole process, and callers must serialise all calls.
  * SAFETY   A call that changes a volume first marks the container "update in progress" and clears the mark when it
  *          ends. A container left with the mark set (power lost in between) refuses to mount: ORB_ERROR_NOT_CLEAN.
- *          After a failed metadata write, other than for a full host disk, the mounted volume refuses all further
- *          writes with ORB_ERROR_WRITE; reading goes on.
+ *          After a failed metadata write, other than for a full host disk, and after any failed write of the mark, the
+ *          mounted volume refuses all further writes with ORB_ERROR_WRITE; reading goes on. Where clearing the mark
+ *          fails, the call returns its failure value although its work was done.
  * COMMON   Errors any call on a mounted volume can meet, not repeated below: the container's own ORB_ERROR_READ,
  * ERRORS   ORB_ERROR_WRITE, ORB_ERROR_ACCESS_DENIED, ORB_ERROR_WRITE_PROTECTED, ORB_ERROR_NOT_READY,
  *          ORB_ERROR_ABORTED, ORB_ERROR_DISK_FULL, and for a damaged container ORB_ERROR_DAMAGED_VOLUME and
@@ -108,7 +112,7 @@ typedef struct OrbFindDataW {
   OrbU32 attributes;
   OrbTime time;
   OrbU32 size;
-  OrbWideChar name[60];
+  OrbWideChar name[60]; /* as above; what lies behind the NUL has no meaning */
 } OrbFindDataW;
 
 /* ---- Limits -------------------------------------------------------------------------------------------------------*/
@@ -198,16 +202,21 @@ ORB_EXPORT OrbBool ORB_CALL OrbCreateVolume(const OrbWideChar* container);
  *                 and at most 224 x blockSize / 64. 0 to 896 (blockSize 1024), 1792, 3584 or 7168 (8192).
  *   blockSize     1024, 2048, 4096 or 8192 bytes.
  *   fails with 0  INVALID_ARGUMENT: a bad size, nothing was created. FILE_EXISTS, PATH_NOT_FOUND, INVALID_NAME,
- *                 ACCESS_DENIED, CANNOT_CREATE and the like: nothing was created. MEMFILE_NOT_FOUND. Any later failure
- *                 (DISK_FULL, WRITE, OUT_OF_MEMORY) leaves the half-written container on disk and open until the
- *                 process ends; it will not mount. */
+ *                 CANNOT_CREATE and the like: nothing was created. MEMFILE_NOT_FOUND, NO_MEMFILE; a memory file that
+ *                 cannot be made fails without a code. The new file is closed and opened again: a failure there
+ *                 (ACCESS_DENIED, CONTAINER_IN_USE, ...) leaves it empty and closed. Any later failure (DISK_FULL,
+ *                 WRITE, OUT_OF_MEMORY) leaves the half-written container on disk and open until the process ends; it
+ *                 will not mount. Where only the last close failed, the container is complete. */
 ORB_EXPORT OrbBool ORB_CALL OrbCreateVolumeEx(const OrbWideChar* container, OrbU32 bitmapBytes, OrbU32 blockSize);
 
 /* Mounts a container. Writes nothing to it. The root of the first volume mounted becomes the current directory.
- *   fails with 0  INVALID_NAME, ALREADY_MOUNTED (volume name); FILE_NOT_FOUND, PATH_NOT_FOUND, CONTAINER_IN_USE,
- *                 ACCESS_DENIED, TOO_MANY_OPEN_FILES, CANNOT_OPEN (container); DAMAGED_VOLUME, WRONG_VERSION,
- *                 INVALID_ARGUMENT (block or bitmap size in the header), NOT_CLEAN, DAMAGED_RECORD (contents);
- *                 NO_MEMFILE ("??MEM??" before it was formatted). Nothing is left behind. */
+ *   container     as in OrbCreateVolumeEx
+ *   volume        the name the volume gets: 1 to ORB_MAX_NAME characters, stored in upper case
+ *   fails with 0  INVALID_NAME, ALREADY_MOUNTED (volume name); FILE_NOT_FOUND, PATH_NOT_FOUND, INVALID_NAME,
+ *                 CONTAINER_IN_USE, ACCESS_DENIED, WRITE_PROTECTED, NOT_READY, TOO_MANY_OPEN_FILES, CANNOT_OPEN
+ *                 (container); READ, DAMAGED_VOLUME, WRONG_VERSION, INVALID_ARGUMENT (block or bitmap size in the
+ *                 header), NOT_CLEAN, DAMAGED_RECORD (contents); OUT_OF_MEMORY; NO_MEMFILE ("??MEM??" before it was
+ *                 formatted). Nothing is left behind. */
 ORB_EXPORT OrbBool ORB_CALL OrbMountVolume(const OrbWideChar* container, const OrbWideChar* volume);
 
 /* Tells the sizes a mounted volume was formatted with; either pointer may be null. Reads nothing from the container.
@@ -218,14 +227,13 @@ ORB_EXPORT OrbBool ORB_CALL OrbGetVolumeInfoW(const OrbWideChar* volume, OrbU32*
 /* Unmounts a volume: closes its open files, closes the container, or discards the memory file. The current directory,
  * if it lay there, moves to the root of the volume mounted before, else of the one mounted after, else to none.
  *   fails with 0  NOT_MOUNTED: nothing changed. Otherwise the volume IS unmounted, but something did not close cleanly:
- *                 an open search of the volume (INVALID_HANDLE; close it with OrbFindClose), or a failed flush or close
- *                 of the container. */
+ *                 an open search of the volume (INVALID_HANDLE; close it with OrbFindClose), a failed flush or close of
+ *                 the container, or a memory file that is gone already (NO_MEMFILE). */
 ORB_EXPORT OrbBool ORB_CALL OrbUnmountVolumeA(const char* volume);
 ORB_EXPORT OrbBool ORB_CALL OrbUnmountVolumeW(const OrbWideChar* volume);
 
 /* ---- Files and directories by name --------------------------------------------------------------------------------
- * The calls that change a volume clear its update mark at the end, whether or not they succeeded; should that write
- * fail, the call returns 0 although its work was done. */
+ * The calls that change a volume clear its update mark at the end, whether or not they succeeded. */
 
 /* Creates an empty file, or a directory. Does not open it.
  *   attributes    low 16 bits: ORB_ATTRIBUTE_READ_ONLY and _USER in any mix, or _DIRECTORY (which then stands alone).
@@ -250,21 +258,24 @@ ORB_EXPORT OrbBool ORB_CALL OrbCopyFileW(const OrbWideChar* source, const OrbWid
 /* Moves a file or directory to another directory of the same volume, under the same or another name; within one
  * directory it is a rename. Never overwrites. Data does not move, time stamps of the object stay.
  *   fails with 0  FILE_NOT_FOUND (source), INVALID_NAME, FILE_EXISTS (target), MOVE_NOT_ALLOWED (other volume),
- *                 CURRENT_DIRECTORY, IN_USE (open or held; or a directory into itself or below). A failure after the
- *                 new name went in leaves the object under both names. When the target's directory does not resolve, the
- *                 source's directory stays marked in use until its volume is unmounted (kept so deliberately). */
+ *                 CURRENT_DIRECTORY, IN_USE (open or held; or a directory into itself or below), DISK_FULL, VOLUME_FULL
+ *                 (no block for the target's directory). A failure after the new name went in leaves the object under
+ *                 both names. When the target's directory does not resolve, the source's directory stays marked in use
+ *                 until its volume is unmounted (kept so deliberately). */
 ORB_EXPORT OrbBool ORB_CALL OrbMoveFileA(const char* source, const char* target);
 ORB_EXPORT OrbBool ORB_CALL OrbMoveFileW(const OrbWideChar* source, const OrbWideChar* target);
 
 /* Gives a file or directory another name in its directory. No time stamp changes, and an open file may be renamed.
  *   newName       a bare name, no path.
- *   fails with 0  FILE_NOT_FOUND, INVALID_NAME, FILE_EXISTS (also the same name in other letter case). */
+ *   fails with 0  FILE_NOT_FOUND, INVALID_NAME, FILE_EXISTS (also the same name in other letter case). The old name
+ *                 stays; after a failed write of the directory, what the host made of it. */
 ORB_EXPORT OrbBool ORB_CALL OrbRenameFileA(const char* path, const char* newName);
 ORB_EXPORT OrbBool ORB_CALL OrbRenameFileW(const OrbWideChar* path, const OrbWideChar* newName);
 
 /* Deletes a file or an empty directory.
- *   fails with 0  FILE_NOT_FOUND, INVALID_NAME, IN_USE, CURRENT_DIRECTORY, NOT_EMPTY: nothing changed. A later failure
- *                 leaves the name gone and the object's space not, or not wholly, given back. */
+ *   fails with 0  FILE_NOT_FOUND, INVALID_NAME, IN_USE, CURRENT_DIRECTORY, NOT_EMPTY: nothing changed. A failed write
+ *                 of the directory leaves it as it was, or the last name of it twice. A later failure leaves the name
+ *                 gone and the object's space not, or not wholly, given back. */
 ORB_EXPORT OrbBool ORB_CALL OrbDeleteFileA(const char* path);
 ORB_EXPORT OrbBool ORB_CALL OrbDeleteFileW(const OrbWideChar* path);
 
@@ -277,7 +288,7 @@ ORB_EXPORT OrbU32 ORB_CALL OrbGetFileAttributesW(const OrbWideChar* path);
 /* Replaces the attribute word of a file. The time stamp does not change.
  *   attributes    ORB_ATTRIBUTE_READ_ONLY and _USER in any mix, or 0.
  *   fails with 0  INVALID_ARGUMENT (other bits; the path is not looked at), FILE_NOT_FOUND, WRONG_KIND (a directory),
- *                 IN_USE (the file is open and the value would change). */
+ *                 IN_USE (the file is open and the value would change): nothing changed. */
 ORB_EXPORT OrbBool ORB_CALL OrbSetFileAttributesA(const char* path, OrbI32 attributes);
 ORB_EXPORT OrbBool ORB_CALL OrbSetFileAttributesW(const OrbWideChar* path, OrbI32 attributes);
 
@@ -300,12 +311,14 @@ ORB_EXPORT OrbHandle ORB_CALL OrbOpenFileW(const OrbWideChar* path, OrbU32 mode)
 ORB_EXPORT OrbU32 ORB_CALL OrbSetFilePointer(OrbHandle file, OrbI32 distance, OrbU32 origin);
 
 /* Reads from the position on and moves it. At the end of the file it succeeds with 0 bytes.
+ *   count         bytes wanted
  *   done          bytes read, set to 0 first; on failure what was read before it
  *   fails with 0  INVALID_HANDLE, ACCESS_DENIED (not opened for reading). */
 ORB_EXPORT OrbBool ORB_CALL OrbReadFile(OrbHandle file, void* buffer, OrbU32 count, OrbU32* done);
 
 /* Writes at the position and moves it, extending the file as needed. The time stamp changes when the file grows (and on
  * any write that leaves the file exactly one block long).
+ *   count         bytes to write
  *   done          bytes written, set to 0 first; on failure what was written before it, which the file keeps
  *   fails with 0  INVALID_HANDLE, ACCESS_DENIED (not opened for writing), DISK_FULL, VOLUME_FULL. */
 ORB_EXPORT OrbBool ORB_CALL OrbWriteFile(OrbHandle file, const void* buffer, OrbU32 count, OrbU32* done);
@@ -353,13 +366,15 @@ ORB_EXPORT OrbBool ORB_CALL OrbGetFullPathNameW(OrbWideChar* output, const OrbWi
  *                 A path that ends in "/" lists all of that directory.
  *   result        a search handle; close it with OrbFindClose
  *   fails with    ORB_INVALID_HANDLE; the W form with 0 where its path does not convert. NO_MORE_ENTRIES (no match),
- *                 ALREADY_OPEN (this directory is being searched), NOT_A_DIRECTORY, TOO_MANY_SEARCHES. Nothing stays
- *                 open. */
+ *                 ALREADY_OPEN (this directory is being searched), NOT_A_DIRECTORY, TOO_MANY_SEARCHES; the W form
+ *                 INVALID_ARGUMENT where the name found does not widen. Nothing stays open. */
 ORB_EXPORT OrbHandle ORB_CALL OrbFindFirstFileA(const char* pattern, OrbFindDataA* found);
 ORB_EXPORT OrbHandle ORB_CALL OrbFindFirstFileW(const OrbWideChar* pattern, OrbFindDataW* found);
 
 /* The next match.
- *   fails with 0  NO_MORE_ENTRIES; INVALID_HANDLE (also after the volume was unmounted). The search stays open. */
+ *   fails with 0  NO_MORE_ENTRIES; INVALID_HANDLE (also after the volume was unmounted); the W form INVALID_ARGUMENT
+ *                 where the name found does not widen, with the other fields filled in. The search stays open; an entry
+ *                 whose node cannot be read has been passed. */
 ORB_EXPORT OrbBool ORB_CALL OrbFindNextFileA(OrbHandle search, OrbFindDataA* found);
 ORB_EXPORT OrbBool ORB_CALL OrbFindNextFileW(OrbHandle search, OrbFindDataW* found);
 
@@ -371,7 +386,8 @@ ORB_EXPORT OrbBool ORB_CALL OrbFindClose(OrbHandle search);
 /* The code of the last failure inside the last call, 0 after a success. Does not clear it. */
 ORB_EXPORT OrbU32 ORB_CALL OrbGetLastError(void);
 
-/* Sets the code, any value. The leading underscore, and the spelling of the next one, are the names callers link to. */
+/* Sets the code, any value, and nothing else. The leading underscore, and the spelling of the next one, are the names
+ * callers link to. */
 ORB_EXPORT void ORB_CALL _OrbSetError(OrbU32 code);
 
 /* Sets the code to 0. */

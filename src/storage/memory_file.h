@@ -19,7 +19,8 @@ bool MemFileCreate();
 bool MemFileRead(void* buffer, uint32_t count, uint32_t* done);
 bool MemFileWrite(const void* buffer, uint32_t count, uint32_t* done);
 
-// Returns the new position; 0xFFFFFFFF is a failure, and so is 0 with ORB_ERROR_NO_MEMFILE set.
+// Returns the new position, 0xFFFFFFFF on failure. Where memfile.dll lacks the call: 0 with ORB_ERROR_NO_MEMFILE, which
+// the container takes for a position; the code stays set.
 uint32_t MemFileSeek(int32_t distance, uint32_t method);
 
 // Returns the size in bytes.
