@@ -52,8 +52,8 @@ bool OrbDirFindName(char* out, OrbNode* directory, uint16_t number);
 //   check   first: ORB_ERROR_INVALID_NAME, ORB_ERROR_FILE_EXISTS. Without it the caller has done both.
 //   writes  1. the last block with the entry, or a new block holding it (then its map entry)   2. the directory's node:
 //           the commit point
-//   fails   before 2: nothing names the entry. Failing in 2, the size in memory goes back, so that the entry stands past the
-//           size, where nobody sees it, until the next one takes its place.
+//   fails   before 2: nothing names the entry. Failing in 2, the size in memory goes back, so that the entry stands past
+//           the size, where nobody sees it, until the next one takes its place.
 bool OrbDirAddEntry(OrbNode* directory, const char* name, uint16_t number, bool check);
 
 // Renames an entry in place: one block write. Size, time stamp and node are deliberately left alone.
