@@ -205,7 +205,7 @@ void CheckDirectory(Work* work, NodeInfo* directory) {
       entry.doubled = true;
       continue;
     }
-    if (!fresh) {
+    if (!fresh && IsLegalName(NameOf(entry.record))) {
       work->Add(Kind::kNameDuplicate, {directory->number, entry.block, entry.offset},
                 "the name \"" + Printable(NameOf(entry.record)) + "\" stands twice; only the first can be opened");
     }

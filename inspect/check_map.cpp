@@ -110,13 +110,13 @@ void MapWalk::AddOutside(const MapSlot& slot) {
 
 void MapWalk::EndOutside() {
   if (outsideCount == 0) return;
+  const std::string first = to_string(outside.index);
   const std::string last = to_string(outside.index + outsideCount - 1);
-  const std::string what = outsideCount == 1 ? " is " + BlockText(outside.block) + ", which the container does not hold"
-                                             : " and what follows up to " + last +
-                                                   " are blocks that the container does not hold, from " +
-                                                   BlockText(outside.block) + " on";
+  const std::string block = BlockText(outside.block);
   work->Add(Kind::kMapOutside, {node.number, outside.block, outside.offset, outsideCount},
-            "logical block " + to_string(outside.index) + what);
+            outsideCount == 1 ? "logical block " + first + " is " + block + ", which the container does not hold"
+                              : "logical blocks " + first + " to " + last +
+                                    " are blocks that the container does not hold, the first " + block);
   outsideCount = 0;
 }
 

@@ -266,16 +266,18 @@ void FillTail(RepairWork* work) {
   const std::uint64_t size = work->image.Size();
   const std::uint64_t end = geometry.BlockOffset(tail + 1);
   if (!work->model().tailNamed || end >= kContainerLimit) return;
-  work->Begin("fills block " + to_string(tail) + ", in which the container ends, up with zeros");
-  // A file that goes no further ends where the container did.
+  // A file that goes no further ends where the container does.
   VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) {
     if (slot.level != MapLevel::kData || slot.block != tail || slot.index >= node.map.needed) return true;
     const std::uint64_t left = slot.index * geometry.blockSize + (size - geometry.BlockOffset(tail));
     if (!node.IsDirectory() && node.map.end <= slot.index && left < node.record.size) {
+      work->Begin("cuts " + NodeName(*work, node.number) + " off after " + Counted(left, "byte") +
+                  ": the rest is not there");
       SetSize(work, node, static_cast<std::uint32_t>(left));
     }
     return true;
   });
+  work->Begin("fills block " + to_string(tail) + ", in which the container ends, up with zeros");
   const std::vector<std::uint8_t> zeros(static_cast<std::size_t>(end - size));
   work->Put(size, zeros.data(), zeros.size());
 }

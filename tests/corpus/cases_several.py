@@ -1,0 +1,102 @@
+"""Two and more damages in one container."""
+import container as at
+from case import into
+
+CASES = []
+case = into(CASES)
+
+
+@case("tree")
+def several_marked_and_leaked(c):
+    """The mark of an update is set, a deleted node is called used, and the header names no free chain."""
+    c.put_word(at.STATE_FLAGS, 1)
+    c.flip(8)
+    c.put_word(at.CHAIN_HEAD, 0)
+
+
+@case("tree")
+def several_header_and_table_entry(c):
+    """The data area's offset is wrong, and the table has no entry for nodes 17 to 32."""
+    c.put_word(at.DATA_OFFSET, 4096)
+    c.put_word(at.TABLE + 4, 0)
+
+
+@case("tree")
+def several_root_record_and_block(c):
+    """The root's record and its block are zeros."""
+    c.put(c.record(1), bytes(64))
+    c.put(c.block(c.data_block(1, 0)), bytes(1024))
+
+
+@case("tree")
+def several_root_record_and_bitmap(c):
+    """The root's record is zeros, and the bitmap calls every node free."""
+    c.put(c.record(1), bytes(64))
+    c.put(at.BITMAP, b"\xff" * 12)
+
+
+@case("tree")
+def several_names_lost_on_two_levels(c):
+    """The first entries of /A, with its only directory, and of /A/B/C are lost in zeros."""
+    c.put(c.entry("/A", 2), bytes(32))
+    c.put(c.entry("/A/B/C", 2), bytes(32))
+
+
+@case("tree")
+def several_cross_linked_three_times(c):
+    """Block 0 of /SMALL.TXT and of /A/NOTE.TXT is block 3 of /SINGLE.BIN, and the free chain lists it."""
+    block = c.data_block("/SINGLE.BIN", 3)
+    c.put_word(c.slot("/SMALL.TXT", 0), block)
+    c.put_word(c.slot("/A/NOTE.TXT", 0), block)
+    c.put_word(c.chain() + at.ENTRIES + 32, block)
+
+
+@case("tree")
+def several_lost_dots_and_parent(c):
+    """The entry of /A/B names a free node, and B has no dots."""
+    c.put_half(c.entry("/A", "B"), 90)
+    c.put(c.entry("/A/B", 0), bytes(64))
+
+
+@case("tree")
+def several_directory_size_and_chain(c):
+    """The size of /LOGS counts its first block alone, and the free chain lists its second."""
+    c.put_word(c.record("/LOGS") + at.SIZE, 1024)
+    c.put_word(c.chain() + at.ENTRIES + 32, c.data_block("/LOGS", 1))
+
+
+@case("tree")
+def several_cycle_and_lost_record(c):
+    """/A and /A/B/C/DEEP.TXT have changed places, and the record of /A/B is zeros."""
+    c.put_half(c.entry("/", "A"), c.node("/A/B/C/DEEP.TXT"))
+    c.put_half(c.entry("/A/B/C", "DEEP.TXT"), c.node("/A"))
+    c.put(c.record("/A/B"), bytes(64))
+
+
+@case("tree")
+def several_truncated_and_marked(c):
+    """The container ends in the middle of /DOUBLE.BIN, and the mark of an update is set."""
+    c.cut(c.block(c.data_block("/DOUBLE.BIN", 200)))
+    c.put_word(at.STATE_FLAGS, 1)
+
+
+@case("tree")
+def several_size_and_hole(c):
+    """The size of /SINGLE.BIN is 2^31, and it has no blocks 1 and 7."""
+    c.put_word(c.record("/SINGLE.BIN") + at.SIZE, 0x80000000)
+    c.put_word(c.slot("/SINGLE.BIN", 1), 0)
+    c.put_word(c.slot("/SINGLE.BIN", 7), 0)
+
+
+@case("tree")
+def several_lost_found_is_a_file(c):
+    """/SMALL.TXT is called "LOST.FND", and the entry of /A/NOTE.TXT names a free node."""
+    c.put_name(c.entry("/", "SMALL.TXT"), "LOST.FND")
+    c.put_half(c.entry("/A", "NOTE.TXT"), 90)
+
+
+@case("freed")
+def several_no_node_is_left(c):
+    """The bitmap calls every node used, and the entry of /LAST.TXT is zeros."""
+    c.put(at.BITMAP, bytes(4))
+    c.put(c.entry("/", "LAST.TXT"), bytes(32))
