@@ -43,5 +43,6 @@ void RecordInJournals(const FileName& name, uint64_t position, const void* data,
 void ResetCalls();
 void ResetFiles();
 void ResetLibraries();
+void ResetText();
 
 }  // namespace testhost

@@ -115,6 +115,7 @@ void ResetHost() {
   ResetCalls();
   ResetFiles();
   ResetLibraries();
+  ResetText();
   ResetAllocations();
 }
 

@@ -12,6 +12,8 @@ namespace {
 
 namespace coredll = orba::coredll;
 
+int32_t g_FailedConversion = 0;
+
 // Bytes 0x80 to 0x9F; all others are the character of the same number. Five of them stand for no character of the code
 // page and pass through.
 constexpr char16_t kUpperControls[32] = {
@@ -66,6 +68,11 @@ int32_t PutOut(HostCall& call, const std::basic_string<Char>& text, Char* out, i
 }
 
 }  // namespace
+
+void ResetText() { g_FailedConversion = 0; }
+
+void SetFailedConversion(int32_t result) { g_FailedConversion = result; }
+
 }  // namespace testhost
 
 namespace orba {
@@ -77,7 +84,8 @@ using testhost::HostCall;
 int32_t WideCharToMultiByte(uint32_t codePage, uint32_t flags, const WideChar* wide, int32_t wideCount, char* out,
                             int32_t outSize, const char* defaultChar, int32_t* usedDefault) {
   HostCall call(Call::kWideToAnsi);
-  if (call.fails()) return 0;
+  call.record.count = static_cast<uint32_t>(outSize);
+  if (call.fails()) return testhost::g_FailedConversion;
   if (!testhost::ArgumentsAreGood(codePage, flags, wide, wideCount, out, outSize)) {
     return call.Fail(kHostInvalidParameter);
   }
@@ -95,7 +103,8 @@ int32_t WideCharToMultiByte(uint32_t codePage, uint32_t flags, const WideChar* w
 int32_t MultiByteToWideChar(uint32_t codePage, uint32_t flags, const char* ansi, int32_t ansiCount, WideChar* out,
                             int32_t outCount) {
   HostCall call(Call::kAnsiToWide);
-  if (call.fails()) return 0;
+  call.record.count = static_cast<uint32_t>(outCount);
+  if (call.fails()) return testhost::g_FailedConversion;
   if (!testhost::ArgumentsAreGood(codePage, flags, ansi, ansiCount, out, outCount)) {
     return call.Fail(kHostInvalidParameter);
   }

@@ -123,7 +123,7 @@ struct CallRecord {
   uint64_t position = 0;                          // read and write: where in the file
   int32_t distance = 0;                           // seek: as given
   uint32_t method = 0;                            // seek: as given
-  uint32_t count = 0;                             // read and write: bytes asked for
+  uint32_t count = 0;                             // read and write: bytes asked for; conversion: units of room given
   uint32_t done = 0;                              // read and write: bytes transferred; seek: new position; size: size
   uint32_t error = 0;                             // host error of a call that failed, else 0
   uint32_t access = 0;                            // CreateFileW, as given, and the next three
@@ -168,9 +168,13 @@ void SetCallDuration(Call kind, uint32_t milliseconds);
 // kept side by side; where two would act on one call, the older one does and the other waits for the next.
 
 // The call fails with `hostCode` and does nothing; but a failing CloseHandle, FreeLibrary or DeleteMemFile lets go all
-// the same, as hosts do. GetProcAddressW returns null, conversions 0. The first form counts all calls that can fail.
+// the same, as hosts do. GetProcAddressW returns null, conversions 0 or what SetFailedConversion says. The first form
+// counts all calls that can fail.
 void FailNthCall(uint32_t n, uint32_t hostCode, Repeat repeat = Repeat::kOnce);
 void FailNthCall(Call kind, uint32_t n, uint32_t hostCode, Repeat repeat = Repeat::kOnce);
+
+// What a conversion that is ordered to fail returns: 0 at first; some hosts return less.
+void SetFailedConversion(int32_t result);
 
 // The read or write transfers at most `bytes` bytes and reports success.
 void ShortenNthRead(uint32_t n, uint32_t bytes, Repeat repeat = Repeat::kOnce);

@@ -1,4 +1,6 @@
 // The W forms: they convert, call their A form, and fail with 0 where a string does not convert.
+#include <string.h>
+
 #include <functional>
 
 #include "files/find.h"
@@ -214,6 +216,79 @@ TEST_F(WideForms, full_path_that_does_not_widen_fails_and_leaks_nothing) {
   FailNthCall(Call::kAnsiToWide, 1, coredll::kHostNoUnicodeTranslation);
   EXPECT_EQ(OrbGetFullPathNameW(path, u"F"), 0);
   EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(testhost::AllocationsHeld(), held);
+}
+
+TEST_F(WideForms, paths_are_widened_into_256_characters_and_names_into_60) {
+  OrbWideChar path[ORB_WIDE_PATH_BUFFER];
+  OrbFindDataW found;
+  EXPECT_EQ(OrbGetFullPathNameW(path, u"F"), 1);
+  EXPECT_EQ(OrbGetCurrentDirectoryW(path), 1);
+  const OrbHandle search = OrbFindFirstFileW(u"*", &found);
+  EXPECT_EQ(OrbFindNextFileW(search, &found), 1);
+  std::vector<uint32_t> rooms;
+  for (const testhost::CallRecord& record : testhost::Trace()) {
+    if (record.call == Call::kAnsiToWide) rooms.push_back(record.count);
+  }
+  EXPECT_EQ(rooms, (std::vector<uint32_t>{256, 256, 60, 60}));
+  EXPECT_EQ(OrbFindClose(search), 1);
+}
+
+// What the caller keeps where the A form fails, filled so that every change shows.
+TEST_F(WideForms, path_buffer_stays_as_it_was_where_the_ansi_form_fails) {
+  const std::u16string untouched(ORB_WIDE_PATH_BUFFER, 0x7777);
+  std::u16string path = untouched;
+  EXPECT_EQ(OrbGetFullPathNameW(path.data(), u"NONE/X"), 0);
+  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(OrbGetFullPathNameW(path.data(), u""), 0);
+  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(OrbGetFullPathNameW(path.data(), u"B:/F"), 0);
+  EXPECT_EQ(GetError(), 0x30000012u);
+  FailNthCall(Call::kWideToAnsi, 1, coredll::kHostNoUnicodeTranslation);
+  EXPECT_EQ(OrbGetFullPathNameW(path.data(), u"F"), 0);
+  EXPECT_EQ(GetError(), 0x3000000Eu);
+  ASSERT_EQ(OrbSetCurrentDirectoryA("D"), 1);
+  FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
+  EXPECT_EQ(OrbGetCurrentDirectoryW(path.data()), 0);
+  EXPECT_EQ(GetError(), 0x30000006u);
+  ASSERT_EQ(OrbUnmountVolumeA("A"), 1);
+  EXPECT_EQ(OrbGetCurrentDirectoryW(path.data()), 0);
+  EXPECT_EQ(GetError(), 0x30000012u);
+  EXPECT_EQ(OrbGetFullPathNameW(path.data(), u"F"), 0);
+  EXPECT_EQ(GetError(), 0x30000012u);
+  EXPECT_EQ(path, untouched);
+  EXPECT_EQ(testhost::CallCount(Call::kAnsiToWide), 0u);
+}
+
+TEST_F(WideForms, search_record_stays_as_it_was_where_the_ansi_form_fails) {
+  OrbFindDataW found;
+  memset(&found, 0x77, sizeof found);
+  const OrbFindDataW untouched = found;
+  EXPECT_EQ(OrbFindFirstFileW(u"NONE*", &found), 0xFFFFFFFFu);
+  EXPECT_EQ(GetError(), 0x10000001u);
+  EXPECT_EQ(OrbFindNextFileW(0x20000, &found), 0);
+  EXPECT_EQ(GetError(), 0x3000001Cu);
+  EXPECT_EQ(memcmp(&found, &untouched, sizeof found), 0);
+  EXPECT_EQ(testhost::CallCount(Call::kAnsiToWide), 0u);
+}
+
+TEST_F(WideForms, conversion_whose_result_is_negative_fails_as_with_0) {
+  OrbWideChar path[ORB_WIDE_PATH_BUFFER];
+  OrbFindDataW found;
+  const size_t held = testhost::AllocationsHeld();
+  testhost::SetFailedConversion(-1);
+  FailNthCall(Call::kAnsiToWide, 1, coredll::kHostNoUnicodeTranslation, Repeat::kFromThenOn);
+  EXPECT_EQ(Outcome(OrbGetFullPathNameW(path, u"F")), "0x3000000E");
+  EXPECT_EQ(Outcome(OrbGetCurrentDirectoryW(path)), "0x3000000E");
+  EXPECT_EQ(OrbFindFirstFileW(u"*", &found), 0xFFFFFFFFu);
+  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(Outcome(OrbFindNextFileW(0x20000, &found)), "0x3000001C");  // nothing stayed open
+  FailNthCall(Call::kWideToAnsi, 1, coredll::kHostNoUnicodeTranslation, Repeat::kFromThenOn);
+  EXPECT_EQ(Outcome(OrbCreateFileW(u"NEW", 0)), "0x3000000E");
+  EXPECT_EQ(OrbOpenFileW(u"F", 1), 0u);
+  EXPECT_EQ(GetError(), 0x3000000Eu);
+  testhost::ClearFaults();
+  EXPECT_EQ(OrbGetFileAttributesA("NEW"), 0xFFFFu);
   EXPECT_EQ(testhost::AllocationsHeld(), held);
 }
 

@@ -107,5 +107,33 @@ TEST_F(Text, ansi_to_wide_into_too_little_space_fails_as_the_platform_does) {
   EXPECT_EQ(GetError(), 0x3000000Eu);
 }
 
+// ---- Less than 0, which some platforms return for a failure ----------------------------------------------------------
+
+TEST_F(Text, negative_result_fails_as_0_does_and_is_passed_on) {
+  char ansi[4] = {'x', 'x', 'x', 'x'};
+  WideChar wide[4] = {9, 9, 9, 9};
+  for (const int32_t result : {0, -1, -0x7FFFFFFF - 1}) {
+    testhost::SetFailedConversion(result);
+    ClearError();
+    FailNthCall(Call::kWideToAnsi, 1, coredll::kHostNoUnicodeTranslation);
+    EXPECT_EQ(OrbWideToAnsi(ansi, u"A", 4), result);
+    EXPECT_EQ(GetError(), 0x3000000Eu) << result;
+    ClearError();
+    FailNthCall(Call::kAnsiToWide, 1, coredll::kHostNoUnicodeTranslation);
+    EXPECT_EQ(OrbAnsiToWide(wide, "A", 4), result);
+    EXPECT_EQ(GetError(), 0x3000000Eu) << result;
+  }
+  EXPECT_EQ(std::string(ansi, 4), "xxxx");
+  EXPECT_EQ(std::u16string(wide, 4), std::u16string(4, 9));
+}
+
+TEST_F(Text, wide_to_ansi_copy_with_a_negative_result_frees_its_memory) {
+  testhost::SetFailedConversion(-1);
+  FailNthCall(Call::kWideToAnsi, 1, coredll::kHostNoUnicodeTranslation);
+  EXPECT_EQ(OrbWideToAnsiAlloc(u"A"), nullptr);
+  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(testhost::AllocationsHeld(), 0u);
+}
+
 }  // namespace
 }  // namespace orba

@@ -44,6 +44,29 @@ TEST_F(Time, export_fills_seven_bytes_wherever_they_lie) {
   }
 }
 
+TEST_F(Time, export_at_the_last_second_of_the_year_and_at_the_next) {
+  OrbTime now;
+  memset(&now, 0xEE, sizeof now);
+  testhost::SetClock({2099, 12, 4, 31, 23, 59, 59, 999});
+  OrbGetTime(&now);
+  EXPECT_EQ(now.year, 2099);
+  EXPECT_EQ(now.month, 12);
+  EXPECT_EQ(now.day, 31);
+  EXPECT_EQ(now.hour, 23);
+  EXPECT_EQ(now.minute, 59);
+  EXPECT_EQ(now.second, 59);
+  EXPECT_EQ(now.reserved, 0xEE);
+  testhost::SetClock({2100, 1, 5, 1, 0, 0, 0, 0});
+  OrbGetTime(&now);
+  EXPECT_EQ(now.year, 2100);
+  EXPECT_EQ(now.month, 1);
+  EXPECT_EQ(now.day, 1);
+  EXPECT_EQ(now.hour, 0);
+  EXPECT_EQ(now.minute, 0);
+  EXPECT_EQ(now.second, 0);
+  EXPECT_EQ(now.reserved, 0xEE);
+}
+
 TEST_F(Time, export_clears_the_error) {
   OrbTime now;
   _OrbSetError(0x12345678);

@@ -102,5 +102,32 @@ TEST_F(HostText, conversions_fail_on_order) {
   EXPECT_EQ(TraceText({Call::kWideToAnsi, Call::kAnsiToWide}), "toansi !1113 / towide !87 / toansi");
 }
 
+TEST_F(HostText, conversions_failing_on_order_return_what_the_test_says) {
+  char out[4] = {};
+  char16_t wide[4] = {};
+  SetFailedConversion(-1);
+  FailNthCall(Call::kWideToAnsi, 1, 1113);
+  FailNthCall(Call::kAnsiToWide, 1, 1113);
+  EXPECT_EQ(WideCharToMultiByte(0, 0, u"A", -1, out, 4, nullptr, nullptr), -1);
+  EXPECT_EQ(MultiByteToWideChar(0, 0, "A", -1, wide, 4), -1);
+  EXPECT_EQ(out[0], 0);
+  EXPECT_EQ(wide[0], 0);
+  ResetHost();
+  FailNthCall(Call::kWideToAnsi, 1, 1113);
+  EXPECT_EQ(WideCharToMultiByte(0, 0, u"A", -1, out, 4, nullptr, nullptr), 0);
+}
+
+TEST_F(HostText, conversions_record_the_room_they_are_given) {
+  char out[8];
+  char16_t wide[8];
+  WideCharToMultiByte(0, 0, u"A", -1, out, 8, nullptr, nullptr);
+  MultiByteToWideChar(0, 0, "A", -1, wide, 7);
+  MultiByteToWideChar(0, 0, "A", -1, nullptr, 0);
+  ASSERT_EQ(Trace().size(), 3u);
+  EXPECT_EQ(Trace()[0].count, 8u);
+  EXPECT_EQ(Trace()[1].count, 7u);
+  EXPECT_EQ(Trace()[2].count, 0u);
+}
+
 }  // namespace
 }  // namespace testhost
