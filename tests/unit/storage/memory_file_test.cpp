@@ -1,5 +1,7 @@
 #include "storage/memory_file.h"
 
+#include <algorithm>
+
 #include "unit/library_test.h"
 
 namespace orba {
@@ -235,6 +237,16 @@ TEST_F(MemoryFile, unmounting_without_the_delete_entry_point_fails_but_is_done) 
   EXPECT_EQ(g_VolumeListHead.next, nullptr);
 }
 
+TEST_F(MemoryFile, formatting_that_the_library_refuses_sets_no_code) {
+  FailNthCall(Call::kCreateMemFile, 1, coredll::kHostOutOfMemory);
+  EXPECT_EQ(OrbCreateVolumeEx(u"??MEM??", 16, 1024), 0);
+  EXPECT_EQ(GetError(), 0u);
+  EXPECT_EQ(TraceText(), "memcreate !14");
+  EXPECT_EQ(MemFile().references, 1u);
+  EXPECT_EQ(OrbMountVolume(u"??MEM??", u"A"), 0);  // there is no memory file, which the library tells without a code
+  EXPECT_EQ(GetError(), 0u);
+}
+
 TEST_F(MemoryFile, failed_mount_of_a_memory_volume_keeps_the_memory_file) {
   ASSERT_EQ(OrbCreateVolumeEx(u"??MEM??", 16, 1024), 1);
   FailNthCall(Call::kReadMemFile, 2, coredll::kHostNotReady);
@@ -277,6 +289,81 @@ TEST_F(MemoryFile, failed_metadata_write_to_the_memory_file_fails_the_volume) {
   EXPECT_EQ(OrbCreateFileA("F", 0), 0);
   EXPECT_EQ(GetError(), 0x30000003u);  // the write failed without a code, so the volume failed and refused the commit
   EXPECT_EQ(g_VolumeListHead.next->failed, 1u);
+}
+
+// ---- A library without one of its entry points -----------------------------------------------------------------------
+
+TEST_F(MemoryFile, volume_without_the_create_entry_point_is_not_formatted) {
+  HideProcedure(u"CreateMemFile");
+  EXPECT_EQ(OrbCreateVolumeEx(u"??MEM??", 16, 1024), 0);
+  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(TraceText(), "");
+  EXPECT_EQ(OrbCreateVolume(u"??MEM??"), 0);
+  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(MemFile().references, 2u);  // nothing unloads what was loaded
+}
+
+TEST_F(MemoryFile, volume_without_the_write_entry_point_is_not_formatted) {
+  HideProcedure(u"WriteMemFile");
+  EXPECT_EQ(OrbCreateVolumeEx(u"??MEM??", 16, 1024), 0);
+  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(TraceText(), "memcreate");
+  EXPECT_EQ(OrbMountVolume(u"??MEM??", u"A"), 0);
+  EXPECT_EQ(GetError(), 0x3000000Au);  // the memory file is empty
+  EXPECT_EQ(testhost::AllocationsHeld(), 0u);
+}
+
+TEST_F(MemoryFile, volume_without_the_read_entry_point_is_formatted_but_does_not_mount) {
+  HideProcedure(u"ReadMemFile");
+  EXPECT_EQ(Outcome(OrbCreateVolumeEx(u"??MEM??", 16, 1024)), "");
+  Format();
+  EXPECT_EQ(testhost::MemFileImage().ToBytes(), testhost::FileBytes(u"VOL"));
+  EXPECT_EQ(OrbMountVolume(u"??MEM??", u"A"), 0);
+  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(TraceText(), "memseek 0");
+  EXPECT_EQ(testhost::AllocationsHeld(), 0u);
+}
+
+// A seek that finds no entry point returns 0 rather than the failure value, so that nobody stops: the mark and the header
+// are written where the memory file ends, and the call succeeds with the code set.
+TEST_F(MemoryFile, volume_without_the_seek_entry_point_is_formatted_in_the_wrong_order_and_does_not_mount) {
+  HideProcedure(u"SeekMemFile");
+  EXPECT_EQ(Outcome(OrbCreateVolumeEx(u"??MEM??", 16, 1024)), "success with 0x30000027");
+  EXPECT_EQ(
+      TraceText(),
+      "memcreate / memwrite 0 128 / memwrite 128 896 / memwrite 1024 16 / memwrite 1040 1024 / memwrite 2064 1024 "
+      "/ memwrite 3088 4 / memwrite 3092 128");
+  Format();
+  Bytes expected = testhost::FileBytes(u"VOL");
+  const Bytes header(expected.begin(), expected.begin() + 128);
+  std::fill(expected.begin(), expected.begin() + 128, uint8_t{0});
+  expected.insert(expected.end(), {1, 0, 0, 0});
+  expected.insert(expected.end(), header.begin(), header.end());
+  EXPECT_EQ(testhost::MemFileImage().ToBytes(), expected);
+  EXPECT_EQ(OrbMountVolume(u"??MEM??", u"A"), 0);
+  EXPECT_EQ(GetError(), 0x3000000Au);  // the read at the end finds nothing
+  EXPECT_EQ(TraceText(), "memread 3220 128 =0");
+  EXPECT_EQ(testhost::AllocationsHeld(), 0u);
+}
+
+// A size query that finds no entry point returns 0, which is a container without its data area.
+TEST_F(MemoryFile, volume_without_the_size_entry_point_takes_files_but_no_blocks) {
+  HideProcedure(u"GetMemFileSize");
+  EXPECT_EQ(Outcome(OrbCreateVolumeEx(u"??MEM??", 16, 1024)), "");
+  EXPECT_EQ(Outcome(OrbMountVolume(u"??MEM??", u"A")), "");
+  EXPECT_EQ(Outcome(OrbCreateFileA("F", 0)), "");
+  EXPECT_EQ(Outcome(OrbCreateDirectoryA("D")), "0x3000000A");
+  EXPECT_EQ(OrbGetFileAttributesA("D"), 0xFFFFu);
+  EXPECT_TRUE(testhost::NodeInUse(testhost::MemFileImage().ToBytes(), 3));  // D's number stays taken
+  const OrbHandle file = OrbOpenFileA("F", ORB_OPEN_WRITE);
+  OrbU32 done = 77;
+  EXPECT_EQ(Outcome(OrbWriteFile(file, "x", 1, &done)), "0x3000000A");
+  EXPECT_EQ(done, 0u);
+  EXPECT_EQ(Outcome(OrbSetFileSize(file, 1)), "0x3000000A");
+  EXPECT_EQ(OrbGetFileSize(file), 0u);
+  EXPECT_EQ(Outcome(OrbCloseFile(file)), "");
+  EXPECT_EQ(Outcome(OrbDeleteFileA("F")), "");
+  EXPECT_EQ(Outcome(OrbUnmountVolumeA("A")), "");
 }
 
 }  // namespace

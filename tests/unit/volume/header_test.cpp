@@ -126,6 +126,40 @@ TEST_F(Header, reserved_region_does_not_wrap_around) {
   EXPECT_EQ(CodeOf(header), 0x3000000Au);
 }
 
+// A data area that began at 2^31 or behind it would lie in no container.
+TEST_F(Header, reserved_region_ends_below_two_gigabytes) {
+  VolumeHeader header = Fresh();
+  ASSERT_EQ(header.reservedOffset, 1040u);
+  header.reservedSize = 0x80000000u - 1040;
+  header.dataOffset = 0x80000000u;
+  EXPECT_EQ(CodeOf(header), 0x3000000Au);
+  header.reservedSize -= 1;
+  header.dataOffset -= 1;
+  EXPECT_EQ(CodeOf(header), 0u);
+}
+
+TEST_F(Header, reserved_region_up_to_two_gigabytes_mounts_no_further_than_the_root) {
+  const struct {
+    uint32_t reservedSize, code;
+    const char* calls;
+  } rows[] = {
+      {0x80000000u - 1040, 0x3000000A, "open VOL / seek 0 / read 0 128 / close"},
+      // The header is good; the root's block would be cut at 2^31.
+      {0x80000000u - 1040 - 1, 0x30000004,
+       "open VOL / seek 0 / read 0 128 / seek 128 / read 128 896 / seek 1024 / read 1024 16 / seek -1 !131 / close"},
+  };
+  for (const auto& row : rows) {
+    Format();
+    testhost::PatchFile(u"VOL", 32, Word(row.reservedSize));
+    testhost::PatchFile(u"VOL", 36, Word(1040 + row.reservedSize));
+    EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0);
+    EXPECT_EQ(GetError(), row.code);
+    EXPECT_EQ(testhost::TraceText(), row.calls);
+    EXPECT_EQ(testhost::AllocationsHeld(), 0u);
+    testhost::RemoveFile(u"VOL");
+  }
+}
+
 TEST_F(Header, flags_other_than_the_mark_do_not_matter) {
   VolumeHeader header = Fresh();
   header.stateFlags = 0xFFFFFFFE;
