@@ -84,6 +84,40 @@ TEST_F(BlockIo, bytes_of_a_block_out_of_reach_are_refused_by_the_host_and_not_fo
   EXPECT_EQ(FileBytes(u"VOL"), before);
 }
 
+// A data area that begins 1124 bytes into the container: 2097150 blocks end before 2^31, the next would begin there and be
+// cut. It is no block, not even the part of it that lies below.
+TEST_F(BlockIo, block_cut_by_two_gigabytes_is_out_of_reach) {
+  ASSERT_EQ(OrbUnmountVolumeA("A"), 1);
+  testhost::RemoveFile(u"VOL");
+  volume_ = FormatAndMount(100, 1024);
+  ASSERT_EQ(volume_->header.dataOffset, 1124u);
+  testhost::ResizeFile(u"VOL", 0x7FFFFFFF);
+  const uint32_t last = 2097150;
+  EXPECT_EQ(BlockPosition(volume_, last), 1124u + (last - 1) * 1024);
+  EXPECT_EQ(BlockPosition(volume_, last + 1), 0xFFFFFFFFu);
+  Bytes block(1024);
+  EXPECT_TRUE(ReadBlock(block.data(), volume_, last));
+  EXPECT_TRUE(WriteBlock(bytes_.data(), volume_, last, kDataWrite));
+  EXPECT_EQ(FileBytes(u"VOL", 1124u + (last - 1) * 1024, 1024), bytes_);
+
+  const testhost::FileImage before = testhost::GetFile(u"VOL");
+  const std::function<bool()> refused[] = {
+      [&] { return ReadBlock(block.data(), volume_, last + 1); },
+      [&] { return ReadBlockBytes(block.data(), volume_, last + 1, 0, 1); },
+      [&] { return WriteBlock(bytes_.data(), volume_, last + 1, kDataWrite); },
+      [&] { return WriteBlockBytes(bytes_.data(), volume_, last + 1, kDataWrite, 0, 1); },
+  };
+  for (const auto& call : refused) {
+    ClearError();
+    testhost::ClearTrace();
+    EXPECT_FALSE(call());
+    EXPECT_EQ(GetError(), 0x30000004u);
+    EXPECT_EQ(TraceText(), "seek -1 !131");
+  }
+  EXPECT_EQ(testhost::GetFile(u"VOL"), before);
+  EXPECT_EQ(volume_->failed, 0u);
+}
+
 // ---- Reads -----------------------------------------------------------------------------------------------------------
 
 TEST_F(BlockIo, read_is_one_seek_and_one_read) {

@@ -80,10 +80,42 @@ TEST_F(FreeChain, alloc_at_the_end_of_a_container_without_its_data_area_is_damag
   EXPECT_EQ(GetError(), 0x3000000Au);
 }
 
-TEST_F(FreeChain, alloc_without_the_containers_size_fails_with_the_querys_code) {
+TEST_F(FreeChain, alloc_without_the_containers_size_fails_with_the_querys_code_and_changes_nothing) {
+  const Bytes before = FileBytes(u"VOL");
   FailNthCall(Call::kGetFileSize, 1, coredll::kHostNotReady);
   EXPECT_EQ(AllocBlock(volume_), 0u);
   EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(TraceText(), "size !21");
+  EXPECT_EQ(volume_->header.freeChainHead, 0u);
+  EXPECT_EQ(volume_->freeChain, nullptr);
+  EXPECT_EQ(FileBytes(u"VOL"), before);
+  EXPECT_EQ(AllocBlock(volume_), 21u);
+}
+
+TEST_F(FreeChain, alloc_from_a_chain_does_not_need_the_containers_size) {
+  Free({20, 9});
+  FailNthCall(Call::kGetFileSize, 1, coredll::kHostNotReady, Repeat::kFromThenOn);
+  EXPECT_EQ(AllocBlock(volume_), 9u);
+  EXPECT_EQ(AllocBlock(volume_), 20u);
+  EXPECT_EQ(testhost::FaultsFired(), 0u);
+}
+
+// A data area that begins 1124 bytes into the container: the block behind 2097150 others would be cut at 2^31.
+TEST_F(FreeChain, block_cut_by_two_gigabytes_is_neither_given_out_nor_taken_back) {
+  ASSERT_EQ(OrbUnmountVolumeA("A"), 1);
+  testhost::RemoveFile(u"VOL");
+  volume_ = FormatAndMount(100, 1024);
+  const uint32_t last = 2097150;
+  testhost::ResizeFile(u"VOL", 1124u + (last - 1) * 1024);
+  EXPECT_EQ(AllocBlock(volume_), last);
+  testhost::ResizeFile(u"VOL", 1124u + last * 1024);
+  EXPECT_EQ(AllocBlock(volume_), 0u);
+  EXPECT_EQ(GetError(), 0x3000001Bu);
+  ClearError();
+  testhost::ResizeFile(u"VOL", 0x7FFFFFFF);
+  EXPECT_FALSE(FreeBlock(volume_, last + 1));
+  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(testhost::CallCount(Call::kWriteFile), 0u);
 }
 
 TEST_F(FreeChain, growth_ends_below_two_gigabytes_for_every_block_size) {
@@ -171,6 +203,28 @@ TEST_F(FreeChain, container_size_is_asked_for_before_the_block_is_judged) {
   FailNthCall(Call::kGetFileSize, 1, coredll::kHostNotReady);
   EXPECT_FALSE(FreeBlock(volume_, 0));
   EXPECT_EQ(GetError(), 0x30000006u);
+}
+
+TEST_F(FreeChain, free_without_the_containers_size_changes_nothing) {
+  const Bytes fresh = FileBytes(u"VOL");
+  FailNthCall(Call::kGetFileSize, 1, coredll::kHostNotReady);
+  EXPECT_FALSE(FreeBlock(volume_, 20));
+  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(TraceText(), "size !21");
+  EXPECT_EQ(volume_->header.freeChainHead, 0u);
+  EXPECT_EQ(volume_->freeChain, nullptr);
+  EXPECT_EQ(FileBytes(u"VOL"), fresh);
+
+  Free({20, 9});
+  const Bytes before = FileBytes(u"VOL");
+  FailNthCall(Call::kGetFileSize, 1, coredll::kHostAccessDenied);
+  EXPECT_FALSE(FreeBlock(volume_, 3));
+  EXPECT_EQ(GetError(), 0x30000019u);
+  EXPECT_EQ(TraceText(), "size !5");
+  EXPECT_EQ(volume_->header.freeChainHead, 20u);
+  EXPECT_EQ(Cached(), Blocks({9}));
+  EXPECT_EQ(FileBytes(u"VOL"), before);
+  EXPECT_EQ(volume_->failed, 0u);
 }
 
 TEST_F(FreeChain, failed_volume_takes_nothing_back_and_makes_no_call) {
@@ -470,6 +524,27 @@ TEST_F(FreeChain, alloc_of_an_empty_record_whose_header_cannot_be_written_has_mo
   }
 }
 
+TEST_F(FreeChain, alloc_of_the_last_record_whose_header_cannot_be_written_has_ended_the_chain_in_memory) {
+  const struct {
+    uint32_t host, code, failed;
+  } failures[] = {{coredll::kHostDiskFull, 0x3000001A, 0}, {coredll::kHostNotReady, 0x30000006, 1}};
+  for (const auto& failure : failures) {
+    Free({20});
+    FailNthCall(Call::kWriteFile, 2, failure.host);
+    EXPECT_EQ(AllocBlock(volume_), 0u);
+    EXPECT_EQ(GetError(), failure.code);
+    EXPECT_EQ(volume_->header.freeChainHead, 0u);
+    EXPECT_EQ(volume_->freeChain, nullptr);
+    EXPECT_EQ(HeadOnDisk(), 20u);
+    EXPECT_EQ(volume_->failed, failure.failed);
+    ClearError();
+    testhost::ClearTrace();
+    EXPECT_EQ(AllocBlock(volume_), 21u);  // nothing is known of block 20 any more
+    EXPECT_EQ(GetError(), 0u);
+    EXPECT_EQ(TraceText(), "size");
+  }
+}
+
 TEST_F(FreeChain, alloc_of_an_empty_record_whose_successor_cannot_be_read_fails_after_the_header) {
   Free({20});
   volume_->chainCapacity = 0;
@@ -507,19 +582,43 @@ TEST_F(FreeChain, free_whose_record_cannot_be_written_has_put_the_block_into_the
   EXPECT_FALSE(FreeBlock(volume_, 3));
   EXPECT_EQ(GetError(), 0x30000006u);
   EXPECT_EQ(Cached(), Blocks({3, 9}));
+  EXPECT_EQ(OnDisk(20).heap, Blocks({9}));
+  EXPECT_EQ(volume_->header.freeChainHead, 20u);
   EXPECT_EQ(volume_->failed, 1u);
 }
 
-TEST_F(FreeChain, free_whose_head_cannot_be_loaded_fails) {
+TEST_F(FreeChain, free_whose_record_meets_a_full_disk_has_put_the_block_into_the_cache_and_goes_on) {
+  Free({20, 9});
+  FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
+  EXPECT_FALSE(FreeBlock(volume_, 3));
+  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(TraceText(), "size / seek 52 / write 52 4 / seek 20496 / write 20496 1024 !112");
+  EXPECT_EQ(Cached(), Blocks({3, 9}));
+  EXPECT_EQ(OnDisk(20).heap, Blocks({9}));
+  EXPECT_EQ(volume_->header.freeChainHead, 20u);
+  EXPECT_EQ(volume_->failed, 0u);
+  EXPECT_TRUE(FreeBlock(volume_, 5));  // the next one brings both to the disk
+  EXPECT_EQ(OnDisk(20).heap, Blocks({3, 9, 5}));
+}
+
+TEST_F(FreeChain, free_whose_head_cannot_be_loaded_fails_without_a_cache_and_leaves_the_head) {
   Free({20, 9});
   DropCache();
+  const Bytes before = FileBytes(u"VOL");
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_FALSE(FreeBlock(volume_, 3));
   EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(volume_->freeChain, nullptr);
+  EXPECT_EQ(volume_->header.freeChainHead, 20u);
   FailNthAllocation(1);
   EXPECT_FALSE(FreeBlock(volume_, 3));
   EXPECT_EQ(GetError(), 0x30000011u);
-  EXPECT_EQ(OnDisk(20).heap, Blocks({9}));
+  EXPECT_EQ(volume_->freeChain, nullptr);
+  EXPECT_EQ(volume_->header.freeChainHead, 20u);
+  EXPECT_EQ(testhost::CallCount(Call::kWriteFile), 0u);
+  EXPECT_EQ(FileBytes(u"VOL"), before);
+  EXPECT_TRUE(FreeBlock(volume_, 3));
+  EXPECT_EQ(OnDisk(20).heap, Blocks({3, 9}));
 }
 
 TEST_F(FreeChain, free_as_the_first_record_without_memory_leaves_no_chain) {
