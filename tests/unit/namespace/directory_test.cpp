@@ -66,6 +66,10 @@ class Directory : public TreeTest {
     testhost::WriteU16(*image, testhost::BlockOffset(*image, block) + index * 32, number);
   }
 
+  static void PutEntry(Bytes* image, uint32_t block, uint32_t index, const OrbDirEntry& entry) {
+    testhost::WriteRecord(*image, testhost::BlockOffset(*image, block) + index * 32, entry);
+  }
+
   std::string NameStored(uint32_t block, uint32_t index) { return testhost::NameOf(StoredEntry(block, index)); }
 
   // Removes an entry and lets its node go. Result: the outcome.
@@ -263,6 +267,34 @@ TEST_F(Directory, operations_without_memory_fail_and_change_nothing) {
   }
   EXPECT_EQ(Image(), before);
   EXPECT_EQ(Calls(), "");
+}
+
+TEST_F(Directory, opening_a_child_without_memory_for_block_or_node_fails_and_holds_nothing) {
+  for (uint32_t n = 1; n <= 2; ++n) {
+    ClearError();
+    testhost::ClearTrace();
+    FailNthAllocation(n);
+    EXPECT_EQ(OrbDirOpenChild(volume_->root, "F"), nullptr) << n;
+    EXPECT_EQ(GetError(), 0x30000011u) << n;
+    EXPECT_EQ(Calls(), n == 1 ? "" : "read block 2");
+    EXPECT_EQ(NodesListed(), 2u) << n;
+  }
+}
+
+TEST_F(Directory, add_at_a_block_border_without_memory_for_the_new_block_changes_nothing) {
+  Fill(32);
+  const Bytes before = Image();
+  FailNthAllocation(1);
+  EXPECT_FALSE(OrbDirAddEntry(directory_, "X", 3, false));
+  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(Calls(), "");
+  EXPECT_EQ(directory_->record.size, 1024u);
+  EXPECT_EQ(directory_->record.direct[1], 0u);
+  EXPECT_EQ(Image(), before);
+  ClearError();
+  EXPECT_TRUE(OrbDirAddEntry(directory_, "X", 3, false));
+  EXPECT_EQ(directory_->record.direct[1], 4u);
+  Commit();
 }
 
 // ---- Opening a child ------------------------------------------------------------------------------------------------
@@ -639,17 +671,22 @@ TEST_F(Directory, remove_of_an_absent_name_is_file_not_found) {
 TEST_F(Directory, remove_of_a_node_held_elsewhere_fails_and_changes_nothing) {
   Fill(3);
   const NodeRef holder(OrbNodeGet(volume_, 3));
+  const Bytes before = Image();
   EXPECT_EQ(Remove("N002"), "0x30000022");
   EXPECT_EQ(holder.node->references, 1u);
+  EXPECT_EQ(directory_->record.size, 96u);
   EXPECT_EQ(Writes(), "");
+  EXPECT_EQ(Image(), before);
 }
 
 TEST_F(Directory, remove_of_the_current_directory_says_so) {
   ASSERT_TRUE(OrbSetCurrentDirNode(directory_));
+  const Bytes before = Image();
   EXPECT_EQ(OrbDirRemoveEntry(volume_->root, "D", false), nullptr);
   EXPECT_EQ(GetError(), 0x30000020u);
   EXPECT_EQ(directory_->references, 2u);
   EXPECT_EQ(Writes(), "");
+  EXPECT_EQ(Image(), before);
   ASSERT_TRUE(OrbSetCurrentDirNode(volume_->root));
 }
 
@@ -657,8 +694,11 @@ TEST_F(Directory, remove_with_require_empty_refuses_a_directory_with_a_name) {
   MakeDirectory("D/E");  // node 4
   MakeFile("D/E/X");
   ClearError();
+  const Bytes before = Image();
   EXPECT_EQ(Remove("E", true), "0x30000021");
+  EXPECT_EQ(directory_->record.size, 96u);
   EXPECT_EQ(Writes(), "");
+  EXPECT_EQ(Image(), before);
   EXPECT_EQ(NodesListed(), 2u);
   Delete("D/E/X");
   ClearError();
@@ -710,13 +750,83 @@ TEST_F(Directory, remove_without_memory_for_the_second_block_changes_nothing) {
   EXPECT_EQ(NodesListed(), 2u);
 }
 
-TEST_F(Directory, remove_that_fails_in_its_writes_releases_the_node) {
+// N002's place goes to N033, the last of two blocks.
+TEST_F(Directory, remove_whose_hole_s_block_is_not_written_changes_nothing) {
   Fill(34);
+  const Bytes before = Image();
+  FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
+  EXPECT_EQ(Remove("N002"), "0x3000001A");
+  EXPECT_EQ(Writes(), "mark / block 3 !112");
+  EXPECT_EQ(NodesListed(), 2u);
+  EXPECT_EQ(directory_->record.size, 34u * 32);
+  Commit();
+  EXPECT_EQ(Image(), before);
+  EXPECT_EQ(Remove("N002"), "");
+  Commit();
+}
+
+TEST_F(Directory, remove_whose_last_block_is_not_written_leaves_the_moved_entry_twice) {
+  Fill(34);
+  Bytes expected = Image();
+  FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
+  EXPECT_EQ(Remove("N002"), "0x3000001A");
+  EXPECT_EQ(Writes(), "mark / block 3 / block 4 !112");
+  EXPECT_EQ(NodesListed(), 2u);
+  EXPECT_EQ(directory_->record.size, 34u * 32);
+  Commit();
+  PutEntry(&expected, 3, 2, testhost::EntryOf(expected, 4, 1));
+  EXPECT_EQ(Image(), expected);
+}
+
+TEST_F(Directory, remove_whose_node_is_not_written_leaves_a_size_that_is_one_entry_too_large) {
+  Fill(34);
+  Bytes expected = Image();
+  FailNthCall(Call::kWriteFile, 4, coredll::kHostDiskFull);
+  EXPECT_EQ(Remove("N002"), "0x3000001A");
+  EXPECT_EQ(Writes(), "mark / block 3 / block 4 / node 2 !112");
+  EXPECT_EQ(NodesListed(), 2u);
+  EXPECT_EQ(directory_->record.size, 33u * 32);  // who holds the directory knows better
+  Commit();
+  PutEntry(&expected, 3, 2, testhost::EntryOf(expected, 4, 1));
+  SetEntryNode(&expected, 4, 1, 0);
+  EXPECT_EQ(Image(), expected);
+  EXPECT_EQ(Stored(2).size, 34u * 32);
+}
+
+// N005's place goes to N032, alone in block 4, which becomes the free chain's record.
+TEST_F(Directory, remove_that_empties_a_block_with_a_write_failing_leaves_what_was_written) {
+  Fill(33);
+  const Bytes before = Image();
   const testhost::FileSet files = testhost::Snapshot();
-  for (uint32_t n = 2; n <= 4; ++n) {  // the hole's block, the last block, the node
-    FailNthCall(Call::kWriteFile, n, coredll::kHostDiskFull);
-    EXPECT_EQ(Remove("N002"), "0x3000001A") << n;
-    EXPECT_EQ(NodesListed(), 2u) << n;
+  const struct {
+    uint32_t write;
+    const char* writes;
+    uint32_t head, size, block;  // on disk: the chain's, the directory's and its second block
+    bool isRecord;               // block 4 is one
+  } stops[] = {
+      {2, "mark / block 3 !112", 0, 33 * 32, 4, false},
+      {3, "mark / block 3 / block 4 !112 / node 2", 0, 32 * 32, 0, false},
+      {4, "mark / block 3 / block 4 / header !112 / node 2", 0, 32 * 32, 0, true},
+      {5, "mark / block 3 / block 4 / header / node 2 !112", 4, 33 * 32, 4, true},
+  };
+  for (const auto& stop : stops) {
+    SCOPED_TRACE(stop.writes);
+    FailNthCall(Call::kWriteFile, stop.write, coredll::kHostDiskFull);
+    EXPECT_EQ(Remove("N005"), "0x3000001A");
+    EXPECT_EQ(Writes(), stop.writes);
+    EXPECT_EQ(NodesListed(), 2u);
+    EXPECT_EQ(NameStored(3, 5), stop.write == 2 ? "N005" : "N032");
+    EXPECT_EQ(ChainHead(), stop.head);
+    EXPECT_EQ(Stored(2).size, stop.size);
+    EXPECT_EQ(Stored(2).direct[1], stop.block);
+    const Bytes block = testhost::BlockOf(Image(), 4);
+    if (stop.isRecord) {
+      Bytes record(1024);
+      memcpy(record.data(), "FBC1", 4);
+      EXPECT_EQ(block, record);
+    } else {
+      EXPECT_EQ(block, testhost::BlockOf(before, 4));
+    }
     Commit();
     DamageDirectory([&](Bytes* image) { *image = files.at(u"VOL").ToBytes(); });
   }

@@ -136,6 +136,34 @@ TEST_F(NodeStore, create_in_a_node_block_that_is_there_takes_no_block) {
   EXPECT_EQ(Calls(), "mark / write node 18 / write bitmap / clear");
 }
 
+TEST_F(NodeStore, create_needs_a_node_block_for_every_first_number_of_one_and_for_no_other) {
+  const struct { uint32_t blockSize, bitmapSize; } sizes[] = {{1024, 896}, {2048, 1792}, {4096, 3584}, {8192, 7168}};
+  for (const auto& size : sizes) {
+    const uint32_t perBlock = size.blockSize / 64;
+    for (const uint32_t k : {1u, 2u, 7u, 222u}) {
+      SCOPED_TRACE(std::to_string(size.blockSize) + " " + std::to_string(k));
+      Start(size.bitmapSize, size.blockSize);
+      memset(volume_->bitmap, 0, k * perBlock / 8);  // numbers 1 to k * perBlock are in use
+      const uint32_t first = k * perBlock + 1;
+      testhost::ClearTrace();
+      EXPECT_EQ(Create(), first);
+      EXPECT_EQ(Calls(), "size / mark / write block 3 / write table / write node " + std::to_string(first) +
+                             " / write bitmap / clear");
+      EXPECT_EQ(volume_->nodeTable[k], 3u);
+      EXPECT_EQ(testhost::NodeTableEntry(Image(), k), 3u);
+      testhost::ClearTrace();
+      for (uint32_t number = first + 1; number < first + perBlock; ++number) ASSERT_EQ(Create(), number);
+      EXPECT_EQ(Blocks(), 3u);
+      EXPECT_EQ(testhost::CallCount(Call::kGetFileSize), 0u);
+      EXPECT_EQ(Create(), first + perBlock);
+      EXPECT_EQ(Blocks(), 4u);
+      EXPECT_EQ(volume_->nodeTable[k + 1], 4u);
+      for (OrbNode* node : held_) OrbNodeRelease(node);
+      held_.clear();
+    }
+  }
+}
+
 TEST_F(NodeStore, create_without_a_free_number_fails) {
   Start(2, 1024);
   CreateUpTo(16);
@@ -383,6 +411,55 @@ TEST_F(NodeStore, delete_whose_table_is_not_written_keeps_the_node_block) {
   EXPECT_EQ(testhost::NodeTableEntry(Image(), 1), 3u);
   EXPECT_EQ(Create(), 17u);
   EXPECT_EQ(volume_->nodeTable[1], 3u);
+}
+
+// The table on disk no longer names the block, the chain does not list it yet.
+TEST_F(NodeStore, delete_whose_node_block_cannot_be_given_back_has_lost_the_block) {
+  CreateUpTo(17);
+  const testhost::FileSet files = testhost::Snapshot();
+  const struct {
+    Call call;
+    uint32_t n, host, code;
+    const char* calls;
+    uint32_t head;  // in memory
+  } failures[] = {
+      {Call::kGetFileSize, 1, coredll::kHostAccessDenied, 0x30000019, "mark / write bitmap / write table / size !5", 0},
+      {Call::kWriteFile, 4, coredll::kHostDiskFull, 0x3000001A,
+       "mark / write bitmap / write table / size / write block 3 !112", 3},
+      {Call::kWriteFile, 5, coredll::kHostDiskFull, 0x3000001A,
+       "mark / write bitmap / write table / size / write block 3 / write header !112", 3},
+  };
+  for (const auto& failure : failures) {
+    SCOPED_TRACE(failure.calls);
+    FailNthCall(failure.call, failure.n, failure.host);
+    EXPECT_FALSE(DeleteNumber(17));
+    EXPECT_EQ(GetError(), failure.code);
+    EXPECT_EQ(Calls(), std::string(failure.calls) + " / clear");
+    EXPECT_EQ(volume_->nodeTable[1], 0u);
+    EXPECT_EQ(testhost::NodeTableEntry(Image(), 1), 0u);
+    EXPECT_FALSE(testhost::NodeInUse(Image(), 17));
+    EXPECT_EQ(ChainHead(), 0u);
+    EXPECT_EQ(volume_->header.freeChainHead, failure.head);
+    EXPECT_EQ(NodesListed(), 16u);
+    Damage([&](Bytes* image) { *image = files.at(u"VOL").ToBytes(); });
+    for (OrbNode* node : held_) OrbNodeRelease(node);
+    held_.assign(1, OrbNodeGet(volume_, 17));
+    for (uint16_t number = 2; number <= 16; ++number) held_.push_back(OrbNodeGet(volume_, number));
+    testhost::ClearTrace();
+  }
+}
+
+TEST_F(NodeStore, delete_whose_node_block_finds_no_memory_has_lost_the_block) {
+  CreateUpTo(17);
+  FailNthAllocation(2);  // after the table's copy: the chain's cache
+  EXPECT_FALSE(DeleteNumber(17));
+  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(Calls(), "mark / write bitmap / write table / size / clear");
+  EXPECT_EQ(volume_->nodeTable[1], 0u);
+  EXPECT_EQ(testhost::NodeTableEntry(Image(), 1), 0u);
+  EXPECT_EQ(volume_->header.freeChainHead, 0u);
+  EXPECT_EQ(Create(), 17u);
+  EXPECT_EQ(volume_->nodeTable[1], 4u);  // a new one: block 3 is nobody's
 }
 
 // ---- Node blocks ----------------------------------------------------------------------------------------------------
