@@ -4,7 +4,13 @@
 namespace api {
 namespace {
 
-class FormatTest : public ApiTest {};
+class FormatTest : public ApiTest {
+ protected:
+  void ExpectBothToFail(const WideString& container, OrbU32 code) {
+    EXPECT_EQ(Ended(OrbCreateVolume(container.c_str())), Failed(code));
+    EXPECT_EQ(Ended(OrbCreateVolumeEx(container.c_str(), 8, 1024)), Failed(code));
+  }
+};
 
 TEST_F(FormatTest, createVolume_newName_makesTheDefaultSizes) {
   EXPECT_EQ(Ended(OrbCreateVolume(Wide(kFirst).c_str())), Succeeded());
@@ -13,6 +19,13 @@ TEST_F(FormatTest, createVolume_newName_makesTheDefaultSizes) {
   EXPECT_EQ(image.Text(0, 8), "ORBA1.0 ");
   EXPECT_EQ(image.U32(24), 1024u);
   EXPECT_EQ(image.U32(40), 4096u);
+}
+
+TEST_F(FormatTest, createVolume_newName_writesWhatTheDefaultSizesWrite) {
+  EXPECT_EQ(Ended(OrbCreateVolume(Wide(kFirst).c_str())), Succeeded());
+  Format(kSecond, 1024, 4096);
+  for (const char* container : {kFirst, kSecond}) MakeOld(container, 1);
+  EXPECT_EQ(ReadWhole(kFirst), ReadWhole(kSecond));
 }
 
 TEST_F(FormatTest, createVolume_newName_mountsNothing) {
@@ -32,7 +45,7 @@ TEST_F(FormatTest, blockSize_noneOfTheFour_createsNothing) {
 TEST_F(FormatTest, container_exists_isLeftUntouched) {
   const Bytes before = Pattern(1, 100);
   WriteWhole(kFirst, before);
-  EXPECT_EQ(TryFormat(kFirst, 8, 1024), Failed(ORB_ERROR_FILE_EXISTS));
+  ExpectBothToFail(Wide(kFirst), ORB_ERROR_FILE_EXISTS);
   EXPECT_EQ(ReadWhole(kFirst), before);
 }
 
@@ -48,9 +61,20 @@ TEST_F(FormatTest, container_mounted_failsFileExists) {
   EXPECT_EQ(TryFormat(kFirst, 8, 1024), Failed(ORB_ERROR_FILE_EXISTS));
 }
 
+TEST_F(FormatTest, container_isAFolder_failsFileExists) { ExpectBothToFail(Wide("."), ORB_ERROR_FILE_EXISTS); }
+
 TEST_F(FormatTest, container_folderMissing_failsPathNotFound) {
-  EXPECT_EQ(TryFormat("no-such-folder/first.orba", 8, 1024), Failed(ORB_ERROR_PATH_NOT_FOUND));
+  ExpectBothToFail(Wide("no-such-folder/first.orba"), ORB_ERROR_PATH_NOT_FOUND);
 }
+
+TEST_F(FormatTest, container_folderIsAFile_failsPathNotFound) {
+  WriteWhole(kFirst, Pattern(1, 100));
+  ExpectBothToFail(Wide(std::string(kFirst) + "/second.orba"), ORB_ERROR_PATH_NOT_FOUND);
+}
+
+TEST_F(FormatTest, container_emptyName_failsPathNotFound) { ExpectBothToFail({}, ORB_ERROR_PATH_NOT_FOUND); }
+
+TEST_F(FormatTest, container_illegalName_failsInvalidName) { ExpectBothToFail(kIllegal, ORB_ERROR_INVALID_NAME); }
 
 struct Sizes {
   OrbU32 blockSize;

@@ -67,13 +67,16 @@ TEST_F(MemoryFileTest, files_large_areKept) {
 
 // Nothing guards the memory file against a second mount; the first unmount takes it away from under the other.
 TEST_F(MemoryFileTest, mount_twice_lastsUntilTheFirstUnmount) {
-  FormatAndMount(kMemory, 64, 1024, "ONE");
-  Mount(kMemory, "TWO");
-  EXPECT_EQ(Ended(OrbGetFileAttributesA("TWO:/")), Succeeded(0x000E));
-  Unmount("ONE");
-  EXPECT_EQ(Ended(OrbGetFileAttributesA("TWO:/F")), Failed(ORB_ERROR_NO_MEMFILE, ORB_INVALID_ATTRIBUTES));
-  EXPECT_EQ(Ended(OrbUnmountVolumeA("TWO")), Failed(ORB_ERROR_NO_MEMFILE));
-  EXPECT_EQ(Ended(OrbGetVolumeInfoA("TWO", nullptr, nullptr)), Failed(ORB_ERROR_NOT_MOUNTED));
+  for (const Form* orb : {&kAnsiForm, &kWideForm}) {
+    SCOPED_TRACE(orb->name);
+    FormatAndMount(kMemory, 64, 1024, "ONE");
+    Mount(kMemory, "TWO");
+    EXPECT_EQ(Ended(orb->getFileAttributes("TWO:/")), Succeeded(0x000E));
+    EXPECT_EQ(Ended(orb->unmountVolume("ONE")), Succeeded());
+    EXPECT_EQ(Ended(orb->getFileAttributes("TWO:/F")), Failed(ORB_ERROR_NO_MEMFILE, ORB_INVALID_ATTRIBUTES));
+    EXPECT_EQ(Ended(orb->unmountVolume("TWO")), Failed(ORB_ERROR_NO_MEMFILE));
+    EXPECT_EQ(Ended(orb->getVolumeInfo("TWO", nullptr, nullptr)), Failed(ORB_ERROR_NOT_MOUNTED));
+  }
 }
 
 TEST_F(MemoryFileTest, operations_countNothing) {

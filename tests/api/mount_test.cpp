@@ -41,6 +41,19 @@ TEST_F(MountTest, container_folderMissing_failsPathNotFound) {
   EXPECT_EQ(TryMount("no-such-folder/first.orba", "V"), Failed(ORB_ERROR_PATH_NOT_FOUND));
 }
 
+TEST_F(MountTest, container_folderIsAFile_failsPathNotFound) {
+  Format(kFirst, 64, 1024);
+  EXPECT_EQ(TryMount("first.orba/second.orba", "V"), Failed(ORB_ERROR_PATH_NOT_FOUND));
+}
+
+TEST_F(MountTest, container_emptyName_failsPathNotFound) {
+  EXPECT_EQ(TryMount("", "V"), Failed(ORB_ERROR_PATH_NOT_FOUND));
+}
+
+TEST_F(MountTest, container_illegalName_failsInvalidName) {
+  EXPECT_EQ(Ended(OrbMountVolume(kIllegal, Wide("V").c_str())), Failed(ORB_ERROR_INVALID_NAME));
+}
+
 TEST_F(MountTest, container_isAFolder_failsAccessDenied) {
   EXPECT_EQ(TryMount(".", "V"), Failed(ORB_ERROR_ACCESS_DENIED));
 }
@@ -191,6 +204,15 @@ TEST_F(MountTest, container_anyOtherFile_failsDamagedVolume) {
 
 TEST_F(MountTest, table_rootHasNoBlock_failsDamagedRecord) {
   EXPECT_EQ(MountWith(128, 0), Failed(ORB_ERROR_DAMAGED_RECORD));
+}
+
+TEST_F(MountTest, root_noDirectory_failsDamagedRecord) {
+  Format(kFirst, 64, 1024);
+  const std::size_t attributes = Image(kFirst).Node(1) + 6;
+  PatchU16(kFirst, attributes, 0x0006);
+  EXPECT_EQ(TryMount(kFirst, "V"), Failed(ORB_ERROR_DAMAGED_RECORD));
+  PatchU16(kFirst, attributes, 0x0008);  // the directory bit is all that matters
+  Mount(kFirst, "V");
 }
 
 // ---- The free chain -------------------------------------------------------------------------------------------------
@@ -461,25 +483,36 @@ TEST_F(ThreeVolumesTest, volumes_holdTheirOwnFiles) {
   }
 }
 
+// ---- Nothing mounted ------------------------------------------------------------------------------------------------
+
+class NothingMountedTest : public ApiTest, public ::testing::WithParamInterface<Variant> {
+ protected:
+  const Form* const orb = GetParam().form;
+};
+
 // Without a mounted volume there is no current directory, and so no path at all.
-TEST_F(MountTest, nothingMounted_everyPath_failsNotMounted) {
-  char buffer[ORB_PATH_BUFFER];
-  OrbFindDataA found;
+TEST_P(NothingMountedTest, everyPath_failsNotMounted) {
   for (const char* path : {"F", "/", "/F", "V:F", "V:/", "A B:/", "."}) {
-    EXPECT_EQ(Ended(OrbCreateFileA(path, 0)), Failed(ORB_ERROR_NOT_MOUNTED)) << path;
-    EXPECT_EQ(Ended(OrbCreateDirectoryA(path)), Failed(ORB_ERROR_NOT_MOUNTED)) << path;
-    EXPECT_EQ(Ended(OrbCopyFileA(path, "G")), Failed(ORB_ERROR_NOT_MOUNTED)) << path;
-    EXPECT_EQ(Ended(OrbMoveFileA(path, "G")), Failed(ORB_ERROR_NOT_MOUNTED)) << path;
-    EXPECT_EQ(Ended(OrbRenameFileA(path, "G")), Failed(ORB_ERROR_NOT_MOUNTED)) << path;
-    EXPECT_EQ(Ended(OrbDeleteFileA(path)), Failed(ORB_ERROR_NOT_MOUNTED)) << path;
-    EXPECT_EQ(Ended(OrbGetFileAttributesA(path)), Failed(ORB_ERROR_NOT_MOUNTED, 0xFFFF)) << path;
-    EXPECT_EQ(Ended(OrbSetFileAttributesA(path, 0)), Failed(ORB_ERROR_NOT_MOUNTED)) << path;
-    EXPECT_EQ(Ended(OrbOpenFileA(path, 1)), Failed(ORB_ERROR_NOT_MOUNTED, ORB_INVALID_HANDLE)) << path;
-    EXPECT_EQ(Ended(OrbSetCurrentDirectoryA(path)), Failed(ORB_ERROR_NOT_MOUNTED)) << path;
-    EXPECT_EQ(Ended(OrbGetFullPathNameA(buffer, path)), Failed(ORB_ERROR_NOT_MOUNTED)) << path;
-    EXPECT_EQ(Ended(OrbFindFirstFileA(path, &found)), Failed(ORB_ERROR_NOT_MOUNTED, ORB_INVALID_HANDLE)) << path;
+    ExpectEveryPathCallToFail(*orb, path, ORB_ERROR_NOT_MOUNTED);
   }
 }
+
+TEST_P(NothingMountedTest, emptyPath_failsPathNotFoundAllTheSame) {
+  ExpectEveryPathCallToFail(*orb, "", ORB_ERROR_PATH_NOT_FOUND);
+}
+
+TEST_P(NothingMountedTest, currentDirectory_failsNotMountedAndIsEmpty) {
+  std::string path = "x";
+  EXPECT_EQ(Ended(orb->getCurrentDirectory(&path)), Failed(ORB_ERROR_NOT_MOUNTED));
+  EXPECT_EQ(path, "");
+}
+
+TEST_P(NothingMountedTest, volumeCalls_failNotMounted) {
+  EXPECT_EQ(Ended(orb->getVolumeInfo("V", nullptr, nullptr)), Failed(ORB_ERROR_NOT_MOUNTED));
+  EXPECT_EQ(Ended(orb->unmountVolume("V")), Failed(ORB_ERROR_NOT_MOUNTED));
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, NothingMountedTest, ::testing::ValuesIn(EveryFormOnHost()), VariantName);
 
 }  // namespace
 }  // namespace api

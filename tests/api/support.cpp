@@ -11,6 +11,7 @@ const char kFirst[] = "first.orba";
 const char kSecond[] = "second.orba";
 const char kThird[] = "third.orba";
 const char kMemory[] = "??MEM??";
+const OrbWideChar kIllegal[] = {'A', '*', 0xD800, 0};
 const char kLongAgo[] = "1999-02-03 04:05:06";
 
 namespace {
@@ -143,6 +144,26 @@ const Form kWideForm = {
       return done;
     },
 };
+
+void ExpectEveryPathCallToFail(const Form& orb, const std::string& path, OrbU32 code) {
+  SCOPED_TRACE(path);
+  const char* const text = path.c_str();
+  std::string full;
+  Found found;
+  EXPECT_EQ(Ended(orb.createFile(text, 0)), Failed(code));
+  EXPECT_EQ(Ended(orb.createDirectory(text)), Failed(code));
+  EXPECT_EQ(Ended(orb.copyFile(text, "X")), Failed(code));
+  EXPECT_EQ(Ended(orb.moveFile(text, "X")), Failed(code));
+  EXPECT_EQ(Ended(orb.renameFile(text, "X")), Failed(code));
+  EXPECT_EQ(Ended(orb.deleteFile(text)), Failed(code));
+  EXPECT_EQ(Ended(orb.getFileAttributes(text)), Failed(code, ORB_INVALID_ATTRIBUTES));
+  EXPECT_EQ(Ended(orb.setFileAttributes(text, 1)), Failed(code));
+  EXPECT_EQ(Ended(orb.openFile(text, ORB_OPEN_READ)), Failed(code, ORB_INVALID_HANDLE));
+  EXPECT_EQ(Ended(orb.setCurrentDirectory(text)), Failed(code));
+  EXPECT_EQ(Ended(orb.getFullPathName(&full, text)), Failed(code));
+  EXPECT_EQ(full, "");
+  EXPECT_EQ(Ended(orb.findFirstFile(text, &found)), Failed(code, ORB_INVALID_HANDLE));
+}
 
 // ---- Containers as bytes --------------------------------------------------------------------------------------------
 
@@ -376,6 +397,8 @@ std::ostream& operator<<(std::ostream& out, const Variant& variant) {
 std::vector<Variant> EveryVariant() {
   return {{&kAnsiForm, kFirst}, {&kWideForm, kFirst}, {&kAnsiForm, kMemory}, {&kWideForm, kMemory}};
 }
+
+std::vector<Variant> EveryFormOnHost() { return {{&kAnsiForm, kFirst}, {&kWideForm, kFirst}}; }
 
 std::string VariantName(const ::testing::TestParamInfo<Variant>& info) {
   return std::string(info.param.form->name) + (info.param.container == kMemory ? "InMemory" : "OnHost");

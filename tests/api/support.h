@@ -72,12 +72,18 @@ struct Form {
 extern const Form kAnsiForm;
 extern const Form kWideForm;
 
+// Expects each function with a path to fail with the code, and with the failure value that is its own.
+void ExpectEveryPathCallToFail(const Form& orb, const std::string& path, OrbU32 code);
+
 // ---- Containers as bytes --------------------------------------------------------------------------------------------
 
 extern const char kFirst[];   // the container that most tests work in
 extern const char kSecond[];  // two more host files
 extern const char kThird[];
 extern const char kMemory[];  // the memory file
+
+// A name that no host takes: where a star is one of a name's characters, half of a surrogate pair is not.
+extern const OrbWideChar kIllegal[];
 
 bool FileExists(const std::string& name);
 Bytes ReadWhole(const std::string& name);
@@ -186,6 +192,7 @@ struct Variant {
 };
 std::ostream& operator<<(std::ostream& out, const Variant& variant);
 std::vector<Variant> EveryVariant();
+std::vector<Variant> EveryFormOnHost();  // where a test looks into the container, or damages it
 std::string VariantName(const ::testing::TestParamInfo<Variant>& info);
 
 class VolumeTest : public ApiTest, public ::testing::WithParamInterface<Variant> {
