@@ -128,6 +128,15 @@ TEST_P(CurrentDirectoryTest, fullPath_notResolved_failsAndIsEmpty) {
   EXPECT_EQ(full, "");
 }
 
+TEST_P(CurrentDirectoryTest, fullPath_illegalPath_failsInvalidNameAndIsEmpty) {
+  for (const std::string& path : {std::string(30, 'N'), std::string(30, 'N') + "/X", "LOGS/" + std::string(30, 'N'),
+                                  std::string("A B:/X"), std::string(":X"), std::string(30, 'V') + ":X"}) {
+    std::string full = "x";
+    EXPECT_EQ(Ended(orb->getFullPathName(&full, path.c_str())), Failed(ORB_ERROR_INVALID_NAME)) << path;
+    EXPECT_EQ(full, "") << path;
+  }
+}
+
 TEST_P(CurrentDirectoryTest, fullPath_holdsNothing) {
   std::string full;
   EXPECT_EQ(Full("Logs/Old/X"), "VOL:/LOGS/OLD/X");
@@ -223,6 +232,18 @@ TEST_F(ApiTest, fullPath_62DirectoriesDeep_hasNoRoomForAName) {
   EXPECT_EQ(Ended(OrbCreateDirectoryA((path + "/D").c_str())), Succeeded());
   EXPECT_EQ(Ended(OrbGetFullPathNameA(full, (path + "/D/a").c_str())), Failed(ORB_ERROR_PATH_TOO_LONG));
   EXPECT_STREQ(full, "");
+}
+
+// Results are converted last.
+TEST_F(ApiTest, wideBuffers_afterAFailure_areAsTheyWere) {
+  const WideString before = Wide("as it was");
+  OrbWideChar buffer[ORB_WIDE_PATH_BUFFER];
+  before.copy(buffer, before.size());
+  buffer[before.size()] = 0;
+  EXPECT_EQ(Ended(OrbGetCurrentDirectoryW(buffer)), Failed(ORB_ERROR_NOT_MOUNTED));
+  EXPECT_EQ(buffer, before);
+  EXPECT_EQ(Ended(OrbGetFullPathNameW(buffer, Wide("F").c_str())), Failed(ORB_ERROR_NOT_MOUNTED));
+  EXPECT_EQ(buffer, before);
 }
 
 // Nothing behind the result's own bytes is written.

@@ -109,6 +109,16 @@ TEST_P(NameTest, length_directoryOnTheWay_29CharactersAccepted30Refused) {
   EXPECT_EQ(Ended(orb->getFileAttributes((longest + "/F").c_str())), Succeeded(0));
 }
 
+TEST_P(NameTest, length_30Characters_failsInvalidNameInEveryCall) {
+  EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
+  const std::string tooLong(30, 'N');
+  for (const std::string& path :
+       {tooLong, "/" + tooLong, tooLong + "/F", "D/" + tooLong, "D/" + tooLong + "/F", "VOL:/D/" + tooLong + "/."}) {
+    ExpectEveryPathCallToFail(*orb, path, ORB_ERROR_INVALID_NAME);
+  }
+  EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "D"}));
+}
+
 TEST_P(NameTest, length_veryLong_isRefused) {
   const std::string huge(100000, 'N');
   EXPECT_EQ(Ended(orb->createFile(huge.c_str(), 0)), Failed(ORB_ERROR_INVALID_NAME));
@@ -152,6 +162,19 @@ TEST_P(NameTest, volumePart_length_29CharactersAccepted30Refused) {
 TEST_P(NameTest, volumePart_empty_failsInvalidName) {
   EXPECT_EQ(Ended(orb->createFile(":F", 0)), Failed(ORB_ERROR_INVALID_NAME));
   EXPECT_EQ(Ended(orb->createFile(":/F", 0)), Failed(ORB_ERROR_INVALID_NAME));
+}
+
+TEST_P(NameTest, volumePart_illegal_failsInvalidNameInEveryCall) {
+  for (const std::string& path : {std::string(":"), std::string(":F"), std::string("A B:F"), std::string("*:/F"),
+                                  std::string("A/B:F"), std::string(30, 'V') + ":/F"}) {
+    ExpectEveryPathCallToFail(*orb, path, ORB_ERROR_INVALID_NAME);
+  }
+}
+
+TEST_P(NameTest, volumePart_notMounted_failsNotMountedInEveryCall) {
+  for (const char* path : {"OTHER:", "OTHER:F", "OTHER:/", "OTHER:/F", "VO:F", "VOLU:F"}) {
+    ExpectEveryPathCallToFail(*orb, path, ORB_ERROR_NOT_MOUNTED);
+  }
 }
 
 // A colon anywhere ends the volume part.
