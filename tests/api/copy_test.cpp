@@ -56,6 +56,30 @@ TEST_P(CopyTest, source_open_isCopied) {
   EXPECT_EQ(Contents("G"), Pattern(1, 100));
 }
 
+TEST_P(CopyTest, file_toAnotherVolumeAndBack_isTheSame) {
+  FormatAndMount(kSecond, 64, 4096, "OTHER");
+  MakeFile("F", Pattern(1, 10000));
+  EXPECT_EQ(Ended(orb->copyFile("F", "OTHER:/G")), Succeeded());
+  EXPECT_EQ(Contents("OTHER:G"), Pattern(1, 10000));
+  EXPECT_EQ(Ended(orb->copyFile("OTHER:/G", "H")), Succeeded());
+  EXPECT_EQ(Contents("H"), Pattern(1, 10000));
+  EXPECT_EQ(List("OTHER:*"), (std::vector<std::string>{".", "..", "G"}));
+  EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "F", "H"}));
+}
+
+// Only creating refuses them.
+TEST_P(CopyTest, target_endingInSeparators_isTheNameBeforeThem) {
+  EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
+  MakeFile("F", Pattern(1, 100));
+  EXPECT_EQ(Ended(orb->copyFile("F", "NEW/")), Succeeded());
+  EXPECT_EQ(Ended(orb->copyFile("F", "/D/NEW//")), Succeeded());
+  EXPECT_EQ(Contents("NEW"), Pattern(1, 100));
+  EXPECT_EQ(Contents("D/NEW"), Pattern(1, 100));
+  EXPECT_EQ(Ended(orb->copyFile("F", "NEW/")), Failed(ORB_ERROR_FILE_EXISTS));
+  EXPECT_EQ(Ended(orb->copyFile("F", "D/")), Failed(ORB_ERROR_FILE_EXISTS));
+  EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "D", "F", "NEW"}));
+}
+
 // ---- Failures -------------------------------------------------------------------------------------------------------
 
 TEST_P(CopyTest, source_missing_failsFileNotFound) {
@@ -123,11 +147,12 @@ TEST_P(CopyTest, targetNotResolved_whateverTheReason_holdsTheSource) {
 
 INSTANTIATE_TEST_SUITE_P(Forms, CopyTest, ::testing::ValuesIn(EveryVariant()), VariantName);
 
-TEST_F(ApiTest, copy_sourceHeld_isFreeAfterItsVolumeWasUnmounted) {
-  FormatAndMount(kFirst, 64, 1024, "VOL");
+class CopyOnHostTest : public VolumeTest {};
+
+TEST_P(CopyOnHostTest, sourceHeld_isFreeAfterItsVolumeWasUnmounted) {
   MakeFile("F");
-  EXPECT_EQ(Ended(OrbCopyFileA("F", "MISSING/G")), Failed(ORB_ERROR_PATH_NOT_FOUND));
-  EXPECT_EQ(Ended(OrbOpenFileA("F", 0)), Failed(ORB_ERROR_IN_USE, ORB_INVALID_HANDLE));
+  EXPECT_EQ(Ended(orb->copyFile("F", "MISSING/G")), Failed(ORB_ERROR_PATH_NOT_FOUND));
+  EXPECT_EQ(Ended(orb->openFile("F", 0)), Failed(ORB_ERROR_IN_USE, ORB_INVALID_HANDLE));
   Unmount("VOL");
   Mount(kFirst, "VOL");
   Close(Open("F"));
@@ -135,10 +160,14 @@ TEST_F(ApiTest, copy_sourceHeld_isFreeAfterItsVolumeWasUnmounted) {
 
 // ---- Between block sizes --------------------------------------------------------------------------------------------
 
-class CopyBlockSizesTest : public ApiTest, public ::testing::WithParamInterface<std::tuple<OrbU32, OrbU32>> {};
+class CopyBlockSizesTest : public ApiTest, public ::testing::WithParamInterface<std::tuple<Variant, OrbU32, OrbU32>> {
+ protected:
+  const Form* const orb = std::get<0>(GetParam()).form;
+  const OrbU32 from = std::get<1>(GetParam());
+  const OrbU32 to = std::get<2>(GetParam());
+};
 
 TEST_P(CopyBlockSizesTest, copy_sizesAroundEveryBorder_isTheSame) {
-  const auto [from, to] = GetParam();
   FormatAndMount(kMemory, 64, from, "FROM");
   FormatAndMount(kFirst, 64, to, "TO");
   for (const OrbU32 block : {from, to}) {
@@ -147,7 +176,7 @@ TEST_P(CopyBlockSizesTest, copy_sizesAroundEveryBorder_isTheSame) {
         const OrbU32 size = block * blocks + static_cast<OrbU32>(off);
         if (size > 0x7FFFFFFF) continue;
         MakeFile("FROM:F", Pattern(size, size));
-        EXPECT_EQ(Ended(OrbCopyFileA("FROM:F", "TO:F")), Succeeded()) << size;
+        EXPECT_EQ(Ended(orb->copyFile("FROM:F", "TO:F")), Succeeded()) << size;
         EXPECT_EQ(SizeOf("TO:F"), size);
         EXPECT_EQ(Contents("TO:F"), Pattern(size, size)) << size;
         EXPECT_EQ(Ended(OrbDeleteFileA("TO:F")), Succeeded());
@@ -159,12 +188,11 @@ TEST_P(CopyBlockSizesTest, copy_sizesAroundEveryBorder_isTheSame) {
 
 // No more blocks than the data needs, the rest of the last one zero.
 TEST_P(CopyBlockSizesTest, copy_takesTheBlocksItNeeds) {
-  const auto [from, to] = GetParam();
   FormatAndMount(kMemory, 64, from, "FROM");
   for (const OrbU32 size : {1u, 1024u, 1500u, 2048u, 4096u, 5000u, 6144u}) {
     FormatAndMount(kFirst, 64, to, "TO");
     MakeFile("FROM:F", Pattern(1, size));
-    EXPECT_EQ(Ended(OrbCopyFileA("FROM:F", "TO:F")), Succeeded()) << size;
+    EXPECT_EQ(Ended(orb->copyFile("FROM:F", "TO:F")), Succeeded()) << size;
     EXPECT_EQ(Ended(OrbDeleteFileA("FROM:F")), Succeeded());
     Unmount("TO");
     const Image image(kFirst);
@@ -178,48 +206,52 @@ TEST_P(CopyBlockSizesTest, copy_takesTheBlocksItNeeds) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Pairs, CopyBlockSizesTest,
-                         ::testing::Combine(::testing::Values(1024u, 2048u, 4096u, 8192u),
+                         ::testing::Combine(::testing::ValuesIn(EveryFormOnHost()),
+                                            ::testing::Values(1024u, 2048u, 4096u, 8192u),
                                             ::testing::Values(1024u, 2048u, 4096u, 8192u)),
-                         [](const auto& sizes) {
-                           return std::to_string(std::get<0>(sizes.param)) + "to" +
-                                  std::to_string(std::get<1>(sizes.param));
+                         [](const auto& test) {
+                           return std::string(std::get<0>(test.param).form->name) +
+                                  std::to_string(std::get<1>(test.param)) + "to" +
+                                  std::to_string(std::get<2>(test.param));
                          });
 
-TEST_F(ApiTest, copy_largeFile_goesThroughBothMaps) {
-  FormatAndMount(kFirst, 64, 1024, "SMALL");
+TEST_P(CopyOnHostTest, largeFile_goesThroughBothMaps) {
   FormatAndMount(kMemory, 64, 8192, "LARGE");
   const Bytes data = Pattern(1, 300001);
   MakeFile("LARGE:F", data);
-  EXPECT_EQ(Ended(OrbCopyFileA("LARGE:F", "SMALL:F")), Succeeded());
-  EXPECT_EQ(Contents("SMALL:F"), data);
-  EXPECT_EQ(Ended(OrbCopyFileA("SMALL:F", "SMALL:G")), Succeeded());
-  EXPECT_EQ(Contents("SMALL:G"), data);
-  EXPECT_EQ(Ended(OrbCopyFileA("SMALL:G", "LARGE:G")), Succeeded());
+  EXPECT_EQ(Ended(orb->copyFile("LARGE:F", "F")), Succeeded());
+  EXPECT_EQ(Contents("F"), data);
+  EXPECT_EQ(Ended(orb->copyFile("F", "G")), Succeeded());
+  EXPECT_EQ(Contents("G"), data);
+  EXPECT_EQ(Ended(orb->copyFile("G", "LARGE:G")), Succeeded());
   EXPECT_EQ(Contents("LARGE:G"), data);
 }
 
 // ---- Times ----------------------------------------------------------------------------------------------------------
 
-class CopyTimeTest : public ApiTest, public ::testing::WithParamInterface<OrbU32> {};
-
-TEST_P(CopyTimeTest, copy_keepsTheSourcesStamp) {
-  FormatAndMount(kFirst, 64, 1024, "VOL");
-  MakeFile("F", Pattern(1, GetParam()));
+TEST_P(CopyOnHostTest, anySize_keepsTheSourcesStamp) {
+  const std::vector<OrbU32> sizes = {0, 1, 1024, 5000};
+  for (const OrbU32 size : sizes) MakeFile("F" + std::to_string(size), Pattern(1, size));
   Unmount("VOL");
-  MakeOld(kFirst, 2);
+  for (OrbU32 node = 2; node < 2 + sizes.size(); ++node) MakeOld(kFirst, node);
   Mount(kFirst, "VOL");
   FormatAndMount(kSecond, 64, 2048, "OTHER");
-  EXPECT_EQ(Ended(OrbCopyFileA("F", "G")), Succeeded());
-  EXPECT_EQ(Ended(OrbCopyFileA("F", "OTHER:G")), Succeeded());
+  for (const OrbU32 size : sizes) {
+    const std::string name = "F" + std::to_string(size);
+    EXPECT_EQ(Ended(orb->copyFile(name.c_str(), (name + "C").c_str())), Succeeded()) << size;
+    EXPECT_EQ(Ended(orb->copyFile(name.c_str(), ("OTHER:" + name).c_str())), Succeeded()) << size;
+  }
   Unmount("VOL");
   Unmount("OTHER");
   Mount(kFirst, "VOL");
   Mount(kSecond, "OTHER");
-  for (const char* path : {"VOL:/F", "VOL:/G", "OTHER:/G"}) EXPECT_EQ(Find(path).time, kLongAgo) << path;
+  for (const OrbU32 size : sizes) {
+    const std::string name = "F" + std::to_string(size);
+    for (const std::string& path : {name, name + "C", "OTHER:" + name}) EXPECT_EQ(Find(path).time, kLongAgo) << path;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(Sizes, CopyTimeTest, ::testing::Values(0u, 1u, 1024u, 5000u),
-                         ::testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(Forms, CopyOnHostTest, ::testing::ValuesIn(EveryFormOnHost()), VariantName);
 
 }  // namespace
 }  // namespace api

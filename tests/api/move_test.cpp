@@ -62,6 +62,16 @@ TEST_P(MoveTest, sameDirectory_isARename) {
   EXPECT_EQ(Ended(orb->moveFile("D/Y", "D/Z")), Failed(ORB_ERROR_FILE_NOT_FOUND));
 }
 
+TEST_P(MoveTest, target_endingInSeparators_isTheNameBeforeThem) {
+  EXPECT_EQ(Ended(orb->moveFile("F", "D/NEW/")), Succeeded());
+  EXPECT_EQ(Contents("D/NEW"), Pattern(1, 2000));
+  EXPECT_EQ(Ended(orb->moveFile("D/NEW", "D/AGAIN//")), Succeeded());
+  EXPECT_EQ(Ended(orb->moveFile("D/E", "/DIR/")), Succeeded());
+  EXPECT_EQ(List("/*"), (std::vector<std::string>{".", "..", "D", "DIR"}));
+  EXPECT_EQ(List("D/*"), (std::vector<std::string>{".", "..", "G", "AGAIN"}));
+  EXPECT_EQ(Ended(orb->moveFile("D/G", "DIR/")), Failed(ORB_ERROR_FILE_EXISTS));
+}
+
 TEST_P(MoveTest, sameDirectory_openFile_isRenamed) {
   const OrbHandle file = Open("F");
   EXPECT_EQ(Ended(orb->moveFile("F", "X")), Succeeded());
@@ -143,6 +153,28 @@ TEST_P(MoveTest, targetDirectoryMissing_holdsTheSourcesDirectory) {
   EXPECT_EQ(List("D/EE/*"), (std::vector<std::string>{".", "..", "X"}));
 }
 
+TEST_P(MoveTest, targetNotResolved_whateverTheReason_holdsTheSourcesDirectory) {
+  const struct {
+    std::string target;
+    OrbU32 code;
+  } cases[] = {{"", ORB_ERROR_PATH_NOT_FOUND},
+               {"OTHER:X", ORB_ERROR_NOT_MOUNTED},
+               {"A B:X", ORB_ERROR_INVALID_NAME},
+               {std::string(30, 'N'), ORB_ERROR_INVALID_NAME},
+               {std::string(30, 'N') + "/X", ORB_ERROR_INVALID_NAME},
+               {"F/X", ORB_ERROR_PATH_NOT_FOUND}};
+  int number = 0;
+  for (const auto& each : cases) {
+    const std::string directory = "S" + std::to_string(number++);
+    EXPECT_EQ(Ended(orb->createDirectory(directory.c_str())), Succeeded());
+    MakeFile(directory + "/X", Pattern(3, 100));
+    EXPECT_EQ(Ended(orb->moveFile((directory + "/X").c_str(), each.target.c_str())), Failed(each.code)) << each.target;
+    EXPECT_EQ(Contents(directory + "/X"), Pattern(3, 100)) << each.target;
+    EXPECT_EQ(Ended(orb->deleteFile((directory + "/X").c_str())), Succeeded()) << each.target;
+    EXPECT_EQ(Ended(orb->deleteFile(directory.c_str())), Failed(ORB_ERROR_IN_USE)) << each.target;
+  }
+}
+
 TEST_P(MoveTest, sourceDirectoryMissing_holdsNothing) {
   EXPECT_EQ(Ended(orb->moveFile("MISSING/X", "D/E/X")), Failed(ORB_ERROR_PATH_NOT_FOUND));
   EXPECT_EQ(Ended(orb->deleteFile("D/E")), Succeeded());
@@ -152,12 +184,11 @@ INSTANTIATE_TEST_SUITE_P(Forms, MoveTest, ::testing::ValuesIn(EveryVariant()), V
 
 // ---- Bytes and times ------------------------------------------------------------------------------------------------
 
-class MoveImageTest : public ApiTest {
+class MoveImageTest : public VolumeTest {
  protected:
   // Node 2 is /F, node 3 /D; all of them old.
   void SetUp() override {
-    ApiTest::SetUp();
-    FormatAndMount(kFirst, 64, 1024, "VOL");
+    VolumeTest::SetUp();
     MakeFile("F", Pattern(1, 100));
     EXPECT_EQ(Ended(OrbCreateDirectoryA("D")), Succeeded());
     Unmount("VOL");
@@ -166,22 +197,22 @@ class MoveImageTest : public ApiTest {
   }
 };
 
-TEST_F(MoveImageTest, move_toAnotherDirectory_stampsBothDirectoriesOnly) {
+TEST_P(MoveImageTest, move_toAnotherDirectory_stampsBothDirectoriesOnly) {
   const std::string before = Now();
-  EXPECT_EQ(Ended(OrbMoveFileA("F", "D/F")), Succeeded());
+  EXPECT_EQ(Ended(orb->moveFile("F", "D/F")), Succeeded());
   EXPECT_EQ(Find("D/F").time, kLongAgo);
   EXPECT_LE(before, Find("D").time);
   EXPECT_LE(before, Find("/.").time);
 }
 
-TEST_F(MoveImageTest, move_withinTheDirectory_stampsNothing) {
-  EXPECT_EQ(Ended(OrbMoveFileA("F", "G")), Succeeded());
+TEST_P(MoveImageTest, move_withinTheDirectory_stampsNothing) {
+  EXPECT_EQ(Ended(orb->moveFile("F", "G")), Succeeded());
   EXPECT_EQ(Find("G").time, kLongAgo);
   EXPECT_EQ(Find("/.").time, kLongAgo);
 }
 
-TEST_F(MoveImageTest, move_keepsNodeAndBlocks) {
-  EXPECT_EQ(Ended(OrbMoveFileA("F", "D/F")), Succeeded());
+TEST_P(MoveImageTest, move_keepsNodeAndBlocks) {
+  EXPECT_EQ(Ended(orb->moveFile("F", "D/F")), Succeeded());
   Unmount("VOL");
   const Image image(kFirst);
   EXPECT_EQ(image.U16(image.Block(image.Direct(3, 0)) + 64), 2u);
@@ -190,13 +221,15 @@ TEST_F(MoveImageTest, move_keepsNodeAndBlocks) {
   EXPECT_EQ(image.U32(52), 0u);
 }
 
-TEST_F(MoveImageTest, heldDirectory_isFreeAfterItsVolumeWasUnmounted) {
-  EXPECT_EQ(Ended(OrbMoveFileA("D/X", "MISSING/X")), Failed(ORB_ERROR_PATH_NOT_FOUND));
-  EXPECT_EQ(Ended(OrbDeleteFileA("D")), Failed(ORB_ERROR_IN_USE));
+TEST_P(MoveImageTest, heldDirectory_isFreeAfterItsVolumeWasUnmounted) {
+  EXPECT_EQ(Ended(orb->moveFile("D/X", "MISSING/X")), Failed(ORB_ERROR_PATH_NOT_FOUND));
+  EXPECT_EQ(Ended(orb->deleteFile("D")), Failed(ORB_ERROR_IN_USE));
   Unmount("VOL");
   Mount(kFirst, "VOL");
-  EXPECT_EQ(Ended(OrbDeleteFileA("D")), Succeeded());
+  EXPECT_EQ(Ended(orb->deleteFile("D")), Succeeded());
 }
+
+INSTANTIATE_TEST_SUITE_P(Forms, MoveImageTest, ::testing::ValuesIn(EveryFormOnHost()), VariantName);
 
 }  // namespace
 }  // namespace api

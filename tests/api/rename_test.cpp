@@ -111,25 +111,25 @@ INSTANTIATE_TEST_SUITE_P(Forms, RenameTest, ::testing::ValuesIn(EveryVariant()),
 
 // ---- Bytes and times ------------------------------------------------------------------------------------------------
 
-TEST_F(ApiTest, rename_stampsNothing) {
-  FormatAndMount(kFirst, 64, 1024, "VOL");
+class RenameImageTest : public VolumeTest {};
+
+TEST_P(RenameImageTest, rename_stampsNothing) {
   MakeFile("F");
   Unmount("VOL");
   MakeOld(kFirst, 1);
   MakeOld(kFirst, 2);
   Mount(kFirst, "VOL");
-  EXPECT_EQ(Ended(OrbRenameFileA("F", "G")), Succeeded());
+  EXPECT_EQ(Ended(orb->renameFile("F", "G")), Succeeded());
   EXPECT_EQ(Find("G").time, kLongAgo);
   EXPECT_EQ(Find("/.").time, kLongAgo);
 }
 
-TEST_F(ApiTest, rename_writesOneEntryAndLeavesTheRest) {
-  FormatAndMount(kFirst, 64, 1024, "VOL");
+TEST_P(RenameImageTest, rename_writesOneEntryAndLeavesTheRest) {
   MakeFile("LONGER");
   Unmount("VOL");
   Bytes expected = ReadWhole(kFirst);
   Mount(kFirst, "VOL");
-  EXPECT_EQ(Ended(OrbRenameFileA("LONGER", "ab")), Succeeded());
+  EXPECT_EQ(Ended(orb->renameFile("LONGER", "ab")), Succeeded());
   Unmount("VOL");
   const std::size_t name = Image(kFirst).Block(2) + 66;
   expected[name] = 'A';
@@ -137,6 +137,8 @@ TEST_F(ApiTest, rename_writesOneEntryAndLeavesTheRest) {
   expected[name + 2] = 0;
   EXPECT_EQ(ReadWhole(kFirst), expected);
 }
+
+INSTANTIATE_TEST_SUITE_P(Forms, RenameImageTest, ::testing::ValuesIn(EveryFormOnHost()), VariantName);
 
 }  // namespace
 }  // namespace api
