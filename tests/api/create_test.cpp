@@ -230,23 +230,38 @@ TEST_F(ApiTest, nodes_beyondTheTable_failNoFreeNode) {
 
 // ---- A container that cannot grow -------------------------------------------------------------------------------------
 
-class FullContainerTest : public ApiTest {
+class FullContainerTest : public ApiTest, public ::testing::WithParamInterface<Variant> {
  protected:
-  // Lengthens the container to `size` bytes with nothing in between, and mounts it.
-  void MountGrown(std::size_t size) {
-    Format(kFirst, 64, 1024);
+  static constexpr OrbU32 kNodes = 40;
+  static constexpr std::size_t kLimit = 0x80000000u;
+
+  void SetUp() override {
+    ApiTest::SetUp();
+    FormatAndMount(kFirst, kNodes / 8, 1024, "VOL");
+  }
+
+  // Lengthens the container to `size` bytes with nothing in between.
+  void Grow(std::size_t size) {
+    Unmount("VOL");
     Patch(kFirst, size - 1, {0});
     Mount(kFirst, "VOL");
   }
 
-  static constexpr std::size_t kLimit = 0x80000000u;
+  // The container was left clean.
+  void MountAgain() {
+    Unmount("VOL");
+    Mount(kFirst, "VOL");
+  }
+
+  const Form* const orb = GetParam().form;
 };
 
-TEST_F(FullContainerTest, growthReaching2GiB_failsVolumeFullAndIsUndone) {
-  MountGrown(kLimit - 1024);
-  EXPECT_EQ(Ended(OrbCreateDirectoryA("D")), Failed(ORB_ERROR_VOLUME_FULL));
+TEST_P(FullContainerTest, growthReaching2GiB_failsVolumeFullAndIsUndone) {
+  Grow(kLimit - 1024);
+  EXPECT_EQ(Ended(orb->createDirectory("D")), Failed(ORB_ERROR_VOLUME_FULL));
+  EXPECT_EQ(Ended(orb->createFile("D", ORB_ATTRIBUTE_DIRECTORY)), Failed(ORB_ERROR_VOLUME_FULL));
   EXPECT_EQ(List("*"), (std::vector<std::string>{".", ".."}));
-  MakeFile("F");  // needs no block, and finds node 2 free again
+  EXPECT_EQ(Ended(orb->createFile("F", 0)), Succeeded());  // needs no block, and finds node 2 free again
   const OrbHandle file = Open("F");
   unsigned char byte = 1;
   OrbU32 done = 7;
@@ -255,14 +270,16 @@ TEST_F(FullContainerTest, growthReaching2GiB_failsVolumeFullAndIsUndone) {
   EXPECT_EQ(Ended(OrbSetFileSize(file, 1)), Failed(ORB_ERROR_VOLUME_FULL));
   EXPECT_EQ(Ended(OrbGetFileSize(file)), Succeeded(0));
   Close(file);
-  Unmount("VOL");
-  Mount(kFirst, "VOL");  // clean
+  MountAgain();
   EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "F"}));
 }
 
-TEST_F(FullContainerTest, growthJustBelow2GiB_succeedsOnce) {
-  MountGrown(kLimit - 1025);
-  MakeFile("F");
+TEST_P(FullContainerTest, growthJustBelow2GiB_succeedsOnce) {
+  Grow(kLimit - 1025);
+  EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
+  EXPECT_EQ(Ended(orb->createDirectory("E")), Failed(ORB_ERROR_VOLUME_FULL));
+  EXPECT_EQ(Ended(orb->deleteFile("D")), Succeeded());
+  EXPECT_EQ(Ended(orb->createFile("F", 0)), Succeeded());
   const OrbHandle file = Open("F");
   const Bytes data = Pattern(1, 3000);
   OrbU32 done = 0;
@@ -274,15 +291,71 @@ TEST_F(FullContainerTest, growthJustBelow2GiB_succeedsOnce) {
   Close(file);
 }
 
-TEST_F(FullContainerTest, copy_withoutSpace_isUndone) {
-  MountGrown(kLimit - 1025);
+// Nodes 1 to 16 fill a block.
+TEST_P(FullContainerTest, noRoomForTheNode_failsVolumeFullAndIsUndone) {
+  for (int i = 2; i <= 16; ++i) MakeFile("F" + std::to_string(i));
+  Grow(kLimit - 1024);
+  EXPECT_EQ(Ended(orb->createFile("X", 0)), Failed(ORB_ERROR_VOLUME_FULL));
+  EXPECT_EQ(Ended(orb->createDirectory("X")), Failed(ORB_ERROR_VOLUME_FULL));
+  EXPECT_EQ(Ended(orb->copyFile("F2", "X")), Failed(ORB_ERROR_VOLUME_FULL));
+  EXPECT_EQ(List("*").size(), 17u);
+  EXPECT_EQ(Ended(orb->deleteFile("F5")), Succeeded());
+  EXPECT_EQ(Ended(orb->createFile("X", 0)), Succeeded());
+  MountAgain();
+  EXPECT_EQ(Ended(orb->getFileAttributes("X")), Succeeded(0));
+}
+
+// 30 names fill a directory's block; with them, their directory, the root and F, 33 nodes are taken.
+TEST_P(FullContainerTest, noRoomForTheName_failsVolumeFullAndIsUndone) {
+  EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
+  for (int i = 0; i < 30; ++i) MakeFile("D/N" + std::to_string(i));
+  MakeFile("F");
+  Grow(kLimit - 1024);
+  for (OrbU32 times = 0; times < kNodes; ++times) {  // often enough to use up all nodes, were they not given back
+    EXPECT_EQ(Ended(orb->createFile("D/X", 0)), Failed(ORB_ERROR_VOLUME_FULL));
+    EXPECT_EQ(Ended(orb->createDirectory("D/X")), Failed(ORB_ERROR_VOLUME_FULL));
+    EXPECT_EQ(Ended(orb->copyFile("F", "D/X")), Failed(ORB_ERROR_VOLUME_FULL));
+    EXPECT_EQ(Ended(orb->moveFile("F", "D/X")), Failed(ORB_ERROR_VOLUME_FULL));
+  }
+  EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "D", "F"}));
+  EXPECT_EQ(List("D/*").size(), 32u);
+  EXPECT_EQ(SizeOf("D"), 1024u);
+  for (OrbU32 node = 34; node <= kNodes; ++node) MakeFile("G" + std::to_string(node));
+  EXPECT_EQ(Ended(orb->createFile("X", 0)), Failed(ORB_ERROR_NO_FREE_NODE));
+  EXPECT_EQ(Ended(orb->renameFile("D/N7", "R")), Succeeded());  // needs no room
+  EXPECT_EQ(Ended(orb->deleteFile("D/R")), Succeeded());
+  EXPECT_EQ(Ended(orb->moveFile("F", "D/X")), Succeeded());
+  MountAgain();
+  EXPECT_EQ(List("D/*").size(), 32u);
+  EXPECT_EQ(Ended(orb->getFileAttributes("D/X")), Succeeded(0));
+}
+
+TEST_P(FullContainerTest, copy_withoutSpace_isUndone) {
+  Grow(kLimit - 1025);
   MakeFile("F", Pattern(1, 1000));
-  EXPECT_EQ(Ended(OrbCopyFileA("F", "G")), Failed(ORB_ERROR_VOLUME_FULL));
+  EXPECT_EQ(Ended(orb->copyFile("F", "G")), Failed(ORB_ERROR_VOLUME_FULL));
   EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "F"}));
-  EXPECT_EQ(Ended(OrbDeleteFileA("F")), Succeeded());
+  EXPECT_EQ(Ended(orb->deleteFile("F")), Succeeded());
   MakeFile("G", Pattern(2, 1000));  // in the block that came free
   EXPECT_EQ(Contents("G"), Pattern(2, 1000));
 }
+
+TEST_P(FullContainerTest, copy_outOfSpaceHalfWay_givesBackWhatItTook) {
+  MakeFile("F", Pattern(1, 3000));
+  MakeFile("E", Pattern(2, 2048));
+  Grow(kLimit - 1024);
+  EXPECT_EQ(Ended(orb->deleteFile("E")), Succeeded());
+  for (int times = 0; times < 3; ++times) {
+    EXPECT_EQ(Ended(orb->copyFile("F", "G")), Failed(ORB_ERROR_VOLUME_FULL));
+    EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "F"}));
+  }
+  MountAgain();
+  MakeFile("G", Pattern(3, 2048));  // in the two blocks, which are free again
+  EXPECT_EQ(Contents("F"), Pattern(1, 3000));
+  EXPECT_EQ(Contents("G"), Pattern(3, 2048));
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, FullContainerTest, ::testing::ValuesIn(EveryFormOnHost()), VariantName);
 
 }  // namespace
 }  // namespace api
