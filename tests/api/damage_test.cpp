@@ -37,7 +37,7 @@ class DamageTest : public ApiTest {
     Mount(kFirst, "VOL");
   }
 
-  Outcome Attributes(const char* path) { return Ended(OrbGetFileAttributesA(path)); }
+  Outcome Attributes(const char* path) { return Ended(orb->getFileAttributes(path)); }
 
   // What reading a file's first so many bytes comes to, and how many of them.
   Outcome Read(const char* path, OrbU32 count, OrbU32* done) {
@@ -49,56 +49,102 @@ class DamageTest : public ApiTest {
     return outcome;
   }
 
+  const Form* orb = &kAnsiForm;
   const Outcome damaged_ = Failed(ORB_ERROR_DAMAGED_RECORD);
   Bytes sound_;
 };
 
+// The calls with a path, in both forms.
+class DamageFormTest : public DamageTest, public ::testing::WithParamInterface<Variant> {
+ protected:
+  void SetUp() override {
+    DamageTest::SetUp();
+    orb = GetParam().form;
+  }
+
+  // What the calls come to whose object is /G, named in a sound directory, where its node cannot be had.
+  void ExpectNodeOfGToFail(OrbU32 code) {
+    std::string full;
+    Found found;
+    EXPECT_EQ(Ended(orb->getFullPathName(&full, "G")), Succeeded());
+    EXPECT_EQ(Ended(orb->createFile("G", 0)), Failed(ORB_ERROR_FILE_EXISTS));
+    EXPECT_EQ(Ended(orb->createDirectory("G")), Failed(ORB_ERROR_FILE_EXISTS));
+    EXPECT_EQ(Ended(orb->copyFile("G", "X")), Failed(code));
+    EXPECT_EQ(Ended(orb->moveFile("G", "D/X")), Failed(code));
+    EXPECT_EQ(Ended(orb->deleteFile("G")), Failed(code));
+    EXPECT_EQ(Ended(orb->getFileAttributes("G")), Failed(code, ORB_INVALID_ATTRIBUTES));
+    EXPECT_EQ(Ended(orb->setFileAttributes("G", 1)), Failed(code));
+    EXPECT_EQ(Ended(orb->openFile("G", ORB_OPEN_READ)), Failed(code, ORB_INVALID_HANDLE));
+    EXPECT_EQ(Ended(orb->setCurrentDirectory("G")), Failed(code));
+    EXPECT_EQ(Ended(orb->findFirstFile("G", &found)), Failed(code, ORB_INVALID_HANDLE));
+    ExpectEveryPathCallToFail(*orb, "G/X", code);
+
+    const OrbHandle search = orb->findFirstFile("*", &found);
+    for (const char* name : {"..", "D", "BIG"}) {
+      EXPECT_EQ(Ended(orb->findNextFile(search, &found)), Succeeded());
+      EXPECT_EQ(found.name, name);
+    }
+    EXPECT_EQ(Ended(orb->findNextFile(search, &found)), Failed(code));
+    EXPECT_EQ(Ended(orb->findNextFile(search, &found)), Failed(ORB_ERROR_NO_MORE_ENTRIES));
+    EXPECT_EQ(Ended(OrbFindClose(search)), Succeeded());
+
+    EXPECT_EQ(Ended(orb->renameFile("G", "H")), Succeeded());  // a matter of the directory alone
+    EXPECT_EQ(List("D/*"), (std::vector<std::string>{".", "..", "E"}));
+    EXPECT_EQ(Attributes("H"), Failed(code, ORB_INVALID_ATTRIBUTES));
+  }
+
+  // What all calls come to that have to look into /D, where that cannot be read.
+  void ExpectDirectoryDToFail(OrbU32 code) {
+    for (const char* path : {"D/E", "D/X", "/D/E/F", "D/.", "VOL:/D/.."}) ExpectEveryPathCallToFail(*orb, path, code);
+    EXPECT_EQ(Ended(orb->copyFile("G", "D/X")), Failed(code));
+    EXPECT_EQ(Ended(orb->moveFile("G", "D/X")), Failed(code));
+    EXPECT_EQ(Ended(orb->deleteFile("D")), Failed(code));
+    EXPECT_EQ(Contents("G"), Pattern(3, 10));
+    EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "D", "BIG", "G"}));
+  }
+};
+
 // ---- Entries and nodes ------------------------------------------------------------------------------------------------
 
-TEST_F(DamageTest, entry_numberAboveTheBitmap_failsDamagedRecord) {
+TEST_P(DamageFormTest, entry_numberAboveTheBitmap_failsDamagedRecord) {
   MountWithEntry(1, 4, 8 * 64 + 1);
-  EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_ATTRIBUTES));
-  EXPECT_EQ(Ended(OrbOpenFileA("G", 0)), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_HANDLE));
-  EXPECT_EQ(Ended(OrbDeleteFileA("G")), damaged_);
-  OrbFindDataA found;
-  EXPECT_EQ(Ended(OrbFindFirstFileA("G", &found)), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_HANDLE));
-  EXPECT_EQ(Attributes("BIG"), Succeeded(0));
+  ExpectNodeOfGToFail(ORB_ERROR_DAMAGED_RECORD);
 }
 
-TEST_F(DamageTest, entry_numberWithoutANodeBlock_failsDamagedRecord) {
+TEST_P(DamageFormTest, entry_numberWithoutANodeBlock_failsDamagedRecord) {
   MountWithEntry(1, 4, 100);
   EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_ATTRIBUTES));
 }
 
-TEST_F(DamageTest, entry_largestNumber_failsDamagedRecord) {
+TEST_P(DamageFormTest, entry_largestNumber_failsDamagedRecord) {
   MountWithEntry(1, 4, 0xFFFF);
   EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_ATTRIBUTES));
 }
 
-TEST_F(DamageTest, entry_nameWithoutEnd_isCutAt29Characters) {
+TEST_P(DamageFormTest, entry_nameWithoutEnd_isCutAt29Characters) {
   const Image image(kFirst);
   Patch(kFirst, image.Block(image.Direct(kE, 0)) + 64 + 2, Bytes(30, 'Z'));
   Mount(kFirst, "VOL");
   EXPECT_EQ(List("D/E/*"), (std::vector<std::string>{".", "..", std::string(29, 'Z')}));
   std::string full;
   EXPECT_EQ(Ended(OrbFindClose(0x20000)), Failed(ORB_ERROR_INVALID_HANDLE));
-  EXPECT_EQ(Ended(kWideForm.getFullPathName(&full, "D/E/.")), Succeeded());
+  EXPECT_EQ(Ended(orb->getFullPathName(&full, "D/E/.")), Succeeded());
   EXPECT_EQ(full, "VOL:/D/E");
 }
 
-TEST_F(DamageTest, node_deletedThoughFreeInTheBitmap_failsDamagedRecord) {
+TEST_P(DamageFormTest, node_deletedThoughFreeInTheBitmap_failsDamagedRecord) {
   Patch(kFirst, 1024, {0xFF});
   Mount(kFirst, "VOL");
-  EXPECT_EQ(Ended(OrbDeleteFileA("G")), damaged_);
+  EXPECT_EQ(Ended(orb->deleteFile("G")), damaged_);
   EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
 }
 
-TEST_F(DamageTest, table_blockBeyondTheEnd_failsDamagedVolume) {
+TEST_P(DamageFormTest, table_blockBeyondTheEnd_failsDamagedVolume) {
   PatchU32(kFirst, 132, 100000);
   const Image image(kFirst);
   PatchU16(kFirst, image.Block(2) + 32 * 4, 20);
   Mount(kFirst, "VOL");
-  EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_DAMAGED_VOLUME, ORB_INVALID_ATTRIBUTES));
+  ExpectNodeOfGToFail(ORB_ERROR_DAMAGED_VOLUME);
 }
 
 // ---- Files ------------------------------------------------------------------------------------------------------------
@@ -167,63 +213,85 @@ TEST_F(DamageTest, file_blockMissing_isNotOverwrittenEither) {
   Close(file);
 }
 
-TEST_F(DamageTest, file_blockMissing_isNotCopied) {
+TEST_P(DamageFormTest, file_blockMissing_isNotCopied) {
   MountWithNode(kF, 32 + 4 * 2, 0);
-  EXPECT_EQ(Ended(OrbCopyFileA("D/E/F", "COPY")), damaged_);
+  EXPECT_EQ(Ended(orb->copyFile("D/E/F", "COPY")), damaged_);
   EXPECT_EQ(Attributes("COPY"), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
 }
 
-TEST_F(DamageTest, file_blockBeyondTheEnd_cannotBeGivenBack) {
+TEST_P(DamageFormTest, file_blockBeyondTheEnd_isNotCopied) {
+  MountWithNode(kF, 32 + 4 * 2, 100000);
+  EXPECT_EQ(Ended(orb->copyFile("D/E/F", "COPY")), Failed(ORB_ERROR_DAMAGED_VOLUME));
+  EXPECT_EQ(Attributes("COPY"), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
+}
+
+TEST_P(DamageFormTest, file_blockBeyondTheEnd_cannotBeGivenBack) {
   MountWithNode(kG, 32, 100000);
-  EXPECT_EQ(Ended(OrbDeleteFileA("G")), damaged_);
+  EXPECT_EQ(Ended(orb->deleteFile("G")), damaged_);
   EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
 }
 
 // ---- Directories ------------------------------------------------------------------------------------------------------
 
-TEST_F(DamageTest, directory_ofNoSize_failsDamagedRecord) {
+TEST_P(DamageFormTest, directory_ofNoSize_failsDamagedRecord) {
   MountWithNode(kD, 16, 0);
   EXPECT_EQ(Attributes("D/E"), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_ATTRIBUTES));
-  EXPECT_EQ(Ended(OrbCreateFileA("D/X", 0)), damaged_);
-  EXPECT_EQ(Ended(OrbDeleteFileA("D/E")), damaged_);
+  EXPECT_EQ(Ended(orb->createFile("D/X", 0)), damaged_);
+  EXPECT_EQ(Ended(orb->deleteFile("D/E")), damaged_);
 }
 
-TEST_F(DamageTest, directory_sizeBeyondItsBlocks_failsDamagedRecord) {
+TEST_P(DamageFormTest, directory_sizeBeyondItsBlocks_failsDamagedRecord) {
   MountWithNode(kD, 16, 0x00100000);
   EXPECT_EQ(Attributes("D/E"), Succeeded(8));  // found before the end of what there is
-  EXPECT_EQ(Ended(OrbCreateFileA("D/E/X", 0)), Succeeded());
+  EXPECT_EQ(Ended(orb->createFile("D/E/X", 0)), Succeeded());
 }
 
-TEST_F(DamageTest, directory_blockMissing_failsDamagedRecord) {
+TEST_P(DamageFormTest, directory_blockMissing_failsDamagedRecord) {
   MountWithNode(kD, 32, 0);
-  EXPECT_EQ(Attributes("D/E"), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_ATTRIBUTES));
-  OrbFindDataA found;
-  EXPECT_EQ(Ended(OrbFindFirstFileA("D/*", &found)), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_HANDLE));
+  ExpectDirectoryDToFail(ORB_ERROR_DAMAGED_RECORD);
 }
 
-TEST_F(DamageTest, directory_blockBeyondTheEnd_failsDamagedVolume) {
+TEST_P(DamageFormTest, directory_blockBeyondTheEnd_failsDamagedVolume) {
   MountWithNode(kD, 32, 100000);
-  EXPECT_EQ(Attributes("D/E"), Failed(ORB_ERROR_DAMAGED_VOLUME, ORB_INVALID_ATTRIBUTES));
+  ExpectDirectoryDToFail(ORB_ERROR_DAMAGED_VOLUME);
+}
+
+// A directory need not be readable to become the current one.
+TEST_P(DamageFormTest, currentDirectory_parentOfNoNode_failsDamagedRecord) {
+  MountWithEntry(kE, 1, 8 * 64 + 1);
+  EXPECT_EQ(Ended(orb->setCurrentDirectory("D/E")), Succeeded());
+  std::string path = "x";
+  EXPECT_EQ(Ended(orb->getCurrentDirectory(&path)), damaged_);
+  EXPECT_EQ(path, "");
+  EXPECT_EQ(Attributes("F"), Succeeded(0));
+}
+
+TEST_P(DamageFormTest, currentDirectory_blockBeyondTheEnd_failsDamagedVolume) {
+  MountWithNode(kE, 32, 100000);
+  EXPECT_EQ(Ended(orb->setCurrentDirectory("D/E")), Succeeded());
+  std::string path = "x";
+  EXPECT_EQ(Ended(orb->getCurrentDirectory(&path)), Failed(ORB_ERROR_DAMAGED_VOLUME));
+  EXPECT_EQ(path, "");
 }
 
 // E says that it is its own parent: there is no way up from it.
-TEST_F(DamageTest, directory_itsOwnParent_failsWithoutHanging) {
+TEST_P(DamageFormTest, directory_itsOwnParent_failsWithoutHanging) {
   MountWithEntry(kE, 1, kE);
-  char full[ORB_PATH_BUFFER];
-  EXPECT_EQ(Ended(OrbGetFullPathNameA(full, "D/E/F")), Failed(ORB_ERROR_PATH_TOO_LONG));
-  EXPECT_EQ(Ended(OrbCreateDirectoryA("X")), Succeeded());
-  EXPECT_EQ(Ended(OrbMoveFileA("X", "D/E/X")), damaged_);
-  EXPECT_EQ(Ended(OrbSetCurrentDirectoryA("D/E")), Succeeded());
-  EXPECT_EQ(Ended(OrbGetCurrentDirectoryA(full)), Failed(ORB_ERROR_PATH_NOT_FOUND));
+  std::string full;
+  EXPECT_EQ(Ended(orb->getFullPathName(&full, "D/E/F")), Failed(ORB_ERROR_PATH_TOO_LONG));
+  EXPECT_EQ(Ended(orb->createDirectory("X")), Succeeded());
+  EXPECT_EQ(Ended(orb->moveFile("X", "D/E/X")), damaged_);
+  EXPECT_EQ(Ended(orb->setCurrentDirectory("D/E")), Succeeded());
+  EXPECT_EQ(Ended(orb->getCurrentDirectory(&full)), Failed(ORB_ERROR_PATH_NOT_FOUND));
 }
 
 // D is an entry of E too: the tree has become a ring.
-TEST_F(DamageTest, directory_ringOfTwo_failsWithoutHanging) {
+TEST_P(DamageFormTest, directory_ringOfTwo_failsWithoutHanging) {
   MountWithEntry(kD, 1, kE);
-  char full[ORB_PATH_BUFFER];
-  EXPECT_EQ(Ended(OrbGetFullPathNameA(full, "D/E/F")), Failed(ORB_ERROR_PATH_TOO_LONG));
-  EXPECT_EQ(Ended(OrbCreateDirectoryA("X")), Succeeded());
-  EXPECT_EQ(Ended(OrbMoveFileA("X", "D/E/X")), damaged_);
+  std::string full;
+  EXPECT_EQ(Ended(orb->getFullPathName(&full, "D/E/F")), Failed(ORB_ERROR_PATH_TOO_LONG));
+  EXPECT_EQ(Ended(orb->createDirectory("X")), Succeeded());
+  EXPECT_EQ(Ended(orb->moveFile("X", "D/E/X")), damaged_);
 }
 
 // ---- The free chain -----------------------------------------------------------------------------------------------------
@@ -242,6 +310,8 @@ TEST_F(DamageTest, chain_nextRecordDamaged_failsWhenItIsNeeded) {
   EXPECT_EQ(Ended(OrbSetFileSize(file, 200 * 1024)), damaged_);
   Close(file);
 }
+
+INSTANTIATE_TEST_SUITE_P(Forms, DamageFormTest, ::testing::ValuesIn(EveryFormOnHost()), VariantName);
 
 // ---- Anything at all ------------------------------------------------------------------------------------------------------
 
