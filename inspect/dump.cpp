@@ -145,21 +145,22 @@ std::string EntryLines(const Model& model, std::uint64_t offset, const Bytes& by
   return text;
 }
 
-// Numbers in a row, such as "12 to 15".
-std::string Run(std::uint64_t first, std::uint64_t count) {
-  return count == 1 ? to_string(first) : to_string(first) + " to " + to_string(first + count - 1);
+// Numbers in a row: "block 12", "blocks 12 to 15".
+std::string Run(const char* one, const char* many, std::uint64_t first, std::uint64_t count) {
+  if (count == 1) return one + (" " + to_string(first));
+  return many + (" " + to_string(first) + " to " + to_string(first + count - 1));
 }
 
 // The words at `bytes`, a line for each run of consecutive block numbers.
 std::string WordLines(std::uint64_t offset, const std::uint8_t* bytes, std::uint32_t words, std::uint64_t first,
-                      const char* name) {
+                      const char* one, const char* many) {
   std::string text;
   for (std::uint32_t i = 0; i < words;) {
     const std::uint32_t block = Get32(bytes + 4 * i);
     std::uint32_t run = 1;
     while (i + run < words && Get32(bytes + 4 * (i + run)) == (block == 0 ? 0 : block + run)) ++run;
-    const std::string meaning = block == 0 ? "none" : (run == 1 ? "block " : "blocks ") + Run(block, run);
-    text += Field(offset + 4 * i, bytes + 4 * i, 4 * run, name + (" " + Run(first + i, run)), meaning);
+    const std::string meaning = block == 0 ? "none" : Run("block", "blocks", block, run);
+    text += Field(offset + 4 * i, bytes + 4 * i, 4 * run, Run(one, many, first + i, run), meaning);
     i += run;
   }
   return text;
@@ -171,7 +172,7 @@ std::string ChainLines(std::uint64_t offset, const Bytes& bytes) {
   const std::uint32_t count = Get32(&bytes[8]);
   const auto capacity = static_cast<std::uint32_t>((bytes.size() - kFreeChainHeader) / 4);
   text += Field(offset + 8, &bytes[8], 4, "count", to_string(count) + " of " + to_string(capacity));
-  return text + WordLines(offset + 12, &bytes[12], std::min(count, capacity), 1, "entry");
+  return text + WordLines(offset + 12, &bytes[12], std::min(count, capacity), 1, "entry", "entries");
 }
 
 std::string NotHeld(const char* what, std::uint64_t number) {
@@ -224,8 +225,9 @@ std::string DumpTable(const Report& report) {
     std::uint8_t bytes[4];
     Put32(bytes, model.table[i]);
     const std::uint32_t perBlock = model.geometry.nodesPerBlock();
-    text += Field(kHeaderSize + 4 * i, bytes, 4, "entry " + to_string(i),
-                  "block " + to_string(model.table[i]) + ": nodes " + Run(std::uint64_t{i} * perBlock + 1, perBlock));
+    text += Field(
+        kHeaderSize + 4 * i, bytes, 4, "entry " + to_string(i),
+        "block " + to_string(model.table[i]) + ": " + Run("node", "nodes", std::uint64_t{i} * perBlock + 1, perBlock));
   }
   return text + "all other entries are zero\n";
 }
@@ -242,7 +244,7 @@ std::string DumpBitmap(const Report& report) {
     while (number + run <= numbers && model.IsFreeBit(number + run) == free) ++run;
     const std::uint32_t byte = (number - 1) / 8;
     const std::uint32_t last = (number + run - 2) / 8;
-    text += Field(kBitmapOffset + byte, &model.bitmap[byte], last - byte + 1, "nodes " + Run(number, run),
+    text += Field(kBitmapOffset + byte, &model.bitmap[byte], last - byte + 1, Run("node", "nodes", number, run),
                   free ? "free" : "in use");
     number += run;
   }
@@ -278,7 +280,7 @@ std::string DumpBlock(const Image& image, const Report& report, std::uint32_t bl
     case BlockUse::kDirectory:
       return head + EntryLines(model, offset, bytes, info.index * geometry.entriesPerBlock());
     case BlockUse::kMap:
-      return head + WordLines(offset, bytes.data(), geometry.mapSlots(), 0, "slot");
+      return head + WordLines(offset, bytes.data(), geometry.mapSlots(), 0, "slot", "slots");
     case BlockUse::kChainRecord:
       return head + ChainLines(offset, bytes);
     case BlockUse::kNothing:

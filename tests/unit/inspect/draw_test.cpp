@@ -66,6 +66,10 @@ TEST(Dump, bitmap) {
   EXPECT_EQ(DumpBitmap(Checked(Small()).report),
             "00000400  0f                          nodes 1 to 4        in use\n"
             "00000400  0f ff ff ff ff ff ff ff ..  nodes 5 to 256      free\n");
+  ImageBuilder hole = Small();
+  hole.SetFree(2, true);
+  EXPECT_EQ(Line(DumpBitmap(Checked(hole).report), 1),
+            "00000400  4f                          node 2              free");
   EXPECT_EQ(DumpBitmap(Checked(ImageBuilder(1024, 0)).report),
             "the bitmap is empty: the volume holds the root alone\n");
 }
@@ -97,7 +101,7 @@ TEST(Dump, blocks) {
   EXPECT_EQ(dump(13),
             "block 13: block map of /D/B from logical block 6\n"
             "00003420  0c 00 00 00                 slot 0              block 12\n"
-            "00003424  00 00 00 00 00 00 00 00 ..  slot 1 to 255       none\n");
+            "00003424  00 00 00 00 00 00 00 00 ..  slots 1 to 255      none\n");
   EXPECT_EQ(Line(dump(12), 0), "block 12: logical block 6 of file /D/B");
   EXPECT_EQ(dump(14),
             "block 14: nothing names it\n"
