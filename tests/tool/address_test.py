@@ -63,7 +63,8 @@ class AddressTest(ToolTest):
 
     def test_wildcards_without_a_match_are_a_failure(self):
         message = self.fails(1, "cat", "card.orb:/LOGS/*.DAT")
-        self.assertIn("cannot read card.orb:/LOGS/*.DAT: nothing matches (ORB_ERROR_NO_MORE_ENTRIES, 0x10000001)", message)
+        self.assertIn("cannot read card.orb:/LOGS/*.DAT: nothing matches (ORB_ERROR_NO_MORE_ENTRIES, 0x10000001)",
+                      message)
 
     def test_wildcards_in_a_target_are_refused(self):
         self.assertIn('it holds "*"', self.fails(1, "mkdir", "card.orb:/A*"))

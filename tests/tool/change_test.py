@@ -233,6 +233,13 @@ class CopyTest(ChangeTest):
         self.assertEqual(self.text("card.orb:/C/A/B/Y"), "mine")
         self.assertEqual(self.text("card.orb:/C/A/Z"), "z")
 
+    def test_cp_and_mv_of_host_files_point_to_put_and_get(self):
+        self.write("report.txt", b"x" * 5000)
+        for arguments in (["cp", "report.txt", "card.orb:/"], ["cp", "card.orb:/X", "."],
+                          ["mv", "none.txt", "card.orb:/"]):
+            self.assertIn("between the host and a container: orba put, orba get", self.fails(1, *arguments))
+        self.assertNotIn("orba put", self.fails(1, "cp", "card.orb:/NONE", "card.orb:/A"))
+
     def test_cp_with_too_few_nodes_stops_with_one_message(self):
         self.format("small.orb", "-n", "8")
         for number in range(20):
@@ -265,6 +272,13 @@ class AttributeTest(ChangeTest):
         self.assertIn("cannot set the attributes of card.orb:/D: it is a directory, whose attributes are fixed "
                       "(ORB_ERROR_WRONG_KIND, 0x3000001D)", message)
         self.assertEqual(self.ok("attrib", "card.orb:/?"), "--  card.orb:/D\n-u  card.orb:/X\n-u  card.orb:/Y\n")
+
+    def test_attrib_recursive_changes_the_files_below(self):
+        self.ok("mkdir", "card.orb:/D/E")
+        self.put_text("card.orb:/D/E/Z")
+        self.ok("attrib", "-R", "+r", "card.orb:/D", "card.orb:/X")
+        self.assertEqual(self.ok("attrib", "--recursive", "card.orb"),
+                         "r-  card.orb:/D/E/Z\nr-  card.orb:/X\n--  card.orb:/Y\n")
 
     def test_attrib_does_not_stamp(self):
         self.set_time(3, OLD)
@@ -299,7 +313,9 @@ class TouchTest(ChangeTest):
         self.put_text("card.orb:/X")
         self.ok("attrib", "+r", "card.orb:/X")
         self.assertIn("it is a directory, whose time changes with its entries", self.fails(1, "touch", "card.orb:/D"))
-        self.assertIn("ORB_ERROR_ACCESS_DENIED, 0x30000019", self.fails(1, "touch", "card.orb:/X"))
+        message = self.fails(1, "touch", "card.orb:/X")
+        self.assertIn("cannot touch card.orb:/X: it is read-only (ORB_ERROR_ACCESS_DENIED, 0x30000019)", message)
+        self.assertIn("orba attrib -r card.orb:/X", message)
 
     def test_touch_of_an_illegal_name_names_the_rule(self):
         self.assertIn("it has 30 characters", self.fails(1, "touch", "card.orb:/" + "X" * 30))

@@ -4,7 +4,7 @@ import json
 import os
 import unittest
 
-from support import BLOCK_1, NODE_SIZE, ToolTest
+from support import BLOCK_1, NODE_SIZE, ToolTest, obey_modes
 
 FIRST_DIRECT = 32  # in a node: the number of its first block
 
@@ -105,14 +105,17 @@ class CheckTest(DamageTest):
     def test_check_of_what_is_no_container_exits_8(self):
         self.write("text.txt", b"no container")
         self.write("empty")
-        for name in ("text.txt", "empty"):
+        self.write("long.txt", b"no container either\n" * 1000)
+        for name, why in (("text.txt", "all but its first bytes are lost"),
+                          ("empty", "all but its first bytes are lost"), ("long.txt", "its beginning is lost")):
             result = self.orba("check", name)
             self.assertEqual(result.status, 8)
-            self.assertIn(f"orba: cannot check {name}: it is no container, or its beginning is lost "
+            self.assertIn(f"orba: cannot check {name}: it is no container, or {why} "
                           "(ORB_ERROR_DAMAGED_VOLUME, 0x3000000A)\n", result.err)
             self.assertFalse(json.loads(self.orba("check", "--json", name).out)["readable"])
         self.assertIn("cannot read none: No such file or directory (ENOENT, 2)", self.fails(8, "check", "none"))
-        self.assertIn("cannot read .: it is no ordinary file", self.fails(8, "check", "."))
+        self.assertIn("cannot read .: Is a directory (EISDIR, 21)", self.fails(8, "check", "."))
+        self.assertIn("cannot read /dev/zero: it is no ordinary file", self.fails(8, "check", "/dev/zero"))
 
     def test_check_of_a_container_that_is_open_elsewhere_exits_8(self):
         with open(self.path("card.orb"), "rb") as container:
@@ -254,7 +257,7 @@ class RecoverTest(DamageTest):
         self.mark_dirty()
         before = self.read("card.orb")
         out = self.ok("recover", "card.orb", "out")
-        self.assertTrue(out.endswith("2 files with 6001 bytes and 1 directories copied to out\n"), out)
+        self.assertTrue(out.endswith("2 files with 6001 bytes and 1 directory copied to out\n"), out)
         self.assertEqual(self.contents("out"), {"LOGS": None, "LOGS/DAY1.TXT": b"one" * 2000, "X": b"x"})
         self.assertEqual(int(os.stat(self.path("out/LOGS/DAY1.TXT")).st_mtime), 981173106)
         self.assertEqual(self.read("card.orb"), before)
@@ -274,6 +277,14 @@ class RecoverTest(DamageTest):
         self.assertEqual(result.status, 1)
         self.assertIn("orba: cannot recover /X: out/X is there already\n", result.err)
         self.assertEqual(self.contents("out"), {"LOGS": None, "LOGS/DAY1.TXT": b"one" * 2000, "X": b"mine"})
+
+    def test_recover_to_where_nothing_can_be_made_says_so(self):
+        self.write("taken")
+        self.assertIn("cannot make the directory taken: Not a directory (ENOTDIR, 20)",
+                      self.fails(1, "recover", "card.orb", "taken"))
+        self.path("locked").mkdir(mode=0o555)
+        self.assertIn("cannot make the directory locked/out: Permission denied (EACCES, 13)",
+                      self.fails(1, "recover", "card.orb", "locked/out", preexec_fn=obey_modes))
 
     def test_recover_of_what_is_no_container_fails(self):
         self.write("text.txt", b"no container")

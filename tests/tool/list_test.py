@@ -1,9 +1,10 @@
 """ls, tree, du, df and info: what they print, piped."""
+import os
 import re
 import resource
 import unittest
 
-from support import ToolTest
+from support import ToolTest, obey_modes
 
 
 class ListTest(ToolTest):
@@ -108,6 +109,86 @@ class ListTest(ToolTest):
         self.assertEqual(self.host_names(), ["card.orb", "x"])
 
 
+class ReadOnlyContainerTest(ToolTest):
+    """A container that its reader may not write, as on a locked card."""
+
+    def setUp(self):
+        super().setUp()
+        self.format()
+        self.ok("mkdir", "card.orb:/LOGS")
+        self.put_text("card.orb:/LOGS/X", "text")
+        os.chmod(self.path("card.orb"), 0o444)
+        self.before = self.read("card.orb")
+
+    def tearDown(self):
+        os.chmod(self.path("card.orb"), 0o444)
+        self.assertEqual(self.read("card.orb"), self.before)
+
+    def test_everything_that_looks_works(self):
+        for arguments, out in ((["ls", "-R", "card.orb"], "card.orb:/:\nLOGS\n\ncard.orb:/LOGS:\nX\n"),
+                               (["tree", "card.orb"], "card.orb:/\n└── LOGS\n    └── X\n\n1 directory, 1 file\n"),
+                               (["du", "-b", "card.orb"], "4\tcard.orb:/LOGS\n4\tcard.orb:/\n"),
+                               (["cat", "card.orb:/LOGS/X"], "text"),
+                               (["attrib", "card.orb:/LOGS/*"], "--  card.orb:/LOGS/X\n"),
+                               (["get", "card.orb:/LOGS/X", "copy"], "")):
+            self.assertEqual(self.ok(*arguments, preexec_fn=obey_modes), out)
+        self.assertEqual(self.read("copy"), b"text")
+
+    def test_the_copy_to_look_into_is_gone_afterwards(self):
+        self.path("passing").mkdir()
+        self.ok("ls", "card.orb", preexec_fn=obey_modes, environment={"TMPDIR": str(self.path("passing"))})
+        self.assertEqual(self.host_names("passing"), [])
+        message = self.fails(1, "ls", "card.orb", preexec_fn=obey_modes, environment={"TMPDIR": "/nowhere"})
+        self.assertIn("cannot make a passing file /nowhere/", message)
+        self.assertIn("(ENOENT, 2)", message)
+
+    def test_everything_that_changes_is_refused(self):
+        self.write("file", b"x")
+        for arguments in (["put", "file", "card.orb"], ["mkdir", "card.orb:/D"], ["rm", "card.orb:/LOGS/X"],
+                          ["mv", "card.orb:/LOGS/X", "card.orb:/X"], ["cp", "card.orb:/LOGS/X", "card.orb:/X"],
+                          ["attrib", "+r", "card.orb:/LOGS/X"], ["touch", "card.orb:/LOGS/X"]):
+            message = self.fails(1, *arguments, preexec_fn=obey_modes)
+            self.assertIn("cannot open card.orb: the host does not let you write to it "
+                          "(ORB_ERROR_ACCESS_DENIED, 0x30000019)\n      check who owns it and its permissions", message)
+
+    def test_what_may_not_even_be_read_says_so(self):
+        os.chmod(self.path("card.orb"), 0)
+        for status, arguments in ((1, ["ls", "card.orb"]), (1, ["info", "card.orb"]), (8, ["check", "card.orb"]),
+                                  (1, ["recover", "card.orb", "out"])):
+            self.assertIn("cannot read card.orb: Permission denied (EACCES, 13)",
+                          self.fails(status, *arguments, preexec_fn=obey_modes))
+
+    def test_repair_that_may_not_write_says_so_and_changes_nothing(self):
+        os.chmod(self.path("card.orb"), 0o644)
+        self.mark_dirty()
+        self.before = self.read("card.orb")
+        os.chmod(self.path("card.orb"), 0o444)
+        result = self.orba("repair", "--undo", "card.undo", "card.orb", preexec_fn=obey_modes)
+        self.assertEqual(result.status, 8)
+        self.assertIn("orba: cannot write card.orb: Permission denied (EACCES, 13)", result.err)
+        self.assertEqual(self.host_names(), ["card.orb"])
+
+
+class SortTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.format()
+        for node, (name, size, year) in enumerate((("B", 1, 2003), ("A", 3, 2002), ("C", 2, 2001)), start=2):
+            self.put_text("card.orb:/" + name, "x" * size)
+            self.set_time(node, (year, 1, 2, 3, 4, 5))
+
+    def test_ls_sorts_by_name_time_or_size_and_back(self):
+        for options, names in (([], "ABC"), (["-r"], "CBA"), (["-t"], "BAC"), (["-tr"], "CAB"), (["-S"], "ACB"),
+                               (["-S", "--reverse"], "BCA")):
+            self.assertEqual(self.ok("ls", *options, "card.orb").split(), list(names))
+        self.assertEqual(self.ok("ls", "-t", "card.orb:/?").split(), ["card.orb:/B", "card.orb:/A", "card.orb:/C"])
+
+    def test_ls_of_equal_times_sorts_by_name(self):
+        for node in (2, 3, 4):
+            self.set_time(node, (2001, 1, 2, 3, 4, 5))
+        self.assertEqual(self.ok("ls", "-t", "card.orb").split(), ["A", "B", "C"])
+
+
 class TreeTest(ToolTest):
     def setUp(self):
         super().setUp()
@@ -124,6 +205,9 @@ class TreeTest(ToolTest):
     def test_tree_in_a_plain_locale_draws_in_ascii(self):
         self.assertEqual(self.ok("tree", "card.orb:/A", environment={"LC_ALL": "C"}),
                          "card.orb:/A\n|-- B\n|   `-- X\n`-- Y\n\n1 directory, 2 files\n")
+
+    def test_tree_of_what_cannot_be_opened_counts_nothing(self):
+        self.fails(1, "tree", "none.orb")
 
     def test_tree_levels_limit_the_depth(self):
         self.assertEqual(self.ok("tree", "-L", "1", "card.orb"),
@@ -189,13 +273,13 @@ state             clean
         self.assertIn("cannot make out text.txt: it is no container, or its header is damaged "
                       "(ORB_ERROR_DAMAGED_VOLUME, 0x3000000A)", self.fails(1, "info", "text.txt"))
         self.assertIn("cannot read none: No such file or directory (ENOENT, 2)", self.fails(1, "info", "none"))
-        self.assertIn("cannot read .: it is no ordinary file", self.fails(1, "info", "."))
+        self.assertIn("cannot read .: Is a directory (EISDIR, 21)", self.fails(1, "info", "."))
 
     def test_df_prints_a_line_for_each_container(self):
         self.ok("rm", "card.orb:/D/F262")
         self.format("new.orb", "--nodes", "100")
         rows = [line.split() for line in self.ok("df", "card.orb", "new.orb").splitlines()]
-        self.assertEqual(rows[0], "Container Size K Used K Free K Growth K Nodes Free State".split())
+        self.assertEqual(rows[0], "Container Size K Used K Free K Growth K Nodes Left State".split())
         # 1 KiB and 16 bytes before the blocks; 547 of those, 263 of them free since the removal.
         self.assertEqual(rows[1][:4], ["card.orb", "549", "286", "263"])
         self.assertEqual(rows[1][5:], ["128", "121", "clean"])

@@ -71,7 +71,15 @@ class DumpTest(PictureTest):
         self.mark_dirty()
         self.assertIn("marked as being updated", self.dump())
         self.write("text.txt", b"no container")
-        self.assertEqual(self.ok("dump", "text.txt"), "the container ends inside the header\n")
+        self.assertIn("no container", self.ok("dump", "text.txt", "bytes", "0"))
+        for part in ("header", "table", "bitmap", "node 1", "directory", "block 1"):
+            self.assertIn("text.txt does not hold it", self.fails(1, "dump", "text.txt", *part.split()))
+
+    def test_dump_of_a_file_as_a_directory_fails(self):
+        message = self.fails(1, "dump", "card.orb", "directory", "/X")
+        self.assertIn("cannot dump the directory /X: it is not a directory (ORB_ERROR_NOT_A_DIRECTORY, 0x3000001E)",
+                      message)
+        self.assertIn("orba dump card.orb node /X", message)
 
 
 class MapTest(PictureTest):

@@ -23,7 +23,7 @@ NODE_TIME = 8
 
 
 def open_terminal():
-    """Both ends of a new terminal. Where no terminals are mounted, as below a changed root, the superuser makes some."""
+    """Both ends of a new terminal. Where none are mounted, as below a changed root, the superuser makes some."""
     try:
         return pty.openpty()
     except OSError:
@@ -40,6 +40,16 @@ def open_terminal():
         os.close(root)
         os.close(settings)
         return master, slave
+
+
+def obey_modes():
+    """In a child, before the program starts: the superuser too may do only what the modes of files allow."""
+    if os.geteuid() != 0:
+        return
+    drop_from_bounding_set, overriding, searching = 24, 1, 2
+    control = ctypes.CDLL(None, use_errno=True).prctl
+    if any(control(drop_from_bounding_set, right, 0, 0, 0) != 0 for right in (overriding, searching)):
+        raise OSError(ctypes.get_errno(), "cannot drop the superuser's rights")
 
 
 class Result:

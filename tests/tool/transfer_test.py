@@ -6,7 +6,7 @@ import signal
 import subprocess
 import unittest
 
-from support import LIMIT, ORBA, ToolTest
+from support import LIMIT, ORBA, ToolTest, obey_modes
 
 ALL_BYTES = bytes(range(256)) * 40
 
@@ -173,6 +173,45 @@ class PutTest(ToolTest):
         self.assertEqual(self.listing(), ["SMALL"])
         self.assert_clean()
 
+    def test_put_over_a_file_without_room_names_that_file_and_keeps_it(self):
+        self.put_text("card.orb:/X", "old")
+        self.write("x", bytes(1 << 20))
+
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (100 << 10, 100 << 10))
+
+        message = self.fails(1, "put", "-f", "x", "card.orb", preexec_fn=limit, restore_signals=False)
+        self.assertIn("cannot write card.orb:/X: the disk that holds the container is full", message)
+        self.assertEqual(self.listing(), ["X"])
+        self.assertEqual(self.ok("cat", "card.orb:/X"), "old")
+        self.assert_clean()
+
+    def test_put_no_clobber_leaves_alone_what_is_there(self):
+        self.write("tree/a", b"a")
+        self.write("tree/sub/b", b"b")
+        self.ok("put", "tree", "card.orb")
+        for name in ("a", "sub/b", "sub/c"):
+            self.write("tree/" + name, b"new")
+        self.ok("put", "-n", "tree", "card.orb")
+        self.assertEqual(self.ok("cat", "card.orb:/TREE/A", "card.orb:/TREE/SUB/B", "card.orb:/TREE/SUB/C"), "abnew")
+        self.assertIn("--force", self.fails(16, "put", "-n", "-f", "tree", "card.orb"))
+
+    def test_put_links_that_lead_nowhere_and_containers_say_what_they_are(self):
+        self.path("dangling").symlink_to("nowhere")
+        self.assertIn("cannot put dangling: No such file or directory (ENOENT, 2)\n"
+                      "      it is a symbolic link that leads nowhere\n", self.fails(1, "put", "dangling", "card.orb"))
+        self.assertIn("      the way from container to container is: orba cp\n",
+                      self.fails(1, "put", "other.orb:/X", "card.orb"))
+
+    def test_put_names_with_line_ends_and_escapes_are_shown_safely(self):
+        self.write("tree/a\nb")
+        self.write("tree/c\x1b[2Jd")
+        message = self.fails(1, "put", "tree/.", "card.orb")
+        self.assertIn("orba: cannot put tree/a\\x0Ab: ", message)
+        self.assertIn("orba: cannot put tree/c\\x1B[2Jd: ", message)
+        self.assertEqual(self.ok("put", "--rename", "tree/.", "card.orb"),
+                         "tree/a\\x0Ab -> card.orb:/A_B\ntree/c\\x1B[2Jd -> card.orb:/C_[2JD\n")
+
     def test_put_interrupted_leaves_a_clean_container_without_the_file(self):
         with subprocess.Popen([ORBA, "put", "-", "card.orb:/BIG"], stdin=subprocess.PIPE, stderr=subprocess.PIPE,
                               cwd=self.folder, env=self.environment()) as process:
@@ -234,7 +273,7 @@ class NameTest(ToolTest):
         out = self.ok("put", "--rename", "tree/.", "card.orb")
         renamed = dict(line.split(" -> card.orb:/") for line in out.splitlines())
         self.assertEqual(renamed, {
-            "tree/two\twords.txt": "TWO_WORDS~1.TXT",
+            "tree/two\\x09words.txt": "TWO_WORDS~1.TXT",
             "tree/two words.txt": "TWO_WORDS~2.TXT",
             "tree/grüße.txt": "GR__E.TXT",
             "tree/readme": "README~1",
@@ -244,7 +283,7 @@ class NameTest(ToolTest):
             "tree/x." + "y" * 40: "X." + "Y" * 27,
         })
         for host, stored in renamed.items():
-            self.assertEqual(self.ok("cat", "card.orb:/" + stored), host.removeprefix("tree/"))
+            self.assertEqual(self.ok("cat", "card.orb:/" + stored), host.removeprefix("tree/").replace("\\x09", "\t"))
         self.assertEqual(self.ok("cat", "card.orb:/TWO_WORDS.TXT"), "two_words.txt")
 
     def test_put_rename_keeps_clear_of_names_that_are_there(self):
@@ -313,6 +352,38 @@ class GetTest(ToolTest):
         self.assertIn("cannot write ./Y.TXT: File exists (EEXIST, 17)", message)
         self.assertIn("--force", message)
         self.assertEqual(self.read("Y.TXT"), b"mine")
+
+    def test_get_to_standard_output_prints_files(self):
+        printed = self.orba("get", "card.orb:/TREE/SUB/X.BIN", "card.orb:/TREE/Y.TXT", "-").raw
+        self.assertEqual(printed, ALL_BYTES + b"y")
+        self.assertIn("cannot read card.orb:/TREE: it is a directory", self.fails(1, "get", "card.orb:/TREE", "-"))
+        self.assertEqual(self.host_names(), ["card.orb", "tree"])
+
+    def test_get_no_clobber_leaves_alone_what_is_there(self):
+        self.write("out/SUB/X.BIN", b"mine")
+        self.ok("get", "--no-clobber", "card.orb:/TREE/*", "out")
+        self.assertEqual(self.contents("out"), {"SUB": None, "SUB/X.BIN": b"mine", "Y.TXT": b"y"})
+
+    def test_get_into_a_folder_that_may_not_be_written_says_so(self):
+        self.path("locked").mkdir(mode=0o555)
+        message = self.fails(1, "get", "card.orb:/TREE/Y.TXT", "locked", preexec_fn=obey_modes)
+        self.assertIn("cannot write locked/Y.TXT: Permission denied (EACCES, 13)\n"
+                      "      check who owns it and its permissions\n", message)
+
+    def test_put_of_what_may_not_be_read_leaves_it_out_and_puts_the_rest(self):
+        self.write("mixed/open", b"o")
+        self.write("mixed/secret", b"s")
+        self.path("mixed/closed").mkdir()
+        os.mkfifo(self.path("mixed/pipe"))
+        for name in ("secret", "closed"):
+            os.chmod(self.path("mixed/" + name), 0)
+        message = self.fails(1, "put", "mixed", "card.orb", preexec_fn=obey_modes)
+        os.chmod(self.path("mixed/closed"), 0o755)
+        self.assertIn("cannot read mixed/secret: Permission denied (EACCES, 13)", message)
+        self.assertIn("cannot list mixed/closed: Permission denied (EACCES, 13)", message)
+        self.assertIn("cannot put mixed/pipe: it is no ordinary file", message)
+        self.assertEqual(self.listing("card.orb:/MIXED"), ["CLOSED", "OPEN"])
+        self.assert_clean()
 
     def test_get_force_overwrites(self):
         self.write("Y.TXT", b"mine and longer")
@@ -424,7 +495,7 @@ class CatTest(ToolTest):
         self.put_text("card.orb:/X", "x")
         result = self.orba("cat", "card.orb:/D", "card.orb:/X")
         self.assertEqual((result.status, result.out), (1, "x"))
-        self.assertIn("cannot read card.orb:/D: it is a directory where a file is required", result.err)
+        self.assertIn("cannot read card.orb:/D: it is a directory (ORB_ERROR_WRONG_KIND, 0x3000001D)", result.err)
 
     def test_cat_of_a_name_above_29_characters_names_the_rule(self):
         message = self.fails(1, "cat", "card.orb:/" + "X" * 30)

@@ -1,9 +1,13 @@
 """What does not need a container: help, usage, the manual page and the completion."""
+import os
 import re
+import shlex
+import shutil
+import signal
 import subprocess
 import unittest
 
-from support import ORBA, ToolTest
+from support import LIMIT, ORBA, ToolTest
 
 COMMANDS = ["format", "info", "df", "ls", "tree", "du", "cat", "put", "get", "mkdir", "mv", "cp", "rm", "attrib",
             "touch", "check", "repair", "undo", "recover", "dump", "map"]
@@ -29,7 +33,7 @@ class UsageTest(ToolTest):
         for name in COMMANDS:
             text = self.ok(name, "--help")
             self.assertIn(f"Usage: orba {name} ", text)
-            self.assertIn("\nOptions:\n  --help ", text)
+            self.assertRegex(text, r"\n  (-h, )?--help +print this help\n\nExamples:\n")
             self.assertRegex(text, rf"\nExamples:\n  (.*\| )?orba {name} ")
             self.assertEqual(self.ok("help", name), text)
 
@@ -40,6 +44,22 @@ class UsageTest(ToolTest):
         result = self.orba()
         self.assertEqual((result.status, result.err), (16, ""))
         self.assertEqual(result.out, self.ok("--help"))
+
+    def test_help_and_version_have_short_forms_where_they_mean_nothing_else(self):
+        self.assertEqual(self.ok("-h"), self.ok("--help"))
+        self.assertEqual(self.ok("put", "-h"), self.ok("put", "--help"))
+        self.assertEqual(self.ok("-V"), self.ok("--version"))
+        self.format()
+        self.assertEqual(self.ok("ls", "-h", "card.orb"), "")
+
+    def test_unknown_commands_are_named(self):
+        for arguments in (["nonsense"], ["help", "nonsense"]):
+            self.assertIn('orba: there is no command "nonsense"\n', self.fails(16, *arguments))
+
+    def test_wrong_values_say_which_there_are(self):
+        for value in ("1000", "many"):
+            self.assertIn(f"--block-size: {value} not in {{1024,2048,4096,8192}}",
+                          self.fails(16, "format", "-b", value, "x"))
 
     def test_wrong_use_exits_with_16_and_points_to_help(self):
         for arguments in (["nonsense"], ["ls"], ["ls", "--nonsense", "x"], ["format", "-b", "1000", "x"],
@@ -56,6 +76,41 @@ class UsageTest(ToolTest):
             done = subprocess.run([ORBA, "--help"], stdout=full, stderr=subprocess.PIPE, check=False)
         self.assertEqual(done.returncode, 1)
         self.assertIn(b"cannot write to standard output: No space left on device (ENOSPC, 28)", done.stderr)
+
+    def test_closed_standard_streams_do_no_harm(self):
+        self.format()
+
+        def run(*arguments, close):
+            done = subprocess.run([ORBA, *arguments], cwd=self.folder, check=False, timeout=LIMIT,
+                                  stderr=None if 2 in close else subprocess.PIPE, env=self.environment(),
+                                  preexec_fn=lambda: [os.close(stream) for stream in close])
+            return done.returncode, done.stderr
+
+        closed = b"cannot read -: Bad file descriptor (EBADF, 9)"
+        status, message = run("put", "-", "card.orb:/X", close=[0])
+        self.assertEqual((status, closed in message), (1, True), message)
+        self.assertEqual(self.listing(), [])
+        before = self.read("card.orb")
+        status, message = run("ls", "-d", "card.orb", close=[1])
+        self.assertEqual((status, b"cannot write to standard output: Bad file descriptor" in message), (1, True))
+        self.assertEqual(run("rm", "card.orb:/NONE", close=[0, 1, 2]), (1, None))
+        self.assertEqual(run("repair", "none.orb", close=[2]), (8, None))
+        self.mark_dirty()
+        self.assertEqual(run("repair", "-q", "--undo", "card.undo", "card.orb", close=[0, 1, 2]), (1, None))
+        self.assertEqual(self.read("card.orb"), before)
+        self.assertTrue(self.read("card.undo").startswith(b"ORBAUNDO"))
+
+    def test_signals_that_are_to_be_ignored_are(self):
+        self.format()
+        with subprocess.Popen([ORBA, "put", "-", "card.orb:/X"], stdin=subprocess.PIPE, cwd=self.folder,
+                              env=self.environment(),
+                              preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN)) as process:
+            process.stdin.write(bytes(1 << 20))  # more than a pipe holds: the work has begun
+            process.send_signal(signal.SIGHUP)
+            process.stdin.write(bytes(1 << 20))
+            process.stdin.close()
+        self.assertEqual(process.returncode, 0)
+        self.assertEqual(len(self.orba("cat", "card.orb:/X").raw), 2 << 20)
 
     def test_reader_that_goes_away_ends_the_program_quietly(self):
         self.format()
@@ -96,20 +151,31 @@ class ManualTest(ToolTest):
         self.assertIn('.SH "EXIT STATUS"\n0 done, 1 something failed, 16 wrong usage.', page)
 
 
+@unittest.skipUnless(shutil.which("groff"), "no groff to read the page with")
+class RenderedManualTest(ToolTest):
+    def test_manual_page_renders_without_a_warning(self):
+        page = self.write("orba.1", self.ok("--man").encode())
+        done = subprocess.run(["groff", "-man", "-ww", "-Tutf8", "-P-c", page], capture_output=True, check=False)
+        self.assertEqual((done.returncode, done.stderr), (0, b""))
+        text = re.sub("\x1b\\[[0-9;]*m|.\b", "", done.stdout.decode())
+        for name in COMMANDS:
+            self.assertIn(f"orba {name} [OPTION]...", re.sub(r"\s+", " ", text))
+
+
 class CompletionTest(ToolTest):
     def complete(self, *words):
         script = self.write("completion", self.ok("--completion").encode())
         lines = ["source " + str(script), "compopt() { :; }",
                  "orba() { %s \"$@\"; }" % ORBA,
-                 "COMP_WORDS=(" + " ".join("'" + word + "'" for word in words) + ")",
+                 "COMP_WORDS=(" + " ".join(shlex.quote(word) for word in words) + ")",
                  f"COMP_CWORD={len(words) - 1}", "_orba", 'printf "%s\\n" "${COMPREPLY[@]}"']
         done = subprocess.run(["bash", "-c", "\n".join(lines)], capture_output=True, cwd=self.folder, text=True,
                               env=self.environment(), check=False)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
-        return done.stdout.split()
+        return done.stdout.splitlines() if done.stdout.strip() else []
 
     def test_completion_of_the_first_word_offers_commands(self):
-        self.assertEqual(self.complete("orba", ""), COMMANDS + ["--help", "--version"])
+        self.assertEqual(self.complete("orba", ""), COMMANDS + ["-V", "--version", "-h", "--help"])
         self.assertEqual(self.complete("orba", "re"), ["repair", "recover"])
 
     def test_completion_of_options_offers_those_of_the_help(self):
@@ -123,6 +189,32 @@ class CompletionTest(ToolTest):
         self.put_text("card.orb:/LIST.TXT")
         self.assertEqual(self.complete("orba", "cat", "card.orb", ":", "/l"), ["/LIST.TXT", "/LOGS/"])
         self.assertEqual(self.complete("orba", "cat", "card.orb", ":", "/LOGS/"), ["/LOGS/DAY1.TXT"])
+
+    def test_completion_of_a_container_and_colon_offers_the_root(self):
+        self.format()
+        self.ok("mkdir", "card.orb:/LOGS")
+        self.assertEqual(self.complete("orba", "cat", "card.orb", ":"), ["/LOGS/"])
+
+    def test_completion_of_quoted_names_works(self):
+        self.ok("format", "my card.orb")
+        self.put_text("my card.orb:/LIST.TXT")
+        self.assertEqual(self.complete("orba", "cat", "my\\ card.orb", ":", "/"), ["/LIST.TXT"])
+        for quote in "'\"":
+            self.assertEqual(self.complete("orba", "cat", quote + "my card.orb:/l"), ["my card.orb:/LIST.TXT"])
+
+    def test_completion_of_values_and_words_offers_those_there_are(self):
+        self.assertEqual(self.complete("orba", "format", "-b", ""), ["1024", "2048", "4096", "8192"])
+        self.assertEqual(self.complete("orba", "format", "--block-size", "8"), ["8192"])
+        self.assertEqual(self.complete("orba", "attrib", "+"), ["+r", "+u", "+ru"])
+        self.assertEqual(self.complete("orba", "attrib", "+r", ""), [])
+        self.assertEqual(self.complete("orba", "help", "re"), ["repair", "recover"])
+        self.assertEqual(self.complete("orba", "dump", "d"), [])
+        parts = self.complete("orba", "dump", "card.orb", "")
+        self.assertEqual(self.complete("orba", "dump", "card.orb", "b"), ["bitmap", "block", "bytes"])
+        self.format()
+        for part in parts:  # a part that needs a number says so; an unknown one would not
+            self.assertNotIn("there is no part", self.orba("dump", "card.orb", part).err)
+        self.assertEqual(len(parts), 8)
 
     def test_completion_runs_no_command_that_a_name_spells(self):
         self.format()

@@ -39,6 +39,7 @@ Address Address::Parent() const {
   Address parent = *this;
   parent.names.pop_back();
   parent.asDirectory = true;
+  parent.standsFor.clear();
   return parent;
 }
 
@@ -46,6 +47,7 @@ Address Address::Child(const std::string& name) const {
   Address child = *this;
   child.names.push_back(name);
   child.asDirectory = false;
+  child.standsFor.clear();
   return child;
 }
 
@@ -61,6 +63,7 @@ std::string Address::Path() const {
 }
 
 std::string Address::Text() const {
+  if (!standsFor.empty()) return standsFor;
   std::string text = container + ":";
   for (const std::string& name : names) text += "/" + inspect::Printable(name);
   return names.empty() ? text + "/" : text;

@@ -1,5 +1,5 @@
-// CONTAINER:/PATH, the name of a place inside a container. A path inside a container never holds a ":", so the last ":/"
-// of the text separates; before it host names may hold what they like. Stands on failure.
+// CONTAINER:/PATH, the name of a place inside a container. A path inside a container never holds a ":", so the last
+// ":/" of the text separates; before it host names may hold what they like. Stands on failure.
 #pragma once
 
 #include <string>
@@ -11,6 +11,7 @@ struct Address {
   std::string container;           // the host's name, as the user wrote it
   std::vector<std::string> names;  // from the root on, in upper case; "." and ".." are already resolved
   bool asDirectory = false;        // written with a "/" at its end
+  std::string standsFor;           // the text that messages use instead, empty for none
 
   bool IsRoot() const { return names.empty(); }
   const std::string& Name() const { return names.back(); }  // not of the root

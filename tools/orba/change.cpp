@@ -17,7 +17,7 @@ namespace orba::tool {
 
 namespace {
 
-// ---- mkdir ------------------------------------------------------------------------------------------------------------
+// ---- mkdir ----------------------------------------------------------------------------------------------------------
 
 struct MakeOptions {
   std::vector<std::string> operands;
@@ -61,7 +61,7 @@ Run DefineMake(CLI::App* app) {
   return [options] { return RunMake(*options); };
 }
 
-// ---- rm ---------------------------------------------------------------------------------------------------------------
+// ---- rm -------------------------------------------------------------------------------------------------------------
 
 struct RemoveOptions {
   std::vector<std::string> operands;
@@ -128,10 +128,11 @@ Run DefineRemove(CLI::App* app) {
   return [options] { return RunRemove(*options); };
 }
 
-// ---- attrib -----------------------------------------------------------------------------------------------------------
+// ---- attrib ---------------------------------------------------------------------------------------------------------
 
 struct AttributeOptions {
   std::vector<std::string> operands;  // "+r" and "+u" stand among the addresses
+  bool recursive = false;
   bool clearReadOnly = false;
   bool clearUser = false;
 };
@@ -168,7 +169,7 @@ void ChangeAttributes(Session* session, const Match& match, const AttributeChang
   if (match.item.IsDirectory()) {
     throw Failure("cannot set the attributes of " + match.address.Text(),
                   "it is a directory, whose attributes are fixed (" + CodeText(ORB_ERROR_WRONG_KIND) + ")",
-                  "name the files in it, such as " + ShellWord(match.address.Text() + "/*"), ORB_ERROR_WRONG_KIND);
+                  "change the files below it with: orba attrib -R", ORB_ERROR_WRONG_KIND);
   }
   const OrbU32 attributes = (match.item.attributes | change.set) & ~change.clear;
   if (attributes != match.item.attributes) session->SetAttributes(match.address, attributes);
@@ -181,18 +182,33 @@ std::string AttributeLine(const Match& match) {
   return letter(ORB_ATTRIBUTE_READ_ONLY, "r") + letter(ORB_ATTRIBUTE_USER, "u") + "  " + match.address.Text() + "\n";
 }
 
+// The files that a match stands for: itself, or with `recursive` all below it.
+std::vector<Match> FilesOf(Walker* walker, const Match& match, bool recursive) {
+  if (!recursive || !match.item.IsDirectory()) return {match};
+  std::vector<Match> files;
+  for (const Item& item : walker->List(match.address)) {
+    for (Match& below : FilesOf(walker, {match.address.Child(item.name), item}, true)) {
+      files.push_back(std::move(below));
+    }
+  }
+  return files;
+}
+
 int RunAttribute(const AttributeOptions& options) {
   std::vector<std::string> addresses;
   const AttributeChange change = TakeChange(options, &addresses);
-  Session session;
+  Session session(change.Any() ? Session::kChange : Session::kLook);
+  Walker walker(&session);
   int status = kSuccess;
   const int found = ForEach(addresses, [&](const std::string& operand) {
-    const std::vector<Match> matches = session.Expand(ParseAddress(operand), "find");
-    const int changed = ForEach(matches, [&](const Match& match) {
-      if (change.Any()) return ChangeAttributes(&session, match, change);
-      Print(AttributeLine(match));
-    });
-    if (changed != kSuccess) status = changed;
+    for (const Match& match : session.Expand(ParseAddress(operand), "find")) {
+      const int changed = ForEach(FilesOf(&walker, match, options.recursive), [&](const Match& file) {
+        CheckInterrupt();
+        if (change.Any()) return ChangeAttributes(&session, file, change);
+        Print(AttributeLine(file));
+      });
+      if (changed != kSuccess) status = changed;
+    }
   });
   session.Close();
   return found != kSuccess ? found : status;
@@ -200,13 +216,14 @@ int RunAttribute(const AttributeOptions& options) {
 
 Run DefineAttribute(CLI::App* app) {
   auto options = std::make_shared<AttributeOptions>();
+  app->add_flag("-R,--recursive", options->recursive, "of directories all files below them");
   app->add_flag("-r", options->clearReadOnly, "clear the read-only attribute; +r sets it");
   app->add_flag("-u", options->clearUser, "clear the user attribute; +u sets it");
   app->add_option("address", options->operands, "the files, and what to set: +r, +u or +ru")->required();
   return [options] { return RunAttribute(*options); };
 }
 
-// ---- touch ------------------------------------------------------------------------------------------------------------
+// ---- touch ----------------------------------------------------------------------------------------------------------
 
 // A file is stamped with the present time when its size changes, and never otherwise.
 void StampByResizing(Session* session, const Match& match) {
@@ -215,12 +232,14 @@ void StampByResizing(Session* session, const Match& match) {
                   "it is a directory, whose time changes with its entries (" + CodeText(ORB_ERROR_WRONG_KIND) + ")",
                   "make or remove a file in it", ORB_ERROR_WRONG_KIND);
   }
+  if (match.item.IsReadOnly()) throw ReadOnlyFailure("cannot touch " + match.address.Text(), match.address, "it");
   VolumeFile file(session, match.address, ORB_OPEN_WRITE);
   file.SetSize(match.item.size + 1);
   try {
     file.SetSize(match.item.size);
-  } catch (const Failure& failure) {
-    throw Failure(failure.what(), "", "the file now has one zero byte too many at its end", failure.code());
+  } catch (Failure& failure) {
+    failure.AddAdvice("the file now has one zero byte too many at its end");
+    throw;
   }
   file.Close();
 }
@@ -287,11 +306,12 @@ const Command kAttributeCommand = {
     "[+r|-r] [+u|-u] CONTAINER:/PATH...",
     "show or change the attributes of files",
     "Without a change, shows the attributes. r is read-only: nobody opens such a file for writing. u is the user's "
-    "own, "
-    "which nothing tests. The attributes of directories are fixed.",
+    "own, which nothing tests. The attributes of directories are fixed.",
     "orba attrib 'card.orb:/*'\n"
-    "orba attrib +r -u card.orb:/CONFIG.INI",
+    "orba attrib +r -u card.orb:/CONFIG.INI\n"
+    "orba attrib -R +r card.orb:/MAPS  # every file below it",
     DefineAttribute,
+    "+r +u +ru",
 };
 
 const Command kTouchCommand = {
@@ -299,10 +319,10 @@ const Command kTouchCommand = {
     kChangeGroup,
     "CONTAINER:/PATH...",
     "make empty files, or stamp files with the present time",
-    "Makes a file that is missing, empty. A file that is there gets the present time by growing by one byte and being "
-    "cut back to its size, the only way there is: its contents stay, read-only files are refused.\n\n"
-    "What cannot be done: containers offer no way to set a time of one's choosing, nor any time of a directory. Files "
-    "that put writes therefore carry the time of writing.",
+    "Makes a file that is missing, empty. A file that is there gets the present time by growing by one byte and "
+    "being cut back to its size, the only way there is: its contents stay, read-only files are refused.\n\n"
+    "What cannot be done: containers offer no way to set a time of one's choosing, nor any time of a directory. "
+    "Files that put writes therefore carry the time of writing.",
     "orba touch card.orb:/READY.FLG\n"
     "orba touch -c 'card.orb:/LOGS/*'",
     DefineTouch,

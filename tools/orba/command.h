@@ -21,6 +21,7 @@ struct Command {
   const char* details;   // paragraphs, an empty line between them
   const char* examples;  // command lines; text behind "  # " explains
   Run (*define)(CLI::App* app);
+  const char* words = "";  // that may stand among the operands, for the completion: behind the first, or from "+" on
 };
 
 const std::vector<const Command*>& Commands();

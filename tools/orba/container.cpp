@@ -24,7 +24,7 @@ namespace orba::tool {
 
 namespace {
 
-// ---- format -----------------------------------------------------------------------------------------------------------
+// ---- format ---------------------------------------------------------------------------------------------------------
 
 struct FormatOptions {
   std::string container;
@@ -70,13 +70,16 @@ int RunFormat(const FormatOptions& options) {
   if (code == ORB_ERROR_PATH_NOT_FOUND) {
     throw Failure(what, "its folder is missing (" + CodeText(code) + ")", "make the folder first", code);
   }
+  if (code == ORB_ERROR_WRITE_PROTECTED) {
+    throw Failure(what, "the medium is write-protected (" + CodeText(code) + ")", "make it on another disk", code);
+  }
   throw LibraryFailure(what, container, code);
 }
 
 Run DefineFormat(CLI::App* app) {
   auto options = std::make_shared<FormatOptions>();
   app->add_option("-b,--block-size", options->blockSize, "1024, 2048, 4096 (unless you say otherwise) or 8192 bytes")
-      ->check(CLI::IsMember({1024, 2048, 4096, 8192}))
+      ->check(CLI::IsMember({"1024", "2048", "4096", "8192"}))
       ->type_name("BYTES");
   CLI::Option* const nodes = app->add_option("-n,--nodes", options->nodes,
                                              "files and directories that it is to hold at most, the root included")
@@ -89,7 +92,7 @@ Run DefineFormat(CLI::App* app) {
   return [options] { return RunFormat(*options); };
 }
 
-// ---- info -------------------------------------------------------------------------------------------------------------
+// ---- info -----------------------------------------------------------------------------------------------------------
 
 std::string Bytes(std::uint64_t bytes) {
   return std::to_string(bytes) + " bytes" + (bytes >= 1024 ? " (" + HumanSize(bytes) + ")" : "");
@@ -168,7 +171,7 @@ Run DefineInfo(CLI::App* app) {
   return [operands] { return RunInfo(*operands); };
 }
 
-// ---- df ---------------------------------------------------------------------------------------------------------------
+// ---- df -------------------------------------------------------------------------------------------------------------
 
 struct FreeOptions {
   std::vector<std::string> operands;
@@ -207,7 +210,7 @@ FreeRow MakeFreeRow(const FreeOptions& options, const std::string& operand) {
 int RunFree(const FreeOptions& options) {
   const char* const unit = options.human ? "" : " K";
   std::vector<FreeRow> rows = {{"Container", std::string("Size") + unit, std::string("Used") + unit,
-                                std::string("Free") + unit, std::string("Growth") + unit, "Nodes", "Free", "State"}};
+                                std::string("Free") + unit, std::string("Growth") + unit, "Nodes", "Left", "State"}};
   const int status =
       ForEach(options.operands, [&](const std::string& operand) { rows.push_back(MakeFreeRow(options, operand)); });
   std::array<std::size_t, 8> widths = {};
@@ -240,10 +243,8 @@ const Command kFormatCommand = {
     "Makes a new container that holds an empty root directory. Never overwrites a file.\n\n"
     "The number of files and directories is fixed here, 8192 (or what the blocks have room for) unless you say "
     "otherwise; the space for contents grows as needed, up to 2 GiB. Small blocks waste less on small files, large "
-    "ones "
-    "serve large files faster and hold more of them: at most 3584 files and directories with blocks of 1024 bytes, "
-    "7168 "
-    "with 2048, 14336 with 4096, 28672 with 8192.",
+    "ones serve large files faster and hold more of them: at most 3584 files and directories with blocks of 1024 "
+    "bytes, 7168 with 2048, 14336 with 4096, 28672 with 8192.",
     "orba format card.orb\n"
     "orba format --block-size 1024 --nodes 500 small.orb",
     DefineFormat,
@@ -265,8 +266,9 @@ const Command kFreeCommand = {
     kContainerGroup,
     "CONTAINER...",
     "tell how much space containers have left",
-    "A line for each container, in units of 1024 bytes: its size, what of it is used and free, by how much it can grow "
-    "(its disk's free space considered), how many files and directories it can hold and how many of those are left.",
+    "A line for each container, in units of 1024 bytes: its size, what of it is used and free, by how much it can "
+    "grow (its disk's free space considered), how many files and directories it can hold and how many of those are "
+    "left.",
     "orba df -h *.orb",
     DefineFree,
 };

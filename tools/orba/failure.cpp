@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <utility>
 
 #include "orba.h"
 #include "tools/orba/terminal.h"
@@ -24,6 +23,9 @@ constexpr const char* kRepairAdvice =
     "see what is left to do with: orba check {}\n"
     "make it mountable again with: orba repair {}";
 constexpr const char* kDiskAdvice = "look after the disk that holds the container, then run: orba check {}";
+constexpr const char* kVolumeAdvice =
+    "check the name; if it is the right one, see the damage with: orba check {}\n"
+    "make it mountable again with: orba repair {}";
 constexpr const char* kInternalAdvice = "this should not happen; please report it, with the command line";
 
 constexpr ResultCode kResultCodes[] = {
@@ -35,7 +37,7 @@ constexpr ResultCode kResultCodes[] = {
     {ORB_ERROR_WRITE, "ORB_ERROR_WRITE", "writing to the container failed", kDiskAdvice},
     {ORB_ERROR_READ, "ORB_ERROR_READ", "reading the container failed", kDiskAdvice},
     {ORB_ERROR_WRITE_PROTECTED, "ORB_ERROR_WRITE_PROTECTED", "the medium is write-protected",
-     "containers are opened for writing: copy it to another disk, or read it with: orba recover {} DIR"},
+     "use another disk, or a copy there"},
     {ORB_ERROR_NOT_READY, "ORB_ERROR_NOT_READY", "the device is not ready", "insert or connect it and try again"},
     {ORB_ERROR_ABORTED, "ORB_ERROR_ABORTED", "the host aborted the request", "try again"},
     {ORB_ERROR_CONTAINER_IN_USE, "ORB_ERROR_CONTAINER_IN_USE", "another program has the container open",
@@ -43,7 +45,7 @@ constexpr ResultCode kResultCodes[] = {
     {ORB_ERROR_WRONG_VERSION, "ORB_ERROR_WRONG_VERSION", "the container's format version is not 1.0",
      "look at its header with: orba dump {} header"},
     {ORB_ERROR_DAMAGED_VOLUME, "ORB_ERROR_DAMAGED_VOLUME", "it is no container, or its header is damaged",
-     kRepairAdvice},
+     kVolumeAdvice},
     {ORB_ERROR_DAMAGED_RECORD, "ORB_ERROR_DAMAGED_RECORD", "a record inside the container is damaged", kRepairAdvice},
     {ORB_ERROR_NOT_CLEAN, "ORB_ERROR_NOT_CLEAN", "an update of the container was interrupted", kRepairAdvice},
     {ORB_ERROR_ALREADY_MOUNTED, "ORB_ERROR_ALREADY_MOUNTED", "a volume of this name is mounted", kInternalAdvice},
@@ -67,14 +69,13 @@ constexpr ResultCode kResultCodes[] = {
     {ORB_ERROR_TOO_MANY_OPEN_FILES, "ORB_ERROR_TOO_MANY_OPEN_FILES", "too many files are open",
      "raise the limit of open files (ulimit -n)"},
     {ORB_ERROR_ACCESS_DENIED, "ORB_ERROR_ACCESS_DENIED", "it may not be opened for writing",
-     "check who may write the container on the host; the read-only attribute inside it goes with: orba attrib -r\n"
-     "a container that must stay as it is can be read with: orba recover {} DIR"},
+     "check who may write it; inside a container: orba attrib shows and changes what is read-only"},
     {ORB_ERROR_DISK_FULL, "ORB_ERROR_DISK_FULL", "the disk that holds the container is full",
      "make room on it and try again"},
     {ORB_ERROR_VOLUME_FULL, "ORB_ERROR_VOLUME_FULL", "the container has reached its largest size, or the file has",
      "remove files, or use another container"},
     {ORB_ERROR_INVALID_HANDLE, "ORB_ERROR_INVALID_HANDLE", "the file or search is not open", kInternalAdvice},
-    {ORB_ERROR_WRONG_KIND, "ORB_ERROR_WRONG_KIND", "it is a directory where a file is required, or a file",
+    {ORB_ERROR_WRONG_KIND, "ORB_ERROR_WRONG_KIND", "it is a directory where a file is required, or the other way round",
      "check the name with: orba ls -l"},
     {ORB_ERROR_NOT_A_DIRECTORY, "ORB_ERROR_NOT_A_DIRECTORY", "it is not a directory",
      "check the name with: orba ls -l"},
@@ -98,12 +99,55 @@ const ResultCode& Row(std::uint32_t code) {
   return kUnknownCode;
 }
 
+// The text with control characters as "\x0A", and a backslash before each of `others`.
+std::string Escaped(const std::string& text, const char* others) {
+  std::string escaped;
+  for (const char c : text) {
+    char number[8];
+    std::snprintf(number, sizeof number, "\\x%02X", static_cast<unsigned>(static_cast<unsigned char>(c)));
+    const bool control = c == '\x7f' || (c >= 0 && c < ' ');
+    if (!control && std::strchr(others, c) != nullptr) escaped += '\\';
+    escaped += control ? number : std::string(1, c);
+  }
+  return escaped;
+}
+
 std::string Filled(std::string text, const std::string& container) {
   // "!#$%&'()-^~@{}[]_." is no placeholder.
   for (std::size_t at = text.find(" {}"); at != std::string::npos; at = text.find(" {}", at + container.size())) {
     text.replace(at + 1, 2, container);
   }
   return text;
+}
+
+const char* HostAdvice(int error) {
+  switch (error) {
+    case ENOSPC:
+    case EDQUOT:
+      return "make room on the disk and try again";
+    case EFBIG:
+      return "raise the limit for the size of files (ulimit -f), or use another disk";
+    case EROFS:
+      return "use a folder on another disk";
+    case EACCES:
+    case EPERM:
+      return "check who owns it and its permissions";
+    case ENOENT:
+    case ENOTDIR:
+    case EISDIR:
+    case ELOOP:
+    case ENAMETOOLONG:
+      return "check the path";
+    case EEXIST:
+      return "use another name, or --force to overwrite it";
+    case EMFILE:
+    case ENFILE:
+      return "raise the limit of open files (ulimit -n)";
+    case EBADF:
+      return "call the program with its standard streams open";
+    default:
+      return "look after the disk and the folder that hold it, and try again";
+  }
 }
 
 // After these no other file fares better.
@@ -114,9 +158,13 @@ bool EndsAllWriting(std::uint32_t code) {
 
 }  // namespace
 
-Failure::Failure(std::string what, const std::string& why, const std::string& advice, std::uint32_t code)
-    : message_(std::move(what)), code_(code) {
-  if (!why.empty()) message_ += ": " + why;
+Failure::Failure(const std::string& what, const std::string& why, const std::string& advice, std::uint32_t code)
+    : message_(Visible(what)), code_(code) {
+  if (!why.empty()) message_ += ": " + Visible(why);
+  AddAdvice(advice);
+}
+
+void Failure::AddAdvice(const std::string& advice) {
   std::size_t start = 0;
   while (start < advice.size()) {
     const std::size_t end = advice.find('\n', start);
@@ -141,13 +189,10 @@ Failure LibraryFailure(const std::string& what, const std::string& container, st
   return failure;
 }
 
-Failure HostFailure(const std::string& what, int error) {
+Failure HostFailure(const std::string& what, int error) { return HostFailure(what, error, HostAdvice(error)); }
+
+Failure HostFailure(const std::string& what, int error, const std::string& advice) {
   const char* const name = strerrorname_np(error);
-  const char* advice = "";
-  if (error == ENOSPC || error == EDQUOT) advice = "make room on the disk and try again";
-  if (error == EACCES || error == EPERM) advice = "check who owns it and its permissions";
-  if (error == ENOENT || error == ENOTDIR) advice = "check the path";
-  if (error == EEXIST) advice = "use another name, or --force to overwrite it";
   Failure failure(
       what,
       std::string(strerror(error)) + " (" + (name != nullptr ? name : "errno") + ", " + std::to_string(error) + ")",
@@ -162,9 +207,12 @@ std::string CodeText(std::uint32_t code) {
   return std::string(Row(code).name) + ", " + number;
 }
 
+std::string Visible(const std::string& text) { return Escaped(text, ""); }
+
 std::string ShellWord(const std::string& word) {
   const char* const plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:@%+=,";
   if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) return word;
+  if (Visible(word) != word) return "$'" + Escaped(word, "\\'") + "'";
   std::string quoted = "'";
   for (const char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
   return quoted + "'";
@@ -172,17 +220,10 @@ std::string ShellWord(const std::string& word) {
 
 void Report(const Failure& failure) { Report(std::string(failure.what())); }
 
-// Names of the host may hold anything, terminal commands included.
 void Report(const std::string& message) {
-  std::string visible;
-  for (const char c : message) {
-    char escaped[8];
-    std::snprintf(escaped, sizeof escaped, "\\x%02X", static_cast<unsigned>(static_cast<unsigned char>(c)));
-    visible += c == '\x7f' || (c >= 0 && c < ' ' && c != '\n') ? escaped : std::string(1, c);
-  }
   std::fflush(stdout);
   Progress::Hide();
-  std::fprintf(stderr, "%s %s\n", Painted(Stream::kError, Colour::kRed, "orba:").c_str(), visible.c_str());
+  std::fprintf(stderr, "%s %s\n", Painted(Stream::kError, Colour::kRed, "orba:").c_str(), message.c_str());
 }
 
 }  // namespace orba::tool

@@ -22,10 +22,12 @@ enum ExitStatus : int {
 
 class Failure : public std::exception {
  public:
-  // `what` is a phrase such as "cannot read card.orb:/A.TXT"; `advice` may be empty.
-  Failure(std::string what, const std::string& why, const std::string& advice, std::uint32_t code = 0);
+  // `what` is a phrase such as "cannot read card.orb:/A.TXT"; `advice` may be empty, or lines.
+  Failure(const std::string& what, const std::string& why, const std::string& advice, std::uint32_t code = 0);
 
   const char* what() const noexcept override { return message_.c_str(); }
+
+  void AddAdvice(const std::string& advice);  // a line or more
 
   // The library's result code, 0 when the library had no part in it.
   std::uint32_t code() const { return code_; }
@@ -50,11 +52,15 @@ class UsageFailure : public Failure {
 Failure LibraryFailure(const std::string& what, const std::string& container);
 Failure LibraryFailure(const std::string& what, const std::string& container, std::uint32_t code);
 
-// A call to the host failed with an errno value.
+// A call to the host failed with an errno value. The second form says what to do instead of the usual.
 Failure HostFailure(const std::string& what, int error);
+Failure HostFailure(const std::string& what, int error, const std::string& advice);
 
 // "ORB_ERROR_NOT_CLEAN, 0x3000000C"
 std::string CodeText(std::uint32_t code);
+
+// The text with control characters as "\x0A": names of the host may hold anything, terminal commands included.
+std::string Visible(const std::string& text);
 
 // The word as a shell takes it: quoted where that is needed.
 std::string ShellWord(const std::string& word);

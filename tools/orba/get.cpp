@@ -21,11 +21,12 @@ namespace {
 
 constexpr OrbU32 kPiece = 256 * 1024;
 
-// ---- cat --------------------------------------------------------------------------------------------------------------
+// ---- cat ------------------------------------------------------------------------------------------------------------
 
 void PrintFile(Session* session, const Match& match) {
   if (match.item.IsDirectory()) {
-    throw LibraryFailure("cannot read " + match.address.Text(), match.address.container, ORB_ERROR_WRONG_KIND);
+    throw Failure("cannot read " + match.address.Text(), "it is a directory (" + CodeText(ORB_ERROR_WRONG_KIND) + ")",
+                  "copy it and everything below it with: orba get", ORB_ERROR_WRONG_KIND);
   }
   VolumeFile file(session, match.address, ORB_OPEN_READ);
   std::vector<char> buffer(kPiece);
@@ -36,7 +37,7 @@ void PrintFile(Session* session, const Match& match) {
 }
 
 int RunCat(const std::vector<std::string>& operands) {
-  Session session;
+  Session session(Session::kLook);
   int status = kSuccess;
   const int found = ForEach(operands, [&](const std::string& operand) {
     const std::vector<Match> matches = session.Expand(ParseAddress(operand), "read");
@@ -53,11 +54,12 @@ Run DefineCat(CLI::App* app) {
   return [operands] { return RunCat(*operands); };
 }
 
-// ---- get --------------------------------------------------------------------------------------------------------------
+// ---- get ------------------------------------------------------------------------------------------------------------
 
 struct GetOptions {
   std::vector<std::string> operands;
   bool force = false;
+  bool noClobber = false;
   bool lower = false;
   bool quiet = false;
   bool verbose = false;
@@ -92,13 +94,14 @@ class Planner {
   void Add(const Match& source, const std::string& target) {
     const bool exists = HostFileExists(target);
     if (!source.item.IsDirectory()) {
+      if (exists && options_.noClobber) return;
       if (exists) RefuseExisting(target, source.address.container);
       plan_.work += source.item.size + Progress::kFile;
       plan_.steps.push_back({source, target});
       return;
     }
     if (exists && !IsHostDirectory(target)) {
-      plan_.refusals.push_back(HostFailure("cannot make the directory " + target, EEXIST));
+      plan_.refusals.push_back(HostFailure("cannot make the directory " + target, EEXIST, "use another name"));
       return;
     }
     plan_.steps.push_back({source, target});
@@ -121,7 +124,7 @@ class Planner {
     if (IsSameHostFile(target, container)) {
       plan_.refusals.emplace_back("cannot write " + target, "it is the container itself", "use another name");
     } else if (IsHostDirectory(target)) {
-      plan_.refusals.push_back(HostFailure("cannot write " + target, EISDIR));
+      plan_.refusals.push_back(HostFailure("cannot write " + target, EISDIR, "use another name"));
     } else if (!options_.force) {
       plan_.refusals.push_back(HostFailure("cannot write " + target, EEXIST));
     }
@@ -184,14 +187,17 @@ int CarryOut(const GetOptions& options, Session* session, const Plan& plan) {
     } else {
       CopyOut(session, step, options.force, &progress);
     }
-    if (options.verbose) Print(step.source.address.Text() + " -> " + step.target + "\n");
+    if (options.verbose) Print(step.source.address.Text() + " -> " + Visible(step.target) + "\n");
   });
   StampDirectories(plan);
   return status;
 }
 
 int RunGet(const GetOptions& options) {
-  Session session;
+  if (options.operands.size() > 1 && options.operands.back() == "-") {
+    return RunCat({options.operands.begin(), options.operands.end() - 1});
+  }
+  Session session(Session::kLook);
   int found = kSuccess;
   const Plan plan = MakePlan(options, &session, &found);
   if (!plan.refusals.empty()) {
@@ -206,7 +212,9 @@ int RunGet(const GetOptions& options) {
 
 Run DefineGet(CLI::App* app) {
   auto options = std::make_shared<GetOptions>();
-  app->add_flag("-f,--force", options->force, "overwrite files that are there");
+  CLI::Option* const force = app->add_flag("-f,--force", options->force, "overwrite files that are there");
+  app->add_flag("-n,--no-clobber", options->noClobber, "leave files alone that are there, and get the others")
+      ->excludes(force);
   app->add_flag("--lower", options->lower, "names on the host in lower case");
   app->add_flag("-v,--verbose", options->verbose, "name every file");
   app->add_flag("-q,--quiet", options->quiet, "draw no progress");
@@ -234,9 +242,10 @@ const Command kGetCommand = {
     kTransferGroup,
     "CONTAINER:/PATH... [TARGET]",
     "copy files and trees out of a container",
-    "Copies files, and directories with everything below them, into a directory of the host, or a single one to a new "
-    "name; \"CONTAINER\" alone gets what its root holds. Files and directories keep their times. Directories that are "
-    "there already are filled up; files that are there are only overwritten with --force.\n\n"
+    "Copies files, and directories with everything below them, into a directory of the host, or a single one to a "
+    "new name; \"CONTAINER\" alone gets what its root holds. \"-\" as TARGET is standard output. Files and "
+    "directories keep their times. Directories that are there already are filled up; files that are there are only "
+    "overwritten with --force, and left alone with --no-clobber, which takes up an interrupted get again.\n\n"
     "Each file is written under a passing name and renamed when it is whole, so an interrupted get leaves no half "
     "files.",
     "orba get card.orb:/LOGS  # into the current directory\n"

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <utility>
@@ -31,10 +32,9 @@ Descriptor OpenForReading(const std::string& path) {
                                 : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status = {};
   if (file.get() < 0 || fstat(file.get(), &status) != 0) throw HostFailure(what, errno);
-  if (!standardInput && !S_ISREG(status.st_mode)) {
-    throw Failure(what, "it is no ordinary file", "name a file or a directory");
-  }
-  return file;
+  if (standardInput || S_ISREG(status.st_mode)) return file;
+  if (S_ISDIR(status.st_mode)) throw HostFailure(what, EISDIR);
+  throw Failure(what, "it is no ordinary file", "name an ordinary file");
 }
 
 std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std::size_t count) {
@@ -48,6 +48,26 @@ std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std
     done += static_cast<std::size_t>(part);
   }
   return done;
+}
+
+void WriteFully(int descriptor, const std::string& what, const void* buffer, std::size_t count) {
+  const char* bytes = static_cast<const char*>(buffer);
+  while (count > 0) {
+    const ssize_t part = write(descriptor, bytes, count);
+    if (part < 0 && errno == EINTR) continue;
+    if (part < 0) throw HostFailure("cannot write " + what, errno);
+    bytes += part;
+    count -= static_cast<std::size_t>(part);
+  }
+}
+
+Descriptor OpenPassingFile() {
+  const char* const chosen = std::getenv("TMPDIR");
+  std::string path = JoinPath(chosen != nullptr && chosen[0] != '\0' ? chosen : "/tmp", ".orba-XXXXXX");
+  Descriptor file(mkostemp(path.data(), O_CLOEXEC));
+  if (file.get() < 0) throw HostFailure("cannot make a passing file " + path, errno);
+  unlink(path.c_str());
+  return file;
 }
 
 std::vector<std::string> ListHostDirectory(const std::string& path) {
@@ -101,7 +121,10 @@ bool IsSameHostFile(const std::string& a, const std::string& b) {
 void MakeHostDirectory(const std::string& path) {
   if (mkdir(path.c_str(), 0777) == 0) return;
   const int error = errno;
-  if (error != EEXIST || !IsHostDirectory(path)) throw HostFailure("cannot make the directory " + path, error);
+  if (error != EEXIST || !IsHostDirectory(path)) {
+    const std::string what = "cannot make the directory " + path;
+    throw error == EEXIST ? HostFailure(what, error, "use another name") : HostFailure(what, error);
+  }
 }
 
 bool ToHostTime(const OrbTime& time, timespec* out) {
@@ -145,16 +168,7 @@ NewHostFile::~NewHostFile() {
   if (!temporary_.empty()) unlink(temporary_.c_str());
 }
 
-void NewHostFile::Write(const void* buffer, std::size_t count) {
-  const char* bytes = static_cast<const char*>(buffer);
-  while (count > 0) {
-    const ssize_t part = write(descriptor_, bytes, count);
-    if (part < 0 && errno == EINTR) continue;
-    if (part < 0) Fail();
-    bytes += part;
-    count -= static_cast<std::size_t>(part);
-  }
-}
+void NewHostFile::Write(const void* buffer, std::size_t count) { WriteFully(descriptor_, path_, buffer, count); }
 
 void NewHostFile::Publish(const OrbTime& time, bool overwrite) {
   timespec stamp;

@@ -1,5 +1,5 @@
-// Files of the host: opened for reading, written under a passing name until they are whole, stamped with the times that a
-// container holds. Stands on failure and interrupt.
+// Files of the host: opened for reading, written under a passing name until they are whole, stamped with the times that
+// a container holds. Stands on failure and interrupt.
 #pragma once
 
 #include <sys/stat.h>
@@ -33,6 +33,12 @@ Descriptor OpenForReading(const std::string& path);
 
 // Bytes read, less than `count` at the end alone.
 std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std::size_t count);
+
+// `what` is what it is about, as in "cannot write WHAT".
+void WriteFully(int descriptor, const std::string& what, const void* buffer, std::size_t count);
+
+// A new file without a name, below TMPDIR or /tmp, gone when it is closed.
+Descriptor OpenPassingFile();
 
 // The names in a directory, sorted, "." and ".." left out.
 std::vector<std::string> ListHostDirectory(const std::string& path);

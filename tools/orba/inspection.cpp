@@ -6,8 +6,10 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <cerrno>
+#include <filesystem>
 #include <memory>
 #include <sstream>
+#include <system_error>
 
 #include "inspect/apply.h"
 #include "inspect/check.h"
@@ -71,7 +73,7 @@ std::string PaintedReport(const std::string& text) {
   return painted;
 }
 
-// ---- check ------------------------------------------------------------------------------------------------------------
+// ---- check ----------------------------------------------------------------------------------------------------------
 
 struct CheckOptions {
   std::vector<std::string> operands;
@@ -84,6 +86,12 @@ Failure Unreadable(const std::string& path, const inspect::Report& report) {
   if (report.Count(inspect::Kind::kUnreadable) > 0) {
     return Failure("cannot check all of " + path, "the host could not read it (" + CodeText(ORB_ERROR_READ) + ")",
                    "copy it to another disk and check the copy\n" + recover, ORB_ERROR_READ);
+  }
+  if (report.Count(inspect::Kind::kContainerShort) > 0) {
+    return Failure(
+        "cannot check " + path,
+        "it is no container, or all but its first bytes are lost (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+        "check the name", ORB_ERROR_DAMAGED_VOLUME);
   }
   return Failure("cannot check " + path,
                  "it is no container, or its beginning is lost (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
@@ -122,7 +130,7 @@ Run DefineCheck(CLI::App* app) {
   return [options] { return RunCheck(*options); };
 }
 
-// ---- repair -----------------------------------------------------------------------------------------------------------
+// ---- repair ---------------------------------------------------------------------------------------------------------
 
 struct RepairOptions {
   std::string container;
@@ -141,7 +149,7 @@ TimeStamp Now() {
 void WriteUndoFile(const std::string& path, const std::vector<std::uint8_t>& bytes) {
   const std::string what = "cannot write the undo file " + path;
   const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-  if (file.get() < 0) throw HostFailure(what, errno);
+  if (file.get() < 0) throw errno == EEXIST ? HostFailure(what, errno, "use another name") : HostFailure(what, errno);
   for (std::size_t done = 0; done < bytes.size();) {
     const ssize_t part = write(file.get(), bytes.data() + done, bytes.size() - done);
     if (part < 0) {
@@ -154,6 +162,12 @@ void WriteUndoFile(const std::string& path, const std::vector<std::uint8_t>& byt
   if (fsync(file.get()) != 0) throw HostFailure(what, errno);
 }
 
+// Everything written to the file is on its disk.
+bool Synchronise(const std::string& path) {
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  return file.get() >= 0 && fsync(file.get()) == 0;
+}
+
 std::unique_ptr<inspect::FileTarget> OpenTarget(const std::string& path) {
   std::unique_ptr<inspect::FileTarget> target = inspect::FileTarget::Open(path);
   if (target == nullptr) throw HostFailure("cannot write " + path, errno);
@@ -164,7 +178,8 @@ void Apply(const RepairOptions& options, const RawContainer& container, const in
   const std::unique_ptr<inspect::FileTarget> target = OpenTarget(container.path());
   if (!options.undo.empty()) WriteUndoFile(options.undo, MakeUndo(plan, container.image()));
   CheckInterrupt();
-  if (ApplyPlan(plan, target.get())) return;
+  // A card may be pulled out next.
+  if (ApplyPlan(plan, target.get()) && Synchronise(container.path())) return;
   const std::string path = ShellWord(container.path());
   throw Failure(
       "cannot finish the repair of " + container.path(), "the host could not write it",
@@ -190,8 +205,8 @@ int Repair(const RepairOptions& options) {
     const RawContainer container(path, options.dryRun ? RawContainer::kRead : RawContainer::kWrite);
     const inspect::Plan plan = PlanRepair(container.image(), Now());
     if (!plan.possible) {
-      throw Failure("cannot repair " + path, plan.problem,
-                    "see what it holds with: orba dump " + ShellWord(path) + " header");
+      throw Failure("cannot repair " + path, plan.problem + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+                    "see what it holds with: orba dump " + ShellWord(path) + " bytes 0", ORB_ERROR_DAMAGED_VOLUME);
     }
     if (plan.actions.empty() && IsSound(plan.before)) {
       if (!options.quiet) Print(Painted(Stream::kOutput, Colour::kGreen, "clean") + ": nothing to repair\n");
@@ -216,7 +231,7 @@ Run DefineRepair(CLI::App* app) {
   return [options] { return AsFsck([&] { return Repair(*options); }); };
 }
 
-// ---- undo -------------------------------------------------------------------------------------------------------------
+// ---- undo -----------------------------------------------------------------------------------------------------------
 
 struct UndoOptions {
   std::string container;
@@ -250,7 +265,7 @@ int RunUndo(const UndoOptions& options) {
                   "name the right file; with --force it is applied all the same, which may destroy the container");
   }
   const std::unique_ptr<inspect::FileTarget> target = OpenTarget(container.path());
-  if (!ApplyUndo(undo, target.get())) {
+  if (!ApplyUndo(undo, target.get()) || !Synchronise(container.path())) {
     throw Failure(what, "the host could not write it", "run it again when the disk is well");
   }
   return kSuccess;
@@ -264,7 +279,7 @@ Run DefineUndo(CLI::App* app) {
   return [options] { return RunUndo(*options); };
 }
 
-// ---- recover ----------------------------------------------------------------------------------------------------------
+// ---- recover --------------------------------------------------------------------------------------------------------
 
 struct RecoverOptions {
   std::string container;
@@ -275,14 +290,19 @@ struct RecoverOptions {
 void PrintRecovered(const inspect::Recovered& recovered, const std::string& directory) {
   for (const std::string& repair : recovered.repairs) Print("set right in the copies: " + repair + "\n");
   for (const std::string& renamed : recovered.renamed) Print("renamed: " + renamed + "\n");
-  Print(std::to_string(recovered.files) + " files with " + std::to_string(recovered.bytes) + " bytes and " +
-        std::to_string(recovered.directories) + " directories copied to " + directory + "\n");
+  Print(inspect::Counted(recovered.files, "file") + " with " + inspect::Counted(recovered.bytes, "byte") + " and " +
+        inspect::Counted(recovered.directories, "directory", "directories") + " copied to " + Visible(directory) +
+        "\n");
 }
 
 int RunRecover(const RecoverOptions& options) {
   const RawContainer container(ParseContainer(options.container));
   const std::string what = "cannot recover " + container.path();
   Progress progress("recover", inspect::Check(container.image()).totals.files * Progress::kFile, options.quiet);
+  const bool isNew = !HostFileExists(options.directory);
+  std::error_code error;
+  std::filesystem::create_directories(options.directory, error);
+  if (error) throw HostFailure("cannot make the directory " + options.directory, error.value());
   const inspect::Recovered recovered =
       Recover(container.image(), options.directory, [&progress](const std::string& path) {
         CheckInterrupt();
@@ -291,8 +311,11 @@ int RunRecover(const RecoverOptions& options) {
       });
   Progress::Hide();
   if (!recovered.possible) {
-    throw Failure(what, recovered.failures.empty() ? "nothing can be made out" : recovered.failures[0],
-                  "see what it holds with: orba dump " + ShellWord(container.path()) + " header");
+    if (isNew) rmdir(options.directory.c_str());
+    const std::string why = recovered.failures.empty() ? "nothing can be made out" : recovered.failures[0];
+    throw Failure(what, why + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+                  "see what it holds with: orba dump " + ShellWord(container.path()) + " bytes 0",
+                  ORB_ERROR_DAMAGED_VOLUME);
   }
   if (!options.quiet) PrintRecovered(recovered, options.directory);
   std::vector<Failure> failures;
@@ -326,8 +349,7 @@ const Command kCheckCommand = {
     "what it means: damage breaks a rule of the format; half-made is what an interrupted update left, whose end is "
     "known; a leak is space that nothing names, nothing is lost by it; a note breaks no rule.\n\n"
     "Exits with 0 when the container is clean, 4 when there is something to repair (an update mark that is set "
-    "counts), "
-    "8 when it could not be read. Of several containers the statuses are combined.",
+    "counts), 8 when it could not be read. Of several containers the statuses are combined.",
     "orba check card.orb\n"
     "orba check --json card.orb | jq .verdict\n"
     "orba check -q card.orb || orba repair --undo card.undo card.orb",
@@ -339,14 +361,13 @@ const Command kRepairCommand = {
     kRepairGroup,
     "CONTAINER",
     "make a container consistent and mountable again",
-    "Prints its plan, then carries it out: finishes or undoes half-made updates, gives leaked space back, rebuilds the "
-    "list of free blocks and takes the update mark away last. What has data but no name left appears as "
+    "Prints its plan, then carries it out: finishes or undoes half-made updates, gives leaked space back, rebuilds "
+    "the list of free blocks and takes the update mark away last. What has data but no name left appears as "
     "/LOST.FND/NODEnnnn. Data that can be kept is never deleted.\n\n"
     "A repair may be interrupted at any time and run again. With --undo, a file keeps all that is overwritten, and "
-    "orba "
-    "undo takes the repair back.\n\n"
-    "Exits with 0 when there was nothing to do, 1 when the container is repaired, 4 when damage is left (always after "
-    "--dry-run), 8 when it could not work.",
+    "orba undo takes the repair back.\n\n"
+    "Exits with 0 when there was nothing to do, 1 when the container is repaired, 4 when damage is left (always "
+    "after --dry-run), 8 when it could not work.",
     "orba repair --dry-run card.orb\n"
     "orba repair --undo card.undo card.orb",
     DefineRepair,

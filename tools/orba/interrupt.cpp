@@ -31,7 +31,11 @@ void CatchInterrupts() {
   struct sigaction action = {};
   action.sa_handler = Remember;
   action.sa_flags = static_cast<int>(SA_RESETHAND);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction before = {};
+    sigaction(signal, &action, &before);
+    if (before.sa_handler == SIG_IGN) sigaction(signal, &before, nullptr);  // as nohup wants it
+  }
   signal(SIGPIPE, SIG_IGN);
 }
 

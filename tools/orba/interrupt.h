@@ -1,5 +1,5 @@
-// Ctrl-C and its relatives. A signal only raises a flag; work looks at it between two steps, so that nothing is left half
-// done that can be finished or taken back. Stands on the host alone.
+// Ctrl-C and its relatives. A signal only raises a flag; work looks at it between two steps, so that nothing is left
+// half done that can be finished or taken back. Stands on the host alone.
 #pragma once
 
 namespace orba::tool {
@@ -8,8 +8,9 @@ struct Interrupt {
   int signal;
 };
 
-// From here on SIGINT, SIGTERM and SIGHUP wait to be noticed; a second one of the same kind does not. A write to a reader
-// that went away fails with EPIPE, one that has to wait is ended by a signal (EINTR).
+// From here on SIGINT, SIGTERM and SIGHUP wait to be noticed; a second one of the same kind does not, and one that
+// whoever started the program has it ignore stays ignored. A write to a reader that went away fails with EPIPE, one
+// that has to wait is ended by a signal (EINTR).
 void CatchInterrupts();
 
 // Throws an Interrupt when a signal has come.

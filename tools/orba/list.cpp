@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+#include <tuple>
 
 #include "inspect/names.h"
 #include "tools/orba/command.h"
@@ -21,7 +22,7 @@ std::string PaintedName(const Item& item, const std::string& text) {
   return item.IsDirectory() ? Painted(Stream::kOutput, Colour::kBlue, text) : text;
 }
 
-// ---- ls ---------------------------------------------------------------------------------------------------------------
+// ---- ls -------------------------------------------------------------------------------------------------------------
 
 struct ListOptions {
   std::vector<std::string> operands;
@@ -30,7 +31,25 @@ struct ListOptions {
   bool onePerLine = false;
   bool itself = false;
   bool human = false;
+  bool byTime = false;
+  bool bySize = false;
+  bool reverse = false;
 };
+
+bool IsNewer(const OrbTime& a, const OrbTime& b) {
+  const auto key = [](const OrbTime& t) { return std::tie(t.year, t.month, t.day, t.hour, t.minute, t.second); };
+  return key(a) > key(b);
+}
+
+// They come sorted by name.
+void Sort(const ListOptions& options, std::vector<Item>* items) {
+  const auto comesFirst = [&options](const Item& a, const Item& b) {
+    if (options.byTime && (IsNewer(a.time, b.time) || IsNewer(b.time, a.time))) return IsNewer(a.time, b.time);
+    return options.bySize && a.size > b.size;
+  };
+  std::stable_sort(items->begin(), items->end(), comesFirst);
+  if (options.reverse) std::reverse(items->begin(), items->end());
+}
 
 std::string AttributeText(const Item& item) {
   std::string text = "----";
@@ -63,13 +82,15 @@ class Lister {
       files.push_back(match->item);
       if (several || match->address.IsRoot()) files.back().name = match->address.Text();
     }
+    Sort(options_, &files);
     if (!files.empty()) PrintItems(files);
     for (auto match = firstDirectory; match != matches.end(); ++match) ListDirectory(match->address, several);
   }
 
  private:
   void ListDirectory(const Address& directory, bool headed) {
-    const std::vector<Item> items = walker_.List(directory);
+    std::vector<Item> items = walker_.List(directory);
+    Sort(options_, &items);
     if (headed) Print((printed_ ? "\n" : "") + directory.Text() + ":\n");
     PrintItems(items);
     printed_ = true;
@@ -119,7 +140,7 @@ class Lister {
 };
 
 int RunList(const ListOptions& options) {
-  Session session;
+  Session session(Session::kLook);
   Lister lister(options, &session);
   const int status = ForEach(options.operands, [&](const std::string& operand) { lister.ListOperand(operand); });
   session.Close();
@@ -133,12 +154,15 @@ Run DefineList(CLI::App* app) {
   app->add_flag("-d,--directory", options->itself, "a directory itself, not what it holds");
   app->add_flag("-1", options->onePerLine, "one name to a line, also on a terminal");
   app->add_flag("-h,--human", options->human, "sizes such as 1.5K");
+  app->add_flag("-t", options->byTime, "the newest first");
+  app->add_flag("-S", options->bySize, "the largest first");
+  app->add_flag("-r,--reverse", options->reverse, "the other way round");
   app->add_option("address", options->operands, "what to list; wildcards * and ? stand in any name of the path")
       ->required();
   return [options] { return RunList(*options); };
 }
 
-// ---- tree -------------------------------------------------------------------------------------------------------------
+// ---- tree -----------------------------------------------------------------------------------------------------------
 
 struct TreeOptions {
   std::vector<std::string> operands;
@@ -148,6 +172,7 @@ struct TreeOptions {
 struct TreeCounts {
   unsigned directories = 0;
   unsigned files = 0;
+  bool drawn = false;
 };
 
 void PrintBranches(Walker* walker, const Address& directory, const std::string& indent, unsigned levels,
@@ -170,17 +195,19 @@ std::string Counted(unsigned count, const char* one, const char* many) {
 }
 
 int RunTree(const TreeOptions& options) {
-  Session session;
+  Session session(Session::kLook);
   Walker walker(&session);
   TreeCounts counts;
   const int status = ForEach(options.operands, [&](const std::string& operand) {
     for (const Match& match : session.Expand(ParseAddress(operand), "list")) {
       Print(PaintedName(match.item, match.address.Text()) + "\n");
+      counts.drawn = true;
       if (match.item.IsDirectory()) PrintBranches(&walker, match.address, "", options.levels, &counts);
     }
   });
-  Print("\n" + Counted(counts.directories, "directory", "directories") + ", " + Counted(counts.files, "file", "files") +
-        "\n");
+  if (counts.drawn)
+    Print("\n" + Counted(counts.directories, "directory", "directories") + ", " +
+          Counted(counts.files, "file", "files") + "\n");
   session.Close();
   return status;
 }
@@ -194,7 +221,7 @@ Run DefineTree(CLI::App* app) {
   return [options] { return RunTree(*options); };
 }
 
-// ---- du ---------------------------------------------------------------------------------------------------------------
+// ---- du -------------------------------------------------------------------------------------------------------------
 
 struct UsageOptions {
   std::vector<std::string> operands;
@@ -249,7 +276,7 @@ class UsageCounter {
 };
 
 int RunUsage(const UsageOptions& options) {
-  Session session;
+  Session session(Session::kLook);
   UsageCounter counter(options, &session);
   const int status = ForEach(options.operands, [&](const std::string& operand) {
     for (const Match& match : session.Expand(ParseAddress(operand), "measure")) counter.Count(match, true);
@@ -275,13 +302,13 @@ const Command kListCommand = {
     kLookGroup,
     "CONTAINER[:/PATH]...",
     "list files and directories",
-    "Lists what a directory holds, or names a file. Names come sorted: in columns on a terminal, one to a line "
-    "elsewhere.\n\n"
+    "Lists what a directory holds, or names a file. Names come sorted by name unless told otherwise: in columns on a "
+    "terminal, one to a line elsewhere.\n\n"
     "The letters of -l are d for a directory, r for read-only, s for system (a root) and u for the attribute that is "
     "the user's own. A directory's size is 32 bytes for each entry, \".\" and \"..\" included.",
     "orba ls card.orb  # the root\n"
     "orba ls -l 'card.orb:/LOGS/*.TXT'\n"
-    "orba ls -lR card.orb:/LOGS",
+    "orba ls -ltr card.orb:/LOGS  # the newest last",
     DefineList,
 };
 
@@ -301,8 +328,8 @@ const Command kUsageCommand = {
     kLookGroup,
     "CONTAINER[:/PATH]...",
     "tell how much space files and directories take",
-    "For every directory the space that it and everything below it takes, in units of 1024 bytes. Contents take whole "
-    "blocks; files of more than six blocks take further blocks that say where their blocks are.",
+    "For every directory the space that it and everything below it takes, in units of 1024 bytes. Contents take "
+    "whole blocks; files of more than six blocks take further blocks that say where their blocks are.",
     "orba du card.orb\n"
     "orba du -sh 'card.orb:/*'",
     DefineUsage,

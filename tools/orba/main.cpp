@@ -2,6 +2,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <algorithm>
 #include <clocale>
 #include <map>
 #include <string>
@@ -25,8 +26,8 @@ struct Program {
 void Define(Program* program) {
   CLI::App& app = program->app;
   app.name("orba");
-  app.set_help_flag("--help", "print this help");  // -h stands for human-readable sizes
-  app.set_version_flag("--version", std::string("orba ") + kVersion);
+  app.set_help_flag();  // until it is known whether -h stands for sizes that people read
+  app.set_version_flag("-V,--version", std::string("orba ") + kVersion);
   // For the build, which installs what these print.
   app.add_flag("--man")->group("");
   app.add_flag("--completion")->group("");
@@ -34,8 +35,18 @@ void Define(Program* program) {
   for (const Command* command : Commands()) {
     CLI::App* const sub = app.add_subcommand(command->name, command->summary);
     program->runs[sub] = command->define(sub);
+    const bool taken = sub->get_option_no_throw("-h") != nullptr;
+    sub->set_help_flag(taken ? "--help" : "-h,--help", "print this help");
   }
+  app.set_help_flag("-h,--help", "print this help");
   SetHelp(&app);
+}
+
+std::string NoCommand(const std::string& name) { return "there is no command \"" + name + "\""; }
+
+bool IsCommand(const std::string& name) {
+  const std::vector<const Command*>& commands = Commands();
+  return std::any_of(commands.begin(), commands.end(), [&](const Command* command) { return command->name == name; });
 }
 
 // The parser takes the arguments from the back.
@@ -43,6 +54,7 @@ std::vector<std::string> Arguments(int argc, char** argv) {
   std::vector<std::string> arguments(argv + 1, argv + argc);
   if (!arguments.empty() && arguments[0] == "help") {
     arguments.erase(arguments.begin());
+    if (!arguments.empty() && !IsCommand(arguments[0])) throw UsageFailure("", NoCommand(arguments[0]));
     arguments.emplace_back("--help");
   }
   for (std::string& argument : arguments) {
@@ -67,6 +79,7 @@ int RunProgram(int argc, char** argv) {
     return kSuccess;
   } catch (const CLI::ParseError& error) {
     const std::vector<CLI::App*> subs = app.get_subcommands();
+    if (subs.empty() && argv[1][0] != '-') throw UsageFailure("", NoCommand(argv[1]));
     throw UsageFailure(subs.empty() ? "" : subs[0]->get_name(), error.what());
   }
   if (app.count("--man") > 0) Print(ManualPage(app));
@@ -101,6 +114,7 @@ int Guarded(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "");
+  HoldStandardStreams();
   CatchInterrupts();
   try {
     return Guarded(argc, argv);

@@ -34,8 +34,8 @@ struct Topic {
 constexpr Topic kTopics[] = {
     {"Addresses",
      "CONTAINER:/PATH is a place inside a container: CONTAINER is its file name on the host, /PATH the way from its "
-     "root. CONTAINER alone is the root. No path inside a container holds a \":\", so the last \":/\" of an address is "
-     "what separates; before it the host's name may hold any character (a:b.orb:/LOGS is /LOGS in a:b.orb). The "
+     "root. CONTAINER alone is the root. No path inside a container holds a \":\", so the last \":/\" of an address "
+     "is what separates; before it the host's name may hold any character (a:b.orb:/LOGS is /LOGS in a:b.orb). The "
      "wildcards * and ? stand for any characters and for one, in any name of the path; quote them from the shell. "
      "Commands that work on a container as a whole take its file name.",
      true},
@@ -44,20 +44,21 @@ constexpr Topic kTopics[] = {
      "letter case makes no difference. Times are UTC.",
      true},
     {"Exit status",
-     "0 done, 1 something failed, 16 wrong usage. check and repair end as fsck does: 0 clean, 1 repaired, 4 damage is "
-     "left, 8 could not work, 16 wrong usage.",
+     "0 done, 1 something failed, 16 wrong usage. check and repair end as fsck does: 0 clean, 1 repaired, 4 damage "
+     "is left, 8 could not work, 16 wrong usage.",
      true},
     {"Safety",
      "While the tool works on a container no other program can open it. A container whose update was interrupted is "
      "refused by everything that mounts it until orba repair has seen to it; info, df, check, repair, recover, dump "
-     "and "
-     "map work without mounting. Nothing overwrites a file, on the host or in a container, unless --force is given. An "
-     "interrupt (Ctrl-C) is obeyed between two steps, so that the container is left clean; a second one ends the "
-     "program at once.",
+     "and map work without mounting. Nothing overwrites a file, on the host or in a container, unless --force is "
+     "given. An interrupt (Ctrl-C) is obeyed between two steps, so that the container is left clean; a second one "
+     "ends the program at once.\n\n"
+     "ls, tree, du, cat, get and attrib look into a container that may only be read by way of a passing copy of it; "
+     "everything that changes a container must be able to write to it.",
      false},
     {"Environment",
      "NO_COLOR, when set, keeps colours away. COLUMNS is the line's width where the terminal does not tell. Colours, "
-     "columns and progress appear on a terminal only.",
+     "columns and progress appear on a terminal only. TMPDIR is where passing copies lie, /tmp if it is not set.",
      false},
 };
 
@@ -138,11 +139,29 @@ std::vector<const CLI::Option*> ShownOptions(const CLI::App& app) {
   return options;
 }
 
+std::string AllOptionNames(const CLI::App& app) {
+  std::string names;
+  for (const CLI::Option* option : ShownOptions(app)) {
+    for (const std::string& name : OptionNames(*option)) names += (names.empty() ? "" : " ") + name;
+  }
+  return names;
+}
+
+// The values between which an option chooses: "1024 2048". Empty for one that takes others.
+std::string Choices(const CLI::Option& option) {
+  const std::string type = option.get_type_name();
+  const std::size_t start = type.find('{');
+  if (start == std::string::npos) return "";
+  std::string choices = type.substr(start + 1, type.find('}') - start - 1);
+  std::replace(choices.begin(), choices.end(), ',', ' ');
+  return choices;
+}
+
 std::vector<const CLI::App*> SubCommands(const CLI::App& app) {
   return app.get_subcommands([](const CLI::App*) { return true; });
 }
 
-// ---- Help -------------------------------------------------------------------------------------------------------------
+// ---- Help -----------------------------------------------------------------------------------------------------------
 
 std::string Example(const std::string& line) {
   const std::size_t comment = line.find("  # ");
@@ -188,7 +207,7 @@ class HelpFormatter : public CLI::FormatterBase {
   }
 };
 
-// ---- The manual page --------------------------------------------------------------------------------------------------
+// ---- The manual page ------------------------------------------------------------------------------------------------
 
 // Text that troff takes as it is.
 std::string Troff(const std::string& text) {
@@ -256,7 +275,7 @@ std::string ManualPage(const CLI::App& app) {
                      ".SH DESCRIPTION\n.B orba\n" +
                      Troff(kPurpose) + "\n";
   for (const Topic& topic : kTopics) {
-    page += ".SH \"" + Upper(topic.title) + "\"\n" + Troff(topic.text) + "\n";
+    page += ".SH \"" + Upper(topic.title) + "\"\n" + TroffParagraphs(topic.text);
   }
   std::string group;
   for (const CLI::App* sub : SubCommands(app)) {
@@ -270,48 +289,89 @@ std::string ManualPage(const CLI::App& app) {
 std::string BashCompletion(const CLI::App& app) {
   std::string names;
   std::string cases;
+  std::string values;
   for (const CLI::App* sub : SubCommands(app)) {
-    names += (names.empty() ? "" : " ") + sub->get_name();
-    std::string options;
+    const std::string& name = sub->get_name();
+    const std::string words = CommandOf(*sub).words;
+    names += (names.empty() ? "" : " ") + name;
+    cases += "    " + name + ") options=\"" + AllOptionNames(*sub) + "\"" +
+             (words.empty() ? "" : " words=\"" + words + "\"") + " ;;\n";
     for (const CLI::Option* option : ShownOptions(*sub)) {
-      for (const std::string& name : OptionNames(*option)) options += (options.empty() ? "" : " ") + name;
+      const std::string choices = Choices(*option);
+      if (choices.empty()) continue;
+      std::string patterns;
+      for (const std::string& label : OptionNames(*option)) {
+        patterns += (patterns.empty() ? "\"" : " | \"") + name + " " + label + "\"";
+      }
+      values += "    " + patterns + ") words=\"" + choices + "\" ;;\n";
     }
-    cases += "    " + sub->get_name() + ") options=\"" + options + "\" ;;\n";
   }
   return R"(# bash completion for orba
 # Names from containers may look like commands to the shell; they are compared here, never expanded.
+
+# Sets `plain` to what the shell would make of a word, but expands nothing but the home folder.
+_orba_plain() {
+  case $1 in
+    \'*) plain=${1#\'} plain=${plain%\'} ;;
+    \"*) plain=${1#\"} plain=${plain%\"} ;;
+    \~/*) plain=$HOME/${1:2} plain=${plain//\\/} ;;
+    *) plain=${1//\\/} ;;
+  esac
+}
+
+# Completes a path inside a container; `prefix` goes before each answer.
 _orba_inside() {
-  local container=$1 path=${2^^} kind rest name
+  local container=$1 path=${2^^} prefix=$3 kind rest name
+  [[ -z $path ]] && path=/
   local folder=${path%/*}/
   COMPREPLY=()
   while read -r kind rest; do
     name=${rest##* }
     [[ $kind == d* ]] && name+=/
-    [[ $folder$name == "$path"* ]] && COMPREPLY+=("$folder$name")
+    [[ $folder$name == "$path"* ]] && COMPREPLY+=("$prefix$folder$name")
   done < <(orba ls -l -- "$container:$folder" 2>/dev/null)
   [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == */ ]] && compopt -o nospace
 }
 
 _orba() {
-  local word=${COMP_WORDS[COMP_CWORD]} command= options= i
+  local word=${COMP_WORDS[COMP_CWORD]} last=${COMP_WORDS[COMP_CWORD - 1]}
+  local commands=")" +
+         names + R"(" command= options= words= plain= operands=0 i
+  COMPREPLY=()
   for ((i = 1; i < COMP_CWORD; i++)); do
-    if [[ ${COMP_WORDS[i]} != -* ]]; then
+    if [[ -n $command ]]; then
+      [[ ${COMP_WORDS[i]} == -* ]] || ((++operands))
+    elif [[ ${COMP_WORDS[i]} != -* ]]; then
       command=${COMP_WORDS[i]}
-      break
     fi
   done
+  case "$command $last" in
+)" + values +
+         R"(  esac
+  if [[ -n $words ]]; then
+    COMPREPLY=($(compgen -W "$words" -- "$word"))
+    return
+  fi
   case $command in
-    "") COMPREPLY=($(compgen -W ")" +
-         names + R"( --help --version" -- "$word")); return ;;
+    "") COMPREPLY=($(compgen -W "$commands )" +
+         AllOptionNames(app) + R"(" -- "$word")) && return ;;
+    help) COMPREPLY=($(compgen -W "$commands" -- "$word")) && return ;;
 )" + cases +
          R"(  esac
   if [[ $word == -* ]]; then
     COMPREPLY=($(compgen -W "$options" -- "$word"))
-  elif ((COMP_CWORD >= 3)) && [[ ${COMP_WORDS[COMP_CWORD - 1]} == : && $word == /* ]]; then
-    _orba_inside "${COMP_WORDS[COMP_CWORD - 2]}" "$word"
-  else
-    COMPREPLY=()  # files of the host
-  fi
+  elif [[ $words == +* && $word == +* || $words == [^+]* && $operands -eq 1 ]]; then
+    COMPREPLY=($(compgen -W "$words" -- "$word"))
+  elif ((COMP_CWORD >= 3)) && [[ $word == : ]]; then
+    _orba_plain "$last"
+    _orba_inside "$plain" "" ""
+  elif ((COMP_CWORD >= 4)) && [[ $last == : && $word == /* ]]; then
+    _orba_plain "${COMP_WORDS[COMP_CWORD - 2]}"
+    _orba_inside "$plain" "$word" ""
+  elif [[ $word == *:/* ]]; then  # in quotes
+    _orba_plain "$word"
+    _orba_inside "${plain%:/*}" "/${plain##*:/}" "${plain%:/*}:"
+  fi  # else files of the host
 }
 complete -o default -o filenames -F _orba orba
 )";

@@ -69,18 +69,31 @@ bool MayOverwrite(Session* session, const std::string& what, const Address& targ
                   "use another name, or remove it with: orba rm -r", ORB_ERROR_WRONG_KIND);
   }
   if (!force) throw Taken(what, target);
-  if (item->IsReadOnly()) {
-    throw Failure(what, target.Text() + " is read-only (" + CodeText(ORB_ERROR_ACCESS_DENIED) + ")",
-                  "clear the attribute with: orba attrib -r " + ShellWord(target.Text()), ORB_ERROR_ACCESS_DENIED);
-  }
+  if (item->IsReadOnly()) throw ReadOnlyFailure(what, target, target.Text());
   return true;
+}
+
+// Does `work` with an operand. Who names a file of the host where an address must stand is told how it goes in and out.
+template <typename Work>
+auto WithHint(const std::string& operand, const Work& work) {
+  try {
+    return work();
+  } catch (Failure& failure) {
+    const bool noContainer = failure.code() == ORB_ERROR_DAMAGED_VOLUME || failure.code() == ORB_ERROR_ACCESS_DENIED ||
+                             failure.code() == ORB_ERROR_FILE_NOT_FOUND;
+    if (noContainer && operand.find(':') == std::string::npos) {
+      failure.AddAdvice("between the host and a container: orba put, orba get");
+    }
+    throw;
+  }
 }
 
 std::vector<Match> ExpandSources(const TransferOptions& options, Session* session, const char* action, int* status) {
   std::vector<Match> sources;
   const std::vector<std::string> operands(options.operands.begin(), options.operands.end() - 1);
   *status = ForEach(operands, [&](const std::string& operand) {
-    for (Match& match : session->Expand(ParseAddress(operand), action)) sources.push_back(std::move(match));
+    std::vector<Match> found = WithHint(operand, [&] { return session->Expand(ParseAddress(operand), action); });
+    for (Match& match : found) sources.push_back(std::move(match));
   });
   return sources;
 }
@@ -96,7 +109,9 @@ int RunTransfer(const char* command, const TransferOptions& options, Work work) 
   int status = kSuccess;
   bool whole = true;
   if (!sources.empty()) {
-    const Target target(&session, options.operands.back(), sources.size() > 1 || options.operands.size() > 2);
+    const std::string& last = options.operands.back();
+    const bool several = sources.size() > 1 || options.operands.size() > 2;
+    const Target target = WithHint(last, [&] { return Target(&session, last, several); });
     status = ForEach(sources, [&](const Match& source) {
       CheckInterrupt();
       whole = work(options, &session, source, target.For(source)) && whole;
@@ -106,7 +121,7 @@ int RunTransfer(const char* command, const TransferOptions& options, Work work) 
   return found == kSuccess && status == kSuccess && whole ? kSuccess : kFailed;
 }
 
-// ---- mv ---------------------------------------------------------------------------------------------------------------
+// ---- mv -------------------------------------------------------------------------------------------------------------
 
 void MovePlainly(Session* session, const std::string& what, const Address& source, const Address& target) {
   const std::string from = session->PathOf(source);
@@ -125,7 +140,7 @@ bool Move(const TransferOptions& options, Session* session, const Match& source,
   }
   if (source.item.IsDirectory()) throw Taken(what, target);
   // First beside the target, so that a failure up to here costs nothing.
-  const Address beside = target.Parent().Child(TemporaryName(session, target.Parent()));
+  const Address beside = TemporaryBeside(session, target);
   MovePlainly(session, what + " to " + target.Text(), source.address, beside);
   Replace(session, beside, target);
   return true;
@@ -138,7 +153,7 @@ Run DefineMove(CLI::App* app) {
   return [options] { return RunTransfer("mv", *options, Move); };
 }
 
-// ---- cp ---------------------------------------------------------------------------------------------------------------
+// ---- cp -------------------------------------------------------------------------------------------------------------
 
 void CopyPlainly(Session* session, const Address& source, const Address& target) {
   const std::string from = session->PathOf(source);
@@ -153,7 +168,7 @@ void CopyFile(const TransferOptions& options, Session* session, const Address& s
     throw Failure(what, "source and target are the same", "use another target");
   }
   if (!MayOverwrite(session, what, target, options.force)) return CopyPlainly(session, source, target);
-  const Address beside = target.Parent().Child(TemporaryName(session, target.Parent()));
+  const Address beside = TemporaryBeside(session, target);
   CopyPlainly(session, source, beside);
   Replace(session, beside, target);
 }
@@ -234,8 +249,8 @@ const Command kMoveCommand = {
     kChangeGroup,
     "SOURCE... TARGET",
     "move or rename files and directories",
-    "Moves files and directories into the directory TARGET, or gives a single one the name TARGET. Data stays where it "
-    "is, only names change; time stamps stay. Nothing moves from one container to another: use cp, then rm.",
+    "Moves files and directories into the directory TARGET, or gives a single one the name TARGET. Data stays where "
+    "it is, only names change; time stamps stay. Nothing moves from one container to another: use cp, then rm.",
     "orba mv card.orb:/DAY1.TXT card.orb:/LOGS  # into a directory\n"
     "orba mv card.orb:/LOGS/DAY1.TXT card.orb:/LOGS/MONDAY.TXT",
     DefineMove,
@@ -247,8 +262,8 @@ const Command kCopyCommand = {
     "SOURCE... TARGET",
     "copy files and directories inside a container or to another one",
     "Copies files into the directory TARGET, or a single one to the name TARGET; with -r also directories, into ones "
-    "that are there already if need be. Files keep their attributes and time stamps; new directories carry the present "
-    "time. SOURCE and TARGET are both addresses: the way to and from the host is put and get.",
+    "that are there already if need be. Files keep their attributes and time stamps; new directories carry the "
+    "present time. SOURCE and TARGET are both addresses: the way to and from the host is put and get.",
     "orba cp card.orb:/CONFIG.INI card.orb:/CONFIG.OLD\n"
     "orba cp -r card.orb:/LOGS archive.orb:/",
     DefineCopy,

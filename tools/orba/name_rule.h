@@ -16,8 +16,8 @@ std::string NameProblem(const std::string& name);
 // Throws a Failure where a name on the way to `address` cannot exist: for places that are to be made.
 void RequireLegal(const Address& address);
 
-// A legal name in upper case that resembles `name` and is not among `taken`: other characters become "_", a long name is
-// shortened before its ending, and a number sets equal names apart.
+// A legal name in upper case that resembles `name` and is not among `taken`: other characters become "_", a long name
+// is shortened before its ending, and a number sets equal names apart.
 std::string LegalName(const std::string& name, const std::set<std::string>& taken);
 
 }  // namespace orba::tool

@@ -24,7 +24,7 @@ namespace orba::tool {
 
 namespace {
 
-// ---- dump -------------------------------------------------------------------------------------------------------------
+// ---- dump -----------------------------------------------------------------------------------------------------------
 
 struct DumpOptions {
   std::string container;
@@ -59,13 +59,43 @@ struct Dumper {
     return options.which[0];
   }
 
+  std::string Header() const {
+    if (image().Size() < kHeaderSize) throw Missing("the header");
+    return inspect::DumpHeader(image());
+  }
+
+  std::string Table(const char* what, std::string (*dump)(const inspect::Report&)) const {
+    if (report.model.table.empty()) throw Missing(what);
+    return dump(report);
+  }
+
+  std::string Chain() const {
+    if (report.model.chain.empty() && report.model.header.freeChainHead != kNoBlock) throw Missing("the free chain");
+    return inspect::DumpChain(image(), report);
+  }
+
+  std::string Directory() const {
+    const std::string which = options.which.empty() ? "/" : options.which[0];
+    const std::uint32_t number = Node(which);
+    const inspect::NodeInfo& node = report.model.nodes[number];
+    if (!node.readable || !node.IsDirectory()) {
+      throw Failure("cannot dump the directory " + which,
+                    "it is not a directory (" + CodeText(ORB_ERROR_NOT_A_DIRECTORY) + ")",
+                    "see what it is with: orba dump " + ShellWord(container.path()) + " node " + ShellWord(which),
+                    ORB_ERROR_NOT_A_DIRECTORY);
+    }
+    return inspect::DumpDirectory(image(), report, number);
+  }
+
   // A node by its number, or by a path that the container's directories spell.
   std::uint32_t Node(const std::string& text) const {
     if (text[0] == '/') return NodeOfPath(text);
     const std::uint64_t number = ParseNumber(text);
-    if (number > 0xFFFF || !report.model.IsNode(static_cast<std::uint32_t>(number))) throw Missing("node " + text);
+    if (number > 0xFFFF || !IsHeld(static_cast<std::uint32_t>(number))) throw Missing("node " + text);
     return static_cast<std::uint32_t>(number);
   }
+
+  bool IsHeld(std::uint32_t node) const { return report.model.IsNode(node) && report.model.nodes[node].offset != 0; }
 
   std::uint32_t NodeOfPath(const std::string& path) const {
     std::uint32_t node = kRootNode;
@@ -79,7 +109,7 @@ struct Dumper {
       }
       node = next;
     }
-    if (!report.model.IsNode(node)) throw Missing(path);
+    if (!IsHeld(node)) throw Missing(path);
     return node;
   }
 
@@ -106,16 +136,13 @@ struct Part {
 };
 
 constexpr Part kParts[] = {
-    {"header", 0, [](const Dumper& d) { return inspect::DumpHeader(d.image()); }},
-    {"table", 0, [](const Dumper& d) { return inspect::DumpTable(d.report); }},
-    {"bitmap", 0, [](const Dumper& d) { return inspect::DumpBitmap(d.report); }},
+    {"header", 0, [](const Dumper& d) { return d.Header(); }},
+    {"table", 0, [](const Dumper& d) { return d.Table("the node-block table", inspect::DumpTable); }},
+    {"bitmap", 0, [](const Dumper& d) { return d.Table("the node bitmap", inspect::DumpBitmap); }},
     {"node", 1, [](const Dumper& d) { return inspect::DumpNode(d.image(), d.report, d.Node(d.First())); }},
-    {"directory", 1,
-     [](const Dumper& d) {
-       return inspect::DumpDirectory(d.image(), d.report, d.options.which.empty() ? kRootNode : d.Node(d.First()));
-     }},
+    {"directory", 1, [](const Dumper& d) { return d.Directory(); }},
     {"block", 1, [](const Dumper& d) { return inspect::DumpBlock(d.image(), d.report, d.Block(d.First())); }},
-    {"chain", 0, [](const Dumper& d) { return inspect::DumpChain(d.image(), d.report); }},
+    {"chain", 0, [](const Dumper& d) { return d.Chain(); }},
     {"bytes", 2, [](const Dumper& d) { return d.Bytes(); }},
 };
 
@@ -143,7 +170,7 @@ Run DefineDump(CLI::App* app) {
   return [options] { return RunDump(*options); };
 }
 
-// ---- map --------------------------------------------------------------------------------------------------------------
+// ---- map ------------------------------------------------------------------------------------------------------------
 
 struct MapOptions {
   std::string container;
@@ -177,7 +204,8 @@ int RunMap(const MapOptions& options) {
   constexpr std::size_t kLabel = 9;
   const std::size_t room = Width(Stream::kOutput);
   inspect::MapStyle style;
-  style.columns = static_cast<std::uint32_t>(room > kLabel + 16 ? (room - kLabel - 1) / 16 * 16 : 16);
+  const std::size_t columns = room > kLabel + 1 ? room - kLabel - 1 : 1;
+  style.columns = static_cast<std::uint32_t>(columns >= 16 ? columns / 16 * 16 : columns);
   style.rows = options.rows;
   style.colour = IsColoured(Stream::kOutput);
   Print(inspect::DrawMap(report, style));
@@ -203,15 +231,15 @@ const Command kDumpCommand = {
     "CONTAINER [PART [WHICH]]",
     "show the bytes of a container and what they mean",
     "Each line is a byte offset in the container, the bytes there and their meaning. The parts are: header (shown "
-    "unless "
-    "you say otherwise), table (which blocks hold nodes), bitmap (which nodes are free), node NUMBER or node /PATH, "
-    "directory [NUMBER or /PATH], block NUMBER, chain (the list of free blocks) and bytes OFFSET [COUNT]. Numbers are "
-    "decimal, or hexadecimal behind 0x.",
+    "unless you say otherwise), table (which blocks hold nodes), bitmap (which nodes are free), node NUMBER or node "
+    "/PATH, directory [NUMBER or /PATH], block NUMBER, chain (the list of free blocks) and bytes OFFSET [COUNT]. "
+    "Numbers are decimal, or hexadecimal behind 0x.",
     "orba dump card.orb\n"
     "orba dump card.orb node /LOGS/DAY1.TXT\n"
     "orba dump card.orb directory /LOGS\n"
     "orba dump card.orb bytes 0x400 64",
     DefineDump,
+    "header table bitmap node directory block chain bytes",
 };
 
 const Command kMapCommand = {
@@ -219,10 +247,9 @@ const Command kMapCommand = {
     kPictureGroup,
     "CONTAINER",
     "draw the blocks of a container by their use",
-    "A cell for each block, or for several when there are many, in rows behind the number of the first block: N nodes, "
-    "D "
-    "directory, M block map, # and + file (the sign changes from one file to the next), . free, ! leaked, X used "
-    "twice.",
+    "A cell for each block, or for several when there are many, in rows behind the number of the first block: N "
+    "nodes, D directory, M block map, # and + file (the sign changes from one file to the next), . free, ! leaked, X "
+    "used twice.",
     "orba map card.orb\n"
     "orba map --svg card.svg card.orb",
     DefineMap,

@@ -24,6 +24,7 @@ namespace {
 struct PutOptions {
   std::vector<std::string> operands;
   bool force = false;
+  bool noClobber = false;
   bool rename = false;
   bool quiet = false;
   bool verbose = false;
@@ -55,6 +56,15 @@ struct Plan {
 Failure TakenTarget(const Address& target, const char* kind, const std::string& advice) {
   return Failure("cannot write " + target.Text(), std::string(kind) + " (" + CodeText(ORB_ERROR_FILE_EXISTS) + ")",
                  advice, ORB_ERROR_FILE_EXISTS);
+}
+
+// What cannot be asked for its kind.
+Failure Unreachable(const std::string& path, int error) {
+  const std::string what = "cannot put " + path;
+  if (error != ENOENT) return HostFailure(what, error);
+  if (HostFileExists(path)) return HostFailure(what, error, "it is a symbolic link that leads nowhere");
+  if (path.find(":/") == std::string::npos) return HostFailure(what, error);
+  return HostFailure(what, error, "the way from container to container is: orba cp");
 }
 
 class Planner {
@@ -151,7 +161,7 @@ class Planner {
     struct stat status = {};
     if (source.path == "-") return AddFile(source, target, there, 0);
     if (stat(source.path.c_str(), &status) != 0) {
-      plan_.skipped.push_back(HostFailure("cannot put " + source.path, errno));
+      plan_.skipped.push_back(Unreachable(source.path, errno));
     } else if (S_ISDIR(status.st_mode)) {
       AddDirectory(source, target, there);
     } else if (!S_ISREG(status.st_mode)) {
@@ -195,12 +205,12 @@ class Planner {
   void AddFile(const Source& source, const Address& target, const Item* there, std::uint64_t size) {
     if (there != nullptr && there->IsDirectory()) {
       plan_.refusals.push_back(TakenTarget(target, "a directory of this name is there", "rename or remove it first"));
+    } else if (there != nullptr && options_.noClobber) {
+      return;
     } else if (there != nullptr && !options_.force) {
       plan_.refusals.push_back(TakenTarget(target, "it exists", "use another name, or --force to overwrite it"));
     } else if (there != nullptr && there->IsReadOnly()) {
-      plan_.refusals.push_back(
-          Failure("cannot overwrite " + target.Text(), "it is read-only (" + CodeText(ORB_ERROR_ACCESS_DENIED) + ")",
-                  "clear the attribute with: orba attrib -r " + ShellWord(target.Text()), ORB_ERROR_ACCESS_DENIED));
+      plan_.refusals.push_back(ReadOnlyFailure("cannot overwrite " + target.Text(), target, "it"));
     } else {
       plan_.steps.push_back(
           {source.path, target, size, false, there != nullptr, there != nullptr ? there->attributes : 0});
@@ -283,10 +293,14 @@ void Carry(Session* session, const Step& step, Progress* progress) {
     return;
   }
   if (!step.replaces) return WriteWhole(session, step.source, step.target, progress);
-  const Address beside = step.target.Parent().Child(TemporaryName(session, step.target.Parent()));
+  const Address beside = TemporaryBeside(session, step.target);
   WriteWhole(session, step.source, beside, progress);
   if (step.attributes != 0) session->SetAttributes(beside, step.attributes);
   Replace(session, beside, step.target);
+}
+
+void PrintPair(const std::string& source, const Address& target) {
+  Print(Visible(source) + " -> " + target.Text() + "\n");
 }
 
 int CarryOut(const PutOptions& options, Session* session, const Plan& plan) {
@@ -298,7 +312,7 @@ int CarryOut(const PutOptions& options, Session* session, const Plan& plan) {
     if (missing != nullptr && missing->Holds(step.target)) continue;
     try {
       Carry(session, step, &progress);
-      if (options.verbose) Print(step.source + " -> " + step.target.Text() + "\n");
+      if (options.verbose) PrintPair(step.source, step.target);
     } catch (const Failure& failure) {
       Report(failure);
       status = kFailed;
@@ -320,7 +334,7 @@ int RunPut(const PutOptions& options) {
     Report("nothing was put");
     return kFailed;
   }
-  for (const auto& [source, target] : plan.renamed) Print(source + " -> " + target.Text() + "\n");
+  for (const auto& [source, target] : plan.renamed) PrintPair(source, target);
   const int status = CarryOut(options, &session, plan);
   session.Close();
   return status;
@@ -328,7 +342,9 @@ int RunPut(const PutOptions& options) {
 
 Run DefinePut(CLI::App* app) {
   auto options = std::make_shared<PutOptions>();
-  app->add_flag("-f,--force", options->force, "overwrite files that are there");
+  CLI::Option* const force = app->add_flag("-f,--force", options->force, "overwrite files that are there");
+  app->add_flag("-n,--no-clobber", options->noClobber, "leave files alone that are there, and put the others")
+      ->excludes(force);
   app->add_flag("--rename", options->rename, "store what has no legal name under a legal, unique one, and say which");
   app->add_flag("-v,--verbose", options->verbose, "name every file");
   app->add_flag("-q,--quiet", options->quiet, "draw no progress");
@@ -346,7 +362,8 @@ const Command kPutCommand = {
     "copy files and trees into a container",
     "Copies files of the host, and directories with everything below them, into a directory of the container, or a "
     "single one to a new name. \"DIR/.\" puts what DIR holds; \"-\" is standard input. Directories that are there "
-    "already are filled up; files that are there are only overwritten with --force.\n\n"
+    "already are filled up; files that are there are only overwritten with --force, and left alone with "
+    "--no-clobber, which takes up an interrupted put again.\n\n"
     "All names are judged before anything is written. Names that a container cannot hold are refused, and nothing is "
     "put; --rename makes legal ones of them: other characters become \"_\", long names are shortened, a number sets "
     "equal ones apart. The new names are printed.\n\n"

@@ -1,5 +1,5 @@
-// A container as bytes, for what works without mounting it. While it is open here nobody mounts it, and while one run means
-// to write to it no other reads it. Stands on failure and
+// A container as bytes, for what works without mounting it. While it is open here nobody mounts it, and while one run
+// means to write to it no other reads it. Stands on failure and
 // inspect/.
 #pragma once
 

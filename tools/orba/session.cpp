@@ -6,6 +6,7 @@
 
 #include "tools/orba/failure.h"
 #include "tools/orba/interrupt.h"
+#include "tools/orba/raw_container.h"
 #include "tools/orba/wildcard.h"
 
 namespace orba::tool {
@@ -72,11 +73,33 @@ std::string Shortened(const std::string& path) {
   return path.size() <= kLongest ? path : "..." + path.substr(path.size() - kLongest);
 }
 
+bool IsReadOnly(OrbU32 code) { return code == ORB_ERROR_ACCESS_DENIED || code == ORB_ERROR_WRITE_PROTECTED; }
+
+// A copy in a file without a name.
+Descriptor CopyForLooking(const std::string& container) {
+  const RawContainer original(container);  // while it is open nobody changes it
+  const Descriptor source = OpenForReading(container == "-" ? "./-" : container);
+  Descriptor copy = OpenPassingFile();
+  std::vector<char> buffer(256 * 1024);
+  while (const std::size_t count = ReadFully(source.get(), container, buffer.data(), buffer.size())) {
+    WriteFully(copy.get(), "a copy of " + container + " to look into", buffer.data(), count);
+  }
+  return copy;
+}
+
 // `status` is what the host knows of the container, zeros if nothing.
 Failure MountFailure(const std::string& container, OrbU32 code, const struct stat& status) {
   const std::string what = "cannot open " + container;
   if (code == ORB_ERROR_ACCESS_DENIED && status.st_mode != 0 && !S_ISREG(status.st_mode)) {
     return Failure(what, "it is no ordinary file (" + CodeText(code) + ")", "check the name", code);
+  }
+  if (code == ORB_ERROR_ACCESS_DENIED) {
+    return Failure(what, "the host does not let you write to it (" + CodeText(code) + ")",
+                   "check who owns it and its permissions, or work on a copy", code);
+  }
+  if (code == ORB_ERROR_WRITE_PROTECTED) {
+    return Failure(what, "the medium is write-protected (" + CodeText(code) + ")", "work on a copy on another disk",
+                   code);
   }
   if (code != ORB_ERROR_FILE_NOT_FOUND) return LibraryFailure(what, container, code);
   const std::string why = "there is no such container (" + CodeText(code) + ")";
@@ -110,7 +133,7 @@ std::u16string WideName(const std::string& container) {
   return wide;
 }
 
-// ---- Mounting ---------------------------------------------------------------------------------------------------------
+// ---- Mounting -------------------------------------------------------------------------------------------------------
 
 Session::~Session() {
   for (const auto& [id, volume] : volumes_) OrbUnmountVolumeA(volume.name.c_str());
@@ -134,14 +157,23 @@ const Session::Volume& Session::Mount(const std::string& container) {
   const bool exists = stat(container.c_str(), &status) == 0;
   const FileId id(status.st_dev, status.st_ino);
   if (!exists || volumes_.count(id) == 0) {
-    const std::u16string file = WideName(container);
     const std::string name = "V" + std::to_string(++mounted_);
-    const std::u16string wideName(name.begin(), name.end());
-    if (OrbMountVolume(file.c_str(), wideName.c_str()) == 0) throw MountFailure(container, OrbGetLastError(), status);
+    OrbU32 code = MountAs(name, container);
+    if (IsReadOnly(code) && purpose_ == kLook && S_ISREG(status.st_mode)) {
+      copies_.push_back(CopyForLooking(container));
+      code = MountAs(name, "/proc/self/fd/" + std::to_string(copies_.back().get()));
+    }
+    if (code != ORB_ERROR_NONE) throw MountFailure(container, code, status);
     volumes_[id] = {name, container};
   }
   ids_[container] = id;
   return volumes_.at(id);
+}
+
+// The library's code, ORB_ERROR_NONE for success.
+OrbU32 Session::MountAs(const std::string& volume, const std::string& container) {
+  const std::u16string wideVolume(volume.begin(), volume.end());
+  return OrbMountVolume(WideName(container).c_str(), wideVolume.c_str()) != 0 ? ORB_ERROR_NONE : OrbGetLastError();
 }
 
 std::string Session::PathOf(const Address& address) { return Mount(address.container).name + ":" + address.Path(); }
@@ -158,7 +190,7 @@ OrbU32 Session::NodeLimit(const Address& address) {
   return 8 * bitmapBytes;
 }
 
-// ---- Looking ----------------------------------------------------------------------------------------------------------
+// ---- Looking --------------------------------------------------------------------------------------------------------
 
 std::optional<Item> Session::Find(const Address& address) {
   OrbFindDataA found;
@@ -239,7 +271,7 @@ std::vector<Item> Walker::List(const Address& directory) {
                        directory.container, ORB_ERROR_DAMAGED_RECORD);
 }
 
-// ---- Changing ---------------------------------------------------------------------------------------------------------
+// ---- Changing -------------------------------------------------------------------------------------------------------
 
 void Session::CreateFile(const Address& address) {
   Require(OrbCreateFileA(PathOf(address).c_str(), 0), "create", address);
@@ -260,13 +292,19 @@ void Session::SetAttributes(const Address& address, OrbU32 attributes) {
           address);
 }
 
-std::string TemporaryName(Session* session, const Address& directory) {
-  std::string name;
+Address TemporaryBeside(Session* session, const Address& target) {
+  Address beside;
   unsigned number = 0;
   do {
-    name = "~ORBA-" + std::to_string(++number) + ".TMP";
-  } while (session->Find(directory.Child(name)).has_value());
-  return name;
+    beside = target.Parent().Child("~ORBA-" + std::to_string(++number) + ".TMP");
+  } while (session->Find(beside).has_value());
+  beside.standsFor = target.Text();
+  return beside;
+}
+
+Failure ReadOnlyFailure(const std::string& what, const Address& address, const std::string& which) {
+  return Failure(what, which + " is read-only (" + CodeText(ORB_ERROR_ACCESS_DENIED) + ")",
+                 "clear the attribute with: orba attrib -r " + ShellWord(address.Text()), ORB_ERROR_ACCESS_DENIED);
 }
 
 void Replace(Session* session, const Address& temporary, const Address& target) {
@@ -274,7 +312,7 @@ void Replace(Session* session, const Address& temporary, const Address& target) 
   session->Rename(temporary, target.Name());
 }
 
-// ---- Open files -------------------------------------------------------------------------------------------------------
+// ---- Open files -----------------------------------------------------------------------------------------------------
 
 VolumeFile::VolumeFile(Session* session, const Address& address, OrbU32 mode)
     : address_(address), handle_(OrbOpenFileA(session->PathOf(address).c_str(), mode)) {

@@ -1,5 +1,5 @@
-// The mounted containers of one run, and what commands do with places inside them, in the library's calls. A container is
-// mounted when it is first needed and unmounted when the session ends. Stands on address and failure.
+// The mounted containers of one run, and what commands do with places inside them, in the library's calls. A container
+// is mounted when it is first needed and unmounted when the session ends. Stands on address, host_file and failure.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,8 @@
 
 #include "orba.h"
 #include "tools/orba/address.h"
+#include "tools/orba/failure.h"
+#include "tools/orba/host_file.h"
 
 namespace orba::tool {
 
@@ -33,7 +35,11 @@ struct Match {
 // Every member but the destructor throws a Failure that names the address where the library refuses.
 class Session {
  public:
-  Session() = default;
+  // The library opens containers for writing. With kLook alone, one that the host lets us only read is read from a
+  // copy.
+  enum Purpose { kLook, kChange };
+
+  explicit Session(Purpose purpose = kChange) : purpose_(purpose) {}
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
@@ -74,8 +80,11 @@ class Session {
   using FileId = std::pair<std::uint64_t, std::uint64_t>;
 
   const Volume& Mount(const std::string& container);
+  OrbU32 MountAs(const std::string& volume, const std::string& container);
   void ExpandBelow(const Address& directory, const Address& pattern, std::size_t depth, std::vector<Match>* matches);
 
+  Purpose purpose_;
+  std::vector<Descriptor> copies_;     // of what can only be read
   std::map<std::string, FileId> ids_;  // by container as written
   std::map<FileId, Volume> volumes_;
   unsigned mounted_ = 0;
@@ -115,8 +124,11 @@ class VolumeFile {
   OrbHandle handle_;
 };
 
-// A name that no file or directory in `directory` has, for a file that is being written.
-std::string TemporaryName(Session* session, const Address& directory);
+// A name beside `target` that is free, for the file that is to replace it. Messages call it by the target's name.
+Address TemporaryBeside(Session* session, const Address& target);
+
+// A file that is read-only is in the way: "WHAT: WHICH is read-only (...)".
+Failure ReadOnlyFailure(const std::string& what, const Address& address, const std::string& which);
 
 // Puts the finished file `temporary` in the place of the file `target` of the same directory. A stop in between leaves
 // the new contents under one of the two names.

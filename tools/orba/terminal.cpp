@@ -1,5 +1,6 @@
 #include "tools/orba/terminal.h"
 
+#include <fcntl.h>
 #include <langinfo.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <utility>
 
 #include "inspect/names.h"
@@ -73,6 +75,13 @@ bool IsColoured(Stream stream) {
 
 std::string Painted(Stream stream, Colour colour, const std::string& text) {
   return IsColoured(stream) ? Sequence(colour) + text + "\033[0m" : text;
+}
+
+void HoldStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    // The lowest free number is given out.
+    if (fcntl(stream, F_GETFD) < 0) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
 }
 
 void Print(const std::string& text) { Print(text.data(), text.size()); }

@@ -26,8 +26,12 @@ bool IsColoured(Stream stream);
 // The text in a colour where the stream has colours, else as it is.
 std::string Painted(Stream stream, Colour colour, const std::string& text);
 
+// To be called first: where the program was started with a standard stream closed, something that fails as a closed one
+// takes its place. A file opened later would take it otherwise, and messages would land in that file.
+void HoldStandardStreams();
+
 // Everything for standard output goes through here. Throws a Failure where it cannot be written, which is only sure
-// after FlushOutput. A reader that went away ends the program's output without a word: IsOutputClosed.
+// after FlushOutput. A reader that went away ends the program's output without a word: OutputClosed.
 void Print(const std::string& text);
 void Print(const void* bytes, std::size_t count);
 void FlushOutput();
