@@ -48,7 +48,7 @@ void Require(bool succeeded, const std::string& what) {
 
 std::basic_string<OrbWideChar> Wide(const std::string& text) { return {text.begin(), text.end()}; }
 
-// ---- What goes in ----------------------------------------------------------------------------------------------------
+// ---- What goes in ---------------------------------------------------------------------------------------------------
 
 Bytes ReadHostFile(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
@@ -80,7 +80,7 @@ void AddBinaryFiles(std::vector<Item>& items) {
   }
 }
 
-// ---- The account -----------------------------------------------------------------------------------------------------
+// ---- The account ----------------------------------------------------------------------------------------------------
 
 struct Account {
   std::size_t files = 0, directories = 0, bytes = 0;
@@ -114,7 +114,7 @@ void Print(const char* what, const Account& a) {
               a.files, a.directories, a.bytes, a.reads, a.writes, a.seeks, a.milliseconds);
 }
 
-// ---- In and out ------------------------------------------------------------------------------------------------------
+// ---- In and out -----------------------------------------------------------------------------------------------------
 
 void StoreFile(const std::string& path, const Bytes& bytes) {
   Require(OrbCreateFileA(path.c_str(), 0), "creating " + path);

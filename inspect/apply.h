@@ -1,5 +1,5 @@
-// Carries a repair plan out, and back. Before the first write an undo file holds everything that the plan overwrites, so
-// a repair can be taken back whether it ended or was stopped. Stands on repair.
+// Carries a repair plan out, and back. Before the first write an undo file holds everything that the plan overwrites,
+// so a repair can be taken back whether it ended or was stopped. Stands on repair.
 //
 // An undo file, all integers little-endian:
 //   0   8 bytes  "ORBAUNDO"
@@ -64,18 +64,18 @@ std::vector<std::uint8_t> MakeUndo(const Plan& plan, const Image& image);
 // The bytes are a whole and sound undo file.
 bool IsUndo(const std::vector<std::uint8_t>& file);
 
-// The undo file is of this container, and the container is as the repair, or an undoing, left it or any part of it would:
-// each byte outside the ranges is unchanged, and each one inside is what it was before the repair or what a write made
-// it. Reads all of the container. False also for what is no undo file.
+// The undo file is of this container, and the container is as the repair, or an undoing, left it or any part of it
+// would: each byte outside the ranges is unchanged, and each one inside is what it was before the repair or what a
+// write made it. Reads all of the container. False also for what is no undo file.
 bool UndoFits(const std::vector<std::uint8_t>& file, const Image& image);
 
 // Makes the plan's writes in order, each flushed before the next. False at the first that fails; the container is then
 // as far as it got, and can be repaired again or taken back.
 bool ApplyPlan(const Plan& plan, Target* target);
 
-// Puts back what an undo file holds and cuts the container to its old length. False, with nothing written, when the file
-// is no undo file or damaged; false as well when a write fails, and then it can be tried again. Whether the file fits
-// the container is for the caller to know: UndoFits.
+// Puts back what an undo file holds and cuts the container to its old length. False, with nothing written, when the
+// file is no undo file or damaged; false as well when a write fails, and then it can be tried again. Whether the file
+// fits the container is for the caller to know: UndoFits.
 bool ApplyUndo(const std::vector<std::uint8_t>& file, Target* target);
 
 }  // namespace orba::inspect

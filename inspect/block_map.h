@@ -1,5 +1,5 @@
-// The way from a node record to its blocks: visits every slot of a block map, sound or not, each with the place where it
-// is written. Stands on image and geometry.
+// The way from a node record to its blocks: visits every slot of a block map, sound or not, each with the place where
+// it is written. Stands on image and geometry.
 #pragma once
 
 #include <cstdint>
@@ -25,15 +25,15 @@ struct MapSlot {
   std::uint64_t offset;  // where in the container it says so
 };
 
-// Visits the slots of the node record at byte `nodeOffset`, in logical order, a map block's own slot before the slots in it.
-// For a slot that names a map block the visitor's result says whether to go down into it, which is done where the container
-// holds that block; the visitor must see to it that no walk runs without end. For data slots the result means nothing.
-// A map block that cannot be read is passed over. Slots of missing map blocks are not visited.
+// Visits the slots of the node record at byte `nodeOffset`, in logical order, a map block's own slot before the slots
+// in it. For a slot that names a map block the visitor's result says whether to go down into it, which is done where
+// the container holds that block; the visitor must see to it that no walk runs without end. For data slots the result
+// means nothing. A map block that cannot be read is passed over. Slots of missing map blocks are not visited.
 void VisitMap(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t nodeOffset,
               const std::function<bool(const MapSlot&)>& visit);
 
-// True when the block, which the container holds, cannot be a block-map block: it names blocks that no container can have.
-// A few such slots may be damaged ones.
+// True when the block, which the container holds, cannot be a block-map block: it names blocks that no container can
+// have. A few such slots may be damaged ones.
 bool IsNoMap(const Image& image, const Geometry& geometry, std::uint32_t block);
 
 // The block that holds logical block `index`, by the slots on its way alone; 0 when there is none, or none that the

@@ -1,5 +1,5 @@
-// The lowest layer of the inspection: turns the container's bytes into the records of volume/layout.h and back, one byte
-// at a time, so that neither the host's byte order nor alignment matters. Stands on the layout alone.
+// The lowest layer of the inspection: turns the container's bytes into the records of volume/layout.h and back, one
+// byte at a time, so that neither the host's byte order nor alignment matters. Stands on the layout alone.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
-// Annotated bytes: what lies where in a container, for eyes. Every line begins with the byte offset in the container, then the
-// bytes, then what they mean. Nothing here judges; that is check's business, whose report is taken for orientation.
+// Annotated bytes: what lies where in a container, for eyes. Every line begins with the byte offset in the container,
+// then the bytes, then what they mean. Nothing here judges; that is check's business, whose report is taken for
+// orientation.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +11,8 @@
 
 namespace orba::inspect {
 
-// Each takes the report of a check of the same image, and answers with whole lines. What the container does not hold is said
-// in a line.
+// Each takes the report of a check of the same image, and answers with whole lines. What the container does not hold is
+// said in a line.
 std::string DumpHeader(const Image& image);
 std::string DumpTable(const Report& report);
 std::string DumpBitmap(const Report& report);

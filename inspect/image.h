@@ -1,5 +1,5 @@
-// A container as a row of bytes. Every read is checked against the container's length; nothing above this layer can reach
-// outside it. Stands on the standard library alone.
+// A container as a row of bytes. Every read is checked against the container's length; nothing above this layer can
+// reach outside it. Stands on the standard library alone.
 #pragma once
 
 #include <cstddef>

@@ -17,9 +17,9 @@ struct MapStyle {
   bool colour = false;         // ANSI colours
 };
 
-// Rows of cells, each row behind the number of its first block, then a legend with counts. Cells: N node block, D directory,
-// M block map, # and + file (where a cell is one block, the sign changes from one file to the next), . free, ! leaked,
-// X used twice.
+// Rows of cells, each row behind the number of its first block, then a legend with counts. Cells: N node block, D
+// directory, M block map, # and + file (where a cell is one block, the sign changes from one file to the next), . free,
+// ! leaked, X used twice.
 std::string DrawMap(const Report& report, const MapStyle& style);
 
 // A whole SVG document, 128 cells a row and 256 rows at most, with a legend and the owner as tooltip.

@@ -1,9 +1,9 @@
-// Second layer of elf2pe: turns a linked ELF image into a PE32 DLL for Windows CE. Stands on the ELF image and the export
-// list.
+// Second layer of elf2pe: turns a linked ELF image into a PE32 DLL for Windows CE. Stands on the ELF image and the
+// export list.
 //
 // What the ELF image must look like (device.ld and import_stub.inc see to it):
-//   .text, .rdata, .data, .idata   in this order, each but .text optional, on consecutive pages; the image base lies one
-//                                  page below .text and is a multiple of 64 KiB
+//   .text, .rdata, .data, .idata   in this order, each but .text optional, on consecutive pages; the image base lies
+//                                  one page below .text and is a multiple of 64 KiB
 //   .idata                         nothing but import slots: one word each, named __imp_<imported name>
 // What comes of it: the same sections at the same addresses, .idata grown by the import tables, then .edata and .reloc.
 #pragma once
