@@ -369,10 +369,53 @@ TEST_F(Create, with_any_allocation_failing_is_undone) {
   for (const std::string& line : lines) EXPECT_EQ(line, "0x30000011");
 }
 
-TEST_F(Create, with_any_allocation_failing_while_all_grows_is_undone) {
-  MakeFiles("F", 1, 30);
-  const Lines lines = FailEachAllocation(Creating("D", 8));
-  for (const std::string& line : lines) EXPECT_EQ(line, "0x30000011");
+// A new node block from the chain's last entry, the directory's first block from its emptied record, a new block for the
+// parent at the container's end.
+TEST_F(Create, with_any_allocation_failing_while_all_grows_leaves_a_lost_block_at_most) {
+  MakeDirectory("D");
+  MakeFile("D/J");
+  MakeFiles("F", 1, 29);  // nodes 4 to 32; the root's block is full
+  Resize("F1", 2048);
+  Resize("F1", 0);  // block 6 is the chain's record, block 5 its entry
+  EXPECT_EQ(FailEachAllocation(Creating("E", 8)),
+            (Lines{
+                "0x30000011",                // the lookup
+                "0x30000011",                // the node
+                "0x30000011",                // the node block
+                "0x30000011",                // the chain's record
+                "0x30000011, block-leaked",  // the table: the node block is written
+                "0x30000011",                // the first block
+                "0x30000011",                // the header, for the emptied record
+                "0x30000011",                // the parent's block
+            }));
+  EXPECT_EQ(CreateFile("E", 8), "");
+  EXPECT_EQ(
+      Writes(),
+      "mark / block 6 / block 5 / table / node 33 / bitmap / header / block 6 / node 33 / block 7 / node 1 / clear");
+  EXPECT_EQ(Findings(), "");
+}
+
+// The undoing puts the directory's block into the chain as a new record, and the node block behind it.
+TEST_F(Create, with_the_last_allocation_failing_while_all_grows_gives_every_block_back) {
+  MakeDirectory("D");
+  MakeFile("D/J");
+  MakeFiles("F", 1, 29);
+  Resize("F1", 2048);
+  Resize("F1", 0);
+  testhost::FailNthAllocation(8);
+  EXPECT_EQ(CreateFile("E", 8), "0x30000011");
+  EXPECT_EQ(testhost::AllocationFaultsFired(), 1u);
+  EXPECT_EQ(Writes(),
+            "mark / block 6 / block 5 / table / block 5+0:64 / bitmap / header / block 6 / block 5+0:64 / "
+            "bitmap / block 5+0:64 / block 6 / header / table / block 6 / clear");  // node 33 lies in block 5
+  EXPECT_EQ(ChainHead(), 6u);
+  EXPECT_EQ(testhost::FreeChainOf(Image(), 6).next, 0u);
+  EXPECT_EQ(testhost::FreeChainOf(Image(), 6).heap, std::vector<uint32_t>{5});
+  EXPECT_EQ(testhost::NodeTableEntry(Image(), 2), 0u);
+  EXPECT_FALSE(testhost::NodeInUse(Image(), 33));
+  EXPECT_EQ(Blocks(), 6u);
+  EXPECT_EQ(Stored(1).size, 1024u);
+  EXPECT_EQ(Findings(), "");
 }
 
 }  // namespace
