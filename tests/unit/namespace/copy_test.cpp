@@ -215,6 +215,20 @@ TEST_F(Copy, code_table) {
   EXPECT_EQ(NodesListed(), 1u);
 }
 
+// Only creation refuses them.
+TEST_F(Copy, separators_behind_the_new_name_add_nothing) {
+  MakeDirectory("D");
+  MakeFile("F", Pattern(1500));
+  EXPECT_EQ(CopyFile("F", "NEW/"), "");
+  EXPECT_EQ(CopyFile("F/", "D/NEW//"), "");
+  EXPECT_EQ(Names("/"), (Lines{"D", "F", "NEW"}));
+  EXPECT_EQ(Names("D"), Lines{"NEW"});
+  EXPECT_EQ(Contents("NEW"), Pattern(1500));
+  EXPECT_EQ(Contents("D/NEW"), Pattern(1500));
+  EXPECT_EQ(CopyFile("F", "D/"), "0x30000015");  // D itself, not what is below it
+  EXPECT_EQ(Findings(), "");
+}
+
 TEST_F(Copy, of_a_node_that_is_not_valid_is_of_the_wrong_kind) {
   OrbNode stranger = {};
   ClearError();
@@ -261,6 +275,51 @@ TEST_F(Copy, of_a_source_whose_map_ends_early_leaves_the_copy_without_a_name) {
   EXPECT_TRUE(testhost::NodeInUse(Image(), 3));
   EXPECT_EQ(Stored(3).size, 2048u);
   EXPECT_EQ(NodesListed(), 1u);
+}
+
+// Every position of the source leads to its block 3, so that no end of the map stops the copy; the copy is as far as it
+// can be. A position counted in chunks would go past 2^32 and begin anew, for ever.
+TEST_F(Copy, of_a_source_whose_size_lies_just_below_2_to_the_32_ends) {
+  Start(16, 8192);
+  Format(16, 8192, u"OTHER");
+  Bytes other = Image(u"OTHER");
+  const Bytes data = Pattern(8192);
+  other.insert(other.end(), data.begin(), data.end());  // block 3, then the map's 4 and 5
+  for (const uint32_t named : {3u, 4u}) {
+    for (uint32_t slot = 0; slot < 2048; ++slot) {
+      const Bytes word = Word(named);
+      other.insert(other.end(), word.begin(), word.end());
+    }
+  }
+  testhost::WriteRecord(other, testhost::NodeOffset(other, 2),
+                        OrbNodeRecord{kNodeSignature, 2, 0, {}, 0xFFFFFFFE, {}, {3, 3, 3, 3, 3, 3}, 4, 5});
+  testhost::SetFile(u"OTHER", other);
+  Volume* const from = Mount(u"OTHER", u"B");
+  ASSERT_NE(from, nullptr);
+
+  MakeFile("G");  // its map: block 3, whose slot 254 names block 4
+  testhost::PatchFile(u"VOL", testhost::BlockOffset(Image(), 3), Bytes(2 * 8192));
+  testhost::PatchFile(u"VOL", testhost::BlockOffset(Image(), 3) + 254 * 4, Word(4));
+  const NodeRef source(OrbNodeGet(from, 2));
+  const NodeRef copy(OrbNodeGet(volume_, 2));
+  copy.node->record.size = 0xFFFFC000;
+  copy.node->record.doubleIndirect = 3;
+  testhost::ClearTrace();
+  testhost::FailNthCall(Call::kWriteFile, 7, kHostNotReady, Repeat::kFromThenOn);
+  EXPECT_TRUE(OrbCopyFileData(copy.node, source.node));
+  EXPECT_EQ(testhost::FaultsFired(), 0u);
+  testhost::ClearFaults();
+
+  // Positions 0 and 0xFFFFE000, the latter in slot 2041 of slot 254.
+  EXPECT_EQ(Reads(u"OTHER"), "block 3 / block 5+1016:4 / block 4+8164:4 / block 3");
+  EXPECT_EQ(Writes(), "block 5 / mark / node 2 / block 6 / block 4+8164:4 / node 2");
+  EXPECT_EQ(copy.node->record.size, 0xFFFFFFFEu);
+  EXPECT_EQ(Stored(2).size, 0xFFFFFFFEu);
+  EXPECT_EQ(Stored(2).direct[0], 5u);
+  EXPECT_EQ(testhost::ReadU32(testhost::BlockOf(Image(), 4), 8164), 6u);
+  EXPECT_EQ(testhost::BlockOf(Image(), 5), data);
+  EXPECT_EQ(testhost::BlockOf(Image(), 6), data);
+  EXPECT_EQ(Blocks(), 6u);
 }
 
 TEST_F(Copy, of_attributes_that_no_creation_takes_fails) {

@@ -166,6 +166,43 @@ TEST_F(Move, code_table) {
   EXPECT_EQ(NodesListed(), 2u);
 }
 
+// Only creation refuses them.
+TEST_F(Move, separators_behind_the_new_name_add_nothing) {
+  EXPECT_EQ(MoveFile("D/F", "E/NEW/"), "");
+  EXPECT_EQ(Names("E"), Lines{"NEW"});
+  EXPECT_EQ(NumberOf("E/NEW"), 4u);
+  EXPECT_EQ(MoveFile("E/NEW/", "D/NEWER//"), "");
+  EXPECT_EQ(Names("D"), (Lines{"G", "NEWER"}));
+  EXPECT_EQ(MoveFile("D/G", "D/DIR/"), "");  // a rename
+  EXPECT_EQ(Names("D"), (Lines{"DIR", "NEWER"}));
+  EXPECT_EQ(MoveFile("D/DIR", "E/"), "0x30000015");  // E itself, not what is below it
+  EXPECT_EQ(Names("E"), Lines{});
+  EXPECT_EQ(Findings(), "");
+}
+
+TEST_F(Move, into_a_full_block_on_a_full_volume_changes_nothing) {
+  MakeFiles("E/N", 1, 30);
+  const uint64_t size = testhost::FileSize(u"VOL");
+  testhost::ResizeFile(u"VOL", 0x80000000u - 1024);
+  const Lines namesOfD = Names("D");
+  const Lines namesOfE = Names("E");
+  const testhost::FileImage before = testhost::GetFile(u"VOL");
+  for (const char* name : {"F", "G"}) {  // a file and a directory
+    testhost::ClearTrace();
+    EXPECT_EQ(MoveFile((std::string("D/") + name).c_str(), (std::string("E/") + name).c_str()), "0x3000001B") << name;
+    EXPECT_EQ(testhost::CallCount(Call::kWriteFile), 0u) << name;
+  }
+  EXPECT_EQ(testhost::GetFile(u"VOL"), before);
+  EXPECT_EQ(Names("D"), namesOfD);
+  EXPECT_EQ(Names("E"), namesOfE);
+  EXPECT_EQ(NumberOf("D/F"), 4u);
+  EXPECT_EQ(NumberOf("D/G/.."), 2u);
+  EXPECT_EQ(NodesListed(), 1u);
+  testhost::ResizeFile(u"VOL", size);
+  EXPECT_EQ(Findings(), "");
+  EXPECT_EQ(MoveFile("D/F", "E/F"), "");
+}
+
 TEST_F(Move, dots_as_the_source_name_are_refused_by_the_operation_itself) {
   ClearError();
   const NodeRef directory(OrbNodeGet(volume_, 2));
