@@ -34,6 +34,17 @@ class FullPath : public TreeTest {
     return path;
   }
 
+  static uint32_t BlockReads() { return ReadsOf(1024); }
+  static uint32_t NodeReads() { return ReadsOf(64); }
+
+  static uint32_t ReadsOf(uint32_t count) {
+    uint32_t reads = 0;
+    for (const testhost::CallRecord& record : testhost::Trace()) {
+      if (record.call == Call::kReadFile && record.count == count) ++reads;
+    }
+    return reads;
+  }
+
   char out_[ORB_PATH_BUFFER];
 };
 
@@ -151,6 +162,7 @@ TEST_F(FullPath, climbs_62_levels_above_the_parent_and_no_more) {
   // One-letter names: the length gives out at 62 directories, "A:/" and 62 x 2 being 127; so the levels are looked at
   // where the length would do: below.
   MakeChain(62);
+  testhost::ClearTrace();
   EXPECT_EQ(
       Full("."), "A:" + [] {
         std::string path;
@@ -158,10 +170,22 @@ TEST_F(FullPath, climbs_62_levels_above_the_parent_and_no_more) {
         return path;
       }());
   EXPECT_EQ(strlen(out_), 126u);
-  EXPECT_EQ(Full("x"), "0x30000010");
+  // The walk: ".." of the last directory and its name in the one above; then 61 times "..", 61 names on the way down.
+  EXPECT_EQ(BlockReads(), 2u + 61 + 61);
+  EXPECT_EQ(NodeReads(), 1u + 60);  // the last directory and the root are held
   testhost::ClearTrace();
   EXPECT_EQ(Full("x"), "0x30000010");
-  EXPECT_EQ(testhost::CallCount(Call::kReadFile) > 62, true);
+  EXPECT_EQ(BlockReads(), 62u + 62);
+  EXPECT_EQ(NodeReads(), 61u);
+  ASSERT_EQ(OrbSetCurrentDirectoryA("/"), 1);
+}
+
+TEST_F(FullPath, of_63_levels_gives_up_after_62_and_looks_up_no_name) {
+  MakeChain(63);
+  testhost::ClearTrace();
+  EXPECT_EQ(Full("x"), "0x30000010");
+  EXPECT_EQ(BlockReads(), 62u);
+  EXPECT_EQ(NodeReads(), 62u);
   ASSERT_EQ(OrbSetCurrentDirectoryA("/"), 1);
 }
 
@@ -171,11 +195,7 @@ TEST_F(FullPath, of_a_directory_ring_gives_up_at_63_levels) {
   Damage([](Bytes* image) { testhost::WriteU16(*image, testhost::BlockOffset(*image, 3) + 32, 3); });  // D's ".." is E
   testhost::ClearTrace();
   EXPECT_EQ(Full("D/x"), "0x30000010");
-  uint32_t blocks = 0;
-  for (const testhost::CallRecord& record : testhost::Trace()) {
-    blocks += record.call == Call::kReadFile && record.count == 1024 ? 1 : 0;
-  }
-  EXPECT_EQ(blocks, 1u + 62u);  // the walk and 62 steps up
+  EXPECT_EQ(BlockReads(), 1u + 62);  // the walk and 62 steps up
 }
 
 // ---- Failures -------------------------------------------------------------------------------------------------------

@@ -304,6 +304,27 @@ TEST_F(OpenFile, close_on_a_failed_volume_is_a_success) {
   EXPECT_EQ(Outcome(OrbCloseFile(file)), "");
 }
 
+TEST_F(OpenFile, flush_and_close_report_what_the_host_says) {
+  MakeFile("F");
+  const struct {
+    uint32_t host, code;
+  } rows[] = {{5, 0x30000019},  {6, 0x3000000B},   {8, 0x30000011},    {14, 0x30000011}, {19, 0x30000005},
+              {21, 0x30000006}, {112, 0x3000001A}, {1235, 0x30000007}, {2, 0x30000003},  {9999, 0x30000003}};
+  for (const auto& row : rows) {
+    const OrbHandle file = Open("F");
+    FailNthCall(Call::kFlushFileBuffers, 1, row.host, Repeat::kFromThenOn);
+    EXPECT_EQ(OrbFlushFileBuffers(file), 0) << row.host;
+    EXPECT_EQ(GetError(), row.code) << row.host;
+    ClearError();
+    EXPECT_EQ(OrbCloseFile(file), 0) << row.host;
+    EXPECT_EQ(GetError(), row.code) << row.host;
+    EXPECT_EQ(testhost::FaultsFired(), 2u) << row.host;
+    testhost::ClearFaults();
+    EXPECT_EQ(Outcome(OrbCloseFile(file)), "0x3000001C") << row.host;
+  }
+  EXPECT_EQ(volume_->failed, 0u);
+}
+
 // ---- The files of a volume ------------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, unmount_closes_the_volume_s_files_and_no_other) {

@@ -668,6 +668,45 @@ TEST_F(Transfer, grow_with_any_write_meeting_a_full_disk_keeps_the_size_reached)
   EXPECT_EQ(FailEach(Call::kReadFile, kHostNotReady, Repeat::kOnce, growing), Lines{"read block 3: 0x30000006"});
 }
 
+TEST_F(Transfer, grow_whose_first_node_write_fails_has_the_zeroed_block_in_memory_and_the_next_call_stores_it) {
+  OpenNew(Pattern(500));
+  FailNthCall(Call::kWriteFile, 3, kHostDiskFull);
+  EXPECT_EQ(SetSize(2000), "0x3000001A");
+  EXPECT_EQ(Writes(), "block 3 / mark / node 2 !112 / clear");
+  EXPECT_EQ(OrbGetFileSize(file_), 1024u);
+  EXPECT_EQ(Stored(2).size, 500u);
+  EXPECT_EQ(Findings(), "");
+  EXPECT_EQ(SetSize(2000), "");
+  EXPECT_EQ(OrbGetFileSize(file_), 2000u);
+  EXPECT_EQ(Stored(2).size, 2000u);
+  EXPECT_EQ(Findings(), "");
+  EXPECT_EQ(OrbCloseFile(file_), 1);
+  Bytes expected = Pattern(500);
+  expected.resize(2000);
+  EXPECT_EQ(Contents("F"), expected);
+}
+
+// The size is reached in memory alone: setting it again finds nothing to do, any other size stores it.
+TEST_F(Transfer, grow_whose_last_node_write_fails_is_stored_by_the_next_call_with_another_size) {
+  OpenNew(Pattern(500));
+  FailNthCall(Call::kWriteFile, 5, kHostDiskFull);
+  EXPECT_EQ(SetSize(2000), "0x3000001A");
+  EXPECT_EQ(Writes(), "block 3 / mark / node 2 / block 4 / node 2 !112 / clear");
+  EXPECT_EQ(OrbGetFileSize(file_), 2000u);
+  EXPECT_EQ(Stored(2).size, 1024u);
+  EXPECT_EQ(Stored(2).direct[1], 0u);
+  EXPECT_EQ(Findings(), "block-leaked");
+  testhost::ClearTrace();
+  EXPECT_EQ(SetSize(2000), "");
+  EXPECT_EQ(Calls(), "");
+  EXPECT_EQ(Stored(2).size, 1024u);
+  EXPECT_EQ(SetSize(2001), "");
+  EXPECT_EQ(Calls(), "read block 4 / write block 4 / mark / write node 2 / clear");
+  EXPECT_EQ(Stored(2).size, 2001u);
+  EXPECT_EQ(Stored(2).direct[1], 4u);
+  EXPECT_EQ(Findings(), "");
+}
+
 // ---- Shrinking ------------------------------------------------------------------------------------------------------
 
 TEST_F(Transfer, shrink_frees_each_block_after_the_node_is_stored_without_it) {
