@@ -190,6 +190,22 @@ TEST_F(MemoryFile, formatting_without_the_library_fails) {
   EXPECT_TRUE(testhost::FileNames().empty());
 }
 
+TEST_F(MemoryFile, mounting_without_the_library_does_not_look_for_it) {
+  testhost::SetMemFilePresent(false);
+  EXPECT_EQ(OrbMountVolume(u"??MEM??", u"A"), 0);
+  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(testhost::CallCount(Call::kLoadLibrary), 0u);
+}
+
+TEST_F(MemoryFile, formatting_with_a_library_that_does_not_load_fails_whatever_the_reason) {
+  for (const uint32_t host : {coredll::kHostNotEnoughMemory, coredll::kHostAccessDenied, coredll::kHostNotReady}) {
+    FailNthCall(Call::kLoadLibrary, 1, host);
+    EXPECT_EQ(OrbCreateVolume(u"??MEM??"), 0);
+    EXPECT_EQ(GetError(), 0x30000028u) << host;
+  }
+  EXPECT_EQ(MemFile().loads, 0u);
+}
+
 TEST_F(MemoryFile, formatting_makes_the_same_bytes_as_in_a_host_file) {
   Format();
   ASSERT_EQ(OrbCreateVolumeEx(u"??MEM??", 16, 1024), 1);

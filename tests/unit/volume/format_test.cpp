@@ -234,6 +234,33 @@ TEST_F(Formatting, failing_call_ends_it_with_the_calls_code_and_the_container_st
   EXPECT_EQ(testhost::CallCount(), n);  // these were all
 }
 
+TEST_F(Formatting, container_that_the_host_does_not_create_or_open_reports_why) {
+  const struct {
+    uint32_t host, create, open;
+  } rows[] = {
+      {2, 0x30000001, 0x30000013},    {3, 0x30000014, 0x30000014},   {4, 0x30000001, 0x30000018},
+      {5, 0x30000001, 0x30000019},    {6, 0x30000001, 0x30000002},   {8, 0x30000011, 0x30000011},
+      {14, 0x30000011, 0x30000011},   {19, 0x30000005, 0x30000005},  {21, 0x30000006, 0x30000006},
+      {32, 0x30000001, 0x30000008},   {80, 0x30000015, 0x30000002},  {87, 0x30000001, 0x30000002},
+      {112, 0x30000001, 0x30000002},  {123, 0x3000000F, 0x3000000F}, {1235, 0x30000007, 0x30000007},
+      {9999, 0x30000001, 0x30000002},
+  };
+  for (const auto& row : rows) {
+    for (uint32_t n = 1; n <= 2; ++n) {
+      testhost::ClearTrace();
+      FailNthCall(Call::kCreateFile, n, row.host);
+      EXPECT_EQ(OrbCreateVolumeEx(u"VOL", 16, 1024), 0) << row.host;
+      EXPECT_EQ(GetError(), n == 1 ? row.create : row.open) << row.host;
+      EXPECT_EQ(TraceText(), (n == 1 ? "create VOL !" : "create VOL / close / open VOL !") + std::to_string(row.host));
+      EXPECT_EQ(testhost::OpenHandles(), 0u) << row.host;
+      ASSERT_EQ(testhost::FileExists(u"VOL"), n == 2) << row.host;
+      if (n == 1) continue;
+      EXPECT_EQ(FileBytes(u"VOL"), Bytes()) << row.host;
+      testhost::RemoveFile(u"VOL");
+    }
+  }
+}
+
 TEST_F(Formatting, short_write_ends_it_with_a_write_failure) {
   for (uint32_t n = 1; n <= 7; ++n) {
     testhost::ShortenNthWrite(n, 3);

@@ -315,6 +315,24 @@ TEST_F(Mounting, failing_call_ends_it_with_the_calls_code_and_leaves_nothing) {
   EXPECT_EQ(FileBytes(u"VOL"), image);
 }
 
+TEST_F(Mounting, container_that_the_host_does_not_open_reports_why_and_leaves_nothing) {
+  Format();
+  const struct {
+    uint32_t host, code;
+  } rows[] = {{2, 0x30000013},  {3, 0x30000014},   {4, 0x30000018},    {5, 0x30000019},
+              {8, 0x30000011},  {14, 0x30000011},  {19, 0x30000005},   {21, 0x30000006},
+              {32, 0x30000008}, {123, 0x3000000F}, {6, 0x30000002},    {80, 0x30000002},
+              {87, 0x30000002}, {112, 0x30000002}, {1235, 0x30000007}, {9999, 0x30000002}};
+  for (const auto& row : rows) {
+    testhost::ClearTrace();
+    FailNthCall(Call::kCreateFile, 1, row.host);
+    EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0) << row.host;
+    EXPECT_EQ(GetError(), row.code) << row.host;
+    EXPECT_EQ(TraceText(), "open VOL !" + std::to_string(row.host));
+    ExpectNothingLeft();
+  }
+}
+
 TEST_F(Mounting, failing_allocation_ends_it_with_out_of_memory_and_leaves_nothing) {
   FormatWithChain();
   const char* const calls[] = {
