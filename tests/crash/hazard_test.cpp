@@ -18,6 +18,18 @@ const Operation& Named(const std::string& name) {
 std::string Disk() { return testhost::Verdict(testhost::GetFile(testhost::kChangedContainer)); }
 std::string Repaired() { return testhost::Verdict(RepairSteps(testhost::GetFile(testhost::kChangedContainer)).back()); }
 
+std::vector<std::string> NamesIn(const char* directory) {
+  std::vector<std::string> names;
+  OrbFindDataA found;
+  const OrbHandle search = OrbFindFirstFileA(directory, &found);
+  for (bool more = search != ORB_INVALID_HANDLE; more; more = OrbFindNextFileA(search, &found) != 0) {
+    names.push_back(found.name);
+  }
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MORE_ENTRIES);
+  EXPECT_EQ(OrbFindClose(search), 1);
+  return names;
+}
+
 // Runs an operation of which one write meets a full disk; the volume stays mounted.
 void RunOnFullDisk(const Operation& operation, uint32_t write) {
   const testhost::FileSet prepared = testhost::Prepare(operation);
@@ -93,6 +105,34 @@ TEST_F(FullDisk, under_the_node_of_a_directory_that_got_an_entry_leaves_the_plac
   EXPECT_EQ(Outcome(OrbCreateFileA("/DIR/NEW", 0)), "");
   EXPECT_EQ(Disk(), "clean");
   EXPECT_EQ(Repaired(), "clean");
+}
+
+// The directory is empty, yet what looks at its third entry finds the one that was given up. A name made and deleted again
+// clears it.
+TEST_F(FullDisk, under_the_node_of_an_empty_directory_that_got_an_entry_keeps_it_from_being_deleted) {
+  FormatAndMount();
+  ASSERT_EQ(OrbCreateDirectoryA("D"), 1);
+  testhost::FailNthCall(Call::kWriteFile, 5, 112);  // mark, node, bitmap, entry, D's node
+  EXPECT_EQ(Outcome(OrbCreateFileA("D/X", 0)), "0x3000001A");
+  ASSERT_EQ(testhost::FaultsFired(), 1u);
+  EXPECT_EQ(Disk(), "dir-past-size 1");
+  for (int mounts = 0; mounts < 2; ++mounts) {
+    EXPECT_EQ(NamesIn("D/"), (std::vector<std::string>{".", ".."}));
+    EXPECT_EQ(OrbGetFileAttributesA("D/X"), ORB_INVALID_ATTRIBUTES);
+    EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(Outcome(OrbDeleteFileA("D/X")), "0x30000013");
+    EXPECT_EQ(Outcome(OrbDeleteFileA("D")), "0x30000021");
+    EXPECT_EQ(Disk(), "dir-past-size 1");
+    ASSERT_EQ(OrbUnmountVolumeA("A"), 1);
+    ASSERT_NE(Mount(), nullptr);
+  }
+  EXPECT_EQ(Repaired(), "clean");
+  EXPECT_EQ(Outcome(OrbCreateFileA("D/Y", 0)), "");
+  EXPECT_EQ(NamesIn("D/"), (std::vector<std::string>{".", "..", "Y"}));
+  EXPECT_EQ(Disk(), "clean");
+  EXPECT_EQ(Outcome(OrbDeleteFileA("D/Y")), "");
+  EXPECT_EQ(Outcome(OrbDeleteFileA("D")), "");
+  EXPECT_EQ(Disk(), "clean");
 }
 
 // ---- The mark lost: the header was the first metadata that the operation wrote -----------------------------------------
