@@ -7,7 +7,7 @@ import signal
 import subprocess
 import unittest
 
-from support import LIMIT, ORBA, ToolTest
+from support import LIMIT, ORBA, ToolTest, open_terminal
 
 COMMANDS = ["format", "info", "df", "ls", "tree", "du", "cat", "put", "get", "mkdir", "mv", "cp", "rm", "attrib",
             "touch", "check", "repair", "undo", "recover", "dump", "map"]
@@ -215,6 +215,32 @@ class CompletionTest(ToolTest):
         for part in parts:  # a part that needs a number says so; an unknown one would not
             self.assertNotIn("there is no part", self.orba("dump", "card.orb", part).err)
         self.assertEqual(len(parts), 8)
+
+    def test_completion_works_in_an_interactive_shell(self):
+        self.format()
+        self.ok("mkdir", "card.orb:/LOGS")
+        self.put_text("card.orb:/LOGS/DAY1.TXT", "what the file holds")
+        self.write("completion", self.ok("--completion").encode())
+        self.write("rc", ("PS1='ready> '; bind 'set enable-bracketed-paste off'; orba() { %s \"$@\"; }; "
+                          "source ./completion\n" % shlex.quote(ORBA)).encode())
+        master, slave = open_terminal()
+        with subprocess.Popen(["bash", "--noprofile", "--rcfile", "./rc", "-i"], stdin=slave, stdout=slave,
+                              stderr=slave, cwd=self.folder, env=self.environment({"TERM": "dumb"}),
+                              start_new_session=True) as shell:
+            os.close(slave)
+            seen = b""
+            for typed in (b"orba ca\tcard.or\t\b:/lo\tday\t\n", b"exit\n"):
+                while not seen.endswith(b"ready> "):
+                    seen += os.read(master, 4096)
+                os.write(master, typed)
+                seen += b"\n"
+            try:
+                while part := os.read(master, 4096):
+                    seen += part
+            except OSError:  # how a terminal ends
+                pass
+        os.close(master)
+        self.assertIn(b"what the file holds", seen)
 
     def test_completion_runs_no_command_that_a_name_spells(self):
         self.format()
