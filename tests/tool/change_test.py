@@ -139,6 +139,13 @@ class MoveTest(ChangeTest):
         self.assertEqual(self.listing("card.orb:/A"), ["B", "Y"])
         self.assert_clean()
 
+    def test_mv_and_cp_of_a_directory_onto_a_file_are_refused_forced_too(self):
+        for arguments in (["mv", "-f"], ["cp", "-rf"]):
+            message = self.fails(1, *arguments, "card.orb:/A", "card.orb:/X")
+            self.assertIn("card.orb:/A: card.orb:/X is a file (ORB_ERROR_FILE_EXISTS, 0x30000015)", message)
+            self.assertNotIn("--force", message)
+        self.assertEqual(self.text("card.orb:/X"), "x")
+
     def test_mv_force_over_read_only_file_is_refused(self):
         self.ok("attrib", "+r", "card.orb:/A/Y")
         self.assertIn("card.orb:/A/Y is read-only (ORB_ERROR_ACCESS_DENIED, 0x30000019)",
@@ -316,6 +323,15 @@ class TouchTest(ChangeTest):
         message = self.fails(1, "touch", "card.orb:/X")
         self.assertIn("cannot touch card.orb:/X: it is read-only (ORB_ERROR_ACCESS_DENIED, 0x30000019)", message)
         self.assertIn("orba attrib -r card.orb:/X", message)
+
+    def test_touch_wildcards_one_failure_does_not_stop_the_others(self):
+        for node, name in ((2, "A"), (3, "B")):
+            self.put_text("card.orb:/" + name)
+            self.set_time(node, OLD)
+        self.ok("attrib", "+r", "card.orb:/A")
+        self.fails(1, "touch", "card.orb:/*")
+        self.assertEqual(self.ok("ls", "-l", "card.orb").count("2001-02-03"), 1)
+        self.assertNotIn("2001-02-03", self.ok("ls", "-l", "card.orb:/B"))
 
     def test_touch_of_an_illegal_name_names_the_rule(self):
         self.assertIn("it has 30 characters", self.fails(1, "touch", "card.orb:/" + "X" * 30))

@@ -359,6 +359,17 @@ class GetTest(ToolTest):
         self.assertIn("cannot read card.orb:/TREE: it is a directory", self.fails(1, "get", "card.orb:/TREE", "-"))
         self.assertEqual(self.host_names(), ["card.orb", "tree"])
 
+    def test_get_of_a_tree_whose_folder_cannot_be_made_says_so_once(self):
+        message = self.fails(1, "get", "card.orb:/TREE", "none/out")
+        self.assertEqual(message.count("orba: "), 1)
+        self.assertIn("cannot make the directory none/out: No such file or directory (ENOENT, 2)", message)
+
+    def test_get_to_a_place_in_a_container_points_to_cp(self):
+        for sources in (["card.orb:/TREE"], ["card.orb:/TREE/Y.TXT", "card.orb:/TREE"]):
+            message = self.fails(1, "get", *sources, "card.orb:/OTHER")
+            self.assertEqual(message.count("orba: "), 1)
+            self.assertIn("from container to container: orba cp", message)
+
     def test_get_no_clobber_leaves_alone_what_is_there(self):
         self.write("out/SUB/X.BIN", b"mine")
         self.ok("get", "--no-clobber", "card.orb:/TREE/*", "out")

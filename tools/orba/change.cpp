@@ -249,23 +249,27 @@ struct TouchOptions {
   bool noCreate = false;
 };
 
-void Touch(const TouchOptions& options, Session* session, const std::string& operand) {
+int Touch(const TouchOptions& options, Session* session, const std::string& operand) {
   const Address address = ParseAddress(operand);
   bool wild = false;
   for (const std::string& name : address.names) wild = wild || name.find_first_of("*?") != std::string::npos;
   if (!wild) RequireLegal(address);
   if (wild || session->Find(address).has_value()) {
-    for (const Match& match : session->Expand(address, "touch")) StampByResizing(session, match);
-  } else if (!options.noCreate) {
-    session->CreateFile(address);
+    return ForEach(session->Expand(address, "touch"), [&](const Match& match) { StampByResizing(session, match); });
   }
+  if (!options.noCreate) session->CreateFile(address);
+  return kSuccess;
 }
 
 int RunTouch(const TouchOptions& options) {
   Session session;
-  const int status = ForEach(options.operands, [&](const std::string& operand) { Touch(options, &session, operand); });
+  int status = kSuccess;
+  const int found = ForEach(options.operands, [&](const std::string& operand) {
+    const int touched = Touch(options, &session, operand);
+    if (touched != kSuccess) status = touched;
+  });
   session.Close();
-  return status;
+  return found != kSuccess ? found : status;
 }
 
 Run DefineTouch(CLI::App* app) {

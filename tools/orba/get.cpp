@@ -146,6 +146,10 @@ Plan MakePlan(const GetOptions& options, Session* session, int* status) {
   });
   const bool intoDirectory = IsHostDirectory(target);
   const bool asDirectory = target.back() == '/' && !(sources.size() == 1 && sources[0].item.IsDirectory());
+  if (target.find(":/") != std::string::npos && !HostFileExists(target) && !IsHostDirectory(ParentOf(target))) {
+    throw HostFailure("cannot get anything into " + target, ENOENT,
+                      "the last operand is a place on the host; from container to container: orba cp");
+  }
   if (!intoDirectory && (sources.size() > 1 || operands.size() > 1 || asDirectory) && !sources.empty()) {
     throw HostFailure("cannot get anything into " + target, HostFileExists(target) ? ENOTDIR : ENOENT);
   }
@@ -179,11 +183,15 @@ void StampDirectories(const Plan& plan) {
 
 int CarryOut(const GetOptions& options, Session* session, const Plan& plan) {
   Progress progress("get", plan.work, options.quiet);
+  std::string missing;  // a directory that could not be made, with a "/" at its end
   const int status = ForEach(plan.steps, [&](const Step& step) {
     CheckInterrupt();
+    if (!missing.empty() && step.target.compare(0, missing.size(), missing) == 0) return;
     progress.SetItem(step.source.address.Path());
     if (step.source.item.IsDirectory()) {
+      missing = JoinPath(step.target, "");
       MakeHostDirectory(step.target);
+      missing.clear();
     } else {
       CopyOut(session, step, options.force, &progress);
     }

@@ -92,6 +92,14 @@ std::string JoinPath(const std::string& directory, const std::string& name) {
   return path.empty() || path.back() == '/' ? path + name : path + "/" + name;
 }
 
+std::string ParentOf(const std::string& path) {
+  const std::size_t end = path.find_last_not_of('/');
+  const std::size_t slash = end == std::string::npos ? 0 : path.rfind('/', end);
+  if (slash == std::string::npos) return ".";
+  const std::size_t last = path.find_last_not_of('/', slash);
+  return last == std::string::npos ? "/" : path.substr(0, last + 1);
+}
+
 std::string BaseName(const std::string& path) {
   const std::size_t end = path.find_last_not_of('/');
   if (end == std::string::npos) return "";

@@ -45,6 +45,9 @@ std::vector<std::string> ListHostDirectory(const std::string& path);
 
 std::string JoinPath(const std::string& directory, const std::string& name);
 
+// What the path lies in: "a" of "a/b" and "a/b/", "." of "b", "/" of "/a".
+std::string ParentOf(const std::string& path);
+
 // The last name of a path: "b" of "a/b/". Empty for "/", "." and "..", also behind a path.
 std::string BaseName(const std::string& path);
 

@@ -60,6 +60,12 @@ Failure Taken(const std::string& what, const Address& target) {
                  "use another name, or --force to overwrite it", ORB_ERROR_FILE_EXISTS);
 }
 
+// No directory takes the place of a file.
+Failure TakenByFile(const std::string& what, const Address& target) {
+  return Failure(what, target.Text() + " is a file (" + CodeText(ORB_ERROR_FILE_EXISTS) + ")",
+                 "use another name, or remove it with: orba rm", ORB_ERROR_FILE_EXISTS);
+}
+
 // What stands at the target may be overwritten; nothing there is fine too. True when something is there.
 bool MayOverwrite(Session* session, const std::string& what, const Address& target, bool force) {
   const std::optional<Item> item = session->Find(target);
@@ -134,11 +140,14 @@ bool Move(const TransferOptions& options, Session* session, const Match& source,
   if (session->PathOf(source.address) == session->PathOf(target)) {
     throw Failure(what, "source and target are the same", "use another target");
   }
+  if (source.item.IsDirectory()) {
+    const std::optional<Item> there = session->Find(target);
+    if (there.has_value() && !there->IsDirectory()) throw TakenByFile(what, target);
+  }
   if (!MayOverwrite(session, what + " to " + target.Text(), target, options.force)) {
     MovePlainly(session, what + " to " + target.Text(), source.address, target);
     return true;
   }
-  if (source.item.IsDirectory()) throw Taken(what, target);
   // First beside the target, so that a failure up to here costs nothing.
   const Address beside = TemporaryBeside(session, target);
   MovePlainly(session, what + " to " + target.Text(), source.address, beside);
@@ -185,7 +194,7 @@ class Copier {
     if (!there.has_value()) {
       session_->CreateDirectory(target);
     } else if (!there->IsDirectory()) {
-      throw Taken("cannot copy " + source.address.Text(), target);
+      throw TakenByFile("cannot copy " + source.address.Text(), target);
     }
     for (const Item& item : walker_.List(source.address)) {
       if (stopped_) return;
