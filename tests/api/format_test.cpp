@@ -74,6 +74,18 @@ TEST_F(FormatTest, container_folderIsAFile_failsPathNotFound) {
 
 TEST_F(FormatTest, container_emptyName_failsPathNotFound) { ExpectBothToFail({}, ORB_ERROR_PATH_NOT_FOUND); }
 
+// Some hosts refuse such a name, others to create anything under it.
+TEST_F(FormatTest, container_namedLikeAFolder_isNotCreated) {
+  const WideString container = Wide(std::string(kFirst) + "/");
+  const Outcome outcomes[] = {Ended(OrbCreateVolume(container.c_str())),
+                              Ended(OrbCreateVolumeEx(container.c_str(), 8, 1024))};
+  for (const Outcome& outcome : outcomes) {
+    EXPECT_EQ(outcome.value, 0u);
+    EXPECT_TRUE(outcome.code == ORB_ERROR_CANNOT_CREATE || outcome.code == ORB_ERROR_INVALID_NAME) << outcome;
+  }
+  EXPECT_FALSE(FileExists(kFirst));
+}
+
 TEST_F(FormatTest, container_illegalName_failsInvalidName) { ExpectBothToFail(kIllegal, ORB_ERROR_INVALID_NAME); }
 
 struct Sizes {
