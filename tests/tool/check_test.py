@@ -2,6 +2,7 @@
 import fcntl
 import json
 import os
+import resource
 import unittest
 
 from support import BLOCK_1, NODE_SIZE, ToolTest, obey_modes
@@ -156,6 +157,29 @@ class RepairTest(DamageTest):
         self.assertIn("card.orb:/LOST.FND", found)
         self.assertEqual(self.ok("cat", "card.orb:/LOST.FND/NODE*/DAY1.TXT"), "one" * 2000)
         self.assertEqual(self.ok("cat", "card.orb:/X"), "x")
+
+    def test_repair_that_stops_half_way_is_ended_by_another_or_undone(self):
+        self.lose_logs()
+        self.mark_dirty()
+        damaged = self.read("card.orb")
+
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (len(damaged), len(damaged)))
+
+        # Python ignores the signal that such a limit sends, and hands that down.
+        result = self.orba("repair", "--undo", "card.undo", "card.orb", preexec_fn=limit, restore_signals=False)
+        self.assertEqual(result.status, 8)
+        self.assertIn("orba: cannot finish the repair of card.orb: File too large (EFBIG, 27)\n", result.err)
+        self.assertIn("take it back with: orba undo card.orb card.undo\n", result.err)
+        half = self.read("card.orb")
+        self.assertNotEqual(half, damaged)
+        self.assertEqual(self.check().status, 4)
+        self.ok("undo", "card.orb", "card.undo")
+        self.assertEqual(self.read("card.orb"), damaged)
+        self.write("card.orb", half)
+        self.assertEqual(self.orba("repair", "card.orb").status, 1)
+        self.assert_clean()
+        self.assertEqual(self.ok("cat", "card.orb:/LOST.FND/NODE*/DAY1.TXT"), "one" * 2000)
 
     def test_repair_twice_finds_nothing_the_second_time(self):
         self.lose_logs()

@@ -178,11 +178,13 @@ void Apply(const RepairOptions& options, const RawContainer& container, const in
   const std::unique_ptr<inspect::FileTarget> target = OpenTarget(container.path());
   if (!options.undo.empty()) WriteUndoFile(options.undo, MakeUndo(plan, container.image()));
   CheckInterrupt();
+  errno = EIO;
   // A card may be pulled out next.
   if (ApplyPlan(plan, target.get()) && Synchronise(container.path())) return;
+  const int error = errno;
   const std::string path = ShellWord(container.path());
-  throw Failure(
-      "cannot finish the repair of " + container.path(), "the host could not write it",
+  throw HostFailure(
+      "cannot finish the repair of " + container.path(), error,
       "run it again when the disk is well; nothing is lost by that: orba repair " + path +
           (options.undo.empty() ? "" : "\ntake it back with: orba undo " + path + " " + ShellWord(options.undo)));
 }
@@ -265,8 +267,9 @@ int RunUndo(const UndoOptions& options) {
                   "name the right file; with --force it is applied all the same, which may destroy the container");
   }
   const std::unique_ptr<inspect::FileTarget> target = OpenTarget(container.path());
+  errno = EIO;
   if (!ApplyUndo(undo, target.get()) || !Synchronise(container.path())) {
-    throw Failure(what, "the host could not write it", "run it again when the disk is well");
+    throw HostFailure(what, errno, "run it again when the disk is well");
   }
   return kSuccess;
 }
