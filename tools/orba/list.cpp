@@ -205,9 +205,10 @@ int RunTree(const TreeOptions& options) {
       if (match.item.IsDirectory()) PrintBranches(&walker, match.address, "", options.levels, &counts);
     }
   });
-  if (counts.drawn)
+  if (counts.drawn) {
     Print("\n" + Counted(counts.directories, "directory", "directories") + ", " +
           Counted(counts.files, "file", "files") + "\n");
+  }
   session.Close();
   return status;
 }

@@ -4,8 +4,10 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/orba/command.h"
@@ -258,6 +260,81 @@ std::string ManualSection(const CLI::App& app) {
   return page + ".RE\n.fi\n";
 }
 
+// ---- The completion of the shell ------------------------------------------------------------------------------------
+
+constexpr char kBashCompletion[] = R"-(# bash completion for orba
+# Names from containers may look like commands to the shell; they are compared here, never expanded.
+
+# Sets `plain` to what the shell would make of a word, but expands nothing but the home folder.
+_orba_plain() {
+  case $1 in
+    \'*) plain=${1#\'} plain=${plain%\'} ;;
+    \"*) plain=${1#\"} plain=${plain%\"} ;;
+    \~/*) plain=$HOME/${1:2} plain=${plain//\\/} ;;
+    *) plain=${1//\\/} ;;
+  esac
+}
+
+# Completes a path inside a container; `prefix` goes before each answer.
+_orba_inside() {
+  local container=$1 path=${2^^} prefix=$3 kind rest name
+  [[ -z $path ]] && path=/
+  local folder=${path%/*}/
+  COMPREPLY=()
+  while read -r kind rest; do
+    name=${rest##* }
+    [[ $kind == d* ]] && name+=/
+    [[ $folder$name == "$path"* ]] && COMPREPLY+=("$prefix$folder$name")
+  done < <(orba ls -l -- "$container:$folder" 2>/dev/null)
+  [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == */ ]] && compopt -o nospace
+}
+
+_orba() {
+  local word=${COMP_WORDS[COMP_CWORD]} last=${COMP_WORDS[COMP_CWORD - 1]}
+  local commands="@commands@" command= options= words= plain= operands=0 i
+  COMPREPLY=()
+  for ((i = 1; i < COMP_CWORD; i++)); do
+    if [[ -n $command ]]; then
+      [[ ${COMP_WORDS[i]} == -* ]] || ((++operands))
+    elif [[ ${COMP_WORDS[i]} != -* ]]; then
+      command=${COMP_WORDS[i]}
+    fi
+  done
+  case "$command $last" in
+@values@  esac
+  if [[ -n $words ]]; then
+    COMPREPLY=($(compgen -W "$words" -- "$word"))
+    return
+  fi
+  case $command in
+    "") COMPREPLY=($(compgen -W "$commands @options@" -- "$word")) && return ;;
+    help) COMPREPLY=($(compgen -W "$commands" -- "$word")) && return ;;
+@cases@  esac
+  if [[ $word == -* ]]; then
+    COMPREPLY=($(compgen -W "$options" -- "$word"))
+  elif [[ $words == +* && $word == +* || $words == [^+]* && $operands -eq 1 ]]; then
+    COMPREPLY=($(compgen -W "$words" -- "$word"))
+  elif ((COMP_CWORD >= 3)) && [[ $word == : ]]; then
+    _orba_plain "$last"
+    _orba_inside "$plain" "" ""
+  elif ((COMP_CWORD >= 4)) && [[ $last == : && $word == /* ]]; then
+    _orba_plain "${COMP_WORDS[COMP_CWORD - 2]}"
+    _orba_inside "$plain" "$word" ""
+  elif [[ $word == *:/* ]]; then  # in quotes
+    _orba_plain "$word"
+    _orba_inside "${plain%:/*}" "/${plain##*:/}" "${plain%:/*}:"
+  fi  # else files of the host
+}
+complete -o default -o filenames -F _orba orba
+)-";
+
+using Blanks = std::vector<std::pair<const char*, std::string>>;
+
+std::string Filled(std::string text, const Blanks& blanks) {
+  for (const auto& [blank, filling] : blanks) text.replace(text.find(blank), std::strlen(blank), filling);
+  return text;
+}
+
 }  // namespace
 
 void SetHelp(CLI::App* app) {
@@ -306,75 +383,8 @@ std::string BashCompletion(const CLI::App& app) {
       values += "    " + patterns + ") words=\"" + choices + "\" ;;\n";
     }
   }
-  return R"(# bash completion for orba
-# Names from containers may look like commands to the shell; they are compared here, never expanded.
-
-# Sets `plain` to what the shell would make of a word, but expands nothing but the home folder.
-_orba_plain() {
-  case $1 in
-    \'*) plain=${1#\'} plain=${plain%\'} ;;
-    \"*) plain=${1#\"} plain=${plain%\"} ;;
-    \~/*) plain=$HOME/${1:2} plain=${plain//\\/} ;;
-    *) plain=${1//\\/} ;;
-  esac
-}
-
-# Completes a path inside a container; `prefix` goes before each answer.
-_orba_inside() {
-  local container=$1 path=${2^^} prefix=$3 kind rest name
-  [[ -z $path ]] && path=/
-  local folder=${path%/*}/
-  COMPREPLY=()
-  while read -r kind rest; do
-    name=${rest##* }
-    [[ $kind == d* ]] && name+=/
-    [[ $folder$name == "$path"* ]] && COMPREPLY+=("$prefix$folder$name")
-  done < <(orba ls -l -- "$container:$folder" 2>/dev/null)
-  [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == */ ]] && compopt -o nospace
-}
-
-_orba() {
-  local word=${COMP_WORDS[COMP_CWORD]} last=${COMP_WORDS[COMP_CWORD - 1]}
-  local commands=")" +
-         names + R"(" command= options= words= plain= operands=0 i
-  COMPREPLY=()
-  for ((i = 1; i < COMP_CWORD; i++)); do
-    if [[ -n $command ]]; then
-      [[ ${COMP_WORDS[i]} == -* ]] || ((++operands))
-    elif [[ ${COMP_WORDS[i]} != -* ]]; then
-      command=${COMP_WORDS[i]}
-    fi
-  done
-  case "$command $last" in
-)" + values +
-         R"(  esac
-  if [[ -n $words ]]; then
-    COMPREPLY=($(compgen -W "$words" -- "$word"))
-    return
-  fi
-  case $command in
-    "") COMPREPLY=($(compgen -W "$commands )" +
-         AllOptionNames(app) + R"(" -- "$word")) && return ;;
-    help) COMPREPLY=($(compgen -W "$commands" -- "$word")) && return ;;
-)" + cases +
-         R"(  esac
-  if [[ $word == -* ]]; then
-    COMPREPLY=($(compgen -W "$options" -- "$word"))
-  elif [[ $words == +* && $word == +* || $words == [^+]* && $operands -eq 1 ]]; then
-    COMPREPLY=($(compgen -W "$words" -- "$word"))
-  elif ((COMP_CWORD >= 3)) && [[ $word == : ]]; then
-    _orba_plain "$last"
-    _orba_inside "$plain" "" ""
-  elif ((COMP_CWORD >= 4)) && [[ $last == : && $word == /* ]]; then
-    _orba_plain "${COMP_WORDS[COMP_CWORD - 2]}"
-    _orba_inside "$plain" "$word" ""
-  elif [[ $word == *:/* ]]; then  # in quotes
-    _orba_plain "$word"
-    _orba_inside "${plain%:/*}" "/${plain##*:/}" "${plain%:/*}:"
-  fi  # else files of the host
-}
-complete -o default -o filenames -F _orba orba
-)";
+  return Filled(kBashCompletion,
+                {{"@commands@", names}, {"@options@", AllOptionNames(app)}, {"@values@", values}, {"@cases@", cases}});
 }
 
 }  // namespace orba::tool
