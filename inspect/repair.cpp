@@ -16,10 +16,13 @@ constexpr std::uint32_t kChainHeadOffset = 48;
 
 // On a container without nodes to look at only the first two can do anything.
 constexpr Pass kFirstPasses[] = {FixHeader, FixLength};
-constexpr Pass kPasses[] = {
-    FixHeader,           FillTail,    FixTable,        FixSlots, FixBitmap, ReviveNodes,       FixRecords,
-    DropGivenBackBlocks, Unshare,     FixSlotsOutside, FixMaps,  FixRoot,   FixDirectorySizes, RemoveEntries,
-    FixEntries,          BreakCycles, FixLeakedNodes,  FixChain};
+constexpr Pass kPasses[] = {FixHeader,         FillTail,       FixTable,
+                            RegainDirectories, FixSlots,       FixBitmap,
+                            ReviveNodes,       FixRecords,     DropGivenBackBlocks,
+                            RegainMaps,        RegainEntries,  Unshare,
+                            FixSlotsOutside,   FixMaps,        FixRoot,
+                            FixDirectorySizes, RemoveEntries,  FixEntries,
+                            BreakCycles,       FixLeakedNodes, FixChain};
 
 // Far more rounds than any damage takes; a guard against passes that undo each other.
 constexpr int kMostRounds = 100;
@@ -65,6 +68,9 @@ Plan PlanRepair(const Image& image, const TimeStamp& now) {
   plan.possible = true;
   RepairWork work(image, now);
   work.budget = plan.before.model.geometry.blocks + 1024u;
+  for (const BlockInfo& block : plan.before.model.blocks) {
+    work.wasFree.push_back(block.use == BlockUse::kFree || block.use == BlockUse::kChainRecord);
+  }
   for (int round = 0; round < kMostRounds; ++round) {
     if (!RunRound(&work)) break;
   }
@@ -168,17 +174,24 @@ bool RepairWork::IsLoose(std::uint32_t block) const {
   return use == BlockUse::kNothing || use == BlockUse::kFree || use == BlockUse::kChainRecord;
 }
 
+bool RepairWork::IsLost(std::uint32_t block) const {
+  return geometry().Holds(block) && IsLoose(block) && !(block < wasFree.size() && wasFree[block]);
+}
+
+std::uint32_t RepairWork::NextLoose(std::uint32_t* next, bool lost) const {
+  while (*next < model().blocks.size() && (!IsLoose(*next) || IsLost(*next) != lost)) ++*next;
+  return *next < model().blocks.size() ? (*next)++ : kNoBlock;
+}
+
 std::uint32_t RepairWork::Take(const std::vector<std::uint8_t>& contents) {
   if (budget == 0) return kNoBlock;
   DropChain(this);
-  while (nextLoose_ < model().blocks.size() && !IsLoose(nextLoose_)) ++nextLoose_;
-  std::uint32_t block = nextLoose_;
-  if (block < model().blocks.size()) {
-    ++nextLoose_;
-  } else {
+  std::uint32_t block = NextLoose(&nextFree_, false);
+  if (block == kNoBlock) {
     const std::uint64_t size = std::max<std::uint64_t>(image.Size(), geometry().dataOffset);
     block = static_cast<std::uint32_t>((size - geometry().dataOffset) / geometry().blockSize + 1);
-    if (geometry().BlockOffset(block) + geometry().blockSize >= kContainerLimit) return kNoBlock;
+    if (geometry().BlockOffset(block) + geometry().blockSize >= kContainerLimit) block = NextLoose(&nextLost_, true);
+    if (block == kNoBlock) return kNoBlock;
   }
   --budget;
   Put(geometry().BlockOffset(block), contents.data(), contents.size());
@@ -188,12 +201,15 @@ std::uint32_t RepairWork::Take(const std::vector<std::uint8_t>& contents) {
 std::uint32_t RepairWork::FindDirectoryBlock(std::uint16_t number) {
   if (!directoryBlocksRead_) {
     directoryBlocksRead_ = true;
-    for (std::uint32_t block = 1; block < model().blocks.size(); ++block) {
-      std::uint8_t bytes[2 * kDirEntrySize];
-      if (!IsLoose(block) || !image.Read(geometry().BlockOffset(block), bytes, sizeof bytes)) continue;
-      const OrbDirEntry self = DecodeEntry(bytes);
-      if (NameOf(self) == "." && NameOf(DecodeEntry(bytes + kDirEntrySize)) == "..") {
-        directoryBlocks_.emplace(self.node, block);
+    for (const bool lost : {true, false}) {  // what a deleted directory left does not come first
+      for (std::uint32_t block = 1; block < model().blocks.size(); ++block) {
+        std::uint8_t bytes[2 * kDirEntrySize];
+        if (!IsLoose(block) || IsLost(block) != lost) continue;
+        if (!image.Read(geometry().BlockOffset(block), bytes, sizeof bytes)) continue;
+        const OrbDirEntry self = DecodeEntry(bytes);
+        if (NameOf(self) == "." && NameOf(DecodeEntry(bytes + kDirEntrySize)) == "..") {
+          directoryBlocks_.emplace(self.node, block);
+        }
       }
     }
   }
@@ -204,7 +220,8 @@ std::uint32_t RepairWork::FindDirectoryBlock(std::uint16_t number) {
 void RepairWork::Recheck() {
   report = Check(image);
   changed = false;
-  nextLoose_ = 1;
+  nextFree_ = 1;
+  nextLost_ = 1;
   directoryBlocks_.clear();
   directoryBlocksRead_ = false;
 }

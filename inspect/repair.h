@@ -14,6 +14,10 @@
 //      size.
 //
 // What is kept, and how:
+//   - What lost the one field that led to it, but is still there, is found again by what it holds: a directory's record by
+//     its first block, a block-map block by the number of blocks that it leads to, a block of entries by the nodes without
+//     a name that they give one. Only blocks that were lost (neither in use nor free) when the repair began are taken for
+//     it, and nothing is guessed: where two could be meant, neither is taken.
 //   - An entry that names a free node revives the node when its record can only be that of a file or directory; otherwise
 //     the entry goes.
 //   - A node with two names keeps one. A directory keeps the name in the directory that its ".." gives. A file keeps the one

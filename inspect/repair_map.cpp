@@ -47,13 +47,15 @@ void ClearSlot(RepairWork* work, const NodeInfo& node, const MapSlot& slot, cons
   work->PutWord(slot.offset, kNoBlock);
 }
 
-// Two directories have the same first block; the "." in it says whose it is. The other starts anew.
+// Two directories have the same first block; the "." in it says whose it is. The other's own one is looked for.
 void SplitDirectories(RepairWork* work, const NodeInfo& node, const MapSlot& slot, const Owner& owner) {
   const bool mine = Get16(work->GetBlock(slot.block).data()) == node.number;
   const NodeInfo& other = mine ? work->model().nodes[owner.node] : node;
-  work->Begin("gives " + NodeName(*work, other.number) + " a first block of its own: block " + to_string(slot.block) +
-              " is another directory's");
-  const std::uint32_t block = work->Take(NewDirectoryBlock(work->geometry(), other.number, kRootNode));
+  std::uint32_t block = work->FindDirectoryBlock(other.number);
+  work->Begin("gives " + NodeName(*work, other.number) +
+              (block != kNoBlock ? " its own first block " + to_string(block) + " back" : " a first block of its own") +
+              ": block " + to_string(slot.block) + " is another directory's");
+  if (block == kNoBlock) block = work->Take(NewDirectoryBlock(work->geometry(), other.number, kRootNode));
   work->PutWord(other.offset + offsetof(OrbNodeRecord, direct), block);
 }
 
@@ -97,7 +99,8 @@ bool Unsharing::Visit(const NodeInfo& node, const MapSlot& slot) {
   }
   Owner& owner = owners[slot.block];
   const bool involvesMap = map || owner.map;
-  const bool strayExtra = !map && shared && slot.index >= node.map.needed;
+  const bool strayExtra = !map && shared && slot.index >= node.map.needed &&
+                          !(node.IsDirectory() && CountNamelessEntries(*work, slot.block) > 0);
   if (!owner.taken && !strayExtra) {
     owner = {true, map, !map && node.IsDirectory() && slot.index == 0, node.number};
     return true;
@@ -295,7 +298,7 @@ void FixSlotsOutside(RepairWork* work) {
     }
     const std::vector<std::uint64_t>& foreign = node.directory.foreign;
     const bool data = slot.level == MapLevel::kData;
-    if (data && std::find(foreign.begin(), foreign.end(), slot.index) != foreign.end()) {
+    if (data && std::binary_search(foreign.begin(), foreign.end(), slot.index)) {
       ClearSlot(work, node, slot, "no entries in it");
     }
     return true;

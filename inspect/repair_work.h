@@ -48,13 +48,18 @@ struct RepairWork {
   OrbNodeRecord GetNode(std::uint16_t number) const;
   std::vector<std::uint8_t> GetBlock(std::uint32_t block) const;  // zeros where it cannot be read
 
-  // ---- Taking blocks. A block is taken by writing it; 0 when there is none left to take.
+  // ---- Taking blocks. A block is taken by writing it; 0 when there is none left to take. Free blocks come first, then new
+  // ones at the container's end. Lost ones are spared as long as they can be: what they hold may still be wanted.
   std::uint32_t Take(const std::vector<std::uint8_t>& contents);
   // Blocks that may still be taken: repair does not blow a container up without end.
   std::uint64_t budget = 0;
 
-  // What nothing names in this round's model.
+  // What nothing names in this round's model, or the free chain alone.
   bool IsLoose(std::uint32_t block) const;
+  // What nothing named when the repair began, and nothing names now: it may belong to what is damaged.
+  bool IsLost(std::uint32_t block) const;
+  std::vector<bool> wasFree;         // by block: in the free chain when the repair began
+  std::set<std::uint16_t> regained;  // directories that got a new record for their first block
   // The loose block whose "." entry carries this number; 0 when there is none.
   std::uint32_t FindDirectoryBlock(std::uint16_t number);
 
@@ -62,7 +67,11 @@ struct RepairWork {
   void Recheck();
 
  private:
-  std::uint32_t nextLoose_ = 1;
+  // The lowest loose block from `*next` on that is lost, or is not; 0 when there is none.
+  std::uint32_t NextLoose(std::uint32_t* next, bool lost) const;
+
+  std::uint32_t nextFree_ = 1;
+  std::uint32_t nextLost_ = 1;
   std::unordered_map<std::uint16_t, std::uint32_t> directoryBlocks_;
   bool directoryBlocksRead_ = false;
 };
@@ -77,12 +86,18 @@ void FixHeader(RepairWork* work);
 void FillTail(RepairWork* work);  // a container that ends in the middle of a block in use
 // repair_layout.cpp
 void FixTable(RepairWork* work);  // regains node blocks
+// repair_regain.cpp
+void RegainDirectories(RepairWork* work);  // whose records are lost
+// repair_layout.cpp
 void FixSlots(RepairWork* work);  // signatures and numbers
 void FixBitmap(RepairWork* work);
 void ReviveNodes(RepairWork* work);  // free nodes that entries name
 void FixRecords(RepairWork* work);   // attributes, reserved bytes, files marked as directories
 // repair_directory.cpp
 void DropGivenBackBlocks(RepairWork* work);
+// repair_regain.cpp
+void RegainMaps(RepairWork* work);     // block-map blocks that no slot names
+void RegainEntries(RepairWork* work);  // blocks of entries that no slot names
 // repair_map.cpp
 void Unshare(RepairWork* work);
 void FixSlotsOutside(RepairWork* work);  // blocks that the container does not hold, or that hold no entries
@@ -110,6 +125,10 @@ bool SetMapSlot(RepairWork* work, OrbNodeRecord* record, std::uint64_t index, st
 
 // Takes the blocks from logical block `end` on out of the node's map and makes it `size` bytes long.
 void CutNode(RepairWork* work, std::uint16_t number, std::uint64_t end, std::uint32_t size);
+
+// How many entries the block holds: from its front on, each with a sound name of a node in use that has no other; 0 when it
+// holds anything else.
+std::uint32_t CountNamelessEntries(const RepairWork& work, std::uint32_t block);
 
 // A directory's first block: "." and "..", then nothing.
 std::vector<std::uint8_t> NewDirectoryBlock(const Geometry& geometry, std::uint16_t number, std::uint16_t parent);

@@ -254,10 +254,10 @@ TEST(RepairRoot, recordAndBlockOverwritten_filesAreLinkedUnderLostFound) {
   EXPECT_EQ(files.at("/LOST.FND/NODE0003/E/C"), was.at("/D/E/C"));
 }
 
-TEST(RepairRoot, firstNodeBlockOverwritten_containerIsEmptyButSound) {
+TEST(RepairRoot, firstNodeBlockOverwritten_directoriesAreFoundByTheirBlocks) {
   Small image;
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(1) + i, 0xAA);
-  EXPECT_EQ(Paths(Repair(image)), "/ ");
+  EXPECT_EQ(Paths(Repair(image)), "/ /D/ /D/E/ ");
 }
 
 // ---- Block maps -----------------------------------------------------------------------------------------------------
@@ -280,10 +280,20 @@ TEST(RepairMap, mapBlockShared_bothFilesKeepTheirContents) {
   EXPECT_FILES(Repair(image), files);
 }
 
-TEST(RepairMap, directoriesShareTheirFirstBlock_theDotDecides) {
+TEST(RepairMap, directoriesShareTheirFirstBlock_eachHasItsOwnAgain) {
   for (const bool first : {false, true}) {
     Small image;
     const std::uint16_t a = first ? 3 : 5, b = first ? 5 : 3;
+    image.Put32(image.MapOffset(a, 0), image.MappedBlock(b, 0));
+    EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+  }
+}
+
+TEST(RepairMap, directoriesShareTheirFirstBlock_theOtherIsOverwritten_theDotDecides) {
+  for (const bool first : {false, true}) {
+    Small image;
+    const std::uint16_t a = first ? 3 : 5, b = first ? 5 : 3;
+    for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.EntryOffset(a, 0) + i, 0xEE);
     image.Put32(image.MapOffset(a, 0), image.MappedBlock(b, 0));
     const Files was = Tree(Small().bytes());
     const Files files = Repair(image);
@@ -324,6 +334,7 @@ TEST(RepairMap, slotBeyondTheEndInTheMiddle_becomesZeros) {
 
 TEST(RepairMap, lastSlotsBeyondTheEnd_tailIsCutOff) {
   Small image;
+  image.Put32(image.MapOffset(4, 6), 0);
   image.Put32(image.NodeOffset(4) + 56, 5000);
   image.Put32(image.MapOffset(4, 5), 5001);
   Files files = Tree(Small().bytes());
@@ -331,10 +342,34 @@ TEST(RepairMap, lastSlotsBeyondTheEnd_tailIsCutOff) {
   EXPECT_FILES(Repair(image), files);
 }
 
+TEST(RepairMap, mapBlocksThatNoSlotNames_areFoundAgain) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t node = image.AddFile(1, "F", 800 * 1024);
+  const Bytes whole = image.bytes();
+  const std::uint64_t indirect = image.NodeOffset(node) + 56;
+  const std::uint64_t second = image.BlockOffset(image.Get32(indirect + 4));
+  for (const std::uint64_t slot : {indirect, indirect + 4, second + 8}) {
+    ImageBuilder broken = image;
+    broken.Put32(slot, slot == indirect ? 0 : 5000);
+    EXPECT_EQ(testimage::RepairedFromEveryStop(broken.bytes()), whole) << slot;
+  }
+}
+
+TEST(RepairMap, twoMapBlocksThatCannotBeToldApart_areNotGuessed) {
+  Small image;
+  const std::uint16_t twin = image.AddFile(1, "TWIN", 7 * 1024);
+  const Files was = Tree(image.bytes());
+  for (const std::uint16_t node : {std::uint16_t{4}, twin}) image.Put32(image.NodeOffset(node) + 56, 0);
+  const Files files = Repair(image);
+  EXPECT_EQ(files.at("/D/B"), Bytes(was.at("/D/B").begin(), was.at("/D/B").begin() + 6 * 1024));
+  EXPECT_EQ(files.at("/TWIN"), Bytes(was.at("/TWIN").begin(), was.at("/TWIN").begin() + 6 * 1024));
+}
+
 TEST(RepairMap, secondLevelBlockMissing_becomesZeros) {
   ImageBuilder image(1024, 32);
   const std::uint16_t node = image.AddFile(1, "F", 800 * 1024);
   Bytes contents = Tree(image.bytes()).at("/F");
+  image.Put32(image.MapOffset(node, 6 + 256 + 256), 0);  // not to be known for what it was
   image.Put32(image.BlockOffset(image.Get32(image.NodeOffset(node) + 60)) + 4, 0);
   std::fill(contents.begin() + (6 + 256 + 256) * 1024, contents.begin() + (6 + 256 + 512) * 1024, std::uint8_t{0});
   EXPECT_EQ(Tree(testimage::Repaired(image.bytes())).at("/F"), contents);
@@ -389,10 +424,43 @@ TEST(RepairDirectory, firstBlockLost_isFoundAgain) {
   EXPECT_FILES(Repair(image), Tree(Small().bytes()));
 }
 
+TEST(RepairDirectory, recordOverwritten_isMadeAnewFromItsBlocks) {
+  for (const std::uint32_t entries : {5u, 32u, 33u, 64u, 7 * 32u + 3}) {
+    ImageBuilder image(1024, 64);
+    const std::uint16_t directory = FillDirectory(&image, entries);
+    const Files was = Tree(image.bytes());
+    for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(directory) + i, 0xAA);
+    EXPECT_FILES(entries < 64 ? Repair(image) : Tree(testimage::Repaired(image.bytes())), was);
+  }
+}
+
+TEST(RepairDirectory, recordOfAFileOverwritten_whatADeletedDirectoryLeftIsNotTakenForIt) {
+  Small image;
+  const std::uint16_t node = image.AddFile(1, "F", 3000);
+  const std::uint32_t left = image.AppendBlock();  // of a directory that had this number, in /D
+  const std::uint8_t dots[] = {static_cast<std::uint8_t>(node), 0, '.'};
+  for (std::uint32_t i = 0; i < 3; ++i) image.Put8(image.BlockOffset(left) + i, dots[i]);
+  image.Put16(image.BlockOffset(left) + 32, 3);
+  image.PutText(image.BlockOffset(left) + 34, "..");
+  for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(node) + i, 0xAA);
+  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+}
+
+TEST(RepairDirectory, blocksThatNoSlotNames_areFoundAgain) {
+  ImageBuilder image(1024, 64);
+  const std::uint16_t directory = FillDirectory(&image, 7 * 32 + 3);
+  const Bytes whole = image.bytes();
+  image.Put32(image.MapOffset(directory, 1), 0);
+  image.Put32(image.MapOffset(directory, 3), 5000);
+  image.Put32(image.MapOffset(directory, 7), 0);
+  EXPECT_FILES(Repair(image), Tree(whole));
+}
+
 TEST(RepairDirectory, middleBlockLost_entriesOfTheOthersAreKept) {
   ImageBuilder image(1024, 32);
   const std::uint16_t directory = FillDirectory(&image, 100);
   const Files was = Tree(image.bytes());
+  image.PutText(image.EntryOffset(directory, 40) + 2, "no name");  // not to be known for what it was
   image.Put32(image.MapOffset(directory, 1), 0);
   const Files files = Repair(image);
   for (std::uint32_t i = 2; i < 100; ++i) {
