@@ -137,7 +137,7 @@ OrbDirEntry* OrbDirEntryAt(DirCursor* cursor) {
     if (cursor->block == kNoBlock) return nullptr;
   }
   OrbDirEntry* const entry = &cursor->entries[slot];
-  return cursor->index < EntryCount(directory) && entry->node != 0 ? entry : nullptr;
+  return entry->node != 0 ? entry : nullptr;
 }
 
 uint16_t OrbDirLookup(OrbNode* directory, const char* name) {
@@ -211,6 +211,10 @@ OrbNode* OrbDirRemoveEntry(OrbNode* directory, const char* name, bool requireEmp
   DirCursor cursor = {directory, entries, 0, kNoBlock};
   const OrbDirEntry* const entry = FindNamedEntry(&cursor, name);
   if (entry == nullptr) return nullptr;
+  if (cursor.index >= EntryCount(directory)) {  // past the size: which entry is the last to fill the hole with?
+    Fail(ORB_ERROR_DAMAGED_RECORD);
+    return nullptr;
+  }
 
   NodeRef removed(OrbNodeGet(directory->volume, EntryNode(entry)));
   if (removed.node == nullptr || !IsRemovable(removed.node, requireEmpty)) return nullptr;

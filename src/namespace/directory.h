@@ -7,8 +7,9 @@
 //       in the same block, has node number 0
 //   D3  new entries are appended; removal moves the last entry into the hole. The order means nothing
 //   D4  a directory has ceil(size / block size) blocks and at least one; a block emptied by a removal is given back
-// A scan stops at the end of the size or at the first entry with node number 0, whichever comes first. A directory with
-// no blocks, or larger than any volume can fill, is damaged.
+// A scan looks at every block to its end and stops at the first entry with node number 0: the size tells how many blocks
+// there are, not where in the last one the names end. A directory with no blocks, or larger than any volume can fill, is
+// damaged.
 //
 // All operations take a directory the caller holds and fail with ORB_ERROR_PATH_NOT_FOUND where it is not a valid node
 // or not a directory, ORB_ERROR_OUT_OF_MEMORY where the block buffer cannot be had, ORB_ERROR_DAMAGED_RECORD where it
@@ -52,8 +53,9 @@ bool OrbDirFindName(char* out, OrbNode* directory, uint16_t number);
 //   check   first: ORB_ERROR_INVALID_NAME, ORB_ERROR_FILE_EXISTS. Without it the caller has done both.
 //   writes  1. the last block with the entry, or a new block holding it (then its map entry)   2. the directory's node:
 //           the commit point
-//   fails   before 2: nothing names the entry. Failing in 2, the size in memory goes back, so that the entry stands past
-//           the size, where nobody sees it, until the next one takes its place.
+//   fails   before 2: nothing names the entry. Failing in 2, the size in memory goes back; in a block that was there
+//           before, the entry stands past the size, where it is found, but not removed, until the next one takes its
+//           place.
 bool OrbDirAddEntry(OrbNode* directory, const char* name, uint16_t number, bool check);
 
 // Renames an entry in place: one block write. Size, time stamp and node are deliberately left alone.
@@ -64,7 +66,8 @@ bool OrbDirRenameEntry(OrbNode* directory, const char* newName, const char* oldN
 // Removes an entry and returns the node it named, held, for the caller to delete or to keep.
 //   requireEmpty  a directory that still holds names fails with ORB_ERROR_NOT_EMPTY
 //   fails   ORB_ERROR_INVALID_NAME ("." or ".."), ORB_ERROR_FILE_NOT_FOUND, ORB_ERROR_CURRENT_DIRECTORY or
-//           ORB_ERROR_IN_USE (somebody else holds the node): nothing changed. Null; no reference is kept.
+//           ORB_ERROR_IN_USE (somebody else holds the node), ORB_ERROR_DAMAGED_RECORD (an entry past the size): nothing
+//           changed. Null; no reference is kept.
 //   writes  1. the hole's block, where the hole is not in the last block   2. the last block, or, where it is empty
 //           now, its map entry and its way into the free chain   3. the directory's node: the commit point
 //   A stop between 1 and 2 leaves the moved entry twice; between 2 and 3 a size that is one entry too large, its last

@@ -200,11 +200,11 @@ TEST_F(Find, number_0_ends_the_listing_even_where_entries_follow) {
   EXPECT_EQ(All("D/"), (Lines{".", "..", "F1", "F2", kEnd}));
 }
 
-TEST_F(Find, listing_ends_with_the_size_whatever_the_block_holds_behind_it) {
+TEST_F(Find, call_that_begins_at_the_size_finds_nothing_one_that_comes_past_it_looks_at_the_block_to_its_end) {
   MakeFiles("D/F", 1, 3);
   Damage([](Bytes* image) { testhost::WriteU32(*image, testhost::NodeOffset(*image, 2) + 16, 96); });
   EXPECT_EQ(All("D/"), (Lines{".", "..", "F1", kEnd}));
-  EXPECT_EQ(All("D/F3"), Lines{kEnd});
+  EXPECT_EQ(All("D/F3"), (Lines{"F3", kEnd}));
 }
 
 TEST_F(Find, name_without_a_terminator_is_cut_at_29_characters) {
