@@ -89,10 +89,9 @@ using Procedure = void (*)();
 //                 Result kInvalidHandle on failure.
 //   ReadFile      reads at the handle's position and moves it; a read at the end succeeds with fewer bytes, or 0.
 //   WriteFile     writes at the handle's position and moves it, extending the file as needed.
-//   SetFilePointer  distance is signed 32 bits; a position below 0 fails with kHostNegativeSeek. A position past the
-//   end
-//                 is allowed. Result: the low 32 bits of the new position, kInvalidPosition on failure. `distanceHigh`
-//                 is always null here.
+//   SetFilePointer  distance is signed 32 bits; a position below 0 fails with kHostNegativeSeek, one past the end is
+//                 allowed. Result: the low 32 bits of the new position, kInvalidPosition on failure. `distanceHigh` is
+//                 always null here.
 //   GetFileSize   result: the low 32 bits of the size, kInvalidSize on failure. `sizeHigh` is always null here.
 Handle CreateFileW(const WideChar* name, uint32_t access, uint32_t shareMode, void* security, uint32_t disposition,
                    uint32_t flags, Handle templateFile);

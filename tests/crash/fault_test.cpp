@@ -138,17 +138,6 @@ constexpr uint32_t kGeneralFailure = 31;
 constexpr uint32_t kCallsOfName = 4;        // to look a name up: seek and read, of the directory and of the node
 constexpr uint32_t kAllocationsOfName = 2;  // the directory's block and the node
 
-// The turns of a test that goes through `count` calls: all of them, or of very many the first and the last ones and some in
-// between, where one block after the other is treated alike.
-std::vector<uint32_t> Turns(size_t count, size_t ends = 60) {
-  constexpr uint32_t kStride = 29;
-  std::vector<uint32_t> turns;
-  for (uint32_t n = 1; n <= count; ++n) {
-    if (count <= 4 * ends || n <= ends || n + ends > count || n % kStride == 0) turns.push_back(n);
-  }
-  return turns;
-}
-
 class FailingOperation : public OperationTest {
  protected:
   void SetUp() override;
@@ -193,8 +182,8 @@ void FailingOperation::SetUp() {
 }
 
 void FailingOperation::FailEachCall(uint32_t hostCode, Repeat repeat) {
-  const std::vector<uint32_t> turns = Turns(plain_.calls.size());
-  for (const uint32_t n : turns) {
+  const uint32_t count = static_cast<uint32_t>(plain_.calls.size());
+  for (uint32_t n = 1; n <= count; ++n) {
     const Call call = plain_.calls[n - 1].call;
     if (call == Call::kWriteFile && hostCode == kDiskFull) continue;  // FailEachWrite does that
     SCOPED_TRACE("call " + std::to_string(n));
@@ -214,7 +203,7 @@ void FailingOperation::FailEachCall(uint32_t hostCode, Repeat repeat) {
 void FailingOperation::FailEachWrite(uint32_t hostCode, Repeat repeat, const std::string& listed) {
   std::map<size_t, std::string> undone;
   const size_t count = states().size() - 1;
-  for (const uint32_t n : listed.empty() ? Turns(count) : Turns(count, count)) {
+  for (uint32_t n = 1; n <= count; ++n) {
     SCOPED_TRACE("write " + std::to_string(n));
     Begin();
     testhost::FailNthCall(Call::kWriteFile, n, hostCode, repeat);
@@ -231,8 +220,7 @@ void FailingOperation::FailEachWrite(uint32_t hostCode, Repeat repeat, const std
 void FailingOperation::FailEachAllocation(Repeat repeat, const std::string& listed) {
   std::map<size_t, std::string> undone;
   const uint32_t count = plain_.allocations;
-  const std::vector<uint32_t> turns = listed.empty() ? Turns(count) : Turns(count, count);
-  for (const uint32_t n : turns) {
+  for (uint32_t n = 1; n <= count; ++n) {
     SCOPED_TRACE("allocation " + std::to_string(n));
     Begin();
     testhost::FailNthAllocation(n, repeat);
@@ -242,7 +230,7 @@ void FailingOperation::FailEachAllocation(Repeat repeat, const std::string& list
     if (!disk.asStopped) undone[n] = testhost::Verdict(disk.report);
   }
   EXPECT_EQ(testhost::VerdictList(undone), listed);
-  Count("allocations failed", turns.size());
+  Count("allocations failed", count);
 }
 
 void FailingOperation::Begin() {

@@ -2,7 +2,6 @@
 import os
 import re
 import shlex
-import shutil
 import signal
 import subprocess
 import unittest
@@ -151,7 +150,6 @@ class ManualTest(ToolTest):
         self.assertIn('.SH "EXIT STATUS"\n0 done, 1 something failed, 16 wrong usage.', page)
 
 
-@unittest.skipUnless(shutil.which("groff"), "no groff to read the page with")
 class RenderedManualTest(ToolTest):
     def test_manual_page_renders_without_a_warning(self):
         page = self.write("orba.1", self.ok("--man").encode())

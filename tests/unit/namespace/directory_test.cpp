@@ -141,7 +141,7 @@ TEST_F(Directory, lookup_whose_read_fails_is_0_with_the_code) {
 
 // ---- Where a scan ends ----------------------------------------------------------------------------------------------
 
-TEST_F(Directory, scan_stops_at_number_0_even_where_entries_follow) {
+TEST_F(Directory, scan_stops_at_number_0_even_where_entries_follow) {  // D2
   Fill(40);
   DamageDirectory([](Bytes* image) { SetEntryNode(image, 3, 5, 0); });
   EXPECT_EQ(OrbDirLookup(directory_, "N004"), 3u);
@@ -165,7 +165,7 @@ TEST_F(Directory, scan_looks_at_the_last_block_to_its_end_whatever_the_size) {
   EXPECT_FALSE(OrbDirIsEmpty(directory_));
 }
 
-TEST_F(Directory, scan_does_not_go_into_a_block_that_the_size_does_not_reach) {
+TEST_F(Directory, scan_does_not_go_into_a_block_that_the_size_does_not_reach) {  // D2
   Fill(33);
   DamageDirectory([](Bytes* image) { testhost::WriteU32(*image, testhost::NodeOffset(*image, 2) + 16, 1024); });
   EXPECT_EQ(OrbDirLookup(directory_, "N032"), 0u);
@@ -370,7 +370,7 @@ TEST_F(Directory, find_name_whose_read_fails_leaves_an_empty_name) {
 
 // ---- Appending ------------------------------------------------------------------------------------------------------
 
-TEST_F(Directory, add_writes_the_block_and_then_the_stamped_node) {
+TEST_F(Directory, add_writes_the_block_and_then_the_stamped_node) {  // D3
   testhost::SetClock({2010, 1, 0, 2, 3, 4, 5, 6});
   EXPECT_TRUE(OrbDirAddEntry(directory_, "name.Txt", 3, false));
   EXPECT_EQ(Calls(), "read block 3 / mark / write block 3 / write node 2");
@@ -396,7 +396,7 @@ TEST_F(Directory, add_clears_what_was_left_in_the_slot) {
   Commit();
 }
 
-TEST_F(Directory, add_at_a_block_border_writes_a_new_block_before_the_node) {
+TEST_F(Directory, add_at_a_block_border_writes_a_new_block_before_the_node) {  // D4
   Fill(32);
   EXPECT_TRUE(OrbDirAddEntry(directory_, "LAST", 3, false));
   EXPECT_EQ(Calls(), "size / mark / write block 4 / write node 2");
@@ -519,7 +519,7 @@ TEST_F(Directory, rename_to_a_shorter_name_leaves_the_rest_of_the_field) {
   Commit();
 }
 
-TEST_F(Directory, rename_with_check_refuses_names_in_their_order) {
+TEST_F(Directory, rename_with_check_refuses_names_in_their_order) {  // D1
   Fill(4);
   const struct {
     const char* newName;
@@ -584,7 +584,7 @@ TEST_F(Directory, remove_of_the_last_entry_clears_its_number_and_keeps_its_name)
   Commit();
 }
 
-TEST_F(Directory, remove_moves_the_last_entry_of_the_same_block_into_the_hole) {
+TEST_F(Directory, remove_moves_the_last_entry_of_the_same_block_into_the_hole) {  // D3
   Fill(6);
   EXPECT_EQ(Remove("N002"), "");
   EXPECT_EQ(Calls(), "read block 3 / read node 3 / mark / write block 3 / write node 2");
@@ -606,7 +606,7 @@ TEST_F(Directory, remove_from_another_block_writes_the_hole_s_block_before_the_l
   Commit();
 }
 
-TEST_F(Directory, remove_of_the_only_entry_of_a_block_gives_the_block_back_unwritten) {
+TEST_F(Directory, remove_of_the_only_entry_of_a_block_gives_the_block_back_unwritten) {  // D4
   Fill(33);
   EXPECT_EQ(Remove("N032"), "");
   // Block 4 becomes the free chain's record.
@@ -654,7 +654,7 @@ TEST_F(Directory, remove_of_all_entries_in_any_order_leaves_the_dots) {
   }
 }
 
-TEST_F(Directory, remove_refuses_the_dots) {
+TEST_F(Directory, remove_refuses_the_dots) {  // D1
   for (const char* name : {".", ".."}) {
     ClearError();
     EXPECT_EQ(OrbDirRemoveEntry(directory_, name, false), nullptr);

@@ -56,7 +56,7 @@ class NodeStore : public TreeTest {
 
 // ---- Creation -------------------------------------------------------------------------------------------------------
 
-TEST_F(NodeStore, create_writes_the_record_before_the_bitmap) {
+TEST_F(NodeStore, create_writes_the_record_before_the_bitmap) {  // S2
   testhost::ClearTrace();
   OrbNode* const node = OrbNodeCreate(volume_, 3);
   held_.push_back(node);
@@ -72,7 +72,7 @@ TEST_F(NodeStore, create_writes_the_record_before_the_bitmap) {
   OrbCommitVolume(volume_);
 }
 
-TEST_F(NodeStore, create_gives_out_the_lowest_free_number) {
+TEST_F(NodeStore, create_gives_out_the_lowest_free_number) {  // S1
   CreateUpTo(9);
   ASSERT_TRUE(DeleteNumber(5));
   ASSERT_TRUE(DeleteNumber(3));
@@ -231,7 +231,7 @@ TEST_F(NodeStore, create_whose_record_is_not_written_leaves_the_number_free) {
   EXPECT_EQ(Create(), 2u);
 }
 
-TEST_F(NodeStore, create_whose_bitmap_is_not_written_leaves_the_number_free) {
+TEST_F(NodeStore, create_whose_bitmap_is_not_written_leaves_the_number_free) {  // S4, V3
   FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
   EXPECT_EQ(Create(), 0u);
   EXPECT_EQ(GetError(), 0x3000001Au);
@@ -242,7 +242,7 @@ TEST_F(NodeStore, create_whose_bitmap_is_not_written_leaves_the_number_free) {
   EXPECT_EQ(Create(), 2u);
 }
 
-TEST_F(NodeStore, create_whose_table_is_not_written_leaves_the_table) {
+TEST_F(NodeStore, create_whose_table_is_not_written_leaves_the_table) {  // S4, V3
   CreateUpTo(16);
   FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
   EXPECT_EQ(Create(), 0u);
@@ -275,7 +275,7 @@ TEST_F(NodeStore, delete_of_an_empty_node_writes_the_bitmap_alone) {
   EXPECT_EQ(NodesListed(), 2u);
 }
 
-TEST_F(NodeStore, delete_marks_the_number_free_before_it_empties_the_record_and_frees_the_blocks) {
+TEST_F(NodeStore, delete_marks_the_number_free_before_it_empties_the_record_and_frees_the_blocks) {  // S2
   MakeFile("F", Pattern(2500));  // node 2, blocks 3 to 5
   ClearError();
   OrbNode* const node = OrbNodeGet(volume_, 2);
@@ -295,7 +295,7 @@ TEST_F(NodeStore, delete_marks_the_number_free_before_it_empties_the_record_and_
   OrbCommitVolume(volume_);
 }
 
-TEST_F(NodeStore, delete_of_the_last_node_of_a_node_block_gives_the_block_back) {
+TEST_F(NodeStore, delete_of_the_last_node_of_a_node_block_gives_the_block_back) {  // S3
   CreateUpTo(18);
   ASSERT_TRUE(DeleteNumber(17));
   EXPECT_EQ(Calls(), "mark / write bitmap / clear");
@@ -375,7 +375,7 @@ TEST_F(NodeStore, delete_of_a_number_outside_the_bitmap_is_damage) {
   EXPECT_TRUE(testhost::NodeInUse(Image(), 2));
 }
 
-TEST_F(NodeStore, delete_whose_bitmap_is_not_written_leaves_all_as_it_was) {
+TEST_F(NodeStore, delete_whose_bitmap_is_not_written_leaves_all_as_it_was) {  // S4, V3
   MakeFile("F", Pattern(100));
   ClearError();
   OrbNode* const node = OrbNodeGet(volume_, 2);

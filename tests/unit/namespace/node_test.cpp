@@ -137,7 +137,7 @@ TEST_F(Node, alloc_without_memory_fails_and_leaves_the_list_alone) {
 
 // ---- Getting --------------------------------------------------------------------------------------------------------
 
-TEST_F(Node, get_reads_the_record_once_and_shares_the_object) {
+TEST_F(Node, get_reads_the_record_once_and_shares_the_object) {  // N1, N2
   OrbNode* const first = Get(3);
   EXPECT_EQ(Calls(), "read node 3");
   EXPECT_EQ(first->record.number, 3u);
@@ -286,7 +286,7 @@ TEST_F(Node, record_lies_at_its_slot_for_every_block_size) {
 
 // ---- Writing --------------------------------------------------------------------------------------------------------
 
-TEST_F(Node, write_stores_the_64_bytes_of_the_record_as_metadata) {
+TEST_F(Node, write_stores_the_64_bytes_of_the_record_as_metadata) {  // N2
   OrbNode* const node = Get(3);
   node->record.size = 0x01020304;
   node->record.attributes = 3;
@@ -374,7 +374,7 @@ TEST_F(Node, node_held_over_an_unmount_belongs_to_no_volume) {
   EXPECT_EQ(NodesListed(), 0u);
 }
 
-TEST_F(Node, node_held_over_an_unmount_matches_no_lookup_of_a_volume_at_the_same_address) {
+TEST_F(Node, node_held_over_an_unmount_matches_no_lookup_of_a_volume_at_the_same_address) {  // N4
   OrbNode* const old = Get(3);
   old->record.size = 4711;
   DetachNodes(volume_);             // the volume goes ...

@@ -225,7 +225,7 @@ TEST_F(BlockIo, failed_data_write_leaves_the_volume_writable) {
 
 // ---- Metadata writes and the mark ------------------------------------------------------------------------------------
 
-TEST_F(BlockIo, metadata_write_sets_the_mark_first) {
+TEST_F(BlockIo, metadata_write_sets_the_mark_first) {  // B1
   testhost::KeepWriteData(true);
   EXPECT_TRUE(WriteBlock(bytes_.data(), volume_, 2, kMetadataWrite));
   EXPECT_EQ(TraceText(), "seek 52 / write 52 4 / seek 2064 / write 2064 1024");
@@ -283,7 +283,7 @@ TEST_F(BlockIo, mark_that_cannot_be_written_fails_the_volume_whatever_the_code) 
   }
 }
 
-TEST_F(BlockIo, failed_metadata_write_fails_the_volume) {
+TEST_F(BlockIo, failed_metadata_write_fails_the_volume) {  // B3
   const struct {
     Call call;
     uint32_t n, host, code;
@@ -309,7 +309,7 @@ TEST_F(BlockIo, short_metadata_write_fails_the_volume) {
   EXPECT_EQ(volume_->failed, 1u);
 }
 
-TEST_F(BlockIo, metadata_write_that_meets_a_full_disk_leaves_the_volume_usable) {
+TEST_F(BlockIo, metadata_write_that_meets_a_full_disk_leaves_the_volume_usable) {  // B3
   FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
   EXPECT_FALSE(WriteBlock(bytes_.data(), volume_, 2, kMetadataWrite));
   EXPECT_EQ(GetError(), 0x3000001Au);
@@ -319,7 +319,7 @@ TEST_F(BlockIo, metadata_write_that_meets_a_full_disk_leaves_the_volume_usable) 
   EXPECT_TRUE(WriteBlock(bytes_.data(), volume_, 2, kMetadataWrite));
 }
 
-TEST_F(BlockIo, failed_volume_refuses_every_write_without_a_call) {
+TEST_F(BlockIo, failed_volume_refuses_every_write_without_a_call) {  // B3, V5
   FailVolume();
   const std::function<bool()> writes[] = {
       [&] { return WriteVolumeBytes(volume_, bytes_.data(), 0, 4, kDataWrite); },
@@ -353,7 +353,7 @@ TEST_F(BlockIo, data_write_after_a_failed_metadata_write_is_refused_while_reads_
 
 // ---- Commit ----------------------------------------------------------------------------------------------------------
 
-TEST_F(BlockIo, commit_clears_the_mark) {
+TEST_F(BlockIo, commit_clears_the_mark) {  // B2
   ASSERT_TRUE(MarkVolumeDirty(volume_));
   testhost::ClearTrace();
   EXPECT_TRUE(OrbCommitVolume(volume_));
@@ -397,7 +397,7 @@ TEST_F(BlockIo, header_is_written_whole_at_the_start) {
   EXPECT_EQ(0, memcmp(FileBytes(u"VOL", 0, 128).data(), &volume_->header, 128));
 }
 
-TEST_F(BlockIo, header_as_the_first_metadata_write_takes_the_mark_off_the_disk_again) {
+TEST_F(BlockIo, header_as_the_first_metadata_write_takes_the_mark_off_the_disk_again) {  // B1
   EXPECT_TRUE(StoreVolumeHeader(volume_));
   EXPECT_EQ(TraceText(), "seek 52 / write 52 4 / seek 0 / write 0 128");
   EXPECT_FALSE(IsMarked());

@@ -129,7 +129,7 @@ TEST_F(BlockMapRelease, empty_file_is_done_at_once) {
   EXPECT_EQ(testhost::CallCount(Call::kGetSystemTime), 0u);
 }
 
-TEST_F(BlockMapRelease, file_of_size_0_keeps_the_map_blocks_it_has) {
+TEST_F(BlockMapRelease, file_of_size_0_keeps_the_map_blocks_it_has) {  // M3
   SetBlocks(20);
   node_->record.indirect = 10;
   node_->record.doubleIndirect = 11;
@@ -184,7 +184,7 @@ TEST_F(BlockMapRelease, double_indirect_block_stays_where_there_is_no_single_one
   EXPECT_EQ(FreedOrder(), blocks);
 }
 
-TEST_F(BlockMapRelease, first_zero_slot_ends_a_map_block) {
+TEST_F(BlockMapRelease, first_zero_slot_ends_a_map_block) {  // M2
   const Blocks blocks = Grow(9);
   const uint32_t indirect = node_->record.indirect;
   PutWord(indirect, 1, 0);

@@ -174,7 +174,7 @@ TEST_F(BlockMapSet, node_that_is_not_live_is_refused) {
   EXPECT_EQ(node_->record.direct[0], 0u);
 }
 
-TEST_F(BlockMapSet, limit_is_the_size_and_one_in_whole_blocks) {
+TEST_F(BlockMapSet, limit_is_the_size_and_one_in_whole_blocks) {  // M1
   SetBlocks(20);
   const struct {
     uint32_t size, logical;
@@ -227,7 +227,7 @@ TEST_F(BlockMapSet, last_block_of_the_map_can_be_set) {
 
 // ---- Set: the single-indirect block ----------------------------------------------------------------------------------
 
-TEST_F(BlockMapSet, seventh_block_makes_the_single_indirect_block_with_zeros_behind_its_slot) {
+TEST_F(BlockMapSet, seventh_block_makes_the_single_indirect_block_with_zeros_behind_its_slot) {  // M2
   Grow(6);
   const uint32_t end = testhost::BlockCount(FileBytes(u"VOL"));
   EXPECT_TRUE(SetFileBlock(node_, 6 * 1024, 0x01020304));
@@ -250,7 +250,7 @@ TEST_F(BlockMapSet, later_block_is_one_write_of_its_slot) {
   EXPECT_EQ(node_->record.indirect, 10u);
 }
 
-TEST_F(BlockMapSet, cleared_slot_is_zero_and_its_map_block_stays) {
+TEST_F(BlockMapSet, cleared_slot_is_zero_and_its_map_block_stays) {  // M3
   Grow(7);
   const uint32_t indirect = node_->record.indirect;
   EXPECT_TRUE(SetFileBlock(node_, 6 * 1024, 0));
@@ -469,7 +469,7 @@ TEST_F(BlockMapSet, entry_of_a_new_block_that_cannot_be_written_returns_0) {
 
 // ---- Append ----------------------------------------------------------------------------------------------------------
 
-TEST_F(BlockMapAppend, data_is_written_before_the_map_names_it) {
+TEST_F(BlockMapAppend, data_is_written_before_the_map_names_it) {  // M4
   Grow(6);
   const uint32_t end = testhost::BlockCount(FileBytes(u"VOL"));
   const Bytes data = Pattern(1024, 9);
@@ -546,7 +546,7 @@ TEST_F(BlockMapAppend, file_through_all_three_ranges_is_found_again_block_by_blo
 
 // ---- Through open files ----------------------------------------------------------------------------------------------
 
-TEST_F(BlockMapAppend, single_indirect_block_is_used_again_after_shrinking_to_6_blocks) {
+TEST_F(BlockMapAppend, single_indirect_block_is_used_again_after_shrinking_to_6_blocks) {  // M3
   OrbNodeRelease(node_);
   const OrbHandle file = OrbOpenFileA("F", 3);
   node_ = OrbNodeGet(volume_, 2);

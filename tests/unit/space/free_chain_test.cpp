@@ -57,7 +57,7 @@ TEST_F(FreeChain, alloc_without_a_chain_is_the_block_at_the_end_and_writes_nothi
   EXPECT_EQ(testhost::FileSize(u"VOL"), 1040u + 20 * 1024);
 }
 
-TEST_F(FreeChain, alloc_again_before_a_write_is_the_same_block) {
+TEST_F(FreeChain, alloc_again_before_a_write_is_the_same_block) {  // F4
   EXPECT_EQ(AllocBlock(volume_), 21u);
   EXPECT_EQ(AllocBlock(volume_), 21u);
 }
@@ -92,7 +92,7 @@ TEST_F(FreeChain, alloc_without_the_containers_size_fails_with_the_querys_code_a
   EXPECT_EQ(AllocBlock(volume_), 21u);
 }
 
-TEST_F(FreeChain, alloc_from_a_chain_does_not_need_the_containers_size) {
+TEST_F(FreeChain, alloc_from_a_chain_does_not_need_the_containers_size) {  // F3
   Free({20, 9});
   FailNthCall(Call::kGetFileSize, 1, coredll::kHostNotReady, Repeat::kFromThenOn);
   EXPECT_EQ(AllocBlock(volume_), 9u);
@@ -157,7 +157,7 @@ TEST_F(FreeChain, next_block_given_back_is_one_write_of_the_record) {
   EXPECT_EQ(HeadOnDisk(), 20u);
 }
 
-TEST_F(FreeChain, entries_stand_as_a_heap_with_the_lowest_first) {
+TEST_F(FreeChain, entries_stand_as_a_heap_with_the_lowest_first) {  // F2
   Free({20, 9, 3, 5});
   EXPECT_EQ(OnDisk(20).heap, Blocks({3, 9, 5}));
   Free({4, 8, 2});
@@ -276,7 +276,7 @@ TEST_F(FreeChain, container_never_shrinks) {
 
 // ---- Taking blocks from the chain ------------------------------------------------------------------------------------
 
-TEST_F(FreeChain, lowest_block_goes_first) {
+TEST_F(FreeChain, lowest_block_goes_first) {  // F2
   Free({20, 9, 3, 5});
   EXPECT_EQ(AllocBlock(volume_), 3u);
   EXPECT_EQ(AllocBlock(volume_), 5u);
@@ -336,7 +336,7 @@ TEST_F(FreeChain, header_written_for_an_empty_record_takes_the_mark_off_the_disk
   EXPECT_EQ(volume_->header.stateFlags, 1u);
 }
 
-TEST_F(FreeChain, record_that_is_not_cached_is_read_first) {
+TEST_F(FreeChain, record_that_is_not_cached_is_read_first) {  // F1
   Free({20, 9});
   DropCache();
   EXPECT_EQ(AllocBlock(volume_), 9u);
@@ -365,7 +365,7 @@ TEST_F(FreeChain, load_without_a_head_releases_the_cache) {
   EXPECT_EQ(TraceText(), "");
 }
 
-TEST_F(FreeChain, load_reads_into_the_buffer_it_has) {
+TEST_F(FreeChain, load_reads_into_the_buffer_it_has) {  // F1, V4
   Free({20, 9});
   const FreeChainRecord* const buffer = volume_->freeChain;
   const uint32_t before = testhost::AllocationCalls();
@@ -484,7 +484,7 @@ TEST_F(FreeChain, alloc_whose_record_cannot_be_written_has_taken_the_block_from_
   }
 }
 
-TEST_F(FreeChain, alloc_whose_head_cannot_be_read_releases_the_cache) {
+TEST_F(FreeChain, alloc_whose_head_cannot_be_read_releases_the_cache) {  // V4
   Free({20, 9});
   DropCache();
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);

@@ -70,7 +70,7 @@ TEST_F(Mounting, volume_without_a_bitmap_holds_the_root_alone) {
   EXPECT_EQ(GetError(), 0x30000017u);
 }
 
-TEST_F(Mounting, record_holds_what_was_read) {
+TEST_F(Mounting, record_holds_what_was_read) {  // V2
   FormatWithChain();
   const Bytes image = FileBytes(u"VOL");
   const Volume* const volume = Mount();
@@ -114,7 +114,7 @@ TEST_F(Mounting, memory_is_the_record_the_tables_and_the_root) {
   }
 }
 
-TEST_F(Mounting, free_chain_costs_one_block_however_long_it_is) {
+TEST_F(Mounting, free_chain_costs_one_block_however_long_it_is) {  // F1
   FormatWithChain();
   testhost::ResizeFile(u"VOL", testhost::FileSize(u"VOL") + 1024);
   testhost::PatchFile(u"VOL", 3088 + 4, Word(4));  // next
@@ -176,7 +176,7 @@ TEST_F(Mounting, empty_name_or_one_with_space_slash_or_colon_is_refused) {
   EXPECT_EQ(TraceText(), "");
 }
 
-TEST_F(Mounting, name_that_is_mounted_is_refused_in_any_letter_case_before_the_container_is_opened) {
+TEST_F(Mounting, name_that_is_mounted_is_refused_in_any_letter_case_before_the_container_is_opened) {  // V1
   FormatAndMount();
   Format(16, 1024, u"OTHER");
   EXPECT_EQ(OrbMountVolume(u"OTHER", u"a"), 0);
@@ -209,7 +209,7 @@ TEST_F(Mounting, error_is_cleared_first) {
 
 // ---- The list and the current directory ------------------------------------------------------------------------------
 
-TEST_F(Mounting, newest_volume_heads_the_list) {
+TEST_F(Mounting, newest_volume_heads_the_list) {  // V1
   for (const char16_t* name : {u"A", u"B", u"C"}) {
     Format(16, 1024, name);
     ASSERT_NE(Mount(name, name), nullptr);

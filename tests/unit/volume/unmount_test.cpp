@@ -41,7 +41,7 @@ TEST_F(Unmounting, container_is_closed_and_nothing_is_written) {
   EXPECT_EQ(FileBytes(u"VOL"), before);
 }
 
-TEST_F(Unmounting, nothing_is_left) {
+TEST_F(Unmounting, nothing_is_left) {  // N3
   FormatAndMount();
   ASSERT_EQ(OrbUnmountVolumeA("a"), 1);
   EXPECT_EQ(g_VolumeListHead.next, nullptr);
@@ -223,7 +223,7 @@ TEST_F(Unmounting, container_that_does_not_close_makes_it_fail_but_it_is_done) {
   EXPECT_EQ(testhost::AllocationsHeld(), 0u);
 }
 
-TEST_F(Unmounting, open_search_makes_it_fail_and_keeps_its_slot) {
+TEST_F(Unmounting, open_search_makes_it_fail_and_keeps_its_slot) {  // N3
   FormatAndMount();
   OrbFindDataA found;
   const OrbHandle search = OrbFindFirstFileA("*", &found);
@@ -250,7 +250,7 @@ TEST_F(Unmounting, search_of_another_volume_does_not_matter) {
 
 // ---- Nodes that stay behind ------------------------------------------------------------------------------------------
 
-TEST_F(Unmounting, node_still_held_belongs_to_no_volume_and_matches_no_lookup) {
+TEST_F(Unmounting, node_still_held_belongs_to_no_volume_and_matches_no_lookup) {  // N4
   Volume* const volume = FormatAndMount();
   ASSERT_EQ(OrbCreateFileA("F", 0), 1);
   OrbNode* const held = OrbNodeGet(volume, 2);
