@@ -249,9 +249,10 @@ ORB_EXPORT OrbBool ORB_CALL OrbCreateDirectoryW(const OrbWideChar* path);
 
 /* Copies a file: data, attributes and time stamp. Source and target may lie on different volumes. Never overwrites.
  *   fails with 0  FILE_NOT_FOUND (source), WRONG_KIND (source is a directory), INVALID_NAME, FILE_EXISTS (target),
- *                 NO_FREE_NODE, DISK_FULL, VOLUME_FULL. For lack of space or memory the copy is undone again; after any
- *                 other failure its blocks stay taken under no name. When the target's directory does not resolve, the
- *                 source stays marked in use until its volume is unmounted (kept so deliberately). */
+ *                 INVALID_ARGUMENT (the source's attributes are damaged), NO_FREE_NODE, DISK_FULL, VOLUME_FULL. For
+ *                 lack of space or memory the copy is undone again; after any other failure its blocks stay taken under
+ *                 no name. When the target's directory does not resolve, the source stays marked in use until its volume
+ *                 is unmounted (kept so deliberately). */
 ORB_EXPORT OrbBool ORB_CALL OrbCopyFileA(const char* source, const char* target);
 ORB_EXPORT OrbBool ORB_CALL OrbCopyFileW(const OrbWideChar* source, const OrbWideChar* target);
 
