@@ -49,8 +49,10 @@ std::int64_t DaysFrom1970(std::int64_t year, std::int64_t month, std::int64_t da
   return era * 146097 + yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear - 719468;
 }
 
+// The host's clock counts nanoseconds in 64 bits: a time stamp centuries away, as only damage makes one, is not set.
 void SetTime(const fs::path& path, const TimeStamp& time) {
-  if (!IsDate(time)) return;
+  constexpr std::uint16_t kFirstYear = 1900, kLastYear = 2200;
+  if (!IsDate(time) || time.year < kFirstYear || time.year > kLastYear) return;
   const std::int64_t seconds =
       DaysFrom1970(time.year, time.month, time.day) * 86400 + time.hour * 3600 + time.minute * 60 + time.second;
   const auto since =

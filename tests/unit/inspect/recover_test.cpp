@@ -63,6 +63,17 @@ TEST_F(RecoverTest, timeStamps_areKept) {
   EXPECT_NEAR(static_cast<double>(then), 1087302645.0, 5.0);  // 15 June 2004, 12:30:45
 }
 
+TEST_F(RecoverTest, timeStampCenturiesAway_copyHasTheTimeOfItsMaking) {
+  for (const int year : {1601, 1899, 2201, 9999, 65535}) {
+    fs::remove_all(root_);
+    Small image;
+    image.Put16(image.NodeOffset(2) + 8, static_cast<std::uint16_t>(year));
+    EXPECT_EQ(Recover(MemoryImage(image.bytes()), root_).files, 3u) << year;
+    const auto age = fs::file_time_type::clock::now() - fs::last_write_time(root_ / "A");
+    EXPECT_LT(std::chrono::abs(age), std::chrono::hours(1)) << year;
+  }
+}
+
 TEST_F(RecoverTest, damagedContainer_namesSurviveAndLostNodesAreThere) {
   Small image;
   image.Put32(40, 0);                       // no block size
