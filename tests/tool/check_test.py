@@ -2,11 +2,15 @@
 import fcntl
 import json
 import os
+import pathlib
+import re
 import resource
+import subprocess
 import unittest
 
-from support import BLOCK_1, NODE_SIZE, ToolTest, obey_modes
+from support import BLOCK_1, LIMIT, NODE_SIZE, ORBA, ToolTest, obey_modes
 
+TOP = pathlib.Path(__file__).parents[2]
 FIRST_DIRECT = 32  # in a node: the number of its first block
 
 
@@ -97,6 +101,42 @@ class CheckTest(DamageTest):
         result = self.orba("check", "--json", "new.orb", "card.orb")
         self.assertEqual([json.loads(line)["marked"] for line in result.out.splitlines()], [False, True])
 
+    def test_check_json_names_the_container_and_says_why_one_was_not_checked(self):
+        name = 'a "b"\\ü.orb'
+        self.ok("format", name)
+        self.write("text.txt", b"no container")
+        result = self.orba("check", "--json", name, "none.orb", "text.txt", ".")
+        self.assertEqual(result.status, 8)
+        objects = [json.loads(line) for line in result.out.splitlines()]
+        self.assertEqual([(next(iter(found)), found["container"]) for found in objects],
+                         [("container", each) for each in (name, "none.orb", "text.txt", ".")])
+        self.assertNotIn("error", objects[0])
+        self.assertEqual(objects[1], {"container": "none.orb",
+                                      "error": "cannot read none.orb: No such file or directory (ENOENT, 2)"})
+        self.assertEqual((objects[2]["readable"], objects[2]["error"]),
+                         (False, "cannot check text.txt: it is no container, or all but its first bytes are lost "
+                                 "(ORB_ERROR_DAMAGED_VOLUME, 0x3000000A)"))
+
+    def test_check_json_of_a_container_whose_name_is_no_text_is_valid(self):
+        name = b"bad\xff\nname.orb"
+        os.rename(self.path("card.orb"), os.fsencode(self.folder) + b"/" + name)
+        result = self.orba("check", "--json", os.fsdecode(name))
+        self.assertEqual((result.status, json.loads(result.raw)["container"]), (0, "bad\ufffd\nname.orb"))
+
+    def test_check_json_quiet_prints_nothing(self):
+        self.mark_dirty()
+        result = self.orba("check", "-q", "--json", "card.orb", "none.orb")
+        self.assertEqual((result.status, result.out), (4 | 8, ""))
+
+    def test_documentation_tells_every_field_and_kind_of_the_json(self):
+        self.cut_first_block(4)
+        report = json.loads(self.check("--json").out)
+        kinds = re.findall(r'\{"([a-z-]+)", k', (TOP / "inspect/finding.cpp").read_text())
+        self.assertGreater(len(kinds), 50)
+        text = (TOP / "docs/orba-tool.md").read_text()
+        for word in [*report, *report["findings"][0], "error", *kinds]:
+            self.assertIn(f"`{word}`", text)
+
     def test_check_quiet_prints_nothing(self):
         self.assertEqual(self.ok("check", "-q", "card.orb"), "")
         self.mark_dirty()
@@ -166,8 +206,7 @@ class RepairTest(DamageTest):
         def limit():
             resource.setrlimit(resource.RLIMIT_FSIZE, (len(damaged), len(damaged)))
 
-        # Python ignores the signal that such a limit sends, and hands that down.
-        result = self.orba("repair", "--undo", "card.undo", "card.orb", preexec_fn=limit, restore_signals=False)
+        result = self.orba("repair", "--undo", "card.undo", "card.orb", preexec_fn=limit)
         self.assertEqual(result.status, 8)
         self.assertIn("orba: cannot finish the repair of card.orb: File too large (EFBIG, 27)\n", result.err)
         self.assertIn("take it back with: orba undo card.orb card.undo\n", result.err)
@@ -198,6 +237,87 @@ class RepairTest(DamageTest):
         self.assertIn("cannot repair text.txt: ", message)
         self.assertEqual(self.read("text.txt"), b"no container")
         self.fails(8, "repair", "none")
+
+
+class LongPlanTest(DamageTest):
+    def setUp(self):
+        super().setUp()
+        for number in range(50):
+            self.write(f"many/F{number:02}", b"x")
+        self.ok("put", "many", "card.orb")
+        for node in range(6, 56):
+            self.cut_first_block(node)
+
+    def test_repair_shows_forty_lines_of_a_long_plan_and_all_when_verbose(self):
+        planned = self.orba("repair", "--dry-run", "--verbose", "card.orb").out
+        lines = planned.splitlines()
+        self.assertGreaterEqual(len(lines), 50)
+        short = [*lines[:40], f"and {len(lines) - 40} more; --verbose shows all"]
+        self.assertEqual(self.orba("repair", "--dry-run", "card.orb").out.splitlines(), short)
+        saved = self.read("card.orb")
+        self.assertEqual(self.orba("repair", "card.orb").out.splitlines(), [*short, "repaired"])
+        self.write("card.orb", saved)
+        self.assertEqual(self.orba("repair", "-v", "card.orb").out, planned + "repaired\n")
+
+
+class LostOutputTest(DamageTest):
+    """What is to be said cannot be written: to a full disk, a closed pipe, a closed stream."""
+
+    def run_without_output(self, kind, *arguments):
+        with open("/dev/full", "wb") as full, subprocess.Popen(
+                [ORBA, *arguments], cwd=self.folder, env=self.environment(), stderr=subprocess.PIPE,
+                stdout=full if kind == "full" else self.closed_pipe(),
+                preexec_fn=(lambda: os.close(1)) if kind == "closed" else None) as process:
+            _, message = process.communicate(timeout=LIMIT)
+        if kind == "full":
+            self.assertIn(b"orba: cannot write to standard output: No space left on device (ENOSPC, 28)\n", message)
+        return process.returncode
+
+    def closed_pipe(self):
+        reader, writer = os.pipe()
+        os.close(reader)
+        self.addCleanup(os.close, writer)
+        return writer
+
+    def test_check_whose_report_cannot_be_written_exits_8(self):
+        self.format("other.orb")
+        for damaged in (False, True):
+            for kind in ("full", "pipe", "closed"):
+                for arguments in (["card.orb"], ["--json", "card.orb"], ["card.orb", "other.orb"]):
+                    self.assertEqual(self.run_without_output(kind, "check", *arguments), 8, (damaged, kind, arguments))
+                self.assertEqual(self.orba("check", "-q", "card.orb").status, 4 if damaged else 0)
+            self.cut_first_block(4)
+
+    def test_repair_that_cannot_say_what_it_is_to_do_does_nothing_and_exits_8(self):
+        for arguments in (["card.orb"], ["-n", "card.orb"]):
+            for kind in ("full", "pipe", "closed"):
+                self.assertEqual(self.run_without_output(kind, "repair", *arguments), 8, (kind, arguments))
+        self.cut_first_block(4)
+        self.mark_dirty()
+        before = self.read("card.orb")
+        for arguments in (["card.orb"], ["-n", "card.orb"], ["--undo", "card.undo", "card.orb"]):
+            for kind in ("full", "pipe", "closed"):
+                self.assertEqual(self.run_without_output(kind, "repair", *arguments), 8, (kind, arguments))
+        self.assertEqual(self.read("card.orb"), before)
+        self.assertEqual(self.host_names(), ["card.orb"])
+
+    def test_repair_whose_reader_goes_away_after_the_plan_has_repaired(self):
+        self.mark_dirty()
+        reader, writer = os.pipe()
+        with subprocess.Popen([ORBA, "repair", "card.orb"], cwd=self.folder, stdout=writer, stderr=subprocess.PIPE,
+                              env=self.environment()) as process:
+            os.close(writer)
+            os.read(reader, 1)  # the plan is there
+            os.close(reader)
+            self.assertEqual(process.stderr.read(), b"")
+        self.assertEqual(process.returncode, 1)
+        self.assert_clean()
+
+    def test_recover_whose_list_cannot_be_written_exits_as_if_it_could(self):
+        for kind in ("full", "pipe", "closed"):
+            self.assertEqual(self.run_without_output(kind, "recover", "card.orb", "out-" + kind), 0)
+            self.assertEqual(self.contents("out-" + kind),
+                             {"LOGS": None, "LOGS/DAY1.TXT": b"one" * 2000, "X": b"x"})
 
 
 class UndoTest(DamageTest):
@@ -268,9 +388,11 @@ class UndoTest(DamageTest):
         contents[30] ^= 1
         self.write("damaged.undo", bytes(contents))
         before = self.read("card.orb")
-        for name in ("bad.undo", "damaged.undo"):
-            self.assertIn(f"{name} is no undo file, or damaged", self.fails(1, "undo", "card.orb", name))
-            self.assertIn(f"{name} is no undo file, or damaged", self.fails(1, "undo", "-f", "card.orb", name))
+        for name, why in (("bad.undo", "is no undo file"),
+                          ("damaged.undo", "is damaged or cut short: its checksum is wrong")):
+            for options in ([], ["-f"]):
+                self.assertIn(f"cannot undo the repair of card.orb: {name} {why}\n",
+                              self.fails(1, "undo", *options, "card.orb", name))
         self.assertIn("No such file or directory", self.fails(1, "undo", "card.orb", "none"))
         self.assertEqual(self.read("card.orb"), before)
 

@@ -166,8 +166,7 @@ class PutTest(ToolTest):
         def limit():
             resource.setrlimit(resource.RLIMIT_FSIZE, (100 << 10, 100 << 10))
 
-        # Python ignores the signal that such a limit sends, and hands that down.
-        message = self.fails(1, "put", "small", "zbig", "card.orb", preexec_fn=limit, restore_signals=False)
+        message = self.fails(1, "put", "small", "zbig", "card.orb", preexec_fn=limit)
         self.assertIn("cannot write card.orb:/ZBIG: the disk that holds the container is full "
                       "(ORB_ERROR_DISK_FULL, 0x3000001A)", message)
         self.assertEqual(self.listing(), ["SMALL"])
@@ -180,7 +179,7 @@ class PutTest(ToolTest):
         def limit():
             resource.setrlimit(resource.RLIMIT_FSIZE, (100 << 10, 100 << 10))
 
-        message = self.fails(1, "put", "-f", "x", "card.orb", preexec_fn=limit, restore_signals=False)
+        message = self.fails(1, "put", "-f", "x", "card.orb", preexec_fn=limit)
         self.assertIn("cannot write card.orb:/X: the disk that holds the container is full", message)
         self.assertEqual(self.listing(), ["X"])
         self.assertEqual(self.ok("cat", "card.orb:/X"), "old")
@@ -445,7 +444,7 @@ class GetTest(ToolTest):
         def limit():
             resource.setrlimit(resource.RLIMIT_FSIZE, (5000, 5000))
 
-        message = self.fails(1, "get", "card.orb:/TREE", preexec_fn=limit, restore_signals=False)
+        message = self.fails(1, "get", "card.orb:/TREE", preexec_fn=limit)
         self.assertIn("cannot write ./TREE/SUB/X.BIN: File too large (EFBIG, 27)", message)
         self.assertEqual(self.contents("TREE"), {"SUB": None, "Y.TXT": b"y"})
 

@@ -52,7 +52,8 @@ class UsageTest(ToolTest):
         self.assertEqual(self.ok("ls", "-h", "card.orb"), "")
 
     def test_unknown_commands_are_named(self):
-        for arguments in (["nonsense"], ["help", "nonsense"]):
+        for arguments in (["nonsense"], ["help", "nonsense"], ["nonsense", "--help"], ["nonsense", "-h"],
+                          ["nonsense", "--version"]):
             self.assertIn('orba: there is no command "nonsense"\n', self.fails(16, *arguments))
 
     def test_wrong_values_say_which_there_are(self):

@@ -11,7 +11,9 @@ extern const Command kCatCommand, kGetCommand;                                  
 extern const Command kPutCommand;                                                     // put.cpp
 extern const Command kMakeCommand, kRemoveCommand, kAttributeCommand, kTouchCommand;  // change.cpp
 extern const Command kMoveCommand, kCopyCommand;                                      // move.cpp
-extern const Command kCheckCommand, kRepairCommand, kUndoCommand, kRecoverCommand;    // inspection.cpp
+extern const Command kCheckCommand;                                                   // check.cpp
+extern const Command kRepairCommand, kUndoCommand;                                    // repair.cpp
+extern const Command kRecoverCommand;                                                 // recover.cpp
 extern const Command kDumpCommand, kMapCommand;                                       // picture.cpp
 
 }  // namespace orba::tool

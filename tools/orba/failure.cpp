@@ -71,7 +71,7 @@ constexpr ResultCode kResultCodes[] = {
     {ORB_ERROR_ACCESS_DENIED, "ORB_ERROR_ACCESS_DENIED", "it may not be opened for writing",
      "check who may write it; inside a container: orba attrib shows and changes what is read-only"},
     {ORB_ERROR_DISK_FULL, "ORB_ERROR_DISK_FULL", "the disk that holds the container is full",
-     "make room on it and try again"},
+     "make room on it, or raise the limit for the size of files (ulimit -f), and try again"},
     {ORB_ERROR_VOLUME_FULL, "ORB_ERROR_VOLUME_FULL", "the container has reached its largest size, or the file has",
      "remove files, or use another container"},
     {ORB_ERROR_INVALID_HANDLE, "ORB_ERROR_INVALID_HANDLE", "the file or search is not open", kInternalAdvice},

@@ -37,6 +37,7 @@ void CatchInterrupts() {
     if (before.sa_handler == SIG_IGN) sigaction(signal, &before, nullptr);  // as nohup wants it
   }
   signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
 }
 
 void CheckInterrupt() {

@@ -10,7 +10,7 @@ struct Interrupt {
 
 // From here on SIGINT, SIGTERM and SIGHUP wait to be noticed; a second one of the same kind does not, and one that
 // whoever started the program has it ignore stays ignored. A write to a reader that went away fails with EPIPE, one
-// that has to wait is ended by a signal (EINTR).
+// past the limit for the size of files with EFBIG, and one that has to wait is ended by a signal (EINTR).
 void CatchInterrupts();
 
 // Throws an Interrupt when a signal has come.

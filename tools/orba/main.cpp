@@ -57,6 +57,8 @@ std::vector<std::string> Arguments(int argc, char** argv) {
     if (!arguments.empty() && !IsCommand(arguments[0])) throw UsageFailure("", NoCommand(arguments[0]));
     arguments.emplace_back("--help");
   }
+  const bool named = !arguments.empty() && !arguments[0].empty() && arguments[0][0] != '-';
+  if (named && !IsCommand(arguments[0])) throw UsageFailure("", NoCommand(arguments[0]));
   for (std::string& argument : arguments) {
     if (argument.empty()) throw UsageFailure("", "an argument is empty");
     // The parser would take a text in brackets for a list.
@@ -79,7 +81,6 @@ int RunProgram(int argc, char** argv) {
     return kSuccess;
   } catch (const CLI::ParseError& error) {
     const std::vector<CLI::App*> subs = app.get_subcommands();
-    if (subs.empty() && argv[1][0] != '-') throw UsageFailure("", NoCommand(argv[1]));
     throw UsageFailure(subs.empty() ? "" : subs[0]->get_name(), error.what());
   }
   if (app.count("--man") > 0) Print(ManualPage(app));

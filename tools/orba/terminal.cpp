@@ -22,6 +22,7 @@ namespace orba::tool {
 namespace {
 
 Progress* g_progress;  // the one that is drawn, if any
+bool g_outputLost;
 
 int Descriptor(Stream stream) { return stream == Stream::kOutput ? STDOUT_FILENO : STDERR_FILENO; }
 
@@ -49,9 +50,12 @@ const char* Sequence(Colour colour) {
 
 [[noreturn]] void FailOutput() {
   const int error = errno;
+  g_outputLost = true;
   if (error == EPIPE) throw OutputClosed();
   if (error == EINTR) CheckInterrupt();
-  throw HostFailure("cannot write to standard output", error);
+  Failure failure = HostFailure("cannot write to standard output", error);
+  failure.MakeFinal();
+  throw failure;
 }
 
 }  // namespace
@@ -70,7 +74,9 @@ bool IsUtf8() { return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0; }
 
 bool IsColoured(Stream stream) {
   const char* const refused = std::getenv("NO_COLOR");
-  return (refused == nullptr || refused[0] == '\0') && IsTerminal(stream);
+  const char* const kind = std::getenv("TERM");
+  const bool dumb = kind != nullptr && std::strcmp(kind, "dumb") == 0;
+  return !dumb && (refused == nullptr || refused[0] == '\0') && IsTerminal(stream);
 }
 
 std::string Painted(Stream stream, Colour colour, const std::string& text) {
@@ -93,6 +99,8 @@ void Print(const void* bytes, std::size_t count) {
 void FlushOutput() {
   if (std::fflush(stdout) != 0) FailOutput();
 }
+
+bool IsOutputLost() { return g_outputLost; }
 
 std::string InColumns(const std::vector<std::string>& texts, const std::vector<std::string>& shown, std::size_t width) {
   constexpr std::size_t kGap = 2;

@@ -21,7 +21,7 @@ bool IsUtf8();
 
 enum class Colour { kBold, kRed, kGreen, kYellow, kBlue, kMagenta, kCyan, kGrey };
 
-// A terminal, and NO_COLOR is not set.
+// A terminal that is not dumb, and NO_COLOR is not set.
 bool IsColoured(Stream stream);
 // The text in a colour where the stream has colours, else as it is.
 std::string Painted(Stream stream, Colour colour, const std::string& text);
@@ -36,6 +36,7 @@ void Print(const std::string& text);
 void Print(const void* bytes, std::size_t count);
 void FlushOutput();
 class OutputClosed {};  // thrown when the reader went away
+bool IsOutputLost();    // one of them has failed
 
 // In columns, as many as fit `width`, filled downwards. `shown` are the texts with colours, `texts` the same without.
 std::string InColumns(const std::vector<std::string>& texts, const std::vector<std::string>& shown, std::size_t width);

@@ -1,0 +1,123 @@
+// check: what is wrong with a container, for people and for programs.
+#include "inspect/check.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <memory>
+#include <optional>
+
+#include "orba.h"
+#include "tools/orba/address.h"
+#include "tools/orba/command.h"
+#include "tools/orba/commands.h"
+#include "tools/orba/fsck.h"
+#include "tools/orba/interrupt.h"
+#include "tools/orba/raw_container.h"
+#include "tools/orba/terminal.h"
+#include "tools/orba/utf8.h"
+
+namespace orba::tool {
+
+namespace {
+
+struct CheckOptions {
+  std::vector<std::string> operands;
+  bool json = false;
+  bool quiet = false;
+};
+
+Failure Unreadable(const std::string& path, const inspect::Report& report) {
+  const std::string recover = "fetch what can be read with: orba recover " + ShellWord(path) + " DIR";
+  if (report.Count(inspect::Kind::kUnreadable) > 0) {
+    return Failure("cannot check all of " + path, "the host could not read it (" + CodeText(ORB_ERROR_READ) + ")",
+                   "copy it to another disk and check the copy\n" + recover, ORB_ERROR_READ);
+  }
+  if (report.Count(inspect::Kind::kContainerShort) > 0) {
+    return Failure(
+        "cannot check " + path,
+        "it is no container, or all but its first bytes are lost (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+        "check the name", ORB_ERROR_DAMAGED_VOLUME);
+  }
+  return Failure("cannot check " + path,
+                 "it is no container, or its beginning is lost (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+                 "look at its first bytes with: orba dump " + ShellWord(path) + " bytes 0\n" + recover,
+                 ORB_ERROR_DAMAGED_VOLUME);
+}
+
+// What an object begins with.
+std::string JsonStart(const std::string& path, const Failure* failure) {
+  std::string json = "{\"container\":" + JsonString(path);
+  if (failure == nullptr) return json;
+  const std::string message = failure->what();
+  return json + ",\"error\":" + JsonString(message.substr(0, message.find('\n')));  // without the advice
+}
+
+RawContainer Open(const CheckOptions& options, const std::string& path) {
+  try {
+    return RawContainer(path);
+  } catch (const Failure& failure) {
+    if (options.json && !options.quiet) Print(JsonStart(path, &failure) + "}\n");
+    throw;
+  }
+}
+
+void PrintReport(const CheckOptions& options, const std::string& path, const inspect::Report& report) {
+  if (options.operands.size() > 1) Print(Visible(path) + ":\n");
+  Print(PaintedReport(ToText(report)));
+  if (report.readable && !IsSound(report)) Print("repair it with: orba repair " + ShellWord(path) + "\n");
+}
+
+int CheckOne(const CheckOptions& options, const std::string& path) {
+  CheckInterrupt();
+  const RawContainer container = Open(options, path);
+  const inspect::Report report = inspect::Check(container.image());
+  std::optional<Failure> unreadable;
+  if (!report.readable) unreadable = Unreadable(path, report);
+  if (options.json && !options.quiet) {
+    const Failure* const failure = unreadable.has_value() ? &*unreadable : nullptr;
+    Print(JsonStart(path, failure) + "," + ToJson(report).substr(1));
+  } else if (!options.quiet) {
+    PrintReport(options, path, report);
+  }
+  if (unreadable.has_value()) throw Failure(*unreadable);
+  return IsSound(report) ? kSuccess : kDamageLeft;
+}
+
+int RunCheck(const CheckOptions& options) {
+  int status = kSuccess;
+  for (const std::string& operand : options.operands) {
+    status |= AsFsck([&] { return CheckOne(options, ParseContainer(operand)); });
+    if (IsOutputLost()) break;
+  }
+  return status;
+}
+
+Run DefineCheck(CLI::App* app) {
+  auto options = std::make_shared<CheckOptions>();
+  app->add_flag("--json", options->json, "one JSON object for each container, on a line of its own");
+  app->add_flag("-q,--quiet", options->quiet, "the exit status alone, also with --json");
+  app->add_option("container", options->operands, "the containers to check")->required();
+  return [options] { return RunCheck(*options); };
+}
+
+}  // namespace
+
+const Command kCheckCommand = {
+    "check",
+    kRepairGroup,
+    "CONTAINER...",
+    "look for damage, half-made updates and leaked space",
+    "Reads everything a container says about itself and changes nothing. Each finding comes with its place and with "
+    "what it means: damage breaks a rule of the format; half-made is what an interrupted update left, whose end is "
+    "known; a leak is space that nothing names, nothing is lost by it; a note breaks no rule.\n\n"
+    "Exits with 0 when the container is clean, 4 when there is something to repair (an update mark that is set "
+    "counts), 8 when it could not be read or the report not be written. Of several containers the statuses are "
+    "combined. Each JSON object names its container; one that could not be checked carries the reason as error.",
+    "orba check card.orb\n"
+    "orba check --json card.orb | jq .verdict\n"
+    "orba check -q card.orb || orba repair --undo card.undo card.orb",
+    DefineCheck,
+};
+
+}  // namespace orba::tool

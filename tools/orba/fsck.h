@@ -1,0 +1,42 @@
+// What the commands for damage share: they exit as fsck does, and print reports and long lists. Stands on failure,
+// terminal and inspect/.
+#pragma once
+
+#include <string>
+
+#include "inspect/check.h"
+#include "tools/orba/failure.h"
+#include "tools/orba/terminal.h"
+
+namespace orba::tool {
+
+// Clean and not marked: the library mounts it.
+bool IsSound(const inspect::Report& report);
+
+// Lines of a report, each painted after the severity or verdict that it begins with.
+std::string PaintedReport(const std::string& text);
+
+// The first lines of a long list and how many more there are; `whole` keeps them all.
+std::string ShortList(const std::string& lines, bool whole);
+
+// For what is said after the work: where it cannot be written, that is reported, and the work stays done.
+void SayAfterwards(const std::string& text);
+
+// The status of `work`. Who cannot even begin, or cannot say what was found, has not worked.
+template <typename Work>
+int AsFsck(const Work& work) {
+  try {
+    const int status = work();
+    FlushOutput();
+    return status;
+  } catch (const UsageFailure&) {
+    throw;
+  } catch (const Failure& failure) {
+    Report(failure);
+  } catch (const OutputClosed&) {
+    // Nobody reads any more what was found.
+  }
+  return kCouldNotWork;
+}
+
+}  // namespace orba::tool

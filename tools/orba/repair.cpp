@@ -1,0 +1,247 @@
+// repair and undo: containers made consistent again, and that taken back.
+#include "inspect/repair.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "inspect/apply.h"
+#include "inspect/check.h"
+#include "orba.h"
+#include "tools/orba/address.h"
+#include "tools/orba/command.h"
+#include "tools/orba/commands.h"
+#include "tools/orba/fsck.h"
+#include "tools/orba/host_file.h"
+#include "tools/orba/interrupt.h"
+#include "tools/orba/raw_container.h"
+#include "tools/orba/terminal.h"
+
+namespace orba::tool {
+
+namespace {
+
+// ---- repair ---------------------------------------------------------------------------------------------------------
+
+struct RepairOptions {
+  std::string container;
+  std::string undo;
+  bool dryRun = false;
+  bool verbose = false;
+  bool quiet = false;
+};
+
+// Draws how much of a container has been read, and lets itself be interrupted: reading all of a large one takes long.
+class WatchedImage : public inspect::Image {
+ public:
+  WatchedImage(const inspect::Image& base, const char* label, bool quiet)
+      : base_(base), progress_(label, base.Size(), quiet) {}
+
+  std::uint64_t Size() const override { return base_.Size(); }
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    CheckInterrupt();
+    progress_.Advance(count);
+    return base_.Read(offset, out, count);
+  }
+
+ private:
+  const inspect::Image& base_;
+  mutable Progress progress_;
+};
+
+TimeStamp Now() {
+  OrbTime now = {};
+  OrbGetTime(&now);
+  return {now.year, now.month, now.day, now.hour, now.minute, now.second, 0};
+}
+
+// All of it on the disk before the first byte of the container changes. Never overwrites.
+void WriteUndoFile(const std::string& path, const std::vector<std::uint8_t>& bytes) {
+  const std::string what = "cannot write the undo file " + path;
+  const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  if (file.get() < 0) throw errno == EEXIST ? HostFailure(what, errno, "use another name") : HostFailure(what, errno);
+  for (std::size_t done = 0; done < bytes.size();) {
+    const ssize_t part = write(file.get(), bytes.data() + done, bytes.size() - done);
+    if (part < 0) {
+      const int error = errno;
+      unlink(path.c_str());
+      throw HostFailure(what, error);
+    }
+    done += static_cast<std::size_t>(part);
+  }
+  if (fsync(file.get()) != 0) throw HostFailure(what, errno);
+}
+
+// Everything written to the file is on its disk.
+bool Synchronise(const std::string& path) {
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  return file.get() >= 0 && fsync(file.get()) == 0;
+}
+
+std::unique_ptr<inspect::FileTarget> OpenTarget(const std::string& path) {
+  std::unique_ptr<inspect::FileTarget> target = inspect::FileTarget::Open(path);
+  if (target == nullptr) throw HostFailure("cannot write " + path, errno);
+  return target;
+}
+
+void Apply(const RepairOptions& options, const RawContainer& container, const inspect::Plan& plan) {
+  const std::unique_ptr<inspect::FileTarget> target = OpenTarget(container.path());
+  if (!options.undo.empty()) {
+    WriteUndoFile(options.undo, MakeUndo(plan, WatchedImage(container.image(), "undo file", options.quiet)));
+  }
+  CheckInterrupt();
+  errno = EIO;
+  // A card may be pulled out next.
+  if (ApplyPlan(plan, target.get()) && Synchronise(container.path())) return;
+  const int error = errno;
+  const std::string path = ShellWord(container.path());
+  throw HostFailure(
+      "cannot finish the repair of " + container.path(), error,
+      "run it again when the disk is well; nothing is lost by that: orba repair " + path +
+          (options.undo.empty() ? "" : "\ntake it back with: orba undo " + path + " " + ShellWord(options.undo)));
+}
+
+// What the container is after all writes, read anew.
+int JudgeRepair(const RepairOptions& options, const std::string& path) {
+  const inspect::Report report = inspect::Check(RawContainer(path).image());
+  if (IsSound(report)) {
+    if (!options.quiet) SayAfterwards(Painted(Stream::kOutput, Colour::kGreen, "repaired") + "\n");
+    return kRepaired;
+  }
+  if (!options.quiet) SayAfterwards(ShortList(PaintedReport(ToText(report)), options.verbose));
+  Report(Failure(path + " is still damaged", "not everything could be repaired",
+                 "fetch what can be read with: orba recover " + ShellWord(path) + " DIR"));
+  return kDamageLeft;
+}
+
+int Repair(const RepairOptions& options) {
+  const std::string path = ParseContainer(options.container);
+  {
+    const RawContainer container(path, options.dryRun ? RawContainer::kRead : RawContainer::kWrite);
+    const inspect::Plan plan = PlanRepair(container.image(), Now());
+    if (!plan.possible) {
+      throw Failure("cannot repair " + path, plan.problem + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+                    "see what it holds with: orba dump " + ShellWord(path) + " bytes 0", ORB_ERROR_DAMAGED_VOLUME);
+    }
+    if (plan.actions.empty() && IsSound(plan.before)) {
+      if (!options.quiet) Print(Painted(Stream::kOutput, Colour::kGreen, "clean") + ": nothing to repair\n");
+      return kSuccess;
+    }
+    if (!options.quiet) {
+      Print(ShortList(ToText(plan), options.verbose));
+      FlushOutput();  // what is going to be done is said before it is done
+    }
+    if (options.dryRun) return kDamageLeft;
+    Apply(options, container, plan);
+  }
+  return JudgeRepair(options, path);
+}
+
+Run DefineRepair(CLI::App* app) {
+  auto options = std::make_shared<RepairOptions>();
+  app->add_flag("-n,--dry-run", options->dryRun, "show the plan and change nothing");
+  app->add_option("--undo", options->undo, "keep in a new file what it takes to undo the repair")->type_name("FILE");
+  app->add_flag("-v,--verbose", options->verbose, "all of a long plan, not its first 40 lines");
+  app->add_flag("-q,--quiet", options->quiet, "the exit status alone");
+  app->add_option("container", options->container, "the container to repair")->required();
+  return [options] { return AsFsck([&] { return Repair(*options); }); };
+}
+
+// ---- undo -----------------------------------------------------------------------------------------------------------
+
+struct UndoOptions {
+  std::string container;
+  std::string file;
+  bool force = false;
+};
+
+std::vector<std::uint8_t> ReadWholeFile(const std::string& path) {
+  const Descriptor file = OpenForReading(path);
+  std::vector<std::uint8_t> bytes;
+  constexpr std::size_t kPiece = 65536;
+  std::size_t count = 0;
+  do {
+    const std::size_t start = bytes.size();
+    bytes.resize(start + kPiece);
+    count = ReadFully(file.get(), path, bytes.data() + start, kPiece);
+    bytes.resize(start + count);
+  } while (count == kPiece);
+  return bytes;
+}
+
+bool BeginsAsUndo(const std::vector<std::uint8_t>& file) {
+  constexpr char kSignature[] = "ORBAUNDO";
+  constexpr std::size_t kLength = sizeof kSignature - 1;
+  return file.size() >= kLength && std::memcmp(file.data(), kSignature, kLength) == 0;
+}
+
+int RunUndo(const UndoOptions& options) {
+  const RawContainer container(ParseContainer(options.container), RawContainer::kWrite);
+  const std::vector<std::uint8_t> undo = ReadWholeFile(options.file);
+  const std::string what = "cannot undo the repair of " + container.path();
+  if (!BeginsAsUndo(undo)) {
+    throw Failure(what, options.file + " is no undo file", "name the file that orba repair --undo wrote");
+  }
+  if (!inspect::IsUndo(undo)) {
+    throw Failure(what, options.file + " is damaged or cut short: its checksum is wrong",
+                  "use an undamaged copy of it; nothing was changed");
+  }
+  if (!options.force && !inspect::UndoFits(undo, WatchedImage(container.image(), "undo", false))) {
+    throw Failure(what, options.file + " is of another container, or this one has changed since the repair",
+                  "name the right file; with --force it is applied all the same, which may destroy the container");
+  }
+  const std::unique_ptr<inspect::FileTarget> target = OpenTarget(container.path());
+  errno = EIO;
+  if (!ApplyUndo(undo, target.get()) || !Synchronise(container.path())) {
+    throw HostFailure(what, errno, "run it again when the disk is well");
+  }
+  return kSuccess;
+}
+
+Run DefineUndo(CLI::App* app) {
+  auto options = std::make_shared<UndoOptions>();
+  app->add_flag("-f,--force", options->force, "also when the file is of another container, or this one has changed");
+  app->add_option("container", options->container, "the container")->required();
+  app->add_option("file", options->file, "what orba repair --undo wrote")->required();
+  return [options] { return RunUndo(*options); };
+}
+
+}  // namespace
+
+const Command kRepairCommand = {
+    "repair",
+    kRepairGroup,
+    "CONTAINER",
+    "make a container consistent and mountable again",
+    "Prints its plan, then carries it out: finishes or undoes half-made updates, gives leaked space back, rebuilds "
+    "the list of free blocks and takes the update mark away last. What has data but no name left appears as "
+    "/LOST.FND/NODEnnnn. Data that can be kept is never deleted.\n\n"
+    "A repair may be interrupted at any time and run again. Of a long plan only the first 40 lines are shown; "
+    "--dry-run --verbose shows it all. With --undo, a file keeps all that is overwritten, and "
+    "orba undo takes the repair back.\n\n"
+    "Exits with 0 when there was nothing to do, 1 when the container is repaired, 4 when damage is left (always "
+    "after --dry-run), 8 when it could not work: then, and also where the plan cannot be written to standard output, "
+    "nothing was changed unless the message says so.",
+    "orba repair --dry-run card.orb\n"
+    "orba repair --undo card.undo card.orb",
+    DefineRepair,
+};
+
+const Command kUndoCommand = {
+    "undo",
+    kRepairGroup,
+    "CONTAINER FILE",
+    "take a repair back",
+    "Puts back what a repair has overwritten, from the file that its --undo wrote, whether the repair ended or was "
+    "interrupted. Refuses a file of another container, and a container in which anything has changed since.",
+    "orba undo card.orb card.undo",
+    DefineUndo,
+};
+
+}  // namespace orba::tool

@@ -1,0 +1,18 @@
+// Characters of UTF-8 texts: the host's names may hold any bytes. Stands on nothing.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace orba::tool {
+
+constexpr std::uint32_t kNoCharacter = 0xFFFFFFFF;
+
+// The character at `*at`, which moves behind it; kNoCharacter where there is none, and then `*at` may stay.
+std::uint32_t NextCharacter(const std::string& text, std::size_t* at);
+
+// The text as a JSON string, in quotes. Bytes that are no UTF-8 become U+FFFD.
+std::string JsonString(const std::string& text);
+
+}  // namespace orba::tool
