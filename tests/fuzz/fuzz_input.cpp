@@ -44,6 +44,16 @@ ImageBuilder MakeChained() {
   return image;
 }
 
+// More numbers than node blocks can hold, and a record of free blocks that is full.
+ImageBuilder MakeFreed() {
+  ImageBuilder image(1024, 896);
+  image.AddFile(image.AddDirectory(1, "DIR"), "A", 7000);
+  std::vector<std::vector<std::uint32_t>> records(2);
+  for (std::size_t i = 0; i < 253 + 4; ++i) records[i / 253].push_back(image.AppendBlock());
+  image.SetChain(records);
+  return image;
+}
+
 // A file that needs all of its map: 6 blocks, 256 by the indirect block, 2 by the double-indirect one.
 ImageBuilder MakeLong() {
   ImageBuilder image(1024, 8);
@@ -89,7 +99,7 @@ ImageBuilder MakeRootAlone() { return ImageBuilder(2048, 0); }
 
 // ---- Places that mean something -------------------------------------------------------------------------------------
 
-enum Class { kHeader, kTable, kBitmap, kNode, kEntry, kMap, kChain, kAnywhere, kClasses };
+enum Class { kHeader, kTable, kBitmap, kNode, kEntry, kNumber, kMap, kChain, kAnywhere, kClasses };
 
 struct Base {
   Bytes bytes;
@@ -149,7 +159,7 @@ Base MakeBase(const ImageBuilder& image) {
   for (std::uint32_t record = image.Get32(48); record != 0; record = image.Get32(image.BlockOffset(record) + 4)) {
     AddPlaces(&base, kChain, image.BlockOffset(record), image.BlockOffset(record) + 32, 4);
   }
-  const std::uint32_t sizes[kClasses] = {4, 4, 1, 64, 32, 4, 4, 64};
+  const std::uint32_t sizes[kClasses] = {4, 4, 1, 64, 32, 2, 4, 4, 64};
   std::copy(sizes, sizes + kClasses, base.recordSize);
   return base;
 }
@@ -158,7 +168,7 @@ const std::vector<Base>& Bases() {
   static const std::vector<Base> bases = [] {
     std::vector<Base> made;
     for (const auto make :
-         {MakeTree, MakeChained, MakeLong, MakeDeep, MakeFull, MakeDefault, MakeWide, MakeRootAlone}) {
+         {MakeTree, MakeChained, MakeFreed, MakeLong, MakeDeep, MakeFull, MakeDefault, MakeWide, MakeRootAlone}) {
       made.push_back(MakeBase(make()));
     }
     return made;
@@ -168,7 +178,21 @@ const std::vector<Base>& Bases() {
 
 // ---- Patches --------------------------------------------------------------------------------------------------------
 
-enum Kind { kByte, kHalf, kWord, kSigned, kHigh, kBit, kBlockNumber, kCopyRecord, kCopyBlock, kLength, kKinds };
+enum Kind {
+  kByte,
+  kHalf,
+  kWord,
+  kSigned,
+  kHigh,
+  kBit,
+  kSmall,
+  kBlockNumber,
+  kCopyRecord,
+  kCopyBlock,
+  kGeometry,
+  kLength,
+  kKinds
+};
 
 struct Patch {
   Class type;
@@ -194,6 +218,16 @@ std::uint64_t PlaceOf(const Base& base, Class type, std::uint32_t number) {
   return places.empty() ? std::uint64_t{number} * base.bytes.size() / 0x10000 : places[number % places.size()];
 }
 
+// A header that agrees with itself: a smaller bitmap leaves the rest of its bytes reserved, a larger one moves all blocks.
+void SetBitmapSize(const Base& base, std::uint32_t size, Bytes* image) {
+  const auto blocks = static_cast<std::uint32_t>(base.firstBlock);
+  const std::uint32_t end = 1024 + size;
+  Put(image, 24, size, 4);
+  Put(image, 28, end, 4);
+  Put(image, 32, end < blocks ? blocks - end : 0, 4);
+  Put(image, 36, std::max(end, blocks), 4);
+}
+
 void Apply(const Base& base, const Patch& patch, Bytes* image) {
   const std::uint64_t at = PlaceOf(base, patch.type, patch.place);
   switch (patch.kind) {
@@ -210,6 +244,8 @@ void Apply(const Base& base, const Patch& patch, Bytes* image) {
     case kBit:
       if (at < image->size()) Put(image, at, (*image)[at] ^ (1u << patch.value % 8), 1);
       return;
+    case kSmall:  // a node's number
+      return Put(image, at, patch.value % 16, 2);
     case kBlockNumber:
       return Put(image, at, patch.value % (base.blocks + 2), 4);
     case kCopyRecord:
@@ -217,6 +253,8 @@ void Apply(const Base& base, const Patch& patch, Bytes* image) {
     case kCopyBlock:
       return Copy(image, base.firstBlock + std::uint64_t{patch.place % base.blocks} * base.blockSize,
                   base.firstBlock + std::uint64_t{patch.value % base.blocks} * base.blockSize, base.blockSize);
+    case kGeometry:
+      return SetBitmapSize(base, patch.value % 8192, image);
     case kLength:  // mostly cut
       image->resize(patch.place % 8 == 0 ? image->size() + patch.value % 5000
                                          : std::uint64_t{patch.value} * image->size() / 0x10000);

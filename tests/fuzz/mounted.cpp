@@ -92,6 +92,7 @@ class Session {
   void Whereabouts(const Choice& choice);
 
   const std::string& Path(std::uint8_t number) const { return paths_[number % paths_.size()]; }
+  const std::string& Directory(std::uint8_t number) const { return directories_[number % directories_.size()]; }
   OrbHandle File(std::uint8_t number) const { return files_.empty() ? number : files_[number % files_.size()]; }
 
   std::vector<std::string> paths_ = {
@@ -100,6 +101,7 @@ class Session {
       "A:",         "NONE:/X",   "/",         "A:/D/..",     "A:NEW/",  "A:/DIR/",
       "A:/A/B/C/D", "B:/NONE/X",
   };
+  std::vector<std::string> directories_ = {"A:/NEWDIR"};
   std::size_t listed_ = 0;
   std::vector<OrbHandle> files_;
   std::vector<OrbHandle> searches_;
@@ -132,6 +134,7 @@ void Session::List(const std::string& directory, int depth) {
     Look(path);
     const std::string name = entry.name;
     const bool below = (entry.attributes & ORB_ATTRIBUTE_DIRECTORY) != 0 && name != "." && name != "..";
+    if (below && directories_.size() < 50) directories_.push_back(path);
     if (below && depth > 0) List(path + "/", depth - 1);
   }
 }
@@ -271,10 +274,11 @@ void Session::SearchWide(const Choice& choice) {
 }
 
 void Session::CopyOrMove(const Choice& choice) {
-  const std::string& from = Path(choice.first);
-  const std::string to = Path(choice.second) + (choice.amount % 2 == 0 ? "" : "/GONE" + std::to_string(choice.amount));
-  const Codes codes = kOfDamage + kOfPaths + kOfSpace + Codes{ORB_ERROR_FILE_NOT_FOUND, ORB_ERROR_FILE_EXISTS};
   const bool copy = choice.what % 2 == 0;
+  const bool directory = !copy && choice.amount % 3 != 0;
+  const std::string& from = directory ? Directory(choice.first) : Path(choice.first);
+  const std::string to = choice.amount % 2 == 0 ? Path(choice.second) : Directory(choice.second) + "/GONE";
+  const Codes codes = kOfDamage + kOfPaths + kOfSpace + Codes{ORB_ERROR_FILE_NOT_FOUND, ORB_ERROR_FILE_EXISTS};
   const bool done = copy ? Do("OrbCopyFileA", codes + Codes{ORB_ERROR_WRONG_KIND, ORB_ERROR_INVALID_ARGUMENT},
                               [&] { return OrbCopyFileA(from.c_str(), to.c_str()) != 0; })
                          : Do("OrbMoveFileA",
