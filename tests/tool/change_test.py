@@ -139,6 +139,19 @@ class MoveTest(ChangeTest):
         self.assertEqual(self.listing("card.orb:/A"), ["B", "Y"])
         self.assert_clean()
 
+    def test_mv_and_cp_force_leave_no_passing_file_and_none_of_an_interrupted_run_in_the_way(self):
+        self.put_text("card.orb:/A/~", "left")
+        self.ok("mv", "card.orb:/A/~", "card.orb:/A/~ORBA-1.TMP")
+        self.ok("cp", "-f", "card.orb:/X", "card.orb:/A/Y")
+        self.put_text("card.orb:/Z", "z")
+        self.ok("mv", "-f", "card.orb:/Z", "card.orb:/A/Y")
+        self.assertEqual(self.ok("cat", "card.orb:/A/Y", "card.orb:/A/~ORBA-1.TMP"), "zleft")
+        self.assertEqual(self.listing("card.orb:/A"), ["B", "Y", "~ORBA-1.TMP"])
+        self.ok("mv", "-f", "card.orb:/A/~ORBA-1.TMP", "card.orb:/A/Y")  # someone wants it back
+        self.assertEqual(self.ok("cat", "card.orb:/A/Y"), "left")
+        self.assertEqual(self.listing("card.orb:/A"), ["B", "Y"])
+        self.assert_clean()
+
     def test_mv_and_cp_of_a_directory_onto_a_file_are_refused_forced_too(self):
         for arguments in (["mv", "-f"], ["cp", "-rf"]):
             message = self.fails(1, *arguments, "card.orb:/A", "card.orb:/X")

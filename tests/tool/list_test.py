@@ -183,6 +183,14 @@ class SortTest(ToolTest):
             self.assertEqual(self.ok("ls", *options, "card.orb").split(), list(names))
         self.assertEqual(self.ok("ls", "-t", "card.orb:/?").split(), ["card.orb:/B", "card.orb:/A", "card.orb:/C"])
 
+    def test_ls_shows_no_date_where_there_is_none_and_sorts_it_last(self):
+        self.set_time(2, (65535, 255, 255, 255, 255, 255))
+        self.set_time(3, (2023, 2, 29, 0, 0, 0))
+        self.set_time(4, (2024, 2, 29, 23, 59, 59))
+        self.assertEqual(self.ok("ls", "-lt", "card.orb"), "----  2  2024-02-29 23:59:59  C\n"
+                                                           "----  3  -                    A\n"
+                                                           "----  1  -                    B\n")
+
     def test_ls_of_equal_times_sorts_by_name(self):
         for node in (2, 3, 4):
             self.set_time(node, (2001, 1, 2, 3, 4, 5))

@@ -1,4 +1,5 @@
 """dump and map: containers for the eye."""
+import os
 import re
 import unittest
 import xml.etree.ElementTree
@@ -142,6 +143,10 @@ class MapTest(PictureTest):
         self.assertEqual(self.read("card.svg"), b"mine")
         self.assertIn("it is the container itself", self.fails(1, "map", "-f", "--svg", "./card.orb", "card.orb"))
         self.assert_clean()
+        os.mkfifo(self.path("pipe.svg"))
+        self.assertIn("cannot write pipe.svg: it is no ordinary file but a pipe",
+                      self.fails(1, "map", "-f", "--svg", "pipe.svg", "card.orb"))
+        self.assertTrue(self.path("pipe.svg").is_fifo())
         self.ok("map", "-f", "--svg", "card.svg", "card.orb")
         xml.etree.ElementTree.parse(self.path("card.svg"))
 

@@ -195,6 +195,58 @@ class PutTest(ToolTest):
         self.assertEqual(self.ok("cat", "card.orb:/TREE/A", "card.orb:/TREE/SUB/B", "card.orb:/TREE/SUB/C"), "abnew")
         self.assertIn("--force", self.fails(16, "put", "-n", "-f", "tree", "card.orb"))
 
+    def test_put_no_clobber_takes_up_a_put_that_was_killed_in_the_midst_of_a_file(self):
+        self.write("tree/a", b"a")
+        os.mkfifo(self.path("tree/big"))
+        with subprocess.Popen([ORBA, "put", "-", "card.orb:/BIG"], stdin=subprocess.PIPE, cwd=self.folder,
+                              env=self.environment()) as process:
+            process.stdin.write(bytes(2 << 20))  # far more than a pipe holds: the work has begun
+            process.kill()
+        self.orba("repair", "card.orb")  # killed inside an update or between two
+        self.assertEqual(self.listing(), ["~ORBA-1.TMP"])
+        self.assertGreater(len(self.orba("cat", "card.orb:/~ORBA-1.TMP").raw), 1 << 19)
+        self.path("tree/big").unlink()
+        self.write("tree/big", ALL_BYTES)
+        result = self.orba("put", "-n", "tree/.", "card.orb")
+        self.assertEqual((result.status, result.out, result.err),
+                         (0, "", "orba: removed card.orb:/~ORBA-1.TMP, which an interrupted put, cp or mv had left\n"))
+        self.assertEqual(self.listing(), ["A", "BIG"])
+        self.assertEqual(self.orba("cat", "card.orb:/BIG").raw, ALL_BYTES)
+        self.assert_clean()
+
+    def test_put_removes_what_was_left_in_the_directories_that_it_writes_alone(self):
+        self.ok("mkdir", "card.orb:/A", "card.orb:/B", "card.orb:/A/~ORBA-2.TMP")
+        for name in ("A/~ORBA-1.TMP", "A/~ORBA-77.TMP", "B/~ORBA-1.TMP", "A/~ORBA-.TMP", "A/~ORBA-1X.TMP"):
+            self.put_text("card.orb:/X")
+            self.ok("mv", "card.orb:/X", "card.orb:/" + name)
+        self.write("one")
+        self.write("two")
+        message = self.orba("put", "one", "two", "card.orb:/A").err
+        self.assertEqual(message.count("orba: removed "), 2)
+        self.assertEqual(self.listing("card.orb:/A"), ["ONE", "TWO", "~ORBA-.TMP", "~ORBA-1X.TMP", "~ORBA-2.TMP"])
+        self.assertEqual(self.listing("card.orb:/B"), ["~ORBA-1.TMP"])
+
+    def test_put_under_a_passing_name_is_refused(self):
+        self.write("x")
+        self.assertIn("cannot write card.orb:/~ORBA-1.TMP: this name is kept for files that are being written",
+                      self.fails(1, "put", "x", "card.orb:/~orba-1.tmp"))
+        self.assertEqual(self.listing(), [])
+
+    def test_put_to_the_longest_path_has_room_for_no_passing_name(self):
+        folder = "card.orb:" + "".join(f"/{letter * 29}" for letter in "ABCD")
+        self.ok("mkdir", "-p", folder)
+        self.write("x", b"x")
+        self.ok("put", "x", folder)  # "V1:", four names of 29 and this one
+        self.assertEqual(self.ok("cat", folder + "/X"), "x")
+        self.assertEqual(self.listing(folder), ["X"])
+        self.assert_clean()
+
+    def test_put_of_a_pattern_that_matches_nothing_says_so(self):
+        for options in ([], ["--rename"]):
+            self.assertEqual(self.fails(1, "put", *options, "*.xyz", "card.orb"),
+                             "orba: cannot put *.xyz: No such file or directory (ENOENT, 2)\n"
+                             "      the shell found nothing that matches, and left it as it is\n")
+
     def test_put_links_that_lead_nowhere_and_containers_say_what_they_are(self):
         self.path("dangling").symlink_to("nowhere")
         self.assertIn("cannot put dangling: No such file or directory (ENOENT, 2)\n"
@@ -285,11 +337,29 @@ class NameTest(ToolTest):
             self.assertEqual(self.ok("cat", "card.orb:/" + stored), host.removeprefix("tree/").replace("\\x09", "\t"))
         self.assertEqual(self.ok("cat", "card.orb:/TWO_WORDS.TXT"), "two_words.txt")
 
-    def test_put_rename_keeps_clear_of_names_that_are_there(self):
+    def test_put_rename_gives_the_same_names_in_every_run(self):
         self.put_text("card.orb:/A_B", "old")
-        self.write("a b", b"new")
-        self.assertEqual(self.ok("put", "--rename", "a b", "card.orb"), "a b -> card.orb:/A_B~1\n")
-        self.assertEqual(self.ok("cat", "card.orb:/A_B"), "old")
+        self.write("tree/a b", b"new")
+        self.write("tree/a+b", b"plus")
+        self.assertIn("cannot write card.orb:/A_B: it exists (ORB_ERROR_FILE_EXISTS, 0x30000015)",
+                      self.fails(1, "put", "--rename", "tree/.", "card.orb"))
+        self.assertEqual(self.listing(), ["A_B"])
+        self.assertEqual(self.ok("put", "-n", "--rename", "tree/.", "card.orb"), "tree/a+b -> card.orb:/A_B~1\n")
+        self.assertEqual(self.ok("cat", "card.orb:/A_B", "card.orb:/A_B~1"), "oldplus")
+        for _ in range(2):
+            self.assertEqual(self.ok("put", "-f", "--rename", "tree/.", "card.orb"),
+                             "tree/a b -> card.orb:/A_B\ntree/a+b -> card.orb:/A_B~1\n")
+            self.assertEqual(self.ok("cat", "card.orb:/A_B", "card.orb:/A_B~1"), "newplus")
+        self.assertEqual(self.ok("put", "-n", "--rename", "tree/.", "card.orb"), "")
+        self.assertEqual(self.listing(), ["A_B", "A_B~1"])
+
+    def test_put_rename_takes_up_a_tree_that_is_there_in_part(self):
+        self.write("my photos/may 1/x y.jpg", b"x")
+        self.ok("put", "--rename", "my photos", "card.orb")
+        self.write("my photos/may 1/z z.jpg", b"z")
+        self.assertIn("my photos/may 1/z z.jpg -> card.orb:/MY_PHOTOS/MAY_1/Z_Z.JPG\n",
+                      self.ok("put", "-n", "--rename", "my photos", "card.orb"))
+        self.assertEqual(self.listing("card.orb:/MY_PHOTOS/MAY_1"), ["X_Y.JPG", "Z_Z.JPG"])
 
     def test_put_rename_of_directories_renames_them(self):
         self.write("my photos/may 1/x y.jpg", b"x")
@@ -400,6 +470,32 @@ class GetTest(ToolTest):
         self.ok("get", "--force", "card.orb:/TREE/Y.TXT")
         self.assertEqual(self.read("Y.TXT"), b"y")
 
+    def test_get_force_leaves_alone_what_is_no_ordinary_file(self):
+        os.mkfifo(self.path("Y.TXT"))
+        os.mkfifo(self.path("pipe"))
+        self.path("link").symlink_to("pipe")
+        for options in ([], ["-f"]):
+            for target in (".", "pipe", "link"):
+                message = self.fails(1, "get", *options, "card.orb:/TREE/Y.TXT", target)
+                self.assertIn(": it is no ordinary file but a pipe\n      use another name\n", message)
+        self.assertTrue(self.path("Y.TXT").is_fifo() and self.path("pipe").is_fifo() and self.path("link").is_symlink())
+
+    def test_get_force_writes_through_a_link_to_a_file_and_not_through_a_broken_one(self):
+        self.write("real/file", b"mine")
+        self.path("link").symlink_to("real/file")
+        self.path("broken").symlink_to("nowhere")
+        self.assertIn("cannot write link: File exists (EEXIST, 17)",
+                      self.fails(1, "get", "card.orb:/TREE/Y.TXT", "link"))
+        self.assertEqual(self.read("real/file"), b"mine")
+        self.ok("get", "-f", "card.orb:/TREE/Y.TXT", "link")
+        self.assertEqual((self.read("real/file"), self.path("link").is_symlink()), (b"y", True))
+        self.assertEqual(self.host_names("real"), ["file"])
+        for options in ([], ["-f"]):
+            self.assertIn("cannot write broken: No such file or directory (ENOENT, 2)\n"
+                          "      it is a symbolic link that leads nowhere",
+                          self.fails(1, "get", *options, "card.orb:/TREE/Y.TXT", "broken"))
+        self.assertFalse(self.path("nowhere").exists())
+
     def test_get_onto_a_directory_or_below_a_file_is_refused(self):
         self.path("Y.TXT").mkdir()
         self.write("TREE")
@@ -431,10 +527,13 @@ class GetTest(ToolTest):
                                  "TREE/Y.TXT": 1709208001})
 
     def test_get_file_without_a_date_carries_the_present_time(self):
-        self.set_time(5, (0, 0, 0, 0, 0, 0))
         self.write("before")
-        self.ok("get", "card.orb:/TREE/Y.TXT")
-        self.assertGreaterEqual(os.stat(self.path("Y.TXT")).st_mtime, os.stat(self.path("before")).st_mtime)
+        for stamp in ((0, 0, 0, 0, 0, 0), (2023, 2, 29, 0, 0, 0), (2023, 4, 31, 0, 0, 0), (65535, 255, 255, 9, 9, 9),
+                      (65535, 1, 1, 0, 0, 0)):
+            self.set_time(5, stamp)
+            self.ok("get", "-f", "card.orb:/TREE/Y.TXT")
+            age = os.stat(self.path("Y.TXT")).st_mtime - os.stat(self.path("before")).st_mtime
+            self.assertTrue(0 <= age < LIMIT, (stamp, age))
 
     def test_get_obeys_the_umask(self):
         self.ok("get", "card.orb:/TREE/Y.TXT", preexec_fn=lambda: os.umask(0o027))

@@ -324,7 +324,8 @@ const Command kTouchCommand = {
     "CONTAINER:/PATH...",
     "make empty files, or stamp files with the present time",
     "Makes a file that is missing, empty. A file that is there gets the present time by growing by one byte and "
-    "being cut back to its size, the only way there is: its contents stay, read-only files are refused.\n\n"
+    "being cut back to its size, the only way there is: its contents stay, read-only files are refused. A touch that "
+    "loses power between these two steps leaves the file one zero byte longer.\n\n"
     "What cannot be done: containers offer no way to set a time of one's choosing, nor any time of a directory. "
     "Files that put writes therefore carry the time of writing.",
     "orba touch card.orb:/READY.FLG\n"

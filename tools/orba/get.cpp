@@ -123,10 +123,13 @@ class Planner {
   void RefuseExisting(const std::string& target, const std::string& container) {
     if (IsSameHostFile(target, container)) {
       plan_.refusals.emplace_back("cannot write " + target, "it is the container itself", "use another name");
-    } else if (IsHostDirectory(target)) {
-      plan_.refusals.push_back(HostFailure("cannot write " + target, EISDIR, "use another name"));
-    } else if (!options_.force) {
-      plan_.refusals.push_back(HostFailure("cannot write " + target, EEXIST));
+      return;
+    }
+    try {
+      PlaceToWrite(target);
+      if (!options_.force) throw HostFailure("cannot write " + target, EEXIST);
+    } catch (const Failure& failure) {
+      plan_.refusals.push_back(failure);
     }
   }
 
@@ -253,7 +256,8 @@ const Command kGetCommand = {
     "Copies files, and directories with everything below them, into a directory of the host, or a single one to a "
     "new name; \"CONTAINER\" alone gets what its root holds. \"-\" as TARGET is standard output. Files and "
     "directories keep their times. Directories that are there already are filled up; files that are there are only "
-    "overwritten with --force, and left alone with --no-clobber, which takes up an interrupted get again.\n\n"
+    "overwritten with --force, and left alone with --no-clobber, which takes up an interrupted get again. Through a "
+    "symbolic link the file that it leads to is overwritten; devices, pipes and the like are refused.\n\n"
     "Each file is written under a passing name and renamed when it is whole, so an interrupted get leaves no half "
     "files.",
     "orba get card.orb:/LOGS  # into the current directory\n"

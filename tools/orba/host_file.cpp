@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -34,7 +35,7 @@ Descriptor OpenForReading(const std::string& path) {
   if (file.get() < 0 || fstat(file.get(), &status) != 0) throw HostFailure(what, errno);
   if (standardInput || S_ISREG(status.st_mode)) return file;
   if (S_ISDIR(status.st_mode)) throw HostFailure(what, EISDIR);
-  throw Failure(what, "it is no ordinary file", "name an ordinary file");
+  throw Failure(what, "it is no ordinary file but " + KindOf(status.st_mode), "name an ordinary file");
 }
 
 std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std::size_t count) {
@@ -135,11 +136,34 @@ void MakeHostDirectory(const std::string& path) {
   }
 }
 
-bool ToHostTime(const OrbTime& time, timespec* out) {
-  if (time.year < 1601 || time.month < 1 || time.month > 12 || time.day < 1 || time.day > 31 || time.hour > 23 ||
-      time.minute > 59 || time.second > 59) {
-    return false;
+std::string KindOf(mode_t mode) {
+  if (S_ISDIR(mode)) return "a directory";
+  if (S_ISFIFO(mode)) return "a pipe";
+  if (S_ISSOCK(mode)) return "a socket";
+  return S_ISREG(mode) ? "an ordinary file" : "a device";
+}
+
+std::string PlaceToWrite(const std::string& path) {
+  const std::string what = "cannot write " + path;
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) != 0) return path;
+  const bool link = S_ISLNK(status.st_mode);
+  if (link && stat(path.c_str(), &status) != 0) {
+    throw HostFailure(what, errno, "it is a symbolic link that leads nowhere; use another name, or remove it");
   }
+  if (S_ISDIR(status.st_mode)) throw HostFailure(what, EISDIR, "use another name");
+  if (!S_ISREG(status.st_mode)) {
+    throw Failure(what, "it is no ordinary file but " + KindOf(status.st_mode), "use another name");
+  }
+  if (!link) return path;
+  const std::unique_ptr<char, void (*)(void*)> place(realpath(path.c_str(), nullptr), std::free);
+  if (place == nullptr) throw HostFailure(what, errno);
+  return place.get();
+}
+
+namespace {
+
+std::tm CalendarTime(const OrbTime& time) {
   std::tm utc = {};
   utc.tm_year = time.year - 1900;
   utc.tm_mon = time.month - 1;
@@ -147,20 +171,45 @@ bool ToHostTime(const OrbTime& time, timespec* out) {
   utc.tm_hour = time.hour;
   utc.tm_min = time.minute;
   utc.tm_sec = time.second;
-  *out = {timegm(&utc), 0};
-  return true;
+  return utc;
 }
+
+}  // namespace
+
+bool IsDate(const OrbTime& time) {
+  constexpr OrbU16 kFirstYear = 1601;  // that devices know
+  const std::tm utc = CalendarTime(time);
+  std::tm sane = utc;
+  timegm(&sane);  // turns the 30th of February into a day of March
+  return time.year >= kFirstYear && sane.tm_mon == utc.tm_mon && sane.tm_mday == utc.tm_mday &&
+         sane.tm_hour == utc.tm_hour && sane.tm_min == utc.tm_min && sane.tm_sec == utc.tm_sec;
+}
+
+namespace {
+
+// What the host cannot keep becomes the present time, not another one.
+void Stamp(int descriptor, const OrbTime& time) {
+  if (!IsDate(time)) return;
+  std::tm utc = CalendarTime(time);
+  const timespec stamp = {timegm(&utc), 0};
+  const timespec times[2] = {stamp, stamp};
+  constexpr std::int64_t kCoarsest = 2;  // seconds that file systems count in
+  struct stat status = {};
+  const bool kept = futimens(descriptor, times) == 0 && fstat(descriptor, &status) == 0 &&
+                    std::abs(std::int64_t{status.st_mtim.tv_sec} - std::int64_t{stamp.tv_sec}) < kCoarsest;
+  if (!kept) futimens(descriptor, nullptr);
+}
+
+}  // namespace
 
 void StampHostDirectory(const std::string& path, const OrbTime& time) {
-  timespec stamp;
-  if (!ToHostTime(time, &stamp)) return;
-  const timespec times[2] = {stamp, stamp};
-  utimensat(AT_FDCWD, path.c_str(), times, 0);  // another user's directory keeps its own time
+  const Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (directory.get() >= 0) Stamp(directory.get(), time);  // another user's directory keeps its own time
 }
 
-NewHostFile::NewHostFile(std::string path) : path_(std::move(path)) {
-  const std::size_t slash = path_.rfind('/');
-  temporary_ = (slash == std::string::npos ? "" : path_.substr(0, slash + 1)) + ".orba-XXXXXX";
+NewHostFile::NewHostFile(std::string path) : path_(std::move(path)), place_(PlaceToWrite(path_)) {
+  const std::size_t slash = place_.rfind('/');
+  temporary_ = (slash == std::string::npos ? "" : place_.substr(0, slash + 1)) + ".orba-XXXXXX";
   descriptor_ = mkostemp(temporary_.data(), O_CLOEXEC);
   if (descriptor_ < 0) {
     temporary_.clear();
@@ -179,15 +228,11 @@ NewHostFile::~NewHostFile() {
 void NewHostFile::Write(const void* buffer, std::size_t count) { WriteFully(descriptor_, path_, buffer, count); }
 
 void NewHostFile::Publish(const OrbTime& time, bool overwrite) {
-  timespec stamp;
-  if (ToHostTime(time, &stamp)) {
-    const timespec times[2] = {stamp, stamp};
-    if (futimens(descriptor_, times) != 0) Fail();
-  }
+  Stamp(descriptor_, time);
   if (close(std::exchange(descriptor_, -1)) != 0) Fail();
-  int renamed = renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, path_.c_str(), overwrite ? 0 : RENAME_NOREPLACE);
+  int renamed = renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, place_.c_str(), overwrite ? 0 : RENAME_NOREPLACE);
   // Not every file system knows the exchange that never replaces; whether the name was free has been asked before.
-  if (renamed != 0 && errno == EINVAL && !HostFileExists(path_)) renamed = rename(temporary_.c_str(), path_.c_str());
+  if (renamed != 0 && errno == EINVAL && !HostFileExists(place_)) renamed = rename(temporary_.c_str(), place_.c_str());
   if (renamed != 0) Fail();
   temporary_.clear();
 }

@@ -54,14 +54,20 @@ std::string BaseName(const std::string& path);
 bool IsHostDirectory(const std::string& path);
 bool HostFileExists(const std::string& path);  // a link that leads nowhere exists too
 
+// "a pipe", "a device": what is no ordinary file.
+std::string KindOf(mode_t mode);
+
+// Where a file written to `path` ends up: there, or where a symbolic link leads. Throws a Failure where something is
+// there that is no ordinary file: no file may take the place of a device.
+std::string PlaceToWrite(const std::string& path);
+
 bool IsSameHostFile(const std::string& a, const std::string& b);
 
 void MakeHostDirectory(const std::string& path);  // one that is there is fine
 
-// False for a stamp that is no date.
-bool ToHostTime(const OrbTime& time, timespec* out);
+bool IsDate(const OrbTime& time);  // of the calendar
 
-// Stamps a directory with a time, as far as the host lets us.
+// Stamps a directory with a time, as far as the host can keep it; another one is never set.
 void StampHostDirectory(const std::string& path, const OrbTime& time);
 
 // A file that is being written: beside its place, under a name of its own, and gone again unless it is published.
@@ -74,13 +80,14 @@ class NewHostFile {
 
   void Write(const void* buffer, std::size_t count);
 
-  // Stamps the file and gives it its name. Without `overwrite` fails where the name is taken by now.
+  // Stamps the file, as far as the host can keep the time, and gives it its name. Without `overwrite` fails where the name is taken by now.
   void Publish(const OrbTime& time, bool overwrite);
 
  private:
   [[noreturn]] void Fail() const;
 
-  std::string path_;
+  std::string path_;       // as messages have it
+  std::string place_;      // where that is
   std::string temporary_;  // empty once published
   int descriptor_;
 };

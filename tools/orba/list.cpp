@@ -4,6 +4,7 @@
 #include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <tuple>
 
@@ -11,6 +12,7 @@
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"
+#include "tools/orba/host_file.h"
 #include "tools/orba/session.h"
 #include "tools/orba/terminal.h"
 
@@ -38,6 +40,7 @@ struct ListOptions {
 
 bool IsNewer(const OrbTime& a, const OrbTime& b) {
   const auto key = [](const OrbTime& t) { return std::tie(t.year, t.month, t.day, t.hour, t.minute, t.second); };
+  if (!IsDate(a) || !IsDate(b)) return IsDate(a) && !IsDate(b);
   return key(a) > key(b);
 }
 
@@ -61,6 +64,7 @@ std::string AttributeText(const Item& item) {
 }
 
 std::string TimeText(const OrbTime& time) {
+  if (!IsDate(time)) return PadRight("-", std::strlen("2026-11-21 03:15:09"));  // damaged, or the device has no clock
   char text[32];
   std::snprintf(text, sizeof text, "%04u-%02u-%02u %02u:%02u:%02u", time.year, time.month, time.day, time.hour,
                 time.minute, time.second);
@@ -306,7 +310,8 @@ const Command kListCommand = {
     "Lists what a directory holds, or names a file. Names come sorted by name unless told otherwise: in columns on a "
     "terminal, one to a line elsewhere.\n\n"
     "The letters of -l are d for a directory, r for read-only, s for system (a root) and u for the attribute that is "
-    "the user's own. A directory's size is 32 bytes for each entry, \".\" and \"..\" included.",
+    "the user's own. A directory's size is 32 bytes for each entry, \".\" and \"..\" included. A time that is "
+    "no date of the calendar shows as \"-\".",
     "orba ls card.orb  # the root\n"
     "orba ls -l 'card.orb:/LOGS/*.TXT'\n"
     "orba ls -ltr card.orb:/LOGS  # the newest last",

@@ -134,6 +134,22 @@ void MovePlainly(Session* session, const std::string& what, const Address& sourc
   if (OrbMoveFileA(from.c_str(), session->PathOf(target).c_str()) == 0) throw LibraryFailure(what, source.container);
 }
 
+// The old file steps aside first: wherever this stops, the one that moves has its old name or its new one.
+void MoveOver(Session* session, const std::string& what, const Address& source, const Address& target) {
+  Address aside = TemporaryBeside(session, target);
+  aside.standsFor.clear();
+  session->Rename(target, aside.Name());
+  try {
+    MovePlainly(session, what, source, target);
+  } catch (Failure& failure) {
+    if (OrbRenameFileA(session->PathOf(aside).c_str(), target.Name().c_str()) == 0) {
+      failure.AddAdvice("the file that was to be overwritten is left as " + aside.Text());
+    }
+    throw;
+  }
+  session->Delete(aside);
+}
+
 bool Move(const TransferOptions& options, Session* session, const Match& source, const Address& target) {
   const std::string what = "cannot move " + source.address.Text();
   if (source.address.IsRoot()) throw Failure(what, "it is the root of the container", "move what it holds");
@@ -148,10 +164,7 @@ bool Move(const TransferOptions& options, Session* session, const Match& source,
     MovePlainly(session, what + " to " + target.Text(), source.address, target);
     return true;
   }
-  // First beside the target, so that a failure up to here costs nothing.
-  const Address beside = TemporaryBeside(session, target);
-  MovePlainly(session, what + " to " + target.Text(), source.address, beside);
-  Replace(session, beside, target);
+  MoveOver(session, what + " to " + target.Text(), source.address, target);
   return true;
 }
 
@@ -259,7 +272,8 @@ const Command kMoveCommand = {
     "SOURCE... TARGET",
     "move or rename files and directories",
     "Moves files and directories into the directory TARGET, or gives a single one the name TARGET. Data stays where "
-    "it is, only names change; time stamps stay. Nothing moves from one container to another: use cp, then rm.",
+    "it is, only names change; time stamps stay. A file that --force overwrites steps aside as "
+    "~ORBA-1.TMP until the new one has its name. Nothing moves from one container to another: use cp, then rm.",
     "orba mv card.orb:/DAY1.TXT card.orb:/LOGS  # into a directory\n"
     "orba mv card.orb:/LOGS/DAY1.TXT card.orb:/LOGS/MONDAY.TXT",
     DefineMove,
@@ -272,7 +286,8 @@ const Command kCopyCommand = {
     "copy files and directories inside a container or to another one",
     "Copies files into the directory TARGET, or a single one to the name TARGET; with -r also directories, into ones "
     "that are there already if need be. Files keep their attributes and time stamps; new directories carry the "
-    "present time. SOURCE and TARGET are both addresses: the way to and from the host is put and get.",
+    "present time. With --force a copy is made under the passing name ~ORBA-1.TMP and takes its name when it is "
+    "whole. SOURCE and TARGET are both addresses: the way to and from the host is put and get.",
     "orba cp card.orb:/CONFIG.INI card.orb:/CONFIG.OLD\n"
     "orba cp -r card.orb:/LOGS archive.orb:/",
     DefineCopy,

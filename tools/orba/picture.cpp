@@ -184,6 +184,7 @@ void WriteSvg(const MapOptions& options, const std::string& container, const std
   if (IsSameHostFile(options.svg, container)) {
     throw Failure("cannot write " + options.svg, "it is the container itself", "use another name");
   }
+  PlaceToWrite(options.svg);
   if (!options.force && HostFileExists(options.svg)) throw HostFailure("cannot write " + options.svg, EEXIST);
   NewHostFile file(options.svg);
   file.Write(picture.data(), picture.size());

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <set>
 
 #include "inspect/names.h"
 #include "tools/orba/command.h"
@@ -16,6 +17,7 @@
 #include "tools/orba/name_rule.h"
 #include "tools/orba/session.h"
 #include "tools/orba/terminal.h"
+#include "tools/orba/wildcard.h"
 
 namespace orba::tool {
 
@@ -63,6 +65,7 @@ Failure Unreachable(const std::string& path, int error) {
   const std::string what = "cannot put " + path;
   if (error != ENOENT) return HostFailure(what, error);
   if (HostFileExists(path)) return HostFailure(what, error, "it is a symbolic link that leads nowhere");
+  if (HasWildcard(path)) return HostFailure(what, error, "the shell found nothing that matches, and left it as it is");
   if (path.find(":/") == std::string::npos) return HostFailure(what, error);
   return HostFailure(what, error, "the way from container to container is: orba cp");
 }
@@ -83,11 +86,18 @@ class Planner {
     if (exists) {
       for (Item& item : session_->List(directory)) siblings.existing.emplace(item.name, item);
     }
-    const std::vector<std::string> names = ChooseNames(directory, sources, &siblings);
+    const std::vector<std::string> names = ChooseNames(sources, &siblings);
     for (std::size_t i = 0; i < sources.size(); ++i) {
       if (names[i].empty()) continue;
       const auto there = siblings.existing.find(names[i]);
-      AddOne(sources[i], directory.Child(names[i]), there == siblings.existing.end() ? nullptr : &there->second);
+      const Item* const item = there == siblings.existing.end() ? nullptr : &there->second;
+      const std::size_t steps = plan_.steps.size();
+      const std::size_t renamed = plan_.renamed.size();
+      const Address target = directory.Child(names[i]);
+      if (names[i] != inspect::UpperCase(sources[i].name)) plan_.renamed.emplace_back(sources[i].path, target);
+      AddOne(sources[i], target, item);
+      if (plan_.steps.size() > steps) continue;
+      plan_.renamed.erase(plan_.renamed.begin() + static_cast<std::ptrdiff_t>(renamed), plan_.renamed.end());
     }
   }
 
@@ -112,32 +122,37 @@ class Planner {
     std::map<std::string, std::string> planned;  // host path by name
   };
 
-  // For each source its name in the container, empty for one that is refused. Names that fit as they are go first.
-  std::vector<std::string> ChooseNames(const Address& directory, const std::vector<Source>& sources,
-                                       Siblings* siblings) {
+  // For each source its name in the container, empty for one that is refused. Names that fit as they are go first. What
+  // is in the container already does not matter: a source has the same name in every run.
+  std::vector<std::string> ChooseNames(const std::vector<Source>& sources, Siblings* siblings) {
     std::vector<std::string> names(sources.size());
     std::vector<std::size_t> others;
     for (std::size_t i = 0; i < sources.size(); ++i) {
+      if (!IsThere(sources[i])) continue;
       const std::string name = inspect::UpperCase(sources[i].name);
       const bool fits = NameProblem(name).empty() && siblings->planned.emplace(name, sources[i].path).second;
       if (fits) names[i] = name;
       if (!fits) others.push_back(i);
     }
+    std::set<std::string> taken;
+    for (const auto& [name, path] : siblings->planned) taken.insert(name);
     for (const std::size_t i : others) {
-      if (options_.rename) names[i] = Rename(directory, sources[i], siblings);
-      if (!options_.rename) RefuseName(sources[i], *siblings);
+      if (!options_.rename) {
+        RefuseName(sources[i], *siblings);
+      } else {
+        names[i] = LegalName(sources[i].name, taken);
+        taken.insert(names[i]);
+      }
     }
     return names;
   }
 
-  std::string Rename(const Address& directory, const Source& source, Siblings* siblings) {
-    std::set<std::string> taken;
-    for (const auto& [name, item] : siblings->existing) taken.insert(name);
-    for (const auto& [name, path] : siblings->planned) taken.insert(name);
-    std::string name = LegalName(source.name, taken);
-    siblings->planned.emplace(name, source.path);
-    plan_.renamed.emplace_back(source.path, directory.Child(name));
-    return name;
+  // Asked before names are judged: a pattern that the shell leaves alone is no illegal name.
+  bool IsThere(const Source& source) {
+    struct stat status = {};
+    if (source.path == "-" || stat(source.path.c_str(), &status) == 0) return true;
+    plan_.skipped.push_back(Unreachable(source.path, errno));
+    return false;
   }
 
   void RefuseName(const Source& source, const Siblings& siblings) {
@@ -165,10 +180,11 @@ class Planner {
     } else if (S_ISDIR(status.st_mode)) {
       AddDirectory(source, target, there);
     } else if (!S_ISREG(status.st_mode)) {
-      plan_.skipped.emplace_back("cannot put " + source.path, "it is no ordinary file",
+      plan_.skipped.emplace_back("cannot put " + source.path, "it is no ordinary file but " + KindOf(status.st_mode),
                                  "a container holds files and directories only");
     } else if (hasContainer_ && status.st_dev == containerDevice_ && status.st_ino == containerNumber_) {
-      plan_.skipped.emplace_back("cannot put " + source.path, "it is the container itself", "");
+      plan_.skipped.emplace_back("cannot put " + source.path, "it is the container itself",
+                                 "a container cannot hold itself; to copy all it holds: orba cp -r");
     } else if (static_cast<std::uint64_t>(status.st_size) > ORB_MAX_FILE_SIZE) {
       plan_.refusals.emplace_back("cannot put " + source.path,
                                   "it has " + std::to_string(status.st_size) +
@@ -203,7 +219,10 @@ class Planner {
   }
 
   void AddFile(const Source& source, const Address& target, const Item* there, std::uint64_t size) {
-    if (there != nullptr && there->IsDirectory()) {
+    if (IsPassingName(target.Name())) {
+      plan_.refusals.emplace_back("cannot write " + target.Text(), "this name is kept for files that are being written",
+                                  "use another name");
+    } else if (there != nullptr && there->IsDirectory()) {
       plan_.refusals.push_back(TakenTarget(target, "a directory of this name is there", "rename or remove it first"));
     } else if (there != nullptr && options_.noClobber) {
       return;
@@ -275,29 +294,48 @@ void CopyIn(Session* session, const std::string& source, const Address& target, 
   written.Close();
 }
 
-// A file that does not come in whole goes again.
-void WriteWhole(Session* session, const std::string& source, const Address& target, Progress* progress) {
-  session->CreateFile(target);
-  try {
-    CopyIn(session, source, target, progress);
-  } catch (...) {
-    OrbDeleteFileA(session->PathOf(target).c_str());
-    throw;
-  }
-}
+class Carrier {
+ public:
+  Carrier(Session* session, Progress* progress) : session_(session), progress_(progress) {}
 
-void Carry(Session* session, const Step& step, Progress* progress) {
-  progress->SetItem(step.target.Path());
-  if (step.isDirectory) {
-    if (!session->Find(step.target).has_value()) session->CreateDirectory(step.target);  // two sources may share it
-    return;
+  void Carry(const Step& step) {
+    progress_->SetItem(step.target.Path());
+    if (!step.isDirectory) return WriteWhole(step);
+    if (!session_->Find(step.target).has_value()) session_->CreateDirectory(step.target);  // two sources may share it
   }
-  if (!step.replaces) return WriteWhole(session, step.source, step.target, progress);
-  const Address beside = TemporaryBeside(session, step.target);
-  WriteWhole(session, step.source, beside, progress);
-  if (step.attributes != 0) session->SetAttributes(beside, step.attributes);
-  Replace(session, beside, step.target);
-}
+
+ private:
+  // A file has its name when it is whole; one that does not come in whole goes again.
+  void WriteWhole(const Step& step) {
+    Sweep(step.target.Parent());
+    const Address beside = TemporaryBeside(session_, step.target);
+    session_->CreateFile(beside);
+    try {
+      CopyIn(session_, step.source, beside, progress_);
+      if (step.attributes != 0) session_->SetAttributes(beside, step.attributes);
+      if (!step.replaces && beside.names != step.target.names) session_->Rename(beside, step.target.Name());
+    } catch (...) {
+      OrbDeleteFileA(session_->PathOf(beside).c_str());
+      throw;
+    }
+    if (step.replaces) Replace(session_, beside, step.target);
+  }
+
+  // Takes away what an interrupted run has left in the directory.
+  void Sweep(const Address& directory) {
+    if (!swept_.insert(session_->PathOf(directory)).second) return;
+    for (const Item& item : session_->List(directory)) {
+      if (item.IsDirectory() || !IsPassingName(item.name)) continue;
+      const Address left = directory.Child(item.name);
+      session_->Delete(left);
+      Report("removed " + left.Text() + ", which an interrupted put, cp or mv had left");
+    }
+  }
+
+  Session* session_;
+  Progress* progress_;
+  std::set<std::string> swept_;
+};
 
 void PrintPair(const std::string& source, const Address& target) {
   Print(Visible(source) + " -> " + target.Text() + "\n");
@@ -306,12 +344,13 @@ void PrintPair(const std::string& source, const Address& target) {
 int CarryOut(const PutOptions& options, Session* session, const Plan& plan) {
   int status = plan.skipped.empty() ? kSuccess : kFailed;
   Progress progress("put", plan.work, options.quiet);
+  Carrier carrier(session, &progress);
   const Address* missing = nullptr;  // a directory that could not be made
   for (const Step& step : plan.steps) {
     CheckInterrupt();
     if (missing != nullptr && missing->Holds(step.target)) continue;
     try {
-      Carry(session, step, &progress);
+      carrier.Carry(step);
       if (options.verbose) PrintPair(step.source, step.target);
     } catch (const Failure& failure) {
       Report(failure);
@@ -364,9 +403,13 @@ const Command kPutCommand = {
     "single one to a new name. \"DIR/.\" puts what DIR holds; \"-\" is standard input. Directories that are there "
     "already are filled up; files that are there are only overwritten with --force, and left alone with "
     "--no-clobber, which takes up an interrupted put again.\n\n"
+    "A file is written under the passing name ~ORBA-1.TMP, with the first free number, beside its place and takes its "
+    "name when it is whole. So --no-clobber can trust what has a name, also after a loss of power (and orba repair); "
+    "the passing file that is left then is removed by the next put into its directory.\n\n"
     "All names are judged before anything is written. Names that a container cannot hold are refused, and nothing is "
     "put; --rename makes legal ones of them: other characters become \"_\", long names are shortened, a number sets "
-    "equal ones apart. The new names are printed.\n\n"
+    "equal ones of one directory apart. A source has the same new name in every run, so that --force and --no-clobber "
+    "work as usual. The new names are printed.\n\n"
     "Files in a container carry the time when they were written there; the host's times cannot be stored. What is "
     "neither file nor directory is left out, and so are links to directories below the sources.",
     "orba put report.txt card.orb:/  # becomes /REPORT.TXT\n"

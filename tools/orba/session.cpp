@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "tools/orba/failure.h"
 #include "tools/orba/interrupt.h"
@@ -13,6 +14,9 @@
 namespace orba::tool {
 
 namespace {
+
+constexpr const char* kPassingName = "~ORBA-";
+constexpr const char* kPassingEnding = ".TMP";
 
 bool IsMissing(OrbU32 code) {
   return code == ORB_ERROR_FILE_NOT_FOUND || code == ORB_ERROR_PATH_NOT_FOUND || code == ORB_ERROR_NO_MORE_ENTRIES;
@@ -266,11 +270,21 @@ void Session::SetAttributes(const Address& address, OrbU32 attributes) {
           address);
 }
 
+bool IsPassingName(const std::string& name) {
+  const std::size_t before = std::strlen(kPassingName);
+  const std::size_t after = std::strlen(kPassingEnding);
+  if (name.size() <= before + after || name.compare(0, before, kPassingName) != 0) return false;
+  const std::string number = name.substr(before, name.size() - before - after);
+  return name.compare(name.size() - after, after, kPassingEnding) == 0 &&
+         number.find_first_not_of("0123456789") == std::string::npos;
+}
+
 Address TemporaryBeside(Session* session, const Address& target) {
   Address beside;
   unsigned number = 0;
   do {
-    beside = target.Parent().Child("~ORBA-" + std::to_string(++number) + ".TMP");
+    beside = target.Parent().Child(kPassingName + std::to_string(++number) + kPassingEnding);
+    if (session->PathOf(beside).size() > ORB_MAX_PATH) return target;
   } while (session->Find(beside).has_value());
   beside.standsFor = target.Text();
   return beside;
@@ -283,7 +297,12 @@ Failure ReadOnlyFailure(const std::string& what, const Address& address, const s
 
 void Replace(Session* session, const Address& temporary, const Address& target) {
   session->Delete(target);
-  session->Rename(temporary, target.Name());
+  try {
+    session->Rename(temporary, target.Name());
+  } catch (Failure& failure) {
+    failure.AddAdvice("its new contents are left in " + temporary.container + ":" + temporary.Path());
+    throw;
+  }
 }
 
 // ---- Open files -----------------------------------------------------------------------------------------------------

@@ -124,7 +124,12 @@ class VolumeFile {
   OrbHandle handle_;
 };
 
-// A name beside `target` that is free, for the file that is to replace it. Messages call it by the target's name.
+// ~ORBA-1.TMP, ~ORBA-2.TMP and so on: names of files that are being written or replaced. Whoever stops meanwhile leaves
+// one; what it holds is still where it came from, unfinished, or meant to be overwritten.
+bool IsPassingName(const std::string& name);
+
+// A passing name beside `target` that is free, for the file that is to take its place. Messages call it by the target's
+// name. Where the path would be too long, the target itself.
 Address TemporaryBeside(Session* session, const Address& target);
 
 // A file that is read-only is in the way: "WHAT: WHICH is read-only (...)".
