@@ -368,6 +368,13 @@ bool Mount(const testhost::FileName& container, const char16_t* name) {
   return Do("OrbMountVolume", codes, [&] { return OrbMountVolume(container.c_str(), name) != 0; });
 }
 
+// What a volume says of itself is what its container may say.
+void AskForSizes() {
+  OrbU32 bitmapBytes = 0, blockSize = 0;
+  Do("OrbGetVolumeInfoA", {}, [&] { return OrbGetVolumeInfoA("A", &bitmapBytes, &blockSize) != 0; });
+  Require(blockSize >= 1024 && blockSize <= 8192 && bitmapBytes <= 7168, "a volume's sizes are possible ones");
+}
+
 void Unmount(const char* name) {
   Do("OrbUnmountVolumeA", {}, [&] { return OrbUnmountVolumeA(name) != 0; });
 }
@@ -390,6 +397,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const bool sound = IsSound(testhost::GetFile(kContainer));
   Session session;
   if (Mount(kContainer, u"A")) {
+    AskForSizes();
     Mount(kOther, u"B");
     session.List("A:/");
     for (const Choice& choice : input.choices) {
