@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "inspect/bytes.h"
+#include "inspect/layout_search.h"
 
 namespace orba::inspect {
 
@@ -122,7 +123,11 @@ Geometry FindGeometry(const Image& image, const VolumeHeader& header) {
   if (agree && BearsTheRoot(image, FromHeader(image, header))) return FromHeader(image, header);
   Geometry geometry = FromRedundancy(image, header);
   if (!geometry.known()) geometry = FromSearch(image);
-  return agree && !BearsTheRoot(image, geometry) ? FromHeader(image, header) : geometry;
+  if (agree) return BearsTheRoot(image, geometry) ? geometry : FromHeader(image, header);
+  if (geometry.known()) return geometry;
+  const Layout layout = SearchLayout(image);
+  if (layout.blockSize == 0) return {};
+  return Make(image, layout.blockSize, layout.dataOffset - kBitmapOffset, layout.dataOffset);
 }
 
 VolumeHeader SoundHeader(const Geometry& geometry, const VolumeHeader& header) {

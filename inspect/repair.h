@@ -20,6 +20,10 @@
 //     it, and nothing is guessed: where two could be meant, neither is taken.
 //   - An entry that names a free node revives the node when its record can only be that of a file or directory; otherwise
 //     the entry goes.
+//   - The bitmap alone never decides that data goes. A deleted node's record has size 0 and no blocks; so a record that has
+//     a size and names just the blocks it needs, all of them lost, is in use whatever the bitmap says. A lost block of node
+//     records in which a node is so in use, or named by an entry, goes back to its place in the table; a lost block that
+//     begins with a directory's dots and has entries behind them gets a record again, where the node has none.
 //   - A node with two names keeps one. A directory keeps the name in the directory that its ".." gives. A file keeps the one
 //     that was added later: the name that is the last of its directory, if there is but one such; otherwise the one in the
 //     directory with the later time stamp; otherwise the one in the directory with the higher number.

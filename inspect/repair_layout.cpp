@@ -43,44 +43,65 @@ bool IsNeeded(const RepairWork& work, std::uint32_t index) {
   return false;
 }
 
-// How many nodes in use the block would bring back as node block `index`.
-std::uint32_t Worth(const RepairWork& work, std::uint32_t block, std::uint32_t index) {
+// By number: a directory has an entry that names the node.
+std::vector<bool> FindNamed(const RepairWork& work) {
+  std::vector<bool> named(work.model().nodes.size());
+  for (const NodeInfo& directory : work.model().nodes) {
+    for (const Entry& entry : directory.entries) {
+      if (NamesNode(work, entry)) named[entry.record.node] = true;
+    }
+  }
+  return named;
+}
+
+// How many nodes in use the block would bring back as node block `index`. In a lost block a node is in use when the bitmap,
+// a name or the data that it holds says so.
+std::uint32_t Worth(const RepairWork& work, std::uint32_t block, std::uint32_t index, const std::vector<bool>& named) {
   const std::vector<std::uint8_t> bytes = work.GetBlock(block);
   const std::uint32_t first = FirstNode(work.geometry(), index);
+  const bool lost = work.IsLost(block);
   std::uint32_t worth = 0;
   for (std::uint32_t i = 0; i < work.geometry().nodesPerBlock() && work.model().IsNode(first + i); ++i) {
-    const bool used = work.model().nodes[first + i].state != NodeState::kFree;
-    if (used && IsPlausible(work.geometry(), first + i, DecodeNode(&bytes[i * kNodeSize]))) ++worth;
+    const OrbNodeRecord record = DecodeNode(&bytes[i * kNodeSize]);
+    const bool used = work.model().nodes[first + i].state != NodeState::kFree ||
+                      (lost && (named[first + i] || HoldsData(work, first + i, record)));
+    if (used && IsPlausible(work.geometry(), first + i, record)) ++worth;
   }
   return worth;
 }
 
-// The index that the block's slots speak for, or none when less than half of them agree.
+// The index that the block's slots speak for, or none when too few of them agree. The rest may have been overwritten.
 constexpr std::uint32_t kNoIndex = kNodeTableEntries;
+constexpr std::uint32_t kEnoughSlots = 8;  // half of the smallest block's
 
 std::uint32_t IndexOf(const RepairWork& work, std::uint32_t block) {
   const Geometry& geometry = work.geometry();
-  for (std::uint32_t slot = 0; slot < 2; ++slot) {
+  const std::uint32_t last = geometry.nodesPerBlock() - 1;
+  for (const std::uint32_t slot : {0u, 1u, last / 2 + 1, last}) {  // either half of the block may be lost
     std::uint8_t bytes[6];
     if (!work.image.Read(geometry.BlockOffset(block) + slot * kNodeSize, bytes, sizeof bytes)) return kNoIndex;
     const std::uint32_t first = Get16(bytes + 4) - slot;
     if (Get32(bytes) != kNodeSignature || first % geometry.nodesPerBlock() != 1) continue;
     const std::uint32_t index = first / geometry.nodesPerBlock();
-    if (index < kNodeTableEntries && 2 * GoodSlots(work, block, index) >= geometry.nodesPerBlock()) return index;
+    if (index < kNodeTableEntries && GoodSlots(work, block, index) >= kEnoughSlots) return index;
   }
   return kNoIndex;
 }
 
 // Blocks that may have been node blocks before the table lost them, by their index: those that nothing names or that stand
 // in the wrong place of the table, and block 1, where the first node block lies for all time.
-using Candidates = std::multimap<std::uint32_t, std::uint32_t>;
+struct Candidates {
+  bool searched = false;
+  std::multimap<std::uint32_t, std::uint32_t> blocks;
+  std::vector<bool> named;
+};
 
 Candidates FindCandidates(const RepairWork& work) {
-  Candidates candidates;
+  Candidates candidates = {true, {}, FindNamed(work)};
   for (std::uint32_t block = 1; block < work.model().blocks.size(); ++block) {
     if (!work.IsLoose(block) && work.model().blocks[block].use != BlockUse::kNodeBlock && block != 1) continue;
     const std::uint32_t index = IndexOf(work, block);
-    if (index != kNoIndex) candidates.emplace(index, block);
+    if (index != kNoIndex) candidates.blocks.emplace(index, block);
   }
   return candidates;
 }
@@ -89,9 +110,9 @@ Candidates FindCandidates(const RepairWork& work) {
 std::uint32_t PickNodeBlock(const RepairWork& work, const Candidates& candidates, std::uint32_t index) {
   std::uint32_t best = kNoBlock;
   std::uint32_t bestWorth = 0;
-  const auto range = candidates.equal_range(index);
+  const auto range = candidates.blocks.equal_range(index);
   for (auto at = range.first; at != range.second; ++at) {
-    const std::uint32_t worth = Worth(work, at->second, index);
+    const std::uint32_t worth = Worth(work, at->second, index, candidates.named);
     if (worth <= bestWorth) continue;
     best = at->second;
     bestWorth = worth;
@@ -106,6 +127,18 @@ bool IsRightEntry(const RepairWork& work, std::uint32_t index) {
   const std::uint32_t spoken = IndexOf(work, block);
   if (spoken != kNoIndex) return spoken == index;
   return owner.use == BlockUse::kNodeBlock && owner.index == index && !owner.shared && HasSignature(work, block);
+}
+
+// Entries in a row are one action.
+void ClearEntries(RepairWork* work, const std::vector<std::uint32_t>& entries) {
+  for (std::size_t first = 0; first < entries.size();) {
+    std::size_t end = first + 1;
+    while (end < entries.size() && entries[end] == entries[end - 1] + 1) ++end;
+    work->Begin(end - first == 1 ? "clears table entry " + to_string(entries[first]) + ": it names no node block"
+                                 : "clears table entries " + to_string(entries[first]) + " to " +
+                                       to_string(entries[end - 1]) + ": they name no node blocks");
+    for (; first < end; ++first) work->PutWord(kHeaderSize + 4 * entries[first], kNoBlock);
+  }
 }
 
 // ---- Node records ---------------------------------------------------------------------------------------------------
@@ -151,20 +184,23 @@ void FixHeader(RepairWork* work) {
 
 void FixTable(RepairWork* work) {
   const Model& model = work->model();
+  const bool anyLost = work->report.totals.leakedBlocks > 0;
   Candidates candidates;
-  bool searched = false;
+  std::vector<std::uint32_t> cleared;
   for (std::uint32_t index = 0; index < kNodeTableEntries; ++index) {
-    const bool needed = index < work->geometry().tableEntries() && IsNeeded(*work, index);
-    if (IsRightEntry(*work, index) || (model.table[index] == kNoBlock && !needed)) continue;
-    if (needed && !searched) candidates = FindCandidates(*work);
-    searched |= needed;
-    const std::uint32_t found = needed ? PickNodeBlock(*work, candidates, index) : kNoBlock;
+    const bool wanted = index < work->geometry().tableEntries() && (anyLost || IsNeeded(*work, index));
+    if (IsRightEntry(*work, index) || (model.table[index] == kNoBlock && !wanted)) continue;
+    if (wanted && !candidates.searched) candidates = FindCandidates(*work);
+    const std::uint32_t found = wanted ? PickNodeBlock(*work, candidates, index) : kNoBlock;
     if (found == model.table[index]) continue;
-    const std::string entry = "table entry " + to_string(index);
-    work->Begin(found != kNoBlock ? "points " + entry + " at block " + to_string(found) + ", which holds its nodes"
-                                  : "clears " + entry + ": it names no node block");
+    if (found == kNoBlock) {
+      cleared.push_back(index);
+      continue;
+    }
+    work->Begin("points table entry " + to_string(index) + " at block " + to_string(found) + ", which holds its nodes");
     work->PutWord(kHeaderSize + 4 * index, found);
   }
+  ClearEntries(work, cleared);
 }
 
 void FixSlots(RepairWork* work) {
@@ -208,29 +244,15 @@ void FixBitmap(RepairWork* work) {
   }
 }
 
-void ReviveNodes(RepairWork* work) {
-  const Model& model = work->model();
-  std::vector<bool> revived(model.nodes.size());
-  for (const NodeInfo& directory : model.nodes) {
-    for (const Entry& entry : directory.entries) {
-      const std::uint16_t number = entry.record.node;
-      if (entry.index < 2 || entry.pastSize || !model.IsNode(number) || revived[number]) continue;
-      const NodeInfo& node = model.nodes[number];
-      if (node.state != NodeState::kFree || !node.readable || number > model.bitmap.size() * 8) continue;
-      if (!IsPlausible(work->geometry(), number, node.record) || !IsLegalName(NameOf(entry.record))) continue;
-      revived[number] = true;
-      work->Begin("notes in the bitmap that node " + to_string(number) + ", which \"" + NameOf(entry.record) +
-                  "\" names, is in use");
-      work->SetFree(number, false);
-    }
-  }
-}
-
 void FixRecords(RepairWork* work) {
   for (const NodeInfo& node : work->model().nodes) {
     if (node.state != NodeState::kUsed) continue;
     OrbNodeRecord record = node.record;
     record.attributes = RightAttributes(node);
+    // What gave the root its record back may not have known its time.
+    if (record.attributes != node.record.attributes && node.number == kRootNode && !IsDate(record.time)) {
+      record.time = work->now;
+    }
     record.time.reserved = 0;
     std::fill(std::begin(record.reserved), std::end(record.reserved), 0u);
     std::uint8_t was[kNodeSize], is[kNodeSize];

@@ -183,6 +183,7 @@ void MakeFirstBlock(RepairWork* work, const NodeInfo& node) {
   if (block == kNoBlock) return;
   OrbNodeRecord record = work->GetNode(node.number);
   record.direct[0] = block;
+  if (node.number == kRootNode && !IsDate(record.time)) record.time = work->now;
   // What the block holds is taken in; FixDirectorySizes cuts the empty places off.
   if (node.map.end == 0) record.size = found ? work->geometry().blockSize : 2 * kDirEntrySize;
   work->PutNode(node.number, record);

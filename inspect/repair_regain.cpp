@@ -17,29 +17,45 @@ using std::to_string;
 
 // ---- Directories without a record -----------------------------------------------------------------------------------
 
-bool Names(const NodeInfo& directory, std::uint16_t number) {
-  return std::any_of(directory.entries.begin(), directory.entries.end(),
-                     [&](const Entry& entry) { return entry.index >= 2 && entry.record.node == number; });
+// Every name as directory and node.
+using Names = std::set<std::pair<std::uint16_t, std::uint16_t>>;
+
+Names FindNames(const Model& model) {
+  Names names;
+  for (const NodeInfo& directory : model.nodes) {
+    for (const Entry& entry : directory.entries) {
+      if (entry.index >= 2) names.emplace(directory.number, entry.record.node);
+    }
+  }
+  return names;
 }
 
 // The lost blocks that begin with the dots of a lost node, by that node. The directory that ".." names must be lost as well
-// or name the node in return: what a deleted directory left does not pass for one.
+// or name the node in return: what a deleted directory left does not pass for one. Nor does it where the bitmap calls the
+// node free: a directory is empty when it is deleted, so its third entry names no node.
 using Directories = std::map<std::uint16_t, std::uint32_t>;
+
+// No record tells what the node was.
+bool IsLostNode(const NodeInfo& node) {
+  return node.state == NodeState::kLost || (node.state == NodeState::kFree && node.offset == 0);
+}
 
 Directories FindDirectories(const RepairWork& work) {
   const Model& model = work.model();
   Directories found;
-  const auto isLost = [](const NodeInfo& node) { return node.state == NodeState::kLost; };
-  if (std::none_of(model.nodes.begin(), model.nodes.end(), isLost)) return found;
+  if (work.report.totals.leakedBlocks == 0) return found;
+  const Names names = FindNames(model);
   for (std::uint32_t block = 1; block < model.blocks.size(); ++block) {
-    std::uint8_t bytes[2 * kDirEntrySize];
+    std::uint8_t bytes[3 * kDirEntrySize];
     if (!work.IsLost(block) || !work.image.Read(work.geometry().BlockOffset(block), bytes, sizeof bytes)) continue;
     const OrbDirEntry self = DecodeEntry(bytes);
     const OrbDirEntry up = DecodeEntry(bytes + kDirEntrySize);
     if (NameOf(self) != "." || NameOf(up) != ".." || self.node == kRootNode || !model.IsNode(self.node)) continue;
-    if (model.nodes[self.node].state != NodeState::kLost || !model.IsNode(up.node)) continue;
+    const NodeInfo& node = model.nodes[self.node];
+    if (!IsLostNode(node) || !model.IsNode(up.node)) continue;
+    if (node.state == NodeState::kFree && Get16(&bytes[2 * kDirEntrySize]) == 0) continue;
     const NodeInfo& parent = model.nodes[up.node];
-    if (parent.state == NodeState::kLost || Names(parent, self.node)) found.emplace(self.node, block);
+    if (IsLostNode(parent) || names.count({up.node, self.node}) != 0) found.emplace(self.node, block);
   }
   return found;
 }
@@ -63,17 +79,18 @@ void MakeNodeBlock(RepairWork* work, std::uint32_t index, const Directories& dir
   work->Begin("makes a new block for the nodes of table entry " + to_string(index) +
               ", with the directories among them");
   std::vector<std::uint8_t> bytes(geometry.blockSize);
-  std::vector<std::uint32_t> free;
+  std::vector<std::pair<std::uint32_t, bool>> bits;  // to be set: node, free
   for (std::uint32_t i = 0; i < geometry.nodesPerBlock(); ++i) {
     const auto number = static_cast<std::uint16_t>(index * geometry.nodesPerBlock() + i + 1);
     const auto found = directories.find(number);
     const bool lost = work->model().IsNode(number) && work->model().nodes[number].state == NodeState::kLost;
-    if (found == directories.end() && lost && number != kRootNode) free.push_back(number);
+    if (found == directories.end() && lost && number != kRootNode) bits.emplace_back(number, true);
+    if (found != directories.end() && !lost) bits.emplace_back(number, false);
     if (found != directories.end()) work->regained.insert(number);
     EncodeNode(DirectoryRecord(*work, number, found == directories.end() ? kNoBlock : found->second),
                &bytes[i * kNodeSize]);
   }
-  for (const std::uint32_t number : free) work->SetFree(number, true);
+  for (const auto& [number, free] : bits) work->SetFree(number, free);
   const std::uint32_t block = work->Take(bytes);
   if (block != kNoBlock) work->PutWord(kHeaderSize + 4 * index, block);
 }

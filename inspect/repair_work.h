@@ -91,8 +91,10 @@ void RegainDirectories(RepairWork* work);  // whose records are lost
 // repair_layout.cpp
 void FixSlots(RepairWork* work);  // signatures and numbers
 void FixBitmap(RepairWork* work);
-void ReviveNodes(RepairWork* work);  // free nodes that entries name
-void FixRecords(RepairWork* work);   // attributes, reserved bytes, files marked as directories
+// repair_revive.cpp
+void ReviveNodes(RepairWork* work);  // free nodes that entries name, or that hold data
+// repair_layout.cpp
+void FixRecords(RepairWork* work);  // attributes, reserved bytes, files marked as directories
 // repair_directory.cpp
 void DropGivenBackBlocks(RepairWork* work);
 // repair_regain.cpp
@@ -129,6 +131,13 @@ void CutNode(RepairWork* work, std::uint16_t number, std::uint64_t end, std::uin
 // How many entries the block holds: from its front on, each with a sound name of a node in use that has no other; 0 when it
 // holds anything else.
 std::uint32_t CountNamelessEntries(const RepairWork& work, std::uint32_t block);
+
+// The entry is a name, and the node that it names can be one of the volume.
+bool NamesNode(const RepairWork& work, const Entry& entry);
+
+// The record can only be that of a file or directory that was not deleted: it is plausible, holds something, and has all the
+// blocks for it that it should name itself; they are lost ones, each named once.
+bool HoldsData(const RepairWork& work, std::uint32_t number, const OrbNodeRecord& record);
 
 // A directory's first block: "." and "..", then nothing.
 std::vector<std::uint8_t> NewDirectoryBlock(const Geometry& geometry, std::uint16_t number, std::uint16_t parent);

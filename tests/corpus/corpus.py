@@ -28,6 +28,7 @@ import unittest
 
 import cases_chain
 import cases_directories
+import cases_erased
 import cases_header
 import cases_maps
 import cases_nodes
@@ -44,6 +45,7 @@ GROUPS = {
     "maps": cases_maps.CASES,
     "directories": cases_directories.CASES,
     "chain": cases_chain.CASES,
+    "erased": cases_erased.CASES,
     "truncated": cases_truncated.CASES,
     "several": cases_several.CASES,
 }
@@ -75,7 +77,7 @@ def host_tree(folder):
 
 
 def age(stamp):
-    """The time stamp, or that it was given during this test."""
+    """The time stamp, "-" for one that is no date, or that it was given during this test."""
     return "now" if START <= stamp <= time.strftime(STAMP, time.gmtime()) else stamp
 
 
@@ -90,9 +92,9 @@ def tree(folder, name):
         if line.startswith(f"{name}:/"):
             directory = line[len(name) + 1:-1].rstrip("/")
         elif line:
-            attributes, size, day, clock, entry = line.split()
+            attributes, size, *stamp, entry = line.split()
             path = f"{directory}/{entry}"
-            found[path] = outcome.File(None, f"{attributes} {age(day + ' ' + clock)}")
+            found[path] = outcome.File(None, f"{attributes} {age(' '.join(stamp))}")
             if not attributes.startswith("d"):
                 sizes[path] = int(size)
     read = contents(folder, name, sizes)
@@ -151,7 +153,7 @@ class CorpusTest(unittest.TestCase):
     def observe(self, case):
         check = self.check()
         planned, repaired = self.repair()
-        recovered = self.unchanging("recover", self.name, "recovered")
+        recovered = self.unchanging("recover", "--verbose", self.name, "recovered")
         text = f"{sentence(case)}\n\n$ orba check {self.name}\n{check}\n$ orba repair {self.name}\n{repaired}"
         if repaired.status not in (0, 1):
             self.assertEqual(self.path.read_bytes(), self.damaged)
@@ -184,8 +186,8 @@ class CorpusTest(unittest.TestCase):
         return text
 
     def repair(self):
-        planned = self.unchanging("repair", "--dry-run", self.name)
-        return planned, Run(self.folder, "repair", "--undo", "undo", self.name)
+        planned = self.unchanging("repair", "--verbose", "--dry-run", self.name)
+        return planned, Run(self.folder, "repair", "--verbose", "--undo", "undo", self.name)
 
     def judge_repair(self, case, recovered):
         repaired = self.path.read_bytes()

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <set>
 #include <string>
 
 #include "tests/support/image_builder.h"
@@ -215,6 +217,161 @@ TEST(RepairBitmap, usedBeyondTheTable_isFreed) {
   EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), sound);
 }
 
+// ---- Erased flash: every byte 0xFF, and a bitmap that calls every node free ------------------------------------------
+
+// node 7 /FULL with F2 to F39 as nodes 8 to 45, 46 /P, 47 /P/Q, 48 /P/Q/R: three node blocks. Three blocks are free.
+struct Wide : Small {
+  Wide() {
+    FillDirectory(this, 40);
+    const std::uint16_t inner = AddDirectory(AddDirectory(1, "P"), "Q");
+    AddFile(inner, "R", 8 * 1024);
+    const std::uint32_t free = AppendBlock();
+    AppendBlock();
+    SetChain({{free, free + 1}});
+  }
+
+  void Erase(std::uint64_t from, std::uint64_t end) {
+    for (std::uint64_t at = from; at < end; ++at) Put8(at, 0xFF);
+  }
+};
+
+TEST(RepairErased, bitmap_nothingIsLost) {
+  Wide image;
+  image.Erase(1024, 1024 + 32);
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Wide().bytes());
+}
+
+TEST(RepairErased, headerTableAndBitmap_nothingIsLost) {
+  Wide image;
+  image.Erase(0, 1024 + 32);
+  EXPECT_FILES(Tree(testimage::Repaired(image.bytes())), Tree(Wide().bytes()));
+}
+
+TEST(RepairErased, tableEntryAndItsBits_nodeBlockIsFoundAgain) {
+  Wide image;
+  image.Put32(ImageBuilder::TableOffset(1), 0);
+  image.Erase(1024 + 2, 1024 + 4);  // nodes 17 to 32
+  std::string texts;
+  EXPECT_FILES(Repair(image, &texts), Tree(Wide().bytes()));
+  EXPECT_NE(texts.find("points table entry 1 at block "), std::string::npos) << texts;
+}
+
+TEST(RepairErased, bitmapFirstNodesAndRoot_keepsWhatZerosWouldKeep) {
+  Wide erased, zeros;
+  erased.Erase(1024, erased.BlockOffset(3));
+  for (std::uint64_t at = 1024; at < zeros.BlockOffset(3); ++at) zeros.Put8(at, 0);
+  const Files files = Tree(testimage::RepairedFromEveryStop(erased.bytes()));
+  EXPECT_FILES(files, Tree(testimage::Repaired(zeros.bytes())));
+  const Files was = Tree(Wide().bytes());
+  EXPECT_EQ(files.at("/LOST.FND/NODE0007/F12"), was.at("/FULL/F12"));
+  EXPECT_EQ(files.at("/LOST.FND/NODE0046/Q/R"), was.at("/P/Q/R"));
+}
+
+// ---- The first bytes lost: where the blocks lie must be made out from the rest -----------------------------------------
+
+// 40 directories of two files each. With the largest bitmap but a few bytes, so that no block begins at a round place.
+ImageBuilder Directories(std::uint32_t blockSize) {
+  ImageBuilder image(blockSize, 800);
+  for (int i = 0; i < 40; ++i) {
+    const std::uint16_t directory = image.AddDirectory(1, "D" + std::to_string(i));
+    image.AddFile(directory, "A", 100 + static_cast<std::uint32_t>(i));
+    image.AddFile(directory, "B", blockSize + static_cast<std::uint32_t>(i));
+  }
+  return image;
+}
+
+TEST(RepairFirstBytesLost, anyBlockSize_whatLiesBehindIsKept) {
+  for (const std::uint32_t blockSize : {1024u, 2048u, 4096u, 8192u}) {
+    for (const std::uint8_t fill : {std::uint8_t{0}, std::uint8_t{0xFF}}) {
+      for (const std::uint32_t count : {1824u, 4096u}) {  // up to the data area, and more
+        ImageBuilder image = Directories(blockSize);
+        const Files files = Tree(image.bytes());
+        std::fill_n(image.bytes().begin(), count, fill);
+        const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
+        ASSERT_TRUE(plan.possible) << blockSize;
+        EXPECT_EQ(plan.after.model.geometry.blockSize, blockSize);
+        EXPECT_EQ(plan.after.model.geometry.dataOffset, 1824u);
+        std::multiset<Bytes> left;
+        for (const auto& file : Tree(testimage::Repaired(image.bytes()))) left.insert(file.second);
+        // Bytes 1824 to 4095 hold the records of the first 36 nodes, or all of a smaller block.
+        const int lost = count == 4096 ? std::min(static_cast<int>(blockSize / 64), 36) : 0;
+        for (int i = 0; i < 40; ++i) {
+          const std::string path = "/D" + std::to_string(i);
+          if (2 + 3 * i <= lost) continue;
+          EXPECT_EQ(left.count(files.at(path + "/A")), 1u) << blockSize << path;
+          EXPECT_EQ(left.count(files.at(path + "/B")), 1u) << blockSize << path;
+        }
+      }
+    }
+  }
+}
+
+TEST(RepairFirstBytesLost, flatContainerOfDefaultSize_rootTellsTheLayout) {
+  ImageBuilder image(4096, 1024);
+  for (int i = 0; i < 50; ++i) image.AddFile(1, "F" + std::to_string(i), 10 + static_cast<std::uint32_t>(i));
+  const Files files = Tree(image.bytes());
+  std::fill_n(image.bytes().begin(), 4096, std::uint8_t{0});  // nodes 1 to 32 among it
+  const Files left = Tree(testimage::Repaired(image.bytes()));
+  EXPECT_EQ(left.size(), 1u + 19);
+  for (int i = 31; i < 50; ++i) EXPECT_EQ(left.at("/F" + std::to_string(i)), files.at("/F" + std::to_string(i)));
+}
+
+TEST(RepairFirstBytesLost, oneTraceOnly_isHopeless) {
+  ImageBuilder image(1024, 32);
+  image.AddDirectory(1, "D");  // block 3; the first two are gone
+  std::fill_n(image.bytes().begin(), image.BlockOffset(3), std::uint8_t{0});
+  EXPECT_FALSE(PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime).possible);
+}
+
+TEST(RepairFirstBytesLost, tracesThatContradictEachOther_areHopeless) {
+  ImageBuilder image = Directories(1024);
+  Bytes bytes(image.bytes().begin() + 8192, image.bytes().end());
+  for (std::size_t i = 2; i < 12; ++i) {  // each block 100 bytes further away from the one before than it was
+    bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(i * 8192), 100, std::uint8_t{0});
+  }
+  EXPECT_FALSE(PlanRepair(MemoryImage(bytes), testimage::kRepairTime).possible);
+}
+
+// ----------------------------------------------------------------------------------------------------------------------
+
+TEST(RepairErased, recordWithDataButNoName_isLinkedUnderLostFound) {
+  Wide image;
+  image.SetFree(2, true);  // A, the root's first entry
+  image.Put16(image.EntryOffset(1, 2), 0);
+  const Files files = Repair(image);
+  EXPECT_EQ(files.at("/LOST.FND/NODE0002"), Tree(Wide().bytes()).at("/A"));
+}
+
+TEST(RepairErased, deletedFilesRecord_staysFree) {
+  Wide image;
+  const std::uint16_t node = image.AddNode(0);  // its time stamp stays
+  image.SetFree(node, true);
+  image.AppendBlock();
+  std::string texts;
+  EXPECT_FILES(Repair(image, &texts), Tree(Wide().bytes()));
+  EXPECT_EQ(texts.find("notes in the bitmap"), std::string::npos) << texts;
+}
+
+TEST(RepairErased, freeRecordWithBlocksOfTheChain_staysFree) {
+  Wide image;
+  const std::uint16_t node = image.AddNode(0);
+  image.AppendToNode(node, Pattern(8, 8));
+  image.SetSize(node, 8);
+  image.SetFree(node, true);
+  image.SetChain({{image.MappedBlock(node, 0)}});
+  const Files files = Repair(image);
+  EXPECT_FILES(files, Tree(Wide().bytes()));
+}
+
+TEST(RepairErased, emptyDirectoryWithoutName_isNotBroughtBack) {
+  Wide image;
+  const std::uint16_t node = image.AddDirectory(1, "EMPTY");
+  image.SetSize(1, image.Size(1) - 32);
+  image.Put16(image.EntryOffset(1, image.Size(1) / 32), 0);
+  image.SetFree(node, true);
+  EXPECT_FILES(Repair(image), Tree(Wide().bytes()));
+}
+
 TEST(RepairRecords, attributesAndReservedBytes) {
   for (const std::uint16_t node : {std::uint16_t{1}, std::uint16_t{2}, std::uint16_t{5}}) {
     Small image;
@@ -241,6 +398,21 @@ TEST(RepairRoot, recordOverwritten_isMadeAnewFromItsBlock) {
   Small image;
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(1) + i, 0xAA);
   EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+}
+
+TEST(RepairRoot, recordAllZerosButItsNumber_getsTheTimeOfTheRepair) {
+  Small image;
+  for (std::uint32_t i = 6; i < 64; ++i) image.Put8(image.NodeOffset(1) + i, 0);
+  const Bytes after = testimage::RepairedFromEveryStop(image.bytes());
+  EXPECT_FILES(Tree(after), Tree(Small().bytes()));
+  EXPECT_EQ(Check(MemoryImage(after)).model.nodes[1].record.time.year, testimage::kRepairTime.year);
+}
+
+TEST(RepairRoot, nodesRegainedAroundIt_getsTheTimeOfTheRepair) {
+  Small image;
+  for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(1) + i, 0);
+  EXPECT_EQ(Check(MemoryImage(testimage::RepairedFromEveryStop(image.bytes()))).model.nodes[1].record.time.year,
+            testimage::kRepairTime.year);
 }
 
 TEST(RepairRoot, recordAndBlockOverwritten_filesAreLinkedUnderLostFound) {
