@@ -45,7 +45,8 @@ bool LoadText(std::string* text, std::FILE* file) {
 std::string ContainerName(int number) { return "model-" + std::to_string(number) + ".orba"; }
 
 std::string Print(const Call& call) {
-  const Form& form = kForms[static_cast<int>(call.op)];
+  const bool plain = call.op == Op::kFormat && call.y == 0;
+  const Form form = plain ? Form{"CreateVolume", "c"} : kForms[static_cast<int>(call.op)];
   const bool hasForms = form.arguments[0] == 'a' || call.op == Op::kGetCurrent || call.op == Op::kFindNext;
   std::string text = std::string("Orb") + form.name + (!hasForms ? "(" : call.wide ? "W(" : "A(");
   for (const char* letter = form.arguments; *letter != '\0'; ++letter) {

@@ -95,7 +95,8 @@ void Chooser::ChooseName(Call* c) {
       c->x = Pick<std::uint32_t>({3, 3, 3, 3, 1, 2, 0, 4, 0x10003});
       break;
     case Op::kFindFirst:
-      c->a = Below(2) == 0 ? Directory() + "/" : Directory() + "/" + Pick({"*", "*.TXT", "a*", "?", "*B", "A?", "."});
+      c->a = Directory() + "/";
+      if (Below(2) == 0) c->a += Pick({"*", "*.TXT", "a*", "?", "*B", "A?", "."});
       break;
     case Op::kMakeDirectory:
       c->a = Path(true);
@@ -177,7 +178,8 @@ std::string Chooser::Path(bool fresh) {
   if (!fresh && !paths.empty() && Below(6) != 0) {
     path = Pick(paths);
   } else {
-    path = Directory() + "/" + Name();
+    path = Directory() + "/";
+    path += Name();
   }
   if (Below(8) == 0) {
     for (char& c : path) c = static_cast<char>(std::tolower(c));
@@ -218,7 +220,9 @@ std::uint32_t Chooser::Size(std::uint32_t handle) {
   if (Below(30) == 0) return Pick<std::uint32_t>({0x80000000, 0xFFFFFFFF});
   const int node = handle >> 16 == 1 ? model_.NodeOf(handle) : 0;
   if (node != 0 && model_.VolumeOf(node).room < 1000 && Below(3) == 0) return Pick<std::uint32_t>({0x7FFFFFFF, kReach});
-  return Below(6) == 0 ? 0 : Length() + Below(2) * Length();
+  if (Below(6) == 0) return 0;
+  const std::uint32_t length = Length();
+  return Below(2) == 0 ? length : length + Length();
 }
 
 }  // namespace model

@@ -1,4 +1,5 @@
-// Chooses calls that meet something: mostly names, handles and sizes that the model has, and now and then anything.
+// Chooses calls that meet something: mostly names, handles and sizes that the model has, and now and then anything. The
+// random choices are made in a fixed order, so that a seed means the same calls whatever compiler built the program.
 #pragma once
 
 #include <cstdint>

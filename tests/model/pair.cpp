@@ -8,7 +8,7 @@
 #include <functional>
 
 #include "inspect/check.h"
-#include "tests/model/clock.h"
+#include "tests/model/host.h"
 
 namespace model {
 
@@ -125,9 +125,8 @@ void Pair::Perform(const Call& c) {
     case Op::kGetSize:
       return Compare(model_.GetSize(c.x), OrbGetFileSize(c.x));
     case Op::kFlush:
-      return Compare(model_.Flush(c.x), Bool(OrbFlushFileBuffers(c.x)));
     case Op::kClose:
-      return Compare(model_.Close(c.x), Bool(OrbCloseFile(c.x)));
+      return PerformFlush(c);
     case Op::kFindNext: {
       Found want;
       OrbFindDataA foundA;
@@ -155,6 +154,17 @@ void Pair::Perform(const Call& c) {
     default:
       return PerformPath(c);
   }
+}
+
+// Both make the volume durable.
+void Pair::PerformFlush(const Call& c) {
+  const std::uint64_t before = Syncs();
+  if (c.op == Op::kFlush) {
+    Compare(model_.Flush(c.x), Bool(OrbFlushFileBuffers(c.x)));
+  } else {
+    Compare(model_.Close(c.x), Bool(OrbCloseFile(c.x)));
+  }
+  Expect(Syncs() - before == last_.value, "made durable " + std::to_string(Syncs() - before) + " times");
 }
 
 void Pair::PerformVolume(const Call& c) {

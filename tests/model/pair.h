@@ -40,6 +40,7 @@ class Pair {
  private:
   void Perform(const Call& call);
   void PerformPath(const Call& call);
+  void PerformFlush(const Call& call);
   void PerformVolume(const Call& call);
   void PerformFindFirst(const Call& call);
   void PerformFullPath(const Call& call);
