@@ -63,10 +63,37 @@ void SetTime(const fs::path& path, const TimeStamp& time) {
       ignored);
 }
 
+// A directory of the host.
+class HostShelf : public Shelf {
+ public:
+  std::string MakeDirectory(const fs::path& path) override {
+    std::error_code error;
+    fs::create_directories(path, error);
+    return error ? path.string() + " cannot be made" : "";
+  }
+
+  std::string WriteFile(const fs::path& path, const TimeStamp& time, const Contents& contents) override {
+    std::error_code error;
+    if (fs::exists(path, error)) return path.string() + " is there already";
+    std::FILE* file = std::fopen(path.string().c_str(), "wb");
+    if (file == nullptr) return path.string() + " cannot be made";
+    bool written = true;
+    const bool whole = contents([&](const std::uint8_t* bytes, std::size_t count) {
+      written = std::fwrite(bytes, 1, count, file) == count;
+      return written;
+    });
+    written &= std::fclose(file) == 0;
+    SetTime(path, time);
+    if (!written) return path.string() + " cannot be written";
+    return whole ? "" : "blocks are missing";
+  }
+};
+
 // One recovery on its way.
 struct Copy {
   const Image& image;
   const Model& model;
+  Shelf* shelf;
   const std::function<void(const std::string&)>& step;
   Recovered* result;
   std::vector<std::pair<std::uint16_t, fs::path>> directories = {};  // still to be copied
@@ -87,37 +114,25 @@ fs::path Copy::PathFor(const std::string& name, const fs::path& directory, const
 }
 
 void Copy::CopyFile(const NodeInfo& node, const std::string& from, const fs::path& to) {
-  std::error_code error;
-  if (fs::exists(to, error)) {
-    result->failures.push_back(from + ": " + to.string() + " is there already");
-    return;
-  }
-  std::FILE* file = std::fopen(to.string().c_str(), "wb");
-  if (file == nullptr) {
-    result->failures.push_back(from + ": " + to.string() + " cannot be made");
-    return;
-  }
-  bool written = true;
-  const bool whole =
-      ReadContents(image, model.geometry, node.record, [&](const std::uint8_t* bytes, std::size_t count) {
-        written = std::fwrite(bytes, 1, count, file) == count;
-        result->bytes += written ? count : 0;
-        return written;
-      });
-  written &= std::fclose(file) == 0;
-  SetTime(to, node.record.time);
-  if (whole && written) {
+  const auto contents = [&](const std::function<bool(const std::uint8_t*, std::size_t)>& take) {
+    return ReadContents(image, model.geometry, node.record, [&](const std::uint8_t* bytes, std::size_t count) {
+      const bool taken = take(bytes, count);
+      result->bytes += taken ? count : 0;
+      return taken;
+    });
+  };
+  const std::string problem = shelf->WriteFile(to, node.record.time, contents);
+  if (problem.empty()) {
     ++result->files;
   } else {
-    result->failures.push_back(from + ": " + (written ? "blocks are missing" : to.string() + " cannot be written"));
+    result->failures.push_back(from + ": " + problem);
   }
 }
 
 void Copy::CopyDirectory(std::uint16_t number, const fs::path& path) {
-  std::error_code error;
-  fs::create_directories(path, error);
-  if (error) {
-    result->failures.push_back(PathOf(model, number) + ": " + path.string() + " cannot be made");
+  const std::string problem = shelf->MakeDirectory(path);
+  if (!problem.empty()) {
+    result->failures.push_back(PathOf(model, number) + ": " + problem);
     return;
   }
   if (number != kRootNode) ++result->directories;
@@ -143,6 +158,12 @@ void Copy::CopyDirectory(std::uint16_t number, const fs::path& path) {
 }  // namespace
 
 Recovered Recover(const Image& image, const fs::path& directory, const std::function<void(const std::string&)>& step) {
+  HostShelf shelf;
+  return Recover(image, directory, &shelf, step);
+}
+
+Recovered Recover(const Image& image, const fs::path& directory, Shelf* shelf,
+                  const std::function<void(const std::string&)>& step) {
   Recovered result;
   const ForgivingImage forgiving(image);
   const Plan plan = PlanRepair(forgiving, {1980, 1, 1, 0, 0, 0, 0});
@@ -156,7 +177,7 @@ Recovered Recover(const Image& image, const fs::path& directory, const std::func
     result.repairs.push_back(action.text);
     for (const Write& write : action.writes) repaired.Write(write.offset, write.bytes.data(), write.bytes.size());
   }
-  Copy copy = {repaired, plan.after.model, step, &result};
+  Copy copy = {repaired, plan.after.model, shelf, step, &result};
   copy.directories.emplace_back(kRootNode, directory);
   while (!copy.directories.empty()) {
     const auto [number, path] = copy.directories.back();

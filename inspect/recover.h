@@ -25,8 +25,25 @@ struct Recovered {
   std::uint64_t unreadable = 0;  // ranges that the host could not read; the copies have zeros there
 };
 
-// Copies into `directory`, which is made when it is missing; files that are there already are not overwritten but reported
-// as failures. `step`, where given, is called with each path before it is copied.
+// Where copies go. Each call answers with an empty text, or with what went wrong.
+class Shelf {
+ public:
+  // Hands the contents of a file to `take`, piece by piece, until `take` returns false. False when they are not whole.
+  using Contents = std::function<bool(const std::function<bool(const std::uint8_t*, std::size_t)>& take)>;
+
+  virtual ~Shelf() = default;
+
+  // One that is there is fine.
+  virtual std::string MakeDirectory(const std::filesystem::path& path) = 0;
+  virtual std::string WriteFile(const std::filesystem::path& path, const TimeStamp& time, const Contents& contents) = 0;
+};
+
+// Copies into `directory` of the shelf. `step`, where given, is called with each path before it is copied.
+Recovered Recover(const Image& image, const std::filesystem::path& directory, Shelf* shelf,
+                  const std::function<void(const std::string&)>& step = nullptr);
+
+// Copies into a directory of the host, which is made when it is missing; files that are there already are not overwritten
+// but reported as failures.
 Recovered Recover(const Image& image, const std::filesystem::path& directory,
                   const std::function<void(const std::string&)>& step = nullptr);
 

@@ -411,8 +411,11 @@ class RecoverTest(DamageTest):
     def test_recover_says_what_it_set_right_and_finds_what_lost_its_name(self):
         self.lose_logs()
         before = self.read("card.orb")
-        out = self.ok("recover", "card.orb", "out")
-        self.assertIn("set right in the copies: ", out)
+        result = self.orba("recover", "card.orb", "out")
+        self.assertEqual((result.status, result.err), (4, ""))
+        self.assertIn("set right in the copies: ", result.out)
+        self.assertTrue(result.out.endswith("the container is damaged, and more may have been there; "
+                                            "see the damage with: orba check card.orb\n"), result.out)
         texts = [contents for name, contents in self.contents("out").items() if name.startswith("LOST.FND/")]
         self.assertIn(b"one" * 2000, texts)
         self.assertEqual(self.read("card.orb"), before)
@@ -421,8 +424,61 @@ class RecoverTest(DamageTest):
         self.write("out/X", b"mine")
         result = self.orba("recover", "card.orb", "out")
         self.assertEqual(result.status, 1)
-        self.assertIn("orba: cannot recover /X: out/X is there already\n", result.err)
+        self.assertEqual(result.err, "orba: cannot write out/X: File exists (EEXIST, 17)\n"
+                                     "      recover into another folder, or use --force to overwrite it, --no-clobber to "
+                                     "leave it alone\n")
         self.assertEqual(self.contents("out"), {"LOGS": None, "LOGS/DAY1.TXT": b"one" * 2000, "X": b"mine"})
+
+    def test_recover_force_overwrites_and_no_clobber_leaves_alone(self):
+        self.write("out/X", b"mine")
+        self.assertEqual(self.ok("recover", "-n", "card.orb", "out"),
+                         "1 file with 6000 bytes and 1 directory copied to out; 1 file left alone\n")
+        self.assertEqual(self.read("out/X"), b"mine")
+        self.write("out/LOGS/DAY1.TXT", b"mine")
+        self.assertEqual(self.ok("recover", "-f", "card.orb", "out"),
+                         "2 files with 6001 bytes and 1 directory copied to out\n")
+        self.assertEqual(self.contents("out"), {"LOGS": None, "LOGS/DAY1.TXT": b"one" * 2000, "X": b"x"})
+        self.fails(16, "recover", "-n", "-f", "card.orb", "out")
+
+    def test_recover_of_damage_exits_4_and_1_where_something_could_not_be_copied(self):
+        self.cut_first_block(4)
+        self.assertEqual(self.orba("recover", "-q", "card.orb", "out").status, 4)
+        self.assertEqual(self.orba("recover", "-q", "card.orb", "out").status, 1)
+        self.assertEqual(self.orba("recover", "-qn", "card.orb", "out").status, 4)
+
+    def test_recover_onto_a_full_disk_leaves_no_half_file_and_is_taken_up_again(self):
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (5000, 5000))
+
+        result = self.orba("recover", "card.orb", "out", preexec_fn=limit)
+        self.assertEqual((result.status, result.err),
+                         (1, "orba: cannot write out/LOGS/DAY1.TXT: File too large (EFBIG, 27)\n"
+                             "      raise the limit for the size of files (ulimit -f), or use another disk\n"))
+        self.assertEqual(self.contents("out"), {"LOGS": None, "X": b"x"})
+        self.ok("recover", "-n", "card.orb", "out")
+        self.assertEqual(self.contents("out"), {"LOGS": None, "LOGS/DAY1.TXT": b"one" * 2000, "X": b"x"})
+
+    def test_recover_does_not_follow_links_out_of_its_folder(self):
+        self.write("elsewhere/file", b"mine")
+        self.path("out").mkdir()
+        self.path("out/LOGS").symlink_to("../elsewhere")
+        self.path("out/X").symlink_to("nowhere")
+        for options in ([], ["-f"]):
+            result = self.orba("recover", *options, "card.orb", "out")
+            self.assertEqual(result.status, 1)
+            self.assertIn("cannot make the directory out/LOGS: File exists (EEXIST, 17)", result.err)
+            self.assertIn("cannot write out/X: No such file or directory (ENOENT, 2)\n"
+                          "      it is a symbolic link that leads nowhere", result.err)
+        self.assertEqual(self.host_names("elsewhere"), ["file"])
+        self.assertEqual(self.host_names("out"), ["LOGS", "X"])
+
+    def test_recover_never_overwrites_its_container(self):
+        before = self.read("card.orb")
+        os.link(self.path("card.orb"), self.path("X"))
+        result = self.orba("recover", "-f", "card.orb", ".")
+        self.assertEqual(result.status, 1)
+        self.assertIn("cannot write ./X: it is the container itself", result.err)
+        self.assertEqual(self.read("card.orb"), before)
 
     def test_recover_to_where_nothing_can_be_made_says_so(self):
         self.write("taken")

@@ -47,7 +47,9 @@ constexpr Topic kTopics[] = {
      true},
     {"Exit status",
      "0 done, 1 something failed, 16 wrong usage. check and repair end as fsck does: 0 clean, 1 repaired, 4 damage "
-     "is left, 8 could not work, 16 wrong usage.",
+     "is left, 8 could not work, 16 wrong usage. recover: 0 all copied, 4 all that can be read copied but there is "
+     "damage, "
+     "1 something not copied.",
      true},
     {"Safety",
      "While the tool works on a container no other program can open it. A container whose update was interrupted is "
@@ -59,7 +61,8 @@ constexpr Topic kTopics[] = {
      "everything that changes a container must be able to write to it.",
      false},
     {"Environment",
-     "NO_COLOR, when set, keeps colours away. COLUMNS is the line's width where the terminal does not tell. Colours, "
+     "NO_COLOR, when set, keeps colours away, and so does TERM=dumb. COLUMNS is the line's width where the terminal "
+     "does not tell. Colours, "
      "columns and progress appear on a terminal only. TMPDIR is where passing copies lie, /tmp if it is not set.",
      false},
 };

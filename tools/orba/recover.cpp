@@ -6,9 +6,11 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <cerrno>
 #include <filesystem>
 #include <memory>
 #include <system_error>
+#include <vector>
 
 #include "inspect/check.h"
 #include "orba.h"
@@ -29,31 +31,129 @@ namespace {
 struct RecoverOptions {
   std::string container;
   std::string directory;
+  bool force = false;
+  bool noClobber = false;
   bool verbose = false;
   bool quiet = false;
 };
 
-void PrintRecovered(const RecoverOptions& options, const inspect::Recovered& recovered) {
+// A folder of the host, written to as get does.
+class Folder : public inspect::Shelf {
+ public:
+  Folder(const RecoverOptions& options, const std::string& container) : options_(options), container_(container) {}
+
+  std::string MakeDirectory(const std::filesystem::path& path) override {
+    return Try([&] {
+      // What already stands in the folder may be a link that leads out of it.
+      const bool link = path != options_.directory && std::filesystem::is_symlink(path);
+      if (link) throw HostFailure("cannot make the directory " + path.string(), EEXIST, "remove the link of this name");
+      MakeHostDirectory(path.string());
+      return true;
+    });
+  }
+
+  std::string WriteFile(const std::filesystem::path& path, const TimeStamp& time, const Contents& contents) override {
+    return Try([&] { return Write(path.string(), time, contents); });
+  }
+
+  const std::vector<Failure>& failures() const { return failures_; }
+  std::uint32_t skipped() const { return skipped_; }    // left alone, for they are there already
+  std::uint32_t notTried() const { return notTried_; }  // after the host took no more
+
+ private:
+  // Does `work`, which returns false for a file that is not whole.
+  template <typename Work>
+  std::string Try(const Work& work) {
+    if (!failures_.empty() && failures_.back().IsFinal()) {
+      ++notTried_;
+      return "it was not tried";
+    }
+    try {
+      return work() ? "" : "blocks are missing";
+    } catch (const Failure& failure) {
+      failures_.push_back(failure);
+      return failure.what();
+    }
+  }
+
+  bool Write(const std::string& path, const TimeStamp& time, const Contents& contents) {
+    if (HostFileExists(path)) {
+      if (options_.noClobber) {
+        ++skipped_;
+        return true;
+      }
+      if (IsSameHostFile(path, container_)) {
+        throw Failure("cannot write " + path, "it is the container itself", "recover into another folder");
+      }
+      PlaceToWrite(path);
+      if (!options_.force) {
+        throw HostFailure(
+            "cannot write " + path, EEXIST,
+            "recover into another folder, or use --force to overwrite it, --no-clobber to leave it alone");
+      }
+    }
+    NewHostFile file(path);
+    const bool whole = contents([&](const std::uint8_t* bytes, std::size_t count) {
+      CheckInterrupt();
+      file.Write(bytes, count);
+      return true;
+    });
+    file.Publish({time.year, time.month, time.day, time.hour, time.minute, time.second, 0}, options_.force);
+    if (!whole) {
+      failures_.emplace_back("cannot recover all of " + path, "blocks of it are missing in the container",
+                             "the copy holds what comes before them");
+    }
+    return whole;
+  }
+
+  const RecoverOptions& options_;
+  const std::string& container_;
+  std::vector<Failure> failures_;
+  std::uint32_t skipped_ = 0;
+  std::uint32_t notTried_ = 0;
+};
+
+void PrintRecovered(const RecoverOptions& options, const inspect::Recovered& recovered, const Folder& folder) {
   std::string repairs;
   for (const std::string& repair : recovered.repairs) repairs += "set right in the copies: " + repair + "\n";
   std::string renames;
   for (const std::string& renamed : recovered.renamed) renames += "renamed: " + renamed + "\n";
+  const std::string skipped =
+      folder.skipped() == 0 ? "" : "; " + inspect::Counted(folder.skipped(), "file") + " left alone";
   SayAfterwards(ShortList(repairs, options.verbose) + ShortList(renames, options.verbose) +
-                inspect::Counted(recovered.files, "file") + " with " + inspect::Counted(recovered.bytes, "byte") +
-                " and " + inspect::Counted(recovered.directories, "directory", "directories") + " copied to " +
-                Visible(options.directory) + "\n");
+                inspect::Counted(recovered.files - folder.skipped(), "file") + " with " +
+                inspect::Counted(recovered.bytes, "byte") + " and " +
+                inspect::Counted(recovered.directories, "directory", "directories") + " copied to " +
+                Visible(options.directory) + skipped + "\n");
+}
+
+// What could not be copied. True when there is anything.
+bool ReportLosses(const std::string& container, const inspect::Recovered& recovered, const Folder& folder) {
+  ReportAll(folder.failures());
+  if (folder.notTried() > 0) {
+    Report(Failure(
+        "cannot recover " + inspect::Counted(folder.notTried(), "more file or directory", "more files and directories"),
+        "the host takes nothing more", "then go on with: orba recover --no-clobber"));
+  }
+  if (recovered.unreadable > 0) {
+    Report(Failure("cannot read " + inspect::Counted(recovered.unreadable, "place") + " of " + container,
+                   "the host could not read it (" + CodeText(ORB_ERROR_READ) + ")",
+                   "the copies have zeros there; try again from a copy of the disk"));
+  }
+  return !folder.failures().empty() || recovered.unreadable > 0;
 }
 
 int RunRecover(const RecoverOptions& options) {
   const RawContainer container(ParseContainer(options.container));
-  const std::string what = "cannot recover " + container.path();
-  Progress progress("recover", inspect::Check(container.image()).totals.files * Progress::kFile, options.quiet);
+  const inspect::Report report = inspect::Check(container.image());
+  Progress progress("recover", report.totals.files * Progress::kFile, options.quiet);
   const bool isNew = !HostFileExists(options.directory);
   std::error_code error;
   std::filesystem::create_directories(options.directory, error);
   if (error) throw HostFailure("cannot make the directory " + options.directory, error.value());
+  Folder folder(options, container.path());
   const inspect::Recovered recovered =
-      Recover(container.image(), options.directory, [&progress](const std::string& path) {
+      Recover(container.image(), options.directory, &folder, [&progress](const std::string& path) {
         CheckInterrupt();
         progress.SetItem(path);
         progress.Advance(Progress::kFile);
@@ -62,25 +162,25 @@ int RunRecover(const RecoverOptions& options) {
   if (!recovered.possible) {
     if (isNew) rmdir(options.directory.c_str());
     const std::string why = recovered.failures.empty() ? "nothing can be made out" : recovered.failures[0];
-    throw Failure(what, why + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+    throw Failure("cannot recover " + container.path(), why + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
                   "see what it holds with: orba dump " + ShellWord(container.path()) + " bytes 0",
                   ORB_ERROR_DAMAGED_VOLUME);
   }
-  if (!options.quiet) PrintRecovered(options, recovered);
-  std::vector<Failure> failures;
-  for (const std::string& failure : recovered.failures) {
-    failures.emplace_back("cannot recover " + failure, "", "the copy is missing or incomplete");
+  if (!options.quiet) PrintRecovered(options, recovered, folder);
+  if (ReportLosses(container.path(), recovered, folder)) return kFailed;
+  if (report.IsClean()) return kSuccess;
+  if (!options.quiet) {
+    SayAfterwards("the container is damaged, and more may have been there; see the damage with: orba check " +
+                  ShellWord(container.path()) + "\n");
   }
-  ReportAll(failures);
-  if (recovered.unreadable > 0) {
-    Report(Failure("cannot read " + std::to_string(recovered.unreadable) + " places of " + container.path(), "",
-                   "the copies have zeros there; try again from a copy of the disk"));
-  }
-  return recovered.failures.empty() && recovered.unreadable == 0 ? kSuccess : kFailed;
+  return kDamageLeft;
 }
 
 Run DefineRecover(CLI::App* app) {
   auto options = std::make_shared<RecoverOptions>();
+  CLI::Option* const force = app->add_flag("-f,--force", options->force, "overwrite files that are there");
+  app->add_flag("-n,--no-clobber", options->noClobber, "leave files alone that are there, and copy the others")
+      ->excludes(force);
   app->add_flag("-v,--verbose", options->verbose, "all of what was set right, not the first 40 lines");
   app->add_flag("-q,--quiet", options->quiet, "print errors alone");
   app->add_option("container", options->container, "the container")->required();
@@ -96,7 +196,12 @@ const Command kRecoverCommand = {
     "CONTAINER DIRECTORY",
     "copy everything readable out of a damaged container",
     "Copies what repair would leave, with names and directories as far as they survive, and touches nothing in the "
-    "container. What has no name left goes under LOST.FND. Files that are there already are not overwritten.",
+    "container. What has no name left goes under LOST.FND. Files that are there already are only overwritten with "
+    "--force, and left alone with --no-clobber, which takes up an interrupted recover again. Each file is written "
+    "under a passing name and renamed when it is whole.\n\n"
+    "Exits with 0 when the container is sound (the update mark alone is no damage) and all was copied, 4 when all "
+    "that can be read was copied but check finds damage, so that more may have been there, 1 when something could "
+    "not be copied.",
     "orba recover card.orb rescued",
     DefineRecover,
 };
