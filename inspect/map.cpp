@@ -114,12 +114,16 @@ std::array<std::uint32_t, kShades> CountShades(const Model& model) {
   return counts;
 }
 
-std::string CellText(const Cell& cell, bool colour) {
-  const bool other = cell.shade == Shade::kFile && cell.other;
-  const char sign = other ? kOtherFile : InfoOf(cell.shade).cell;
-  if (!colour) return std::string(1, sign);
-  return std::string("\x1b[") + (other ? kOtherFileAnsi : InfoOf(cell.shade).ansi) + "m" + sign + "\x1b[0m";
+bool IsOther(const Cell& cell) { return cell.shade == Shade::kFile && cell.other; }
+
+// A run of `count` cells that look the same.
+std::string CellText(const Cell& cell, std::size_t count, bool colour) {
+  std::string signs(count, IsOther(cell) ? kOtherFile : InfoOf(cell.shade).cell);
+  if (!colour) return signs;
+  return std::string("\x1b[") + (IsOther(cell) ? kOtherFileAnsi : InfoOf(cell.shade).ansi) + "m" + signs + "\x1b[0m";
 }
+
+const char* FillOf(const Cell& cell) { return IsOther(cell) ? kOtherFileFill : InfoOf(cell.shade).fill; }
 
 std::string Summary(const Report& report, const Grid& grid) {
   const Geometry& geometry = report.model.geometry;
@@ -149,7 +153,60 @@ std::string Rectangle(std::uint32_t x, std::uint32_t y, std::uint32_t width, std
          to_string(height) + "\" fill=\"" + fill + "\"><title>" + Escaped(title) + "</title></rect>\n";
 }
 
-bool SameRun(const Cell& a, const Cell& b) { return a.shade == b.shade && a.other == b.other && a.node == b.node; }
+bool LooksSame(const Cell& a, const Cell& b) { return a.shade == b.shade && IsOther(a) == IsOther(b); }
+bool IsSameOwners(const Cell& a, const Cell& b) { return LooksSame(a, b) && a.node == b.node; }
+
+// One past the last cell of the row that is the `same` as the one at `at`.
+std::size_t EndOfRun(const Grid& grid, std::size_t at, std::size_t columns, bool (*same)(const Cell&, const Cell&)) {
+  std::size_t end = at + 1;
+  while (end < grid.cells.size() && end % columns != 0 && same(grid.cells[end], grid.cells[at])) ++end;
+  return end;
+}
+
+std::string SvgText(std::uint32_t x, std::uint32_t y, const std::string& attributes, const std::string& text) {
+  return "<text x=\"" + to_string(x) + "\" y=\"" + to_string(y) + "\"" + attributes + ">" + Escaped(text) + "</text>\n";
+}
+
+// Where the parts of the SVG picture lie.
+constexpr std::uint32_t kColumns = 128, kRows = 256, kSize = 8, kMargin = 16, kLabel = 48, kHead = 80;
+
+// A swatch and a count for each use; files have two swatches, for the colour changes from one file to the next.
+std::string SvgLegend(const Model& model) {
+  const auto counts = CountShades(model);
+  std::string text;
+  std::uint32_t x = kMargin + kLabel;
+  for (std::size_t i = 0; i < kShades; ++i) {
+    const std::string label = std::string(kShadeInfo[i].name) + " " + to_string(counts[i]);
+    text += Rectangle(x, 52, 12, 12, kShadeInfo[i].fill, label);
+    if (static_cast<Shade>(i) == Shade::kFile) text += Rectangle(x += 12, 52, 12, 12, kOtherFileFill, label);
+    text += SvgText(x + 16, 62, "", label);
+    x += 32 + 7 * static_cast<std::uint32_t>(label.size());
+  }
+  return text;
+}
+
+std::string SvgCells(const Model& model, const Grid& grid) {
+  std::string text;
+  for (std::size_t at = 0; at < grid.cells.size();) {
+    const Cell& cell = grid.cells[at];
+    const std::size_t end = EndOfRun(grid, at, kColumns, IsSameOwners);
+    const auto count = static_cast<std::uint32_t>(end - at);
+    const auto column = static_cast<std::uint32_t>(at % kColumns);
+    const std::uint32_t y = kHead + static_cast<std::uint32_t>(at / kColumns) * kSize;
+    const std::uint32_t last = std::min(model.geometry.blocks, cell.first + count * grid.blocksPerCell - 1);
+    std::string title = "block" + (last == cell.first ? " " + to_string(last)
+                                                      : "s " + to_string(cell.first) + " to " + to_string(last));
+    title += std::string(": ") + InfoOf(cell.shade).name;
+    if (cell.node != 0) title += ", " + PathOf(model, cell.node);
+    if (column == 0) {
+      text +=
+          SvgText(kMargin + kLabel - 4, y + kSize - 1, " font-size=\"8\" text-anchor=\"end\"", to_string(cell.first));
+    }
+    text += Rectangle(kMargin + kLabel + column * kSize, y, count * kSize, kSize - 1, FillOf(cell), title);
+    at = end;
+  }
+  return text;
+}
 
 }  // namespace
 
@@ -159,19 +216,22 @@ std::string DrawMap(const Report& report, const MapStyle& style) {
   const std::uint32_t columns = std::max<std::uint32_t>(1, style.columns);
   const Grid grid = MakeGrid(model, columns, style.rows);
   std::string text = Summary(report, grid) + "\n";
-  for (std::size_t at = 0; at < grid.cells.size(); ++at) {
+  for (std::size_t at = 0; at < grid.cells.size();) {
+    const Cell& cell = grid.cells[at];
     char label[16];
-    std::snprintf(label, sizeof label, "%8u ", grid.cells[at].first);
+    std::snprintf(label, sizeof label, "%8u ", cell.first);
     if (at % columns == 0) text += label;
-    text += CellText(grid.cells[at], style.colour);
-    if (at % columns == columns - 1 || at + 1 == grid.cells.size()) text += "\n";
+    const std::size_t end = EndOfRun(grid, at, columns, LooksSame);
+    text += CellText(cell, end - at, style.colour);
+    if (end % columns == 0 || end == grid.cells.size()) text += "\n";
+    at = end;
   }
   const auto counts = CountShades(model);
   for (std::size_t i = 0; i < kShades; ++i) {
     Cell cell;
     cell.shade = static_cast<Shade>(i);
     if (counts[i] > 0) {
-      text += CellText(cell, style.colour) + " " + kShadeInfo[i].name + " " + to_string(counts[i]) + "  ";
+      text += CellText(cell, 1, style.colour) + " " + kShadeInfo[i].name + " " + to_string(counts[i]) + "  ";
     }
   }
   if (text.back() != ' ') return text;
@@ -179,40 +239,23 @@ std::string DrawMap(const Report& report, const MapStyle& style) {
   return text + "\n";
 }
 
-std::string DrawSvg(const Report& report) {
-  constexpr std::uint32_t kColumns = 128, kRows = 256, kSize = 8, kMargin = 16, kHead = 64;
+std::string DrawSvg(const Report& report, const std::string& name) {
   const Model& model = report.model;
   const Grid grid = model.blocks.empty() ? Grid{} : MakeGrid(model, kColumns, kRows);
   const auto rows = static_cast<std::uint32_t>((grid.cells.size() + kColumns - 1) / kColumns);
-  const std::uint32_t width = 2 * kMargin + kColumns * kSize;
-  const std::uint32_t height = kHead + rows * kSize + kMargin;
-  std::string text = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + to_string(width) + "\" height=\"" +
-                     to_string(height) + "\" font-family=\"sans-serif\" font-size=\"12\">\n";
-  text += Rectangle(0, 0, width, height, "#ffffff", "");
-  text += "<text x=\"" + to_string(kMargin) + "\" y=\"24\">" + Escaped(Summary(report, grid)) + "</text>\n";
-  const auto counts = CountShades(model);
-  std::uint32_t x = kMargin;
-  for (std::size_t i = 0; i < kShades; ++i) {
-    const std::string label = std::string(kShadeInfo[i].name) + " " + to_string(counts[i]);
-    text += Rectangle(x, 36, 12, 12, kShadeInfo[i].fill, label);
-    text += "<text x=\"" + to_string(x + 16) + "\" y=\"46\">" + label + "</text>\n";
-    x += 32 + 7 * static_cast<std::uint32_t>(label.size());
+  const std::string width = to_string(2 * kMargin + kLabel + kColumns * kSize);
+  const std::string height = to_string(kHead + rows * kSize + kMargin);
+  const std::string heading = (name.empty() ? "" : name + ": ") + Summary(report, grid);
+  std::string text = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + width + "\" height=\"" + height +
+                     "\" viewBox=\"0 0 " + width + " " + height + "\" font-family=\"sans-serif\" font-size=\"12\">\n";
+  text += "<title>" + Escaped(name.empty() ? "container" : name) + "</title>\n";
+  text += "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
+  text += SvgText(kMargin + kLabel, 24, "", heading);
+  if (grid.blocksPerCell > 1) {
+    text += SvgText(kMargin + kLabel, 42, " font-size=\"10\"",
+                    "A cell shows what most of its blocks are, but leaks and double use in any case.");
   }
-  for (std::size_t at = 0; at < grid.cells.size();) {
-    const Cell& cell = grid.cells[at];
-    std::size_t end = at + 1;
-    while (end < grid.cells.size() && end % kColumns != 0 && SameRun(grid.cells[end], cell)) ++end;
-    const auto count = static_cast<std::uint32_t>(end - at);
-    const std::uint32_t last = std::min(model.geometry.blocks, cell.first + count * grid.blocksPerCell - 1);
-    std::string title = "blocks " + to_string(cell.first) + " to " + to_string(last) + ": " + InfoOf(cell.shade).name;
-    if (cell.node != 0) title += ", " + PathOf(model, cell.node);
-    const bool other = cell.shade == Shade::kFile && cell.other;
-    text += Rectangle(kMargin + static_cast<std::uint32_t>(at % kColumns) * kSize,
-                      kHead + static_cast<std::uint32_t>(at / kColumns) * kSize, count * kSize, kSize - 1,
-                      other ? kOtherFileFill : InfoOf(cell.shade).fill, title);
-    at = end;
-  }
-  return text + "</svg>\n";
+  return text + SvgLegend(model) + SvgCells(model, grid) + "</svg>\n";
 }
 
 }  // namespace orba::inspect

@@ -62,16 +62,28 @@ class ListTest(ToolTest):
                          "(ORB_ERROR_FILE_NOT_FOUND, 0x30000013)\n"
                          "      check the name, or make a container with: orba format none.orb\n")
 
-    def test_ls_of_what_is_no_container_points_to_check_and_repair(self):
+    def test_ls_of_a_container_written_as_a_folder_tells_its_root(self):
+        self.path("co:").mkdir()
+        self.ok("format", "co:/lon.orb")
+        message = self.fails(1, "ls", "co:/lon.orb")
+        self.assertIn("cannot open co: there is no such container (ORB_ERROR_FILE_NOT_FOUND, 0x30000013)\n"
+                      "      the root of the container co:/lon.orb is co:/lon.orb:/\n", message)
+        self.assertEqual(self.ok("ls", "co:/lon.orb:/"), "")
+        message = self.fails(1, "ls", "card.orb/")
+        self.assertIn("cannot open card.orb/: a folder on the way to it is missing, or is no folder "
+                      "(ORB_ERROR_PATH_NOT_FOUND, 0x30000014)\n      the root of that container is card.orb:/\n", message)
+        self.assertNotIn("mkdir", self.fails(1, "ls", "none/card.orb"))
+
+    def test_ls_of_what_is_no_container_points_to_check_alone(self):
         self.write("text.txt", b"no container " * 1000)
         message = self.fails(1, "ls", "text.txt")
         self.assertIn("cannot open text.txt: it is no container, or its header is damaged "
                       "(ORB_ERROR_DAMAGED_VOLUME, 0x3000000A)", message)
         self.assertIn("orba check text.txt", message)
-        self.assertIn("orba repair text.txt", message)
+        self.assertNotIn("orba repair", message)
 
     def test_ls_of_what_is_no_ordinary_file_says_so(self):
-        self.assertIn("cannot open .: it is no ordinary file (ORB_ERROR_ACCESS_DENIED, 0x30000019)",
+        self.assertIn("cannot open .: it is no ordinary file but a directory (ORB_ERROR_ACCESS_DENIED, 0x30000019)",
                       self.fails(1, "ls", "."))
 
     def test_ls_of_another_version_points_to_the_header(self):
@@ -86,6 +98,7 @@ class ListTest(ToolTest):
         # The entry MAY of LOGS (node 3) now leads to LOGS (node 2).
         self.patch("card.orb", contents.index(b"\x03\x00MAY\0"), b"\x02\x00")
         result = self.orba("ls", "-R", "card.orb")
+        self.assertIn("cannot list card.orb:...", result.err)
         self.assertEqual(result.status, 1)
         self.assertIn("directories contain each other", result.err)
         self.assertIn("ORB_ERROR_DAMAGED_RECORD, 0x3000000B", result.err)
@@ -324,7 +337,19 @@ class FormatTest(ToolTest):
         for size, nodes in ((1024, 3584), (2048, 7168), (4096, 14336), (8192, 28672)):
             self.ok("format", "-b", size, "-n", nodes, f"{size}.orb")
             self.assertIn(f"nodes             {nodes}, {nodes - 1} of them free\n", self.ok("info", f"{size}.orb"))
-            self.assertIn(f"hold at most {nodes} files", self.fails(16, "format", "-b", size, "-n", nodes + 1, "x"))
+            for wrong in (0, nodes + 1, 70000):
+                self.assertIn(f"with blocks of {size} bytes a container holds 1 to {nodes} files and directories, "
+                              f"not {wrong}\n", self.fails(16, "format", "-b", size, "-n", wrong, "x"))
+
+    def test_format_rounds_nodes_up_to_eights_as_the_help_says(self):
+        self.ok("format", "-n", "1", "one.orb")
+        self.write("x", b"x")
+        self.ok("put", "x", "one.orb")
+        info = self.ok("info", "one.orb")
+        self.assertIn("nodes             8, 6 of them free\n", info)
+        self.assertIn("files             1 with 1 byte\n", info)
+        self.assertIn("at least, the root included; rounded up to a multiple of 8",
+                      " ".join(self.ok("format", "--help").split()))
 
     def test_format_overwrites_nothing(self):
         self.write("mine", b"mine")

@@ -67,9 +67,20 @@ class DumpTest(PictureTest):
         self.assertEqual(self.dump("bytes", str(size - 4), "1000").count("\n"), 1)
 
     def test_dump_of_what_is_not_there_fails(self):
-        for arguments in (["node", "201"], ["node", "70000"], ["node", "/NONE"], ["node", "/X/Y"], ["block", "0"],
-                          ["block", "100000"], ["directory", "/LOGS/NONE"], ["bytes", "0x7fffffff"]):
-            self.assertIn("card.orb does not hold it", self.fails(1, "dump", "card.orb", *arguments))
+        size = len(self.read("card.orb"))
+        for arguments, what, why in (
+                (["node", "201"], "node 201", "its nodes have the numbers 1 to 200"),
+                (["node", "70000"], "node 70000", "its nodes have the numbers 1 to 200"),
+                (["node", "100"], "node 100", "no block holds it: it is free"),
+                (["node", "/NONE"], "/NONE", "there is no such file or directory"),
+                (["node", "/X/Y"], "/X/Y", "there is no such file or directory"),
+                (["directory", "/LOGS/NONE"], "/LOGS/NONE", "there is no such file or directory"),
+                (["block", "0"], "block 0", "its blocks have the numbers 1 to 14"),
+                (["block", "100000"], "block 100000", "its blocks have the numbers 1 to 14"),
+                (["bytes", "0x7fffffff"], "byte 0x7fffffff", f"it has {size} bytes")):
+            self.assertEqual(self.fails(1, "dump", "card.orb", *arguments),
+                             f"orba: cannot dump {what} of card.orb: {why}\n"
+                             "      see what there is with: orba info card.orb\n")
 
     def test_dump_with_wrong_operands_is_usage(self):
         for arguments in (["node"], ["block"], ["bytes"], ["node", "x"], ["node", "-1"], ["header", "1"],
@@ -81,8 +92,11 @@ class DumpTest(PictureTest):
         self.assertIn("marked as being updated", self.dump())
         self.write("text.txt", b"no container")
         self.assertIn("no container", self.ok("dump", "text.txt", "bytes", "0"))
-        for part in ("header", "table", "bitmap", "node 1", "directory", "block 1"):
-            self.assertIn("text.txt does not hold it", self.fails(1, "dump", "text.txt", *part.split()))
+        for part, why in (("header", "it has 12 bytes"), ("table", "its layout cannot be made out"),
+                          ("bitmap", "its layout cannot be made out"), ("node 1", "its layout cannot be made out"),
+                          ("directory", "there is no such file or directory"),
+                          ("block 1", "it has no blocks, or its layout cannot be made out")):
+            self.assertIn(f" of text.txt: {why}\n", self.fails(1, "dump", "text.txt", *part.split()))
 
     def test_dump_of_a_file_as_a_directory_fails(self):
         message = self.fails(1, "dump", "card.orb", "directory", "/X")
@@ -110,8 +124,10 @@ class MapTest(PictureTest):
 
     def test_map_is_coloured_on_a_terminal_and_fits_it(self):
         shown = self.on_terminal("map", "card.orb")
-        self.assertIn("\x1b[35mN\x1b[0m\x1b[33mD\x1b[0m", shown.out)
-        self.assertNotIn("\x1b", self.on_terminal("map", "card.orb", environment={"NO_COLOR": "1"}).out)
+        self.assertIn("\x1b[35mN\x1b[0m\x1b[33mDD\x1b[0m\x1b[90m...\x1b[0m\x1b[34m#######\x1b[0m\x1b[36mM\x1b[0m\n",
+                      shown.out)
+        for plain in ({"NO_COLOR": "1"}, {"TERM": "dumb"}):
+            self.assertNotIn("\x1b", self.on_terminal("map", "card.orb", environment=plain).out)
         self.write("big", bytes(1 << 20))
         self.ok("put", "big", "card.orb")
         for columns in (80, 40):
@@ -131,10 +147,37 @@ class MapTest(PictureTest):
         self.assertEqual(self.ok("map", "--svg", "card.svg", "card.orb"), "")
         picture = xml.etree.ElementTree.parse(self.path("card.svg")).getroot()
         self.assertEqual(picture.tag, SVG + "svg")
-        titles = " ".join(title.text or "" for title in picture.iter(SVG + "title"))
-        self.assertIn("/X", titles)
-        self.assertIn("/LOGS", titles)
+        self.assertEqual(picture.get("viewBox"), f"0 0 {picture.get('width')} {picture.get('height')}")
+        self.assertEqual(picture.find(SVG + "title").text, "card.orb")
+        titles = [title.text for title in picture.iter(SVG + "title")]
+        self.assertIn("block 1: nodes", titles)
+        self.assertIn("block 3: directories, /LOGS", titles)
+        self.assertIn("blocks 7 to 13: files, /X", titles)
+        texts = [text.text for text in picture.iter(SVG + "text")]
+        self.assertEqual(texts, ["card.orb: 14 blocks of 1024 bytes", "nodes 1", "directories 2", "block maps 1", "files 7",
+                                 "free 3", "leaked 0", "used twice 0", "1"])
+        swatches = [rectangle.get("fill") for rectangle in picture.iter(SVG + "rect") if rectangle.get("width") == "12"]
+        self.assertEqual(len(set(swatches)), 8)
         self.assertEqual(self.ok("map", "--svg", "-", "card.orb"), self.read("card.svg").decode())
+
+    def test_map_svg_of_many_blocks_numbers_each_row_and_says_what_a_cell_is(self):
+        self.write("big", bytes(200 << 10))
+        self.ok("put", "big", "card.orb")
+        picture = xml.etree.ElementTree.fromstring(self.ok("map", "--svg", "-", "card.orb"))
+        self.assertEqual([text.text for text in picture.iter(SVG + "text") if text.get("text-anchor") == "end"],
+                         ["1", "129"])
+        self.write("huge", bytes(40 << 20))
+        self.ok("put", "huge", "card.orb")
+        picture = xml.etree.ElementTree.fromstring(self.ok("map", "--svg", "-", "card.orb"))
+        texts = [text.text for text in picture.iter(SVG + "text")]
+        self.assertTrue(texts[0].endswith(", 2 in a cell"), texts[0])
+        self.assertIn("A cell shows what most of its blocks are", texts[1])
+
+    def test_map_svg_of_a_container_with_a_name_beyond_xml_is_a_document(self):
+        name = b"bad\xff\x01<&name.orb"
+        os.rename(self.path("card.orb"), os.fsencode(self.folder) + b"/" + name)
+        picture = xml.etree.ElementTree.fromstring(self.ok("map", "--svg", "-", os.fsdecode(name)))
+        self.assertEqual(picture.find(SVG + "title").text, "bad\ufffd\\x01<&name.orb")
 
     def test_map_svg_overwrites_only_when_forced(self):
         self.write("card.svg", b"mine")

@@ -71,6 +71,15 @@ class TerminalTest(ToolTest):
             for frame in frames:
                 self.assertLess(len(frame.replace(ESCAPE + "K", "")), 80)
 
+    def test_reading_all_of_a_large_container_for_an_undo_file_shows_progress(self):
+        self.write("BIG", bytes(8 << 20))
+        self.ok("put", "BIG", "card.orb")
+        self.mark_dirty()
+        shown = self.on_terminal("repair", "--undo", "card.undo", "card.orb")
+        self.assertEqual(shown.status, 1)
+        self.assertRegex(shown.err, r"\rundo file \[#{24}\] 100%  8\.1M of 8\.1M  ")
+        self.assertRegex(self.on_terminal("undo", "card.orb", "card.undo").err, r"\rundo \[#{24}\] 100%  ")
+
     def test_progress_keeps_quiet_when_told_or_piped_or_short(self):
         self.write("BIG", bytes(5 << 20))
         self.assertEqual(self.on_terminal("put", "-q", "BIG", "card.orb:/1").err, "")

@@ -71,6 +71,7 @@ std::string Address::Text() const {
 
 Address ParseAddress(const std::string& text) {
   Address address;
+  address.written = text;
   const std::size_t colon = text.rfind(":/");
   if (colon == std::string::npos) {
     address.container = RequireContainer(EndsWith(text, ":") ? text.substr(0, text.size() - 1) : text, text);

@@ -12,6 +12,7 @@ struct Address {
   std::vector<std::string> names;  // from the root on, in upper case; "." and ".." are already resolved
   bool asDirectory = false;        // written with a "/" at its end
   std::string standsFor;           // the text that messages use instead, empty for none
+  std::string written;             // by the user, or what this is beside or below of
 
   bool IsRoot() const { return names.empty(); }
   const std::string& Name() const { return names.back(); }  // not of the root

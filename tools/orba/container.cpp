@@ -29,7 +29,7 @@ namespace {
 struct FormatOptions {
   std::string container;
   OrbU32 blockSize = 4096;
-  OrbU32 nodes = 0;
+  std::optional<OrbU32> nodes;
   std::optional<OrbU32> bitmapBytes;
 };
 
@@ -38,17 +38,18 @@ OrbU32 MaxNodes(OrbU32 blockSize) { return kNodeTableEntries * (blockSize / kNod
 
 OrbU32 BitmapBytes(const FormatOptions& options) {
   const std::string size = std::to_string(options.blockSize);
-  if (options.nodes > MaxNodes(options.blockSize)) {
-    throw UsageFailure("format", "blocks of " + size + " bytes hold at most " +
-                                     std::to_string(MaxNodes(options.blockSize)) + " files and directories");
+  if (options.nodes.has_value() && (*options.nodes < 1 || *options.nodes > MaxNodes(options.blockSize))) {
+    throw UsageFailure("format", "with blocks of " + size + " bytes a container holds 1 to " +
+                                     std::to_string(MaxNodes(options.blockSize)) + " files and directories, not " +
+                                     std::to_string(*options.nodes));
   }
-  if (options.nodes != 0) return (options.nodes + 7) / 8;
+  if (options.nodes.has_value()) return (*options.nodes + 7) / 8;
   constexpr OrbU32 kUsualNodes = 8192;
   if (!options.bitmapBytes.has_value()) return std::min(kUsualNodes, MaxNodes(options.blockSize)) / 8;
   const OrbU32 largest = MaxBitmapSize(options.blockSize);
   if (*options.bitmapBytes > largest) {
-    throw UsageFailure("format",
-                       "with blocks of " + size + " bytes a bitmap has at most " + std::to_string(largest) + " bytes");
+    throw UsageFailure("format", "with blocks of " + size + " bytes a bitmap has 0 to " + std::to_string(largest) +
+                                     " bytes, not " + std::to_string(*options.bitmapBytes));
   }
   return *options.bitmapBytes;
 }
@@ -82,8 +83,8 @@ Run DefineFormat(CLI::App* app) {
       ->check(CLI::IsMember({"1024", "2048", "4096", "8192"}))
       ->type_name("BYTES");
   CLI::Option* const nodes = app->add_option("-n,--nodes", options->nodes,
-                                             "files and directories that it is to hold at most, the root included")
-                                 ->check(CLI::Range(1u, 65535u))
+                                             "room for this many files and directories at least, the root included; "
+                                             "rounded up to a multiple of 8")
                                  ->type_name("N");
   app->add_option("--bitmap-bytes", options->bitmapBytes, "the same in bytes of the node bitmap: 8 nodes each")
       ->excludes(nodes)
@@ -95,7 +96,7 @@ Run DefineFormat(CLI::App* app) {
 // ---- info -----------------------------------------------------------------------------------------------------------
 
 std::string Bytes(std::uint64_t bytes) {
-  return std::to_string(bytes) + " bytes" + (bytes >= 1024 ? " (" + HumanSize(bytes) + ")" : "");
+  return inspect::Counted(bytes, "byte") + (bytes >= 1024 ? " (" + HumanSize(bytes) + ")" : "");
 }
 
 const char* StateText(const inspect::Report& report) {

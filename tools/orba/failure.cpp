@@ -23,9 +23,7 @@ constexpr const char* kRepairAdvice =
     "see what is left to do with: orba check {}\n"
     "make it mountable again with: orba repair {}";
 constexpr const char* kDiskAdvice = "look after the disk that holds the container, then run: orba check {}";
-constexpr const char* kVolumeAdvice =
-    "check the name; if it is the right one, see the damage with: orba check {}\n"
-    "make it mountable again with: orba repair {}";
+constexpr const char* kVolumeAdvice = "check the name; if it is the right one, see the damage with: orba check {}";
 constexpr const char* kInternalAdvice = "this should not happen; please report it, with the command line";
 
 constexpr ResultCode kResultCodes[] = {

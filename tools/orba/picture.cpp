@@ -19,6 +19,7 @@
 #include "tools/orba/host_file.h"
 #include "tools/orba/raw_container.h"
 #include "tools/orba/terminal.h"
+#include "tools/orba/utf8.h"
 
 namespace orba::tool {
 
@@ -42,6 +43,8 @@ std::uint64_t ParseNumber(const std::string& text) {
   throw UsageFailure("dump", "\"" + text + "\" is no number");
 }
 
+constexpr const char* kNoSuchPath = "there is no such file or directory";
+
 struct Dumper {
   const DumpOptions& options;
   const RawContainer& container;
@@ -49,10 +52,12 @@ struct Dumper {
 
   const inspect::Image& image() const { return container.image(); }
 
-  Failure Missing(const std::string& what) const {
-    return Failure("cannot dump " + what, container.path() + " does not hold it",
+  Failure Missing(const std::string& what, const std::string& why) const {
+    return Failure("cannot dump " + what + " of " + container.path(), why,
                    "see what there is with: orba info " + ShellWord(container.path()));
   }
+
+  std::string SizeText() const { return "it has " + inspect::Counted(image().Size(), "byte"); }
 
   const std::string& First() const {
     if (options.which.empty()) throw UsageFailure("dump", "which " + options.part + "?");
@@ -60,17 +65,19 @@ struct Dumper {
   }
 
   std::string Header() const {
-    if (image().Size() < kHeaderSize) throw Missing("the header");
+    if (image().Size() < kHeaderSize) throw Missing("the header", SizeText());
     return inspect::DumpHeader(image());
   }
 
   std::string Table(const char* what, std::string (*dump)(const inspect::Report&)) const {
-    if (report.model.table.empty()) throw Missing(what);
+    if (report.model.table.empty()) throw Missing(what, "its layout cannot be made out");
     return dump(report);
   }
 
   std::string Chain() const {
-    if (report.model.chain.empty() && report.model.header.freeChainHead != kNoBlock) throw Missing("the free chain");
+    if (report.model.chain.empty() && report.model.header.freeChainHead != kNoBlock) {
+      throw Missing("the free chain", "its first record cannot be read");
+    }
     return inspect::DumpChain(image(), report);
   }
 
@@ -91,7 +98,12 @@ struct Dumper {
   std::uint32_t Node(const std::string& text) const {
     if (text[0] == '/') return NodeOfPath(text);
     const std::uint64_t number = ParseNumber(text);
-    if (number > 0xFFFF || !IsHeld(static_cast<std::uint32_t>(number))) throw Missing("node " + text);
+    const std::uint32_t limit = report.model.nodes.empty() ? 0 : report.model.geometry.nodeLimit();
+    if (number == 0 || number > limit) {
+      throw Missing("node " + text, limit == 0 ? "its layout cannot be made out"
+                                               : "its nodes have the numbers 1 to " + std::to_string(limit));
+    }
+    if (!IsHeld(static_cast<std::uint32_t>(number))) throw Missing("node " + text, "no block holds it: it is free");
     return static_cast<std::uint32_t>(number);
   }
 
@@ -102,20 +114,24 @@ struct Dumper {
     for (const std::string& name : ParseAddress("x:" + path).names) {
       const inspect::Model& model = report.model;
       std::uint32_t next = 0;
-      if (!model.IsNode(node)) throw Missing(path);
+      if (!model.IsNode(node)) throw Missing(path, kNoSuchPath);
       for (const inspect::Entry& entry : model.nodes[node].entries) {
         const bool found = inspect::UpperCase(inspect::NameOf(entry.record)) == name;
         if (found && next == 0) next = entry.record.node;
       }
       node = next;
     }
-    if (!IsHeld(node)) throw Missing(path);
+    if (!IsHeld(node)) throw Missing(path, kNoSuchPath);
     return node;
   }
 
   std::uint32_t Block(const std::string& text) const {
     const std::uint64_t number = ParseNumber(text);
-    if (number > report.model.geometry.blocks || number == kNoBlock) throw Missing("block " + text);
+    const std::uint32_t blocks = report.model.geometry.blocks;
+    if (number > blocks || number == kNoBlock) {
+      throw Missing("block " + text, blocks == 0 ? "it has no blocks, or its layout cannot be made out"
+                                                 : "its blocks have the numbers 1 to " + std::to_string(blocks));
+    }
     return static_cast<std::uint32_t>(number);
   }
 
@@ -123,7 +139,7 @@ struct Dumper {
     constexpr std::uint64_t kUsual = 256;
     const std::uint64_t offset = ParseNumber(First());
     const std::uint64_t size = image().Size();
-    if (offset >= size) throw Missing("byte " + First());
+    if (offset >= size) throw Missing("byte " + First(), SizeText());
     const std::uint64_t count = options.which.size() > 1 ? ParseNumber(options.which[1]) : kUsual;
     return inspect::DumpBytes(image(), offset, std::min(count, size - offset));
   }
@@ -198,7 +214,7 @@ int RunMap(const MapOptions& options) {
     throw LibraryFailure("cannot make out " + container.path(), container.path(), ORB_ERROR_DAMAGED_VOLUME);
   }
   if (!options.svg.empty()) {
-    WriteSvg(options, container.path(), inspect::DrawSvg(report));
+    WriteSvg(options, container.path(), inspect::DrawSvg(report, ValidUtf8(Visible(container.path()))));
     return kSuccess;
   }
   // A row begins with a block number of nine columns; sixteens are easy to count.

@@ -45,10 +45,12 @@ void Require(OrbBool done, const char* action, const Address& address) {
   if (done == 0) throw LibraryFailure(std::string("cannot ") + action + " " + address.Text(), address.container);
 }
 
-// The end of a long path, for a message.
-std::string Shortened(const std::string& path) {
+// The address with the end alone of a long path, for a message.
+std::string Shortened(const Address& address) {
   constexpr std::size_t kLongest = 60;
-  return path.size() <= kLongest ? path : "..." + path.substr(path.size() - kLongest);
+  std::string text = address.Text();
+  if (text.size() <= address.container.size() + kLongest) return text;
+  return address.container + ":..." + text.substr(text.size() - kLongest);
 }
 
 bool IsReadOnly(OrbU32 code) { return code == ORB_ERROR_ACCESS_DENIED || code == ORB_ERROR_WRITE_PROTECTED; }
@@ -65,29 +67,48 @@ Descriptor CopyForLooking(const std::string& container) {
   return copy;
 }
 
+bool IsOrdinary(const std::string& path) {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// What to do where there is no container of this name. The file that was meant may be there under another reading.
+std::string AdviceOnMissing(const Address& address) {
+  const std::string& container = address.container;
+  const std::string trimmed = container.substr(0, container.find_last_not_of('/') + 1);
+  if (trimmed != container && IsOrdinary(trimmed)) return "the root of that container is " + trimmed + ":/";
+  if (IsOrdinary(address.written)) {
+    return "the root of the container " + address.written + " is " + address.written + ":/";
+  }
+  const std::size_t colon = container.rfind(':');
+  if (colon == std::string::npos) {
+    return "check the name, or make a container with: orba format " + ShellWord(container);
+  }
+  return "a path inside a container begins with \"/\": " + container.substr(0, colon) + ":/" +
+         container.substr(colon + 1);
+}
+
 // `status` is what the host knows of the container, zeros if nothing.
-Failure MountFailure(const std::string& container, OrbU32 code, const struct stat& status) {
+Failure MountFailure(const Address& address, OrbU32 code, const struct stat& status) {
+  const std::string& container = address.container;
   const std::string what = "cannot open " + container;
+  const std::string coded = " (" + CodeText(code) + ")";
   if (code == ORB_ERROR_ACCESS_DENIED && status.st_mode != 0 && !S_ISREG(status.st_mode)) {
-    return Failure(what, "it is no ordinary file (" + CodeText(code) + ")", "check the name", code);
+    return Failure(what, "it is no ordinary file but " + KindOf(status.st_mode) + coded, "check the name", code);
   }
   if (code == ORB_ERROR_ACCESS_DENIED) {
-    return Failure(what, "the host does not let you write to it (" + CodeText(code) + ")",
+    return Failure(what, "the host does not let you write to it" + coded,
                    "check who owns it and its permissions, or work on a copy", code);
   }
   if (code == ORB_ERROR_WRITE_PROTECTED) {
-    return Failure(what, "the medium is write-protected (" + CodeText(code) + ")", "work on a copy on another disk",
-                   code);
+    return Failure(what, "the medium is write-protected" + coded, "work on a copy on another disk", code);
+  }
+  if (code == ORB_ERROR_PATH_NOT_FOUND) {
+    return Failure(what, "a folder on the way to it is missing, or is no folder" + coded,
+                   container.back() == '/' ? AdviceOnMissing(address) : "check the name", code);
   }
   if (code != ORB_ERROR_FILE_NOT_FOUND) return LibraryFailure(what, container, code);
-  const std::string why = "there is no such container (" + CodeText(code) + ")";
-  const std::size_t colon = container.rfind(':');
-  if (colon == std::string::npos) {
-    const std::string advice = "check the name, or make a container with: orba format " + ShellWord(container);
-    return Failure(what, why, advice, code);
-  }
-  const std::string meant = container.substr(0, colon) + ":/" + container.substr(colon + 1);
-  return Failure(what, why, "a path inside a container begins with \"/\": " + meant, code);
+  return Failure(what, "there is no such container" + coded, AdviceOnMissing(address), code);
 }
 
 }  // namespace
@@ -128,7 +149,8 @@ void Session::Close() {
   ids_.clear();
 }
 
-const Session::Volume& Session::Mount(const std::string& container) {
+const Session::Volume& Session::Mount(const Address& address) {
+  const std::string& container = address.container;
   const auto known = ids_.find(container);
   if (known != ids_.end()) return volumes_.at(known->second);
   struct stat status = {};
@@ -141,7 +163,7 @@ const Session::Volume& Session::Mount(const std::string& container) {
       copies_.push_back(CopyForLooking(container));
       code = MountAs(name, "/proc/self/fd/" + std::to_string(copies_.back().get()));
     }
-    if (code != ORB_ERROR_NONE) throw MountFailure(container, code, status);
+    if (code != ORB_ERROR_NONE) throw MountFailure(address, code, status);
     volumes_[id] = {name, container};
   }
   ids_[container] = id;
@@ -154,17 +176,17 @@ OrbU32 Session::MountAs(const std::string& volume, const std::string& container)
   return OrbMountVolume(WideName(container).c_str(), wideVolume.c_str()) != 0 ? ORB_ERROR_NONE : OrbGetLastError();
 }
 
-std::string Session::PathOf(const Address& address) { return Mount(address.container).name + ":" + address.Path(); }
+std::string Session::PathOf(const Address& address) { return Mount(address).name + ":" + address.Path(); }
 
 OrbU32 Session::BlockSize(const Address& address) {
   OrbU32 size = 0;
-  Require(OrbGetVolumeInfoA(Mount(address.container).name.c_str(), nullptr, &size), "use", address);
+  Require(OrbGetVolumeInfoA(Mount(address).name.c_str(), nullptr, &size), "use", address);
   return size;
 }
 
 OrbU32 Session::NodeLimit(const Address& address) {
   OrbU32 bitmapBytes = 0;
-  Require(OrbGetVolumeInfoA(Mount(address.container).name.c_str(), &bitmapBytes, nullptr), "use", address);
+  Require(OrbGetVolumeInfoA(Mount(address).name.c_str(), &bitmapBytes, nullptr), "use", address);
   return 8 * bitmapBytes;
 }
 
@@ -244,8 +266,8 @@ void Session::ExpandBelow(const Address& directory, const Address& pattern, std:
 std::vector<Item> Walker::List(const Address& directory) {
   const bool sane = listed_++ < session_->NodeLimit(directory) && directory.names.size() <= kDeepest;
   if (sane) return session_->List(directory);
-  throw LibraryFailure("cannot list " + Shortened(directory.Text()) +
-                           ": directories contain each other, or lie more than " + std::to_string(kDeepest) + " deep",
+  throw LibraryFailure("cannot list " + Shortened(directory) + ": directories contain each other, or lie more than " +
+                           std::to_string(kDeepest) + " deep",
                        directory.container, ORB_ERROR_DAMAGED_RECORD);
 }
 

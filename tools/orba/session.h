@@ -79,7 +79,7 @@ class Session {
   // Device and number of the host's file: the same container may be written in several ways.
   using FileId = std::pair<std::uint64_t, std::uint64_t>;
 
-  const Volume& Mount(const std::string& container);
+  const Volume& Mount(const Address& address);
   OrbU32 MountAs(const std::string& volume, const std::string& container);
   void ExpandBelow(const Address& directory, const Address& pattern, std::size_t depth, std::vector<Match>* matches);
 

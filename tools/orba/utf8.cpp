@@ -32,22 +32,25 @@ std::uint32_t NextCharacter(const std::string& text, std::size_t* at) {
   return overlong || surrogate || character > 0x10FFFF ? kNoCharacter : character;
 }
 
-std::string JsonString(const std::string& text) {
-  std::string quoted = "\"";
+std::string ValidUtf8(const std::string& text) {
+  std::string valid;
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t start = at;
-    const std::uint32_t character = NextCharacter(text, &at);
-    if (character == kNoCharacter) {
-      at = start + 1;
-      quoted += "\\ufffd";
-    } else if (character < ' ') {
-      char number[8];
-      std::snprintf(number, sizeof number, "\\u%04x", static_cast<unsigned>(character));
-      quoted += number;
-    } else {
-      if (character == '"' || character == '\\') quoted += '\\';
-      quoted += text.substr(start, at - start);
-    }
+    const bool sound = NextCharacter(text, &at) != kNoCharacter;
+    if (!sound) at = start + 1;
+    valid += sound ? text.substr(start, at - start) : "\xEF\xBF\xBD";
+  }
+  return valid;
+}
+
+std::string JsonString(const std::string& text) {
+  std::string quoted = "\"";
+  for (const char c : ValidUtf8(text)) {
+    char number[8];
+    std::snprintf(number, sizeof number, "\\u%04x", static_cast<unsigned>(static_cast<unsigned char>(c)));
+    const bool control = c >= 0 && c < ' ';
+    if (c == '"' || c == '\\') quoted += '\\';
+    quoted += control ? number : std::string(1, c);
   }
   return quoted + "\"";
 }

@@ -176,7 +176,7 @@ TEST(DrawMap, blockUsedTwice_andColour) {
   image.Put32(image.MapOffset(4, 0), image.MappedBlock(2, 0));
   const std::string text = DrawMap(Checked(image).report, {16, 1, true});
   EXPECT_NE(text.find("\x1b[31;1mX\x1b[0m"), std::string::npos);
-  EXPECT_NE(text.find("\x1b[94m+\x1b[0m"), std::string::npos);
+  EXPECT_NE(text.find("\x1b[94m++++++\x1b[0m"), std::string::npos) << text;
 }
 
 TEST(DrawMap, layoutUnknown_saysSo) {
@@ -185,8 +185,9 @@ TEST(DrawMap, layoutUnknown_saysSo) {
 
 TEST(DrawSvg, runs_areRectanglesWithTooltips) {
   const std::string svg = DrawSvg(Checked(Small()).report);
-  EXPECT_EQ(svg.find("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"1056\" height=\"88\""), 0u);
-  EXPECT_NE(svg.find("<rect x=\"32\" y=\"64\" width=\"16\" height=\"7\" fill=\"#2e6fb7\"><title>blocks 3 to 4: files, "
+  EXPECT_EQ(
+      svg.find("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"1104\" height=\"104\" viewBox=\"0 0 1104 104\""), 0u);
+  EXPECT_NE(svg.find("<rect x=\"80\" y=\"80\" width=\"16\" height=\"7\" fill=\"#2e6fb7\"><title>blocks 3 to 4: files, "
                      "/A</title></rect>"),
             std::string::npos);
   EXPECT_EQ(svg.substr(svg.size() - 7), "</svg>\n");
