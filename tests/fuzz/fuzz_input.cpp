@@ -32,11 +32,13 @@ ImageBuilder MakeTree() {
   return image;
 }
 
-// Two records of free blocks, nodes in three node blocks, a directory of more than one block.
+// Two records of free blocks, nodes in several node blocks, a directory whose block is full and one with an entry more.
 ImageBuilder MakeChained() {
   ImageBuilder image(1024, 16);
-  const std::uint16_t directory = image.AddDirectory(1, "MANY");
-  for (int i = 0; i < 36; ++i) image.AddFile(directory, "F" + std::to_string(i), i % 3 == 0 ? 100 : 0);
+  for (const int entries : {32, 33}) {
+    const std::uint16_t directory = image.AddDirectory(1, "D" + std::to_string(entries));
+    for (int i = 2; i < entries; ++i) image.AddFile(directory, "F" + std::to_string(i), i % 5 == 0 ? 100 : 0);
+  }
   image.AddFile(1, "LAST", 3000);
   std::vector<std::vector<std::uint32_t>> records(2);
   for (std::size_t i = 0; i < 7; ++i) records[i % 2].push_back(image.AppendBlock());
@@ -186,6 +188,7 @@ enum Kind {
   kHigh,
   kBit,
   kSmall,
+  kStep,
   kBlockNumber,
   kCopyRecord,
   kCopyBlock,
@@ -205,6 +208,14 @@ void Put(Bytes* image, std::uint64_t offset, std::uint32_t value, std::uint32_t 
   for (std::uint32_t i = 0; i < width && offset + i < image->size(); ++i) {
     (*image)[offset + i] = static_cast<std::uint8_t>(value >> 8 * i);
   }
+}
+
+std::uint32_t Get(const Bytes& image, std::uint64_t offset) {
+  std::uint32_t value = 0;
+  for (std::uint32_t i = 0; i < 4 && offset + i < image.size(); ++i) {
+    value |= static_cast<std::uint32_t>(image[offset + i]) << 8 * i;
+  }
+  return value;
 }
 
 void Copy(Bytes* image, std::uint64_t to, std::uint64_t from, std::uint32_t count) {
@@ -246,6 +257,8 @@ void Apply(const Base& base, const Patch& patch, Bytes* image) {
       return;
     case kSmall:  // a node's number
       return Put(image, at, patch.value % 16, 2);
+    case kStep:  // a directory's size by entries, any size by at most a block of the smallest kind
+      return Put(image, at, Get(*image, at) + patch.value % 65 * 32 - 1024, 4);
     case kBlockNumber:
       return Put(image, at, patch.value % (base.blocks + 2), 4);
     case kCopyRecord:
