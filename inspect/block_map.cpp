@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "inspect/bytes.h"
+#include "inspect/names.h"
 
 namespace orba::inspect {
 
@@ -38,6 +39,35 @@ std::uint32_t ReadSlot(const Image& image, const Geometry& geometry, std::uint32
   return Get32(bytes);
 }
 
+bool HoldsNodes(const Geometry& geometry, const std::vector<std::uint8_t>& bytes) {
+  constexpr std::uint32_t kEnough = 8;
+  std::uint32_t nodes = 0;
+  for (std::uint32_t i = 0; i < geometry.nodesPerBlock(); ++i) {
+    const std::uint8_t* slot = &bytes[i * kNodeSize];
+    if (Get32(slot) == kNodeSignature &&
+        Get16(slot + 4) % geometry.nodesPerBlock() == (i + 1) % geometry.nodesPerBlock()) {
+      ++nodes;
+    }
+  }
+  return nodes >= kEnough;
+}
+
+bool IsNamed(const std::uint8_t* entry, const char* name) {
+  return Get16(entry) != 0 && NameOf(DecodeEntry(entry)) == name;
+}
+
+bool HoldsNoNumbers(const Geometry& geometry, const std::vector<std::uint8_t>& bytes) {
+  constexpr std::uint32_t kEnough = 6;
+  std::uint32_t used = 0;
+  std::uint32_t impossible = 0;
+  for (std::uint32_t i = 0; i < geometry.mapSlots(); ++i) {
+    const std::uint32_t slot = Get32(&bytes[4 * i]);
+    if (slot != kNoBlock) ++used;
+    if (slot >= kContainerLimit / geometry.blockSize) ++impossible;
+  }
+  return impossible >= kEnough && 2 * impossible > used;
+}
+
 }  // namespace
 
 void VisitMap(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t nodeOffset,
@@ -64,18 +94,12 @@ void VisitMap(const Image& image, const Geometry& geometry, const OrbNodeRecord&
   }
 }
 
-bool IsNoMap(const Image& image, const Geometry& geometry, std::uint32_t block) {
-  constexpr std::uint32_t kEnough = 6;
+Contents ContentsOf(const Image& image, const Geometry& geometry, std::uint32_t block) {
   std::vector<std::uint8_t> bytes(geometry.blockSize);
-  if (!image.Read(geometry.BlockOffset(block), bytes.data(), bytes.size())) return false;
-  std::uint32_t used = 0;
-  std::uint32_t impossible = 0;
-  for (std::uint32_t i = 0; i < geometry.mapSlots(); ++i) {
-    const std::uint32_t slot = Get32(&bytes[4 * i]);
-    if (slot != kNoBlock) ++used;
-    if (slot >= kContainerLimit / geometry.blockSize) ++impossible;
-  }
-  return impossible >= kEnough && 2 * impossible > used;
+  if (!image.Read(geometry.BlockOffset(block), bytes.data(), bytes.size())) return Contents::kAny;
+  if (HoldsNodes(geometry, bytes)) return Contents::kNodes;
+  if (IsNamed(&bytes[0], ".") && IsNamed(&bytes[kDirEntrySize], "..")) return Contents::kDirectory;
+  return HoldsNoNumbers(geometry, bytes) ? Contents::kNoNumbers : Contents::kAny;
 }
 
 std::uint32_t FindBlock(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t index) {

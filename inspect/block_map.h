@@ -32,9 +32,16 @@ struct MapSlot {
 void VisitMap(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t nodeOffset,
               const std::function<bool(const MapSlot&)>& visit);
 
-// True when the block, which the container holds, cannot be a block-map block: it names blocks that no container can
-// have. A few such slots may be damaged ones.
-bool IsNoMap(const Image& image, const Geometry& geometry, std::uint32_t block);
+// What a block, which the container holds, shows itself to be.
+enum class Contents : std::uint8_t {
+  kAny,        // perhaps block numbers
+  kNoNumbers,  // it names blocks that no container can have; a few such slots of a map may be damaged ones
+  kNodes,      // node records with the numbers of their places
+  kDirectory,  // a directory's first entries
+};
+
+// All but kAny cannot be a block-map block.
+Contents ContentsOf(const Image& image, const Geometry& geometry, std::uint32_t block);
 
 // The block that holds logical block `index`, by the slots on its way alone; 0 when there is none, or none that the
 // container holds.

@@ -350,7 +350,9 @@ bool Work::Read(std::uint64_t offset, void* out, std::size_t count) {
 bool Work::Claim(std::uint32_t block, const BlockInfo& owner, std::uint64_t offset) {
   BlockInfo& info = report.model.blocks[block];
   if (info.use == BlockUse::kNothing) {
+    const bool noMap = info.noMap;
     info = owner;
+    info.noMap = noMap;
     return true;
   }
   info.shared = true;

@@ -48,6 +48,7 @@ struct BlockInfo {
   bool shared = false;  // more than one owner; `use`, `node` and `index` are the first one's
   std::uint16_t node = 0;
   std::uint32_t index = 0;
+  bool noMap = false;  // named as block-map block too, but shows itself to be something else
 };
 
 struct Entry {

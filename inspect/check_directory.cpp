@@ -257,8 +257,12 @@ bool LiesIn(const Model& model, std::uint16_t directory, std::uint16_t node) {
 
 // Two names in two directories, as a move leaves them. A directory is never moved into itself.
 bool IsHalfMadeMove(const Model& model, const NodeInfo& node) {
+  const auto isLegal = [&](const NameRef& name) {
+    return IsLegalName(NameOf(model.nodes[name.directory].entries[name.entry].record));
+  };
   return node.names.size() == 2 && node.pending.empty() && node.names[0].directory != node.names[1].directory &&
-         !LiesIn(model, node.names[0].directory, node.number) && !LiesIn(model, node.names[1].directory, node.number);
+         isLegal(node.names[0]) && isLegal(node.names[1]) && !LiesIn(model, node.names[0].directory, node.number) &&
+         !LiesIn(model, node.names[1].directory, node.number);
 }
 
 // A directory's first two entries, the one naming the node itself.

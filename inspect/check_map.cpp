@@ -21,6 +21,7 @@ struct MapWalk {
 
   bool Visit(const MapSlot& slot);
   bool VisitMapBlock(const MapSlot& slot);
+  Contents ContentsOfMap(std::uint32_t block);
   void VisitData(const MapSlot& slot);
   void AddOutside(const MapSlot& slot);
   void EndOutside();
@@ -61,16 +62,35 @@ bool MapWalk::VisitMapBlock(const MapSlot& slot) {
               "the map names " + BlockText(slot.block) + " as block-map block, which the container does not hold");
     return false;
   }
-  work->Claim(slot.block, {BlockUse::kMap, false, node.number, index}, slot.offset);
-  if (work->entered[slot.block]) return false;
-  if (IsNoMap(work->image, work->geometry(), slot.block)) {
-    work->Add(Kind::kMapForeign, {number, slot.block, slot.offset},
-              BlockText(slot.block) + " should serve logical block " + to_string(index) +
-                  " and what follows, but holds no block numbers");
-    return false;
+  const Contents contents = ContentsOfMap(slot.block);
+  // Node records and directories find their owners without this slot.
+  if (contents == Contents::kAny || contents == Contents::kNoNumbers) {
+    work->Claim(slot.block, {BlockUse::kMap, false, node.number, index}, slot.offset);
   }
-  work->entered[slot.block] = true;
-  return true;
+  if (contents == Contents::kAny) {
+    const bool first = !work->entered[slot.block];
+    work->entered[slot.block] = true;
+    return first;
+  }
+  work->model().blocks[slot.block].noMap = true;
+  if (work->CountOnly(Kind::kMapForeign)) return false;
+  work->Add(Kind::kMapForeign, {number, slot.block, slot.offset},
+            BlockText(slot.block) + " should serve logical block " + to_string(index) +
+                " and what follows, but holds " +
+                (contents == Contents::kNodes       ? "node records"
+                 : contents == Contents::kDirectory ? "a directory"
+                                                    : "no block numbers"));
+  return false;
+}
+
+// Each block is looked at once.
+Contents MapWalk::ContentsOfMap(std::uint32_t block) {
+  if (work->entered[block]) return Contents::kAny;
+  const auto known = work->noMaps.find(block);
+  if (known != work->noMaps.end()) return known->second;
+  const Contents contents = ContentsOf(work->image, work->geometry(), block);
+  if (contents != Contents::kAny) work->noMaps.emplace(block, contents);
+  return contents;
 }
 
 void MapWalk::VisitData(const MapSlot& slot) {

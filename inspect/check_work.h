@@ -3,8 +3,10 @@
 #pragma once
 
 #include <string>
+#include <unordered_map>
 #include <vector>
 
+#include "inspect/block_map.h"
 #include "inspect/check.h"
 
 namespace orba::inspect {
@@ -16,11 +18,12 @@ struct Work {
   Report report;
 
   // By block number.
-  std::vector<bool> entered;              // a map block whose slots were visited
-  std::vector<bool> parsed;               // a directory block whose entries were taken
-  std::vector<bool> givenBack;            // a directory's last block that is back in the free chain
-  std::vector<std::uint8_t> chainMark;    // ChainMark
-  std::vector<std::uint32_t> chainPlace;  // the record that is it, or lists it
+  std::vector<bool> entered;                           // a map block whose slots were visited
+  std::unordered_map<std::uint32_t, Contents> noMaps;  // what is named as map block and is something else
+  std::vector<bool> parsed;                            // a directory block whose entries were taken
+  std::vector<bool> givenBack;                         // a directory's last block that is back in the free chain
+  std::vector<std::uint8_t> chainMark;                 // ChainMark
+  std::vector<std::uint32_t> chainPlace;               // the record that is it, or lists it
 
   Model& model() { return report.model; }
   const Geometry& geometry() const { return report.model.geometry; }

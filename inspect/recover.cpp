@@ -19,15 +19,15 @@ namespace {
 namespace fs = std::filesystem;
 using std::to_string;
 
-// Zeros where the host cannot read.
+// Zeros where the host cannot read. What lies past the length that a container can have is left out.
 class ForgivingImage : public Image {
  public:
   explicit ForgivingImage(const Image& base) : base_(base) {}
 
-  std::uint64_t Size() const override { return base_.Size(); }
+  std::uint64_t Size() const override { return std::min<std::uint64_t>(base_.Size(), kContainerLimit - 1); }
   bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    if (offset > Size() || count > Size() - offset) return false;
     if (base_.Read(offset, out, count)) return true;
-    if (offset > base_.Size() || count > base_.Size() - offset) return false;
     std::memset(out, 0, count);
     failed_.insert(offset);
     return true;

@@ -14,8 +14,6 @@ using std::to_string;
 
 constexpr std::uint32_t kChainHeadOffset = 48;
 
-// On a container without nodes to look at only the first two can do anything.
-constexpr Pass kFirstPasses[] = {FixHeader, FixLength};
 constexpr Pass kPasses[] = {FixHeader,         FillTail,       FixTable,
                             RegainDirectories, FixSlots,       FixBitmap,
                             ReviveNodes,       FixRecords,     DropGivenBackBlocks,
@@ -30,18 +28,27 @@ constexpr int kMostRounds = 100;
 bool RunRound(RepairWork* work) {
   work->Recheck();
   if (work->report.IsClean()) return false;
-  if (work->model().nodes.empty()) {
-    for (const Pass pass : kFirstPasses) {
-      pass(work);
-      if (work->changed) return true;
-    }
-    return false;
-  }
   for (const Pass pass : kPasses) {
     pass(work);
     if (work->changed) return true;
   }
   return false;
+}
+
+// Where what is in use ends.
+std::uint64_t EndOfUse(const Model& model) {
+  std::size_t block = model.blocks.size() - 1;
+  while (block > 0 && model.blocks[block].use == BlockUse::kNothing) --block;
+  return model.geometry.BlockOffset(static_cast<std::uint32_t>(block) + 1);
+}
+
+// A plan only adds; what must be taken off the end is for a person to say.
+std::string TooLong(const Report& report) {
+  const std::string what = "the container has 2^31 bytes or more, and repair takes nothing off its end; ";
+  if (report.Count(Severity::kDamage) > report.Count(Kind::kContainerLong) || report.Count(Severity::kHalfMade) > 0) {
+    return what + "it is damaged as well: recover what it holds";
+  }
+  return what + "cut it to " + to_string(EndOfUse(report.model)) + " bytes, where what is in use ends";
 }
 
 std::string Hopeless(const Report& report) {
@@ -51,8 +58,40 @@ std::string Hopeless(const Report& report) {
   if (report.Count(Kind::kLayoutUnknown) > 0) {
     return "no block size and no root directory can be made out; this may be no container at all";
   }
-  if (!report.model.geometry.known()) return "the container ends before its data area; nothing is left to repair";
-  return "";
+  if (report.model.nodes.empty()) {
+    return "the container ends before its data area; nothing of what it held can be saved";
+  }
+  return report.Count(Kind::kContainerLong) > 0 ? TooLong(report) : "";
+}
+
+// A mount takes the container as it is.
+bool Mounts(const Report& report) {
+  return !report.marked && report.Count(Kind::kHeaderSignature) + report.Count(Kind::kHeaderVersion) +
+                                   report.Count(Kind::kHeaderField) + report.Count(Kind::kRootLost) ==
+                               0;
+}
+
+void ClearMark(RepairWork* work) {
+  work->Begin("clears the mark of an update in progress");
+  work->PutWord(kStateFlagsOffset, 0);
+  work->Recheck();
+}
+
+bool IsWholeAndEmpty(const NodeInfo& directory) {
+  return directory.state == NodeState::kUsed && directory.directory.firstBlockRead &&
+         directory.map.present == directory.map.needed && directory.entries.size() <= 2;
+}
+
+// There were files, or nodes of which nothing is known, and none of them is left.
+bool LosesAll(const Plan& plan) {
+  const auto isLoss = [](const NodeInfo& node) {
+    return node.number != kRootNode &&
+           (node.state == NodeState::kLost ||
+            (node.state == NodeState::kUsed && !node.IsDirectory() && node.record.size > 0));
+  };
+  if (!plan.possible || plan.after.totals.files > 0 || plan.after.totals.directories > 1) return false;
+  const std::vector<NodeInfo>& nodes = plan.before.model.nodes;
+  return !IsWholeAndEmpty(nodes[kRootNode]) && std::any_of(nodes.begin(), nodes.end(), isLoss);
 }
 
 }  // namespace
@@ -79,12 +118,9 @@ Plan PlanRepair(const Image& image, const TimeStamp& now) {
     plan.problem = Counted(work.report.Count(Severity::kDamage) + work.report.Count(Severity::kHalfMade) +
                                work.report.Count(Severity::kLeak),
                            "finding") +
-                   " left, and the container stays marked";
-  } else if (work.report.marked) {
-    work.Begin("clears the mark of an update in progress");
-    work.PutWord(kStateFlagsOffset, 0);
-    work.Recheck();
+                   " left" + (Mounts(plan.before) ? "" : ", and the container stays marked");
   }
+  if (work.report.marked && (plan.problem.empty() || Mounts(plan.before))) ClearMark(&work);
   for (Action& action : work.actions) {
     if (!action.writes.empty()) plan.actions.push_back(std::move(action));
   }
@@ -94,6 +130,7 @@ Plan PlanRepair(const Image& image, const TimeStamp& now) {
 
 std::string ToText(const Plan& plan) {
   std::string text;
+  if (LosesAll(plan)) text += "nothing of what the container held can be saved: it will be empty\n";
   for (std::size_t i = 0; i < plan.actions.size(); ++i) {
     const Action& action = plan.actions[i];
     text += to_string(i + 1) + ". " + action.text + " (" + Counted(action.writes.size(), "write") + ")\n";

@@ -3,7 +3,8 @@
 //
 // The order of the writes is such that a stop after any of them leaves a container from which a second repair loses nothing
 // more than the first would have:
-//   1. The dirty mark is set first and cleared last.
+//   1. The dirty mark is set first and cleared last. Where damage is left that no pass can mend, the mark stays, but not on a
+//      container that mounted before.
 //   2. What can be regained is regained - header fields, node blocks, node records, free nodes that entries still name -
 //      before any block is taken.
 //   3. The free chain is dropped, by one write of its head, before a block is taken, and built anew at the end, its head
@@ -24,9 +25,12 @@
 //     a size and names just the blocks it needs, all of them lost, is in use whatever the bitmap says. A lost block of node
 //     records in which a node is so in use, or named by an entry, goes back to its place in the table; a lost block that
 //     begins with a directory's dots and has entries behind them gets a record again, where the node has none.
-//   - A node with two names keeps one. A directory keeps the name in the directory that its ".." gives. A file keeps the one
-//     that was added later: the name that is the last of its directory, if there is but one such; otherwise the one in the
-//     directory with the later time stamp; otherwise the one in the directory with the higher number.
+//   - Where one node has two names and one has lost its own, an entry's number was damaged: it names the latter again, if it
+//     can be told which entry it was.
+//   - A node with two names keeps one, a legal one if there is any. A directory keeps the name in the directory that its
+//     ".." gives. A file keeps the one that was added later: the name that is the last of its directory, if there is but one
+//     such; otherwise the one in the directory with the later time stamp; otherwise the one in the directory with the higher
+//     number.
 //   - A block with two owners stays with the first (node blocks before nodes, lower node numbers before higher), the second
 //     gets a copy.
 //   - Missing blocks in the middle of a file become zeros; a missing tail is cut off. Blocks past a file's size make the
@@ -56,6 +60,8 @@ struct Action {
   std::vector<Write> writes;
 };
 
+// Nothing is planned for a container that ends before its data area - nothing can be saved - and for one of 2^31 bytes or
+// more: no write makes it shorter, so the problem says to how many bytes it must be cut.
 struct Plan {
   bool possible = false;        // false: nothing can be planned, see problem
   std::string problem;          // why not, or what stays damaged
@@ -69,7 +75,7 @@ struct Plan {
 // Plans the repair of a container. `now` is the time stamp of what repair makes itself: /LOST.FND, a lost root.
 Plan PlanRepair(const Image& image, const TimeStamp& now);
 
-// The plan for people: a line for each action.
+// The plan for people: a line for each action; before them, where nothing that the container held will be left, that.
 std::string ToText(const Plan& plan);
 
 }  // namespace orba::inspect

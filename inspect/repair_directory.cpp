@@ -1,6 +1,7 @@
 // Repair of directories: sizes, entries, names, and what hangs on what.
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <map>
 #include <tuple>
 
@@ -128,34 +129,93 @@ std::uint16_t DotDotOf(const NodeInfo& directory) {
   return 0;
 }
 
-std::size_t RightName(const Model& model, const NodeInfo& node) {
+bool HasLegalName(const Model& model, const NameRef& name) { return IsLegalName(NameOf(EntryOf(model, name).record)); }
+
+// The one to keep; a legal one if there is any.
+NameRef RightName(const Model& model, const NodeInfo& node) {
+  std::vector<NameRef> names;
+  std::copy_if(node.names.begin(), node.names.end(), std::back_inserter(names),
+               [&](const NameRef& name) { return HasLegalName(model, name); });
+  if (names.empty()) names = node.names;
   if (node.IsDirectory()) {
     const std::uint16_t up = DotDotOf(node);
-    for (std::size_t i = 0; i < node.names.size(); ++i) {
-      if (node.names[i].directory == up) return i;
+    for (const NameRef& name : names) {
+      if (name.directory == up) return name;
     }
   }
   // Two names in one directory: the first is the one that a path finds.
-  for (std::size_t i = 1; i < node.names.size(); ++i) {
-    if (node.names[i].directory != node.names[0].directory) return NewestName(model, node.names);
+  for (const NameRef& name : names) {
+    if (name.directory != names[0].directory) return names[NewestName(model, names)];
   }
-  return 0;
+  return names[0];
 }
 
 void CollectSecondNames(const RepairWork& work, Removals* removals) {
   const Model& model = work.model();
   for (const NodeInfo& node : model.nodes) {
     if (node.names.size() < 2) continue;
-    const std::size_t right = RightName(model, node);
-    for (std::size_t i = 0; i < node.names.size(); ++i) {
-      if (i == right || !IsWhole(model.nodes[node.names[i].directory])) continue;
-      const Entry& entry = EntryOf(model, node.names[i]);
-      (*removals)[node.names[i].directory][entry.index] =
-          "removes " + Quoted(entry) + " from " + NodeName(work, node.names[i].directory) + ": node " +
-          to_string(node.number) + " keeps its name " + Quoted(EntryOf(model, node.names[right])) + " in " +
-          NodeName(work, node.names[right].directory);
+    const NameRef right = RightName(model, node);
+    for (const NameRef& name : node.names) {
+      const bool keep = name.directory == right.directory && name.entry == right.entry;
+      if (keep || !IsWhole(model.nodes[name.directory])) continue;
+      const Entry& entry = EntryOf(model, name);
+      (*removals)[name.directory][entry.index] =
+          "removes " + Quoted(entry) + " from " + NodeName(work, name.directory) + ": node " + to_string(node.number) +
+          " keeps its name " + Quoted(EntryOf(model, right)) + " in " + NodeName(work, right.directory);
     }
   }
+}
+
+// ---- An entry that names another's node -----------------------------------------------------------------------------
+
+// Numbers are given out in order: the entry stands before or behind that of the node's neighbour.
+bool StandsBeside(const Model& model, const NameRef& name, std::uint16_t node) {
+  const std::vector<Entry>& entries = model.nodes[name.directory].entries;
+  const bool behind = name.entry > 2 && entries[name.entry - 1].record.node + 1 == node;
+  const bool before = name.entry + 1 < entries.size() && entries[name.entry + 1].record.node == node + 1;
+  return behind || before;
+}
+
+// Which of the two names was `lost`'s before its number was damaged; null when that cannot be told. An illegal name is the
+// damaged one; of two legal ones the one in `lost`'s place, if the other is not in it as well.
+const NameRef* DamagedName(const Model& model, const NodeInfo& node, const NodeInfo& lost) {
+  const NameRef& first = node.names[0];
+  const NameRef& second = node.names[1];
+  const bool legal = HasLegalName(model, first);
+  const bool beside = StandsBeside(model, first, lost.number);
+  const NameRef* damaged = nullptr;
+  if (legal != HasLegalName(model, second)) {
+    damaged = legal ? &second : &first;
+  } else if (beside != StandsBeside(model, second, lost.number)) {
+    damaged = beside ? &first : &second;
+  }
+  if (damaged == nullptr) return nullptr;
+  const bool wrongPlace = lost.IsDirectory() && DotDotOf(lost) != damaged->directory;
+  const bool rightAsItIs =
+      node.IsDirectory() && DotDotOf(node) == damaged->directory && first.directory != second.directory;
+  return wrongPlace || rightAsItIs ? nullptr : damaged;
+}
+
+// One node has lost its only name, and one has two: no stopped move leaves that.
+void RepointEntry(RepairWork* work) {
+  const Model& model = work->model();
+  const NodeInfo* twice = nullptr;
+  const NodeInfo* lost = nullptr;
+  for (const NodeInfo& node : model.nodes) {
+    if (node.state != NodeState::kUsed || node.number == kRootNode) continue;
+    const bool nameless = node.names.empty() && node.pending.empty();
+    if ((nameless && lost != nullptr) || (node.names.size() > 1 && twice != nullptr)) return;
+    if (nameless) lost = &node;
+    if (node.names.size() > 1) twice = &node;
+  }
+  if (lost == nullptr || twice == nullptr || twice->names.size() != 2) return;
+  const NameRef* const name = DamagedName(model, *twice, *lost);
+  if (name == nullptr || !IsWhole(model.nodes[name->directory])) return;
+  const Entry& entry = EntryOf(model, *name);
+  work->Begin("lets " + Quoted(entry) + " in " + NodeName(*work, name->directory) + " name node " +
+              to_string(lost->number) + ", which has lost its name, and no longer node " + to_string(twice->number) +
+              ", which has another");
+  work->PutHalf(entry.offset, lost->number);
 }
 
 void CollectUseless(const RepairWork& work, const NodeInfo& directory, Removals* removals) {
@@ -249,6 +309,8 @@ void FixDirectorySizes(RepairWork* work) {
 }
 
 void RemoveEntries(RepairWork* work) {
+  RepointEntry(work);
+  if (work->changed) return;
   Removals removals;
   CollectSecondNames(*work, &removals);
   for (const NodeInfo& directory : work->model().nodes) {

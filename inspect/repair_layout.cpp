@@ -158,14 +158,6 @@ std::uint16_t RightAttributes(const NodeInfo& node) {
 
 }  // namespace
 
-void FixLength(RepairWork* work) {
-  const std::uint64_t size = work->image.Size();
-  if (size >= work->geometry().dataOffset) return;
-  work->Begin("fills the container up to its data area; every node that lay behind its end is lost");
-  const std::vector<std::uint8_t> free(static_cast<std::size_t>(work->geometry().dataOffset - size), 0xFF);
-  work->Put(size, free.data(), free.size());
-}
-
 void FixHeader(RepairWork* work) {
   const Report& report = work->report;
   if (report.Count(Kind::kHeaderSignature) + report.Count(Kind::kHeaderVersion) + report.Count(Kind::kHeaderField) +

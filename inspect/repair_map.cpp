@@ -19,7 +19,7 @@ void VisitAll(RepairWork* work, const std::function<bool(const NodeInfo&, const 
   for (const NodeInfo& node : work->model().nodes) {
     if (node.state != NodeState::kUsed) continue;
     VisitMap(work->image, work->geometry(), node.record, node.offset, [&](const MapSlot& slot) {
-      if (!visit(node, slot) || slot.level == MapLevel::kData || !work->geometry().Holds(slot.block)) return false;
+      if (!visit(node, slot) || slot.level == MapLevel::kData || !work->CanEnter(slot.block)) return false;
       const bool first = !entered[slot.block];
       entered[slot.block] = true;
       return first;
@@ -92,6 +92,7 @@ struct Unsharing {
 bool Unsharing::Visit(const NodeInfo& node, const MapSlot& slot) {
   if (!work->geometry().Holds(slot.block)) return false;
   const bool map = slot.level != MapLevel::kData;
+  if (map && !work->CanEnter(slot.block)) return false;  // FixSlotsOutside takes it out
   const bool shared = work->model().blocks[slot.block].shared;
   if (map && shared && !LooksLikeMap(*work, slot.block)) {
     ClearSlot(work, node, slot, "something else's, and no block numbers");
@@ -163,7 +164,7 @@ void FixExtras(RepairWork* work, const NodeInfo& node) {
   std::uint64_t end = node.map.needed;
   work->Begin("corrects the size of " + NodeName(*work, node.number) + ", which has blocks past its size");
   VisitMap(work->image, work->geometry(), node.record, node.offset, [&](const MapSlot& slot) {
-    if (slot.level != MapLevel::kData) return work->geometry().Holds(slot.block);
+    if (slot.level != MapLevel::kData) return work->CanEnter(slot.block);
     if (slot.index < node.map.needed || slot.block == kNoBlock) return false;
     if (slot.index == end) {
       ++end;
@@ -193,7 +194,7 @@ void MakeFirstBlock(RepairWork* work, const NodeInfo& node) {
 std::vector<std::uint64_t> MissingBlocks(const RepairWork& work, const NodeInfo& node) {
   std::vector<bool> there(static_cast<std::size_t>(node.map.end));
   VisitMap(work.image, work.geometry(), node.record, node.offset, [&](const MapSlot& slot) {
-    if (slot.level != MapLevel::kData) return work.geometry().Holds(slot.block);
+    if (slot.level != MapLevel::kData) return work.CanEnter(slot.block);
     if (slot.index < there.size() && slot.block != kNoBlock) there[static_cast<std::size_t>(slot.index)] = true;
     return false;
   });
@@ -293,7 +294,7 @@ void FixSlotsOutside(RepairWork* work) {
       ClearSlot(work, node, slot, "beyond the container's end");
       return false;
     }
-    if (slot.level != MapLevel::kData && IsNoMap(work->image, work->geometry(), slot.block)) {
+    if (slot.level != MapLevel::kData && !work->CanEnter(slot.block)) {
       ClearSlot(work, node, slot, "no block numbers in it");
       return false;
     }
@@ -362,7 +363,7 @@ void CutNode(RepairWork* work, std::uint16_t number, std::uint64_t end, std::uin
   OrbNodeRecord record = work->GetNode(number);
   std::vector<std::uint64_t> slots;
   VisitMap(work->image, work->geometry(), record, work->model().nodes[number].offset, [&](const MapSlot& slot) {
-    if (slot.level != MapLevel::kData) return work->geometry().Holds(slot.block);
+    if (slot.level != MapLevel::kData) return work->CanEnter(slot.block);
     if (slot.index >= std::max<std::uint64_t>(end, kDirectBlocks) && slot.block != kNoBlock) {
       slots.push_back(slot.offset);
     }

@@ -126,7 +126,7 @@ std::vector<MissingMap> FindMissingMaps(const RepairWork& work) {
       const std::uint64_t left = node.map.needed - slot.index;
       const bool all = slot.level == MapLevel::kDouble;
       const std::uint64_t blocks = all ? left : std::min<std::uint64_t>(left, geometry.mapSlots());
-      const bool held = geometry.Holds(slot.block) && !IsNoMap(work.image, geometry, slot.block);
+      const bool held = work.CanEnter(slot.block);
       const bool shared = held && work.model().blocks[slot.block].shared;
       if (!held || (shared && !all && CountSlots(work, slot.block) != blocks)) {
         missing.push_back({node.number, slot, blocks});
@@ -224,7 +224,7 @@ std::vector<MissingEntries> FindMissingEntries(const RepairWork& work) {
     if (node.state != NodeState::kUsed || !node.IsDirectory() || node.map.sizeImpossible) continue;
     std::set<std::uint32_t> entered;
     VisitMap(work.image, geometry, node.record, node.offset, [&](const MapSlot& slot) {
-      if (slot.level != MapLevel::kData) return geometry.Holds(slot.block) && entered.insert(slot.block).second;
+      if (slot.level != MapLevel::kData) return work.CanEnter(slot.block) && entered.insert(slot.block).second;
       const std::vector<std::uint64_t>& foreign = node.directory.foreign;
       const bool there = geometry.Holds(slot.block) && !std::binary_search(foreign.begin(), foreign.end(), slot.index);
       if (there || slot.index == 0 || slot.index >= node.map.needed) return false;

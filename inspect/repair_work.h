@@ -54,6 +54,10 @@ struct RepairWork {
   // Blocks that may still be taken: repair does not blow a container up without end.
   std::uint64_t budget = 0;
 
+  // The slot of a map names a block that can be one of its block-map blocks.
+  bool CanEnter(std::uint32_t block) const {
+    return geometry().Holds(block) && !(block < model().blocks.size() && model().blocks[block].noMap);
+  }
   // What nothing names in this round's model, or the free chain alone.
   bool IsLoose(std::uint32_t block) const;
   // What nothing named when the repair began, and nothing names now: it may belong to what is damaged.
@@ -80,7 +84,6 @@ struct RepairWork {
 using Pass = void (*)(RepairWork*);
 
 // repair_layout.cpp
-void FixLength(RepairWork* work);  // a container that ends before its data area
 void FixHeader(RepairWork* work);
 // repair_map.cpp
 void FillTail(RepairWork* work);  // a container that ends in the middle of a block in use

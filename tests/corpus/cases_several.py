@@ -100,3 +100,16 @@ def several_no_node_is_left(c):
     """The bitmap calls every node used, and the entry of /LAST.TXT is zeros."""
     c.put(at.BITMAP, bytes(4))
     c.put(c.entry("/", "LAST.TXT"), bytes(32))
+
+
+@case("tree")
+def several_map_pointer_and_table_entry(c):
+    """The table names no block for nodes 17 to 32, and /SMALL.TXT names that block as its indirect block."""
+    c.put_word(c.record("/SMALL.TXT") + at.INDIRECT, c.was(at.TABLE + 4))
+    c.put_word(at.TABLE + 4, 0)
+
+
+@case("tree")
+def several_number_and_name_of_an_entry(c):
+    """The first four bytes of the entry of /A/NOTE.TXT are those of node 7, which is /SMALL.TXT, and of no name."""
+    c.put_word(c.entry("/A", "NOTE.TXT"), c.node("/SMALL.TXT"))

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <ctime>
 #include <fstream>
 #include <iterator>
@@ -53,6 +55,26 @@ TEST_F(RecoverTest, soundContainer_everythingIsCopied) {
   EXPECT_EQ(Get("A"), Pattern(1500, 1501));
   EXPECT_EQ(Get("D/B"), Pattern(300 * 1024, 300 * 1024 + 1));
   EXPECT_EQ(Get("D/E/EMPTY"), Bytes());
+}
+
+TEST_F(RecoverTest, containerTooLong_everythingIsCopied) {
+  struct Long : MemoryImage {
+    using MemoryImage::MemoryImage;
+    std::uint64_t Size() const override { return 0x80000000; }
+    bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+      if (offset + count > Size()) return false;
+      std::memset(out, 0, count);
+      const std::uint64_t end = MemoryImage::Size();
+      if (offset >= end) return true;
+      return MemoryImage::Read(offset, out, static_cast<std::size_t>(std::min<std::uint64_t>(count, end - offset)));
+    }
+  };
+  const Small image;
+  const Recovered result = Recover(Long(image.bytes()), root_);
+  EXPECT_TRUE(result.possible);
+  EXPECT_EQ(result.files, 3u);
+  EXPECT_EQ(result.unreadable, 0u);
+  EXPECT_EQ(Get("D/B"), Pattern(300 * 1024, 300 * 1024 + 1));
 }
 
 TEST_F(RecoverTest, timeStamps_areKept) {

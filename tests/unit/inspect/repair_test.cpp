@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <set>
 #include <string>
 
@@ -107,6 +108,60 @@ TEST(RepairImpossible, hostCannotRead_saysSo) {
   EXPECT_FALSE(PlanRepair(Bad(Small().bytes()), testimage::kRepairTime).possible);
 }
 
+// The container at its beginning, then zeros up to its length.
+struct Long : MemoryImage {
+  Long(const Bytes& bytes, std::uint64_t length) : MemoryImage(bytes), whole(bytes.size()), size(length) {}
+  std::uint64_t Size() const override { return size; }
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    if (offset > size || count > size - offset) return false;
+    std::memset(out, 0, count);
+    if (offset >= whole) return true;
+    return MemoryImage::Read(offset, out, static_cast<std::size_t>(std::min<std::uint64_t>(count, whole - offset)));
+  }
+  std::uint64_t whole, size;
+};
+
+TEST(RepairImpossible, containerTooLong_saysWhereToCutAndPlansNothing) {
+  const Small image;
+  const Plan plan = PlanRepair(Long(image.bytes(), 0x80000000), testimage::kRepairTime);
+  EXPECT_FALSE(plan.possible);
+  EXPECT_EQ(plan.actions.size(), 0u);
+  EXPECT_NE(plan.problem.find("cut it to " + std::to_string(image.bytes().size()) + " bytes"), std::string::npos)
+      << plan.problem;
+}
+
+TEST(RepairImpossible, containerTooLongAndDamaged_advisesRecovery) {
+  Small image;
+  image.Put8(image.NodeOffset(2), 'X');
+  const Plan plan = PlanRepair(Long(image.bytes(), 0x80000000), testimage::kRepairTime);
+  EXPECT_FALSE(plan.possible);
+  EXPECT_EQ(plan.actions.size(), 0u);
+  EXPECT_NE(plan.problem.find("recover what it holds"), std::string::npos) << plan.problem;
+}
+
+TEST(RepairImpossible, containerEndsBeforeItsData_saysThatNothingCanBeSaved) {
+  for (const std::size_t size : {0u, 500u, 1024u, 1055u}) {
+    const Small image;
+    const Plan plan = PlanRepair(MemoryImage({image.bytes().begin(), image.bytes().begin() + static_cast<long>(size)}),
+                                 testimage::kRepairTime);
+    EXPECT_FALSE(plan.possible) << size;
+    EXPECT_NE(plan.problem.find("nothing of what it held can be saved"), std::string::npos) << plan.problem;
+  }
+}
+
+TEST(RepairLength, nothingIsLeftOfTheData_planSaysSo) {
+  const Small image;
+  const std::string nothing = "nothing of what the container held can be saved: it will be empty\n";
+  for (const std::uint32_t block : {1u, 2u}) {
+    const Bytes bytes(image.bytes().begin(), image.bytes().begin() + static_cast<long>(image.BlockOffset(block)));
+    const Plan plan = PlanRepair(MemoryImage(bytes), testimage::kRepairTime);
+    EXPECT_EQ(ToText(plan).find(nothing) != std::string::npos, true) << block << ToText(plan);
+  }
+  ImageBuilder empty(1024, 32);
+  empty.Put8(1024, 0);  // nodes 2 to 8 in use
+  EXPECT_EQ(ToText(PlanRepair(MemoryImage(empty.bytes()), testimage::kRepairTime)).find(nothing), std::string::npos);
+}
+
 // ---- Header, table, bitmap, slots -----------------------------------------------------------------------------------
 
 TEST(RepairHeader, anyFieldWrong_isWrittenAnew) {
@@ -127,7 +182,7 @@ TEST(RepairHeader, reservedBytesAndFlags_areCleared) {
 TEST(RepairLength, cutAnywhere_keepsTheFilesBeforeTheCut) {
   const Small whole;
   const Files files = Tree(whole.bytes());
-  for (std::size_t size = 1024; size < whole.bytes().size(); size += 211) {
+  for (std::size_t size = 1024 + 32; size < whole.bytes().size(); size += 211) {
     Bytes bytes(whole.bytes().begin(), whole.bytes().begin() + static_cast<std::ptrdiff_t>(size));
     const Files left = Tree(testimage::RepairedFromEveryStop(bytes));
     for (const auto& [path, contents] : left) {
@@ -215,6 +270,85 @@ TEST(RepairBitmap, usedBeyondTheTable_isFreed) {
   const Bytes sound = image.bytes();
   image.SetFree(224 * 16 + 5, false);
   EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), sound);
+}
+
+// ---- One pointer or number that leads astray ------------------------------------------------------------------------
+
+TEST(RepairStray, pointerToANodeBlockThatTheTableLost_nodesAreRegained) {
+  for (const std::uint32_t offset : {56u, 60u}) {  // indirect, double-indirect
+    Small image;
+    FillDirectory(&image, 40);
+    const Files files = Tree(image.bytes());
+    image.Put32(image.NodeOffset(2) + offset, image.Get32(ImageBuilder::TableOffset(1)));
+    image.Put32(ImageBuilder::TableOffset(1), 0);
+    EXPECT_FILES(Repair(image), files);
+  }
+}
+
+TEST(RepairStray, mapPointerToADirectorysBlock_directoryIsLeftAlone) {
+  Small image;
+  image.AddFile(1, "BIG", 8 * 1024);
+  const Files files = Tree(image.bytes());
+  image.Put32(image.NodeOffset(2) + 56, image.MappedBlock(3, 0));  // /A has two blocks and needs no map
+  std::string texts;
+  EXPECT_FILES(Repair(image, &texts), files);
+  EXPECT_NE(texts.find("out of /A (node 2): no block numbers in it"), std::string::npos) << texts;
+}
+
+TEST(RepairStray, mapPointerOfADirectorysRecordToItsOwnBlock_directoryIsWhole) {
+  Small image;
+  const Files files = Tree(image.bytes());
+  image.Put32(image.NodeOffset(3) + 56, image.MappedBlock(3, 0));
+  image.Put32(image.NodeOffset(3) + 32, 0);
+  EXPECT_FILES(Repair(image), files);
+}
+
+// FULL is node 7, F2 to F9 are nodes 8 to 15.
+struct Named : Small {
+  Named() { FillDirectory(this, 10); }
+  void Point(std::uint32_t entry, std::uint16_t node) { Put16(EntryOffset(7, entry), node); }
+};
+
+TEST(RepairStray, entryWithoutNameNamesAnothersNode_namesItsOwnAgain) {
+  Named image;
+  const Files was = Tree(image.bytes());
+  image.Put32(image.EntryOffset(7, 4), 2);  // F4, node 10: number and the name's first bytes
+  const Files files = Repair(image);
+  EXPECT_EQ(files.at("/A"), was.at("/A"));
+  EXPECT_EQ(files.at("/FULL/NODE0010"), was.at("/FULL/F4"));
+  EXPECT_EQ(files.size(), was.size());
+}
+
+TEST(RepairStray, entryBesideItsNeighboursNamesAnothersNode_namesItsOwnAgain) {
+  Named image;
+  const Bytes sound = image.bytes();
+  image.Point(4, 2);
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), sound);
+}
+
+TEST(RepairStray, directorysEntryNamesAnothersNode_namesItsOwnAgain) {
+  Named image;
+  const Bytes sound = image.bytes();
+  image.Put16(image.EntryOffset(1, 3), 4);  // D, node 3; 4 is its file B
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), sound);
+}
+
+TEST(RepairStray, entryWithoutNameAndNoNodeWithoutName_legalNameIsKept) {
+  Named image;
+  const Files files = Tree(image.bytes());
+  image.AddEntry(7, "X", 2);
+  image.Put8(image.EntryOffset(7, 10) + 2, 0);
+  EXPECT_FILES(Repair(image), files);
+}
+
+TEST(RepairStray, twoNodesWithoutName_noneIsGuessed) {
+  Named image;
+  const Files was = Tree(image.bytes());
+  image.Point(4, 2);
+  image.Put16(image.EntryOffset(7, 6), 0xFFF);
+  const Files files = Repair(image);
+  EXPECT_EQ(files.at("/LOST.FND/NODE0010"), was.at("/FULL/F4"));
+  EXPECT_EQ(files.at("/LOST.FND/NODE0012"), was.at("/FULL/F6"));
 }
 
 // ---- Erased flash: every byte 0xFF, and a bitmap that calls every node free ------------------------------------------
