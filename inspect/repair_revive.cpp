@@ -36,10 +36,11 @@ bool HasItsSlots(const Geometry& geometry, const OrbNodeRecord& record) {
 
 // The directory whose first block this is has another entry than its dots.
 bool HasEntries(const RepairWork& work, std::uint32_t block) {
-  return Get16(&work.GetBlock(block)[2 * kDirEntrySize]) != 0;
+  std::uint8_t number[2] = {};
+  work.image.Read(work.geometry().BlockOffset(block) + 2 * kDirEntrySize, number, sizeof number);
+  return Get16(number) != 0;
 }
 
-// A reason to call a free node used, once per round: the blocks must be no other such node's.
 void Revive(RepairWork* work, std::uint32_t number, const std::string& why) {
   work->Begin("notes in the bitmap that node " + to_string(number) + ", which " + why + ", is in use");
   work->SetFree(number, false);
