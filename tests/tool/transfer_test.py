@@ -201,6 +201,7 @@ class PutTest(ToolTest):
         with subprocess.Popen([ORBA, "put", "-", "card.orb:/BIG"], stdin=subprocess.PIPE, cwd=self.folder,
                               env=self.environment()) as process:
             process.stdin.write(bytes(2 << 20))  # far more than a pipe holds: the work has begun
+            process.stdin.flush()
             process.kill()
         self.orba("repair", "card.orb")  # killed inside an update or between two
         self.assertEqual(self.listing(), ["~ORBA-1.TMP"])

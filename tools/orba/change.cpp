@@ -83,7 +83,7 @@ void RemoveBelow(Session* session, Walker* walker, const Address& directory) {
 void Remove(const RemoveOptions& options, Session* session, const Match& match) {
   const std::string what = "cannot remove " + match.address.Text();
   if (match.address.IsRoot()) {
-    throw Failure(what, "it is the root of the container",
+    throw Failure(what, "it is the root of the container, which is always there",
                   "remove what it holds with: orba rm -r " + ShellWord(match.address.container + ":/*"));
   }
   if (match.item.IsDirectory()) {

@@ -152,7 +152,9 @@ void MoveOver(Session* session, const std::string& what, const Address& source, 
 
 bool Move(const TransferOptions& options, Session* session, const Match& source, const Address& target) {
   const std::string what = "cannot move " + source.address.Text();
-  if (source.address.IsRoot()) throw Failure(what, "it is the root of the container", "move what it holds");
+  if (source.address.IsRoot()) {
+    throw Failure(what, "it is the root of the container, which has no other place", "move what it holds");
+  }
   if (session->PathOf(source.address) == session->PathOf(target)) {
     throw Failure(what, "source and target are the same", "use another target");
   }

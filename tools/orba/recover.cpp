@@ -133,7 +133,7 @@ bool ReportLosses(const std::string& container, const inspect::Recovered& recove
   if (folder.notTried() > 0) {
     Report(Failure(
         "cannot recover " + inspect::Counted(folder.notTried(), "more file or directory", "more files and directories"),
-        "the host takes nothing more", "then go on with: orba recover --no-clobber"));
+        "the host takes nothing more", "make room, then go on with: orba recover --no-clobber"));
   }
   if (recovered.unreadable > 0) {
     Report(Failure("cannot read " + inspect::Counted(recovered.unreadable, "place") + " of " + container,

@@ -226,8 +226,8 @@ const Command kRepairCommand = {
     "--dry-run --verbose shows it all. With --undo, a file keeps all that is overwritten, and "
     "orba undo takes the repair back.\n\n"
     "Exits with 0 when there was nothing to do, 1 when the container is repaired, 4 when damage is left (always "
-    "after --dry-run), 8 when it could not work: then, and also where the plan cannot be written to standard output, "
-    "nothing was changed unless the message says so.",
+    "after --dry-run), 8 when it could not work. Where the plan cannot be written to standard output nothing is "
+    "changed, and the status is 8 too.",
     "orba repair --dry-run card.orb\n"
     "orba repair --undo card.undo card.orb",
     DefineRepair,
