@@ -76,13 +76,14 @@ constexpr std::uint32_t kEnoughSlots = 8;  // half of the smallest block's
 
 std::uint32_t IndexOf(const RepairWork& work, std::uint32_t block) {
   const Geometry& geometry = work.geometry();
-  const std::uint32_t last = geometry.nodesPerBlock() - 1;
-  for (const std::uint32_t slot : {0u, 1u, last / 2 + 1, last}) {  // either half of the block may be lost
+  const std::uint32_t perBlock = geometry.nodesPerBlock();
+  if (perBlock == 0) return kNoIndex;
+  for (const std::uint32_t slot : {0u, 1u, perBlock / 2, perBlock - 1}) {  // either half of the block may be lost
     std::uint8_t bytes[6];
     if (!work.image.Read(geometry.BlockOffset(block) + slot * kNodeSize, bytes, sizeof bytes)) return kNoIndex;
     const std::uint32_t first = Get16(bytes + 4) - slot;
-    if (Get32(bytes) != kNodeSignature || first % geometry.nodesPerBlock() != 1) continue;
-    const std::uint32_t index = first / geometry.nodesPerBlock();
+    if (Get32(bytes) != kNodeSignature || first % perBlock != 1) continue;
+    const std::uint32_t index = first / perBlock;
     if (index < kNodeTableEntries && GoodSlots(work, block, index) >= kEnoughSlots) return index;
   }
   return kNoIndex;
