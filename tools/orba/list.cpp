@@ -8,6 +8,7 @@
 #include <memory>
 #include <tuple>
 
+#include "inspect/finding.h"
 #include "inspect/names.h"
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
@@ -194,10 +195,6 @@ void PrintBranches(Walker* walker, const Address& directory, const std::string& 
   }
 }
 
-std::string Counted(unsigned count, const char* one, const char* many) {
-  return std::to_string(count) + " " + (count == 1 ? one : many);
-}
-
 int RunTree(const TreeOptions& options) {
   Session session(Session::kLook);
   Walker walker(&session);
@@ -210,8 +207,8 @@ int RunTree(const TreeOptions& options) {
     }
   });
   if (counts.drawn) {
-    Print("\n" + Counted(counts.directories, "directory", "directories") + ", " +
-          Counted(counts.files, "file", "files") + "\n");
+    Print("\n" + inspect::Counted(counts.directories, "directory", "directories") + ", " +
+          inspect::Counted(counts.files, "file") + "\n");
   }
   session.Close();
   return status;

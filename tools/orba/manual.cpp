@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "inspect/names.h"
 #include "tools/orba/command.h"
 
 #ifndef ORBA_VERSION
@@ -235,13 +236,6 @@ std::string Troff(const std::string& text) {
   return !safe.empty() && safe[0] == '.' ? "\\&" + safe : safe;
 }
 
-std::string Upper(std::string text) {
-  for (char& c : text) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  }
-  return text;
-}
-
 std::string TroffParagraphs(const std::string& text) {
   std::string paragraphs;
   for (const std::string& paragraph : Split(text, "\n\n")) {
@@ -355,12 +349,12 @@ std::string ManualPage(const CLI::App& app) {
                      ".SH DESCRIPTION\n.B orba\n" +
                      Troff(kPurpose) + "\n";
   for (const Topic& topic : kTopics) {
-    page += ".SH \"" + Upper(topic.title) + "\"\n" + TroffParagraphs(topic.text);
+    page += ".SH \"" + inspect::UpperCase(topic.title) + "\"\n" + TroffParagraphs(topic.text);
   }
   std::string group;
   for (const CLI::App* sub : SubCommands(app)) {
     const std::string heading = CommandOf(*sub).group;
-    if (group != heading) page += ".SH \"" + Upper(group = heading) + "\"\n";
+    if (group != heading) page += ".SH \"" + inspect::UpperCase(group = heading) + "\"\n";
     page += ManualSection(*sub);
   }
   return page;
