@@ -3,11 +3,11 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/error.h"
+#include "base/name.h"
+#include "base/scratch.h"
 #include "files/open_file.h"
-#include "interface/error.h"
 #include "namespace/directory.h"
-#include "namespace/name.h"
-#include "space/scratch.h"
 
 namespace orba {
 

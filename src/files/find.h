@@ -9,7 +9,7 @@
 #include <stdint.h>
 
 #include "files/slots.h"
-#include "namespace/node.h"
+#include "nodes/node.h"
 #include "orba.h"
 
 namespace orba {

@@ -1,6 +1,6 @@
 #include "files/open_file.h"
 
-#include "interface/error.h"
+#include "base/error.h"
 #include "storage/container.h"
 
 namespace orba {

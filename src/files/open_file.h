@@ -8,7 +8,7 @@
 #include <stdint.h>
 
 #include "files/slots.h"
-#include "namespace/node.h"
+#include "nodes/node.h"
 
 namespace orba {
 

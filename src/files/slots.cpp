@@ -1,6 +1,6 @@
 #include "files/slots.h"
 
-#include "interface/error.h"
+#include "base/error.h"
 
 namespace orba {
 

@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "namespace/node.h"
+#include "nodes/node.h"
 
 namespace orba {
 

@@ -2,12 +2,12 @@
 
 #include <string.h>
 
+#include "base/error.h"
+#include "base/scratch.h"
 #include "files/open_file.h"
-#include "interface/error.h"
+#include "nodes/block_map.h"
 #include "space/block_io.h"
-#include "space/block_map.h"
 #include "space/free_chain.h"
-#include "space/scratch.h"
 
 namespace orba {
 

@@ -5,7 +5,7 @@
 
 #include <stdint.h>
 
-#include "namespace/node.h"
+#include "nodes/node.h"
 #include "orba.h"
 
 namespace orba {

@@ -2,24 +2,24 @@
 
 #include <string.h>
 
-#include "files/attributes.h"
+#include "base/byte_order.h"
+#include "base/text.h"
 #include "files/find.h"
-#include "files/full_path.h"
 #include "files/open_file.h"
 #include "files/transfer.h"
-#include "interface/byte_order.h"
-#include "interface/current_directory.h"
-#include "interface/text.h"
-#include "interface/time_stamp.h"
-#include "namespace/copy.h"
-#include "namespace/create.h"
+#include "namespace/current_directory.h"
 #include "namespace/directory.h"
-#include "namespace/move.h"
 #include "namespace/path.h"
-#include "namespace/remove.h"
+#include "operations/attributes.h"
+#include "operations/copy.h"
+#include "operations/create.h"
+#include "operations/format.h"
+#include "operations/full_path.h"
+#include "operations/mount.h"
+#include "operations/move.h"
+#include "operations/remove.h"
 #include "space/block_io.h"
-#include "volume/format.h"
-#include "volume/mount.h"
+#include "volume/time_stamp.h"
 
 using namespace orba;
 

@@ -11,7 +11,7 @@
 // does not convert, also those whose A form fails with another value: callers know it so.
 #pragma once
 
-#include "interface/error.h"
+#include "base/error.h"
 #include "orba.h"
 
 namespace orba {

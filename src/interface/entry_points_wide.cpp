@@ -1,7 +1,7 @@
 // The W forms. Each converts its strings, calls its A form and returns what that returns.
+#include "base/text.h"
 #include "files/find.h"
 #include "interface/entry_points.h"
-#include "interface/text.h"
 
 using namespace orba;
 

@@ -2,14 +2,14 @@
 
 #include <string.h>
 
-#include "interface/byte_order.h"
-#include "interface/current_directory.h"
-#include "interface/error.h"
-#include "namespace/name.h"
+#include "base/byte_order.h"
+#include "base/error.h"
+#include "base/name.h"
+#include "base/scratch.h"
+#include "namespace/current_directory.h"
+#include "nodes/block_map.h"
 #include "space/block_io.h"
-#include "space/block_map.h"
 #include "space/free_chain.h"
-#include "space/scratch.h"
 
 namespace orba {
 

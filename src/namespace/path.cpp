@@ -2,10 +2,10 @@
 
 #include <string.h>
 
-#include "interface/current_directory.h"
-#include "interface/error.h"
+#include "base/error.h"
+#include "base/name.h"
+#include "namespace/current_directory.h"
 #include "namespace/directory.h"
-#include "namespace/name.h"
 
 namespace orba {
 

@@ -6,7 +6,7 @@
 // entries of every directory. A walk that fails holds no node.
 #pragma once
 
-#include "namespace/node.h"
+#include "nodes/node.h"
 
 namespace orba {
 

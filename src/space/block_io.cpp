@@ -2,9 +2,9 @@
 
 #include <string.h>
 
-#include "interface/byte_order.h"
-#include "interface/error.h"
-#include "space/scratch.h"
+#include "base/byte_order.h"
+#include "base/error.h"
+#include "base/scratch.h"
 #include "storage/container.h"
 
 namespace orba {

@@ -3,10 +3,10 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "interface/byte_order.h"
-#include "interface/error.h"
+#include "base/byte_order.h"
+#include "base/error.h"
+#include "base/scratch.h"
 #include "space/block_io.h"
-#include "space/scratch.h"
 #include "storage/container.h"
 
 namespace orba {

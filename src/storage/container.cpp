@@ -1,6 +1,6 @@
 #include "storage/container.h"
 
-#include "interface/error.h"
+#include "base/error.h"
 #include "storage/memory_file.h"
 
 extern "C" {

@@ -1,6 +1,6 @@
 #include "storage/memory_file.h"
 
-#include "interface/error.h"
+#include "base/error.h"
 #include "platform/coredll.h"
 
 namespace orba {

@@ -1,6 +1,6 @@
 #include "volume/volume.h"
 
-#include "namespace/name.h"
+#include "base/name.h"
 
 namespace orba {
 

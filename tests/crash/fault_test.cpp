@@ -6,8 +6,8 @@
 #include <set>
 
 #include "crash/operation_test.h"
-#include "namespace/node.h"
-#include "volume/mount.h"
+#include "nodes/node.h"
+#include "operations/mount.h"
 
 namespace orba {
 

@@ -7,7 +7,7 @@
 
 #include "fuzz/fuzz_input.h"
 #include "inspect/check.h"
-#include "namespace/node.h"
+#include "nodes/node.h"
 #include "orba.h"
 #include "support/judgement.h"
 #include "support/test_host.h"

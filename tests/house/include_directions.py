@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Checks who includes whom: the layers of the library stand on each other in one direction only.
+"""Checks who includes whom: every folder of the library is a floor that uses the floors below.
 
   include_directions.py ROOT
 
-  - a file in src/ includes its own layer and those below, never one above, and has a place in the list of layers;
+  - a file in src/ includes its own floor and those below, never one above, and has a place in the list of floors;
   - what lies beside the library keeps to its side: the host folders use the seam, inspect/ the layout header, the
     black-box tests and the examples the public header;
   - no two files include each other, however many others lie between;
@@ -14,27 +14,19 @@ import pathlib
 import re
 import sys
 
-# From the bottom to the top. A name stands for the pair .h and .cpp; a "*" for any ending of the name.
-LAYERS = [
-    ["include/orba", "src/volume/layout"],
-    ["src/platform/coredll"],
-    ["src/interface/error", "src/interface/time_stamp", "src/interface/byte_order", "src/interface/text",
-     "src/namespace/name"],  # the rules of names stand on nothing and serve volumes as well as directories
-    ["src/storage/container", "src/storage/memory_file"],
-    ["src/volume/volume"],
-    ["src/space/block_io", "src/space/scratch"],
-    ["src/space/free_chain"],
-    ["src/namespace/node"],
-    ["src/space/block_map"],
-    ["src/namespace/node_store"],
-    ["src/interface/current_directory"],
-    ["src/namespace/directory"],
-    ["src/namespace/path"],
-    ["src/files/slots"],
-    ["src/namespace/create", "src/namespace/remove", "src/namespace/move", "src/namespace/copy",
-     "src/files/open_file", "src/files/transfer", "src/files/find", "src/files/full_path", "src/files/attributes",
-     "src/volume/format", "src/volume/mount"],
-    ["src/interface/entry_points*"],
+# The floors of src/ from the bottom to the top; within a floor, its files from the bottom to the top. Files named
+# together stand side by side and include none of each other.
+FLOORS = [
+    ("platform", ["coredll"]),
+    ("base", ["error", "byte_order name scratch text"]),
+    ("storage", ["memory_file", "container"]),
+    ("volume", ["layout", "time_stamp volume"]),
+    ("space", ["block_io", "free_chain"]),
+    ("nodes", ["node", "block_map", "node_store"]),
+    ("namespace", ["current_directory", "directory", "path"]),
+    ("files", ["slots", "open_file", "transfer find"]),
+    ("operations", ["create remove move format mount attributes full_path", "copy"]),
+    ("interface", ["entry_points", "entry_points_wide"]),
 ]
 
 # Folders beside the layers, and all of the project's files that they may include: folders end in "/".
@@ -57,13 +49,22 @@ CONDITIONAL = re.compile(r"\s*#\s*(if|ifdef|ifndef|elif|else)\b")
 SEARCHED = ["src", "include", "", "tests"]  # where a quoted name is looked up after the including file's own folder
 
 
-def layer_of(path):
-    stem = re.sub(r"\.\w+$", "", path)
-    for rank, names in enumerate(LAYERS):
-        for name in names:
-            if stem == name or (name.endswith("*") and stem.startswith(name[:-1])):
-                return rank
+def place_of(path):
+    """Floor and place on it of a file of the library, as numbers that grow upwards; None where it has none."""
+    if path == "include/orba.h":
+        return (-1, 0)
+    folder, _, name = path.removeprefix("src/").partition("/")
+    stem = re.sub(r"\.\w+$", "", name)
+    for floor, (floor_name, shelves) in enumerate(FLOORS):
+        if folder == floor_name:
+            for place, names in enumerate(shelves):
+                if stem in names.split():
+                    return (floor, place)
     return None
+
+
+def stem_of(path):
+    return re.sub(r"\.\w+$", "", path)
 
 
 def neighbour_of(path):
@@ -104,24 +105,26 @@ def faults_of_place(path, quoted):
     if neighbour:
         for number, name, file in quoted:
             if file is None:
-                yield f'{path}:{number}: "{name}" is no file of the project'
+                yield f'{path}:{number}: "{name}" is not a file of the project'
             elif not any(file == allowed or (allowed.endswith("/") and file.startswith(allowed))
                          for allowed in NEIGHBOURS[neighbour]):
                 yield f"{path}:{number}: {neighbour} does not include {file}"
         return
     if not path.startswith(("src/", "include/")):
         return
-    rank = layer_of(path)
-    if rank is None:
-        yield f"{path}: has no place among the layers of {pathlib.Path(__file__).name}"
+    place = place_of(path)
+    if place is None:
+        yield f"{path}: has no place among the floors of {pathlib.Path(__file__).name}"
         return
     for number, name, file in quoted:
         if file is None:
-            yield f'{path}:{number}: "{name}" is no file of the project'
-        elif layer_of(file) is None:
-            yield f"{path}:{number}: includes {file}, which is no layer"
-        elif layer_of(file) > rank:
+            yield f'{path}:{number}: "{name}" is not a file of the project'
+        elif place_of(file) is None:
+            yield f"{path}:{number}: includes {file}, which has no place among the floors"
+        elif place_of(file) > place:
             yield f"{path}:{number}: includes upwards, {file}"
+        elif place_of(file) == place and stem_of(file) != stem_of(path) and place[0] >= 0:
+            yield f"{path}:{number}: includes its neighbour {file}"
 
 
 def faults_of_host(path, system, conditions):

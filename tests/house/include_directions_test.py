@@ -21,58 +21,60 @@ class IncludeDirections(unittest.TestCase):
     def test_downward_includes_pass(self):
         self.assertEqual([], self.faults(
             include__orba_h="#ifndef ORBA_H\n#define ORBA_H\n#endif\n",
-            src__interface__error_h='#pragma once\n#include <stdint.h>\n#include "orba.h"\n',
-            src__interface__error_cpp='#include "interface/error.h"\n',
-            src__interface__entry_points_files_cpp='#include "interface/error.h"\n#include "orba.h"\n'))
+            src__base__error_h='#pragma once\n#include <stdint.h>\n#include "orba.h"\n',
+            src__base__error_cpp='#include "base/error.h"\n',
+            src__interface__entry_points_cpp='#include "base/error.h"\n#include "orba.h"\n'))
 
     def test_upward_include_is_found(self):
-        self.assertEqual(["src/space/block_io.cpp:2: includes upwards, src/namespace/node.h"], self.faults(
-            src__namespace__node_h="", src__space__block_io_cpp='\n#include "namespace/node.h"\n'))
+        self.assertEqual(["src/space/block_io.cpp:2: includes upwards, src/nodes/node.h"], self.faults(
+            src__nodes__node_h="", src__space__block_io_cpp='\n#include "nodes/node.h"\n'))
 
-    def test_source_without_a_layer_is_found(self):
-        self.assertEqual(["src/space/cache.h: has no place among the layers of include_directions.py"],
+    def test_source_without_a_floor_is_found(self):
+        self.assertEqual(["src/space/cache.h: has no place among the floors of include_directions.py"],
                          self.faults(src__space__cache_h=""))
 
     def test_unknown_include_is_found(self):
-        self.assertEqual(['src/space/block_io.cpp:1: "space/cache.h" is no file of the project'],
+        self.assertEqual(['src/space/block_io.cpp:1: "space/cache.h" is not a file of the project'],
                          self.faults(src__space__block_io_cpp='#include "space/cache.h"\n'))
 
     def test_include_of_a_host_folder_is_found(self):
-        self.assertEqual(["src/space/block_io.cpp:1: includes src/platform/posix/handles.h, which is no layer"],
+        self.assertEqual(["src/space/block_io.cpp:1: includes src/platform/posix/handles.h, which has no place among the floors"],
                          self.faults(src__space__block_io_cpp='#include "platform/posix/handles.h"\n',
                                      src__platform__posix__handles_h=""))
 
     def test_cycle_through_a_third_file_is_found(self):
         self.assertEqual(
-            ["include each other: src/files/find.h -> src/files/open_file.h -> src/files/transfer.h -> "
-             "src/files/find.h"],
-            self.faults(src__files__find_h='#include "files/open_file.h"\n',
-                        src__files__open_file_h='#include "files/transfer.h"\n',
-                        src__files__transfer_h='#include "files/find.h"\n'))
+            ["include each other: bench/a.h -> bench/b.h -> bench/c.h -> bench/a.h"],
+            self.faults(src__files__find_h="", bench__a_h='#include "b.h"\n', bench__b_h='#include "c.h"\n',
+                        bench__c_h='#include "a.h"\n'))
+
+    def test_include_of_a_neighbour_is_found(self):
+        self.assertEqual(["src/files/find.cpp:1: includes its neighbour src/files/transfer.h"],
+                         self.faults(src__files__find_cpp='#include "files/transfer.h"\n', src__files__transfer_h=""))
 
     def test_conditional_compilation_is_found(self):
-        self.assertEqual(["src/namespace/name.cpp:1: compiles conditionally above src/platform/"],
-                         self.faults(src__namespace__name_cpp="# ifdef _WIN32\n#endif\n"))
+        self.assertEqual(["src/base/name.cpp:1: compiles conditionally above src/platform/"],
+                         self.faults(src__base__name_cpp="# ifdef _WIN32\n#endif\n"))
 
     def test_conditional_compilation_of_a_host_passes(self):
         self.assertEqual([], self.faults(src__platform__posix__files_cpp="#ifdef __linux__\n#endif\n"))
 
     def test_cxx_header_in_the_library_is_found(self):
-        self.assertEqual(["src/namespace/name.h:1: <string> is not among the headers the library needs"],
-                         self.faults(src__namespace__name_h="#include <string>\n"))
+        self.assertEqual(["src/base/name.h:1: <string> is not among the headers the library needs"],
+                         self.faults(src__base__name_h="#include <string>\n"))
 
     def test_cxx_header_in_a_host_is_found(self):
         self.assertEqual(["src/platform/posix/files.cpp:2: <mutex> belongs to the C++ run time"],
                          self.faults(src__platform__posix__files_cpp="#include <fcntl.h>\n#include <mutex>\n"))
 
     def test_inspection_that_uses_the_library_is_found(self):
-        self.assertEqual(["inspect/reader.cpp:2: inspect/ does not include src/space/block_map.h"], self.faults(
-            src__volume__layout_h="", src__space__block_map_h="",
-            inspect__reader_cpp='#include "volume/layout.h"\n#include "space/block_map.h"\n'))
+        self.assertEqual(["inspect/reader.cpp:2: inspect/ does not include src/nodes/block_map.h"], self.faults(
+            src__volume__layout_h="", src__nodes__block_map_h="",
+            inspect__reader_cpp='#include "volume/layout.h"\n#include "nodes/block_map.h"\n'))
 
     def test_black_box_test_that_looks_inside_is_found(self):
-        self.assertEqual(["tests/api/open_test.cpp:1: tests/api/ does not include src/interface/error.h"], self.faults(
-            src__interface__error_h="", tests__api__open_test_cpp='#include "../../src/interface/error.h"\n'))
+        self.assertEqual(["tests/api/open_test.cpp:1: tests/api/ does not include src/base/error.h"], self.faults(
+            src__base__error_h="", tests__api__open_test_cpp='#include "../../src/base/error.h"\n'))
 
     def test_empty_tree_is_found(self):
         self.assertEqual(1, len(self.faults(examples__demo_cpp="")))

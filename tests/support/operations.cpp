@@ -4,9 +4,9 @@
 
 #include <stdexcept>
 
-#include "interface/error.h"
+#include "base/error.h"
+#include "operations/mount.h"
 #include "orba.h"
-#include "volume/mount.h"
 #include "volume/volume.h"
 
 namespace testhost {

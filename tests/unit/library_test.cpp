@@ -6,10 +6,10 @@
 
 #include "files/find.h"
 #include "files/open_file.h"
-#include "interface/current_directory.h"
-#include "namespace/node.h"
+#include "namespace/current_directory.h"
+#include "nodes/node.h"
+#include "operations/mount.h"
 #include "storage/memory_file.h"
-#include "volume/mount.h"
 
 namespace orba {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "interface/error.h"
+#include "base/error.h"
 #include "orba.h"
 #include "support/host_test.h"
 #include "support/image_view.h"

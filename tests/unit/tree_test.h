@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "namespace/node.h"
 #include "namespace/path.h"
+#include "nodes/node.h"
 #include "unit/library_test.h"
 
 namespace orba {

@@ -7,7 +7,7 @@
 #include <random>
 
 #include "files/find.h"
-#include "namespace/node.h"
+#include "nodes/node.h"
 #include "unit/tree_test.h"
 
 namespace orba {

@@ -4,8 +4,8 @@
 #include <functional>
 
 #include "files/find.h"
-#include "interface/current_directory.h"
-#include "namespace/node.h"
+#include "namespace/current_directory.h"
+#include "nodes/node.h"
 #include "unit/library_test.h"
 
 namespace orba {

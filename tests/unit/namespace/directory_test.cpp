@@ -4,9 +4,9 @@
 
 #include <functional>
 
-#include "interface/current_directory.h"
+#include "namespace/current_directory.h"
+#include "nodes/block_map.h"
 #include "space/block_io.h"
-#include "space/block_map.h"
 #include "unit/tree_test.h"
 
 namespace orba {

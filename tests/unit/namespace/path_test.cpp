@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include "interface/current_directory.h"
+#include "namespace/current_directory.h"
 #include "unit/tree_test.h"
 
 namespace orba {
