@@ -4,7 +4,7 @@
 
 #include <map>
 
-#include "inspect/repair.h"
+#include "inspect/repair/repair.h"
 
 namespace orba {
 

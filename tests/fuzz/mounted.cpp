@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "fuzz/fuzz_input.h"
-#include "inspect/check.h"
+#include "inspect/check/check.h"
 #include "nodes/node.h"
 #include "orba.h"
 #include "support/judgement.h"

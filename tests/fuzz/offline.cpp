@@ -8,12 +8,12 @@
 #include <string>
 
 #include "fuzz/fuzz_input.h"
-#include "inspect/apply.h"
-#include "inspect/check.h"
-#include "inspect/dump.h"
-#include "inspect/map.h"
-#include "inspect/recover.h"
-#include "inspect/repair.h"
+#include "inspect/check/check.h"
+#include "inspect/repair/apply.h"
+#include "inspect/repair/recover.h"
+#include "inspect/repair/repair.h"
+#include "inspect/view/dump.h"
+#include "inspect/view/map.h"
 #include "orba.h"
 #include "support/test_host.h"
 #include "tests/support/repair_harness.h"

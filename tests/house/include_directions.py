@@ -4,6 +4,7 @@
   include_directions.py ROOT
 
   - a file in src/ includes its own floor and those below, never one above, and has a place in the list of floors;
+  - a room of inspect/ includes itself and those below;
   - what lies beside the library keeps to its side: the host folders use the seam, inspect/ the layout header, the
     black-box tests and the examples the public header;
   - no two files include each other, however many others lie between;
@@ -29,7 +30,10 @@ FLOORS = [
     ("interface", ["entry_points", "entry_points_wide"]),
 ]
 
-# Folders beside the layers, and all of the project's files that they may include: folders end in "/".
+# The rooms of inspect/ from the bottom to the top.
+ROOMS = ["container", "check", "repair", "view"]
+
+# Folders beside the floors, and all of the project's files that they may include: folders end in "/".
 NEIGHBOURS = {
     "src/platform/ce/": ["src/platform/ce/", "src/platform/coredll.h", "include/orba.h"],
     "src/platform/windows/": ["src/platform/windows/", "src/platform/coredll.h", "include/orba.h"],
@@ -61,6 +65,11 @@ def place_of(path):
                 if stem in names.split():
                     return (floor, place)
     return None
+
+
+def room_of(path):
+    room = path.split("/")[1]
+    return ROOMS.index(room) if room in ROOMS else None
 
 
 def stem_of(path):
@@ -103,12 +112,17 @@ def read(root):
 def faults_of_place(path, quoted):
     neighbour = neighbour_of(path)
     if neighbour:
+        if neighbour == "inspect/" and room_of(path) is None:
+            yield f"{path}: has no place among the rooms of {pathlib.Path(__file__).name}"
+            return
         for number, name, file in quoted:
             if file is None:
                 yield f'{path}:{number}: "{name}" is not a file of the project'
             elif not any(file == allowed or (allowed.endswith("/") and file.startswith(allowed))
                          for allowed in NEIGHBOURS[neighbour]):
                 yield f"{path}:{number}: {neighbour} does not include {file}"
+            elif neighbour == "inspect/" and file.startswith(neighbour) and room_of(file) > room_of(path):
+                yield f"{path}:{number}: includes upwards, {file}"
         return
     if not path.startswith(("src/", "include/")):
         return

@@ -68,9 +68,18 @@ class IncludeDirections(unittest.TestCase):
                          self.faults(src__platform__posix__files_cpp="#include <fcntl.h>\n#include <mutex>\n"))
 
     def test_inspection_that_uses_the_library_is_found(self):
-        self.assertEqual(["inspect/reader.cpp:2: inspect/ does not include src/nodes/block_map.h"], self.faults(
+        self.assertEqual(["inspect/container/reader.cpp:2: inspect/ does not include src/nodes/block_map.h"], self.faults(
             src__volume__layout_h="", src__nodes__block_map_h="",
-            inspect__reader_cpp='#include "volume/layout.h"\n#include "nodes/block_map.h"\n'))
+            inspect__container__reader_cpp='#include "volume/layout.h"\n#include "nodes/block_map.h"\n'))
+
+    def test_upward_include_within_the_inspection_is_found(self):
+        self.assertEqual(["inspect/check/check.cpp:1: includes upwards, inspect/view/report.h"], self.faults(
+            src__files__find_h="", inspect__view__report_h="",
+            inspect__check__check_cpp='#include "inspect/view/report.h"\n'))
+
+    def test_inspection_source_without_a_room_is_found(self):
+        self.assertEqual(["inspect/check.cpp: has no place among the rooms of include_directions.py"],
+                         self.faults(src__files__find_h="", inspect__check_cpp=""))
 
     def test_black_box_test_that_looks_inside_is_found(self):
         self.assertEqual(["tests/api/open_test.cpp:1: tests/api/ does not include src/base/error.h"], self.faults(

@@ -4,7 +4,7 @@
   invariants.py ROOT
 
 A header in src/ numbers its layer's invariants ("//   D1  entry 0 is ..."). A test that watches one ends its first line,
-or the comment above it, with the number ("// D1, D4"); the kinds of findings in inspect/finding.h name theirs in brackets.
+or the comment above it, with the number ("// D1, D4"); the kinds of findings in inspect/check/finding.h name theirs in brackets.
 """
 import pathlib
 import re

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <functional>
 
-#include "inspect/check.h"
+#include "inspect/check/check.h"
 #include "tests/model/host.h"
 
 namespace model {

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "inspect/block_map.h"
-#include "inspect/names.h"
+#include "inspect/container/block_map.h"
+#include "inspect/container/names.h"
 
 namespace testhost {
 

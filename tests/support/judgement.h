@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "inspect/check.h"
-#include "inspect/image.h"
+#include "inspect/check/check.h"
+#include "inspect/container/image.h"
 #include "support/file_image.h"
 
 namespace testhost {

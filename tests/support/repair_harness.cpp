@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <set>
 
-#include "inspect/image.h"
-#include "inspect/recover.h"
+#include "inspect/container/image.h"
+#include "inspect/repair/recover.h"
 
 namespace testimage {
 

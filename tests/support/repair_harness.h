@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "inspect/check.h"
-#include "inspect/repair.h"
+#include "inspect/check/check.h"
+#include "inspect/repair/repair.h"
 
 namespace testimage {
 

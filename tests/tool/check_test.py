@@ -131,7 +131,7 @@ class CheckTest(DamageTest):
     def test_documentation_tells_every_field_and_kind_of_the_json(self):
         self.cut_first_block(4)
         report = json.loads(self.check("--json").out)
-        kinds = re.findall(r'\{"([a-z-]+)", k', (TOP / "inspect/finding.cpp").read_text())
+        kinds = re.findall(r'\{"([a-z-]+)", k', (TOP / "inspect/check/finding.cpp").read_text())
         self.assertGreater(len(kinds), 50)
         text = (TOP / "docs/orba-tool.md").read_text()
         for word in [*report, *report["findings"][0], "error", *kinds]:

@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "inspect/check.h"
+#include "inspect/check/check.h"
 
 namespace orba {
 

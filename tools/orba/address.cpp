@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "inspect/names.h"
+#include "inspect/container/names.h"
 #include "tools/orba/failure.h"
 
 namespace orba::tool {

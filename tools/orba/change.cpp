@@ -4,7 +4,7 @@
 #include <CLI/Formatter.hpp>
 #include <memory>
 
-#include "inspect/names.h"
+#include "inspect/container/names.h"
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"

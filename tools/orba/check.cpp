@@ -1,5 +1,5 @@
 // check: what is wrong with a container, for people and for programs.
-#include "inspect/check.h"
+#include "inspect/check/check.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>

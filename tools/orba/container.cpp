@@ -9,7 +9,7 @@
 #include <memory>
 #include <optional>
 
-#include "inspect/check.h"
+#include "inspect/check/check.h"
 #include "orba.h"
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "inspect/check.h"
+#include "inspect/check/check.h"
 #include "tools/orba/failure.h"
 #include "tools/orba/terminal.h"
 

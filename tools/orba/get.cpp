@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <memory>
 
-#include "inspect/names.h"
+#include "inspect/container/names.h"
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"

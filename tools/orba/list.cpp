@@ -8,8 +8,8 @@
 #include <memory>
 #include <tuple>
 
-#include "inspect/finding.h"
-#include "inspect/names.h"
+#include "inspect/check/finding.h"
+#include "inspect/container/names.h"
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "inspect/names.h"
+#include "inspect/container/names.h"
 #include "tools/orba/command.h"
 
 #ifndef ORBA_VERSION

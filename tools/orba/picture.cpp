@@ -7,10 +7,10 @@
 #include <cstdlib>
 #include <memory>
 
-#include "inspect/check.h"
-#include "inspect/dump.h"
-#include "inspect/map.h"
-#include "inspect/names.h"
+#include "inspect/check/check.h"
+#include "inspect/container/names.h"
+#include "inspect/view/dump.h"
+#include "inspect/view/map.h"
 #include "orba.h"
 #include "tools/orba/address.h"
 #include "tools/orba/command.h"

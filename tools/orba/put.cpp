@@ -8,7 +8,7 @@
 #include <memory>
 #include <set>
 
-#include "inspect/names.h"
+#include "inspect/container/names.h"
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"

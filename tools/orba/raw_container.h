@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "inspect/image.h"
+#include "inspect/container/image.h"
 #include "tools/orba/host_file.h"
 
 namespace orba::tool {

@@ -1,5 +1,5 @@
 // recover: everything readable out of a container, whatever its state.
-#include "inspect/recover.h"
+#include "inspect/repair/recover.h"
 
 #include <unistd.h>
 
@@ -12,7 +12,7 @@
 #include <system_error>
 #include <vector>
 
-#include "inspect/check.h"
+#include "inspect/check/check.h"
 #include "orba.h"
 #include "tools/orba/address.h"
 #include "tools/orba/command.h"

@@ -1,5 +1,5 @@
 // repair and undo: containers made consistent again, and that taken back.
-#include "inspect/repair.h"
+#include "inspect/repair/repair.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -11,8 +11,8 @@
 #include <cstring>
 #include <memory>
 
-#include "inspect/apply.h"
-#include "inspect/check.h"
+#include "inspect/check/check.h"
+#include "inspect/repair/apply.h"
 #include "orba.h"
 #include "tools/orba/address.h"
 #include "tools/orba/command.h"

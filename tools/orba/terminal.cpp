@@ -13,7 +13,7 @@
 #include <initializer_list>
 #include <utility>
 
-#include "inspect/names.h"
+#include "inspect/container/names.h"
 #include "tools/orba/failure.h"
 #include "tools/orba/interrupt.h"
 

@@ -1,6 +1,6 @@
 #include "tools/orba/wildcard.h"
 
-#include "inspect/names.h"
+#include "inspect/container/names.h"
 
 namespace orba::tool {
 

@@ -1,4 +1,4 @@
-#include "inspect/apply.h"
+#include "inspect/repair/apply.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // Every kind of finding, from an image broken in just that way; and valid images, on which the checker must be silent.
-#include "inspect/check.h"
+#include "inspect/check/check.h"
 
 #include <gtest/gtest.h>
 

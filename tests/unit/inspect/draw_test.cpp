@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "inspect/dump.h"
-#include "inspect/map.h"
+#include "inspect/view/dump.h"
+#include "inspect/view/map.h"
 #include "tests/support/image_builder.h"
 
 namespace orba::inspect {

@@ -1,11 +1,11 @@
-#include "inspect/image.h"
+#include "inspect/container/image.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <filesystem>
 
-#include "inspect/check.h"
+#include "inspect/check/check.h"
 #include "tests/support/image_builder.h"
 
 namespace orba::inspect {

@@ -1,4 +1,4 @@
-#include "inspect/recover.h"
+#include "inspect/repair/recover.h"
 
 #include <gtest/gtest.h>
 

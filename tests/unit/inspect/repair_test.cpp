@@ -1,5 +1,5 @@
 // Repair of containers broken in one way each. Every one is also repaired from each state in which a first repair may stop.
-#include "inspect/repair.h"
+#include "inspect/repair/repair.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,113 @@
+#include "inspect/check/work.h"
+#include "inspect/container/fields.h"
+
+namespace orba::inspect {
+
+namespace {
+
+using std::to_string;
+
+void MarkEntry(Work* work, std::uint32_t record, std::uint32_t place, std::uint32_t entry, std::uint64_t offset) {
+  if (entry == kNoBlock) {
+    work->Add(Kind::kChainZeroEntry, {0, record, offset}, "the record lists block 0; a mount refuses this");
+    return;
+  }
+  if (!work->geometry().Holds(entry)) {
+    work->Add(Kind::kChainEntryOutside, {0, record, offset},
+              "the record lists " + BlockText(entry) + ", which the container does not hold; it would be given out");
+    return;
+  }
+  if (work->chainMark[entry] != kNotInChain) {
+    work->Add(Kind::kChainDuplicate, {0, entry, offset},
+              BlockText(entry) + " stands in the free chain twice; it would be given out twice");
+    return;
+  }
+  work->chainMark[entry] = kListed;
+  work->chainPlace[entry] = place;
+}
+
+void MarkEntries(Work* work, std::uint32_t record, std::uint32_t place, const std::vector<std::uint8_t>& bytes) {
+  const std::uint32_t count = Get32(&bytes[8]);
+  const std::uint64_t offset = work->geometry().BlockOffset(record);
+  bool ordered = true;
+  for (std::uint32_t k = 1; k <= count; ++k) {
+    const std::uint32_t entry = Get32(&bytes[8 + 4 * k]);
+    MarkEntry(work, record, place, entry, offset + 8 + 4 * k);
+    if (k == 1 || !ordered || entry == kNoBlock || entry >= Get32(&bytes[8 + 4 * (k / 2)])) continue;
+    ordered = false;
+    work->Add(Kind::kChainHeapOrder, {0, record, offset + 8 + 4 * k},
+              "entry " + to_string(k) + " is smaller than its parent; the lowest block would not be given out first");
+  }
+}
+
+// The next record, 0 at the chain's end and where it cannot be followed further.
+std::uint32_t ReadRecord(Work* work, std::uint32_t block) {
+  const Geometry& geometry = work->geometry();
+  const std::uint64_t offset = geometry.BlockOffset(block);
+  std::vector<std::uint8_t> bytes(geometry.blockSize);
+  if (!work->Read(offset, bytes.data(), bytes.size())) return kNoBlock;
+  if (Get32(&bytes[0]) != kFreeChainSignature) {
+    work->Add(Kind::kChainSignature, {0, block, offset},
+              BlockText(block) + " is linked as a free-chain record but does not begin with \"FBC1\"");
+    return kNoBlock;
+  }
+  const std::uint32_t count = Get32(&bytes[8]);
+  if (count > geometry.chainCapacity()) {
+    work->Add(
+        Kind::kChainCount, {0, block, offset + 8},
+        "the record counts " + to_string(count) + " entries and has room for " + to_string(geometry.chainCapacity()));
+    return kNoBlock;
+  }
+  const auto place = static_cast<std::uint32_t>(work->model().chain.size());
+  if (place > 0 && count < geometry.chainCapacity()) {
+    work->Add(Kind::kChainPartial, {0, block, offset + 8}, "a record behind the head is not full");
+  }
+  if (work->chainMark[block] != kNotInChain) {
+    work->Add(Kind::kChainDuplicate, {0, block, offset},
+              BlockText(block) + " is a free-chain record and listed in one");
+  }
+  work->chainMark[block] = kRecord;
+  work->chainPlace[block] = place;
+  work->model().chain.push_back({block, count});
+  MarkEntries(work, block, place, bytes);
+  return Get32(&bytes[4]);
+}
+
+}  // namespace
+
+void WalkChain(Work* work) {
+  std::uint32_t block = work->model().header.freeChainHead;
+  std::uint64_t link = 48;  // where `block` was read
+  while (block != kNoBlock) {
+    if (!work->geometry().Holds(block)) {
+      work->Add(Kind::kChainOutside, {0, block, link},
+                "the free chain goes on in " + BlockText(block) + ", which the container does not hold");
+      return;
+    }
+    if (work->chainMark[block] == kRecord) {
+      work->Add(Kind::kChainCycle, {0, block, link}, "the free chain leads back to " + BlockText(block));
+      return;
+    }
+    link = work->geometry().BlockOffset(block) + 4;
+    block = ReadRecord(work, block);
+  }
+}
+
+void ClaimChain(Work* work) {
+  std::vector<BlockInfo>& blocks = work->model().blocks;
+  for (std::uint32_t block = 1; block < blocks.size(); ++block) {
+    if (work->chainMark[block] == kNotInChain || work->givenBack[block]) continue;
+    BlockInfo& info = blocks[block];
+    if (info.use == BlockUse::kNothing) {
+      info.use = work->chainMark[block] == kRecord ? BlockUse::kChainRecord : BlockUse::kFree;
+      info.index = work->chainPlace[block];
+      continue;
+    }
+    info.shared = true;
+    work->Add(
+        Kind::kChainBlockInUse, {info.node, block, work->geometry().BlockOffset(block)},
+        BlockText(block) + " stands in the free chain but serves " + OwnerText(info) + "; it would be given out again");
+  }
+}
+
+}  // namespace orba::inspect

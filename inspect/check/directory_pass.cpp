@@ -1,0 +1,393 @@
+#include <algorithm>
+#include <unordered_map>
+
+#include "inspect/check/work.h"
+#include "inspect/container/fields.h"
+#include "inspect/container/names.h"
+
+namespace orba::inspect {
+
+namespace {
+
+using std::to_string;
+
+std::uint32_t EntryCount(const NodeInfo& directory) { return directory.record.size / kDirEntrySize; }
+
+// ---- Taking the entries ---------------------------------------------------------------------------------------------
+
+// A last block that holds one entry goes back to the free chain before the directory's size is stored. As a new record of
+// the chain it starts with "FBC1" and counts nothing, which reads as an entry "C1" of node 16966.
+bool HoldsChainRecord(const Work& work, const std::vector<std::uint8_t>& bytes, std::uint32_t block) {
+  if (Get32(&bytes[0]) != kFreeChainSignature || Get32(&bytes[8]) != 0) return false;
+  if (work.chainMark[block] == kRecord) return true;
+  const std::uint32_t next = Get32(&bytes[4]);
+  if (next > work.geometry().blocks) return false;
+  const std::uint16_t node = Get16(&bytes[0]);
+  const Model& model = work.report.model;
+  return next != kNoBlock || !model.IsNode(node) || model.nodes[node].state != NodeState::kUsed;
+}
+
+bool IsDot(const OrbDirEntry& entry) { return NameOf(entry) == "." || NameOf(entry) == ".."; }
+
+// Something else than a directory's block: entries by the half dozen, and not one with a name that an entry can have.
+bool IsForeign(const Work& work, const std::vector<std::uint8_t>& bytes) {
+  constexpr std::uint32_t kEnough = 6;  // a few may be damaged entries
+  std::uint32_t entries = 0;
+  for (std::uint32_t slot = 0; slot < work.report.model.geometry.entriesPerBlock(); ++slot) {
+    const OrbDirEntry entry = DecodeEntry(&bytes[slot * kDirEntrySize]);
+    if (entry.node == 0) continue;
+    if (IsDot(entry) || IsLegalName(NameOf(entry))) return false;
+    ++entries;
+  }
+  return entries >= kEnough;
+}
+
+void TakeBlock(Work* work, NodeInfo* directory, const DirectoryBlock& at, const std::vector<std::uint8_t>& bytes,
+               bool* ended) {
+  DirectorySummary& found = directory->directory;
+  const Geometry& geometry = work->geometry();
+  const std::uint32_t count = EntryCount(*directory);
+  for (std::uint32_t slot = 0; slot < geometry.entriesPerBlock(); ++slot) {
+    Entry entry;
+    const std::uint64_t index = at.index * geometry.entriesPerBlock() + slot;
+    entry.index = static_cast<std::uint32_t>(index);
+    entry.block = at.block;
+    entry.offset = geometry.BlockOffset(at.block) + slot * kDirEntrySize;
+    entry.pastSize = index >= count;
+    entry.record = DecodeEntry(&bytes[slot * kDirEntrySize]);
+    const bool empty = entry.record.node == 0;
+    if (!entry.pastSize && empty && found.holes++ == 0) {
+      found.firstHole = index;
+      found.holeOffset = entry.offset;
+      found.holeBlock = at.block;
+    }
+    if (entry.pastSize && *ended && !empty) found.behindEnd = true;
+    if (entry.pastSize && empty) *ended = true;
+    if (empty || *ended) continue;
+    if (entry.pastSize) ++found.past;
+    directory->entries.push_back(entry);
+  }
+}
+
+bool NamesUsedNode(const Model& model, const Entry& entry) {
+  const std::uint16_t number = entry.record.node;
+  return model.IsNode(number) && number != kRootNode && model.nodes[number].state == NodeState::kUsed;
+}
+
+void JudgeHoles(Work* work, NodeInfo* directory) {
+  DirectorySummary& found = directory->directory;
+  const std::uint32_t count = EntryCount(*directory);
+  const Work::Place place = {directory->number, found.holeBlock, found.holeOffset, found.holes};
+  found.removalHalfMade = found.holes == 1 && found.firstHole + 1 == count && count > 2 &&
+                          found.holeOffset != work->geometry().BlockOffset(found.holeBlock);
+  if (found.removalHalfMade) {
+    work->Add(
+        Kind::kRemovalHalfMade, place,
+        "the last entry is cleared but the size still counts it: a removal was stopped before it stored the size");
+  } else {
+    work->Add(Kind::kDirHole, place,
+              Counted(found.holes, "entry", "entries") + " inside the size without a node, from entry " +
+                  to_string(found.firstHole) + " on; a reader takes that for the directory's end");
+  }
+}
+
+void JudgePast(Work* work, NodeInfo* directory) {
+  DirectorySummary& found = directory->directory;
+  const auto past = std::find_if(directory->entries.begin(), directory->entries.end(),
+                                 [](const Entry& entry) { return entry.pastSize; });
+  const Work::Place place = {directory->number, past->block, past->offset, found.past};
+  const std::string name = NameOf(past->record);
+  found.appendHalfMade = found.past == 1 && directory->record.size % kDirEntrySize == 0 && IsLegalName(name) &&
+                         NamesUsedNode(work->report.model, *past);
+  if (found.appendHalfMade) {
+    work->Add(Kind::kAppendHalfMade, place,
+              "\"" + Printable(name) + "\" of " + NodeText(past->record.node) +
+                  " stands just past the size: an entry was added, but not yet counted");
+  } else {
+    work->Add(Kind::kDirPastSize, place,
+              Counted(found.past, "entry", "entries") +
+                  " behind the last one that the size counts, where an end mark should be");
+  }
+}
+
+// ---- Judging entries and names --------------------------------------------------------------------------------------
+
+void CheckDots(Work* work, const NodeInfo& directory) {
+  if (!directory.directory.firstBlockRead) return;
+  const Entry* dots[2] = {nullptr, nullptr};
+  for (const Entry& entry : directory.entries) {
+    if (entry.index < 2) dots[entry.index] = &entry;
+  }
+  const std::uint32_t number = directory.number;
+  if (dots[0] != nullptr && (NameOf(dots[0]->record) != "." || dots[0]->record.node != number)) {
+    work->Add(Kind::kDirDot, {number, dots[0]->block, dots[0]->offset},
+              "the first entry is \"" + Printable(NameOf(dots[0]->record)) + "\" of " + NodeText(dots[0]->record.node) +
+                  " instead of \".\" of the directory itself");
+  }
+  if (dots[1] == nullptr) return;
+  const std::uint16_t up = dots[1]->record.node;
+  const std::vector<NameRef>& names = directory.names.empty() ? directory.pending : directory.names;
+  bool right = number == kRootNode ? up == kRootNode : names.empty();
+  if (number != kRootNode) {
+    for (const NameRef& name : names) right |= name.directory == up;
+  }
+  if (NameOf(dots[1]->record) == ".." && right) return;
+  work->Add(Kind::kDirDotDot, {number, dots[1]->block, dots[1]->offset},
+            "the second entry is \"" + Printable(NameOf(dots[1]->record)) + "\" of " + NodeText(up) +
+                " instead of \"..\" of the directory above");
+}
+
+void CheckSize(Work* work, const NodeInfo& directory) {
+  const std::uint32_t size = directory.record.size;
+  const std::uint32_t number = directory.number;
+  // A directory being made has no size until its first block is written; it has no name either.
+  if (size == 0 && directory.names.empty() && directory.pending.empty() && number != kRootNode) return;
+  if (size % kDirEntrySize == 0 && size >= 2 * kDirEntrySize) return;
+  work->Add(
+      Kind::kDirSize, {number, 0, directory.offset + 16},
+      "a directory cannot have " + to_string(size) + " bytes: it has 32 for each entry, and two entries at least");
+}
+
+void CheckName(Work* work, const NodeInfo& directory, const Entry& entry) {
+  const std::string name = NameOf(entry.record);
+  const Work::Place place = {directory.number, entry.block, entry.offset + 2};
+  if (!IsLegalName(name)) {
+    work->Add(Kind::kNameIllegal, place, "the name \"" + Printable(name) + "\" is not one that a path can hold");
+  } else if (UpperCase(name) != name) {
+    work->Add(Kind::kNameLower, place, "the name \"" + Printable(name) + "\" is not in upper case");
+  }
+}
+
+// True when the entry names a node that can have names.
+bool CheckTarget(Work* work, const NodeInfo& directory, const Entry& entry) {
+  const Model& model = work->report.model;
+  const std::uint16_t number = entry.record.node;
+  const std::string name = "\"" + Printable(NameOf(entry.record)) + "\" names ";
+  const Work::Place place = {directory.number, entry.block, entry.offset};
+  if (!model.IsNode(number)) {
+    work->Add(Kind::kEntryOutside, place, name + NodeText(number) + ", a number that the volume does not have");
+  } else if (number == kRootNode) {
+    work->Add(Kind::kEntryToRoot, place, name + "the root, which has no name");
+  } else if (model.nodes[number].state == NodeState::kFree) {
+    work->Add(Kind::kEntryToFree, place, name + NodeText(number) + ", which is free and would be given out again");
+  } else if (model.nodes[number].state == NodeState::kLost) {
+    work->Add(Kind::kEntryToLost, place, name + NodeText(number) + ", whose record is lost");
+  } else {
+    return true;
+  }
+  return false;
+}
+
+// True when `entry` is the last of its directory and `first` is its copy in an earlier block: a removal fills the hole there
+// before it clears the last entry.
+bool IsHalfMadeCopy(const NodeInfo& directory, const Entry& entry, const Entry& first) {
+  return entry.index + 1 == EntryCount(directory) && entry.record.node == first.record.node &&
+         entry.block != first.block;
+}
+
+void CheckDirectory(Work* work, NodeInfo* directory) {
+  Model& model = work->model();
+  std::unordered_map<std::string, std::size_t> seen;
+  for (std::size_t i = 0; i < directory->entries.size(); ++i) {
+    Entry& entry = directory->entries[i];
+    if (entry.index < 2) continue;
+    const NameRef name = {directory->number, static_cast<std::uint32_t>(i)};
+    if (entry.pastSize) {
+      if (NamesUsedNode(model, entry)) model.nodes[entry.record.node].pending.push_back(name);
+      continue;
+    }
+    CheckName(work, *directory, entry);
+    const auto [first, fresh] = seen.emplace(UpperCase(NameOf(entry.record)), i);
+    if (!fresh && IsHalfMadeCopy(*directory, entry, directory->entries[first->second])) {
+      work->Add(Kind::kEntryDoubled, {directory->number, entry.block, entry.offset},
+                "\"" + Printable(NameOf(entry.record)) +
+                    "\" was copied into the hole of a removed entry but still stands at the end");
+      entry.doubled = true;
+      continue;
+    }
+    if (!fresh && IsLegalName(NameOf(entry.record))) {
+      work->Add(Kind::kNameDuplicate, {directory->number, entry.block, entry.offset},
+                "the name \"" + Printable(NameOf(entry.record)) + "\" stands twice; only the first can be opened");
+    }
+    if (CheckTarget(work, *directory, entry)) model.nodes[entry.record.node].names.push_back(name);
+  }
+}
+
+// ---- What leads where -----------------------------------------------------------------------------------------------
+
+// Marks all that `start` leads to and that nothing led to before.
+void Spread(Model* model, std::uint16_t start, Reach reach) {
+  model->nodes[start].reach = reach;
+  std::vector<std::uint16_t> queue = {start};
+  while (!queue.empty()) {
+    const std::uint16_t number = queue.back();
+    queue.pop_back();
+    const NodeInfo& directory = model->nodes[number];
+    if (!directory.IsDirectory()) continue;
+    for (std::size_t i = 0; i < directory.entries.size(); ++i) {
+      const Entry& entry = directory.entries[i];
+      if (entry.index < 2 || !NamesUsedNode(*model, entry)) continue;
+      NodeInfo& child = model->nodes[entry.record.node];
+      if (child.reach != Reach::kNone) continue;
+      child.reach = reach;
+      child.parent = number;
+      child.parentEntry = static_cast<std::uint32_t>(i);
+      queue.push_back(child.number);
+    }
+  }
+}
+
+// From a node that is named, but not from the root: climbs until a directory comes up twice.
+std::uint16_t FindInCycle(const Model& model, std::uint16_t number) {
+  std::vector<bool> seen(model.nodes.size());
+  while (!seen[number]) {
+    seen[number] = true;
+    const NodeInfo& node = model.nodes[number];
+    if (node.names.empty() && node.pending.empty()) break;
+    number = (node.names.empty() ? node.pending : node.names).front().directory;
+  }
+  return number;
+}
+
+// `directory` lies below `node` or is it.
+bool LiesIn(const Model& model, std::uint16_t directory, std::uint16_t node) {
+  while (directory != node && directory != 0) directory = model.nodes[directory].parent;
+  return directory == node;
+}
+
+// Two names in two directories, as a move leaves them. A directory is never moved into itself.
+bool IsHalfMadeMove(const Model& model, const NodeInfo& node) {
+  const auto isLegal = [&](const NameRef& name) {
+    return IsLegalName(NameOf(model.nodes[name.directory].entries[name.entry].record));
+  };
+  return node.names.size() == 2 && node.pending.empty() && node.names[0].directory != node.names[1].directory &&
+         isLegal(node.names[0]) && isLegal(node.names[1]) && !LiesIn(model, node.names[0].directory, node.number) &&
+         !LiesIn(model, node.names[1].directory, node.number);
+}
+
+// A directory's first two entries, the one naming the node itself.
+bool BeginsAsDirectory(const NodeInfo& node, const std::vector<std::uint8_t>& first) {
+  const OrbDirEntry self = DecodeEntry(&first[0]);
+  return NameOf(self) == "." && self.node == node.number && NameOf(DecodeEntry(&first[kDirEntrySize])) == "..";
+}
+
+// There are entries, but neither dot is among them, nor one that leads anywhere.
+bool IsNoDirectory(const Model& model, const NodeInfo& node, const std::vector<std::uint8_t>& blocks) {
+  bool any = false;
+  for (std::size_t at = 0; at < blocks.size(); at += kDirEntrySize) {
+    Entry entry;
+    entry.record = DecodeEntry(&blocks[at]);
+    const std::string name = NameOf(entry.record);
+    if (at == 0 && (name == "." || entry.record.node == node.number)) return false;
+    if (at == kDirEntrySize && name == "..") return false;
+    if (at > kDirEntrySize && NamesUsedNode(model, entry) && IsLegalName(name)) return false;
+    any |= entry.record.node != 0;
+  }
+  return any;
+}
+
+}  // namespace
+
+void JudgeKind(Work* work, NodeInfo* node) {
+  const Geometry& geometry = work->geometry();
+  const std::uint32_t size = node->record.size;
+  const std::uint64_t count = std::min<std::uint64_t>(geometry.BlocksFor(size), kDirectBlocks);
+  std::vector<std::uint8_t> blocks;
+  for (std::uint32_t i = 0; i < count && geometry.Holds(node->record.direct[i]); ++i) {
+    blocks.resize(blocks.size() + geometry.blockSize);
+    std::uint8_t* to = &blocks[blocks.size() - geometry.blockSize];
+    if (!work->image.Read(geometry.BlockOffset(node->record.direct[i]), to, geometry.blockSize)) return;
+  }
+  if (blocks.empty()) return;
+  if ((node->record.attributes & ORB_NODE_DIRECTORY) == 0) {
+    node->wrongKind = size % kDirEntrySize == 0 && size >= 2 * kDirEntrySize && BeginsAsDirectory(*node, blocks);
+  } else {
+    node->wrongKind = node->number != kRootNode && IsNoDirectory(work->report.model, *node, blocks);
+  }
+}
+
+void ParseDirectory(Work* work, NodeInfo* directory, const std::vector<DirectoryBlock>& blocks) {
+  const Geometry& geometry = work->geometry();
+  DirectorySummary& found = directory->directory;
+  const std::uint64_t last = geometry.BlocksFor(directory->record.size) - 1;
+  const bool single = directory->record.size % geometry.blockSize == kDirEntrySize;  // one entry in the last block
+  bool ended = false;
+  for (const DirectoryBlock& at : blocks) {
+    std::vector<std::uint8_t> bytes(geometry.blockSize);
+    if (!work->Read(geometry.BlockOffset(at.block), bytes.data(), bytes.size())) continue;
+    found.firstBlockRead |= at.index == 0;
+    if (single && at.index == last && last > 0) {
+      found.lastBlockIsRecord = HoldsChainRecord(*work, bytes, at.block);
+      if (found.lastBlockIsRecord || work->chainMark[at.block] == kListed) {
+        work->givenBack[at.block] = true;
+        work->Add(Kind::kLastBlockGivenBack, {directory->number, at.block, geometry.BlockOffset(at.block)},
+                  BlockText(at.block) +
+                      ", the directory's last, is already free: a removal was stopped before it stored the size");
+      }
+      if (found.lastBlockIsRecord) continue;
+    }
+    if (IsForeign(*work, bytes)) {
+      found.foreign.push_back(at.index);
+      work->Add(Kind::kDirBlockForeign, {directory->number, at.block, geometry.BlockOffset(at.block)},
+                BlockText(at.block) + " should hold the directory's entries from " +
+                    to_string(at.index * geometry.entriesPerBlock()) + " on, but holds something else");
+      continue;
+    }
+    TakeBlock(work, directory, at, bytes, &ended);
+  }
+  if (found.holes > 0 && !directory->map.sizeImpossible) JudgeHoles(work, directory);
+  if (found.past > 0) JudgePast(work, directory);
+  if (found.behindEnd) {
+    work->Add(Kind::kDirAfterEnd, {directory->number}, "number fields behind the directory's end mark are not zero");
+  }
+}
+
+void CheckEntries(Work* work) {
+  for (NodeInfo& node : work->model().nodes) {
+    if (node.state == NodeState::kUsed && node.IsDirectory()) CheckDirectory(work, &node);
+  }
+  for (const NodeInfo& node : work->model().nodes) {
+    if (node.state != NodeState::kUsed || !node.IsDirectory()) continue;
+    CheckSize(work, node);
+    CheckDots(work, node);
+  }
+}
+
+void CheckNames(Work* work) {
+  for (const NodeInfo& node : work->model().nodes) {
+    if (node.names.size() < 2) continue;
+    if (IsHalfMadeMove(work->report.model, node)) {
+      work->Add(Kind::kTwoNames, {node.number},
+                "the node has a name in " + NodeText(node.names[0].directory) + " and one in " +
+                    NodeText(node.names[1].directory) + ": a move was stopped before it took the old one away");
+    } else {
+      work->Add(
+          Kind::kManyNames, {node.number, 0, kNoOffset, static_cast<std::uint32_t>(node.names.size())},
+          to_string(node.names.size()) + " entries name this node; deleting one leaves the others without a node");
+    }
+  }
+}
+
+void CheckReach(Work* work) {
+  Model& model = work->model();
+  if (model.nodes[kRootNode].state == NodeState::kUsed) Spread(&model, kRootNode, Reach::kRoot);
+  for (const NodeInfo& node : model.nodes) {
+    if (node.state != NodeState::kUsed || node.number == kRootNode || !node.names.empty() || !node.pending.empty()) {
+      continue;
+    }
+    Spread(&model, node.number, Reach::kLeaked);
+    work->Add(
+        Kind::kNodeLeaked, {node.number, 0, node.offset},
+        "the node is in use, with " + to_string(node.record.size) + " bytes, but has no name" + work->Reserve(""));
+  }
+  for (const NodeInfo& node : model.nodes) {
+    if (node.state != NodeState::kUsed || node.reach != Reach::kNone || node.number == kRootNode) continue;
+    const std::uint16_t found = FindInCycle(model, node.number);
+    if (model.nodes[found].reach != Reach::kNone) continue;
+    Spread(&model, found, Reach::kCycle);
+    work->Add(Kind::kDirCycle, {found, 0, model.nodes[found].offset},
+              "this directory is contained in itself, through others or directly; no path leads to it");
+  }
+}
+
+}  // namespace orba::inspect

@@ -1,0 +1,94 @@
+// The inside of the checker: what its passes share. Nobody else includes this. Passes run in the order below; each stands
+// on what the ones before it have filled in.
+#pragma once
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "inspect/check/check.h"
+#include "inspect/container/block_map.h"
+
+namespace orba::inspect {
+
+struct Work {
+  explicit Work(const Image& from) : image(from) {}
+
+  const Image& image;
+  Report report;
+
+  // By block number.
+  std::vector<bool> entered;                           // a map block whose slots were visited
+  std::unordered_map<std::uint32_t, Contents> noMaps;  // what is named as map block and is something else
+  std::vector<bool> parsed;                            // a directory block whose entries were taken
+  std::vector<bool> givenBack;                         // a directory's last block that is back in the free chain
+  std::vector<std::uint8_t> chainMark;                 // ChainMark
+  std::vector<std::uint32_t> chainPlace;               // the record that is it, or lists it
+
+  Model& model() { return report.model; }
+  const Geometry& geometry() const { return report.model.geometry; }
+
+  // Where a finding lies. Left-out parts are unknown.
+  struct Place {
+    std::uint32_t node = 0;
+    std::uint32_t block = 0;
+    std::uint64_t offset = kNoOffset;
+    std::uint32_t count = 1;
+  };
+  void Add(Kind kind, const Place& place, std::string text);
+
+  // What to add to a claim that something is leaked: where there is damage, what leads there may be lost with it.
+  const char* Reserve(const char* otherwise) const {
+    return report.Count(Severity::kDamage) > 0 ? ", as far as the damage lets see" : otherwise;
+  }
+
+  // True when the list of findings is full; the finding is counted then. For findings that may come by the million, whose
+  // texts nobody will read.
+  bool CountOnly(Kind kind);
+
+  // Reads a range inside the container; when the host cannot, says so in the report.
+  bool Read(std::uint64_t offset, void* out, std::size_t count);
+
+  // To be told of each block number beyond the container's end that something relies on.
+  void NoteOutside(std::uint32_t block) { report.model.tailNamed |= block == geometry().blocks + 1 && HasTail(); }
+
+  // Bytes follow the last whole block.
+  bool HasTail() const { return image.Size() > geometry().BlockOffset(geometry().blocks + 1); }
+
+  // Notes that `block`, which the container holds, serves `owner`. False when something else owned it before; that is
+  // reported, with the place of the field that names it.
+  bool Claim(std::uint32_t block, const BlockInfo& owner, std::uint64_t offset);
+};
+
+enum ChainMark : std::uint8_t { kNotInChain, kListed, kRecord };
+
+// Pass 1, check_chain.cpp: follows the free chain and marks its blocks. No claims yet.
+void WalkChain(Work* work);
+
+// Pass 2, check_map.cpp: claims the blocks of a node in use; takes a directory's entries (ParseDirectory).
+void WalkNode(Work* work, NodeInfo* node);
+
+// A directory's block, as its map gives it.
+struct DirectoryBlock {
+  std::uint64_t index;
+  std::uint32_t block;
+};
+void ParseDirectory(Work* work, NodeInfo* directory, const std::vector<DirectoryBlock>& blocks);
+
+// Before that, check_directory.cpp: sees whether the attributes of a node in use lie about what it is.
+void JudgeKind(Work* work, NodeInfo* node);
+
+// Pass 3, check_directory.cpp: judges entries and names, then what the root leads to.
+void CheckEntries(Work* work);
+void CheckReach(Work* work);
+void CheckNames(Work* work);
+
+// Pass 4, check_chain.cpp: claims the chain's blocks where nothing else has.
+void ClaimChain(Work* work);
+
+// "block 12", "node 7", "13312"
+std::string BlockText(std::uint32_t block);
+std::string NodeText(std::uint32_t node);
+std::string OwnerText(const BlockInfo& owner);
+
+}  // namespace orba::inspect

@@ -1,0 +1,62 @@
+// Where things lie in a container: the block size, the bitmap's size and all that follows from them. Learnt from the
+// header, and where that is damaged from what the container holds. Stands on image and bytes.
+#pragma once
+
+#include <cstdint>
+
+#include "inspect/container/image.h"
+#include "volume/layout.h"
+
+namespace orba::inspect {
+
+struct Geometry {
+  std::uint32_t blockSize = 0;   // B; 0 = the layout is unknown
+  std::uint32_t bitmapSize = 0;  // M
+  std::uint32_t dataOffset = 0;  // byte position of block 1
+  std::uint32_t blocks = 0;      // whole blocks that the container holds: block numbers run from 1 to this
+
+  bool known() const { return blockSize != 0; }
+  std::uint32_t nodesPerBlock() const { return blockSize / kNodeSize; }
+  std::uint32_t entriesPerBlock() const { return blockSize / kDirEntrySize; }
+  std::uint32_t mapSlots() const { return blockSize / 4; }
+  std::uint32_t chainCapacity() const { return (blockSize - kFreeChainHeader) / 4; }
+
+  // The highest node number that the volume can have: the bitmap's bits, as far as the table has room for their blocks.
+  // The root is there even when the bitmap is empty.
+  std::uint32_t nodeLimit() const;
+
+  // Table entries that those nodes need.
+  std::uint32_t tableEntries() const {
+    const std::uint32_t perBlock = nodesPerBlock();
+    return perBlock == 0 ? 0 : (nodeLimit() + perBlock - 1) / perBlock;
+  }
+
+  // The most blocks that a node's map can hold.
+  std::uint64_t mapCapacity() const {
+    const std::uint64_t slots = mapSlots();
+    return kDirectBlocks + slots + slots * slots;
+  }
+
+  bool Holds(std::uint32_t block) const { return block != kNoBlock && block <= blocks; }
+  std::uint64_t BlockOffset(std::uint32_t block) const {
+    return dataOffset + (static_cast<std::uint64_t>(block) - 1) * blockSize;
+  }
+  std::uint64_t BlocksFor(std::uint32_t bytes) const {
+    return (static_cast<std::uint64_t>(bytes) + blockSize - 1) / blockSize;
+  }
+};
+
+// True when the header's sizes and offsets agree with each other and with the limits, so that a mount would take them.
+// Signature, version, state flags and reserved bytes do not matter here.
+bool FieldsAgree(const VolumeHeader& header);
+
+// The geometry of the container: the header's where its fields agree and the root lies where they say. Otherwise everything
+// that the header says twice over is tried until block 1, the root's node block for all time, bears it out; then that block
+// is searched for, at last whatever else tells where blocks begin (layout_search.h). Fields that agree give way only to a
+// geometry by which the root is found. A geometry that is not known when all fails.
+Geometry FindGeometry(const Image& image, const VolumeHeader& header);
+
+// What formatting would have written, with the chain head and the flags of `header` kept.
+VolumeHeader SoundHeader(const Geometry& geometry, const VolumeHeader& header);
+
+}  // namespace orba::inspect

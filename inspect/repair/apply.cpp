@@ -1,0 +1,269 @@
+#include "inspect/repair/apply.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <system_error>
+
+#include "inspect/container/fields.h"
+
+namespace orba::inspect {
+
+namespace {
+
+constexpr char kMagic[] = "ORBAUNDO";
+constexpr std::uint32_t kVersion = 2;
+constexpr std::size_t kUndoHeader = 32;
+constexpr std::size_t kPieceHeader = 12;
+
+// The CRC-32 of bytes whose first part has the CRC-32 `crc`, 0 for no first part.
+std::uint32_t Crc32(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count) {
+  static const std::array<std::uint32_t, 256> table = [] {
+    std::array<std::uint32_t, 256> made = {};
+    for (std::uint32_t i = 0; i < 256; ++i) {
+      made[i] = i;
+      for (int bit = 0; bit < 8; ++bit) made[i] = (made[i] >> 1) ^ ((made[i] & 1) != 0 ? 0xEDB88320 : 0);
+    }
+    return made;
+  }();
+  crc = ~crc;
+  for (std::size_t i = 0; i < count; ++i) crc = (crc >> 8) ^ table[(crc ^ bytes[i]) & 0xFF];
+  return ~crc;
+}
+
+void Append32(std::vector<std::uint8_t>* to, std::uint32_t value) {
+  to->resize(to->size() + 4);
+  Put32(&(*to)[to->size() - 4], value);
+}
+
+void Append64(std::vector<std::uint8_t>* to, std::uint64_t value) {
+  Append32(to, static_cast<std::uint32_t>(value));
+  Append32(to, static_cast<std::uint32_t>(value >> 32));
+}
+
+std::uint64_t Get64(const std::uint8_t* bytes) {
+  return Get32(bytes) | static_cast<std::uint64_t>(Get32(bytes + 4)) << 32;
+}
+
+// Start and end of each range of the old container that the plan overwrites, without overlaps.
+std::map<std::uint64_t, std::uint64_t> OverwrittenRanges(const Plan& plan, std::uint64_t size) {
+  std::map<std::uint64_t, std::uint64_t> ranges;
+  for (const Action& action : plan.actions) {
+    for (const Write& write : action.writes) {
+      std::uint64_t start = write.offset;
+      std::uint64_t end = std::min<std::uint64_t>(size, start + write.bytes.size());
+      if (start >= end) continue;
+      auto at = ranges.lower_bound(start);
+      if (at != ranges.begin() && std::prev(at)->second >= start) --at;
+      while (at != ranges.end() && at->first <= end) {
+        start = std::min(start, at->first);
+        end = std::max(end, at->second);
+        at = ranges.erase(at);
+      }
+      ranges.emplace(start, end);
+    }
+  }
+  return ranges;
+}
+
+void AppendPiece(std::vector<std::uint8_t>* to, std::uint64_t offset, std::size_t count) {
+  Append64(to, offset);
+  Append32(to, static_cast<std::uint32_t>(count));
+  to->resize(to->size() + count);
+}
+
+struct Piece {
+  std::uint64_t offset;
+  const std::uint8_t* bytes;
+  std::uint32_t count;
+  std::uint64_t end() const { return offset + count; }
+};
+
+struct Undo {
+  std::uint64_t size = 0;
+  std::uint32_t rest = 0;  // the checksum of all outside the ranges
+  std::vector<Piece> ranges;
+  std::vector<Piece> writes;
+};
+
+bool ReadPieces(const std::vector<std::uint8_t>& file, std::size_t end, std::uint64_t limit, std::uint32_t count,
+                std::size_t* at, std::vector<Piece>* pieces) {
+  for (; count > 0; --count) {
+    if (end - *at < kPieceHeader) return false;
+    const Piece piece = {Get64(&file[*at]), file.data() + *at + kPieceHeader, Get32(&file[*at + 8])};
+    *at += kPieceHeader;
+    if (end - *at < piece.count || piece.offset > limit || piece.count > limit - piece.offset) return false;
+    *at += piece.count;
+    pieces->push_back(piece);
+  }
+  return true;
+}
+
+// False for any bytes that are no sound undo file.
+bool ReadUndo(const std::vector<std::uint8_t>& file, Undo* undo) {
+  constexpr std::uint64_t kAnywhere = std::uint64_t{1} << 48;
+  if (file.size() < kUndoHeader + 4 || std::memcmp(file.data(), kMagic, 8) != 0) return false;
+  const std::size_t end = file.size() - 4;
+  if (Get32(&file[8]) != kVersion || Get32(&file[end]) != Crc32(0, file.data(), end)) return false;
+  undo->rest = Get32(&file[20]);
+  undo->size = Get64(&file[24]);
+  std::size_t at = kUndoHeader;
+  return ReadPieces(file, end, undo->size, Get32(&file[12]), &at, &undo->ranges) &&
+         ReadPieces(file, end, kAnywhere, Get32(&file[16]), &at, &undo->writes) && at == end;
+}
+
+// The checksum goes on over the container from `start` to `end`. What the host cannot read counts as zeros.
+std::uint32_t SumUp(std::uint32_t sum, const Image& image, std::uint64_t start, std::uint64_t end) {
+  std::vector<std::uint8_t> bytes(std::min<std::uint64_t>(65536, end - start));
+  while (start < end) {
+    const auto part = static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), end - start));
+    if (!image.Read(start, bytes.data(), part)) std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
+    sum = Crc32(sum, bytes.data(), part);
+    start += part;
+  }
+  return sum;
+}
+
+// Part of a container that a repair may have changed.
+struct Region {
+  std::vector<std::uint8_t> now;
+  std::vector<bool> explained;  // of each byte, that the repair accounts for it
+};
+using Regions = std::map<std::uint64_t, Region>;  // by offset, without overlaps
+
+void AddRegion(Regions* regions, const Image& image, std::uint64_t start, std::uint64_t end) {
+  if (start >= end) return;
+  Region region;
+  region.now.resize(static_cast<std::size_t>(end - start));
+  image.Read(start, region.now.data(), region.now.size());
+  region.explained.resize(region.now.size());
+  regions->emplace(start, std::move(region));
+}
+
+// Bytes that are now what the piece has for them are explained.
+void Explain(Regions* regions, const Piece& piece) {
+  auto at = regions->upper_bound(piece.offset);
+  if (at != regions->begin()) --at;
+  for (; at != regions->end() && at->first < piece.end(); ++at) {
+    Region& region = at->second;
+    const std::uint64_t end = std::min<std::uint64_t>(piece.end(), at->first + region.now.size());
+    for (std::uint64_t byte = std::max(piece.offset, at->first); byte < end; ++byte) {
+      const auto place = static_cast<std::size_t>(byte - at->first);
+      if (region.now[place] == piece.bytes[byte - piece.offset]) region.explained[place] = true;
+    }
+  }
+}
+
+}  // namespace
+
+std::vector<std::uint8_t> MakeUndo(const Plan& plan, const Image& image) {
+  const auto ranges = OverwrittenRanges(plan, image.Size());
+  std::vector<std::uint8_t> undo(kMagic, kMagic + 8);
+  undo.resize(kUndoHeader);
+  std::uint32_t rest = 0;
+  std::uint64_t last = 0;
+  for (const auto& [start, end] : ranges) {
+    rest = SumUp(rest, image, last, start);
+    last = end;
+    const auto count = static_cast<std::size_t>(end - start);
+    AppendPiece(&undo, start, count);
+    image.Read(start, &undo[undo.size() - count], count);
+  }
+  rest = SumUp(rest, image, last, image.Size());
+  std::uint32_t writes = 0;
+  for (const Action& action : plan.actions) {
+    for (const Write& write : action.writes) {
+      AppendPiece(&undo, write.offset, write.bytes.size());
+      std::copy(write.bytes.begin(), write.bytes.end(), undo.end() - static_cast<std::ptrdiff_t>(write.bytes.size()));
+      ++writes;
+    }
+  }
+  Put32(&undo[8], kVersion);
+  Put32(&undo[12], static_cast<std::uint32_t>(ranges.size()));
+  Put32(&undo[16], writes);
+  Put32(&undo[20], rest);
+  Put32(&undo[24], static_cast<std::uint32_t>(image.Size()));
+  Put32(&undo[28], static_cast<std::uint32_t>(image.Size() >> 32));
+  Append32(&undo, Crc32(0, undo.data(), undo.size()));
+  return undo;
+}
+
+bool IsUndo(const std::vector<std::uint8_t>& file) {
+  Undo undo;
+  return ReadUndo(file, &undo);
+}
+
+bool UndoFits(const std::vector<std::uint8_t>& file, const Image& image) {
+  Undo undo;
+  if (!ReadUndo(file, &undo)) return false;
+  std::uint64_t longest = undo.size;
+  for (const Piece& write : undo.writes) longest = std::max(longest, write.end());
+  if (image.Size() < undo.size || image.Size() > longest) return false;
+
+  Regions regions;
+  std::uint32_t rest = 0;
+  std::uint64_t last = 0;
+  for (const Piece& range : undo.ranges) {
+    if (range.offset < last) return false;
+    rest = SumUp(rest, image, last, range.offset);
+    last = range.end();
+    AddRegion(&regions, image, range.offset, range.end());
+  }
+  if (SumUp(rest, image, last, undo.size) != undo.rest) return false;
+
+  for (const Piece& range : undo.ranges) Explain(&regions, range);
+  AddRegion(&regions, image, undo.size, image.Size());  // what was appended: zeros until it is written
+  const std::vector<std::uint8_t> zeros(static_cast<std::size_t>(image.Size() - undo.size));
+  Explain(&regions, {undo.size, zeros.data(), static_cast<std::uint32_t>(zeros.size())});
+  for (const Piece& write : undo.writes) Explain(&regions, write);
+  return std::all_of(regions.begin(), regions.end(), [](const Regions::value_type& region) {
+    const std::vector<bool>& explained = region.second.explained;
+    return std::find(explained.begin(), explained.end(), false) == explained.end();
+  });
+}
+
+bool ApplyPlan(const Plan& plan, Target* target) {
+  for (const Action& action : plan.actions) {
+    for (const Write& write : action.writes) {
+      if (!target->Write(write.offset, write.bytes.data(), write.bytes.size()) || !target->Flush()) return false;
+    }
+  }
+  return true;
+}
+
+bool ApplyUndo(const std::vector<std::uint8_t>& file, Target* target) {
+  Undo undo;
+  if (!ReadUndo(file, &undo)) return false;
+  for (const Piece& range : undo.ranges) {
+    if (!target->Write(range.offset, range.bytes, range.count)) return false;
+  }
+  return target->Flush() && target->Cut(undo.size) && target->Flush();
+}
+
+// ---- Files of the host ----------------------------------------------------------------------------------------------
+
+std::unique_ptr<FileTarget> FileTarget::Open(const std::string& path) {
+  std::FILE* file = std::fopen(path.c_str(), "r+b");
+  if (file == nullptr) return nullptr;
+  std::setvbuf(file, nullptr, _IONBF, 0);
+  return std::unique_ptr<FileTarget>(new FileTarget(file, path));
+}
+
+FileTarget::~FileTarget() { std::fclose(file_); }
+
+bool FileTarget::Write(std::uint64_t offset, const void* bytes, std::size_t count) {
+  if (offset > 0x7FFFFFFF || std::fseek(file_, static_cast<long>(offset), SEEK_SET) != 0) return false;
+  return std::fwrite(bytes, 1, count, file_) == count;
+}
+
+bool FileTarget::Cut(std::uint64_t size) {
+  std::error_code error;
+  std::filesystem::resize_file(path_, size, error);
+  return !error;
+}
+
+bool FileTarget::Flush() { return std::fflush(file_) == 0; }
+
+}  // namespace orba::inspect

@@ -1,0 +1,378 @@
+// Repair of block maps: every slot names a block of the container that is the node's alone, and there are as many as the
+// size says.
+#include <algorithm>
+
+#include "inspect/container/block_map.h"
+#include "inspect/container/fields.h"
+#include "inspect/container/names.h"
+#include "inspect/repair/work.h"
+
+namespace orba::inspect {
+
+namespace {
+
+using std::to_string;
+
+// Visits every slot of every node in use, going down into each map block once.
+void VisitAll(RepairWork* work, const std::function<bool(const NodeInfo&, const MapSlot&)>& visit) {
+  std::vector<bool> entered(work->model().blocks.size());
+  for (const NodeInfo& node : work->model().nodes) {
+    if (node.state != NodeState::kUsed) continue;
+    VisitMap(work->image, work->geometry(), node.record, node.offset, [&](const MapSlot& slot) {
+      if (!visit(node, slot) || slot.level == MapLevel::kData || !work->CanEnter(slot.block)) return false;
+      const bool first = !entered[slot.block];
+      entered[slot.block] = true;
+      return first;
+    });
+  }
+}
+
+// ---- Blocks with two owners -----------------------------------------------------------------------------------------
+
+struct Owner {
+  bool taken = false;
+  bool map = false;  // as block-map block
+  bool firstOfDirectory = false;
+  std::uint16_t node = 0;
+};
+
+// Slots of one node that go for one reason are one action.
+void ClearSlot(RepairWork* work, const NodeInfo& node, const MapSlot& slot, const char* why) {
+  const std::string tail = " out of " + NodeName(*work, node.number) + ": " + why;
+  RepairWork::Clearing& last = work->clearing;
+  const bool more = last.node == node.number && last.why == why && last.action == work->actions.size();
+  if (!more) work->Begin("takes block " + to_string(slot.block) + tail);
+  last = {node.number, why, work->actions.size(), more ? last.count + 1 : 1};
+  if (more) work->actions.back().text = "takes " + Counted(last.count, "block") + tail;
+  work->PutWord(slot.offset, kNoBlock);
+}
+
+// Two directories have the same first block; the "." in it says whose it is. The other's own one is looked for.
+void SplitDirectories(RepairWork* work, const NodeInfo& node, const MapSlot& slot, const Owner& owner) {
+  const bool mine = Get16(work->GetBlock(slot.block).data()) == node.number;
+  const NodeInfo& other = mine ? work->model().nodes[owner.node] : node;
+  std::uint32_t block = work->FindDirectoryBlock(other.number);
+  work->Begin("gives " + NodeName(*work, other.number) +
+              (block != kNoBlock ? " its own first block " + to_string(block) + " back" : " a first block of its own") +
+              ": block " + to_string(slot.block) + " is another directory's");
+  if (block == kNoBlock) block = work->Take(NewDirectoryBlock(work->geometry(), other.number, kRootNode));
+  work->PutWord(other.offset + offsetof(OrbNodeRecord, direct), block);
+}
+
+void CopyBlock(RepairWork* work, const NodeInfo& node, const MapSlot& slot) {
+  work->Begin("gives " + NodeName(*work, node.number) + " a copy of block " + to_string(slot.block) +
+              ", which something else uses too");
+  work->PutWord(slot.offset, work->Take(work->GetBlock(slot.block)));  // no block left: better none than a shared one
+}
+
+// Block numbers of the container up to the first zero, then zeros.
+bool LooksLikeMap(const RepairWork& work, std::uint32_t block) {
+  const std::vector<std::uint8_t> bytes = work.GetBlock(block);
+  bool ended = false;
+  for (std::size_t at = 0; at < bytes.size(); at += 4) {
+    const std::uint32_t slot = Get32(&bytes[at]);
+    ended |= slot == kNoBlock;
+    if (slot != kNoBlock && (ended || !work.geometry().Holds(slot))) return false;
+  }
+  return true;
+}
+
+// One walk over every slot. The first walk settles what block-map blocks share, and nothing else: until then a change to a
+// slot could be a change to somebody's data.
+struct Unsharing {
+  RepairWork* work;
+  bool mapsOnly;
+  std::vector<Owner> owners;
+
+  bool Visit(const NodeInfo& node, const MapSlot& slot);
+  void Separate(const NodeInfo& node, const MapSlot& slot, const Owner& owner);
+};
+
+// True to go down into the block.
+bool Unsharing::Visit(const NodeInfo& node, const MapSlot& slot) {
+  if (!work->geometry().Holds(slot.block)) return false;
+  const bool map = slot.level != MapLevel::kData;
+  if (map && !work->CanEnter(slot.block)) return false;  // FixSlotsOutside takes it out
+  const bool shared = work->model().blocks[slot.block].shared;
+  if (map && shared && !LooksLikeMap(*work, slot.block)) {
+    ClearSlot(work, node, slot, "something else's, and no block numbers");
+    return false;
+  }
+  Owner& owner = owners[slot.block];
+  const bool involvesMap = map || owner.map;
+  const bool strayExtra = !map && shared && slot.index >= node.map.needed &&
+                          !(node.IsDirectory() && CountNamelessEntries(*work, slot.block) > 0);
+  if (!owner.taken && !strayExtra) {
+    owner = {true, map, !map && node.IsDirectory() && slot.index == 0, node.number};
+    return true;
+  }
+  if (mapsOnly && !involvesMap) return false;
+  if (strayExtra) {
+    ClearSlot(work, node, slot, "past the size and something else's");
+  } else {
+    Separate(node, slot, owner);
+  }
+  return false;
+}
+
+void Unsharing::Separate(const NodeInfo& node, const MapSlot& slot, const Owner& owner) {
+  const bool firstOfDirectory = node.IsDirectory() && slot.level == MapLevel::kData && slot.index == 0;
+  if (owner.node == node.number) {
+    ClearSlot(work, node, slot, "there already");
+  } else if (firstOfDirectory && owner.firstOfDirectory) {
+    SplitDirectories(work, node, slot, owner);
+  } else {
+    CopyBlock(work, node, slot);
+  }
+}
+
+// ---- Holes and sizes ------------------------------------------------------------------------------------------------
+
+void SetSize(RepairWork* work, const NodeInfo& node, std::uint32_t size) {
+  OrbNodeRecord record = work->GetNode(node.number);
+  record.size = size;
+  work->PutNode(node.number, record);
+}
+
+std::uint32_t SizeOf(const RepairWork& work, std::uint64_t blocks) {
+  const std::uint64_t most = (kContainerLimit - 1) / work.geometry().blockSize;
+  return static_cast<std::uint32_t>(std::min(blocks, most) * work.geometry().blockSize);
+}
+
+// Growth wrote the new block but not the size. A directory's new entry is counted when it gives its node a name; a file's
+// new block is let go.
+void FinishGrowth(RepairWork* work, const NodeInfo& node) {
+  const MapSummary& map = node.map;
+  if (node.IsDirectory() && work->geometry().Holds(map.extraBlock)) {
+    const std::vector<std::uint8_t> bytes = work->GetBlock(map.extraBlock);
+    const OrbDirEntry entry = DecodeEntry(bytes.data());
+    const bool names = work->model().IsNode(entry.node) && work->model().nodes[entry.node].state == NodeState::kUsed &&
+                       work->model().nodes[entry.node].names.empty() && entry.node != kRootNode;
+    if (names && IsLegalName(NameOf(entry)) && Get16(&bytes[kDirEntrySize]) == 0) {
+      work->Begin("counts the entry \"" + NameOf(entry) + "\" that was added to " + NodeName(*work, node.number));
+      SetSize(work, node, node.record.size + kDirEntrySize);
+      return;
+    }
+  }
+  work->Begin("takes block " + to_string(map.extraBlock) + ", with which it was about to grow, out of " +
+              NodeName(*work, node.number));
+  work->PutWord(map.extraOffset, kNoBlock);
+}
+
+// Blocks past the size: those that follow it without a gap make the node longer, the others go.
+void FixExtras(RepairWork* work, const NodeInfo& node) {
+  std::uint64_t end = node.map.needed;
+  work->Begin("corrects the size of " + NodeName(*work, node.number) + ", which has blocks past its size");
+  VisitMap(work->image, work->geometry(), node.record, node.offset, [&](const MapSlot& slot) {
+    if (slot.level != MapLevel::kData) return work->CanEnter(slot.block);
+    if (slot.index < node.map.needed || slot.block == kNoBlock) return false;
+    if (slot.index == end) {
+      ++end;
+    } else {
+      work->PutWord(slot.offset, kNoBlock);
+    }
+    return false;
+  });
+  if (end > node.map.needed) SetSize(work, node, SizeOf(*work, end));
+}
+
+void MakeFirstBlock(RepairWork* work, const NodeInfo& node) {
+  std::uint32_t block = work->FindDirectoryBlock(node.number);
+  const bool found = block != kNoBlock;
+  work->Begin("gives " + NodeName(*work, node.number) + (found ? " its first block back" : " a new first block"));
+  if (!found) block = work->Take(NewDirectoryBlock(work->geometry(), node.number, kRootNode));
+  if (block == kNoBlock) return;
+  OrbNodeRecord record = work->GetNode(node.number);
+  record.direct[0] = block;
+  if (node.number == kRootNode && !IsDate(record.time)) record.time = work->now;
+  // What the block holds is taken in; FixDirectorySizes cuts the empty places off.
+  if (node.map.end == 0) record.size = found ? work->geometry().blockSize : 2 * kDirEntrySize;
+  work->PutNode(node.number, record);
+}
+
+// The logical blocks below the size that the map does not give.
+std::vector<std::uint64_t> MissingBlocks(const RepairWork& work, const NodeInfo& node) {
+  std::vector<bool> there(static_cast<std::size_t>(node.map.end));
+  VisitMap(work.image, work.geometry(), node.record, node.offset, [&](const MapSlot& slot) {
+    if (slot.level != MapLevel::kData) return work.CanEnter(slot.block);
+    if (slot.index < there.size() && slot.block != kNoBlock) there[static_cast<std::size_t>(slot.index)] = true;
+    return false;
+  });
+  std::vector<std::uint64_t> missing;
+  for (std::size_t i = 0; i < there.size(); ++i) {
+    if (!there[i]) missing.push_back(i);
+  }
+  return missing;
+}
+
+bool Fill(RepairWork* work, const NodeInfo& node, const std::vector<std::uint64_t>& missing) {
+  const std::vector<std::uint8_t> zeros(work->geometry().blockSize);
+  work->Begin("fills " + Counted(missing.size(), "missing block") + " of " + NodeName(*work, node.number) +
+              " with zeros");
+  for (const std::uint64_t index : missing) {
+    OrbNodeRecord record = work->GetNode(node.number);
+    const std::uint32_t block = work->Take(zeros);
+    if (block == kNoBlock || !SetMapSlot(work, &record, index, block)) return false;
+    work->PutNode(node.number, record);
+  }
+  return true;
+}
+
+// Slots after a gap in the double-indirect block, and a double-indirect block without an indirect one, serve nothing.
+void FixUnneeded(RepairWork* work, const NodeInfo& node) {
+  const std::uint64_t needed = node.map.needed;
+  if (node.record.doubleIndirect == kNoBlock) return;
+  if (node.record.indirect == kNoBlock && needed <= kDirectBlocks) {
+    OrbNodeRecord record = node.record;
+    record.doubleIndirect = kNoBlock;
+    work->Begin("takes the double-indirect block, which serves nothing, out of " + NodeName(*work, node.number));
+    work->PutNode(node.number, record);
+  } else if (node.map.doubleGap) {
+    bool ended = false;
+    work->Begin("takes block-map blocks that serve nothing out of " + NodeName(*work, node.number));
+    VisitMap(work->image, work->geometry(), node.record, node.offset, [&](const MapSlot& slot) {
+      if (slot.level == MapLevel::kDouble) return true;
+      if (slot.level != MapLevel::kSecond) return false;
+      ended |= slot.block == kNoBlock;
+      if (ended && slot.block != kNoBlock) work->PutWord(slot.offset, kNoBlock);
+      return false;
+    });
+  }
+}
+
+void FixMap(RepairWork* work, const NodeInfo& node) {
+  const MapSummary& map = node.map;
+  const bool tooLarge =
+      work->geometry().BlocksFor(node.record.size) > map.needed || node.record.size >= kContainerLimit;
+  if (map.growthHalfMade) return FinishGrowth(work, node);
+  if (map.extras > 0) return FixExtras(work, node);
+  const bool named = node.number == kRootNode || !node.names.empty() || !node.pending.empty();
+  if (node.IsDirectory() && node.record.direct[0] == kNoBlock && (map.needed > 0 || named)) {
+    return MakeFirstBlock(work, node);
+  }
+  if (map.end < map.needed || tooLarge) {
+    work->Begin("cuts " + NodeName(*work, node.number) + " off after " + Counted(map.end, "block") + ": " +
+                (map.shrinkHalfMade ? "the next was being given back" : "the rest is not there"));
+    return CutNode(work, node.number, map.end, SizeOf(*work, map.end));
+  }
+  if (map.present == map.needed) return FixUnneeded(work, node);
+  const std::vector<std::uint64_t> missing = MissingBlocks(*work, node);
+  // A file of holes is not worth the space that its zeros would take.
+  if (missing.size() <= map.present + 256 && Fill(work, node, missing)) return;
+  work->Begin("cuts " + NodeName(*work, node.number) + " off before its first missing block");
+  CutNode(work, node.number, missing.front(), SizeOf(*work, missing.front()));
+}
+
+}  // namespace
+
+void FillTail(RepairWork* work) {
+  const Geometry& geometry = work->geometry();
+  const std::uint32_t tail = geometry.blocks + 1;
+  const std::uint64_t size = work->image.Size();
+  const std::uint64_t end = geometry.BlockOffset(tail + 1);
+  if (!work->model().tailNamed || end >= kContainerLimit) return;
+  // A file that goes no further ends where the container does.
+  VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) {
+    if (slot.level != MapLevel::kData || slot.block != tail || slot.index >= node.map.needed) return true;
+    const std::uint64_t left = slot.index * geometry.blockSize + (size - geometry.BlockOffset(tail));
+    if (!node.IsDirectory() && node.map.end <= slot.index && left < node.record.size) {
+      work->Begin("cuts " + NodeName(*work, node.number) + " off after " + Counted(left, "byte") +
+                  ": the rest is not there");
+      SetSize(work, node, static_cast<std::uint32_t>(left));
+    }
+    return true;
+  });
+  work->Begin("fills block " + to_string(tail) + ", in which the container ends, up with zeros");
+  const std::vector<std::uint8_t> zeros(static_cast<std::size_t>(end - size));
+  work->Put(size, zeros.data(), zeros.size());
+}
+
+void FixSlotsOutside(RepairWork* work) {
+  VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) {
+    if (slot.block == kNoBlock) return false;
+    if (!work->geometry().Holds(slot.block)) {
+      ClearSlot(work, node, slot, "beyond the container's end");
+      return false;
+    }
+    if (slot.level != MapLevel::kData && !work->CanEnter(slot.block)) {
+      ClearSlot(work, node, slot, "no block numbers in it");
+      return false;
+    }
+    const std::vector<std::uint64_t>& foreign = node.directory.foreign;
+    const bool data = slot.level == MapLevel::kData;
+    if (data && std::binary_search(foreign.begin(), foreign.end(), slot.index)) {
+      ClearSlot(work, node, slot, "no entries in it");
+    }
+    return true;
+  });
+}
+
+void Unshare(RepairWork* work) {
+  if (work->report.Count(Kind::kBlockShared) + work->report.Count(Kind::kChainBlockInUse) == 0) return;
+  for (const bool mapsOnly : {true, false}) {
+    Unsharing walk = {work, mapsOnly, std::vector<Owner>(work->model().blocks.size())};
+    for (const std::uint32_t block : work->model().table) {
+      if (work->geometry().Holds(block)) walk.owners[block].taken = true;
+    }
+    VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) { return walk.Visit(node, slot); });
+    if (work->changed) return;
+  }
+}
+
+void FixMaps(RepairWork* work) {
+  for (const NodeInfo& node : work->model().nodes) {
+    if (node.state == NodeState::kUsed) FixMap(work, node);
+  }
+}
+
+bool SetMapSlot(RepairWork* work, OrbNodeRecord* record, std::uint64_t index, std::uint32_t block) {
+  if (index < kDirectBlocks) {
+    record->direct[index] = block;
+    return true;
+  }
+  const std::uint64_t slots = work->geometry().mapSlots();
+  const auto newMap = [&](std::uint64_t slot, std::uint32_t value) {
+    std::vector<std::uint8_t> bytes(work->geometry().blockSize);
+    Put32(&bytes[static_cast<std::size_t>(4 * slot)], value);
+    return work->Take(bytes);
+  };
+  if (index < kDirectBlocks + slots) {
+    const std::uint64_t slot = index - kDirectBlocks;
+    if (record->indirect == kNoBlock) return (record->indirect = newMap(slot, block)) != kNoBlock;
+    work->PutWord(work->geometry().BlockOffset(record->indirect) + 4 * slot, block);
+    return true;
+  }
+  const std::uint64_t high = (index - kDirectBlocks - slots) / slots;
+  const std::uint64_t low = (index - kDirectBlocks - slots) % slots;
+  std::uint32_t second = kNoBlock;
+  if (record->doubleIndirect != kNoBlock) {
+    second = Get32(&work->GetBlock(record->doubleIndirect)[static_cast<std::size_t>(4 * high)]);
+  }
+  if (second != kNoBlock) {
+    work->PutWord(work->geometry().BlockOffset(second) + 4 * low, block);
+    return true;
+  }
+  second = newMap(low, block);
+  if (second == kNoBlock) return false;
+  if (record->doubleIndirect == kNoBlock) return (record->doubleIndirect = newMap(high, second)) != kNoBlock;
+  work->PutWord(work->geometry().BlockOffset(record->doubleIndirect) + 4 * high, second);
+  return true;
+}
+
+void CutNode(RepairWork* work, std::uint16_t number, std::uint64_t end, std::uint32_t size) {
+  OrbNodeRecord record = work->GetNode(number);
+  std::vector<std::uint64_t> slots;
+  VisitMap(work->image, work->geometry(), record, work->model().nodes[number].offset, [&](const MapSlot& slot) {
+    if (slot.level != MapLevel::kData) return work->CanEnter(slot.block);
+    if (slot.index >= std::max<std::uint64_t>(end, kDirectBlocks) && slot.block != kNoBlock) {
+      slots.push_back(slot.offset);
+    }
+    return false;
+  });
+  for (auto slot = slots.rbegin(); slot != slots.rend(); ++slot) work->PutWord(*slot, kNoBlock);
+  for (std::uint64_t i = end; i < kDirectBlocks; ++i) record.direct[i] = kNoBlock;
+  record.size = size;
+  work->PutNode(number, record);
+}
+
+}  // namespace orba::inspect

@@ -1,0 +1,330 @@
+// Repair of what has lost the one field that led to it but is still there: directories without their record, block-map
+// blocks and blocks of entries without the slot that named them. Only lost blocks are taken for it (RepairWork::IsLost), and
+// only where what they hold fits what is missing, and nothing else does.
+#include <algorithm>
+#include <map>
+
+#include "inspect/container/block_map.h"
+#include "inspect/container/fields.h"
+#include "inspect/container/names.h"
+#include "inspect/repair/work.h"
+
+namespace orba::inspect {
+
+namespace {
+
+using std::to_string;
+
+// ---- Directories without a record -----------------------------------------------------------------------------------
+
+// Every name as directory and node.
+using Names = std::set<std::pair<std::uint16_t, std::uint16_t>>;
+
+Names FindNames(const Model& model) {
+  Names names;
+  for (const NodeInfo& directory : model.nodes) {
+    for (const Entry& entry : directory.entries) {
+      if (entry.index >= 2) names.emplace(directory.number, entry.record.node);
+    }
+  }
+  return names;
+}
+
+// The lost blocks that begin with the dots of a lost node, by that node. The directory that ".." names must be lost as well
+// or name the node in return: what a deleted directory left does not pass for one. Nor does it where the bitmap calls the
+// node free: a directory is empty when it is deleted, so its third entry names no node.
+using Directories = std::map<std::uint16_t, std::uint32_t>;
+
+// No record tells what the node was.
+bool IsLostNode(const NodeInfo& node) {
+  return node.state == NodeState::kLost || (node.state == NodeState::kFree && node.offset == 0);
+}
+
+Directories FindDirectories(const RepairWork& work) {
+  const Model& model = work.model();
+  Directories found;
+  if (work.report.totals.leakedBlocks == 0) return found;
+  const Names names = FindNames(model);
+  for (std::uint32_t block = 1; block < model.blocks.size(); ++block) {
+    std::uint8_t bytes[3 * kDirEntrySize];
+    if (!work.IsLost(block) || !work.image.Read(work.geometry().BlockOffset(block), bytes, sizeof bytes)) continue;
+    const OrbDirEntry self = DecodeEntry(bytes);
+    const OrbDirEntry up = DecodeEntry(bytes + kDirEntrySize);
+    if (NameOf(self) != "." || NameOf(up) != ".." || self.node == kRootNode || !model.IsNode(self.node)) continue;
+    const NodeInfo& node = model.nodes[self.node];
+    if (!IsLostNode(node) || !model.IsNode(up.node)) continue;
+    if (node.state == NodeState::kFree && Get16(&bytes[2 * kDirEntrySize]) == 0) continue;
+    const NodeInfo& parent = model.nodes[up.node];
+    if (IsLostNode(parent) || names.count({up.node, self.node}) != 0) found.emplace(self.node, block);
+  }
+  return found;
+}
+
+OrbNodeRecord DirectoryRecord(const RepairWork& work, std::uint16_t number, std::uint32_t block) {
+  OrbNodeRecord record = {};
+  record.signature = kNodeSignature;
+  record.number = number;
+  if (block == kNoBlock) return record;
+  record.attributes = ORB_NODE_DIRECTORY;
+  record.time = work.now;
+  record.time.reserved = 0;
+  record.size = work.geometry().blockSize;  // FixDirectorySizes cuts the empty places off
+  record.direct[0] = block;
+  return record;
+}
+
+// A node block for table entry `index`, with records of the directories alone; its other nodes are free from now on.
+void MakeNodeBlock(RepairWork* work, std::uint32_t index, const Directories& directories) {
+  const Geometry& geometry = work->geometry();
+  work->Begin("makes a new block for the nodes of table entry " + to_string(index) +
+              ", with the directories among them");
+  std::vector<std::uint8_t> bytes(geometry.blockSize);
+  std::vector<std::pair<std::uint32_t, bool>> bits;  // to be set: node, free
+  for (std::uint32_t i = 0; i < geometry.nodesPerBlock(); ++i) {
+    const auto number = static_cast<std::uint16_t>(index * geometry.nodesPerBlock() + i + 1);
+    const auto found = directories.find(number);
+    const bool lost = work->model().IsNode(number) && work->model().nodes[number].state == NodeState::kLost;
+    if (found == directories.end() && lost && number != kRootNode) bits.emplace_back(number, true);
+    if (found != directories.end() && !lost) bits.emplace_back(number, false);
+    if (found != directories.end()) work->regained.insert(number);
+    EncodeNode(DirectoryRecord(*work, number, found == directories.end() ? kNoBlock : found->second),
+               &bytes[i * kNodeSize]);
+  }
+  for (const auto& [number, free] : bits) work->SetFree(number, free);
+  const std::uint32_t block = work->Take(bytes);
+  if (block != kNoBlock) work->PutWord(kHeaderSize + 4 * index, block);
+}
+
+// ---- Block-map blocks without a slot --------------------------------------------------------------------------------
+
+// A slot that should name a block-map block.
+struct MissingMap {
+  std::uint16_t node;
+  MapSlot slot;
+  std::uint64_t blocks;  // how many blocks of the node's contents it leads to
+};
+
+// Lost blocks that can be block-map blocks, with what they name: lost blocks, each once, and nothing behind them.
+using Maps = std::map<std::uint32_t, std::vector<std::uint32_t>>;
+
+std::uint64_t CountSlots(const RepairWork& work, std::uint32_t block) {
+  const std::vector<std::uint8_t> bytes = work.GetBlock(block);
+  std::uint64_t count = 0;
+  while (4 * count < bytes.size() && Get32(&bytes[static_cast<std::size_t>(4 * count)]) != kNoBlock) ++count;
+  return count;
+}
+
+// A block-map block that is shared and leads to more or less than it should is somebody else's.
+std::vector<MissingMap> FindMissingMaps(const RepairWork& work) {
+  const Geometry& geometry = work.geometry();
+  std::vector<MissingMap> missing;
+  std::set<std::uint32_t> entered;
+  for (const NodeInfo& node : work.model().nodes) {
+    if (node.state != NodeState::kUsed || node.map.sizeImpossible) continue;
+    VisitMap(work.image, geometry, node.record, node.offset, [&](const MapSlot& slot) {
+      if (slot.level == MapLevel::kData || slot.index >= node.map.needed) return false;
+      const std::uint64_t left = node.map.needed - slot.index;
+      const bool all = slot.level == MapLevel::kDouble;
+      const std::uint64_t blocks = all ? left : std::min<std::uint64_t>(left, geometry.mapSlots());
+      const bool held = work.CanEnter(slot.block);
+      const bool shared = held && work.model().blocks[slot.block].shared;
+      if (!held || (shared && !all && CountSlots(work, slot.block) != blocks)) {
+        missing.push_back({node.number, slot, blocks});
+        return false;
+      }
+      return entered.insert(slot.block).second;
+    });
+  }
+  return missing;
+}
+
+std::vector<std::uint32_t> NamedBlocks(const RepairWork& work, std::uint32_t block) {
+  const std::vector<std::uint8_t> bytes = work.GetBlock(block);
+  std::vector<std::uint32_t> named;
+  std::set<std::uint32_t> seen = {block};
+  for (std::size_t at = 0; at < bytes.size(); at += 4) {
+    const std::uint32_t slot = Get32(&bytes[at]);
+    if (slot == kNoBlock) continue;
+    if (named.size() != at / 4 || !work.IsLost(slot) || !seen.insert(slot).second) return {};
+    named.push_back(slot);
+  }
+  return named;
+}
+
+Maps FindMaps(const RepairWork& work) {
+  Maps maps;
+  for (std::uint32_t block = 1; block < work.model().blocks.size(); ++block) {
+    if (!work.IsLost(block)) continue;
+    std::vector<std::uint32_t> named = NamedBlocks(work, block);
+    if (!named.empty()) maps.emplace(block, std::move(named));
+  }
+  return maps;
+}
+
+// How many blocks of contents a double-indirect block leads to; 0 when its maps are not full, the last one excepted.
+std::uint64_t CountSecondLevel(const Maps& maps, const std::vector<std::uint32_t>& named, std::uint64_t slots) {
+  std::uint64_t count = 0;
+  for (const std::uint32_t second : named) {
+    const auto map = maps.find(second);
+    if (map == maps.end() || count % slots != 0) return 0;
+    count += map->second.size();
+  }
+  return count;
+}
+
+// Blocks by how many blocks of contents they lead to.
+using Leading = std::map<std::uint64_t, std::vector<std::uint32_t>>;
+
+// ---- Blocks of entries without a slot -------------------------------------------------------------------------------
+
+// A slot that should name a directory's block, other than its first.
+struct MissingEntries {
+  std::uint16_t directory;
+  std::uint64_t offset;
+  std::uint32_t count;  // of entries
+};
+
+// Lost blocks by the number of entries in them.
+using EntryBlocks = std::map<std::uint32_t, std::vector<std::uint32_t>>;
+
+}  // namespace
+
+std::uint32_t CountNamelessEntries(const RepairWork& work, std::uint32_t block) {
+  const Model& model = work.model();
+  const std::vector<std::uint8_t> bytes = work.GetBlock(block);
+  std::set<std::uint16_t> nodes;
+  std::uint32_t count = 0;
+  for (std::uint32_t slot = 0; slot < work.geometry().entriesPerBlock(); ++slot) {
+    const OrbDirEntry entry = DecodeEntry(&bytes[slot * kDirEntrySize]);
+    if (entry.node == 0) continue;
+    const std::string name = NameOf(entry);
+    if (count++ != slot || !IsLegalName(name) || UpperCase(name) != name || !nodes.insert(entry.node).second) return 0;
+    if (!model.IsNode(entry.node) || entry.node == kRootNode) return 0;
+    const NodeInfo& node = model.nodes[entry.node];
+    if (node.state != NodeState::kUsed || !node.names.empty() || !node.pending.empty()) return 0;
+  }
+  return count;
+}
+
+namespace {
+
+EntryBlocks FindEntryBlocks(const RepairWork& work) {
+  EntryBlocks found;
+  for (std::uint32_t block = 1; block < work.model().blocks.size(); ++block) {
+    const std::uint32_t count = work.IsLost(block) ? CountNamelessEntries(work, block) : 0;
+    if (count > 0) found[count].push_back(block);
+  }
+  return found;
+}
+
+std::vector<MissingEntries> FindMissingEntries(const RepairWork& work) {
+  const Geometry& geometry = work.geometry();
+  std::vector<MissingEntries> missing;
+  for (const NodeInfo& node : work.model().nodes) {
+    if (node.state != NodeState::kUsed || !node.IsDirectory() || node.map.sizeImpossible) continue;
+    std::set<std::uint32_t> entered;
+    VisitMap(work.image, geometry, node.record, node.offset, [&](const MapSlot& slot) {
+      if (slot.level != MapLevel::kData) return work.CanEnter(slot.block) && entered.insert(slot.block).second;
+      const std::vector<std::uint64_t>& foreign = node.directory.foreign;
+      const bool there = geometry.Holds(slot.block) && !std::binary_search(foreign.begin(), foreign.end(), slot.index);
+      if (there || slot.index == 0 || slot.index >= node.map.needed) return false;
+      const std::uint64_t left = node.record.size / kDirEntrySize - slot.index * geometry.entriesPerBlock();
+      missing.push_back({node.number, slot.offset,
+                         static_cast<std::uint32_t>(std::min<std::uint64_t>(left, geometry.entriesPerBlock()))});
+      return false;
+    });
+  }
+  return missing;
+}
+
+// The only regained directory whose blocks are full, so that more may follow; 0 when there is none, or more than one.
+std::uint16_t FindFullDirectory(const RepairWork& work) {
+  std::uint16_t found = 0;
+  for (const std::uint16_t number : work.regained) {
+    const NodeInfo& node = work.model().nodes[number];
+    const bool full = node.IsDirectory() && node.directory.holes == 0 && node.directory.firstBlockRead &&
+                      node.record.size % work.geometry().blockSize == 0 && node.map.present == node.map.needed;
+    if (full && found != 0) return 0;
+    if (full) found = number;
+  }
+  return found;
+}
+
+// Full blocks in the order in which they lie, and at last the one that is not.
+void Append(RepairWork* work, std::uint16_t directory, const EntryBlocks& blocks) {
+  const std::uint32_t full = work->geometry().entriesPerBlock();
+  if (blocks.size() > 2 || (blocks.size() == 2 && blocks.count(full) == 0)) return;
+  for (auto at = blocks.rbegin(); at != blocks.rend(); ++at) {
+    if (at->first != full && at->second.size() > 1) return;
+    for (const std::uint32_t block : at->second) {
+      OrbNodeRecord record = work->GetNode(directory);
+      work->Begin("gives " + NodeName(*work, directory) + " its block " + to_string(block) + " with " +
+                  Counted(at->first, "entry", "entries") + " back");
+      if (!SetMapSlot(work, &record, record.size / work->geometry().blockSize, block)) return;
+      record.size += work->geometry().blockSize;
+      work->PutNode(directory, record);
+    }
+  }
+}
+
+}  // namespace
+
+void RegainDirectories(RepairWork* work) {
+  const Directories directories = FindDirectories(*work);
+  for (const auto& [number, block] : directories) {
+    const std::uint32_t index = (number - 1u) / work->geometry().nodesPerBlock();
+    if (work->model().nodes[number].offset != 0) {
+      work->Begin("makes a new record of node " + to_string(number) + " for the directory in block " +
+                  to_string(block));
+      work->PutNode(number, DirectoryRecord(*work, number, block));
+      work->regained.insert(number);
+    } else if (work->model().table[index] == kNoBlock && work->regained.count(number) == 0) {
+      MakeNodeBlock(work, index, directories);
+    }
+  }
+}
+
+void RegainMaps(RepairWork* work) {
+  const std::vector<MissingMap> missing = FindMissingMaps(*work);
+  if (missing.empty()) return;
+  const Maps maps = FindMaps(*work);
+  Leading single, twice;
+  for (const auto& [block, named] : maps) {
+    single[named.size()].push_back(block);
+    twice[CountSecondLevel(maps, named, work->geometry().mapSlots())].push_back(block);
+  }
+  std::map<std::uint32_t, std::vector<const MissingMap*>> claims;  // by block
+  for (const MissingMap& slot : missing) {
+    const std::vector<std::uint32_t>& fit = (slot.slot.level == MapLevel::kDouble ? twice : single)[slot.blocks];
+    if (fit.size() == 1) claims[fit[0]].push_back(&slot);
+  }
+  for (const auto& [block, slots] : claims) {
+    if (slots.size() != 1) continue;
+    work->Begin("gives " + NodeName(*work, slots[0]->node) + " its block-map block " + to_string(block) +
+                " back, which leads to " + Counted(slots[0]->blocks, "block"));
+    work->PutWord(slots[0]->slot.offset, block);
+  }
+}
+
+void RegainEntries(RepairWork* work) {
+  const std::vector<MissingEntries> missing = FindMissingEntries(*work);
+  const std::uint16_t growing = FindFullDirectory(*work);
+  if (missing.empty() && growing == 0) return;
+  EntryBlocks blocks = FindEntryBlocks(*work);
+  // Slots that need as many entries as each other get their blocks in the order in which these lie. There must be just as
+  // many, and all slots must be one directory's.
+  std::map<std::uint32_t, std::vector<const MissingEntries*>> needs;
+  for (const MissingEntries& slot : missing) needs[slot.count].push_back(&slot);
+  for (const auto& [count, slots] : needs) {
+    const std::vector<std::uint32_t>& fit = blocks[count];
+    if (fit.size() != slots.size() || slots.front()->directory != slots.back()->directory) continue;
+    for (std::size_t i = 0; i < fit.size(); ++i) {
+      work->Begin("gives " + NodeName(*work, slots[i]->directory) + " its block " + to_string(fit[i]) + " with " +
+                  Counted(count, "entry", "entries") + " back");
+      work->PutWord(slots[i]->offset, fit[i]);
+    }
+  }
+  if (!work->changed && growing != 0) Append(work, growing, blocks);
+}
+
+}  // namespace orba::inspect

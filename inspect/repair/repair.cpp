@@ -1,0 +1,280 @@
+#include "inspect/repair/repair.h"
+
+#include <algorithm>
+
+#include "inspect/container/fields.h"
+#include "inspect/container/names.h"
+#include "inspect/repair/work.h"
+
+namespace orba::inspect {
+
+namespace {
+
+using std::to_string;
+
+constexpr std::uint32_t kChainHeadOffset = 48;
+
+constexpr Pass kPasses[] = {FixHeader,         FillTail,       FixTable,
+                            RegainDirectories, FixSlots,       FixBitmap,
+                            ReviveNodes,       FixRecords,     DropGivenBackBlocks,
+                            RegainMaps,        RegainEntries,  Unshare,
+                            FixSlotsOutside,   FixMaps,        FixRoot,
+                            FixDirectorySizes, RemoveEntries,  FixEntries,
+                            BreakCycles,       FixLeakedNodes, FixChain};
+
+// Far more rounds than any damage takes; a guard against passes that undo each other.
+constexpr int kMostRounds = 100;
+
+bool RunRound(RepairWork* work) {
+  work->Recheck();
+  if (work->report.IsClean()) return false;
+  for (const Pass pass : kPasses) {
+    pass(work);
+    if (work->changed) return true;
+  }
+  return false;
+}
+
+// Where what is in use ends.
+std::uint64_t EndOfUse(const Model& model) {
+  std::size_t block = model.blocks.size() - 1;
+  while (block > 0 && model.blocks[block].use == BlockUse::kNothing) --block;
+  return model.geometry.BlockOffset(static_cast<std::uint32_t>(block) + 1);
+}
+
+// A plan only adds; what must be taken off the end is for a person to say.
+std::string TooLong(const Report& report) {
+  const std::string what = "the container has 2^31 bytes or more, and repair takes nothing off its end; ";
+  if (report.Count(Severity::kDamage) > report.Count(Kind::kContainerLong) || report.Count(Severity::kHalfMade) > 0) {
+    return what + "it is damaged as well: recover what it holds";
+  }
+  return what + "cut it to " + to_string(EndOfUse(report.model)) + " bytes, where what is in use ends";
+}
+
+std::string Hopeless(const Report& report) {
+  if (report.Count(Kind::kUnreadable) > 0) {
+    return "the host cannot read all of the container; copy what can be read to a sound medium and repair the copy";
+  }
+  if (report.Count(Kind::kLayoutUnknown) > 0) {
+    return "no block size and no root directory can be made out; this may be no container at all";
+  }
+  if (report.model.nodes.empty()) {
+    return "the container ends before its data area; nothing of what it held can be saved";
+  }
+  return report.Count(Kind::kContainerLong) > 0 ? TooLong(report) : "";
+}
+
+// A mount takes the container as it is.
+bool Mounts(const Report& report) {
+  return !report.marked && report.Count(Kind::kHeaderSignature) + report.Count(Kind::kHeaderVersion) +
+                                   report.Count(Kind::kHeaderField) + report.Count(Kind::kRootLost) ==
+                               0;
+}
+
+void ClearMark(RepairWork* work) {
+  work->Begin("clears the mark of an update in progress");
+  work->PutWord(kStateFlagsOffset, 0);
+  work->Recheck();
+}
+
+bool IsWholeAndEmpty(const NodeInfo& directory) {
+  return directory.state == NodeState::kUsed && directory.directory.firstBlockRead &&
+         directory.map.present == directory.map.needed && directory.entries.size() <= 2;
+}
+
+// There were files, or nodes of which nothing is known, and none of them is left.
+bool LosesAll(const Plan& plan) {
+  const auto isLoss = [](const NodeInfo& node) {
+    return node.number != kRootNode &&
+           (node.state == NodeState::kLost ||
+            (node.state == NodeState::kUsed && !node.IsDirectory() && node.record.size > 0));
+  };
+  if (!plan.possible || plan.after.totals.files > 0 || plan.after.totals.directories > 1) return false;
+  const std::vector<NodeInfo>& nodes = plan.before.model.nodes;
+  return !IsWholeAndEmpty(nodes[kRootNode]) && std::any_of(nodes.begin(), nodes.end(), isLoss);
+}
+
+}  // namespace
+
+Plan PlanRepair(const Image& image, const TimeStamp& now) {
+  Plan plan;
+  plan.before = Check(image);
+  plan.problem = Hopeless(plan.before);
+  if (!plan.problem.empty()) {
+    plan.after = plan.before;
+    return plan;
+  }
+  plan.possible = true;
+  RepairWork work(image, now);
+  work.budget = plan.before.model.geometry.blocks + 1024u;
+  for (const BlockInfo& block : plan.before.model.blocks) {
+    work.wasFree.push_back(block.use == BlockUse::kFree || block.use == BlockUse::kChainRecord);
+  }
+  for (int round = 0; round < kMostRounds; ++round) {
+    if (!RunRound(&work)) break;
+  }
+  work.Recheck();
+  if (!work.report.IsClean()) {
+    plan.problem = Counted(work.report.Count(Severity::kDamage) + work.report.Count(Severity::kHalfMade) +
+                               work.report.Count(Severity::kLeak),
+                           "finding") +
+                   " left" + (Mounts(plan.before) ? "" : ", and the container stays marked");
+  }
+  if (work.report.marked && (plan.problem.empty() || Mounts(plan.before))) ClearMark(&work);
+  for (Action& action : work.actions) {
+    if (!action.writes.empty()) plan.actions.push_back(std::move(action));
+  }
+  plan.after = std::move(work.report);
+  return plan;
+}
+
+std::string ToText(const Plan& plan) {
+  std::string text;
+  if (LosesAll(plan)) text += "nothing of what the container held can be saved: it will be empty\n";
+  for (std::size_t i = 0; i < plan.actions.size(); ++i) {
+    const Action& action = plan.actions[i];
+    text += to_string(i + 1) + ". " + action.text + " (" + Counted(action.writes.size(), "write") + ")\n";
+  }
+  if (plan.possible && plan.actions.empty()) text += "nothing to repair\n";
+  if (!plan.problem.empty()) text += plan.problem + "\n";
+  return text;
+}
+
+// ---- Writing --------------------------------------------------------------------------------------------------------
+
+void RepairWork::Begin(std::string text) {
+  if (actions.empty() && !report.marked) {
+    actions.push_back({"marks the container as being updated", {}});
+    PutWord(kStateFlagsOffset, report.model.header.stateFlags | kVolumeDirty);
+  }
+  actions.push_back({std::move(text), {}});
+}
+
+void RepairWork::Put(std::uint64_t offset, const void* bytes, std::size_t count) {
+  const auto* from = static_cast<const std::uint8_t*>(bytes);
+  actions.back().writes.push_back({offset, std::vector<std::uint8_t>(from, from + count)});
+  image.Write(offset, bytes, count);
+  changed = true;
+}
+
+void RepairWork::PutWord(std::uint64_t offset, std::uint32_t value) {
+  std::uint8_t bytes[4];
+  Put32(bytes, value);
+  Put(offset, bytes, sizeof bytes);
+}
+
+void RepairWork::PutHalf(std::uint64_t offset, std::uint16_t value) {
+  std::uint8_t bytes[2];
+  Put16(bytes, value);
+  Put(offset, bytes, sizeof bytes);
+}
+
+void RepairWork::PutNode(std::uint16_t number, const OrbNodeRecord& record) {
+  std::uint8_t bytes[kNodeSize];
+  EncodeNode(record, bytes);
+  Put(model().nodes[number].offset, bytes, sizeof bytes);
+}
+
+void RepairWork::PutEntry(std::uint64_t offset, const OrbDirEntry& entry) {
+  std::uint8_t bytes[kDirEntrySize];
+  EncodeEntry(entry, bytes);
+  Put(offset, bytes, sizeof bytes);
+}
+
+void RepairWork::SetFree(std::uint32_t node, bool free) {
+  const std::uint64_t offset = kBitmapOffset + (node - 1) / 8;
+  const auto mask = static_cast<std::uint8_t>(0x80 >> ((node - 1) % 8));
+  std::uint8_t byte = 0;
+  image.Read(offset, &byte, 1);
+  byte = static_cast<std::uint8_t>(free ? byte | mask : byte & ~mask);
+  Put(offset, &byte, 1);
+}
+
+// ---- Reading --------------------------------------------------------------------------------------------------------
+
+OrbNodeRecord RepairWork::GetNode(std::uint16_t number) const {
+  std::uint8_t bytes[kNodeSize] = {};
+  image.Read(model().nodes[number].offset, bytes, sizeof bytes);
+  return DecodeNode(bytes);
+}
+
+std::vector<std::uint8_t> RepairWork::GetBlock(std::uint32_t block) const {
+  std::vector<std::uint8_t> bytes(geometry().blockSize);
+  if (!image.Read(geometry().BlockOffset(block), bytes.data(), bytes.size())) bytes.assign(bytes.size(), 0);
+  return bytes;
+}
+
+// ---- Blocks ---------------------------------------------------------------------------------------------------------
+
+bool RepairWork::IsLoose(std::uint32_t block) const {
+  const BlockUse use = model().blocks[block].use;
+  return use == BlockUse::kNothing || use == BlockUse::kFree || use == BlockUse::kChainRecord;
+}
+
+bool RepairWork::IsLost(std::uint32_t block) const {
+  return geometry().Holds(block) && IsLoose(block) && !(block < wasFree.size() && wasFree[block]);
+}
+
+std::uint32_t RepairWork::NextLoose(std::uint32_t* next, bool lost) const {
+  while (*next < model().blocks.size() && (!IsLoose(*next) || IsLost(*next) != lost)) ++*next;
+  return *next < model().blocks.size() ? (*next)++ : kNoBlock;
+}
+
+std::uint32_t RepairWork::Take(const std::vector<std::uint8_t>& contents) {
+  if (budget == 0) return kNoBlock;
+  DropChain(this);
+  std::uint32_t block = NextLoose(&nextFree_, false);
+  if (block == kNoBlock) {
+    const std::uint64_t size = std::max<std::uint64_t>(image.Size(), geometry().dataOffset);
+    block = static_cast<std::uint32_t>((size - geometry().dataOffset) / geometry().blockSize + 1);
+    if (geometry().BlockOffset(block) + geometry().blockSize >= kContainerLimit) block = NextLoose(&nextLost_, true);
+    if (block == kNoBlock) return kNoBlock;
+  }
+  --budget;
+  Put(geometry().BlockOffset(block), contents.data(), contents.size());
+  return block;
+}
+
+std::uint32_t RepairWork::FindDirectoryBlock(std::uint16_t number) {
+  if (!directoryBlocksRead_) {
+    directoryBlocksRead_ = true;
+    for (const bool lost : {true, false}) {  // what a deleted directory left does not come first
+      for (std::uint32_t block = 1; block < model().blocks.size(); ++block) {
+        std::uint8_t bytes[2 * kDirEntrySize];
+        if (!IsLoose(block) || IsLost(block) != lost) continue;
+        if (!image.Read(geometry().BlockOffset(block), bytes, sizeof bytes)) continue;
+        const OrbDirEntry self = DecodeEntry(bytes);
+        if (NameOf(self) == "." && NameOf(DecodeEntry(bytes + kDirEntrySize)) == "..") {
+          directoryBlocks_.emplace(self.node, block);
+        }
+      }
+    }
+  }
+  const auto found = directoryBlocks_.find(number);
+  return found == directoryBlocks_.end() ? kNoBlock : found->second;
+}
+
+void RepairWork::Recheck() {
+  report = Check(image);
+  changed = false;
+  nextFree_ = 1;
+  nextLost_ = 1;
+  directoryBlocks_.clear();
+  directoryBlocksRead_ = false;
+}
+
+std::string NodeName(const RepairWork& work, std::uint16_t number) {
+  const std::string path = PathOf(work.model(), number);
+  const std::string node = "(node " + to_string(number) + ")";
+  return path == node ? node : path + " " + node;
+}
+
+void DropChain(RepairWork* work) {
+  std::uint8_t bytes[4] = {};
+  work->image.Read(kChainHeadOffset, bytes, sizeof bytes);
+  if (Get32(bytes) == kNoBlock) return;
+  work->actions.back().text += "; drops the free chain for now";
+  work->PutWord(kChainHeadOffset, kNoBlock);
+}
+
+}  // namespace orba::inspect
