@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/name_symbols.h"
+
 namespace orba::inspect {
 
 bool IsNameCharacter(char c) {
   if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) return true;
-  return c != '\0' && std::strchr("!#$%&'()-^~@{}[]_.", c) != nullptr;
+  return c != '\0' && std::strchr(ORBA_NAME_SYMBOLS, c) != nullptr;
 }
 
 bool IsLegalName(const std::string& name) {

@@ -7,7 +7,7 @@
 
 namespace orba::inspect {
 
-// Letters, digits and !#$%&'()-^~@{}[]_. only.
+// A letter, a digit or one of ORBA_NAME_SYMBOLS.
 bool IsNameCharacter(char c);
 
 // 1 to 29 name characters, and neither "." nor "..". Lower case passes.

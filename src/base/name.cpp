@@ -2,33 +2,32 @@
 
 #include <string.h>
 
+#include "base/name_symbols.h"
 #include "orba.h"
 
 namespace orba {
 
 namespace {
 
-char g_FileNameCharacters[] = "!#$%&'()-^~@{}[]_.";
-char g_VolumeNameCharacters[] = "!#$%&'()-^~@{}[]_.";
-
 bool IsLetterOrDigit(char c) { return (c >= '0' && c <= '9') || (ToUpper(c) >= 'A' && ToUpper(c) <= 'Z'); }
 
 bool IsSameLetter(char a, char b) { return ToUpper(a) == ToUpper(b); }
 
-bool IsValid(const char* name, const char* table) {
+// 1 to ORB_MAX_NAME letters, digits and characters of `symbols`.
+bool IsValid(const char* name, const char* symbols) {
   uint32_t length = 0;
   for (; name[length] != '\0'; ++length) {
     if (length == ORB_MAX_NAME) return false;
-    if (!IsLetterOrDigit(name[length]) && strchr(table, name[length]) == nullptr) return false;
+    if (!IsLetterOrDigit(name[length]) && strchr(symbols, name[length]) == nullptr) return false;
   }
   return length > 0;
 }
 
 }  // namespace
 
-bool OrbIsValidName(const char* name) { return IsValid(name, g_FileNameCharacters); }
+bool OrbIsValidName(const char* name) { return IsValid(name, ORBA_NAME_SYMBOLS); }
 
-bool OrbIsValidVolumeName(const char* name) { return IsValid(name, g_VolumeNameCharacters); }
+bool OrbIsValidVolumeName(const char* name) { return IsValid(name, ORBA_NAME_SYMBOLS); }
 
 bool IsReservedName(const char* name) {
   if (name[0] != '.') return false;

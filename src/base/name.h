@@ -1,15 +1,15 @@
 // Layer: the rules of names: which are legal, how they compare, how they are stored, what a wildcard matches. Stands on
 // nothing; volumes, directories and searches all come here.
 //
-// A name is 1 to ORB_MAX_NAME letters, digits and characters of "!#$%&'()-^~@{}[]_.", all below 0x80. Letter case never
-// matters: names are stored in upper case.
+// A name is 1 to ORB_MAX_NAME letters, digits and ORBA_NAME_SYMBOLS, all below 0x80. Letter case never matters: names
+// are stored in upper case.
 #pragma once
 
 #include <stdint.h>
 
 namespace orba {
 
-// The two rules accept the same names today; each has a table of its own, so that either can change alone.
+// The rules for files and for volumes accept the same names today; they are two, so that either can change alone.
 // "." and ".." pass; operations that must refuse them test for them.
 bool OrbIsValidName(const char* name);
 bool OrbIsValidVolumeName(const char* name);

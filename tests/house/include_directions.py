@@ -5,8 +5,8 @@
 
   - a file in src/ includes its own floor and those below, never one above, and has a place in the list of floors;
   - a room of inspect/ includes itself and those below;
-  - what lies beside the library keeps to its side: the host folders use the seam, inspect/ the layout header, the
-    black-box tests and the examples the public header;
+  - what lies beside the library keeps to its side: the host folders use the seam, inspect/ the layout and the
+    symbols of names, the black-box tests and the examples the public header;
   - no two files include each other, however many others lie between;
   - above src/platform/ nothing is compiled conditionally, and the only system headers are four plain C ones;
   - no C++ header anywhere that ships on a device.
@@ -19,7 +19,7 @@ import sys
 # together stand side by side and include none of each other.
 FLOORS = [
     ("platform", ["coredll"]),
-    ("base", ["error", "byte_order name scratch text"]),
+    ("base", ["error name_symbols", "byte_order name scratch text"]),
     ("storage", ["memory_file", "container"]),
     ("volume", ["layout", "time_stamp volume"]),
     ("space", ["block_io", "free_chain"]),
@@ -39,8 +39,8 @@ NEIGHBOURS = {
     "src/platform/windows/": ["src/platform/windows/", "src/platform/coredll.h", "include/orba.h"],
     "src/platform/posix/": ["src/platform/posix/", "src/platform/coredll.h", "include/orba.h"],
     "memfile/": ["memfile/"],
-    "inspect/": ["inspect/", "src/volume/layout.h"],
-    "tools/orba/": ["tools/orba/", "inspect/", "src/volume/layout.h", "include/orba.h"],
+    "inspect/": ["inspect/", "src/volume/layout.h", "src/base/name_symbols.h"],
+    "tools/orba/": ["tools/orba/", "inspect/", "src/volume/layout.h", "src/base/name_symbols.h", "include/orba.h"],
     "examples/": ["examples/", "include/orba.h"],
     "bench/": ["bench/", "include/orba.h"],
     "tests/api/": ["tests/api/", "include/orba.h"],

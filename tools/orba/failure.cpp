@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/name_symbols.h"
 #include "orba.h"
 #include "tools/orba/terminal.h"
 
@@ -49,7 +50,7 @@ constexpr ResultCode kResultCodes[] = {
     {ORB_ERROR_ALREADY_MOUNTED, "ORB_ERROR_ALREADY_MOUNTED", "a volume of this name is mounted", kInternalAdvice},
     {ORB_ERROR_INVALID_ARGUMENT, "ORB_ERROR_INVALID_ARGUMENT", "a size or a value is out of range", kCheckAdvice},
     {ORB_ERROR_INVALID_NAME, "ORB_ERROR_INVALID_NAME", "a name breaks the rule",
-     "names have 1 to 29 characters out of A-Z 0-9 !#$%&'()-^~@{}[]_."},
+     "names have 1 to 29 characters out of A-Z 0-9 " ORBA_NAME_SYMBOLS},
     {ORB_ERROR_PATH_TOO_LONG, "ORB_ERROR_PATH_TOO_LONG", "the path is above 127 characters or 62 levels",
      "use fewer or shorter directory names"},
     {ORB_ERROR_OUT_OF_MEMORY, "ORB_ERROR_OUT_OF_MEMORY", "there is not enough memory",
@@ -111,7 +112,7 @@ std::string Escaped(const std::string& text, const char* others) {
 }
 
 std::string Filled(std::string text, const std::string& container) {
-  // "!#$%&'()-^~@{}[]_." is no placeholder.
+  // The "{}" of ORBA_NAME_SYMBOLS follows no space.
   for (std::size_t at = text.find(" {}"); at != std::string::npos; at = text.find(" {}", at + container.size())) {
     text.replace(at + 1, 2, container);
   }

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/name_symbols.h"
 #include "inspect/container/names.h"
 #include "tools/orba/command.h"
 
@@ -43,7 +44,7 @@ constexpr Topic kTopics[] = {
      "Commands that work on a container as a whole take its file name.",
      true},
     {"Names",
-     "Names in a container have 1 to 29 characters out of A-Z 0-9 !#$%&'()-^~@{}[]_. and are stored in upper case; "
+     "Names in a container have 1 to 29 characters out of A-Z 0-9 " ORBA_NAME_SYMBOLS " and are stored in upper case; "
      "letter case makes no difference. Times are UTC.",
      true},
     {"Exit status",

@@ -2,13 +2,15 @@
 
 #include <algorithm>
 
+#include "base/name_symbols.h"
 #include "inspect/container/names.h"
 #include "orba.h"
 #include "tools/orba/failure.h"
 
 namespace orba::tool {
 
-const char* const kNameRule = "names have 1 to 29 characters out of A-Z 0-9 !#$%&'()-^~@{}[]_. without regard to case";
+const char* const kNameRule =
+    "names have 1 to 29 characters out of A-Z 0-9 " ORBA_NAME_SYMBOLS " without regard to case";
 
 namespace {
 
