@@ -6,33 +6,50 @@
  *   OrbCreateVolume   formats a new container       OrbMountVolume   opens it under a volume name
  *   Orb...File...     work on files by path/handle  OrbUnmountVolume closes it again
  *
- * Needs no other header. Compiles as C (C89 and later) and as C++.
+ * Needs no other header. Compiles as C (C89 and later) and as C++ (on Windows any; elsewhere C++11 and later, for
+ * char16_t).
  *
  * PATHS    "DATA:/LOGS/DAY1.TXT": volume name, ":", then names separated by "/". Without a volume part a path starts at
- *          the current directory ("/..." at the root of its volume). "." and ".." work anywhere. "\" is no separator.
+ *          the current directory ("/..." at the root of its volume); so does "DATA:X" while that lies on DATA, else at
+ *          the root of DATA. "." and ".." work anywhere. "\" does not separate.
  *          Names are 1 to ORB_MAX_NAME characters out of A-Z a-z 0-9 !#$%&'()-^~@{}[]_. ; they are stored in upper
  *          case and compared without regard to case. Volume names follow the same rule.
  *          Runs of "/" count as one; leading "/" makes a path absolute on its volume, trailing "/" adds nothing:
  *          "A/B/" means "A/B". Only OrbCreateFile and OrbCreateDirectory refuse it, and searches read it as "all of".
+ *          A path may be of any length and depth; ORB_MAX_PATH limits only the full path names that the library builds
+ *          (OrbGetFullPathName, OrbGetCurrentDirectory).
  * STRINGS  Every function with a path comes as an A form (8-bit ANSI strings) and a W form (16-bit characters); the
  *          name without suffix is the W form where UNICODE is defined, else the A form. The A form does the work, the W
  *          form converts and calls it; a string that does not convert (ORB_ERROR_OUT_OF_MEMORY,
  *          ORB_ERROR_INVALID_ARGUMENT) makes every W form return 0 and change nothing. Results are converted last:
  *          where the A form fails, the wide buffer stays as it was. The two names that OrbMountVolume takes, and
  *          containers' names everywhere, are always wide.
- * RESULTS  OrbBool is 1 for success, 0 for failure. Each comment below names the failure value. The reason is read with
- *          OrbGetLastError. Every call but that one and _OrbSetError clears it first (a W form after its strings were
- *          converted), so after a success it is 0.
+ * CONTAINER  A container's name is a host file name: on Windows and Windows CE it goes to CreateFileW as it is, on
+ * NAMES      Linux as UTF-8, with "/" between folders and 4095 bytes at most. Relative names start at the process's
+ *            current folder, on Windows CE at the device's root. None of the rules for paths above apply to it.
+ * RESULTS  OrbBool is 1 for success, 0 for failure. Each comment below says which value means failure. The reason is
+ *          read with OrbGetLastError. Every call but that one and _OrbSetError clears it first (a W form after its
+ *          strings were converted), so after a success it is 0.
  * POINTERS A null pointer where a string, a record, a result or a buffer (count above 0) is required fails with
  *          ORB_ERROR_INVALID_ARGUMENT and changes nothing. A null "done" counts as required; one that is given is set
  *          to 0 even so.
  * THREADS  None are started and no locks are taken: error value, current directory and handle tables are shared by the
  *          whole process, and callers must serialise all calls.
  * SAFETY   A call that changes a volume first marks the container "update in progress" and clears the mark when it
- *          ends. A container left with the mark set (power lost in between) refuses to mount: ORB_ERROR_NOT_CLEAN.
+ *          ends. A container left with the mark set (power lost in between) refuses to mount: ORB_ERROR_NOT_CLEAN. The
+ *          library does not repair. A device that nobody watches sets such a container aside under another host name
+ *          and goes on with a new one (examples/quickstart.c does); "orba check" and "orba repair" make the old one
+ *          mountable again at a desk. The two cases in which a stop leaves no mark are in docs/architecture.md.
  *          After a failed metadata write, other than for a full host disk, and after any failed write of the mark, the
  *          mounted volume refuses all further writes with ORB_ERROR_WRITE; reading goes on. Where clearing the mark
  *          fails, the call returns its failure value although its work was done.
+ * DURABLE  The library holds nothing back: what a call writes has gone to the host when it returns, so that the end of
+ *          the process loses nothing of a container in a file, unmounted or not. Against a loss of power,
+ *          OrbFlushFileBuffers and OrbCloseFile make durable all that was written to that file's volume so far, by any
+ *          call. No other call does: after creating, deleting, renaming, moving or copying, close or flush any file of
+ *          the volume (one opened with mode 0 will do). Formatting and unmounting flush too little to rely on.
+ *          Between two such points the order of writes that SAFETY rests on holds against a loss of power only as far
+ *          as the host keeps it. A host that caches writes may bring the cleared mark to the disk before the rest.
  * COMMON   Errors any call on a mounted volume can meet, not repeated below: the container's own ORB_ERROR_READ,
  * ERRORS   ORB_ERROR_WRITE, ORB_ERROR_ACCESS_DENIED, ORB_ERROR_WRITE_PROTECTED, ORB_ERROR_NOT_READY,
  *          ORB_ERROR_ABORTED, ORB_ERROR_DISK_FULL, and for a damaged container ORB_ERROR_DAMAGED_VOLUME and
@@ -79,7 +96,7 @@ typedef unsigned int OrbU32; /* 32 bits on every platform the library runs on */
 typedef int OrbI32;
 
 typedef OrbI32 OrbBool;   /* 1 success, 0 failure */
-typedef OrbU32 OrbHandle; /* 0x10000 | slot for a file, 0x20000 | slot for a search; ORB_INVALID_HANDLE */
+typedef OrbU32 OrbHandle; /* 0x10000 | slot for a file, 0x20000 | slot for a search; or ORB_INVALID_HANDLE */
 
 #if defined(_WIN32)
 typedef wchar_t OrbWideChar; /* wide characters are 16 bits everywhere */
@@ -97,7 +114,7 @@ typedef struct OrbTime {
   OrbU8 hour;     /* 0 to 23 */
   OrbU8 minute;   /* 0 to 59 */
   OrbU8 second;   /* 0 to 59 */
-  OrbU8 reserved; /* no part of the stamp: OrbGetTime leaves it alone */
+  OrbU8 reserved; /* not part of the stamp: OrbGetTime leaves it alone */
 } OrbTime;
 
 /* What a search returns, byte for byte: attributes at 0, time at 4, size at 12, name at 16. */
@@ -105,14 +122,14 @@ typedef struct OrbFindDataA {
   OrbU32 attributes; /* ORB_ATTRIBUTE_ bits */
   OrbTime time;      /* last change, UTC */
   OrbU32 size;       /* bytes; of a directory 32 for each entry, "." and ".." included */
-  char name[32];     /* upper case, 1 to 29 characters and a NUL */
+  char name[32];     /* upper case, 1 to 29 characters and a NUL; also "." and ".." */
 } OrbFindDataA;
 
 typedef struct OrbFindDataW {
   OrbU32 attributes;
   OrbTime time;
   OrbU32 size;
-  OrbWideChar name[60]; /* as above; what lies behind the NUL has no meaning */
+  OrbWideChar name[60]; /* as above; what lies behind the NUL means nothing */
 } OrbFindDataW;
 
 /* ---- Limits -------------------------------------------------------------------------------------------------------*/
@@ -133,7 +150,7 @@ typedef struct OrbFindDataW {
 
 /* ---- Attributes, open modes, seek origins -------------------------------------------------------------------------*/
 
-#define ORB_ATTRIBUTE_READ_ONLY 0x0001u /* opening for writing is refused */
+#define ORB_ATTRIBUTE_READ_ONLY 0x0001u /* opening for writing is refused, and nothing else */
 #define ORB_ATTRIBUTE_USER 0x0002u      /* the caller's own; the library keeps it and never tests it */
 #define ORB_ATTRIBUTE_SYSTEM 0x0004u    /* on root directories only, set by formatting */
 #define ORB_ATTRIBUTE_DIRECTORY 0x0008u /* fixed when the object is created */
@@ -158,9 +175,9 @@ typedef struct OrbFindDataW {
 #define ORB_ERROR_ABORTED 0x30000007u             /* the host aborted the request; an internal node is gone */
 #define ORB_ERROR_CONTAINER_IN_USE 0x30000008u    /* the container is open elsewhere */
 #define ORB_ERROR_WRONG_VERSION 0x30000009u       /* the container's format version is not "1.0 " */
-#define ORB_ERROR_DAMAGED_VOLUME 0x3000000Au      /* no container, inconsistent header, or it ends too early */
+#define ORB_ERROR_DAMAGED_VOLUME 0x3000000Au      /* not a container, inconsistent header, or it ends too early */
 #define ORB_ERROR_DAMAGED_RECORD 0x3000000Bu      /* a record, chain or block map in it fails its check */
-#define ORB_ERROR_NOT_CLEAN 0x3000000Cu           /* an update was interrupted: check and repair before mounting */
+#define ORB_ERROR_NOT_CLEAN 0x3000000Cu           /* an update was interrupted: see SAFETY */
 #define ORB_ERROR_ALREADY_MOUNTED 0x3000000Du     /* a volume of this name is mounted */
 #define ORB_ERROR_INVALID_ARGUMENT 0x3000000Eu    /* block size, bitmap size, attributes, mode, origin, null pointer */
 #define ORB_ERROR_INVALID_NAME 0x3000000Fu        /* a name breaks the name rule */
@@ -174,11 +191,11 @@ typedef struct OrbFindDataW {
 #define ORB_ERROR_NO_FREE_NODE 0x30000017u        /* the volume holds as many files and directories as it can */
 #define ORB_ERROR_TOO_MANY_OPEN_FILES 0x30000018u /* all 128 slots are taken; the host is out of descriptors */
 #define ORB_ERROR_ACCESS_DENIED 0x30000019u       /* the host refuses; the open mode or read-only flag forbids it */
-#define ORB_ERROR_DISK_FULL 0x3000001Au           /* the host's disk is full */
+#define ORB_ERROR_DISK_FULL 0x3000001Au           /* the host's disk is full; from deleting or moving, see there */
 #define ORB_ERROR_VOLUME_FULL 0x3000001Bu         /* the container (2 GiB) or the file's block map cannot grow */
 #define ORB_ERROR_INVALID_HANDLE 0x3000001Cu      /* not an open file or search */
 #define ORB_ERROR_WRONG_KIND 0x3000001Du          /* a directory where a file is required, or the other way round */
-#define ORB_ERROR_NOT_A_DIRECTORY 0x3000001Eu     /* a search of something that is no directory */
+#define ORB_ERROR_NOT_A_DIRECTORY 0x3000001Eu     /* a search of "F/" where F is a file */
 #define ORB_ERROR_CURRENT_DIRECTORY 0x30000020u   /* it is the current directory */
 #define ORB_ERROR_NOT_EMPTY 0x30000021u           /* the directory still holds names */
 #define ORB_ERROR_IN_USE 0x30000022u              /* it is open, searched, or otherwise held */
@@ -189,7 +206,12 @@ typedef struct OrbFindDataW {
 #define ORB_ERROR_MEMFILE_NOT_FOUND 0x30000028u   /* memfile.dll could not be loaded */
 
 /* ---- Volumes ------------------------------------------------------------------------------------------------------
- * A container is formatted once, then mounted under a name of the caller's choosing. Mounting opens it exclusively. */
+ * A container is formatted once, then mounted under a name of the caller's choosing. Any number of volumes can be
+ * mounted at a time, each from its own container, as far as memory and the host's open files allow.
+ *
+ * Mounting opens a host file exclusively: a second mount fails with CONTAINER_IN_USE. (Linux: a lock, which stops other
+ * users of this library, not programs that ask for none.) The memory file has no such guard. There is one for each
+ * process; two volumes mounted from it destroy each other's files, and the first to be unmounted discards it. */
 
 /* Formats a new container with a node bitmap of 1024 bytes (8192 files and directories) and blocks of 4096 bytes:
  * exactly OrbCreateVolumeEx(container, 1024, 4096). */
@@ -205,7 +227,7 @@ ORB_EXPORT OrbBool ORB_CALL OrbCreateVolume(const OrbWideChar* container);
  *                 CANNOT_CREATE and the like: nothing was created. MEMFILE_NOT_FOUND, NO_MEMFILE; a memory file that
  *                 cannot be made fails without a code. The new file is closed and opened again: a failure there
  *                 (ACCESS_DENIED, CONTAINER_IN_USE, ...) leaves it empty and closed. Any later failure (DISK_FULL,
- *                 WRITE, OUT_OF_MEMORY) leaves the half-written container on disk and open until the process ends; it
+ *                 WRITE, OUT_OF_MEMORY) leaves the container incomplete on disk and open until the process ends; it
  *                 will not mount. Where only the last close failed, the container is complete. */
 ORB_EXPORT OrbBool ORB_CALL OrbCreateVolumeEx(const OrbWideChar* container, OrbU32 bitmapBytes, OrbU32 blockSize);
 
@@ -226,6 +248,7 @@ ORB_EXPORT OrbBool ORB_CALL OrbGetVolumeInfoW(const OrbWideChar* volume, OrbU32*
 
 /* Unmounts a volume: closes its open files, closes the container, or discards the memory file. The current directory,
  * if it lay there, moves to the root of the volume mounted before, else of the one mounted after, else to none.
+ * A process may end without unmounting: each call leaves its container whole.
  *   fails with 0  NOT_MOUNTED: nothing changed. Otherwise the volume IS unmounted, but something did not close cleanly:
  *                 an open search of the volume (INVALID_HANDLE; close it with OrbFindClose), a failed flush or close of
  *                 the container, or a memory file that is gone already (NO_MEMFILE). */
@@ -239,7 +262,9 @@ ORB_EXPORT OrbBool ORB_CALL OrbUnmountVolumeW(const OrbWideChar* volume);
  *   attributes    low 16 bits: ORB_ATTRIBUTE_READ_ONLY and _USER in any mix, or _DIRECTORY (which then stands alone).
  *   fails with 0  INVALID_NAME (also a path that ends at a root or in "/"), FILE_EXISTS, INVALID_ARGUMENT (other
  *                 bits), NO_FREE_NODE, DISK_FULL, VOLUME_FULL. For lack of space or memory the new object is undone
- *                 again; any other late failure leaves a node that no name leads to. */
+ *                 again; any other late failure leaves a node that no name leads to. After DISK_FULL on a host that can
+ *                 be full under a write over old bytes, the name may stay, leading nowhere, until another is created in
+ *                 the directory. */
 ORB_EXPORT OrbBool ORB_CALL OrbCreateFileA(const char* path, OrbU32 attributes);
 ORB_EXPORT OrbBool ORB_CALL OrbCreateFileW(const OrbWideChar* path, OrbU32 attributes);
 
@@ -247,36 +272,45 @@ ORB_EXPORT OrbBool ORB_CALL OrbCreateFileW(const OrbWideChar* path, OrbU32 attri
 ORB_EXPORT OrbBool ORB_CALL OrbCreateDirectoryA(const char* path);
 ORB_EXPORT OrbBool ORB_CALL OrbCreateDirectoryW(const OrbWideChar* path);
 
-/* Copies a file: data, attributes and time stamp. Source and target may lie on different volumes. Never overwrites.
+/* Copies a file: data, attributes (a copy of a read-only file is read-only) and time stamp. Source and target may lie
+ * on different volumes. Never overwrites.
  *   fails with 0  FILE_NOT_FOUND (source), WRONG_KIND (source is a directory), INVALID_NAME, FILE_EXISTS (target),
  *                 INVALID_ARGUMENT (the source's attributes are damaged), NO_FREE_NODE, DISK_FULL, VOLUME_FULL. For
- *                 lack of space or memory the copy is undone again; after any other failure its blocks stay taken under
- *                 no name. When the target's directory does not resolve, the source stays marked in use until its volume
- *                 is unmounted (kept so deliberately). */
+ *                 lack of space or memory the copy is undone again; after any other failure its blocks stay in use
+ *                 under no name. When the target's directory does not resolve, the source counts as in use until its
+ *                 volume is unmounted. */
 ORB_EXPORT OrbBool ORB_CALL OrbCopyFileA(const char* source, const char* target);
 ORB_EXPORT OrbBool ORB_CALL OrbCopyFileW(const OrbWideChar* source, const OrbWideChar* target);
 
 /* Moves a file or directory to another directory of the same volume, under the same or another name; within one
- * directory it is a rename. Never overwrites. Data does not move, time stamps of the object stay.
+ * directory it is a rename, with the rules of OrbRenameFile. Never overwrites. Data does not move, time stamps of the
+ * object stay. Read-only files move like others.
  *   fails with 0  FILE_NOT_FOUND (source), INVALID_NAME, FILE_EXISTS (target), MOVE_NOT_ALLOWED (other volume),
- *                 CURRENT_DIRECTORY, IN_USE (open or held; or a directory into itself or below), DISK_FULL, VOLUME_FULL
- *                 (no block for the target's directory). A failure after the new name went in leaves the object under
- *                 both names. When the target's directory does not resolve, the source's directory stays marked in use
- *                 until its volume is unmounted (kept so deliberately). */
+ *                 CURRENT_DIRECTORY, IN_USE (open, searched or held; or a directory into itself or below), DISK_FULL,
+ *                 VOLUME_FULL (no block for the target's directory). A root is FILE_NOT_FOUND. A failure after the new
+ *                 name went in leaves the object under both names; where it is DISK_FULL, see OrbDeleteFile. When the
+ *                 target's directory does not resolve, the source's directory counts as in use until its volume is
+ *                 unmounted. */
 ORB_EXPORT OrbBool ORB_CALL OrbMoveFileA(const char* source, const char* target);
 ORB_EXPORT OrbBool ORB_CALL OrbMoveFileW(const OrbWideChar* source, const OrbWideChar* target);
 
-/* Gives a file or directory another name in its directory. No time stamp changes, and an open file may be renamed.
- *   newName       a bare name, no path.
- *   fails with 0  FILE_NOT_FOUND, INVALID_NAME, FILE_EXISTS (also the same name in other letter case). The old name
- *                 stays; after a failed write of the directory, what the host made of it. */
+/* Gives a file or directory another name in its directory. No time stamp changes. Open files, read-only files, searched
+ * directories and the current directory can all be renamed.
+ *   newName       a bare name, not a path.
+ *   fails with 0  FILE_NOT_FOUND (also for a root), INVALID_NAME, FILE_EXISTS (also the same name in other letter
+ *                 case). The old name stays; after a failed write of the directory, what the host made of it. */
 ORB_EXPORT OrbBool ORB_CALL OrbRenameFileA(const char* path, const char* newName);
 ORB_EXPORT OrbBool ORB_CALL OrbRenameFileW(const OrbWideChar* path, const OrbWideChar* newName);
 
-/* Deletes a file or an empty directory.
- *   fails with 0  FILE_NOT_FOUND, INVALID_NAME, IN_USE, CURRENT_DIRECTORY, NOT_EMPTY: nothing changed. A failed write
- *                 of the directory leaves it as it was, or the last name of it twice. A later failure leaves the name
- *                 gone and the object's space not, or not wholly, given back. */
+/* Deletes a file, read-only or not, or an empty directory, and frees its space. Two kinds of blocks stay in use until
+ * "orba repair" frees them: the block-map blocks of a file that was cut (see OrbSetFileSize), and one block of a
+ * directory that ever held more than 190 names (blocks of 1024 bytes; 766 in blocks of 4096).
+ *   fails with 0  FILE_NOT_FOUND (also for a root), INVALID_NAME, IN_USE (open, searched or held), CURRENT_DIRECTORY,
+ *                 NOT_EMPTY: nothing changed. A failed write of the directory leaves it as it was, or the last name of
+ *                 it twice. A later failure leaves the name gone and the object's space not, or not wholly, freed.
+ *                 DISK_FULL, which needs a host that can be full under a write over old bytes (compressing, or flash
+ *                 that writes elsewhere): the container is not marked but may be inconsistent, and using it on can hide
+ *                 names and share blocks. Unmount it and treat it as one that is NOT_CLEAN: see SAFETY. */
 ORB_EXPORT OrbBool ORB_CALL OrbDeleteFileA(const char* path);
 ORB_EXPORT OrbBool ORB_CALL OrbDeleteFileW(const OrbWideChar* path);
 
@@ -324,12 +358,16 @@ ORB_EXPORT OrbBool ORB_CALL OrbReadFile(OrbHandle file, void* buffer, OrbU32 cou
  *   fails with 0  INVALID_HANDLE, ACCESS_DENIED (not opened for writing), DISK_FULL, VOLUME_FULL. */
 ORB_EXPORT OrbBool ORB_CALL OrbWriteFile(OrbHandle file, const void* buffer, OrbU32 count, OrbU32* done);
 
-/* Makes what was written to the volume durable on the host.
+/* Makes all that was written to the file's volume durable on the host, by this handle and every call before: see
+ * DURABLE.
  *   fails with 0  INVALID_HANDLE, or the host's reason. */
 ORB_EXPORT OrbBool ORB_CALL OrbFlushFileBuffers(OrbHandle file);
 
 /* Cuts or extends the file to a size of 0 to ORB_MAX_FILE_SIZE bytes. New bytes are zero and take up space. A position
  * past the new end moves to it.
+ * A file that is cut keeps its block-map blocks for the next growth. Deleting it frees them only while it has six
+ * blocks or more; with fewer it leaves them in use under no name: 230 blocks of 1024 bytes where 60,000,000 bytes were
+ * cut to 0. Delete such a file uncut, or extend it to six blocks before.
  *   fails with 0  INVALID_HANDLE, INVALID_ARGUMENT (size), ACCESS_DENIED (not opened for writing), DISK_FULL,
  *                 VOLUME_FULL. The file keeps the size it had reached. */
 ORB_EXPORT OrbBool ORB_CALL OrbSetFileSize(OrbHandle file, OrbU32 size);
@@ -337,7 +375,7 @@ ORB_EXPORT OrbBool ORB_CALL OrbSetFileSize(OrbHandle file, OrbU32 size);
 /* The file's size in bytes.  fails with ORB_INVALID_SIZE: INVALID_HANDLE. */
 ORB_EXPORT OrbU32 ORB_CALL OrbGetFileSize(OrbHandle file);
 
-/* Flushes and closes. The handle is invalid afterwards even when the flush failed.
+/* Flushes, as OrbFlushFileBuffers does, and closes. The handle is invalid afterwards even when the flush failed.
  *   fails with 0  INVALID_HANDLE, or the flush's reason. */
 ORB_EXPORT OrbBool ORB_CALL OrbCloseFile(OrbHandle file);
 
@@ -359,16 +397,26 @@ ORB_EXPORT OrbBool ORB_CALL OrbSetCurrentDirectoryW(const OrbWideChar* path);
 ORB_EXPORT OrbBool ORB_CALL OrbGetFullPathNameA(char* output, const char* path);
 ORB_EXPORT OrbBool ORB_CALL OrbGetFullPathNameW(OrbWideChar* output, const OrbWideChar* path);
 
-/* ---- Searches -----------------------------------------------------------------------------------------------------*/
+/* ---- Searches -----------------------------------------------------------------------------------------------------
+ * A search goes through a directory's entries in their order: ".", "..", then names in the order they were added, but
+ * for those that filled a gap. (Deleting a name, or moving it out, brings the directory's last entry into its place.)
+ * There is one search at a time for each directory; until it is closed the directory cannot be deleted or moved.
+ *
+ * Collect the names, close the search, then change the directory. A search sees changes at once: deleting each name as
+ * it is found leaves every second one, for the last entry moves to where the search has been; creating a matching name
+ * for each that is found never ends, for new names go to the end. Renaming during a search is safe: names stay in their
+ * places. */
 
 /* Starts a search of one directory and returns its first match.
  *   pattern       a path whose last part may hold "*" (any characters, up to the first one that matches what follows
  *                 the star: "*.TXT" finds A.TXT, not A.B.TXT) and "?" (exactly one character); at most 29 characters.
- *                 A path that ends in "/" lists all of that directory.
+ *                 "*" finds every name, "*.*" only those with a dot; both find "." and "..". A path that ends in "/"
+ *                 lists all of that directory.
  *   result        a search handle; close it with OrbFindClose
  *   fails with    ORB_INVALID_HANDLE; the W form with 0 where its path does not convert. NO_MORE_ENTRIES (no match),
- *                 ALREADY_OPEN (this directory is being searched), NOT_A_DIRECTORY, TOO_MANY_SEARCHES; the W form
- *                 INVALID_ARGUMENT where the name found does not widen. Nothing stays open. */
+ *                 ALREADY_OPEN (this directory is being searched), TOO_MANY_SEARCHES; where F is a file,
+ *                 NOT_A_DIRECTORY for "F/" and PATH_NOT_FOUND for any pattern in F; the W form INVALID_ARGUMENT where
+ *                 the name found does not widen. Nothing stays open. */
 ORB_EXPORT OrbHandle ORB_CALL OrbFindFirstFileA(const char* pattern, OrbFindDataA* found);
 ORB_EXPORT OrbHandle ORB_CALL OrbFindFirstFileW(const OrbWideChar* pattern, OrbFindDataW* found);
 
