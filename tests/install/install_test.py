@@ -92,15 +92,37 @@ class InstallTest(unittest.TestCase):
         environment = {**os.environ, "PKG_CONFIG_PATH": str(library_folder() / "pkgconfig")}
         self.assertEqual(run("pkg-config", "--modversion", "orba", env=environment), "1.0.0\n")
         flags = run("pkg-config", "--cflags", "--libs", "orba", env=environment).split()
+        libdir = run("pkg-config", "--variable=libdir", "orba", env=environment).strip()
         program = SCRATCH / "quickstart"
-        run(C_COMPILER, SOURCE / "examples/quickstart.c", "-o", program, *flags, f"-Wl,-rpath,{library_folder()}")
+        run(C_COMPILER, SOURCE / "examples/quickstart.c", "-o", program, *flags, f"-Wl,-rpath,{libdir}")
         run_example(self, program, SCRATCH / "run-pkg-config")
+
+    def test_quickstart_sets_a_marked_container_aside_and_goes_on(self):
+        folder = SCRATCH / "interrupted"
+        folder.mkdir()
+        program, container = BUILD / "bin/quickstart", folder / "quickstart.orba"
+        self.assertIn("read back 16 bytes", run(program, cwd=folder))
+        self.assertIn("read back 32 bytes", run(program, cwd=folder))
+        marked = bytearray(container.read_bytes())
+        marked[52] = 1
+        container.write_bytes(marked)
+        self.assertIn("set aside as quickstart-aside-0.orba", run(program, cwd=folder))
+        self.assertEqual((folder / "quickstart-aside-0.orba").read_bytes(), bytes(marked))
+        self.assertIn("read back 32 bytes", run(program, cwd=folder))
 
     def test_library_finds_the_memory_file_beside_it(self):
         program = SCRATCH / "memory"
         run(C_COMPILER, SOURCE / "tests/install/memory.c", "-o", program, f"-I{PREFIX / 'include'}",
             f"-L{library_folder()}", "-lorba", f"-Wl,-rpath,{library_folder()}")
         run(program)
+
+    def test_library_linked_in_finds_the_memory_file_beside_the_program(self):
+        folder = SCRATCH / "linked-in"
+        folder.mkdir()
+        run(C_COMPILER, SOURCE / "tests/install/memory.c", "-o", folder / "memory", f"-I{PREFIX / 'include'}",
+            library_folder() / "liborba.a", "-ldl")
+        shutil.copy(library_folder() / "libmemfile.so", folder)
+        run(folder / "memory")
 
 
 if __name__ == "__main__":
