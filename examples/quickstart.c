@@ -11,7 +11,7 @@
 static const char kContainer[] = "quickstart.orba";
 static const OrbWideChar kVolume[] = {'D', 'A', 'T', 'A', 0};
 
-/* Container names are 16-bit strings. On Windows that is L"quickstart.orba". */
+/* Container names are 16-bit strings: L"quickstart.orba" on Windows, u"quickstart.orba" elsewhere since C11. */
 static const OrbWideChar* Wide(const char* text) {
   static OrbWideChar wide[64];
   int i = 0;

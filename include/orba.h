@@ -98,8 +98,9 @@ typedef int OrbI32;
 typedef OrbI32 OrbBool;   /* 1 success, 0 failure */
 typedef OrbU32 OrbHandle; /* 0x10000 | slot for a file, 0x20000 | slot for a search; or ORB_INVALID_HANDLE */
 
+/* Wide characters are 16 bits everywhere: L"card.orb" on Windows, u"card.orb" elsewhere (C11, C++11). */
 #if defined(_WIN32)
-typedef wchar_t OrbWideChar; /* wide characters are 16 bits everywhere */
+typedef wchar_t OrbWideChar;
 #elif defined(__cplusplus)
 typedef char16_t OrbWideChar;
 #else
@@ -146,7 +147,7 @@ typedef struct OrbFindDataW {
 #define ORB_INVALID_HANDLE 0xFFFFFFFFu
 #define ORB_INVALID_POSITION 0xFFFFFFFFu
 #define ORB_INVALID_SIZE 0xFFFFFFFFu
-#define ORB_INVALID_ATTRIBUTES 0xFFFFu /* 16 bits set, deliberately */
+#define ORB_INVALID_ATTRIBUTES 0xFFFFu /* 16 bits, not 32 */
 
 /* ---- Attributes, open modes, seek origins -------------------------------------------------------------------------*/
 
