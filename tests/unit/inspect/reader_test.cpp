@@ -1,0 +1,666 @@
+#include "inspect/container/reader.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <set>
+
+#include "tests/support/image_builder.h"
+
+namespace orba::inspect {
+namespace {
+
+using testimage::Bytes;
+using testimage::ImageBuilder;
+using testimage::Pattern;
+
+// The root holds A (a file of 1500 bytes), D and D/B (of 300 KiB), D/E, D/E/EMPTY.
+struct Small : ImageBuilder {
+  explicit Small(std::uint32_t size = 1024) : ImageBuilder(size, 32) {
+    a = AddFile(1, "A", 1500);
+    d = AddDirectory(1, "D");
+    b = AddFile(d, "B", 300 * 1024);
+    e = AddDirectory(d, "E");
+    empty = AddFile(e, "EMPTY", 0u);
+  }
+  std::uint16_t a, d, b, e, empty;
+};
+
+// An image with its reader.
+struct Opened {
+  explicit Opened(const ImageBuilder& builder) : image(builder.bytes()), reader(image) {}
+
+  Node Find(const std::string& path) {
+    Node node;
+    EXPECT_FALSE(reader.Find(path, &node).IsFailure()) << path;
+    return node;
+  }
+  Trouble FindTrouble(const std::string& path) {
+    Node node;
+    return reader.Find(path, &node).trouble;
+  }
+  Bytes Contents(const Node& file, Trouble expected = Trouble::kNone) {
+    Bytes bytes;
+    const Problem problem = reader.ReadAll(file, [&bytes](const std::uint8_t* piece, std::size_t count) {
+      bytes.insert(bytes.end(), piece, piece + count);
+      return true;
+    });
+    EXPECT_EQ(problem.trouble, expected) << Name(problem.trouble);
+    return bytes;
+  }
+
+  MemoryImage image;
+  Reader reader;
+};
+
+std::vector<std::string> Names(const Listing& listing) {
+  std::vector<std::string> names;
+  for (const Listed& entry : listing.entries) names.push_back(entry.name);
+  return names;
+}
+
+std::vector<Trouble> Troubles(const std::vector<Problem>& problems) {
+  std::vector<Trouble> troubles;
+  for (const Problem& problem : problems) troubles.push_back(problem.trouble);
+  return troubles;
+}
+
+using Strings = std::vector<std::string>;
+using Found = std::vector<Trouble>;
+
+// What a walk from the root tells: "/A", "/D", "/D/ (left)", "/D: directory-loop".
+Strings WalkAll(Reader* reader) {
+  Strings told;
+  Node root;
+  EXPECT_FALSE(reader->Root(&root).IsFailure());
+  Budget budget(reader->geometry());
+  const auto tell = [&told](const Step& step) {
+    const char* const rest = step.what == Step::What::kLeave ? "/" : "";
+    const std::string why = step.what == Step::What::kProblem ? std::string(": ") + Name(step.problem.trouble) : "";
+    told.push_back(step.path + rest + why);
+    return Onward::kOn;
+  };
+  EXPECT_TRUE(Walk(reader, root, "", tell, &budget));
+  return told;
+}
+
+// An image that the host cannot read from `from` to `to`.
+struct Unreadable : MemoryImage {
+  Unreadable(const Bytes& bytes, std::uint64_t first, std::uint64_t end) : MemoryImage(bytes), from(first), to(end) {}
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    if (offset < to && offset + count > from) return false;
+    return MemoryImage::Read(offset, out, count);
+  }
+  std::uint64_t from, to;
+};
+
+// ---- Opening --------------------------------------------------------------------------------------------------------
+
+TEST(Reader, soundContainer_opensWithoutProblems) {
+  Opened opened{Small()};
+  EXPECT_TRUE(opened.reader.readable());
+  EXPECT_FALSE(opened.reader.marked());
+  EXPECT_TRUE(opened.reader.problems().empty());
+  EXPECT_EQ(opened.reader.geometry().blockSize, 1024u);
+  EXPECT_EQ(opened.reader.FreeNodes(), 256u - 6);
+}
+
+TEST(Reader, markedContainer_isReadAllTheSame) {
+  Small image;
+  image.Put32(kStateFlagsOffset, kVolumeDirty);
+  Opened opened(image);
+  EXPECT_TRUE(opened.reader.marked());
+  EXPECT_TRUE(opened.reader.problems().empty());
+  EXPECT_EQ(opened.Contents(opened.Find("/A")), Pattern(1500, 1501));
+}
+
+TEST(Reader, headerErased_problemSaidAndContentsRead) {
+  Small image;
+  std::fill(image.bytes().begin(), image.bytes().begin() + kHeaderSize, std::uint8_t{0});
+  Opened opened(image);
+  EXPECT_EQ(Troubles(opened.reader.problems()), Found{Trouble::kHeaderDamaged});
+  EXPECT_EQ(opened.Contents(opened.Find("/A")), Pattern(1500, 1501));
+}
+
+TEST(Reader, noContainer_everyCallSaysSo) {
+  const MemoryImage image(Bytes(5000, 7));
+  Reader reader(image);
+  Node node;
+  EXPECT_FALSE(reader.readable());
+  EXPECT_EQ(Troubles(reader.problems()), Found{Trouble::kLayoutUnknown});
+  EXPECT_EQ(reader.Root(&node).trouble, Trouble::kLayoutUnknown);
+  EXPECT_EQ(reader.Find("/A", &node).trouble, Trouble::kLayoutUnknown);
+  EXPECT_EQ(reader.FindIn(node, "A", &node).trouble, Trouble::kLayoutUnknown);
+  EXPECT_EQ(Troubles(reader.List(node).problems), Found{Trouble::kLayoutUnknown});
+  EXPECT_EQ(reader.ReadAll(node, [](const std::uint8_t*, std::size_t) { return true; }).trouble,
+            Trouble::kLayoutUnknown);
+  Extent extent;
+  EXPECT_EQ(reader.FindExtent(node, 0, 1, &extent).trouble, Trouble::kLayoutUnknown);
+  Problem problem;
+  EXPECT_EQ(reader.FreeBlocks(&problem), 0u);
+  EXPECT_EQ(problem.trouble, Trouble::kLayoutUnknown);
+  EXPECT_EQ(reader.FreeNodes(), 0u);
+}
+
+TEST(Reader, emptyFile_isNoContainer) {
+  const MemoryImage image{Bytes()};
+  EXPECT_FALSE(Reader(image).readable());
+}
+
+TEST(Reader, bitmapOfNoBytes_rootAloneIsThere) {
+  Opened opened{ImageBuilder(1024, 0)};
+  EXPECT_TRUE(opened.reader.problems().empty());
+  EXPECT_TRUE(opened.Find("/").directory);
+  EXPECT_EQ(WalkAll(&opened.reader), Strings{"/"});
+  EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNotFound);
+  EXPECT_EQ(opened.reader.FreeNodes(), 0u);
+}
+
+TEST(Reader, freeChain_isCountedWithItsRecords) {
+  Small image;
+  const std::uint32_t first = image.AppendBlock();
+  const std::uint32_t second = image.AppendBlock();
+  image.SetChain({{first}, {second, second}});
+  Opened opened(image);
+  Problem problem;
+  EXPECT_EQ(opened.reader.FreeBlocks(&problem), 4u);
+  EXPECT_FALSE(problem);
+}
+
+TEST(Reader, freeChainInACircle_isCountedOnceAndSaid) {
+  Small image;
+  const std::uint32_t record = image.SetChain({{}})[0];
+  image.Put32(image.BlockOffset(record) + 4, record);
+  Opened opened(image);
+  Problem problem;
+  EXPECT_EQ(opened.reader.FreeBlocks(&problem), 1u);
+  EXPECT_EQ(problem.trouble, Trouble::kBlockForeign);
+  EXPECT_EQ(problem.block, record);
+}
+
+// ---- Paths ----------------------------------------------------------------------------------------------------------
+
+TEST(Reader, path_isFoundWhateverTheCaseAndTheSlashes) {
+  const Small image;
+  Opened opened(image);
+  EXPECT_EQ(opened.Find("/D/E/EMPTY").number, image.empty);
+  EXPECT_EQ(opened.Find("//d/e//empty/").number, image.empty);
+  EXPECT_EQ(opened.Find("D/./E/../B").number, image.b);
+  EXPECT_EQ(opened.Find("/../..").number, kRootNode);
+  EXPECT_EQ(opened.Find("").number, kRootNode);
+}
+
+TEST(Reader, path_nameOfTheWholeWidthIsFound) {
+  ImageBuilder image(1024, 32);
+  const std::string longest(29, 'L');
+  const std::uint16_t file = image.AddFile(1, longest, 5);
+  Opened opened(image);
+  EXPECT_EQ(opened.Find(longest).number, file);
+  EXPECT_EQ(opened.FindTrouble(longest.substr(1)), Trouble::kNotFound);
+  EXPECT_EQ(opened.FindTrouble(longest + "L"), Trouble::kNotFound);
+  EXPECT_EQ(opened.FindTrouble(longest + "LL"), Trouble::kNotFound);
+}
+
+TEST(Reader, path_thatIsNotThere_saysWhy) {
+  Opened opened{Small()};
+  EXPECT_EQ(opened.FindTrouble("/X"), Trouble::kNotFound);
+  EXPECT_EQ(opened.FindTrouble("/X/Y"), Trouble::kNotFound);
+  EXPECT_EQ(opened.FindTrouble("/A/Y"), Trouble::kNotADirectory);
+}
+
+TEST(Reader, pathBesideABlockThatCannotBeRead_saysThat) {
+  Small image;
+  image.Put32(image.NodeOffset(image.e) + 32, 0);
+  Opened opened(image);
+  Node node;
+  const Problem problem = opened.reader.Find("/D/E/EMPTY", &node);
+  EXPECT_EQ(problem.trouble, Trouble::kHole);
+  EXPECT_EQ(problem.node, image.e);
+  EXPECT_EQ(problem.index, 0u);
+}
+
+// ---- Nodes ----------------------------------------------------------------------------------------------------------
+
+TEST(Reader, node_numbersThatCannotBe_areOutside) {
+  Opened opened{Small()};
+  Node node;
+  EXPECT_EQ(opened.reader.ReadNode(0, &node).trouble, Trouble::kNodeOutside);
+  EXPECT_EQ(opened.reader.ReadNode(257, &node).trouble, Trouble::kNodeOutside);
+  EXPECT_EQ(opened.reader.ReadNode(256, &node).trouble, Trouble::kNodeWithoutBlock);
+  EXPECT_EQ(node.number, 256u);
+}
+
+TEST(Reader, node_freeBitIsToldAndNoReasonToStop) {
+  Small image;
+  image.SetFree(image.a, true);
+  Opened opened(image);
+  EXPECT_TRUE(opened.Find("/A").free);
+  EXPECT_FALSE(opened.Find("/D").free);
+}
+
+TEST(Reader, node_slotOverwritten_isLost) {
+  Small image;
+  std::fill_n(image.bytes().begin() + static_cast<long>(image.NodeOffset(image.a)), kNodeSize, std::uint8_t{0xEE});
+  Opened opened(image);
+  EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeLost);
+}
+
+TEST(Reader, node_slotOfZeros_isLost) {
+  Small image;
+  std::fill_n(image.bytes().begin() + static_cast<long>(image.NodeOffset(image.a)), kNodeSize, std::uint8_t{0});
+  Opened opened(image);
+  EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeLost);
+}
+
+TEST(Reader, node_anotherNumber_isARemark) {
+  Small image;
+  image.Put16(image.NodeOffset(image.a) + 4, 99);
+  Opened opened(image);
+  EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeNumber);
+  EXPECT_EQ(opened.Find("/A").number, image.a);
+  EXPECT_EQ(opened.Contents(opened.Find("/A")), Pattern(1500, 1501));
+}
+
+TEST(Reader, node_signatureAndNumberGone_isTakenWhenItsFieldsAreSound) {
+  Small image;
+  image.Put32(image.NodeOffset(image.a), 0);
+  image.Put16(image.NodeOffset(image.a) + 4, 0);
+  Opened opened(image);
+  EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeNumber);
+}
+
+TEST(Reader, directoryWithAFilesAttributes_isADirectory) {
+  Small image;
+  image.Put16(image.NodeOffset(image.d) + 6, 0);
+  Opened opened(image);
+  EXPECT_EQ(opened.FindTrouble("/D"), Trouble::kNodeKind);
+  EXPECT_EQ(opened.Find("/D/E/EMPTY").number, image.empty);
+}
+
+TEST(Reader, fileWithADirectorysAttributes_isAFile) {
+  Small image;
+  image.Put16(image.NodeOffset(image.a) + 6, ORB_NODE_DIRECTORY);
+  Opened opened(image);
+  EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeKind);
+  EXPECT_EQ(opened.Contents(opened.Find("/A")), Pattern(1500, 1501));
+}
+
+TEST(Reader, rootThatIsNoDirectory_isLost) {
+  Small image;
+  image.Put16(image.NodeOffset(1) + 6, 0);
+  image.Put16(image.EntryOffset(1, 0), 9);
+  Opened opened(image);
+  Node node;
+  EXPECT_EQ(opened.reader.Root(&node).trouble, Trouble::kNodeLost);
+}
+
+// ---- Contents -------------------------------------------------------------------------------------------------------
+
+class ReaderBlockSize : public testing::TestWithParam<std::uint32_t> {};
+
+TEST_P(ReaderBlockSize, contents_ofEveryDepthOfTheMap) {
+  const std::uint32_t blockSize = GetParam();
+  const std::uint32_t slots = blockSize / 4;
+  for (const std::uint32_t blocks : {1u, 6u, 7u, 6 + slots, 8 + slots}) {
+    ImageBuilder image(blockSize, 16);
+    const std::uint32_t size = blocks * blockSize - 3;
+    image.AddFile(1, "F", size);
+    Opened opened(image);
+    EXPECT_EQ(opened.Contents(opened.Find("/F")), Pattern(size, size + 1)) << blocks;
+  }
+}
+
+TEST_P(ReaderBlockSize, contents_fromAnyPosition) {
+  const std::uint32_t blockSize = GetParam();
+  const std::uint32_t size = 9 * blockSize + 5;
+  ImageBuilder image(blockSize, 16);
+  image.AddFile(1, "F", size);
+  Opened opened(image);
+  const Node file = opened.Find("/F");
+  const Bytes all = Pattern(size, size + 1);
+  for (const std::uint32_t position : {0u, 1u, blockSize - 1, blockSize, 6 * blockSize - 1, 6 * blockSize, size - 1}) {
+    for (const std::uint32_t count : {0u, 1u, 2u, blockSize, blockSize + 1, size}) {
+      Bytes part(count + 1, 0xAA);
+      std::uint32_t done = 77;
+      EXPECT_FALSE(opened.reader.Read(file, position, part.data(), count, &done));
+      ASSERT_EQ(done, std::min(count, size - position));
+      EXPECT_TRUE(std::equal(part.begin(), part.begin() + done, all.begin() + position)) << position << " " << count;
+      EXPECT_EQ(part[done], 0xAA);
+    }
+  }
+  std::uint32_t done = 77;
+  EXPECT_FALSE(opened.reader.Read(file, size, nullptr, 5, &done));
+  EXPECT_EQ(done, 0u);
+  EXPECT_FALSE(opened.reader.Read(file, size + 1, nullptr, 5, &done));
+  EXPECT_EQ(done, 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(all, ReaderBlockSize, testing::Values(1024, 2048, 4096, 8192));
+
+TEST(Reader, contents_upToAHole) {
+  Small image;
+  image.Put32(image.MapOffset(image.b, 20), 0);
+  Opened opened(image);
+  const Bytes whole = Pattern(300 * 1024, 300 * 1024 + 1);
+  EXPECT_EQ(opened.Contents(opened.Find("/D/B"), Trouble::kHole), Bytes(whole.begin(), whole.begin() + 20 * 1024));
+}
+
+TEST(Reader, contents_upToABlockOutside) {
+  Small image;
+  image.Put32(image.MapOffset(image.a, 1), 100000);
+  Opened opened(image);
+  const Node file = opened.Find("/A");
+  std::uint8_t bytes[1500];
+  std::uint32_t done = 0;
+  const Problem problem = opened.reader.Read(file, 10, bytes, sizeof bytes, &done);
+  EXPECT_EQ(problem.trouble, Trouble::kBlockOutside);
+  EXPECT_EQ(problem.node, image.a);
+  EXPECT_EQ(problem.index, 1u);
+  EXPECT_EQ(problem.block, 100000u);
+  EXPECT_EQ(done, 1014u);
+}
+
+TEST(Reader, contents_withoutMapBlock_endBeforeIt) {
+  Small image;
+  image.Put32(image.NodeOffset(image.b) + 56, 0);
+  Opened opened(image);
+  EXPECT_EQ(opened.Contents(opened.Find("/D/B"), Trouble::kHole).size(), 6u * 1024);
+}
+
+TEST(Reader, contents_withTheSecondMapBlockOutside_endBeforeIt) {
+  Small image;
+  image.Put32(image.BlockOffset(image.Get32(image.NodeOffset(image.b) + 60)), 0xFFFFFFFF);
+  Opened opened(image);
+  EXPECT_EQ(opened.Contents(opened.Find("/D/B"), Trouble::kBlockOutside).size(), (6u + 256) * 1024);
+}
+
+TEST(Reader, contents_upToWhatTheHostCannotRead) {
+  const Small image;
+  const std::uint64_t bad = image.BlockOffset(image.MappedBlock(image.b, 30));
+  const Unreadable host(image.bytes(), bad + 100, bad + 101);
+  Reader reader(host);
+  Node file;
+  ASSERT_FALSE(reader.Find("/D/B", &file));
+  std::size_t count = 0;
+  const Problem problem = reader.ReadAll(file, [&count](const std::uint8_t*, std::size_t piece) {
+    count += piece;
+    return true;
+  });
+  EXPECT_EQ(problem.trouble, Trouble::kHostCannotRead);
+  EXPECT_EQ(problem.index, 30u);
+  EXPECT_EQ(count, 30u * 1024);
+}
+
+TEST(Reader, contents_takerMayStop) {
+  Opened opened{Small()};
+  int calls = 0;
+  EXPECT_FALSE(opened.reader.ReadAll(opened.Find("/D/B"), [&calls](const std::uint8_t*, std::size_t) {
+    ++calls;
+    return false;
+  }));
+  EXPECT_EQ(calls, 1);
+}
+
+TEST(Reader, contents_ofADirectory_areNoFiles) {
+  Opened opened{Small()};
+  EXPECT_EQ(opened.Contents(opened.Find("/D"), Trouble::kNotAFile), Bytes());
+}
+
+TEST(Reader, sizeBeyondTheContainer_endsWithItsBlocks) {
+  Small image;
+  const std::uint32_t indirect = image.Get32(image.NodeOffset(image.b) + 56);
+  const std::uint32_t top = image.Get32(image.NodeOffset(image.b) + 60);
+  for (std::uint32_t slot = 0; slot < 256; ++slot) {  // every map block leads to the same data
+    image.Put32(image.BlockOffset(indirect) + 4 * slot, 1);
+    image.Put32(image.BlockOffset(top) + 4 * slot, indirect);
+  }
+  image.SetSize(image.b, 60000000);
+  Opened opened(image);
+  const Bytes bytes = opened.Contents(opened.Find("/D/B"), Trouble::kSizeImpossible);
+  EXPECT_GE(bytes.size(), std::size_t{opened.reader.geometry().blocks} * 1024);
+  EXPECT_LT(bytes.size(), std::size_t{opened.reader.geometry().blocks} * 1024 + 65536);
+}
+
+TEST(Reader, extent_endsWhereBlocksLieApart) {
+  Small image;
+  image.Put32(image.MapOffset(image.b, 3), image.MappedBlock(image.b, 5));
+  Opened opened(image);
+  const Node file = opened.Find("/D/B");
+  Extent extent;
+  EXPECT_FALSE(opened.reader.FindExtent(file, 0, 100, &extent));
+  EXPECT_EQ(extent.block, image.MappedBlock(image.b, 0));
+  EXPECT_EQ(extent.count, 3u);
+  EXPECT_FALSE(opened.reader.FindExtent(file, 0, 2, &extent));
+  EXPECT_EQ(extent.count, 2u);
+  EXPECT_FALSE(opened.reader.FindExtent(file, 3, 100, &extent));
+  EXPECT_EQ(extent.count, 1u);
+  EXPECT_FALSE(opened.reader.FindExtent(file, 300, 100, &extent));
+  EXPECT_EQ(extent.count, 0u);
+}
+
+// ---- Directories ----------------------------------------------------------------------------------------------------
+
+TEST(Reader, list_tellsEntriesInOrderWithTheirNodes) {
+  const Small image;
+  Opened opened(image);
+  const Listing listing = opened.reader.List(opened.Find("/D"));
+  EXPECT_TRUE(listing.problems.empty());
+  ASSERT_EQ(Names(listing), (Strings{"B", "E"}));
+  EXPECT_EQ(listing.entries[0].number, image.b);
+  EXPECT_EQ(listing.entries[0].index, 2u);
+  EXPECT_EQ(listing.entries[0].place, Listed::Place::kListed);
+  EXPECT_EQ(listing.entries[0].node.size(), 300u * 1024);
+  EXPECT_FALSE(listing.entries[0].node.directory);
+  EXPECT_TRUE(listing.entries[1].node.directory);
+}
+
+TEST(Reader, list_ofAFile_saysSo) {
+  Opened opened{Small()};
+  EXPECT_EQ(Troubles(opened.reader.List(opened.Find("/A")).problems), Found{Trouble::kNotADirectory});
+}
+
+TEST(Reader, list_entryOfALostNode_isToldWithTheReason) {
+  Small image;
+  image.Put16(image.EntryOffset(1, 2), 300);
+  Opened opened(image);
+  const Listing listing = opened.reader.List(opened.Find("/"));
+  ASSERT_EQ(Names(listing), (Strings{"A", "D"}));
+  EXPECT_EQ(listing.entries[0].problem.trouble, Trouble::kNodeOutside);
+  EXPECT_EQ(listing.entries[0].number, 300u);
+  EXPECT_FALSE(listing.entries[1].problem);
+}
+
+TEST(Reader, list_reservedAndIllegalAndEqualNames_areTold) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t file = image.AddFile(1, "A", 5);
+  for (const char* const name : {"..", ".", "B C", "a", "OK"}) image.AddEntry(1, name, file);
+  Opened opened(image);
+  const Listing listing = opened.reader.List(opened.Find("/"));
+  ASSERT_EQ(Names(listing), (Strings{"A", "..", ".", "B C", "a", "OK"}));
+  std::vector<Problem> problems;
+  for (const Listed& entry : listing.entries) problems.push_back(entry.nameProblem);
+  EXPECT_EQ(Troubles(problems), (Found{Trouble::kNone, Trouble::kNameReserved, Trouble::kNameReserved,
+                                       Trouble::kNameIllegal, Trouble::kNameTwice, Trouble::kNone}));
+}
+
+TEST(Reader, list_dotsThatAreOthers_areEntries) {
+  Small image;
+  image.PutText(image.EntryOffset(1, 0) + 2, "X");
+  image.Put16(image.EntryOffset(1, 0), image.a);
+  Opened opened(image);
+  EXPECT_EQ(Names(opened.reader.List(opened.Find("/"))), (Strings{"X", "A", "D"}));
+}
+
+TEST(Reader, list_behindAHole_goesOn) {
+  Small image;
+  image.Put16(image.EntryOffset(1, 2), 0);
+  Opened opened(image);
+  const Listing listing = opened.reader.List(opened.Find("/"));
+  ASSERT_EQ(Names(listing), Strings{"D"});
+  EXPECT_EQ(listing.entries[0].place, Listed::Place::kBehindHole);
+}
+
+TEST(Reader, list_pastTheSize_upToTheEndMark) {
+  Small image;
+  image.SetSize(1, 3 * kDirEntrySize);
+  image.Put16(image.EntryOffset(1, 5), image.a);
+  Opened opened(image);
+  const Listing listing = opened.reader.List(opened.Find("/"));
+  ASSERT_EQ(Names(listing), (Strings{"A", "D"}));
+  EXPECT_EQ(listing.entries[0].place, Listed::Place::kListed);
+  EXPECT_EQ(listing.entries[1].place, Listed::Place::kPastSize);
+}
+
+TEST(Reader, list_blockThatHoldsSomethingElse_isPassedOver) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t directory = image.AddDirectory(1, "D");
+  for (int i = 0; i < 70; ++i) image.AddFile(directory, "F" + std::to_string(i), 0u);
+  const std::uint32_t block = image.MappedBlock(directory, 1);
+  std::fill_n(image.bytes().begin() + static_cast<long>(image.BlockOffset(block)), 1024, std::uint8_t{0xEE});
+  Opened opened(image);
+  const Listing listing = opened.reader.List(opened.Find("/D"));
+  ASSERT_EQ(Troubles(listing.problems), Found{Trouble::kBlockForeign});
+  EXPECT_EQ(listing.problems[0].index, 1u);
+  EXPECT_EQ(listing.problems[0].block, block);
+  EXPECT_EQ(listing.entries.size(), 70u - 32);
+  EXPECT_EQ(listing.entries.back().name, "F69");
+}
+
+TEST(Reader, list_lastBlockBackInTheFreeChain_isNoEntry) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t directory = image.AddDirectory(1, "D");
+  for (int i = 0; i < 31; ++i) image.AddFile(directory, "F" + std::to_string(i), 0u);
+  const std::uint64_t last = image.BlockOffset(image.MappedBlock(directory, 1));
+  std::fill_n(image.bytes().begin() + static_cast<long>(last), 1024, std::uint8_t{0});
+  image.Put32(last, kFreeChainSignature);
+  Opened opened(image);
+  const Listing listing = opened.reader.List(opened.Find("/D"));
+  EXPECT_EQ(Troubles(listing.problems), Found{Trouble::kBlockForeign});
+  EXPECT_EQ(listing.entries.size(), 30u);
+}
+
+TEST(Reader, list_impossibleSize_isToldAndBounded) {
+  Small image;
+  image.SetSize(image.d, 0xFFFFFFFF);
+  Opened opened(image);
+  Node directory;
+  ASSERT_FALSE(opened.reader.ReadNode(image.d, &directory).IsFailure());
+  const Listing listing = opened.reader.List(directory);
+  ASSERT_FALSE(listing.problems.empty());
+  EXPECT_EQ(listing.problems[0].trouble, Trouble::kDirectorySize);
+  EXPECT_EQ(listing.problems.size(), 1u + 4096 - 1);
+  EXPECT_EQ(Names(listing), (Strings{"B", "E"}));
+}
+
+// ---- Walks ----------------------------------------------------------------------------------------------------------
+
+TEST(Reader, walk_tellsEverythingDepthFirst) {
+  Opened opened{Small()};
+  EXPECT_EQ(WalkAll(&opened.reader), (Strings{"/A", "/D", "/D/B", "/D/E", "/D/E/EMPTY", "/D/E/", "/D/", "/"}));
+}
+
+TEST(Reader, walk_loopAndSecondName_areToldAndNotEntered) {
+  Small image;
+  image.AddEntry(image.e, "UP", image.d);
+  image.AddEntry(image.e, "SELF", image.e);
+  image.AddEntry(1, "AGAIN", image.e);
+  Opened opened(image);
+  EXPECT_EQ(WalkAll(&opened.reader),
+            (Strings{"/A", "/D", "/D/B", "/D/E", "/D/E/EMPTY", "/D/E/UP", "/D/E/UP: directory-loop", "/D/E/SELF",
+                     "/D/E/SELF: directory-loop", "/D/E/", "/D/", "/AGAIN", "/AGAIN: directory-again", "/"}));
+}
+
+TEST(Reader, walk_whatCannotBeRead_isTold) {
+  Small image;
+  image.Put32(image.NodeOffset(image.e) + 32, 0);
+  Opened opened(image);
+  EXPECT_EQ(WalkAll(&opened.reader), (Strings{"/A", "/D", "/D/B", "/D/E", "/D/E: hole", "/D/E/", "/D/", "/"}));
+}
+
+TEST(Reader, walk_visitorStopsAndPassesBy) {
+  Opened opened{Small()};
+  const Node root = opened.Find("/");
+  Strings told;
+  Budget budget(opened.reader.geometry());
+  const auto pass = [&told](const Step& step) {
+    told.push_back(step.path);
+    return step.path == "/D" ? Onward::kPast : Onward::kOn;
+  };
+  EXPECT_TRUE(Walk(&opened.reader, root, "", pass, &budget));
+  EXPECT_EQ(told, (Strings{"/A", "/D", ""}));
+  told.clear();
+  const auto stop = [&told](const Step& step) {
+    told.push_back(step.path);
+    return step.path == "/D/B" ? Onward::kStop : Onward::kOn;
+  };
+  EXPECT_FALSE(Walk(&opened.reader, root, "", stop, &budget));
+  EXPECT_EQ(told, (Strings{"/A", "/D", "/D/B"}));
+}
+
+// A container in which each directory is all directories: paths without number.
+TEST(Reader, walk_ofCrossedDirectories_isBounded) {
+  ImageBuilder image(1024, 128);
+  std::vector<std::uint16_t> directories;
+  for (int i = 0; i < 200; ++i) directories.push_back(image.AddDirectory(1, "D" + std::to_string(i)));
+  for (const std::uint16_t directory : directories) {  // all of them have the root's blocks
+    image.SetSize(directory, image.Size(1));
+    for (std::uint32_t i = 0; i < 6; ++i) {
+      image.Put32(image.NodeOffset(directory) + 32 + 4 * i, image.MappedBlock(1, i));
+    }
+    image.Put32(image.NodeOffset(directory) + 56, image.Get32(image.NodeOffset(1) + 56));
+  }
+  Opened opened(image);
+  const Strings told = WalkAll(&opened.reader);
+  EXPECT_LT(told.size(), 20000u);
+  EXPECT_TRUE(std::any_of(told.begin(), told.end(),
+                          [](const std::string& line) { return line.find(": crossed") != std::string::npos; }));
+}
+
+TEST(Reader, walk_longChainOfDirectories_isGoneDown) {
+  ImageBuilder image(1024, 448);
+  std::uint16_t parent = 1;
+  for (int i = 0; i < 3000; ++i) parent = image.AddDirectory(parent, "D");
+  Opened opened(image);
+  const Strings told = WalkAll(&opened.reader);
+  EXPECT_EQ(told.size(), 6001u);
+}
+
+TEST(Reader, budget_isFreeForWhatIsMetOnceAndEndsForTheRest) {
+  const Small image;
+  const Opened opened(image);
+  const std::uint32_t blocks = opened.reader.geometry().blocks;
+  Budget budget(opened.reader.geometry());
+  for (std::uint32_t block = 1; block <= blocks; ++block) EXPECT_TRUE(budget.Meet(block));
+  for (std::uint32_t node = 1; node < 0x10000; ++node) EXPECT_TRUE(budget.MeetNode(static_cast<std::uint16_t>(node)));
+  std::uint32_t again = 0;
+  while (budget.Meet(1)) ++again;
+  EXPECT_EQ(again, 2 * blocks + 1024);
+  EXPECT_FALSE(budget.Step());
+  EXPECT_FALSE(budget.MeetNode(1));
+}
+
+TEST(Reader, texts_nameThePlace) {
+  EXPECT_EQ(ToText({Trouble::kHole, 5, 7, 0}), "no block for logical block 7");
+  EXPECT_EQ(ToText({Trouble::kBlockOutside, 5, 7, 99}),
+            "logical block 7 is block 99, which the container does not hold");
+  EXPECT_EQ(ToText({Trouble::kNodeOutside, 300, 2, 0}),
+            "its entry refers to node 300, which the container cannot have");
+  EXPECT_STREQ(Name(Trouble::kNone), "none");
+  EXPECT_STREQ(Name(Trouble::kNameTwice), "name-twice");
+  EXPECT_EQ(ToText({}), "");
+}
+
+TEST(Reader, texts_everyTroubleHasItsOwn) {
+  std::set<std::string> names;
+  std::set<std::string> texts;
+  for (int i = 0; i <= static_cast<int>(Trouble::kNameTwice); ++i) {
+    names.insert(Name(static_cast<Trouble>(i)));
+    texts.insert(ToText({static_cast<Trouble>(i), 0, 0, 0}));
+  }
+  EXPECT_EQ(names.size(), static_cast<std::size_t>(Trouble::kNameTwice) + 1);
+  EXPECT_EQ(texts.size(), names.size());
+}
+
+}  // namespace
+}  // namespace orba::inspect
