@@ -52,4 +52,9 @@ void PatchedImage::Write(std::uint64_t offset, const void* bytes, std::size_t co
   }
 }
 
+bool PatchedImage::Touches(std::uint64_t offset, std::uint64_t count) const {
+  const auto page = pages_.lower_bound(offset / kPageSize);
+  return count > 0 && page != pages_.end() && page->first <= (offset + count - 1) / kPageSize;
+}
+
 }  // namespace orba::inspect

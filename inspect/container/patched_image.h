@@ -20,6 +20,9 @@ class PatchedImage : public Image {
   // Lays the bytes over the container, which grows where they reach past its end. A gap reads as zeros.
   void Write(std::uint64_t offset, const void* bytes, std::size_t count);
 
+  // True when any of these bytes may differ from the base's: something near them was written.
+  bool Touches(std::uint64_t offset, std::uint64_t count) const;
+
  private:
   static constexpr std::uint64_t kPageSize = 1024;
 

@@ -1,0 +1,438 @@
+#include "inspect/repair/promise.h"
+
+#include <algorithm>
+#include <map>
+#include <unordered_map>
+#include <utility>
+
+#include "inspect/check/finding.h"
+#include "inspect/container/names.h"
+#include "inspect/container/reader.h"
+
+namespace orba::inspect {
+
+namespace {
+
+using std::to_string;
+
+constexpr const char* kLostFound = "LOST.FND";
+constexpr std::size_t kLostFoundLength = 8;
+constexpr std::uint32_t kNone = ~std::uint32_t{0};
+
+// A name of a directory: the directory that holds it and the name, in upper case.
+using DirectoryName = std::pair<std::uint16_t, std::string>;
+
+// A file of the repaired container.
+struct Found {
+  Node node;
+  bool inLostFound = false;
+  bool matched = false;  // it is what a file before was
+  bool stays = false;    // there was a file at its path
+};
+
+// A place in the tree before, from which paths are made when they are needed.
+struct Place {
+  std::uint32_t parent;
+  std::string name;
+};
+
+// A file that is not at its path any more.
+struct Missing {
+  std::uint32_t place = 0;
+  Node node;
+  bool weak = false;           // it may be anywhere
+  std::uint16_t recorded = 0;  // the number that its slot carries
+};
+
+// A directory whose files are to be looked for, in the one that it has become.
+struct Pair {
+  Node before;
+  bool there = false;
+  Node after;
+  std::uint32_t place = 0;
+  bool weak = false;  // no path leads there
+};
+
+bool LeadsThere(const Listed& entry) {
+  return !entry.problem.IsFailure() && !entry.nameProblem && entry.place != Listed::Place::kBehindHole;
+}
+
+class Judge {
+ public:
+  Judge(const Image& before, const Image& after, const Vouched& vouched, const Touched& touched)
+      : before_(before),
+        after_(after),
+        vouched_(vouched),
+        touched_(touched),
+        beforeBudget_(before_.geometry()),
+        afterBudget_(after_.geometry()) {}
+
+  Promise Run();
+
+ private:
+  // A directory after, with its entries by what leads to them.
+  struct Index {
+    Listing listing;
+    std::unordered_map<std::string, std::size_t> byName;
+    std::unordered_map<std::uint16_t, std::size_t> byNode;
+  };
+  // Files after, by what they hold; of a size once it was asked for.
+  struct Pool {
+    bool lostFoundAlone;
+    std::unordered_map<std::uint32_t, bool> sizes;
+    std::unordered_multimap<std::uint64_t, std::uint32_t> byHash;
+  };
+
+  void NoteNames();
+  void WalkAfter();
+
+  void ComparePair(const Pair& pair);
+  void CompareDirectory(const Listed& entry, const Pair& pair, const Listed* match);
+  void CompareFile(const Listed& entry, const Pair& pair, const Listed* match);
+  static const Listed* MatchFor(const Listed& entry, const Index& after);
+  std::uint32_t AddPlace(const Pair& pair, const Listed& entry);
+
+  bool IsWhole(Reader* reader, const Node& file, Budget* budget) const;
+  bool IsSame(const Node& before, const Node& after);
+  bool IsSamePiece(std::uint64_t before, std::uint64_t after, std::uint64_t bytes) const;
+  std::uint64_t Hash(Reader* reader, const Node& file) const;
+
+  void Fill(Pool* pool, std::uint32_t size);
+  bool FindMissing(const Missing& missing);
+  void Excuse(const std::vector<Missing>& missing);
+  std::string PathOf(std::uint32_t place) const;
+
+  Reader before_;
+  Reader after_;
+  const Vouched vouched_;
+  const Touched& touched_;
+  Budget beforeBudget_;
+  Budget afterBudget_;
+  Promise promise_;
+
+  std::multimap<std::uint16_t, DirectoryName> names_;                         // of directories before
+  std::unordered_map<std::uint16_t, DirectoryName> directories_;              // after, by number
+  std::unordered_map<std::uint16_t, Node> afterNodes_;                        // these directories
+  std::vector<Found> found_;                                                  // files after
+  std::map<std::pair<std::uint16_t, std::uint32_t>, std::uint32_t> foundAt_;  // by directory and entry
+  std::unordered_map<std::uint32_t, std::vector<std::uint32_t>> bySize_;      // found_, by size
+
+  Pool all_ = {false, {}, {}};
+  Pool lostFound_ = {true, {}, {}};
+
+  std::vector<Place> places_;
+  std::vector<Pair> pairs_;
+  std::vector<Pair> weakPairs_;
+  std::vector<bool> entered_ = std::vector<bool>(0x10000, false);
+  std::vector<bool> keptNodes_ = std::vector<bool>(0x10000, false);
+  std::vector<Missing> missing_;
+};
+
+// ---- Both sides -----------------------------------------------------------------------------------------------------
+
+// The names of directories before: where one has several, it is enough that one of them stays.
+void Judge::NoteNames() {
+  Node root;
+  if (before_.Root(&root).IsFailure()) return;
+  Budget budget(before_.geometry());
+  const auto note = [&](const Step& step) {
+    if (step.what != Step::What::kEntry) return Onward::kOn;
+    if (!LeadsThere(*step.entry)) return Onward::kPast;
+    if (step.entry->node.directory) {
+      names_.emplace(step.entry->number, DirectoryName(step.directory.number, UpperCase(step.entry->name)));
+    }
+    return Onward::kOn;
+  };
+  Walk(&before_, root, "", note, &budget);
+}
+
+// What the repaired container holds.
+void Judge::WalkAfter() {
+  Node root;
+  if (after_.Root(&root).IsFailure()) return;
+  afterNodes_[root.number] = root;
+  const auto take = [&](const Step& step) {
+    if (step.what != Step::What::kEntry || !LeadsThere(*step.entry)) return Onward::kPast;
+    const Listed& entry = *step.entry;
+    if (entry.node.directory) {
+      directories_[entry.number] = DirectoryName(step.directory.number, UpperCase(entry.name));
+      afterNodes_[entry.number] = entry.node;
+      return Onward::kOn;
+    }
+    const auto index = static_cast<std::uint32_t>(found_.size());
+    Found found;
+    found.node = entry.node;
+    found.inLostFound = step.path.compare(1, kLostFoundLength, kLostFound) == 0;
+    found_.push_back(found);
+    foundAt_[{step.directory.number, entry.index}] = index;
+    bySize_[entry.node.size()].push_back(index);
+    return Onward::kOn;
+  };
+  Walk(&after_, root, "", take, &afterBudget_);
+}
+
+Promise Judge::Run() {
+  NoteNames();
+  WalkAfter();
+  Pair top;
+  if (before_.Root(&top.before).IsFailure()) return promise_;
+  top.there = !after_.Root(&top.after).IsFailure();
+  places_.push_back({kNone, ""});
+  entered_[kRootNode] = true;
+  pairs_.push_back(top);
+  while (!pairs_.empty() || !weakPairs_.empty()) {
+    std::vector<Pair>* const from = pairs_.empty() ? &weakPairs_ : &pairs_;
+    const Pair pair = from->back();
+    from->pop_back();
+    ComparePair(pair);
+  }
+  std::vector<Missing> lost;
+  for (const Missing& missing : missing_) {
+    if (!FindMissing(missing)) lost.push_back(missing);
+  }
+  Excuse(lost);
+  for (const Found& found : found_) {
+    const bool whole = !found.matched && IsWhole(&after_, found.node, &afterBudget_);
+    promise_.regained += whole ? 1 : 0;
+    promise_.toLost += found.inLostFound && !found.stays ? 1 : 0;
+  }
+  return promise_;
+}
+
+// ---- Directory by directory -----------------------------------------------------------------------------------------
+
+// The entry of `after`, a directory's listing, that `entry` has become: by its name, or, where none need lead there, by
+// its node. Null where there is none.
+const Listed* Judge::MatchFor(const Listed& entry, const Index& after) {
+  if (!entry.nameProblem) {
+    const auto match = after.byName.find(UpperCase(entry.name));
+    return match == after.byName.end() ? nullptr : &after.listing.entries[match->second];
+  }
+  const auto match = after.byNode.find(entry.number);
+  return match == after.byNode.end() ? nullptr : &after.listing.entries[match->second];
+}
+
+void Judge::ComparePair(const Pair& pair) {
+  const Listing before = before_.List(pair.before, &beforeBudget_);
+  Index after;
+  if (pair.there) after.listing = after_.List(pair.after);
+  for (std::size_t i = 0; i < after.listing.entries.size(); ++i) {
+    const Listed& entry = after.listing.entries[i];
+    if (!LeadsThere(entry)) continue;
+    after.byName.emplace(UpperCase(entry.name), i);
+    after.byNode.emplace(entry.number, i);
+  }
+  for (const Listed& entry : before.entries) {
+    if (entry.problem.IsFailure()) continue;
+    const Listed* const match = MatchFor(entry, after);
+    if (entry.node.directory) {
+      CompareDirectory(entry, pair, match);
+    } else {
+      CompareFile(entry, pair, match);
+    }
+  }
+}
+
+std::uint32_t Judge::AddPlace(const Pair& pair, const Listed& entry) {
+  places_.push_back({pair.place, entry.name});
+  return static_cast<std::uint32_t>(places_.size() - 1);
+}
+
+void Judge::CompareDirectory(const Listed& entry, const Pair& pair, const Listed* match) {
+  const bool weak = pair.weak || !LeadsThere(entry);
+  if (entered_[entry.number]) return;
+  Pair below;
+  below.before = entry.node;
+  below.weak = weak;
+  if (match != nullptr && match->node.directory && match->number == entry.number) {
+    below.there = true;
+    below.after = match->node;
+  } else {
+    // Under another of the names that it had, or, where no path led there, under any.
+    const auto now = directories_.find(entry.number);
+    const auto names = names_.equal_range(entry.number);
+    const bool named = now != directories_.end() && std::any_of(names.first, names.second, [&](const auto& name) {
+                         return name.second == now->second;
+                       });
+    below.there = named || (weak && now != directories_.end());
+    if (below.there) below.after = afterNodes_[entry.number];
+    if (!below.there && match != nullptr && match->node.directory) {
+      below.there = true;
+      below.after = match->node;
+    }
+  }
+  if (weak && !pair.weak && names_.count(entry.number) > 0) return;  // a path leads there elsewhere
+  entered_[entry.number] = true;
+  below.place = AddPlace(pair, entry);
+  (weak ? weakPairs_ : pairs_).push_back(below);
+}
+
+void Judge::CompareFile(const Listed& entry, const Pair& pair, const Listed* match) {
+  Found* found = nullptr;
+  if (match != nullptr && !match->node.directory) {
+    const auto at = foundAt_.find({pair.after.number, match->index});
+    if (at != foundAt_.end()) found = &found_[at->second];
+  }
+  if (found != nullptr) found->stays = true;
+  if (!IsWhole(&before_, entry.node, &beforeBudget_)) {
+    if (found == nullptr || !IsWhole(&after_, found->node, nullptr)) return;
+    found->matched = true;
+    ++promise_.mended;
+    return;
+  }
+  ++promise_.readable;
+  if (found != nullptr && IsSame(entry.node, found->node)) {
+    found->matched = true;
+    keptNodes_[entry.number] = true;
+    ++promise_.kept;
+    return;
+  }
+  Missing missing;
+  missing.node = entry.node;
+  missing.recorded = entry.node.record.number;
+  missing.weak = pair.weak || !LeadsThere(entry) || missing.recorded != entry.number;
+  missing.place = AddPlace(pair, entry);
+  missing_.push_back(missing);
+}
+
+// ---- Contents -------------------------------------------------------------------------------------------------------
+
+bool Judge::IsWhole(Reader* reader, const Node& file, Budget* budget) const {
+  const std::uint64_t blocks = reader->geometry().BlocksFor(file.size());
+  if (blocks > reader->geometry().blocks) return false;
+  Extent extent;
+  for (std::uint64_t index = 0; index < blocks; index += extent.count) {
+    if (reader->FindExtent(file, index, blocks, &extent, budget)) return false;
+  }
+  return true;
+}
+
+bool Judge::IsSamePiece(std::uint64_t before, std::uint64_t after, std::uint64_t bytes) const {
+  constexpr std::uint64_t kPiece = 1u << 16;
+  if (touched_ && before == after && !touched_(before, bytes)) return true;
+  std::vector<std::uint8_t> a(static_cast<std::size_t>(std::min(bytes, kPiece)));
+  std::vector<std::uint8_t> b(a.size());
+  for (std::uint64_t at = 0; at < bytes; at += a.size()) {
+    const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(a.size(), bytes - at));
+    if (!before_.image().Read(before + at, a.data(), count) || !after_.image().Read(after + at, b.data(), count) ||
+        !std::equal(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(count), b.begin())) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// `before` is whole. Both sides have one block size: a repair cannot change it and keep anything.
+bool Judge::IsSame(const Node& before, const Node& after) {
+  if (before.size() != after.size() || before_.geometry().blockSize != after_.geometry().blockSize) return false;
+  const std::uint64_t blockSize = before_.geometry().blockSize;
+  const std::uint64_t blocks = before_.geometry().BlocksFor(before.size());
+  for (std::uint64_t index = 0; index < blocks;) {
+    Extent from;
+    Extent to;
+    if (before_.FindExtent(before, index, blocks, &from) || after_.FindExtent(after, index, blocks, &to)) return false;
+    const std::uint64_t count = std::min(from.count, to.count);
+    const std::uint64_t bytes = std::min(count * blockSize, before.size() - index * blockSize);
+    if (!IsSamePiece(before_.geometry().BlockOffset(from.block), after_.geometry().BlockOffset(to.block), bytes)) {
+      return false;
+    }
+    index += count;
+  }
+  return true;
+}
+
+std::uint64_t Judge::Hash(Reader* reader, const Node& file) const {
+  std::uint64_t hash = 0xCBF29CE484222325;
+  const auto mix = [&hash](const std::uint8_t* bytes, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) hash = (hash ^ bytes[i]) * 0x100000001B3;
+    return true;
+  };
+  reader->ReadAll(file, mix);
+  return hash;
+}
+
+// ---- What is not at its path ----------------------------------------------------------------------------------------
+
+// Adds the files of this size, unless they are there.
+void Judge::Fill(Pool* pool, std::uint32_t size) {
+  if (!pool->sizes.emplace(size, true).second) return;
+  const auto files = bySize_.find(size);
+  if (files == bySize_.end()) return;
+  for (const std::uint32_t index : files->second) {
+    const Found& found = found_[index];
+    const bool wanted = !pool->lostFoundAlone || (found.inLostFound && !found.matched);
+    if (wanted) pool->byHash.emplace(Hash(&after_, found.node), index);
+  }
+}
+
+// Looks for the contents under /LOST.FND, where each file stands for one; those of a weak one anywhere.
+bool Judge::FindMissing(const Missing& missing) {
+  constexpr int kMostTries = 16;
+  Pool* const pool = missing.weak ? &all_ : &lostFound_;
+  Fill(pool, missing.node.size());
+  if (pool->byHash.empty()) return false;
+  auto at = pool->byHash.equal_range(Hash(&before_, missing.node));
+  for (int tries = 0; at.first != at.second && tries < kMostTries; ++tries, ++at.first) {
+    Found& found = found_[at.first->second];
+    if (!IsSame(missing.node, found.node)) continue;
+    found.matched = true;
+    keptNodes_[missing.node.number] = true;
+    ++promise_.kept;
+    if (!missing.weak) pool->byHash.erase(at.first);
+    return true;
+  }
+  return false;
+}
+
+// One object may have lost a name, or all, to the operation that the mark vouches for.
+void Judge::Excuse(const std::vector<Missing>& missing) {
+  std::uint16_t node = before_.marked() ? vouched_.node : 0;
+  for (const Missing& file : missing) {
+    const bool any = before_.marked() && vouched_.node == 0 && (node == 0 || node == file.node.number);
+    const bool meant = node != 0 && node == file.node.number;
+    const bool removed = vouched_.removal && vouched_.node == file.node.number;
+    if ((any || meant) && (file.node.size() == 0 || keptNodes_[file.node.number] || removed)) {
+      node = file.node.number;
+      ++promise_.excused;
+    } else if (promise_.losses.size() < kMostLosses) {
+      promise_.losses.push_back(PathOf(file.place));
+    }
+  }
+}
+
+std::string Judge::PathOf(std::uint32_t place) const {
+  constexpr std::size_t kLongest = 1000;
+  std::string path;
+  for (; places_[place].parent != kNone; place = places_[place].parent) {
+    if (path.size() > kLongest) return "..." + path;
+    path.insert(0, "/" + Printable(places_[place].name));
+  }
+  return path;
+}
+
+}  // namespace
+
+Promise JudgePromise(const Image& before, const Image& after, const Vouched& vouched, const Touched& touched) {
+  return Judge(before, after, vouched, touched).Run();
+}
+
+std::string ToText(const Promise& promise) {
+  std::string text = "keeps " + to_string(promise.kept) + " of " + Counted(promise.readable, "readable file");
+  if (promise.excused > 0)
+    text += "; " + to_string(promise.excused) + (promise.excused == 1 ? " ends" : " end") +
+            " with the interrupted operation";
+  if (promise.regained > 0) {
+    text += "; " + to_string(promise.regained) + (promise.regained == 1 ? " more comes back" : " more come back");
+  }
+  if (promise.toLost > 0) {
+    text += "; " + to_string(promise.toLost) + (promise.toLost == 1 ? " goes" : " go") + " to /" + kLostFound;
+  }
+  text += "\n";
+  for (const std::string& path : promise.losses) text += "would lose " + path + "\n";
+  if (promise.lost() > promise.losses.size()) {
+    text += "would lose " + to_string(promise.lost() - promise.losses.size()) + " more\n";
+  }
+  return text;
+}
+
+}  // namespace orba::inspect

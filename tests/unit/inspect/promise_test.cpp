@@ -1,0 +1,356 @@
+#include "inspect/repair/promise.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "inspect/container/patched_image.h"
+#include "tests/support/image_builder.h"
+
+namespace orba::inspect {
+namespace {
+
+using testimage::Bytes;
+using testimage::ImageBuilder;
+
+// The root holds A and SAME (of equal size), D, D/B (behind map blocks) and D/EMPTY.
+struct Small : ImageBuilder {
+  Small() : ImageBuilder(1024, 32) {
+    a = AddFile(1, "A", 1500);
+    same = AddFile(1, "SAME", 1500);
+    d = AddDirectory(1, "D");
+    b = AddFile(d, "B", 10 * 1024);
+    empty = AddFile(d, "EMPTY", 0u);
+  }
+  // Takes the entry of the root or D out, as a removal does.
+  void Remove(std::uint16_t directory, std::uint32_t index) {
+    const std::uint32_t last = Size(directory) / kDirEntrySize - 1;
+    const auto from = bytes().begin() + static_cast<std::ptrdiff_t>(EntryOffset(directory, last));
+    std::copy_n(from, kDirEntrySize, bytes().begin() + static_cast<std::ptrdiff_t>(EntryOffset(directory, index)));
+    Put16(EntryOffset(directory, last), 0);
+    SetSize(directory, last * kDirEntrySize);
+  }
+  void Mark() { Put32(kStateFlagsOffset, kVolumeDirty); }
+
+  std::uint16_t a, same, d, b, empty;
+};
+
+Promise Judged(const ImageBuilder& before, const ImageBuilder& after, const Vouched& vouched = {}) {
+  return JudgePromise(MemoryImage(before.bytes()), MemoryImage(after.bytes()), vouched);
+}
+
+using Paths = std::vector<std::string>;
+
+TEST(Promise, sameContainer_keepsAll) {
+  const Promise promise = Judged(Small(), Small());
+  EXPECT_EQ(promise.readable, 4u);
+  EXPECT_EQ(promise.kept, 4u);
+  EXPECT_EQ(promise.regained + promise.mended + promise.toLost + promise.excused, 0u);
+  EXPECT_TRUE(promise.holds());
+  EXPECT_EQ(ToText(promise), "keeps 4 of 4 readable files\n");
+}
+
+TEST(Promise, fileGone_isALoss) {
+  Small after;
+  after.Remove(1, 2);
+  const Promise promise = Judged(Small(), after);
+  EXPECT_EQ(promise.readable, 4u);
+  EXPECT_EQ(promise.kept, 3u);
+  EXPECT_EQ(promise.losses, Paths{"/A"});
+  EXPECT_EQ(ToText(promise), "keeps 3 of 4 readable files\nwould lose /A\n");
+}
+
+TEST(Promise, emptyFileGone_isALoss) {
+  Small after;
+  after.Remove(after.d, 3);
+  EXPECT_EQ(Judged(Small(), after).losses, Paths{"/D/EMPTY"});
+}
+
+TEST(Promise, directoryGone_allBelowIsLost) {
+  Small after;
+  after.Remove(1, 4);
+  const Promise promise = Judged(Small(), after);
+  EXPECT_EQ(promise.kept, 2u);
+  EXPECT_EQ(promise.losses, (Paths{"/D/B", "/D/EMPTY"}));
+}
+
+TEST(Promise, oneByteOtherwise_isALoss) {
+  for (const std::uint32_t at : {0u, 5u * 1024 + 1023, 6u * 1024, 10u * 1024 - 1}) {
+    Small after;
+    after.bytes()[after.BlockOffset(after.MappedBlock(after.b, at / 1024)) + at % 1024] ^= 1;
+    EXPECT_EQ(Judged(Small(), after).losses, Paths{"/D/B"}) << at;
+  }
+}
+
+TEST(Promise, byteBehindTheEnd_doesNotMatter) {
+  Small after;
+  after.bytes()[after.BlockOffset(after.MappedBlock(after.a, 1)) + 1500 - 1024] ^= 1;
+  EXPECT_TRUE(Judged(Small(), after).holds());
+}
+
+TEST(Promise, otherSize_isALoss) {
+  Small after;
+  after.SetSize(after.a, 1499);
+  EXPECT_EQ(Judged(Small(), after).losses, Paths{"/A"});
+}
+
+TEST(Promise, otherBlocksOfEqualContents_areKept) {
+  Small after;
+  after.Put32(after.MapOffset(after.a, 0), after.MappedBlock(after.same, 0));
+  EXPECT_EQ(Judged(Small(), after).losses, Paths{"/A"});
+  const auto from =
+      after.bytes().begin() + static_cast<std::ptrdiff_t>(after.BlockOffset(after.MappedBlock(after.same, 0)));
+  const Small before;
+  const auto sound =
+      before.bytes().begin() + static_cast<std::ptrdiff_t>(before.BlockOffset(before.MappedBlock(before.a, 0)));
+  std::copy_n(sound, 1024, from);
+  EXPECT_EQ(Judged(before, after).losses, Paths{"/SAME"});
+}
+
+TEST(Promise, fileInLostFound_isKeptAndCounted) {
+  Small after;
+  after.Remove(1, 2);
+  const std::uint16_t lost = after.AddDirectory(1, "LOST.FND");
+  after.AddEntry(lost, "NODE0002", after.a);
+  const Promise promise = Judged(Small(), after);
+  EXPECT_TRUE(promise.holds());
+  EXPECT_EQ(promise.kept, 4u);
+  EXPECT_EQ(promise.toLost, 1u);
+  EXPECT_EQ(ToText(promise), "keeps 4 of 4 readable files; 1 goes to /LOST.FND\n");
+}
+
+TEST(Promise, directoryInLostFound_keepsWhatIsBelow) {
+  Small after;
+  after.Remove(1, 4);
+  const std::uint16_t lost = after.AddDirectory(1, "LOST.FND");
+  after.AddEntry(lost, "NODE0004", after.d);
+  const Promise promise = Judged(Small(), after);
+  EXPECT_EQ(promise.losses, Paths());
+  EXPECT_EQ(promise.toLost, 2u);
+}
+
+TEST(Promise, oneFileInLostFound_standsForOneAlone) {
+  Small before;
+  const Bytes contents(700, 7);
+  before.AddFile(1, "X", contents);
+  before.AddFile(1, "Y", contents);
+  Small after;
+  const std::uint16_t lost = after.AddDirectory(1, "LOST.FND");
+  after.AddFile(lost, "NODE0007", contents);
+  const Promise promise = Judged(before, after);
+  EXPECT_EQ(promise.kept, 5u);
+  EXPECT_EQ(promise.lost(), 1u);
+}
+
+TEST(Promise, fileElsewhere_isALoss) {
+  Small after;
+  after.Remove(1, 2);
+  after.AddEntry(after.d, "A", after.a);
+  const Promise promise = Judged(Small(), after);
+  EXPECT_EQ(promise.losses, Paths{"/A"});
+  EXPECT_EQ(promise.regained, 1u);
+}
+
+TEST(Promise, fileThatWasThereAlready_isNoneThatComesBack) {
+  Small before;
+  before.AddFile(before.AddDirectory(1, "LOST.FND"), "OLD", 70u);
+  Small after;
+  const std::uint16_t lost = after.AddDirectory(1, "LOST.FND");
+  after.AddFile(lost, "OLD", 70u);
+  after.AddFile(lost, "NEW", 90u);
+  const Promise promise = Judged(before, after);
+  EXPECT_TRUE(promise.holds());
+  EXPECT_EQ(promise.regained, 1u);
+  EXPECT_EQ(promise.toLost, 1u);
+  EXPECT_EQ(ToText(promise), "keeps 5 of 5 readable files; 1 more comes back; 1 goes to /LOST.FND\n");
+}
+
+TEST(Promise, unreadableFile_maySayGoodbyeOrBeMended) {
+  Small before;
+  before.Put32(before.MapOffset(before.b, 7), 0);
+  const Promise mended = Judged(before, Small());
+  EXPECT_EQ(mended.readable, 3u);
+  EXPECT_EQ(mended.kept, 3u);
+  EXPECT_EQ(mended.mended, 1u);
+  EXPECT_EQ(mended.regained, 0u);
+  Small gone;
+  gone.Remove(gone.d, 2);
+  EXPECT_TRUE(Judged(before, gone).holds());
+  EXPECT_EQ(Judged(before, before).mended, 0u);
+}
+
+TEST(Promise, entryToALostNode_isNothingToKeep) {
+  Small before;
+  before.Put16(before.EntryOffset(1, 2), 250);
+  const Promise promise = Judged(before, Small());
+  EXPECT_EQ(promise.readable, 3u);
+  EXPECT_EQ(promise.regained, 1u);
+}
+
+TEST(Promise, illegalNameInItsDirectory_mayChange) {
+  Small before;
+  before.PutText(before.EntryOffset(1, 2) + 2, "?");
+  const Promise promise = Judged(before, Small());
+  EXPECT_EQ(promise.readable, 4u);
+  EXPECT_EQ(promise.kept, 4u);
+  EXPECT_EQ(promise.regained, 0u);
+}
+
+TEST(Promise, illegalNameOfADirectory_mayChange) {
+  Small before;
+  before.PutText(before.EntryOffset(1, 4) + 2, "?");
+  EXPECT_TRUE(Judged(before, Small()).holds());
+}
+
+TEST(Promise, illegalName_doesNotLetTheFileGo) {
+  Small before;
+  before.AddFile(1, "?", 900u);
+  EXPECT_EQ(Judged(before, Small()).losses, Paths{"/?"});
+}
+
+TEST(Promise, lowerCaseName_isThePath) {
+  Small before;
+  before.PutText(before.EntryOffset(1, 2) + 2, "a");
+  EXPECT_TRUE(Judged(before, Small()).holds());
+}
+
+TEST(Promise, secondOfEqualNames_mayBeAnywhere) {
+  Small before;
+  const std::uint16_t second = before.AddFile(1, "A", testimage::Pattern(4000, 9));
+  Small after;
+  after.AddFile(1, "A~2", testimage::Pattern(4000, 9));
+  EXPECT_EQ(Judged(before, after).losses, Paths());
+  EXPECT_EQ(Judged(before, Small()).losses, Paths{"/A"});
+  EXPECT_EQ(before.Size(second), 4000u);
+}
+
+TEST(Promise, anotherNodesSlot_mayBeReadAnywhere) {
+  Small before;
+  const auto from = before.bytes().begin() + static_cast<std::ptrdiff_t>(before.NodeOffset(before.b));
+  std::copy_n(from, kNodeSize, before.bytes().begin() + static_cast<std::ptrdiff_t>(before.NodeOffset(before.a)));
+  EXPECT_TRUE(Judged(before, Small()).holds());
+}
+
+// ---- The operation that the mark vouches for ------------------------------------------------------------------------
+
+struct Moving : Small {
+  Moving() { AddEntry(1, "MOVED", b); }
+};
+
+TEST(Promise, fileWithTwoNames_keepsBothWithoutAMark) {
+  EXPECT_EQ(Judged(Moving(), Small()).losses, Paths{"/MOVED"});
+  EXPECT_EQ(Judged(Moving(), Small(), {Small().b, false}).losses, Paths{"/MOVED"});
+}
+
+TEST(Promise, stoppedMove_oneNameIsEnough) {
+  Moving before;
+  before.Mark();
+  const Promise promise = Judged(before, Small());
+  EXPECT_TRUE(promise.holds());
+  EXPECT_EQ(promise.readable, 5u);
+  EXPECT_EQ(promise.kept, 4u);
+  EXPECT_EQ(promise.excused, 1u);
+  EXPECT_EQ(ToText(promise), "keeps 4 of 5 readable files; 1 ends with the interrupted operation\n");
+  EXPECT_TRUE(Judged(before, Small(), {before.b, false}).holds());
+  EXPECT_EQ(Judged(before, Small(), {before.a, false}).losses, Paths{"/MOVED"});
+}
+
+TEST(Promise, stoppedMove_bothNamesGone_isALoss) {
+  Moving before;
+  before.Mark();
+  Small after;
+  after.Remove(after.d, 2);
+  EXPECT_EQ(Judged(before, after).lost(), 2u);
+}
+
+TEST(Promise, twoStoppedMoves_areOneTooMany) {
+  Moving before;
+  before.Mark();
+  before.AddEntry(before.d, "ALSO", before.a);
+  EXPECT_EQ(Judged(before, Small()).lost(), 1u);
+}
+
+TEST(Promise, stoppedCreation_mayBeTakenBack) {
+  Small before;
+  before.Mark();
+  Small after;
+  after.Remove(after.d, 3);
+  EXPECT_TRUE(Judged(before, after).holds());
+  after.Remove(1, 2);
+  EXPECT_EQ(Judged(before, after).losses, Paths{"/A"});
+}
+
+TEST(Promise, stoppedRemoval_mayTakeContentsAlongWhenTheObjectIsKnown) {
+  Small before;
+  before.Mark();
+  Small after;
+  after.Remove(1, 2);
+  EXPECT_FALSE(Judged(before, after).holds());
+  EXPECT_FALSE(Judged(before, after, {before.a, false}).holds());
+  EXPECT_TRUE(Judged(before, after, {before.a, true}).holds());
+  EXPECT_FALSE(Judged(before, after, {before.b, true}).holds());
+  EXPECT_FALSE(Judged(Small(), after, {before.a, true}).holds());
+}
+
+TEST(Promise, directoryWithTwoNames_keepsOneWithAllBelow) {
+  Small before;
+  before.AddEntry(before.AddDirectory(1, "E"), "MOVED", before.d);
+  Small after;
+  after.AddEntry(after.AddDirectory(1, "E"), "MOVED", after.d);
+  EXPECT_TRUE(Judged(before, after).holds());
+  after.Remove(1, 4);
+  EXPECT_TRUE(Judged(before, after).holds());
+}
+
+TEST(Promise, directoryUnderAnotherNameThanItHad_isALoss) {
+  Small after;
+  after.AddEntry(after.AddDirectory(1, "E"), "MOVED", after.d);
+  after.Remove(1, 4);
+  EXPECT_EQ(Judged(Small(), after).lost(), 2u);
+}
+
+// ---- What is not read -----------------------------------------------------------------------------------------------
+
+// Counts the bytes that are read behind the first ones.
+struct Counting : MemoryImage {
+  using MemoryImage::MemoryImage;
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    read += count;
+    return MemoryImage::Read(offset, out, count);
+  }
+  mutable std::size_t read = 0;
+};
+
+TEST(Promise, untouchedContents_areNotRead) {
+  ImageBuilder image(1024, 32);
+  image.AddFile(1, "BIG", 250 * 1024);
+  const Counting before(image.bytes());
+  PatchedImage after(before);
+  const auto touched = [&after](std::uint64_t offset, std::uint64_t count) { return after.Touches(offset, count); };
+  EXPECT_TRUE(JudgePromise(before, after, {}, touched).holds());
+  EXPECT_LT(before.read, 40000u);
+
+  const std::uint8_t byte = 0x5A;
+  after.Write(image.BlockOffset(image.MappedBlock(2, 200)) + 9, &byte, 1);
+  EXPECT_EQ(JudgePromise(before, after, {}, touched).losses, Paths{"/BIG"});
+}
+
+TEST(Promise, noContainer_promisesNothing) {
+  const MemoryImage nothing{Bytes(5000, 7)};
+  const Promise promise = JudgePromise(nothing, nothing);
+  EXPECT_EQ(promise.readable, 0u);
+  EXPECT_TRUE(promise.holds());
+  EXPECT_EQ(JudgePromise(MemoryImage(Small().bytes()), nothing).lost(), 4u);
+}
+
+TEST(Promise, moreLossesThanAreListed_areCounted) {
+  ImageBuilder before(1024, 32);
+  for (int i = 0; i < 150; ++i) before.AddFile(1, "F" + std::to_string(i), 0u);
+  const Promise promise = Judged(before, ImageBuilder(1024, 32));
+  EXPECT_EQ(promise.lost(), 150u);
+  EXPECT_EQ(promise.losses.size(), kMostLosses);
+  EXPECT_NE(ToText(promise).find("would lose 50 more\n"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace orba::inspect
