@@ -9,6 +9,7 @@
 
 #include "inspect/check/check.h"
 #include "tests/model/host.h"
+#include "tools/orba/host_image.h"
 
 namespace model {
 
@@ -508,7 +509,7 @@ void Pair::Finish() {
 
 void Pair::CheckContainer(int number) {
   where_ = "at the end, " + ContainerName(number) + ": ";
-  const auto image = orba::inspect::FileImage::Open(ContainerName(number));
+  const auto image = orba::tool::FileImage::Open(ContainerName(number));
   Expect(image != nullptr, "does not open");
   if (!difference.empty()) return;
   const orba::inspect::Report report = orba::inspect::Check(*image);

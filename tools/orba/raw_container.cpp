@@ -15,7 +15,7 @@ RawContainer::RawContainer(const std::string& path, Access access)
   if (flock(lock_.get(), (access == kWrite ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
     throw LibraryFailure("cannot open " + path, path, ORB_ERROR_CONTAINER_IN_USE);
   }
-  image_ = inspect::FileImage::Open(path);
+  image_ = FileImage::Open(path);
   if (image_ == nullptr) throw HostFailure("cannot read " + path, errno);
 }
 

@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "inspect/container/image.h"
 #include "tools/orba/host_file.h"
+#include "tools/orba/host_image.h"
 
 namespace orba::tool {
 
@@ -25,7 +25,7 @@ class RawContainer {
  private:
   std::string path_;
   Descriptor lock_;
-  std::unique_ptr<inspect::FileImage> image_;
+  std::unique_ptr<FileImage> image_;
 };
 
 }  // namespace orba::tool

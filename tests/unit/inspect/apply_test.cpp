@@ -9,6 +9,7 @@
 
 #include "tests/support/image_builder.h"
 #include "tests/support/repair_harness.h"
+#include "tools/orba/host_image.h"
 
 namespace orba::inspect {
 namespace {
@@ -204,7 +205,7 @@ TEST(FileTarget, writesCutsAndMissingFile) {
     EXPECT_TRUE(target->Flush());
     EXPECT_TRUE(target->Cut(11));
   }
-  const auto image = FileImage::Open(path);
+  const auto image = tool::FileImage::Open(path);
   ASSERT_NE(image, nullptr);
   char text[12] = {};
   EXPECT_EQ(image->Size(), 11u);
