@@ -26,16 +26,15 @@ void MarkEntry(Work* work, std::uint32_t record, std::uint32_t place, std::uint3
   work->chainPlace[entry] = place;
 }
 
-void MarkEntries(Work* work, std::uint32_t record, std::uint32_t place, const std::vector<std::uint8_t>& bytes) {
-  const std::uint32_t count = Get32(&bytes[8]);
-  const std::uint64_t offset = work->geometry().BlockOffset(record);
+void MarkEntries(Work* work, std::uint32_t block, std::uint32_t place, const std::vector<std::uint32_t>& heap) {
   bool ordered = true;
-  for (std::uint32_t k = 1; k <= count; ++k) {
-    const std::uint32_t entry = Get32(&bytes[8 + 4 * k]);
-    MarkEntry(work, record, place, entry, offset + 8 + 4 * k);
-    if (k == 1 || !ordered || entry == kNoBlock || entry >= Get32(&bytes[8 + 4 * (k / 2)])) continue;
+  for (std::uint32_t k = 1; k <= heap.size(); ++k) {
+    const std::uint32_t entry = heap[k - 1];
+    const std::uint64_t offset = work->geometry().BlockOffset(block) + HeapOffset(k - 1);
+    MarkEntry(work, block, place, entry, offset);
+    if (k == 1 || !ordered || entry == kNoBlock || entry >= heap[k / 2 - 1]) continue;
     ordered = false;
-    work->Add(Kind::kChainHeapOrder, {0, record, offset + 8 + 4 * k},
+    work->Add(Kind::kChainHeapOrder, {0, block, offset},
               "entry " + to_string(k) + " is smaller than its parent; the lowest block would not be given out first");
   }
 }
@@ -46,21 +45,23 @@ std::uint32_t ReadRecord(Work* work, std::uint32_t block) {
   const std::uint64_t offset = geometry.BlockOffset(block);
   std::vector<std::uint8_t> bytes(geometry.blockSize);
   if (!work->Read(offset, bytes.data(), bytes.size())) return kNoBlock;
-  if (Get32(&bytes[0]) != kFreeChainSignature) {
+  const ChainRecord record = DecodeChain(bytes);
+  if (record.signature != kFreeChainSignature) {
     work->Add(Kind::kChainSignature, {0, block, offset},
               BlockText(block) + " is linked as a free-chain record but does not begin with \"FBC1\"");
     return kNoBlock;
   }
-  const std::uint32_t count = Get32(&bytes[8]);
+  const std::uint32_t count = record.count;
+  const std::uint64_t countOffset = offset + offsetof(FreeChainRecord, count);
   if (count > geometry.chainCapacity()) {
     work->Add(
-        Kind::kChainCount, {0, block, offset + 8},
+        Kind::kChainCount, {0, block, countOffset},
         "the record counts " + to_string(count) + " entries and has room for " + to_string(geometry.chainCapacity()));
     return kNoBlock;
   }
   const auto place = static_cast<std::uint32_t>(work->model().chain.size());
   if (place > 0 && count < geometry.chainCapacity()) {
-    work->Add(Kind::kChainPartial, {0, block, offset + 8}, "a record behind the head is not full");
+    work->Add(Kind::kChainPartial, {0, block, countOffset}, "a record behind the head is not full");
   }
   if (work->chainMark[block] != kNotInChain) {
     work->Add(Kind::kChainDuplicate, {0, block, offset},
@@ -69,15 +70,15 @@ std::uint32_t ReadRecord(Work* work, std::uint32_t block) {
   work->chainMark[block] = kRecord;
   work->chainPlace[block] = place;
   work->model().chain.push_back({block, count});
-  MarkEntries(work, block, place, bytes);
-  return Get32(&bytes[4]);
+  MarkEntries(work, block, place, record.heap);
+  return record.next;
 }
 
 }  // namespace
 
 void WalkChain(Work* work) {
   std::uint32_t block = work->model().header.freeChainHead;
-  std::uint64_t link = 48;  // where `block` was read
+  std::uint64_t link = offsetof(VolumeHeader, freeChainHead);  // where `block` was read
   while (block != kNoBlock) {
     if (!work->geometry().Holds(block)) {
       work->Add(Kind::kChainOutside, {0, block, link},
@@ -88,7 +89,7 @@ void WalkChain(Work* work) {
       work->Add(Kind::kChainCycle, {0, block, link}, "the free chain leads back to " + BlockText(block));
       return;
     }
-    link = work->geometry().BlockOffset(block) + 4;
+    link = work->geometry().BlockOffset(block) + offsetof(FreeChainRecord, next);
     block = ReadRecord(work, block);
   }
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "inspect/check/work.h"
+#include "inspect/container/date.h"
 #include "inspect/container/fields.h"
 #include "inspect/container/names.h"
 
@@ -14,32 +15,28 @@ using std::to_string;
 
 // ---- Header ---------------------------------------------------------------------------------------------------------
 
-void CheckField(Work* work, std::uint32_t found, std::uint32_t expected, std::uint32_t offset, const char* name) {
-  if (found == expected) return;
-  work->Add(
-      Kind::kHeaderField, {0, 0, offset},
-      std::string(name) + " is " + to_string(found) + " and should be " + to_string(expected) +
-          (FieldsAgree(work->model().header) ? "; a mount believes it and finds no root" : "; a mount refuses this"));
-}
-
 void CheckHeader(Work* work) {
   const VolumeHeader& header = work->model().header;
   const VolumeHeader sound = SoundHeader(work->geometry(), header);
-  CheckField(work, header.headerSize, sound.headerSize, 8, "the header size");
-  CheckField(work, header.nodeTableOffset, sound.nodeTableOffset, 12, "the node-block table's offset");
-  CheckField(work, header.nodeTableSize, sound.nodeTableSize, 16, "the node-block table's size");
-  CheckField(work, header.bitmapOffset, sound.bitmapOffset, 20, "the node bitmap's offset");
-  CheckField(work, header.bitmapSize, sound.bitmapSize, 24, "the node bitmap's size");
-  CheckField(work, header.reservedOffset, sound.reservedOffset, 28, "the reserved region's offset");
-  CheckField(work, header.reservedSize, sound.reservedSize, 32, "the reserved region's size");
-  CheckField(work, header.dataOffset, sound.dataOffset, 36, "the data area's offset");
-  CheckField(work, header.blockSize, sound.blockSize, 40, "the block size");
-  CheckField(work, header.blockShift & 0xFF, sound.blockShift, 44, "the block shift");
-  if (header.blockShift > 0xFF) {
-    work->Add(Kind::kHeaderShiftBits, {0, 0, 44}, "the block shift has bits above its low byte, which nothing reads");
+  VolumeHeader read = header;
+  read.blockShift &= kShiftMask;
+  std::uint8_t found[kHeaderSize], expected[kHeaderSize];
+  EncodeHeader(read, found);
+  EncodeHeader(sound, expected);
+  for (const Field& field : kHeaderFields) {
+    const std::uint32_t is = NumberOf(field, found);
+    const std::uint32_t should = NumberOf(field, expected);
+    if (field.form != Form::kNumber || is == should) continue;
+    work->Add(Kind::kHeaderField, {0, 0, field.offset},
+              field.meaning + (" is " + to_string(is)) + " and should be " + to_string(should) +
+                  (FieldsAgree(header) ? "; a mount believes it and finds no root" : "; a mount refuses this"));
+  }
+  if (header.blockShift > kShiftMask) {
+    work->Add(Kind::kHeaderShiftBits, {0, 0, offsetof(VolumeHeader, blockShift)},
+              "the block shift has bits above its low byte, which nothing reads");
   }
   if (sound.reservedSize != 0) {
-    work->Add(Kind::kReservedRegion, {0, 0, 32},
+    work->Add(Kind::kReservedRegion, {0, 0, offsetof(VolumeHeader, reservedSize)},
               "the header keeps " + to_string(sound.reservedSize) + " bytes free between bitmap and data area");
   }
   if ((header.stateFlags & ~kVolumeDirty) != 0) {
@@ -68,16 +65,18 @@ bool ReadHeader(Work* work) {
     work->Add(Kind::kHeaderSignature, {0, 0, 0}, "the container does not begin with \"ORBA\"; a mount refuses this");
   }
   if (header.version != kVolumeVersion) {
-    work->Add(Kind::kHeaderVersion, {0, 0, 4}, "the version is not \"1.0 \"; a mount refuses this");
+    work->Add(Kind::kHeaderVersion, {0, 0, offsetof(VolumeHeader, version)},
+              "the version is not \"1.0 \"; a mount refuses this");
   }
   for (std::uint32_t i = 0; i < sizeof header.reserved; ++i) {
     if (header.reserved[i] == 0) continue;
-    work->Add(Kind::kHeaderReserved, {0, 0, 56 + i}, "a reserved byte of the header is not zero");
+    work->Add(Kind::kHeaderReserved, {0, 0, offsetof(VolumeHeader, reserved) + i},
+              "a reserved byte of the header is not zero");
     break;
   }
   model.geometry = FindGeometry(work->image, header);
   if (!model.geometry.known()) {
-    work->Add(Kind::kLayoutUnknown, {0, 0, 8},
+    work->Add(Kind::kLayoutUnknown, {0, 0, offsetof(VolumeHeader, headerSize)},
               "block size and bitmap size are contradictory and no root directory was found; nothing further was read");
     return false;
   }
@@ -94,8 +93,8 @@ bool ReadHeader(Work* work) {
 bool ReadTable(Work* work) {
   std::uint8_t bytes[kNodeTableSize];
   if (!work->Read(kHeaderSize, bytes, sizeof bytes)) return false;
-  for (std::uint32_t i = 0; i < kNodeTableEntries; ++i) work->model().table.push_back(Get32(bytes + 4 * i));
   Model& model = work->model();
+  model.table = DecodeWords(bytes, kNodeTableEntries);
   model.bitmap.resize(model.geometry.bitmapSize);
   if (!work->Read(kBitmapOffset, model.bitmap.data(), model.bitmap.size())) return false;
   model.nodes.resize(std::size_t{model.geometry.nodeLimit()} + 1);
@@ -110,12 +109,10 @@ bool ReadTable(Work* work) {
   return true;
 }
 
-std::uint64_t BitOffset(std::uint32_t node) { return kBitmapOffset + (node - 1) / 8; }
-
 // Nodes first to end - 1: one finding, with the first one's place.
 void AddPlaceless(Work* work, std::uint32_t first, std::uint32_t end, const char* why) {
   work->Add(
-      Kind::kNodePlaceless, {first, 0, BitOffset(first), end - first},
+      Kind::kNodePlaceless, {first, 0, BitmapByteOffset(first), end - first},
       "the bitmap says " +
           (end - first == 1 ? "in use" : "of nodes " + to_string(first) + " to " + to_string(end - 1) + ": in use") +
           ", but " + why);
@@ -124,9 +121,9 @@ void AddPlaceless(Work* work, std::uint32_t first, std::uint32_t end, const char
 // The bitmap says what is in use, the root is in any case.
 void ReadBitmap(Work* work) {
   Model& model = work->model();
-  const auto bits = static_cast<std::uint32_t>(model.bitmap.size() * 8);
+  const std::uint32_t bits = model.bits();
   if (bits > 0 && model.IsFreeBit(kRootNode)) {
-    work->Add(Kind::kRootFree, {kRootNode, 0, BitOffset(kRootNode)},
+    work->Add(Kind::kRootFree, {kRootNode, 0, BitmapByteOffset(kRootNode)},
               "the bitmap says that the root's node is free; it would be given out again");
   }
   for (NodeInfo& node : model.nodes) {
@@ -152,7 +149,7 @@ void ReadSlot(Work* work, NodeInfo* node, std::uint32_t block, const std::uint8_
               "the node's slot does not begin with \"INO1\"");
   }
   if (!number) {
-    work->Add(Kind::kNodeNumber, {node->number, block, node->offset + 4},
+    work->Add(Kind::kNodeNumber, {node->number, block, node->offset + offsetof(OrbNodeRecord, number)},
               "the slot carries number " + to_string(node->record.number) + " instead of its own");
   }
   node->readable = signature || number || IsPlausible(work->geometry(), node->number, node->record);
@@ -163,15 +160,15 @@ void ReadNodeBlock(Work* work, std::uint32_t index) {
   Model& model = work->model();
   const Geometry& geometry = work->geometry();
   const std::uint32_t block = model.table[index];
-  const std::uint32_t first = index * geometry.nodesPerBlock() + 1;
+  const std::uint32_t first = geometry.firstNode(index);
   std::vector<std::uint8_t> bytes(geometry.blockSize);
   if (!work->Read(geometry.BlockOffset(block), bytes.data(), bytes.size())) return;
   bool foreign = true;
   for (std::uint32_t i = 0; i < geometry.nodesPerBlock(); ++i) {
-    foreign &= Get32(&bytes[i * kNodeSize]) != kNodeSignature;
+    foreign &= !HasNodeSignature(&bytes[i * kNodeSize]);
   }
   if (foreign) {
-    work->Add(Kind::kNodeBlockForeign, {0, block, kHeaderSize + 4 * index},
+    work->Add(Kind::kNodeBlockForeign, {0, block, TableEntryOffset(index)},
               "table entry " + to_string(index) + " names " + BlockText(block) + ", which holds no node; nodes " +
                   to_string(first) + " to " + to_string(first + geometry.nodesPerBlock() - 1) + " are lost");
     return;
@@ -179,12 +176,12 @@ void ReadNodeBlock(Work* work, std::uint32_t index) {
   bool used = false;
   for (std::uint32_t i = 0; i < geometry.nodesPerBlock() && model.IsNode(first + i); ++i) {
     NodeInfo& node = model.nodes[first + i];
-    node.offset = geometry.BlockOffset(block) + i * kNodeSize;
+    node.offset = geometry.NodeOffset(block, i);
     ReadSlot(work, &node, block, &bytes[i * kNodeSize]);
     used |= node.state != NodeState::kFree;
   }
   if (!used) {
-    work->Add(Kind::kNodeBlockIdle, {0, block, kHeaderSize + 4 * index},
+    work->Add(Kind::kNodeBlockIdle, {0, block, TableEntryOffset(index)},
               BlockText(block) + " holds node slots, none of them in use");
   }
 }
@@ -194,7 +191,7 @@ void ReadNodeBlocks(Work* work) {
   const Geometry& geometry = work->geometry();
   for (std::uint32_t index = 0; index < kNodeTableEntries; ++index) {
     const std::uint32_t block = model.table[index];
-    const std::uint64_t offset = kHeaderSize + 4 * index;
+    const std::uint64_t offset = TableEntryOffset(index);
     if (block == kNoBlock) continue;
     if (!geometry.Holds(block)) {
       work->NoteOutside(block);
@@ -218,19 +215,22 @@ void CheckRecord(Work* work, const NodeInfo& node) {
   const OrbNodeRecord& record = node.record;
   const std::uint32_t number = node.number;
   if (!AreLegal(number, record.attributes)) {
-    work->Add(Kind::kNodeAttributes, {number, 0, node.offset + 6},
+    work->Add(Kind::kNodeAttributes, {number, 0, node.offset + offsetof(OrbNodeRecord, attributes)},
               "attributes " + to_string(record.attributes) + " are not a file's, a directory's or the root's");
   } else if (node.wrongKind) {
-    work->Add(Kind::kNodeAttributes, {number, 0, node.offset + 6},
+    work->Add(Kind::kNodeAttributes, {number, 0, node.offset + offsetof(OrbNodeRecord, attributes)},
               node.IsDirectory() ? "the attributes are a file's, but the contents are this directory's"
                                  : "the attributes are a directory's, but the contents are not");
   }
   if (record.time.reserved != 0 || record.reserved[0] != 0 || record.reserved[1] != 0 || record.reserved[2] != 0) {
-    work->Add(Kind::kNodeReserved, {number, 0, node.offset + (record.time.reserved != 0 ? 15u : 20u)},
+    const std::uint64_t after = offsetof(OrbNodeRecord, time) + offsetof(TimeStamp, reserved);
+    work->Add(Kind::kNodeReserved,
+              {number, 0, node.offset + (record.time.reserved != 0 ? after : offsetof(OrbNodeRecord, reserved))},
               "a reserved byte of the node is not zero");
   }
   if (!IsDate(record.time)) {
-    work->Add(Kind::kNodeTime, {number, 0, node.offset + 8}, "the time stamp is no date of the calendar");
+    work->Add(Kind::kNodeTime, {number, 0, node.offset + offsetof(OrbNodeRecord, time)},
+              "the time stamp is no date of the calendar");
   }
 }
 
@@ -256,7 +256,8 @@ void CheckNodes(Work* work) {
     JudgeKind(work, &node);
     CheckRecord(work, node);
     if (node.number == kRootNode && !node.IsDirectory()) {
-      work->Add(Kind::kRootLost, {kRootNode, 0, node.offset + 6}, "the root's node is no directory");
+      work->Add(Kind::kRootLost, {kRootNode, 0, node.offset + offsetof(OrbNodeRecord, attributes)},
+                "the root's node is no directory");
     }
     WalkNode(work, &node);
   }
@@ -387,51 +388,6 @@ std::string OwnerText(const BlockInfo& owner) {
 }
 
 // ---- The public face ------------------------------------------------------------------------------------------------
-
-const char* Name(BlockUse use) {
-  static const char* const kNames[] = {"nothing", "node block", "map", "file", "directory", "chain record", "free"};
-  return kNames[static_cast<std::size_t>(use)];
-}
-
-bool Model::IsFreeBit(std::uint32_t number) const {
-  return (bitmap[(number - 1) / 8] & (0x80 >> ((number - 1) % 8))) != 0;
-}
-
-bool IsDate(const TimeStamp& time) {
-  static const std::uint8_t kDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  return time.year >= 1601 && time.month >= 1 && time.month <= 12 && time.day >= 1 &&
-         time.day <= kDays[time.month - 1] && time.hour < 24 && time.minute < 60 && time.second < 60;
-}
-
-bool AreLegal(std::uint32_t node, std::uint16_t attributes) {
-  if (node == kRootNode) return attributes == kRootAttributes;
-  return attributes == ORB_NODE_DIRECTORY || (attributes & ~(kNodeReadOnly | kNodeUserFlag)) == 0;
-}
-
-bool IsPlausible(const Geometry& geometry, std::uint32_t node, const OrbNodeRecord& record) {
-  bool plausible = AreLegal(node, record.attributes) && IsDate(record.time) && record.time.reserved == 0 &&
-                   record.size < kContainerLimit && record.indirect <= geometry.blocks &&
-                   record.doubleIndirect <= geometry.blocks;
-  for (const std::uint32_t word : record.reserved) plausible &= word == 0;
-  for (const std::uint32_t block : record.direct) plausible &= block <= geometry.blocks;
-  return plausible;
-}
-
-std::string PathOf(const Model& model, std::uint32_t number) {
-  constexpr std::size_t kLongest = 1000;
-  if (!model.IsNode(number)) return "";
-  if (number == kRootNode) return "/";
-  std::string path;
-  std::uint32_t at = number;
-  while (model.nodes[at].parent != 0 && path.size() < kLongest) {
-    const NodeInfo& parent = model.nodes[model.nodes[at].parent];
-    path = "/" + Printable(NameOf(parent.entries[model.nodes[at].parentEntry].record)) + path;
-    at = parent.number;
-  }
-  if (at == kRootNode) return path;
-  if (model.nodes[at].parent != 0) return "..." + path;
-  return "(node " + to_string(at) + ")" + path;
-}
 
 std::uint64_t Report::Count(Severity severity) const {
   std::uint64_t sum = 0;

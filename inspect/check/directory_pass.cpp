@@ -11,20 +11,18 @@ namespace {
 
 using std::to_string;
 
-std::uint32_t EntryCount(const NodeInfo& directory) { return directory.record.size / kDirEntrySize; }
-
 // ---- Taking the entries ---------------------------------------------------------------------------------------------
 
 // A last block that holds one entry goes back to the free chain before the directory's size is stored. As a new record of
 // the chain it starts with "FBC1" and counts nothing, which reads as an entry "C1" of node 16966.
 bool HoldsChainRecord(const Work& work, const std::vector<std::uint8_t>& bytes, std::uint32_t block) {
-  if (Get32(&bytes[0]) != kFreeChainSignature || Get32(&bytes[8]) != 0) return false;
+  const ChainRecord record = DecodeChain(bytes);
+  if (record.signature != kFreeChainSignature || record.count != 0) return false;
   if (work.chainMark[block] == kRecord) return true;
-  const std::uint32_t next = Get32(&bytes[4]);
-  if (next > work.geometry().blocks) return false;
-  const std::uint16_t node = Get16(&bytes[0]);
+  if (record.next > work.geometry().blocks) return false;
+  const std::uint16_t node = DecodeEntry(bytes.data()).node;
   const Model& model = work.report.model;
-  return next != kNoBlock || !model.IsNode(node) || model.nodes[node].state != NodeState::kUsed;
+  return record.next != kNoBlock || !model.IsNode(node) || model.nodes[node].state != NodeState::kUsed;
 }
 
 bool IsDot(const OrbDirEntry& entry) { return NameOf(entry) == "." || NameOf(entry) == ".."; }
@@ -46,13 +44,13 @@ void TakeBlock(Work* work, NodeInfo* directory, const DirectoryBlock& at, const 
                bool* ended) {
   DirectorySummary& found = directory->directory;
   const Geometry& geometry = work->geometry();
-  const std::uint32_t count = EntryCount(*directory);
+  const std::uint32_t count = EntryCount(directory->record);
   for (std::uint32_t slot = 0; slot < geometry.entriesPerBlock(); ++slot) {
     Entry entry;
     const std::uint64_t index = at.index * geometry.entriesPerBlock() + slot;
     entry.index = static_cast<std::uint32_t>(index);
     entry.block = at.block;
-    entry.offset = geometry.BlockOffset(at.block) + slot * kDirEntrySize;
+    entry.offset = geometry.EntryOffset(at.block, slot);
     entry.pastSize = index >= count;
     entry.record = DecodeEntry(&bytes[slot * kDirEntrySize]);
     const bool empty = entry.record.node == 0;
@@ -69,14 +67,9 @@ void TakeBlock(Work* work, NodeInfo* directory, const DirectoryBlock& at, const 
   }
 }
 
-bool NamesUsedNode(const Model& model, const Entry& entry) {
-  const std::uint16_t number = entry.record.node;
-  return model.IsNode(number) && number != kRootNode && model.nodes[number].state == NodeState::kUsed;
-}
-
 void JudgeHoles(Work* work, NodeInfo* directory) {
   DirectorySummary& found = directory->directory;
-  const std::uint32_t count = EntryCount(*directory);
+  const std::uint32_t count = EntryCount(directory->record);
   const Work::Place place = {directory->number, found.holeBlock, found.holeOffset, found.holes};
   found.removalHalfMade = found.holes == 1 && found.firstHole + 1 == count && count > 2 &&
                           found.holeOffset != work->geometry().BlockOffset(found.holeBlock);
@@ -98,7 +91,7 @@ void JudgePast(Work* work, NodeInfo* directory) {
   const Work::Place place = {directory->number, past->block, past->offset, found.past};
   const std::string name = NameOf(past->record);
   found.appendHalfMade = found.past == 1 && directory->record.size % kDirEntrySize == 0 && IsLegalName(name) &&
-                         NamesUsedNode(work->report.model, *past);
+                         work->report.model.RefersToUsed(past->record);
   if (found.appendHalfMade) {
     work->Add(Kind::kAppendHalfMade, place,
               "\"" + Printable(name) + "\" of " + NodeText(past->record.node) +
@@ -141,16 +134,16 @@ void CheckSize(Work* work, const NodeInfo& directory) {
   const std::uint32_t size = directory.record.size;
   const std::uint32_t number = directory.number;
   // A directory being made has no size until its first block is written; it has no name either.
-  if (size == 0 && directory.names.empty() && directory.pending.empty() && number != kRootNode) return;
+  if (size == 0 && !directory.IsNamed() && number != kRootNode) return;
   if (size % kDirEntrySize == 0 && size >= 2 * kDirEntrySize) return;
   work->Add(
-      Kind::kDirSize, {number, 0, directory.offset + 16},
+      Kind::kDirSize, {number, 0, directory.offset + offsetof(OrbNodeRecord, size)},
       "a directory cannot have " + to_string(size) + " bytes: it has 32 for each entry, and two entries at least");
 }
 
 void CheckName(Work* work, const NodeInfo& directory, const Entry& entry) {
   const std::string name = NameOf(entry.record);
-  const Work::Place place = {directory.number, entry.block, entry.offset + 2};
+  const Work::Place place = {directory.number, entry.block, entry.offset + offsetof(OrbDirEntry, name)};
   if (!IsLegalName(name)) {
     work->Add(Kind::kNameIllegal, place, "the name \"" + Printable(name) + "\" is not one that a path can hold");
   } else if (UpperCase(name) != name) {
@@ -181,7 +174,7 @@ bool CheckTarget(Work* work, const NodeInfo& directory, const Entry& entry) {
 // True when `entry` is the last of its directory and `first` is its copy in an earlier block: a removal fills the hole there
 // before it clears the last entry.
 bool IsHalfMadeCopy(const NodeInfo& directory, const Entry& entry, const Entry& first) {
-  return entry.index + 1 == EntryCount(directory) && entry.record.node == first.record.node &&
+  return entry.index + 1 == EntryCount(directory.record) && entry.record.node == first.record.node &&
          entry.block != first.block;
 }
 
@@ -193,7 +186,7 @@ void CheckDirectory(Work* work, NodeInfo* directory) {
     if (entry.index < 2) continue;
     const NameRef name = {directory->number, static_cast<std::uint32_t>(i)};
     if (entry.pastSize) {
-      if (NamesUsedNode(model, entry)) model.nodes[entry.record.node].pending.push_back(name);
+      if (model.RefersToUsed(entry.record)) model.nodes[entry.record.node].pending.push_back(name);
       continue;
     }
     CheckName(work, *directory, entry);
@@ -226,7 +219,7 @@ void Spread(Model* model, std::uint16_t start, Reach reach) {
     if (!directory.IsDirectory()) continue;
     for (std::size_t i = 0; i < directory.entries.size(); ++i) {
       const Entry& entry = directory.entries[i];
-      if (entry.index < 2 || !NamesUsedNode(*model, entry)) continue;
+      if (entry.index < 2 || !model->RefersToUsed(entry.record)) continue;
       NodeInfo& child = model->nodes[entry.record.node];
       if (child.reach != Reach::kNone) continue;
       child.reach = reach;
@@ -243,7 +236,7 @@ std::uint16_t FindInCycle(const Model& model, std::uint16_t number) {
   while (!seen[number]) {
     seen[number] = true;
     const NodeInfo& node = model.nodes[number];
-    if (node.names.empty() && node.pending.empty()) break;
+    if (!node.IsNamed()) break;
     number = (node.names.empty() ? node.pending : node.names).front().directory;
   }
   return number;
@@ -257,9 +250,7 @@ bool LiesIn(const Model& model, std::uint16_t directory, std::uint16_t node) {
 
 // Two names in two directories, as a move leaves them. A directory is never moved into itself.
 bool IsHalfMadeMove(const Model& model, const NodeInfo& node) {
-  const auto isLegal = [&](const NameRef& name) {
-    return IsLegalName(NameOf(model.nodes[name.directory].entries[name.entry].record));
-  };
+  const auto isLegal = [&](const NameRef& name) { return IsLegalName(NameOf(model.EntryOf(name).record)); };
   return node.names.size() == 2 && node.pending.empty() && node.names[0].directory != node.names[1].directory &&
          isLegal(node.names[0]) && isLegal(node.names[1]) && !LiesIn(model, node.names[0].directory, node.number) &&
          !LiesIn(model, node.names[1].directory, node.number);
@@ -275,13 +266,12 @@ bool BeginsAsDirectory(const NodeInfo& node, const std::vector<std::uint8_t>& fi
 bool IsNoDirectory(const Model& model, const NodeInfo& node, const std::vector<std::uint8_t>& blocks) {
   bool any = false;
   for (std::size_t at = 0; at < blocks.size(); at += kDirEntrySize) {
-    Entry entry;
-    entry.record = DecodeEntry(&blocks[at]);
-    const std::string name = NameOf(entry.record);
-    if (at == 0 && (name == "." || entry.record.node == node.number)) return false;
+    const OrbDirEntry entry = DecodeEntry(&blocks[at]);
+    const std::string name = NameOf(entry);
+    if (at == 0 && (name == "." || entry.node == node.number)) return false;
     if (at == kDirEntrySize && name == "..") return false;
-    if (at > kDirEntrySize && NamesUsedNode(model, entry) && IsLegalName(name)) return false;
-    any |= entry.record.node != 0;
+    if (at > kDirEntrySize && model.RefersToUsed(entry) && IsLegalName(name)) return false;
+    any |= entry.node != 0;
   }
   return any;
 }
@@ -372,9 +362,7 @@ void CheckReach(Work* work) {
   Model& model = work->model();
   if (model.nodes[kRootNode].state == NodeState::kUsed) Spread(&model, kRootNode, Reach::kRoot);
   for (const NodeInfo& node : model.nodes) {
-    if (node.state != NodeState::kUsed || node.number == kRootNode || !node.names.empty() || !node.pending.empty()) {
-      continue;
-    }
+    if (node.state != NodeState::kUsed || node.number == kRootNode || node.IsNamed()) continue;
     Spread(&model, node.number, Reach::kLeaked);
     work->Add(
         Kind::kNodeLeaked, {node.number, 0, node.offset},

@@ -186,7 +186,7 @@ void WalkNode(Work* work, NodeInfo* node) {
   const Geometry& geometry = work->geometry();
   std::uint64_t blocks = geometry.BlocksFor(node->record.size);
   if (node->record.size >= kContainerLimit || blocks > geometry.mapCapacity()) {
-    work->Add(Kind::kNodeSize, {node->number, 0, node->offset + 16},
+    work->Add(Kind::kNodeSize, {node->number, 0, node->offset + offsetof(OrbNodeRecord, size)},
               "a size of " + to_string(node->record.size) + " bytes is more than a block map can hold");
     blocks = std::min(blocks, geometry.mapCapacity());
     node->map.sizeImpossible = true;

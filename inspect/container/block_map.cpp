@@ -9,10 +9,6 @@ namespace orba::inspect {
 
 namespace {
 
-constexpr std::uint32_t kDirectOffset = 32;
-constexpr std::uint32_t kIndirectOffset = 56;
-constexpr std::uint32_t kDoubleOffset = 60;
-
 using Visitor = std::function<bool(const MapSlot&)>;
 
 // Offers the slot of a map block to the visitor and reads that block when it says so.
@@ -27,13 +23,13 @@ bool Enter(const Image& image, const Geometry& geometry, const MapSlot& slot, co
 void VisitDataSlots(const Geometry& geometry, const std::vector<std::uint8_t>& bytes, std::uint32_t block,
                     std::uint64_t first, const Visitor& visit) {
   for (std::uint32_t i = 0; i < geometry.mapSlots(); ++i) {
-    visit({MapLevel::kData, first + i, Get32(&bytes[4 * i]), geometry.BlockOffset(block) + 4 * i});
+    visit({MapLevel::kData, first + i, Get32(&bytes[kWordSize * i]), geometry.SlotOffset(block, i)});
   }
 }
 
 std::uint32_t ReadSlot(const Image& image, const Geometry& geometry, std::uint32_t block, std::uint64_t slot) {
-  std::uint8_t bytes[4];
-  if (!geometry.Holds(block) || !image.Read(geometry.BlockOffset(block) + slot * 4, bytes, sizeof bytes)) {
+  std::uint8_t bytes[kWordSize];
+  if (!geometry.Holds(block) || !image.Read(geometry.SlotOffset(block, slot), bytes, sizeof bytes)) {
     return kNoBlock;
   }
   return Get32(bytes);
@@ -44,16 +40,10 @@ bool HoldsNodes(const Geometry& geometry, const std::vector<std::uint8_t>& bytes
   std::uint32_t nodes = 0;
   for (std::uint32_t i = 0; i < geometry.nodesPerBlock(); ++i) {
     const std::uint8_t* slot = &bytes[i * kNodeSize];
-    if (Get32(slot) == kNodeSignature &&
-        Get16(slot + 4) % geometry.nodesPerBlock() == (i + 1) % geometry.nodesPerBlock()) {
-      ++nodes;
-    }
+    const std::uint32_t number = NodeNumber(slot);
+    if (HasNodeSignature(slot) && number % geometry.nodesPerBlock() == (i + 1) % geometry.nodesPerBlock()) ++nodes;
   }
   return nodes >= kEnough;
-}
-
-bool IsNamed(const std::uint8_t* entry, const char* name) {
-  return Get16(entry) != 0 && NameOf(DecodeEntry(entry)) == name;
 }
 
 bool HoldsNoNumbers(const Geometry& geometry, const std::vector<std::uint8_t>& bytes) {
@@ -61,7 +51,7 @@ bool HoldsNoNumbers(const Geometry& geometry, const std::vector<std::uint8_t>& b
   std::uint32_t used = 0;
   std::uint32_t impossible = 0;
   for (std::uint32_t i = 0; i < geometry.mapSlots(); ++i) {
-    const std::uint32_t slot = Get32(&bytes[4 * i]);
+    const std::uint32_t slot = Get32(&bytes[kWordSize * i]);
     if (slot != kNoBlock) ++used;
     if (slot >= kContainerLimit / geometry.blockSize) ++impossible;
   }
@@ -70,26 +60,31 @@ bool HoldsNoNumbers(const Geometry& geometry, const std::vector<std::uint8_t>& b
 
 }  // namespace
 
+MapPath PathTo(const Geometry& geometry, std::uint64_t index) {
+  if (index < kDirectBlocks) return {MapLevel::kData, 0, static_cast<std::uint32_t>(index)};
+  const std::uint64_t rest = index - kDirectBlocks;
+  const auto slot = static_cast<std::uint32_t>(rest % geometry.mapSlots());
+  if (index < geometry.firstDouble()) return {MapLevel::kIndirect, 0, slot};
+  return {MapLevel::kDouble, static_cast<std::uint32_t>(rest / geometry.mapSlots() - 1), slot};
+}
+
 void VisitMap(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t nodeOffset,
               const Visitor& visit) {
   for (std::uint32_t i = 0; i < kDirectBlocks; ++i) {
-    visit({MapLevel::kData, i, node.direct[i], nodeOffset + kDirectOffset + 4 * i});
+    visit({MapLevel::kData, i, node.direct[i], nodeOffset + offsetof(OrbNodeRecord, direct) + kWordSize * i});
   }
+  const std::uint64_t indirectOffset = nodeOffset + offsetof(OrbNodeRecord, indirect);
+  const std::uint64_t doubleOffset = nodeOffset + offsetof(OrbNodeRecord, doubleIndirect);
   std::vector<std::uint8_t> bytes;
-  if (Enter(image, geometry, {MapLevel::kIndirect, kDirectBlocks, node.indirect, nodeOffset + kIndirectOffset}, visit,
-            &bytes)) {
+  if (Enter(image, geometry, {MapLevel::kIndirect, kDirectBlocks, node.indirect, indirectOffset}, visit, &bytes)) {
     VisitDataSlots(geometry, bytes, node.indirect, kDirectBlocks, visit);
   }
-  const std::uint64_t slots = geometry.mapSlots();
-  const std::uint64_t first = kDirectBlocks + slots;
   std::vector<std::uint8_t> second;
-  if (!Enter(image, geometry, {MapLevel::kDouble, first, node.doubleIndirect, nodeOffset + kDoubleOffset}, visit,
-             &second)) {
-    return;
-  }
-  for (std::uint32_t i = 0; i < slots; ++i) {
-    const MapSlot slot = {MapLevel::kSecond, first + i * slots, Get32(&second[4 * i]),
-                          geometry.BlockOffset(node.doubleIndirect) + 4 * i};
+  const MapSlot twice = {MapLevel::kDouble, geometry.firstDouble(), node.doubleIndirect, doubleOffset};
+  if (!Enter(image, geometry, twice, visit, &second)) return;
+  for (std::uint32_t i = 0; i < geometry.mapSlots(); ++i) {
+    const MapSlot slot = {MapLevel::kSecond, geometry.firstOfSecond(i), Get32(&second[kWordSize * i]),
+                          geometry.SlotOffset(node.doubleIndirect, i)};
     if (Enter(image, geometry, slot, visit, &bytes)) VisitDataSlots(geometry, bytes, slot.block, slot.index, visit);
   }
 }
@@ -98,21 +93,16 @@ Contents ContentsOf(const Image& image, const Geometry& geometry, std::uint32_t 
   std::vector<std::uint8_t> bytes(geometry.blockSize);
   if (!image.Read(geometry.BlockOffset(block), bytes.data(), bytes.size())) return Contents::kAny;
   if (HoldsNodes(geometry, bytes)) return Contents::kNodes;
-  if (IsNamed(&bytes[0], ".") && IsNamed(&bytes[kDirEntrySize], "..")) return Contents::kDirectory;
+  if (AreDots(bytes.data())) return Contents::kDirectory;
   return HoldsNoNumbers(geometry, bytes) ? Contents::kNoNumbers : Contents::kAny;
 }
 
 std::uint32_t FindBlock(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t index) {
-  const std::uint64_t slots = geometry.mapSlots();
-  std::uint32_t block = kNoBlock;
-  if (index < kDirectBlocks) {
-    block = node.direct[index];
-  } else if (index < kDirectBlocks + slots) {
-    block = ReadSlot(image, geometry, node.indirect, index - kDirectBlocks);
-  } else if (index < geometry.mapCapacity()) {
-    const std::uint64_t rest = index - kDirectBlocks - slots;
-    block = ReadSlot(image, geometry, ReadSlot(image, geometry, node.doubleIndirect, rest / slots), rest % slots);
-  }
+  if (index >= geometry.mapCapacity()) return kNoBlock;
+  const MapPath path = PathTo(geometry, index);
+  std::uint32_t block = path.from == MapLevel::kData ? node.direct[path.slot] : node.indirect;
+  if (path.from == MapLevel::kDouble) block = ReadSlot(image, geometry, node.doubleIndirect, path.second);
+  if (path.from != MapLevel::kData) block = ReadSlot(image, geometry, block, path.slot);
   return geometry.Holds(block) ? block : kNoBlock;
 }
 

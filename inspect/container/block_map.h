@@ -25,6 +25,16 @@ struct MapSlot {
   std::uint64_t offset;  // where in the container it says so
 };
 
+// The way to the number of one logical block, from the record on.
+struct MapPath {
+  MapLevel from;         // the record's field: kData a direct slot, kIndirect, or kDouble
+  std::uint32_t second;  // kDouble: the slot of the double-indirect block
+  std::uint32_t slot;    // the direct slot, or the slot of the last map block
+};
+
+// `index` is less than geometry.mapCapacity().
+MapPath PathTo(const Geometry& geometry, std::uint64_t index);
+
 // Visits the slots of the node record at byte `nodeOffset`, in logical order, a map block's own slot before the slots
 // in it. For a slot that names a map block the visitor's result says whether to go down into it, which is done where
 // the container holds that block; the visitor must see to it that no walk runs without end. For data slots the result

@@ -6,12 +6,12 @@
 
 #include "inspect/container/fields.h"
 #include "inspect/container/layout_search.h"
+#include "inspect/container/names.h"
 
 namespace orba::inspect {
 
 namespace {
 
-constexpr std::uint32_t kBlockSizes[] = {1024, 2048, 4096, 8192};
 constexpr std::uint32_t kLargestBitmap = MaxBitmapSize(8192);
 
 std::uint32_t ShiftOf(std::uint32_t blockSize) {
@@ -29,9 +29,9 @@ std::uint32_t BlockSizeBySlots(const Image& image, std::uint64_t offset) {
   std::uint32_t sound = 0;
   std::uint32_t end = 0;
   for (std::uint32_t slot = 0; slot < kBlockSizes[3] / kNodeSize; ++slot) {
-    std::uint8_t bytes[6];
-    if (!image.Read(offset + std::uint64_t{slot} * kNodeSize, bytes, sizeof bytes)) break;
-    if (Get32(bytes) != kNodeSignature || Get16(bytes + 4) != slot + 1) continue;
+    std::uint8_t mark[kNodeMarkSize];
+    if (!image.Read(offset + std::uint64_t{slot} * kNodeSize, mark, sizeof mark)) break;
+    if (!IsSlotOf(mark, slot + 1)) continue;
     ++sound;
     end = slot + 1;
   }
@@ -58,13 +58,13 @@ Geometry FromHeader(const Image& image, const VolumeHeader& header) {
 
 // The root's record lies where block 1 would begin, and its directory begins where the record says.
 bool BearsTheRoot(const Image& image, const Geometry& geometry) {
-  std::uint8_t record[kNodeSize];
-  if (!image.Read(geometry.dataOffset, record, sizeof record)) return false;
-  const std::uint32_t block = Get32(record + offsetof(OrbNodeRecord, direct));
-  std::uint8_t entry[kDirEntrySize];
-  return Get32(record) == kNodeSignature && Get16(record + 4) == kRootNode && geometry.Holds(block) &&
-         image.Read(geometry.BlockOffset(block), entry, sizeof entry) && Get16(entry) == kRootNode && entry[2] == '.' &&
-         entry[3] == 0;
+  std::uint8_t slot[kNodeSize];
+  if (!image.Read(geometry.dataOffset, slot, sizeof slot) || !IsSlotOf(slot, kRootNode)) return false;
+  const std::uint32_t block = DecodeNode(slot).direct[0];
+  std::uint8_t bytes[kDirEntrySize];
+  if (!geometry.Holds(block) || !image.Read(geometry.BlockOffset(block), bytes, sizeof bytes)) return false;
+  const OrbDirEntry entry = DecodeEntry(bytes);
+  return entry.node == kRootNode && NameOf(entry) == ".";
 }
 
 // What the header says twice over about bitmap and data area. Block 1 is where formatting puts the root's node block, and
@@ -87,13 +87,13 @@ Geometry FromRedundancy(const Image& image, const VolumeHeader& header) {
 
 // Looks for the root's node block behind every bitmap that could be.
 Geometry FromSearch(const Image& image) {
-  std::vector<std::uint8_t> bytes(kLargestBitmap + 6);
+  std::vector<std::uint8_t> bytes(kLargestBitmap + kNodeMarkSize);
   const std::uint64_t size = image.Size();
-  if (size < kBitmapOffset + 6) return {};
+  if (size < kBitmapOffset + kNodeMarkSize) return {};
   bytes.resize(static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), size - kBitmapOffset)));
   if (!image.Read(kBitmapOffset, bytes.data(), bytes.size())) return {};
-  for (std::uint32_t bitmap = 0; bitmap + 6 <= bytes.size(); ++bitmap) {
-    if (Get32(&bytes[bitmap]) != kNodeSignature || Get16(&bytes[bitmap + 4]) != kRootNode) continue;
+  for (std::uint32_t bitmap = 0; bitmap + kNodeMarkSize <= bytes.size(); ++bitmap) {
+    if (!IsSlotOf(&bytes[bitmap], kRootNode)) continue;
     const std::uint32_t blockSize = BlockSizeBySlots(image, kBitmapOffset + bitmap);
     if (!IsBlockSize(blockSize) || bitmap > MaxBitmapSize(blockSize)) continue;
     return Make(image, blockSize, bitmap, kBitmapOffset + bitmap);
@@ -109,7 +109,7 @@ std::uint32_t Geometry::nodeLimit() const {
 }
 
 bool FieldsAgree(const VolumeHeader& header) {
-  const std::uint32_t shift = header.blockShift & 0xFF;
+  const std::uint32_t shift = header.blockShift & kShiftMask;
   return header.headerSize == kHeaderSize && header.nodeTableSize == kNodeTableSize && IsBlockSize(header.blockSize) &&
          shift < 32 && 1u << shift == header.blockSize && header.bitmapSize <= MaxBitmapSize(header.blockSize) &&
          header.nodeTableOffset == kHeaderSize && header.bitmapOffset == kBitmapOffset &&

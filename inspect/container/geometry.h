@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "inspect/container/fields.h"
 #include "inspect/container/image.h"
 #include "volume/layout.h"
 
@@ -18,8 +19,8 @@ struct Geometry {
   bool known() const { return blockSize != 0; }
   std::uint32_t nodesPerBlock() const { return blockSize / kNodeSize; }
   std::uint32_t entriesPerBlock() const { return blockSize / kDirEntrySize; }
-  std::uint32_t mapSlots() const { return blockSize / 4; }
-  std::uint32_t chainCapacity() const { return (blockSize - kFreeChainHeader) / 4; }
+  std::uint32_t mapSlots() const { return blockSize / kWordSize; }
+  std::uint32_t chainCapacity() const { return (blockSize - kFreeChainHeader) / kWordSize; }
 
   // The highest node number that the volume can have: the bitmap's bits, as far as the table has room for their blocks.
   // The root is there even when the bitmap is empty.
@@ -31,15 +32,28 @@ struct Geometry {
     return perBlock == 0 ? 0 : (nodeLimit() + perBlock - 1) / perBlock;
   }
 
-  // The most blocks that a node's map can hold.
-  std::uint64_t mapCapacity() const {
-    const std::uint64_t slots = mapSlots();
-    return kDirectBlocks + slots + slots * slots;
-  }
+  // The number of the first node in node block `index`.
+  std::uint32_t firstNode(std::uint32_t index) const { return index * nodesPerBlock() + 1; }
+
+  // The first logical block that the double-indirect block serves, that slot `slot` of it serves, and the first that no
+  // map can hold.
+  std::uint64_t firstDouble() const { return kDirectBlocks + std::uint64_t{mapSlots()}; }
+  std::uint64_t firstOfSecond(std::uint64_t slot) const { return firstDouble() + slot * mapSlots(); }
+  std::uint64_t mapCapacity() const { return firstOfSecond(mapSlots()); }
 
   bool Holds(std::uint32_t block) const { return block != kNoBlock && block <= blocks; }
   std::uint64_t BlockOffset(std::uint32_t block) const {
     return dataOffset + (static_cast<std::uint64_t>(block) - 1) * blockSize;
+  }
+  // Slot `slot` of node block, directory block or block-map block `block`.
+  std::uint64_t NodeOffset(std::uint32_t block, std::uint32_t slot) const {
+    return BlockOffset(block) + std::uint64_t{kNodeSize} * slot;
+  }
+  std::uint64_t EntryOffset(std::uint32_t block, std::uint32_t slot) const {
+    return BlockOffset(block) + std::uint64_t{kDirEntrySize} * slot;
+  }
+  std::uint64_t SlotOffset(std::uint32_t block, std::uint64_t slot) const {
+    return BlockOffset(block) + kWordSize * slot;
   }
   std::uint64_t BlocksFor(std::uint32_t bytes) const {
     return (static_cast<std::uint64_t>(bytes) + blockSize - 1) / blockSize;

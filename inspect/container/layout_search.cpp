@@ -2,18 +2,17 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
 #include <map>
 #include <vector>
 
 #include "inspect/container/fields.h"
+#include "inspect/container/names.h"
 #include "volume/layout.h"
 
 namespace orba::inspect {
 
 namespace {
 
-constexpr std::uint32_t kBlockSizes[] = {1024, 2048, 4096, 8192};
 constexpr std::size_t kMostTraces = 100000;  // of each kind: by then the layout is certain
 constexpr std::uint32_t kShortestRun = 4;
 constexpr std::uint32_t kFirstRootBlock = 2;  // where formatting puts the root's directory
@@ -53,18 +52,14 @@ void TakeRecord(const std::uint8_t* bytes, std::uint64_t offset, Traces* traces)
   if (runs.size() < kMostTraces) runs.push_back({offset, record.number, 1});
 }
 
-bool IsDots(const std::uint8_t* bytes) {
-  return Get16(bytes) != 0 && Get16(bytes + kDirEntrySize) != 0 && std::memcmp(bytes + 2, ".", 2) == 0 &&
-         std::memcmp(bytes + kDirEntrySize + 2, "..", 3) == 0;
-}
-
 // Every byte may begin a record: the data area may begin anywhere.
 void TakeAll(const std::uint8_t* bytes, std::size_t count, std::uint64_t offset, Traces* traces) {
   for (std::size_t at = 0; at < count; ++at) {
-    if (bytes[at] == 'I' && Get32(bytes + at) == kNodeSignature) {
+    if (bytes[at] == (kNodeSignature & 0xFF) && HasNodeSignature(bytes + at)) {
       TakeRecord(bytes + at, offset + at, traces);
-    } else if (bytes[at + 2] == '.' && traces->directories.size() < kMostTraces && IsDots(bytes + at)) {
-      traces->directories.push_back({Get16(bytes + at), offset + at});
+    } else if (bytes[at + offsetof(OrbDirEntry, name)] == '.' && traces->directories.size() < kMostTraces &&
+               AreDots(bytes + at)) {
+      traces->directories.push_back({DecodeEntry(bytes + at).node, offset + at});
     }
   }
 }

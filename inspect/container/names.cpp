@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/name_symbols.h"
+#include "inspect/container/fields.h"
 
 namespace orba::inspect {
 
@@ -27,6 +28,12 @@ std::string UpperCase(std::string name) {
 std::string NameOf(const OrbDirEntry& entry) {
   const void* end = std::memchr(entry.name, 0, kNameSize);
   return std::string(entry.name, end == nullptr ? entry.name + kNameSize : static_cast<const char*>(end));
+}
+
+bool AreDots(const std::uint8_t* bytes) {
+  const OrbDirEntry self = DecodeEntry(bytes);
+  const OrbDirEntry parent = DecodeEntry(bytes + kDirEntrySize);
+  return self.node != 0 && NameOf(self) == "." && parent.node != 0 && NameOf(parent) == "..";
 }
 
 std::string Printable(const std::string& name) {

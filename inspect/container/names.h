@@ -1,6 +1,7 @@
-// The rule for names in directories. Stands on the layout alone.
+// The rule for names in directories. Stands on fields.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "volume/layout.h"
@@ -18,6 +19,9 @@ std::string UpperCase(std::string name);
 
 // The name in an entry: up to its NUL, or all 30 bytes when it has none (which no legal name does).
 std::string NameOf(const OrbDirEntry& entry);
+
+// The two entries at `bytes` are "." and "..", each of some node.
+bool AreDots(const std::uint8_t* bytes);
 
 // The name with every byte outside the visible ASCII characters, and the backslash, as \xNN: fit for a message.
 std::string Printable(const std::string& name);

@@ -16,8 +16,6 @@ namespace {
 
 using std::to_string;
 
-std::uint32_t EntryCount(const OrbNodeRecord& directory) { return directory.size / kDirEntrySize; }
-
 std::string Quoted(const Entry& entry) { return "\"" + Printable(NameOf(entry.record)) + "\""; }
 
 // A directory in use of which every block is there.

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <map>
 
+#include "inspect/container/date.h"
 #include "inspect/container/fields.h"
 #include "inspect/container/names.h"
 #include "inspect/repair/work.h"
@@ -143,13 +144,6 @@ void ClearEntries(RepairWork* work, const std::vector<std::uint32_t>& entries) {
 }
 
 // ---- Node records ---------------------------------------------------------------------------------------------------
-
-OrbNodeRecord EmptyNode(std::uint16_t number) {
-  OrbNodeRecord record = {};
-  record.signature = kNodeSignature;
-  record.number = number;
-  return record;
-}
 
 std::uint16_t RightAttributes(const NodeInfo& node) {
   if (node.number == kRootNode) return kRootAttributes;

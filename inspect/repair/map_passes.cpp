@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "inspect/container/block_map.h"
+#include "inspect/container/date.h"
 #include "inspect/container/fields.h"
 #include "inspect/container/names.h"
 #include "inspect/repair/work.h"

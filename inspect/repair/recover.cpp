@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "inspect/container/block_map.h"
+#include "inspect/container/date.h"
 #include "inspect/container/names.h"
 #include "inspect/container/patched_image.h"
 #include "inspect/repair/repair.h"
@@ -40,21 +41,11 @@ class ForgivingImage : public Image {
   mutable std::set<std::uint64_t> failed_;
 };
 
-// Days since 1970 of a date of the calendar.
-std::int64_t DaysFrom1970(std::int64_t year, std::int64_t month, std::int64_t day) {
-  year -= month <= 2;
-  const std::int64_t era = year / 400;
-  const std::int64_t yearOfEra = year - era * 400;
-  const std::int64_t dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
-  return era * 146097 + yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear - 719468;
-}
-
 // The host's clock counts nanoseconds in 64 bits: a time stamp centuries away, as only damage makes one, is not set.
 void SetTime(const fs::path& path, const TimeStamp& time) {
   constexpr std::uint16_t kFirstYear = 1900, kLastYear = 2200;
   if (!IsDate(time) || time.year < kFirstYear || time.year > kLastYear) return;
-  const std::int64_t seconds =
-      DaysFrom1970(time.year, time.month, time.day) * 86400 + time.hour * 3600 + time.minute * 60 + time.second;
+  const std::int64_t seconds = SecondsSince1970(time);
   const auto since =
       std::chrono::system_clock::time_point(std::chrono::seconds(seconds)) - std::chrono::system_clock::now();
   std::error_code ignored;

@@ -36,9 +36,9 @@ std::string Padded(std::string text, std::size_t width) {
   return text;
 }
 
-// One line for one field: at most 8 of its bytes, its name, its meaning.
-std::string Field(std::uint64_t offset, const std::uint8_t* bytes, std::size_t count, const std::string& name,
-                  const std::string& meaning) {
+// One line: at most 8 of the bytes, what they are, what they mean.
+std::string Line(std::uint64_t offset, const std::uint8_t* bytes, std::size_t count, const std::string& name,
+                 const std::string& meaning) {
   std::string hex = Hex(bytes, std::min<std::size_t>(count, 8));
   if (count > 8) hex += ".. ";
   return Offset(offset) + Padded(hex, 28) + Padded(name, 20) + meaning + "\n";
@@ -54,10 +54,6 @@ std::string Text(const std::uint8_t* bytes, std::size_t count) {
 
 bool AllZero(const std::uint8_t* bytes, std::size_t count) {
   return std::all_of(bytes, bytes + count, [](std::uint8_t byte) { return byte == 0; });
-}
-
-std::string ZeroOrNot(const std::uint8_t* bytes, std::size_t count) {
-  return AllZero(bytes, count) ? "zero" : "not zero";
 }
 
 std::string BlockMeaning(std::uint32_t block) { return block == kNoBlock ? "none" : "block " + to_string(block); }
@@ -103,30 +99,55 @@ std::string UseText(const Model& model, std::uint32_t block) {
 
 // ---- The records ----------------------------------------------------------------------------------------------------
 
-std::string NodeLines(std::uint64_t offset, const std::uint8_t* bytes) {
-  const OrbNodeRecord node = DecodeNode(bytes);
-  std::string text = Field(offset, bytes, 4, "signature", Text(bytes, 4));
-  text += Field(offset + 4, bytes + 4, 2, "number", to_string(node.number));
-  text += Field(offset + 6, bytes + 6, 2, "attributes", AttributeText(node.attributes));
-  text += Field(offset + 8, bytes + 8, 7, "time stamp", TimeText(node.time));
-  text += Field(offset + 15, bytes + 15, 1, "reserved", ZeroOrNot(bytes + 15, 1));
-  text += Field(offset + 16, bytes + 16, 4, "size", to_string(node.size));
-  text += Field(offset + 20, bytes + 20, 12, "reserved", ZeroOrNot(bytes + 20, 12));
-  for (std::uint32_t i = 0; i < kDirectBlocks; ++i) {
-    const std::uint32_t at = 32 + 4 * i;
-    text += Field(offset + at, bytes + at, 4, "direct " + to_string(i), BlockMeaning(node.direct[i]));
+// What the first element of a field says.
+std::string Meaning(const Field& field, const std::uint8_t* record) {
+  const std::uint8_t* bytes = record + field.offset;
+  const std::uint32_t number = NumberOf(field, record);
+  switch (field.form) {
+    case Form::kText:
+      return Text(bytes, field.size());
+    case Form::kNumber:
+      return to_string(number);
+    case Form::kBlock:
+      return BlockMeaning(number);
+    case Form::kAttributes:
+      return AttributeText(static_cast<std::uint16_t>(number));
+    case Form::kFlags:
+      return to_string(number) + ((number & kVolumeDirty) != 0 ? ": marked as being updated" : ": not marked");
+    case Form::kTime:
+      return TimeText(DecodeTime(bytes));
+    case Form::kName:
+      return Text(bytes, field.size());
+    case Form::kReserved:
+      return AllZero(bytes, field.size()) ? "zero" : "not zero";
   }
-  text += Field(offset + 56, bytes + 56, 4, "indirect", BlockMeaning(node.indirect));
-  return text + Field(offset + 60, bytes + 60, 4, "double-indirect", BlockMeaning(node.doubleIndirect));
+  return "";
+}
+
+// A line for each field of the record at byte `offset`; block numbers in a row have a line each.
+template <std::size_t kCount>
+std::string Lines(const std::array<Field, kCount>& fields, std::uint64_t offset, const std::uint8_t* record) {
+  std::string text;
+  for (const Field& field : fields) {
+    const bool row = field.form == Form::kBlock && field.count > 1;
+    for (std::uint32_t i = 0; i < (row ? field.count : 1); ++i) {
+      Field part = field;
+      part.offset += i * field.width;
+      if (row) part.count = 1;
+      text += Line(offset + part.offset, record + part.offset, part.size(),
+                   row ? field.name + (" " + to_string(i)) : field.name, Meaning(part, record));
+    }
+  }
+  return text;
 }
 
 // Node slots of a block, a line each.
 std::string SlotLines(const Model& model, std::uint64_t offset, const Bytes& bytes) {
   std::string text;
   for (std::size_t at = 0; at < bytes.size(); at += kNodeSize) {
-    const std::uint16_t number = Get16(&bytes[at + 4]);
+    const std::uint16_t number = NodeNumber(&bytes[at]);
     const std::string state = model.IsNode(number) ? StateText(model, model.nodes[number]) : "no node of this volume";
-    text += Field(offset + at, &bytes[at], 8, "node " + to_string(number), state);
+    text += Line(offset + at, &bytes[at], 8, "node " + to_string(number), state);
   }
   return text;
 }
@@ -136,11 +157,11 @@ std::string EntryLines(const Model& model, std::uint64_t offset, const Bytes& by
   for (std::size_t at = 0; at < bytes.size(); at += kDirEntrySize) {
     const OrbDirEntry entry = DecodeEntry(&bytes[at]);
     const std::uint32_t index = first + static_cast<std::uint32_t>(at / kDirEntrySize);
-    if (entry.node == 0) return text + Field(offset + at, &bytes[at], 8, "entry " + to_string(index), "end mark");
+    if (entry.node == 0) return text + Line(offset + at, &bytes[at], 8, "entry " + to_string(index), "end mark");
     const std::string state =
         model.IsNode(entry.node) ? StateText(model, model.nodes[entry.node]) : "no node of this volume";
-    text += Field(offset + at, &bytes[at], 8, "entry " + to_string(index),
-                  Padded(Printable(NameOf(entry)), 30) + "node " + to_string(entry.node) + ", " + state);
+    text += Line(offset + at, &bytes[at], 8, "entry " + to_string(index),
+                 Padded(Printable(NameOf(entry)), 30) + "node " + to_string(entry.node) + ", " + state);
   }
   return text;
 }
@@ -156,23 +177,29 @@ std::string WordLines(std::uint64_t offset, const std::uint8_t* bytes, std::uint
                       const char* one, const char* many) {
   std::string text;
   for (std::uint32_t i = 0; i < words;) {
-    const std::uint32_t block = Get32(bytes + 4 * i);
+    const std::uint32_t block = Get32(bytes + kWordSize * i);
     std::uint32_t run = 1;
-    while (i + run < words && Get32(bytes + 4 * (i + run)) == (block == 0 ? 0 : block + run)) ++run;
+    while (i + run < words && Get32(bytes + kWordSize * (i + run)) == (block == 0 ? 0 : block + run)) ++run;
     const std::string meaning = block == 0 ? "none" : Run("block", "blocks", block, run);
-    text += Field(offset + 4 * i, bytes + 4 * i, 4 * run, Run(one, many, first + i, run), meaning);
+    text +=
+        Line(offset + kWordSize * i, bytes + kWordSize * i, kWordSize * run, Run(one, many, first + i, run), meaning);
     i += run;
   }
   return text;
 }
 
 std::string ChainLines(std::uint64_t offset, const Bytes& bytes) {
-  std::string text = Field(offset, &bytes[0], 4, "signature", Text(&bytes[0], 4));
-  text += Field(offset + 4, &bytes[4], 4, "next", BlockMeaning(Get32(&bytes[4])));
-  const std::uint32_t count = Get32(&bytes[8]);
-  const auto capacity = static_cast<std::uint32_t>((bytes.size() - kFreeChainHeader) / 4);
-  text += Field(offset + 8, &bytes[8], 4, "count", to_string(count) + " of " + to_string(capacity));
-  return text + WordLines(offset + 12, &bytes[12], std::min(count, capacity), 1, "entry", "entries");
+  const ChainRecord record = DecodeChain(bytes);
+  const std::size_t capacity = (bytes.size() - kFreeChainHeader) / kWordSize;
+  std::string text;
+  for (const Field& field : kChainFields) {
+    if (field.offset == kFreeChainHeader) break;
+    const bool count = field.offset == offsetof(FreeChainRecord, count);
+    text += Line(offset + field.offset, &bytes[field.offset], field.size(), field.name,
+                 Meaning(field, bytes.data()) + (count ? " of " + to_string(capacity) : ""));
+  }
+  return text + WordLines(offset + kFreeChainHeader, &bytes[kFreeChainHeader],
+                          static_cast<std::uint32_t>(record.heap.size()), 1, "entry", "entries");
 }
 
 std::string NotHeld(const char* what, std::uint64_t number) {
@@ -200,20 +227,7 @@ std::string DumpBytes(const Image& image, std::uint64_t offset, std::uint64_t co
 std::string DumpHeader(const Image& image) {
   std::uint8_t bytes[kHeaderSize];
   if (!image.Read(0, bytes, sizeof bytes)) return "the container ends inside the header\n";
-  static const char* const kFields[] = {"header size", "table offset",    "table size",      "bitmap offset",
-                                        "bitmap size", "reserved offset", "reserved size",   "data area offset",
-                                        "block size",  "block shift",     "free-chain head", "state flags"};
-  std::string text =
-      Field(0, bytes, 4, "signature", Text(bytes, 4)) + Field(4, bytes + 4, 4, "version", Text(bytes + 4, 4));
-  for (std::uint32_t i = 0; i < 12; ++i) {
-    const std::uint32_t at = 8 + 4 * i;
-    const std::uint32_t value = Get32(bytes + at);
-    std::string meaning = to_string(value);
-    if (at == 48) meaning = BlockMeaning(value);
-    if (at == kStateFlagsOffset) meaning += (value & kVolumeDirty) != 0 ? ": marked as being updated" : ": not marked";
-    text += Field(at, bytes + at, 4, kFields[i], meaning);
-  }
-  return text + Field(56, bytes + 56, 72, "reserved", ZeroOrNot(bytes + 56, 72));
+  return Lines(kHeaderFields, 0, bytes);
 }
 
 std::string DumpTable(const Report& report) {
@@ -222,12 +236,11 @@ std::string DumpTable(const Report& report) {
   std::string text;
   for (std::uint32_t i = 0; i < kNodeTableEntries; ++i) {
     if (model.table[i] == kNoBlock) continue;
-    std::uint8_t bytes[4];
+    std::uint8_t bytes[kWordSize];
     Put32(bytes, model.table[i]);
-    const std::uint32_t perBlock = model.geometry.nodesPerBlock();
-    text += Field(
-        kHeaderSize + 4 * i, bytes, 4, "entry " + to_string(i),
-        "block " + to_string(model.table[i]) + ": " + Run("node", "nodes", std::uint64_t{i} * perBlock + 1, perBlock));
+    text += Line(TableEntryOffset(i), bytes, sizeof bytes, "entry " + to_string(i),
+                 "block " + to_string(model.table[i]) + ": " +
+                     Run("node", "nodes", model.geometry.firstNode(i), model.geometry.nodesPerBlock()));
   }
   return text + "all other entries are zero\n";
 }
@@ -235,17 +248,17 @@ std::string DumpTable(const Report& report) {
 std::string DumpBitmap(const Report& report) {
   const Model& model = report.model;
   if (model.table.empty()) return "the node bitmap cannot be read\n";
-  const std::uint32_t numbers = static_cast<std::uint32_t>(model.bitmap.size() * 8);
+  const std::uint32_t numbers = model.bits();
   if (numbers == 0) return "the bitmap is empty: the volume holds the root alone\n";
   std::string text;
   for (std::uint32_t number = 1; number <= numbers;) {
     const bool free = model.IsFreeBit(number);
     std::uint32_t run = 1;
     while (number + run <= numbers && model.IsFreeBit(number + run) == free) ++run;
-    const std::uint32_t byte = (number - 1) / 8;
-    const std::uint32_t last = (number + run - 2) / 8;
-    text += Field(kBitmapOffset + byte, &model.bitmap[byte], last - byte + 1, Run("node", "nodes", number, run),
-                  free ? "free" : "in use");
+    const std::uint32_t byte = BitmapIndex(number);
+    const std::uint32_t last = BitmapIndex(number + run - 1);
+    text += Line(BitmapByteOffset(number), &model.bitmap[byte], last - byte + 1, Run("node", "nodes", number, run),
+                 free ? "free" : "in use");
     number += run;
   }
   return text;
@@ -257,9 +270,10 @@ std::string DumpNode(const Image& image, const Report& report, std::uint32_t num
   const NodeInfo& node = model.nodes[number];
   std::uint8_t bytes[kNodeSize];
   if (node.offset == 0 || !image.Read(node.offset, bytes, sizeof bytes)) return NotHeld("node", number);
-  std::string text = "node " + to_string(number) + ": " + StateText(model, node) + "\n" + NodeLines(node.offset, bytes);
+  std::string text =
+      "node " + to_string(number) + ": " + StateText(model, node) + "\n" + Lines(kNodeFields, node.offset, bytes);
   for (const NameRef& name : node.names) {
-    const Entry& entry = model.nodes[name.directory].entries[name.entry];
+    const Entry& entry = model.EntryOf(name);
     text += "named \"" + Printable(NameOf(entry.record)) + "\" in " + PathOf(model, name.directory) + "\n";
   }
   return text;
@@ -313,7 +327,7 @@ std::string DumpDirectory(const Image& image, const Report& report, std::uint32_
   const NodeInfo& node = model.nodes[number];
   if (!node.readable || !node.IsDirectory()) return "node " + to_string(number) + ": no directory\n";
   std::string text = StateText(model, node) + ", node " + to_string(number) + ", " +
-                     Counted(node.record.size / kDirEntrySize, "entry", "entries") + "\n";
+                     Counted(EntryCount(node.record), "entry", "entries") + "\n";
   for (std::uint64_t index = 0; index < std::min(geometry.BlocksFor(node.record.size), geometry.mapCapacity());
        ++index) {
     const std::uint32_t block = FindBlock(image, geometry, node.record, index);

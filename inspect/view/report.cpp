@@ -1,7 +1,4 @@
-// How a report reads: as text and as JSON.
-#include <string>
-
-#include "inspect/check/check.h"
+#include "inspect/view/report.h"
 
 namespace orba::inspect {
 

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "crash/operation_test.h"
+#include "inspect/view/report.h"
 #include "nodes/node.h"
 #include "operations/mount.h"
 

@@ -14,6 +14,7 @@
 #include "inspect/repair/repair.h"
 #include "inspect/view/dump.h"
 #include "inspect/view/map.h"
+#include "inspect/view/report.h"
 #include "orba.h"
 #include "support/test_host.h"
 #include "tests/support/repair_harness.h"

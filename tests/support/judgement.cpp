@@ -7,6 +7,7 @@
 
 #include "inspect/container/block_map.h"
 #include "inspect/container/names.h"
+#include "inspect/view/report.h"
 
 namespace testhost {
 

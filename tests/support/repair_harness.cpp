@@ -7,6 +7,7 @@
 
 #include "inspect/container/image.h"
 #include "inspect/repair/recover.h"
+#include "inspect/view/report.h"
 
 namespace testimage {
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 
+#include "inspect/view/report.h"
 #include "orba.h"
 #include "tools/orba/address.h"
 #include "tools/orba/command.h"

@@ -13,6 +13,7 @@
 
 #include "inspect/check/check.h"
 #include "inspect/repair/apply.h"
+#include "inspect/view/report.h"
 #include "orba.h"
 #include "tools/orba/address.h"
 #include "tools/orba/command.h"

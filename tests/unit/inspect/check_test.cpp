@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "inspect/view/report.h"
 #include "tests/support/image_builder.h"
 
 namespace orba::inspect {

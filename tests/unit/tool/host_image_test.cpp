@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "inspect/check/check.h"
+#include "inspect/view/report.h"
 #include "tests/support/image_builder.h"
 
 namespace orba::tool {
