@@ -47,6 +47,10 @@ bool IsNamed(const OrbDirEntry& entry, const std::string& upper) {
   return i < kNameSize && entry.name[i] == '\0';
 }
 
+bool IsDotInItsPlace(const OrbDirEntry& entry, std::uint32_t index) {
+  return index < 2 && NameOf(entry) == (index == 0 ? "." : "..");
+}
+
 Problem JudgeName(const Listed& entry, std::unordered_set<std::string>* seen) {
   const auto number = entry.number;
   if (IsDots(entry.name)) return MakeProblem(Trouble::kNameReserved, number, entry.index);
@@ -388,12 +392,26 @@ bool Reader::IsForeign(const std::uint8_t* bytes, bool first) const {
   return entries >= kEnough;
 }
 
+// Reads block `index` of a directory.
+Problem Reader::ReadEntries(const Node& directory, std::uint64_t index, std::uint8_t* out, Budget* budget) {
+  std::uint32_t block = kNoBlock;
+  const Problem problem = FindBlockOf(directory, index, &block);
+  if (budget != nullptr && !(problem ? budget->Step() : budget->Meet(block))) {
+    return MakeProblem(Trouble::kCrossed, directory.number, index);
+  }
+  if (problem) return problem;
+  const std::uint8_t* const bytes = Cached(block);
+  if (bytes == nullptr) return MakeProblem(Trouble::kHostCannotRead, directory.number, index, block);
+  if (IsForeign(bytes, index == 0)) return MakeProblem(Trouble::kBlockForeign, directory.number, index, block);
+  std::copy(bytes, bytes + geometry_.blockSize, out);
+  return {};
+}
+
 // Offers the entries with a number to `visit`, the dots in their places left out, until it returns false: then the
 // result is false too.
 bool Reader::VisitEntries(const Node& directory, const EntryVisitor& visit, std::vector<Problem>* problems,
                           Budget* budget) {
   const std::uint32_t size = directory.size();
-  const std::uint32_t count = size / kDirEntrySize;
   const std::uint32_t perBlock = geometry_.entriesPerBlock();
   if (size == 0 || size > kMostDirectoryBytes || size % kDirEntrySize != 0) {
     problems->push_back(MakeProblem(Trouble::kDirectorySize, directory.number));
@@ -402,31 +420,20 @@ bool Reader::VisitEntries(const Node& directory, const EntryVisitor& visit, std:
   bool ended = false;
   std::vector<std::uint8_t> bytes(geometry_.blockSize);
   for (std::uint64_t index = 0; index < blocks; ++index) {
-    std::uint32_t block = kNoBlock;
-    Problem problem = FindBlockOf(directory, index, &block);
-    if (budget != nullptr && !(problem ? budget->Step() : budget->Meet(block))) {
-      problems->push_back(MakeProblem(Trouble::kCrossed, directory.number, index));
-      return true;
-    }
-    // A copy: what `visit` does may take the cache's place.
-    const std::uint8_t* const cached = problem ? nullptr : Cached(block);
-    if (!problem && cached == nullptr) problem = MakeProblem(Trouble::kHostCannotRead, directory.number, index, block);
-    if (!problem && IsForeign(cached, index == 0)) {
-      problem = MakeProblem(Trouble::kBlockForeign, directory.number, index, block);
-    }
+    const Problem problem = ReadEntries(directory, index, bytes.data(), budget);
     if (problem) {
       problems->push_back(problem);
+      if (problem.trouble == Trouble::kCrossed) return true;
       ended = true;
       continue;
     }
-    std::copy(cached, cached + bytes.size(), bytes.begin());
     for (std::uint32_t slot = 0; slot < perBlock; ++slot) {
       const auto at = static_cast<std::uint32_t>(index * perBlock + slot);
       const OrbDirEntry entry = DecodeEntry(&bytes[slot * kDirEntrySize]);
-      const bool past = at >= count;
+      const bool past = at >= size / kDirEntrySize;
       ended |= entry.node == 0;
       if (past && ended) break;
-      if (entry.node == 0 || (at == 0 && NameOf(entry) == ".") || (at == 1 && NameOf(entry) == "..")) continue;
+      if (entry.node == 0 || IsDotInItsPlace(entry, at)) continue;
       const auto place = past ? Listed::Place::kPastSize : ended ? Listed::Place::kBehindHole : Listed::Place::kListed;
       if (!visit(entry, at, place)) return false;
     }

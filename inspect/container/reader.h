@@ -199,6 +199,7 @@ class Reader {
   bool BeginsAsDirectory(const Node& node);
   bool IsNoDirectory(const Node& node);
   bool IsForeign(const std::uint8_t* bytes, bool first) const;
+  Problem ReadEntries(const Node& directory, std::uint64_t index, std::uint8_t* out, Budget* budget);
   bool VisitEntries(const Node& directory, const EntryVisitor& visit, std::vector<Problem>* problems, Budget* budget);
 
   const Image& image_;

@@ -418,9 +418,10 @@ Promise JudgePromise(const Image& before, const Image& after, const Vouched& vou
 
 std::string ToText(const Promise& promise) {
   std::string text = "keeps " + to_string(promise.kept) + " of " + Counted(promise.readable, "readable file");
-  if (promise.excused > 0)
+  if (promise.excused > 0) {
     text += "; " + to_string(promise.excused) + (promise.excused == 1 ? " ends" : " end") +
             " with the interrupted operation";
+  }
   if (promise.regained > 0) {
     text += "; " + to_string(promise.regained) + (promise.regained == 1 ? " more comes back" : " more come back");
   }
