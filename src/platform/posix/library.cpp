@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <string.h>
 #include <strings.h>
+#include <unistd.h>
 
 #include "platform/posix/posix.h"
 
@@ -26,14 +27,25 @@ bool SharedObjectName(const WideChar* name, char (&out)[kFileSize]) {
   return true;
 }
 
+// The folder of the program. The loader does not always know it: unless a search path begins there, it never asked.
+bool ProgramFolder(char* out) {
+  const ssize_t length = readlink("/proc/self/exe", out, kFolderSize - 1);
+  if (length <= 0) return false;
+  out[length] = '\0';
+  char* slash = strrchr(out, '/');
+  if (slash == nullptr) return false;
+  *slash = '\0';
+  return true;
+}
+
 // The folder from which the object that holds this function was loaded, whatever became of the current directory since.
 bool OwnFolder(char* out) {
   static const char anchor = 0;
   Dl_info info;
   link_map* map = nullptr;
   if (dladdr1(&anchor, &info, reinterpret_cast<void**>(&map), RTLD_DL_LINKMAP) == 0 || map == nullptr) return false;
-  const char* name = map->l_name[0] != '\0' ? map->l_name : nullptr;  // null: the program itself
-  void* self = dlopen(name, RTLD_LAZY | RTLD_NOLOAD);
+  if (map->l_name[0] == '\0') return ProgramFolder(out);
+  void* self = dlopen(map->l_name, RTLD_LAZY | RTLD_NOLOAD);
   if (self == nullptr) return false;
   const bool found = dlinfo(self, RTLD_DI_ORIGIN, out) == 0;
   dlclose(self);
