@@ -4,22 +4,11 @@ include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 if(TARGET orba_tool)
-  target_compile_definitions(orba_tool PRIVATE ORBA_VERSION="${PROJECT_VERSION}")
   set_target_properties(orba_tool PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
-
-  # The program explains itself: page and completion come from the same records as its help.
-  set(share "${CMAKE_BINARY_DIR}/share")
-  add_custom_command(
-    OUTPUT "${share}/orba.1" "${share}/orba.bash"
-    COMMAND ${CMAKE_COMMAND} -E make_directory "${share}"
-    COMMAND orba_tool --man > "${share}/orba.1"
-    COMMAND orba_tool --completion > "${share}/orba.bash"
-    DEPENDS orba_tool VERBATIM)
-  add_custom_target(orba_documents ALL DEPENDS "${share}/orba.1" "${share}/orba.bash")
-
   install(TARGETS orba_tool)
-  install(FILES "${share}/orba.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
-  install(FILES "${share}/orba.bash" DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME orba)
+  install(FILES "${CMAKE_BINARY_DIR}/share/orba.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+  install(FILES "${CMAKE_BINARY_DIR}/share/orba.bash"
+          DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME orba)
 endif()
 
 if(TARGET orba)

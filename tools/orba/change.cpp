@@ -1,7 +1,4 @@
 // mkdir, rm, attrib and touch: small changes inside a container.
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <memory>
 
 #include "inspect/container/names.h"
@@ -10,8 +7,11 @@
 #include "tools/orba/each.h"
 #include "tools/orba/interrupt.h"
 #include "tools/orba/name_rule.h"
+#include "tools/orba/place.h"
 #include "tools/orba/session.h"
 #include "tools/orba/terminal.h"
+#include "tools/orba/volume_file.h"
+#include "tools/orba/walk.h"
 
 namespace orba::tool {
 
@@ -29,9 +29,9 @@ void MakeWithParents(Session* session, const Address& address) {
   step.names.clear();
   for (const std::string& name : address.names) {
     step = step.Child(name);
-    const std::optional<Item> item = session->Find(step);
+    const std::optional<Item> item = FindItem(session, step);
     if (!item.has_value()) {
-      session->CreateDirectory(step);
+      CreateDirectory(session, step);
     } else if (!item->IsDirectory()) {
       throw LibraryFailure("cannot make the directory " + step.Text(), step.container, ORB_ERROR_FILE_EXISTS);
     }
@@ -48,16 +48,16 @@ int RunMake(const MakeOptions& options) {
       session.PathOf(address);  // a container that cannot be opened says so first
       throw LibraryFailure("cannot make the directory " + address.Text(), address.container, ORB_ERROR_FILE_EXISTS);
     }
-    session.CreateDirectory(address);
+    CreateDirectory(&session, address);
   });
   session.Close();
   return status;
 }
 
-Run DefineMake(CLI::App* app) {
+Run DefineMake(Syntax* syntax) {
   auto options = std::make_shared<MakeOptions>();
-  app->add_flag("-p,--parents", options->parents, "also make what is missing on the way; what is there is no error");
-  app->add_option("address", options->operands, "the directories to make")->required();
+  syntax->Flag("-p,--parents", &options->parents, "also make what is missing on the way; what is there is no error");
+  syntax->Many("CONTAINER:/PATH", &options->operands);
   return [options] { return RunMake(*options); };
 }
 
@@ -76,7 +76,7 @@ void RemoveBelow(Session* session, Walker* walker, const Address& directory) {
     CheckInterrupt();
     const Address address = directory.Child(item->name);
     if (item->IsDirectory()) RemoveBelow(session, walker, address);
-    session->Delete(address);
+    Delete(session, address);
   }
 }
 
@@ -94,12 +94,12 @@ void Remove(const RemoveOptions& options, Session* session, const Match& match) 
     Walker walker(session);
     RemoveBelow(session, &walker, match.address);
   }
-  session->Delete(match.address);
+  Delete(session, match.address);
 }
 
 std::vector<Match> ExpandForRemoval(const RemoveOptions& options, Session* session, const Address& pattern) {
   try {
-    return session->Expand(pattern, "remove");
+    return Expand(session, pattern, "remove");
   } catch (const Failure& failure) {
     const bool missing = failure.code() == ORB_ERROR_FILE_NOT_FOUND || failure.code() == ORB_ERROR_NO_MORE_ENTRIES;
     session->PathOf(pattern);  // a container that cannot be opened is no missing file
@@ -120,11 +120,11 @@ int RunRemove(const RemoveOptions& options) {
   return found != kSuccess ? found : status;
 }
 
-Run DefineRemove(CLI::App* app) {
+Run DefineRemove(Syntax* syntax) {
   auto options = std::make_shared<RemoveOptions>();
-  app->add_flag("-r,-R,--recursive", options->recursive, "directories too, with everything below them");
-  app->add_flag("-f,--force", options->force, "what is missing is no error");
-  app->add_option("address", options->operands, "what to remove")->required();
+  syntax->Flag("-r,-R,--recursive", &options->recursive, "directories too, with everything below them");
+  syntax->Flag("-f,--force", &options->force, "what is missing is no error");
+  syntax->Many("CONTAINER:/PATH", &options->operands);
   return [options] { return RunRemove(*options); };
 }
 
@@ -172,7 +172,7 @@ void ChangeAttributes(Session* session, const Match& match, const AttributeChang
                   "change the files below it with: orba attrib -R", ORB_ERROR_WRONG_KIND);
   }
   const OrbU32 attributes = (match.item.attributes | change.set) & ~change.clear;
-  if (attributes != match.item.attributes) session->SetAttributes(match.address, attributes);
+  if (attributes != match.item.attributes) SetAttributes(session, match.address, attributes);
 }
 
 std::string AttributeLine(const Match& match) {
@@ -201,7 +201,7 @@ int RunAttribute(const AttributeOptions& options) {
   Walker walker(&session);
   int status = kSuccess;
   const int found = ForEach(addresses, [&](const std::string& operand) {
-    for (const Match& match : session.Expand(ParseAddress(operand), "find")) {
+    for (const Match& match : Expand(&session, ParseAddress(operand), "find")) {
       const int changed = ForEach(FilesOf(&walker, match, options.recursive), [&](const Match& file) {
         CheckInterrupt();
         if (change.Any()) return ChangeAttributes(&session, file, change);
@@ -214,12 +214,12 @@ int RunAttribute(const AttributeOptions& options) {
   return found != kSuccess ? found : status;
 }
 
-Run DefineAttribute(CLI::App* app) {
+Run DefineAttribute(Syntax* syntax) {
   auto options = std::make_shared<AttributeOptions>();
-  app->add_flag("-R,--recursive", options->recursive, "of directories all files below them");
-  app->add_flag("-r", options->clearReadOnly, "clear the read-only attribute; +r sets it");
-  app->add_flag("-u", options->clearUser, "clear the user attribute; +u sets it");
-  app->add_option("address", options->operands, "the files, and what to set: +r, +u or +ru")->required();
+  syntax->Flag("-R,--recursive", &options->recursive, "of directories all files below them");
+  syntax->Flag("-r", &options->clearReadOnly, "clear the read-only attribute; +r sets it");
+  syntax->Flag("-u", &options->clearUser, "clear the user attribute; +u sets it");
+  syntax->Many("CONTAINER:/PATH", &options->operands);
   return [options] { return RunAttribute(*options); };
 }
 
@@ -254,10 +254,10 @@ int Touch(const TouchOptions& options, Session* session, const std::string& oper
   bool wild = false;
   for (const std::string& name : address.names) wild = wild || name.find_first_of("*?") != std::string::npos;
   if (!wild) RequireLegal(address);
-  if (wild || session->Find(address).has_value()) {
-    return ForEach(session->Expand(address, "touch"), [&](const Match& match) { StampByResizing(session, match); });
+  if (wild || FindItem(session, address).has_value()) {
+    return ForEach(Expand(session, address, "touch"), [&](const Match& match) { StampByResizing(session, match); });
   }
-  if (!options.noCreate) session->CreateFile(address);
+  if (!options.noCreate) CreateFile(session, address);
   return kSuccess;
 }
 
@@ -272,10 +272,10 @@ int RunTouch(const TouchOptions& options) {
   return found != kSuccess ? found : status;
 }
 
-Run DefineTouch(CLI::App* app) {
+Run DefineTouch(Syntax* syntax) {
   auto options = std::make_shared<TouchOptions>();
-  app->add_flag("-c,--no-create", options->noCreate, "make no new files");
-  app->add_option("address", options->operands, "the files to make, or to stamp with the present time")->required();
+  syntax->Flag("-c,--no-create", &options->noCreate, "make no new files");
+  syntax->Many("CONTAINER:/PATH", &options->operands);
   return [options] { return RunTouch(*options); };
 }
 

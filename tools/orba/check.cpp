@@ -1,9 +1,6 @@
 // check: what is wrong with a container, for people and for programs.
 #include "inspect/check/check.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <memory>
 #include <optional>
 
@@ -94,11 +91,11 @@ int RunCheck(const CheckOptions& options) {
   return status;
 }
 
-Run DefineCheck(CLI::App* app) {
+Run DefineCheck(Syntax* syntax) {
   auto options = std::make_shared<CheckOptions>();
-  app->add_flag("--json", options->json, "one JSON object for each container, on a line of its own");
-  app->add_flag("-q,--quiet", options->quiet, "the exit status alone, also with --json");
-  app->add_option("container", options->operands, "the containers to check")->required();
+  syntax->Flag("--json", &options->json, "one JSON object for each container, on a line of its own");
+  syntax->Flag("-q,--quiet", &options->quiet, "the exit status alone, also with --json");
+  syntax->Many("CONTAINER", &options->operands);
   return [options] { return RunCheck(*options); };
 }
 

@@ -12,4 +12,11 @@ const std::vector<const Command*>& Commands() {
   return commands;
 }
 
+Definition Define(const Command& command) {
+  Definition definition;
+  definition.run = command.define(&definition.syntax);
+  definition.syntax.Help();
+  return definition;
+}
+
 }  // namespace orba::tool

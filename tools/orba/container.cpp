@@ -1,9 +1,4 @@
 // format, info and df: the container as a whole.
-#include <sys/statvfs.h>
-
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <array>
 #include <memory>
@@ -14,6 +9,7 @@
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"
+#include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
 #include "tools/orba/raw_container.h"
 #include "tools/orba/session.h"
@@ -66,7 +62,7 @@ int RunFormat(const FormatOptions& options) {
                   "format overwrites nothing: use another name, or remove the file first", code);
   }
   if (code == ORB_ERROR_DISK_FULL || code == ORB_ERROR_WRITE || code == ORB_ERROR_OUT_OF_MEMORY) {
-    std::remove(container.c_str());  // it is ours, and half written
+    host::Remove(container);  // it is ours, and cut short
   }
   if (code == ORB_ERROR_PATH_NOT_FOUND) {
     throw Failure(what, "its folder is missing (" + CodeText(code) + ")", "make the folder first", code);
@@ -77,19 +73,17 @@ int RunFormat(const FormatOptions& options) {
   throw LibraryFailure(what, container, code);
 }
 
-Run DefineFormat(CLI::App* app) {
+Run DefineFormat(Syntax* syntax) {
+  constexpr OrbU32 kLargestBlock = 8192;
   auto options = std::make_shared<FormatOptions>();
-  app->add_option("-b,--block-size", options->blockSize, "1024, 2048, 4096 (unless you say otherwise) or 8192 bytes")
-      ->check(CLI::IsMember({"1024", "2048", "4096", "8192"}))
-      ->type_name("BYTES");
-  CLI::Option* const nodes = app->add_option("-n,--nodes", options->nodes,
-                                             "room for this many files and directories at least, the root included; "
-                                             "rounded up to a multiple of 8")
-                                 ->type_name("N");
-  app->add_option("--bitmap-bytes", options->bitmapBytes, "the same in bytes of the node bitmap: 8 nodes each")
-      ->excludes(nodes)
-      ->type_name("BYTES");
-  app->add_option("container", options->container, "the file to make")->required();
+  syntax->SizeOutOf("-b,--block-size", "BYTES", &options->blockSize, {1024, 2048, 4096, 8192},
+                    "1024, 2048, 4096 (unless you say otherwise) or 8192 bytes");
+  syntax->Number("-n,--nodes", "N", &options->nodes, {1, MaxNodes(kLargestBlock)},
+                 "room for this many files and directories at least, the root included; rounded up to a multiple of 8");
+  syntax->Size("--bitmap-bytes", "BYTES", &options->bitmapBytes, {0, MaxBitmapSize(kLargestBlock)},
+               "the same in bytes of the node bitmap: 8 nodes each");
+  syntax->Exclude("--nodes", "--bitmap-bytes");
+  syntax->One("CONTAINER", &options->container);
   return [options] { return RunFormat(*options); };
 }
 
@@ -166,9 +160,9 @@ int RunInfo(const std::vector<std::string>& operands) {
   });
 }
 
-Run DefineInfo(CLI::App* app) {
+Run DefineInfo(Syntax* syntax) {
   auto operands = std::make_shared<std::vector<std::string>>();
-  app->add_option("container", *operands, "the containers to describe")->required();
+  syntax->Many("CONTAINER", operands.get());
   return [operands] { return RunInfo(*operands); };
 }
 
@@ -182,9 +176,7 @@ struct FreeOptions {
 // How far the container can grow: up to the largest size, and up to what its disk has left.
 std::uint64_t Growth(const std::string& path, const inspect::Report& report) {
   const std::uint64_t growth = report.totals.appendableBlocks * report.model.geometry.blockSize;
-  struct statvfs disk = {};
-  if (statvfs(path.c_str(), &disk) != 0) return growth;
-  return std::min<std::uint64_t>(growth, std::uint64_t{disk.f_bavail} * disk.f_frsize);
+  return std::min(growth, host::FreeSpace(path));
 }
 
 using FreeRow = std::array<std::string, 8>;
@@ -227,10 +219,10 @@ int RunFree(const FreeOptions& options) {
   return status;
 }
 
-Run DefineFree(CLI::App* app) {
+Run DefineFree(Syntax* syntax) {
   auto options = std::make_shared<FreeOptions>();
-  app->add_flag("-h,--human", options->human, "sizes such as 1.5K");
-  app->add_option("container", options->operands, "the containers to measure")->required();
+  syntax->Flag("-h,--human", &options->human, "sizes such as 1.5K");
+  syntax->Many("CONTAINER", &options->operands);
   return [options] { return RunFree(*options); };
 }
 

@@ -6,6 +6,7 @@
 
 #include "base/name_symbols.h"
 #include "orba.h"
+#include "tools/orba/host/host.h"
 #include "tools/orba/terminal.h"
 
 namespace orba::tool {
@@ -191,7 +192,7 @@ Failure LibraryFailure(const std::string& what, const std::string& container, st
 Failure HostFailure(const std::string& what, int error) { return HostFailure(what, error, HostAdvice(error)); }
 
 Failure HostFailure(const std::string& what, int error, const std::string& advice) {
-  const char* const name = strerrorname_np(error);
+  const char* const name = host::ErrorName(error);
   Failure failure(
       what,
       std::string(strerror(error)) + " (" + (name != nullptr ? name : "errno") + ", " + std::to_string(error) + ")",

@@ -1,7 +1,4 @@
 // get and cat: out of a container. Like put, get plans everything before it writes anything.
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <memory>
@@ -12,8 +9,11 @@
 #include "tools/orba/each.h"
 #include "tools/orba/host_file.h"
 #include "tools/orba/interrupt.h"
+#include "tools/orba/place.h"
 #include "tools/orba/session.h"
 #include "tools/orba/terminal.h"
+#include "tools/orba/volume_file.h"
+#include "tools/orba/walk.h"
 
 namespace orba::tool {
 
@@ -40,7 +40,7 @@ int RunCat(const std::vector<std::string>& operands) {
   Session session(Session::kLook);
   int status = kSuccess;
   const int found = ForEach(operands, [&](const std::string& operand) {
-    const std::vector<Match> matches = session.Expand(ParseAddress(operand), "read");
+    const std::vector<Match> matches = Expand(&session, ParseAddress(operand), "read");
     const int read = ForEach(matches, [&](const Match& match) { PrintFile(&session, match); });
     if (read != kSuccess) status = read;
   });
@@ -48,9 +48,9 @@ int RunCat(const std::vector<std::string>& operands) {
   return found != kSuccess ? found : status;
 }
 
-Run DefineCat(CLI::App* app) {
+Run DefineCat(Syntax* syntax) {
   auto operands = std::make_shared<std::vector<std::string>>();
-  app->add_option("address", *operands, "the files to print")->required();
+  syntax->Many("CONTAINER:/PATH", operands.get());
   return [operands] { return RunCat(*operands); };
 }
 
@@ -145,7 +145,7 @@ Plan MakePlan(const GetOptions& options, Session* session, int* status) {
   if (operands.size() > 1) operands.pop_back();
   std::vector<Match> sources;
   *status = ForEach(operands, [&](const std::string& operand) {
-    for (Match& match : session->Expand(ParseAddress(operand), "get")) sources.push_back(std::move(match));
+    for (Match& match : Expand(session, ParseAddress(operand), "get")) sources.push_back(std::move(match));
   });
   const bool intoDirectory = IsHostDirectory(target);
   const bool asDirectory = target.back() == '/' && !(sources.size() == 1 && sources[0].item.IsDirectory());
@@ -221,17 +221,16 @@ int RunGet(const GetOptions& options) {
   return found != kSuccess ? found : status;
 }
 
-Run DefineGet(CLI::App* app) {
+Run DefineGet(Syntax* syntax) {
   auto options = std::make_shared<GetOptions>();
-  CLI::Option* const force = app->add_flag("-f,--force", options->force, "overwrite files that are there");
-  app->add_flag("-n,--no-clobber", options->noClobber, "leave files alone that are there, and get the others")
-      ->excludes(force);
-  app->add_flag("--lower", options->lower, "names on the host in lower case");
-  app->add_flag("-v,--verbose", options->verbose, "name every file");
-  app->add_flag("-q,--quiet", options->quiet, "draw no progress");
-  app->add_flag("-r,-R,--recursive", options->recursive, "for habit's sake: directories always come whole");
-  app->add_option("operand", options->operands, "what to get, and last where to on the host, \".\" if left out")
-      ->required();
+  syntax->Flag("-f,--force", &options->force, "overwrite files that are there");
+  syntax->Flag("-n,--no-clobber", &options->noClobber, "leave files alone that are there, and get the others");
+  syntax->Exclude("--force", "--no-clobber");
+  syntax->Flag("--lower", &options->lower, "names on the host in lower case");
+  syntax->Flag("-v,--verbose", &options->verbose, "name every file");
+  syntax->Flag("-q,--quiet", &options->quiet, "draw no progress");
+  syntax->Flag("-r,-R,--recursive", &options->recursive, "for habit's sake: directories always come whole");
+  syntax->Many("CONTAINER:/PATH", &options->operands);
   return [options] { return RunGet(*options); };
 }
 

@@ -1,14 +1,14 @@
-// Files of the host: opened for reading, written under a passing name until they are whole, stamped with the times that
-// a container holds. Stands on failure and interrupt.
+// Files of the host: opened for reading, written under a temporary name until they are whole, stamped with the times that
+// a container holds. Stands on failure,
+// interrupt and host.
 #pragma once
-
-#include <sys/stat.h>
 
 #include <cstddef>
 #include <string>
 #include <vector>
 
 #include "orba.h"
+#include "tools/orba/host/host.h"
 
 namespace orba::tool {
 
@@ -38,7 +38,7 @@ std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std
 void WriteFully(int descriptor, const std::string& what, const void* buffer, std::size_t count);
 
 // A new file without a name, below TMPDIR or /tmp, gone when it is closed.
-Descriptor OpenPassingFile();
+Descriptor OpenTemporaryFile();
 
 // The names in a directory, sorted, "." and ".." left out.
 std::vector<std::string> ListHostDirectory(const std::string& path);
@@ -54,8 +54,8 @@ std::string BaseName(const std::string& path);
 bool IsHostDirectory(const std::string& path);
 bool HostFileExists(const std::string& path);  // a link that leads nowhere exists too
 
-// "a pipe", "a device": what is no ordinary file.
-std::string KindOf(mode_t mode);
+// "a pipe", "a device"
+std::string KindText(host::Kind kind);
 
 // Where a file written to `path` ends up: there, or where a symbolic link leads. Throws a Failure where something is
 // there that is no ordinary file: no file may take the place of a device.

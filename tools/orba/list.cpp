@@ -1,7 +1,4 @@
 // ls, tree and du: what lies inside.
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -13,9 +10,12 @@
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"
+#include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
+#include "tools/orba/place.h"
 #include "tools/orba/session.h"
 #include "tools/orba/terminal.h"
+#include "tools/orba/walk.h"
 
 namespace orba::tool {
 
@@ -78,7 +78,7 @@ class Lister {
 
   void ListOperand(const std::string& operand) {
     const Address pattern = ParseAddress(operand);
-    std::vector<Match> matches = session_->Expand(pattern, "list");
+    std::vector<Match> matches = Expand(session_, pattern, "list");
     const bool several = matches.size() > 1 || options_.operands.size() > 1 || options_.recursive;
     const auto firstDirectory = std::stable_partition(
         matches.begin(), matches.end(), [this](const Match& m) { return options_.itself || !m.item.IsDirectory(); });
@@ -152,18 +152,17 @@ int RunList(const ListOptions& options) {
   return status;
 }
 
-Run DefineList(CLI::App* app) {
+Run DefineList(Syntax* syntax) {
   auto options = std::make_shared<ListOptions>();
-  app->add_flag("-l,--long", options->longForm, "attributes, size, time of the last change (UTC) and name");
-  app->add_flag("-R,--recursive", options->recursive, "also everything below");
-  app->add_flag("-d,--directory", options->itself, "a directory itself, not what it holds");
-  app->add_flag("-1", options->onePerLine, "one name to a line, also on a terminal");
-  app->add_flag("-h,--human", options->human, "sizes such as 1.5K");
-  app->add_flag("-t", options->byTime, "the newest first");
-  app->add_flag("-S", options->bySize, "the largest first");
-  app->add_flag("-r,--reverse", options->reverse, "the other way round");
-  app->add_option("address", options->operands, "what to list; wildcards * and ? stand in any name of the path")
-      ->required();
+  syntax->Flag("-l,--long", &options->longForm, "attributes, size, time of the last change (UTC) and name");
+  syntax->Flag("-R,--recursive", &options->recursive, "also everything below");
+  syntax->Flag("-d,--directory", &options->itself, "a directory itself, not what it holds");
+  syntax->Flag("-1", &options->onePerLine, "one name to a line, also on a terminal");
+  syntax->Flag("-h,--human", &options->human, "sizes such as 1.5K");
+  syntax->Flag("-t", &options->byTime, "the newest first");
+  syntax->Flag("-S", &options->bySize, "the largest first");
+  syntax->Flag("-r,--reverse", &options->reverse, "the other way round");
+  syntax->Many("CONTAINER[:/PATH]", &options->operands);
   return [options] { return RunList(*options); };
 }
 
@@ -171,7 +170,7 @@ Run DefineList(CLI::App* app) {
 
 struct TreeOptions {
   std::vector<std::string> operands;
-  unsigned levels = 0;
+  std::uint32_t levels = 0;
 };
 
 struct TreeCounts {
@@ -180,9 +179,9 @@ struct TreeCounts {
   bool drawn = false;
 };
 
-void PrintBranches(Walker* walker, const Address& directory, const std::string& indent, unsigned levels,
+void PrintBranches(Walker* walker, const Address& directory, const std::string& indent, std::uint32_t levels,
                    TreeCounts* counts) {
-  const bool utf8 = IsUtf8();
+  const bool utf8 = host::IsUtf8();
   const std::vector<Item> items = walker->List(directory);
   for (const Item& item : items) {
     const bool last = &item == &items.back();
@@ -200,7 +199,7 @@ int RunTree(const TreeOptions& options) {
   Walker walker(&session);
   TreeCounts counts;
   const int status = ForEach(options.operands, [&](const std::string& operand) {
-    for (const Match& match : session.Expand(ParseAddress(operand), "list")) {
+    for (const Match& match : Expand(&session, ParseAddress(operand), "list")) {
       Print(PaintedName(match.item, match.address.Text()) + "\n");
       counts.drawn = true;
       if (match.item.IsDirectory()) PrintBranches(&walker, match.address, "", options.levels, &counts);
@@ -214,12 +213,10 @@ int RunTree(const TreeOptions& options) {
   return status;
 }
 
-Run DefineTree(CLI::App* app) {
+Run DefineTree(Syntax* syntax) {
   auto options = std::make_shared<TreeOptions>();
-  app->add_option("-L,--levels", options->levels, "go down this many levels, 1 or more")
-      ->check(CLI::Range(1u, 65535u))
-      ->type_name("N");
-  app->add_option("address", options->operands, "where to begin")->required();
+  syntax->Number("-L,--levels", "N", &options->levels, {1, 65535}, "go down this many levels, 1 or more");
+  syntax->Many("CONTAINER[:/PATH]", &options->operands);
   return [options] { return RunTree(*options); };
 }
 
@@ -281,19 +278,19 @@ int RunUsage(const UsageOptions& options) {
   Session session(Session::kLook);
   UsageCounter counter(options, &session);
   const int status = ForEach(options.operands, [&](const std::string& operand) {
-    for (const Match& match : session.Expand(ParseAddress(operand), "measure")) counter.Count(match, true);
+    for (const Match& match : Expand(&session, ParseAddress(operand), "measure")) counter.Count(match, true);
   });
   session.Close();
   return status;
 }
 
-Run DefineUsage(CLI::App* app) {
+Run DefineUsage(Syntax* syntax) {
   auto options = std::make_shared<UsageOptions>();
-  app->add_flag("-a,--all", options->all, "files too, not directories alone");
-  app->add_flag("-s,--summarize", options->summary, "the operands alone");
-  app->add_flag("-b,--bytes", options->bytes, "the files' sizes in bytes instead of the space they take");
-  app->add_flag("-h,--human", options->human, "sizes such as 1.5K");
-  app->add_option("address", options->operands, "what to measure")->required();
+  syntax->Flag("-a,--all", &options->all, "files too, not directories alone");
+  syntax->Flag("-s,--summarize", &options->summary, "the operands alone");
+  syntax->Flag("-b,--bytes", &options->bytes, "the files' sizes in bytes instead of the space they take");
+  syntax->Flag("-h,--human", &options->human, "sizes such as 1.5K");
+  syntax->Many("CONTAINER[:/PATH]", &options->operands);
   return [options] { return RunUsage(*options); };
 }
 

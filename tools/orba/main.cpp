@@ -1,15 +1,12 @@
-// The program: takes the command line apart and runs one sub-command.
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
+// The program: finds the sub-command and runs it.
 #include <algorithm>
 #include <clocale>
-#include <map>
 #include <string>
 #include <vector>
 
 #include "tools/orba/command.h"
 #include "tools/orba/failure.h"
+#include "tools/orba/host/host.h"
 #include "tools/orba/interrupt.h"
 #include "tools/orba/manual.h"
 #include "tools/orba/terminal.h"
@@ -18,81 +15,55 @@ using namespace orba::tool;
 
 namespace {
 
-struct Program {
-  CLI::App app;
-  std::map<const CLI::App*, Run> runs;
-};
-
-void Define(Program* program) {
-  CLI::App& app = program->app;
-  app.name("orba");
-  app.set_help_flag();  // until it is known whether -h stands for sizes that people read
-  app.set_version_flag("-V,--version", std::string("orba ") + kVersion);
-  // For the build, which installs what these print.
-  app.add_flag("--man")->group("");
-  app.add_flag("--completion")->group("");
-  app.require_subcommand(0, 1);
-  for (const Command* command : Commands()) {
-    CLI::App* const sub = app.add_subcommand(command->name, command->summary);
-    program->runs[sub] = command->define(sub);
-    const bool taken = sub->get_option_no_throw("-h") != nullptr;
-    sub->set_help_flag(taken ? "--help" : "-h,--help", "print this help");
-  }
-  app.set_help_flag("-h,--help", "print this help");
-  SetHelp(&app);
-}
-
-std::string NoCommand(const std::string& name) { return "there is no command \"" + name + "\""; }
-
-bool IsCommand(const std::string& name) {
+const Command& FindCommand(const std::string& name) {
   const std::vector<const Command*>& commands = Commands();
-  return std::any_of(commands.begin(), commands.end(), [&](const Command* command) { return command->name == name; });
+  const auto found = std::find_if(commands.begin(), commands.end(), [&](const Command* c) { return c->name == name; });
+  if (found == commands.end()) throw UsageFailure("", "there is no command \"" + name + "\"");
+  return **found;
 }
 
-// The parser takes the arguments from the back.
-std::vector<std::string> Arguments(int argc, char** argv) {
-  std::vector<std::string> arguments(argv + 1, argv + argc);
-  if (!arguments.empty() && arguments[0] == "help") {
+// Arguments that begin with an option.
+int RunWithoutCommand(const std::vector<std::string>& arguments) {
+  bool version = false;
+  bool manual = false;
+  bool completion = false;
+  Syntax syntax;
+  syntax.Flag("-V,--version", &version, "print the version");
+  // For the build, which installs what these print.
+  syntax.Flag("--man", &manual, "");
+  syntax.Flag("--completion", &completion, "");
+  syntax.Help();
+  if (!Parse(syntax, "", arguments)) {
+    Print(ProgramHelp());
+    return kSuccess;
+  }
+  if (version) Print(std::string("orba ") + kVersion + "\n");
+  if (manual) Print(ManualPage());
+  if (completion) Print(BashCompletion(syntax));
+  return kSuccess;
+}
+
+int RunProgram(std::vector<std::string> arguments) {
+  if (arguments.empty()) {
+    Print(ProgramHelp());
+    return kUsage;
+  }
+  if (arguments[0] == "help") {
     arguments.erase(arguments.begin());
-    if (!arguments.empty() && !IsCommand(arguments[0])) throw UsageFailure("", NoCommand(arguments[0]));
     arguments.emplace_back("--help");
   }
-  const bool named = !arguments.empty() && !arguments[0].empty() && arguments[0][0] != '-';
-  if (named && !IsCommand(arguments[0])) throw UsageFailure("", NoCommand(arguments[0]));
-  for (std::string& argument : arguments) {
-    if (argument.empty()) throw UsageFailure("", "an argument is empty");
-    // The parser would take a text in brackets for a list.
-    if (argument.front() == '[' && argument.back() == ']') argument = "./" + argument;
-  }
-  return {arguments.rbegin(), arguments.rend()};
-}
-
-int RunProgram(int argc, char** argv) {
-  Program program;
-  Define(&program);
-  CLI::App& app = program.app;
-  try {
-    app.parse(Arguments(argc, argv));
-  } catch (const CLI::CallForHelp&) {
-    Print(app.help());
-    return kSuccess;
-  } catch (const CLI::CallForVersion& version) {
-    Print(std::string(version.what()) + "\n");
-    return kSuccess;
-  } catch (const CLI::ParseError& error) {
-    const std::vector<CLI::App*> subs = app.get_subcommands();
-    throw UsageFailure(subs.empty() ? "" : subs[0]->get_name(), error.what());
-  }
-  if (app.count("--man") > 0) Print(ManualPage(app));
-  if (app.count("--completion") > 0) Print(BashCompletion(app));
-  for (const CLI::App* sub : app.get_subcommands()) return program.runs.at(sub)();
-  if (argc == 1) Print(app.help());
-  return argc == 1 ? kUsage : kSuccess;
+  if (arguments[0].empty() || arguments[0][0] == '-') return RunWithoutCommand(arguments);
+  const Command& command = FindCommand(arguments[0]);
+  const Definition definition = Define(command);
+  arguments.erase(arguments.begin());
+  if (Parse(definition.syntax, command.name, arguments)) return definition.run();
+  Print(CommandHelp(command));
+  return kSuccess;
 }
 
 int Guarded(int argc, char** argv) {
   try {
-    const int status = RunProgram(argc, argv);
+    const int status = RunProgram({argv + 1, argv + argc});
     FlushOutput();
     return status;
   } catch (const UsageFailure& failure) {
@@ -104,7 +75,7 @@ int Guarded(int argc, char** argv) {
     // Whoever read the output has seen enough.
   } catch (const Interrupt& interrupt) {
     Report("interrupted");
-    DieOf(interrupt);
+    host::DieOf(interrupt.signal);
   } catch (const std::bad_alloc&) {
     Report("there is not enough memory");
   }
@@ -115,8 +86,8 @@ int Guarded(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "");
-  HoldStandardStreams();
-  CatchInterrupts();
+  host::HoldStandardStreams();
+  host::CatchSignals();
   try {
     return Guarded(argc, argv);
   } catch (...) {

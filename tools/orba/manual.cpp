@@ -1,11 +1,7 @@
 #include "tools/orba/manual.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -69,13 +65,6 @@ constexpr Topic kTopics[] = {
      false},
 };
 
-const Command& CommandOf(const CLI::App& app) {
-  for (const Command* command : Commands()) {
-    if (app.get_name() == command->name) return *command;
-  }
-  throw std::logic_error("a sub-command without a record");
-}
-
 std::vector<std::string> Split(const std::string& text, const std::string& separator) {
   std::vector<std::string> parts;
   std::size_t start = 0;
@@ -112,60 +101,27 @@ std::string Row(const std::string& name, const std::string& meaning, std::size_t
   return Wrapped(meaning, label + std::string(column - label.size(), ' '), indent);
 }
 
-bool IsHidden(const CLI::Option& option) { return option.get_group().empty(); }
-
-bool IsPositional(const CLI::Option& option) { return option.get_lnames().empty() && option.get_snames().empty(); }
-
-// What stands for the option's value, empty for a flag.
-std::string ValueName(const CLI::Option& option) {
-  if (option.get_items_expected_max() == 0) return "";
-  const std::string type = option.get_type_name();
-  return type.substr(0, type.find(':'));
-}
-
-std::vector<std::string> OptionNames(const CLI::Option& option) {
-  std::vector<std::string> names;
-  for (const std::string& name : option.get_snames()) names.push_back("-" + name);
-  for (const std::string& name : option.get_lnames()) names.push_back("--" + name);
-  return names;
-}
-
 // "-b, --block-size BYTES"
-std::string OptionLabel(const CLI::Option& option) {
+std::string OptionLabel(const Option& option) {
   std::string label;
-  for (const std::string& name : OptionNames(option)) label += (label.empty() ? "" : ", ") + name;
-  const std::string value = ValueName(option);
-  return value.empty() ? label : label + " " + value;
+  for (const std::string& name : option.names) label += (label.empty() ? "" : ", ") + name;
+  return option.value.empty() ? label : label + " " + option.value;
 }
 
-std::vector<const CLI::Option*> ShownOptions(const CLI::App& app) {
-  std::vector<const CLI::Option*> options;
-  for (const CLI::Option* option : app.get_options()) {
-    if (!IsHidden(*option) && !IsPositional(*option)) options.push_back(option);
+std::vector<Option> ShownOptions(const Syntax& syntax) {
+  std::vector<Option> options;
+  for (const Option& option : syntax.options()) {
+    if (!option.meaning.empty()) options.push_back(option);
   }
   return options;
 }
 
-std::string AllOptionNames(const CLI::App& app) {
+std::string AllOptionNames(const Syntax& syntax) {
   std::string names;
-  for (const CLI::Option* option : ShownOptions(app)) {
-    for (const std::string& name : OptionNames(*option)) names += (names.empty() ? "" : " ") + name;
+  for (const Option& option : ShownOptions(syntax)) {
+    for (const std::string& name : option.names) names += (names.empty() ? "" : " ") + name;
   }
   return names;
-}
-
-// The values between which an option chooses: "1024 2048". Empty for one that takes others.
-std::string Choices(const CLI::Option& option) {
-  const std::string type = option.get_type_name();
-  const std::size_t start = type.find('{');
-  if (start == std::string::npos) return "";
-  std::string choices = type.substr(start + 1, type.find('}') - start - 1);
-  std::replace(choices.begin(), choices.end(), ',', ' ');
-  return choices;
-}
-
-std::vector<const CLI::App*> SubCommands(const CLI::App& app) {
-  return app.get_subcommands([](const CLI::App*) { return true; });
 }
 
 // ---- Help -----------------------------------------------------------------------------------------------------------
@@ -177,42 +133,6 @@ std::string Example(const std::string& line) {
   if (code.size() < 40) code.resize(40, ' ');
   return code + "  # " + line.substr(comment + 4) + "\n";
 }
-
-std::string ProgramHelp(const CLI::App& app) {
-  std::string help = Wrapped(std::string("orba ") + kPurpose, "", "") +
-                     "\nUsage: orba COMMAND [OPTION]... OPERAND...\n"
-                     "       orba COMMAND --help\n";
-  std::string group;
-  for (const CLI::App* sub : SubCommands(app)) {
-    const Command& command = CommandOf(*sub);
-    if (group != command.group) help += "\n" + (group = command.group) + ":\n";
-    help += Row(command.name, command.summary, 11);
-  }
-  for (const Topic& topic : kTopics) {
-    if (topic.inHelp) help += std::string("\n") + topic.title + ":\n" + Wrapped(topic.text, "  ", "  ");
-  }
-  return help;
-}
-
-std::string CommandHelp(const CLI::App& app) {
-  const Command& command = CommandOf(app);
-  std::string help =
-      std::string("orba ") + command.name + " - " + command.summary + "\n\n" +
-      Wrapped(std::string("orba ") + command.name + " [OPTION]... " + command.operands, "Usage: ", "           ");
-  for (const std::string& paragraph : Split(command.details, "\n\n")) help += "\n" + Wrapped(paragraph, "", "");
-  help += "\nOptions:\n";
-  for (const CLI::Option* option : ShownOptions(app)) help += Row(OptionLabel(*option), option->get_description(), 26);
-  help += "\nExamples:\n";
-  for (const std::string& line : Split(command.examples, "\n")) help += Example(line);
-  return help;
-}
-
-class HelpFormatter : public CLI::FormatterBase {
- public:
-  std::string make_help(const CLI::App* app, std::string /*name*/, CLI::AppFormatMode /*mode*/) const override {
-    return HelpText(*app);
-  }
-};
 
 // ---- The manual page ------------------------------------------------------------------------------------------------
 
@@ -245,13 +165,13 @@ std::string TroffParagraphs(const std::string& text) {
   return paragraphs;
 }
 
-std::string ManualSection(const CLI::App& app) {
-  const Command& command = CommandOf(app);
+std::string ManualSection(const Command& command) {
+  const Definition definition = Define(command);
   std::string page = std::string(".SS \"orba ") + command.name + " \\- " + Troff(command.summary) + "\"\n";
   page += std::string(".B orba ") + command.name + "\n[\\fIOPTION\\fR]... " + Troff(command.operands) + "\n.PP\n";
   page += TroffParagraphs(command.details);
-  for (const CLI::Option* option : ShownOptions(app)) {
-    page += ".TP\n.B " + Troff(OptionLabel(*option)) + "\n" + Troff(option->get_description()) + "\n";
+  for (const Option& option : ShownOptions(definition.syntax)) {
+    page += ".TP\n.B " + Troff(OptionLabel(option)) + "\n" + Troff(option.meaning) + "\n";
   }
   page += ".PP\nFor example:\n.PP\n.nf\n.RS\n";
   for (const std::string& line : Split(command.examples, "\n")) page += Troff(line) + "\n";
@@ -335,15 +255,35 @@ std::string Filled(std::string text, const Blanks& blanks) {
 
 }  // namespace
 
-void SetHelp(CLI::App* app) {
-  const auto formatter = std::make_shared<HelpFormatter>();
-  app->formatter(formatter);
-  for (CLI::App* sub : app->get_subcommands([](CLI::App*) { return true; })) sub->formatter(formatter);
+std::string ProgramHelp() {
+  std::string help = Wrapped(std::string("orba ") + kPurpose, "", "") +
+                     "\nUsage: orba COMMAND [OPTION]... OPERAND...\n"
+                     "       orba COMMAND --help\n";
+  std::string group;
+  for (const Command* command : Commands()) {
+    if (group != command->group) help += "\n" + (group = command->group) + ":\n";
+    help += Row(command->name, command->summary, 11);
+  }
+  for (const Topic& topic : kTopics) {
+    if (topic.inHelp) help += std::string("\n") + topic.title + ":\n" + Wrapped(topic.text, "  ", "  ");
+  }
+  return help;
 }
 
-std::string HelpText(const CLI::App& app) { return app.get_parent() == nullptr ? ProgramHelp(app) : CommandHelp(app); }
+std::string CommandHelp(const Command& command) {
+  const Definition definition = Define(command);
+  std::string help =
+      std::string("orba ") + command.name + " - " + command.summary + "\n\n" +
+      Wrapped(std::string("orba ") + command.name + " [OPTION]... " + command.operands, "Usage: ", "           ");
+  for (const std::string& paragraph : Split(command.details, "\n\n")) help += "\n" + Wrapped(paragraph, "", "");
+  help += "\nOptions:\n";
+  for (const Option& option : ShownOptions(definition.syntax)) help += Row(OptionLabel(option), option.meaning, 26);
+  help += "\nExamples:\n";
+  for (const std::string& line : Split(command.examples, "\n")) help += Example(line);
+  return help;
+}
 
-std::string ManualPage(const CLI::App& app) {
+std::string ManualPage() {
   std::string page = std::string(".TH ORBA 1 \"\" \"orba ") + kVersion + "\"\n.SH NAME\norba \\- " +
                      Troff("makes, fills, lists, checks, repairs and draws containers") +
                      "\n.SH SYNOPSIS\n.B orba\n\\fICOMMAND\\fR [\\fIOPTION\\fR]... \\fIOPERAND\\fR...\n"
@@ -353,36 +293,38 @@ std::string ManualPage(const CLI::App& app) {
     page += ".SH \"" + inspect::UpperCase(topic.title) + "\"\n" + TroffParagraphs(topic.text);
   }
   std::string group;
-  for (const CLI::App* sub : SubCommands(app)) {
-    const std::string heading = CommandOf(*sub).group;
-    if (group != heading) page += ".SH \"" + inspect::UpperCase(group = heading) + "\"\n";
-    page += ManualSection(*sub);
+  for (const Command* command : Commands()) {
+    if (group != command->group) page += ".SH \"" + inspect::UpperCase(group = command->group) + "\"\n";
+    page += ManualSection(*command);
   }
   return page;
 }
 
-std::string BashCompletion(const CLI::App& app) {
+std::string BashCompletion(const Syntax& program) {
   std::string names;
   std::string cases;
   std::string values;
-  for (const CLI::App* sub : SubCommands(app)) {
-    const std::string& name = sub->get_name();
-    const std::string words = CommandOf(*sub).words;
+  for (const Command* command : Commands()) {
+    const Definition definition = Define(*command);
+    const std::string name = command->name;
+    const std::string words = command->words;
     names += (names.empty() ? "" : " ") + name;
-    cases += "    " + name + ") options=\"" + AllOptionNames(*sub) + "\"" +
+    cases += "    " + name + ") options=\"" + AllOptionNames(definition.syntax) + "\"" +
              (words.empty() ? "" : " words=\"" + words + "\"") + " ;;\n";
-    for (const CLI::Option* option : ShownOptions(*sub)) {
-      const std::string choices = Choices(*option);
-      if (choices.empty()) continue;
+    for (const Option& option : ShownOptions(definition.syntax)) {
+      if (option.choices.empty()) continue;
       std::string patterns;
-      for (const std::string& label : OptionNames(*option)) {
+      for (const std::string& label : option.names) {
         patterns += (patterns.empty() ? "\"" : " | \"") + name + " " + label + "\"";
       }
+      std::string choices;
+      for (const std::string& choice : option.choices) choices += (choices.empty() ? "" : " ") + choice;
       values += "    " + patterns + ") words=\"" + choices + "\" ;;\n";
     }
   }
-  return Filled(kBashCompletion,
-                {{"@commands@", names}, {"@options@", AllOptionNames(app)}, {"@values@", values}, {"@cases@", cases}});
+  return Filled(
+      kBashCompletion,
+      {{"@commands@", names}, {"@options@", AllOptionNames(program)}, {"@values@", values}, {"@cases@", cases}});
 }
 
 }  // namespace orba::tool

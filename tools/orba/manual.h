@@ -1,27 +1,22 @@
-// Everything that explains the command line, made from the commands' records and the options they define: the help, the
-// manual page and the completion. Stands on command.
+// Everything that explains the command line, made from the commands' records and their syntax: the help, the manual page
+// and the completion. Stands on command.
 #pragma once
 
 #include <string>
 
-namespace CLI {
-class App;
-}
+#include "tools/orba/command.h"
 
 namespace orba::tool {
 
 extern const char* const kVersion;
 
-// Makes `app` and all its sub-commands print the help below.
-void SetHelp(CLI::App* app);
-
-// Of the program, or of one sub-command of it.
-std::string HelpText(const CLI::App& app);
+std::string ProgramHelp();
+std::string CommandHelp(const Command& command);
 
 // orba(1), in troff.
-std::string ManualPage(const CLI::App& app);
+std::string ManualPage();
 
-// The completion for bash.
-std::string BashCompletion(const CLI::App& app);
+// The completion for bash. `program` are the options that stand before any command.
+std::string BashCompletion(const Syntax& program);
 
 }  // namespace orba::tool

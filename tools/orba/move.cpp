@@ -1,7 +1,4 @@
 // mv and cp: from place to place inside containers.
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <memory>
 
 #include "tools/orba/command.h"
@@ -9,8 +6,11 @@
 #include "tools/orba/each.h"
 #include "tools/orba/interrupt.h"
 #include "tools/orba/name_rule.h"
+#include "tools/orba/place.h"
 #include "tools/orba/session.h"
+#include "tools/orba/temporary.h"
 #include "tools/orba/terminal.h"
+#include "tools/orba/walk.h"
 
 namespace orba::tool {
 
@@ -27,7 +27,7 @@ class Target {
  public:
   Target(Session* session, const std::string& operand, bool several) : address_(ParseAddress(operand)) {
     RequireLegal(address_);
-    const std::optional<Item> item = session->Find(address_);
+    const std::optional<Item> item = FindItem(session, address_);
     isDirectory_ = item.has_value() && item->IsDirectory();
     if (isDirectory_) return;
     if (several || address_.asDirectory || (item.has_value() && address_.IsRoot())) {
@@ -46,7 +46,7 @@ class Target {
  private:
   // A call that does not find its target's directory would keep the source in use.
   static void RequireDirectory(Session* session, const Address& directory) {
-    const std::optional<Item> item = session->Find(directory);
+    const std::optional<Item> item = FindItem(session, directory);
     if (item.has_value() && item->IsDirectory()) return;
     throw LibraryFailure("cannot use " + directory.Text(), directory.container, ORB_ERROR_PATH_NOT_FOUND);
   }
@@ -68,7 +68,7 @@ Failure TakenByFile(const std::string& what, const Address& target) {
 
 // What stands at the target may be overwritten; nothing there is fine too. True when something is there.
 bool MayOverwrite(Session* session, const std::string& what, const Address& target, bool force) {
-  const std::optional<Item> item = session->Find(target);
+  const std::optional<Item> item = FindItem(session, target);
   if (!item.has_value()) return false;
   if (item->IsDirectory()) {
     throw Failure(what, target.Text() + " is a directory (" + CodeText(ORB_ERROR_WRONG_KIND) + ")",
@@ -98,7 +98,7 @@ std::vector<Match> ExpandSources(const TransferOptions& options, Session* sessio
   std::vector<Match> sources;
   const std::vector<std::string> operands(options.operands.begin(), options.operands.end() - 1);
   *status = ForEach(operands, [&](const std::string& operand) {
-    std::vector<Match> found = WithHint(operand, [&] { return session->Expand(ParseAddress(operand), action); });
+    std::vector<Match> found = WithHint(operand, [&] { return Expand(session, ParseAddress(operand), action); });
     for (Match& match : found) sources.push_back(std::move(match));
   });
   return sources;
@@ -138,7 +138,7 @@ void MovePlainly(Session* session, const std::string& what, const Address& sourc
 void MoveOver(Session* session, const std::string& what, const Address& source, const Address& target) {
   Address aside = TemporaryBeside(session, target);
   aside.standsFor.clear();
-  session->Rename(target, aside.Name());
+  Rename(session, target, aside.Name());
   try {
     MovePlainly(session, what, source, target);
   } catch (Failure& failure) {
@@ -147,7 +147,7 @@ void MoveOver(Session* session, const std::string& what, const Address& source, 
     }
     throw;
   }
-  session->Delete(aside);
+  Delete(session, aside);
 }
 
 bool Move(const TransferOptions& options, Session* session, const Match& source, const Address& target) {
@@ -159,7 +159,7 @@ bool Move(const TransferOptions& options, Session* session, const Match& source,
     throw Failure(what, "source and target are the same", "use another target");
   }
   if (source.item.IsDirectory()) {
-    const std::optional<Item> there = session->Find(target);
+    const std::optional<Item> there = FindItem(session, target);
     if (there.has_value() && !there->IsDirectory()) throw TakenByFile(what, target);
   }
   if (!MayOverwrite(session, what + " to " + target.Text(), target, options.force)) {
@@ -170,10 +170,10 @@ bool Move(const TransferOptions& options, Session* session, const Match& source,
   return true;
 }
 
-Run DefineMove(CLI::App* app) {
+Run DefineMove(Syntax* syntax) {
   auto options = std::make_shared<TransferOptions>();
-  app->add_flag("-f,--force", options->force, "overwrite files that are there");
-  app->add_option("address", options->operands, "what to move, and last where to")->required();
+  syntax->Flag("-f,--force", &options->force, "overwrite files that are there");
+  syntax->Many("SOURCE", &options->operands);
   return [options] { return RunTransfer("mv", *options, Move); };
 }
 
@@ -205,9 +205,9 @@ class Copier {
   void Copy(const Match& source, const Address& target) {
     CheckInterrupt();
     if (!source.item.IsDirectory()) return CopyFile(options_, session_, source.address, target);
-    const std::optional<Item> there = session_->Find(target);
+    const std::optional<Item> there = FindItem(session_, target);
     if (!there.has_value()) {
-      session_->CreateDirectory(target);
+      CreateDirectory(session_, target);
     } else if (!there->IsDirectory()) {
       throw TakenByFile("cannot copy " + source.address.Text(), target);
     }
@@ -258,11 +258,11 @@ bool Copy(const TransferOptions& options, Session* session, const Match& source,
   return !copier.failed();
 }
 
-Run DefineCopy(CLI::App* app) {
+Run DefineCopy(Syntax* syntax) {
   auto options = std::make_shared<TransferOptions>();
-  app->add_flag("-r,-R,--recursive", options->recursive, "directories too, with everything below them");
-  app->add_flag("-f,--force", options->force, "overwrite files that are there");
-  app->add_option("address", options->operands, "what to copy, and last where to")->required();
+  syntax->Flag("-r,-R,--recursive", &options->recursive, "directories too, with everything below them");
+  syntax->Flag("-f,--force", &options->force, "overwrite files that are there");
+  syntax->Many("SOURCE", &options->operands);
   return [options] { return RunTransfer("cp", *options, Copy); };
 }
 

@@ -1,7 +1,4 @@
 // dump and map: what lies where in a container, for eyes. Both stand on a check and work on any container.
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -33,14 +30,10 @@ struct DumpOptions {
   std::vector<std::string> which;  // at most two
 };
 
-// A number, decimal or 0x hexadecimal, of at most 48 bits.
 std::uint64_t ParseNumber(const std::string& text) {
-  char* end = nullptr;
-  errno = 0;
-  const bool digit = !text.empty() && text[0] >= '0' && text[0] <= '9';
-  const std::uint64_t number = digit ? std::strtoull(text.c_str(), &end, 0) : 0;
-  if (digit && *end == '\0' && errno == 0 && number >> 48 == 0) return number;
-  throw UsageFailure("dump", "\"" + text + "\" is no number");
+  const std::optional<std::uint64_t> number = SizeIn(text);
+  if (number.has_value()) return *number;
+  throw UsageFailure("dump", "\"" + text + "\" is not a number");
 }
 
 constexpr const char* kNoSuchPath = "there is no such file or directory";
@@ -178,11 +171,11 @@ int RunDump(const DumpOptions& options) {
   return kSuccess;
 }
 
-Run DefineDump(CLI::App* app) {
+Run DefineDump(Syntax* syntax) {
   auto options = std::make_shared<DumpOptions>();
-  app->add_option("container", options->container, "the container")->required();
-  app->add_option("part", options->part, "what to show");
-  app->add_option("which", options->which, "which of them")->expected(0, 2);
+  syntax->One("CONTAINER", &options->container);
+  syntax->OneOrNone("PART", &options->part);
+  syntax->Many("WHICH", &options->which, 0, 2);
   return [options] { return RunDump(*options); };
 }
 
@@ -229,14 +222,12 @@ int RunMap(const MapOptions& options) {
   return kSuccess;
 }
 
-Run DefineMap(CLI::App* app) {
+Run DefineMap(Syntax* syntax) {
   auto options = std::make_shared<MapOptions>();
-  app->add_option("--svg", options->svg, "draw into an SVG file instead, \"-\" for standard output")->type_name("FILE");
-  app->add_option("--rows", options->rows, "rows at most, 32 unless you say otherwise")
-      ->check(CLI::Range(1u, 65535u))
-      ->type_name("N");
-  app->add_flag("-f,--force", options->force, "overwrite the file if it is there");
-  app->add_option("container", options->container, "the container to draw")->required();
+  syntax->Text("--svg", "FILE", &options->svg, "draw into an SVG file instead, \"-\" for standard output");
+  syntax->Number("--rows", "N", &options->rows, {1, 65535}, "rows at most, 32 unless you say otherwise");
+  syntax->Flag("-f,--force", &options->force, "overwrite the file if it is there");
+  syntax->One("CONTAINER", &options->container);
   return [options] { return RunMap(*options); };
 }
 

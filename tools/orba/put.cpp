@@ -1,8 +1,5 @@
 // put: files and trees from the host into a container. First a plan is made of everything, with each name and conflict
 // judged; only a plan without a refusal is carried out.
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <memory>
@@ -12,11 +9,15 @@
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"
+#include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
 #include "tools/orba/interrupt.h"
 #include "tools/orba/name_rule.h"
+#include "tools/orba/place.h"
 #include "tools/orba/session.h"
+#include "tools/orba/temporary.h"
 #include "tools/orba/terminal.h"
+#include "tools/orba/volume_file.h"
 #include "tools/orba/wildcard.h"
 
 namespace orba::tool {
@@ -74,17 +75,14 @@ class Planner {
  public:
   Planner(const PutOptions& options, Session* session, const std::string& container)
       : options_(options), session_(session) {
-    struct stat status = {};
-    hasContainer_ = stat(container.c_str(), &status) == 0;
-    containerDevice_ = status.st_dev;
-    containerNumber_ = status.st_ino;
+    container_ = host::StatusOf(container);
   }
 
   // Plans what goes into one directory of the container, which `exists` or is planned to.
   void AddAll(const Address& directory, bool exists, const std::vector<Source>& sources) {
     Siblings siblings;
     if (exists) {
-      for (Item& item : session_->List(directory)) siblings.existing.emplace(item.name, item);
+      for (Item& item : ListItems(session_, directory)) siblings.existing.emplace(item.name, item);
     }
     const std::vector<std::string> names = ChooseNames(sources, &siblings);
     for (std::size_t i = 0; i < sources.size(); ++i) {
@@ -103,7 +101,7 @@ class Planner {
 
   // Plans one source under exactly this address.
   void AddNamed(const Source& source, const Address& target) {
-    const std::optional<Item> there = session_->Find(target);
+    const std::optional<Item> there = FindItem(session_, target);
     AddOne(source, target, there.has_value() ? &*there : nullptr);
   }
 
@@ -149,8 +147,7 @@ class Planner {
 
   // Asked before names are judged: a pattern that the shell leaves alone is no illegal name.
   bool IsThere(const Source& source) {
-    struct stat status = {};
-    if (source.path == "-" || stat(source.path.c_str(), &status) == 0) return true;
+    if (source.path == "-" || host::StatusOf(source.path).kind != host::Kind::kNothing) return true;
     plan_.skipped.push_back(Unreachable(source.path, errno));
     return false;
   }
@@ -173,32 +170,31 @@ class Planner {
 
   void AddOne(const Source& source, const Address& target, const Item* there) {
     CheckInterrupt();
-    struct stat status = {};
     if (source.path == "-") return AddFile(source, target, there, 0);
-    if (stat(source.path.c_str(), &status) != 0) {
+    const host::Status status = host::StatusOf(source.path);
+    if (status.kind == host::Kind::kNothing) {
       plan_.skipped.push_back(Unreachable(source.path, errno));
-    } else if (S_ISDIR(status.st_mode)) {
+    } else if (status.kind == host::Kind::kDirectory) {
       AddDirectory(source, target, there);
-    } else if (!S_ISREG(status.st_mode)) {
-      plan_.skipped.emplace_back("cannot put " + source.path, "it is no ordinary file but " + KindOf(status.st_mode),
+    } else if (status.kind != host::Kind::kFile) {
+      plan_.skipped.emplace_back("cannot put " + source.path, "it is not an ordinary file but " + KindText(status.kind),
                                  "a container holds files and directories only");
-    } else if (hasContainer_ && status.st_dev == containerDevice_ && status.st_ino == containerNumber_) {
+    } else if (container_.kind != host::Kind::kNothing && status.id == container_.id) {
       plan_.skipped.emplace_back("cannot put " + source.path, "it is the container itself",
                                  "a container cannot hold itself; to copy all it holds: orba cp -r");
-    } else if (static_cast<std::uint64_t>(status.st_size) > ORB_MAX_FILE_SIZE) {
+    } else if (status.size > ORB_MAX_FILE_SIZE) {
       plan_.refusals.emplace_back("cannot put " + source.path,
-                                  "it has " + std::to_string(status.st_size) +
+                                  "it has " + std::to_string(status.size) +
                                       " bytes, and files of a container have at most " +
                                       std::to_string(ORB_MAX_FILE_SIZE),
                                   "leave it out, or split it");
     } else {
-      AddFile(source, target, there, static_cast<std::uint64_t>(status.st_size));
+      AddFile(source, target, there, status.size);
     }
   }
 
   void AddDirectory(const Source& source, const Address& target, const Item* there) {
-    struct stat status = {};
-    if (depth_ > 0 && lstat(source.path.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) {
+    if (depth_ > 0 && host::OwnStatusOf(source.path).kind == host::Kind::kLink) {
       plan_.skipped.emplace_back("cannot put " + source.path, "it is a symbolic link to a directory",
                                  "name the directory itself to put it");
       return;
@@ -219,7 +215,7 @@ class Planner {
   }
 
   void AddFile(const Source& source, const Address& target, const Item* there, std::uint64_t size) {
-    if (IsPassingName(target.Name())) {
+    if (IsTemporaryName(target.Name())) {
       plan_.refusals.emplace_back("cannot write " + target.Text(), "this name is kept for files that are being written",
                                   "use another name");
     } else if (there != nullptr && there->IsDirectory()) {
@@ -241,9 +237,7 @@ class Planner {
   Session* session_;
   Plan plan_;
   unsigned depth_ = 0;  // below what the command line names
-  bool hasContainer_ = false;
-  dev_t containerDevice_ = 0;
-  ino_t containerNumber_ = 0;
+  host::Status container_;
 };
 
 // What stands at the last operand decides under which names the sources go where.
@@ -251,7 +245,7 @@ Plan MakePlan(const PutOptions& options, Session* session) {
   const std::vector<std::string> sources(options.operands.begin(), options.operands.end() - 1);
   const Address target = ParseAddress(options.operands.back());
   RequireLegal(target);
-  const std::optional<Item> there = session->Find(target);
+  const std::optional<Item> there = FindItem(session, target);
   const bool intoDirectory = there.has_value() && there->IsDirectory();
   Planner planner(options, session, target.container);
   if (!intoDirectory) {
@@ -259,7 +253,7 @@ Plan MakePlan(const PutOptions& options, Session* session) {
       throw LibraryFailure("cannot put anything into " + target.Text(), target.container,
                            there.has_value() ? ORB_ERROR_NOT_A_DIRECTORY : ORB_ERROR_PATH_NOT_FOUND);
     }
-    session->Get(target.Parent(), "find");
+    GetItem(session, target.Parent(), "find");
     planner.AddNamed({sources[0], target.Name()}, target);
     return planner.Take();
   }
@@ -301,7 +295,8 @@ class Carrier {
   void Carry(const Step& step) {
     progress_->SetItem(step.target.Path());
     if (!step.isDirectory) return WriteWhole(step);
-    if (!session_->Find(step.target).has_value()) session_->CreateDirectory(step.target);  // two sources may share it
+    if (!FindItem(session_, step.target).has_value())
+      CreateDirectory(session_, step.target);  // two sources may share it
   }
 
  private:
@@ -309,11 +304,11 @@ class Carrier {
   void WriteWhole(const Step& step) {
     Sweep(step.target.Parent());
     const Address beside = TemporaryBeside(session_, step.target);
-    session_->CreateFile(beside);
+    CreateFile(session_, beside);
     try {
       CopyIn(session_, step.source, beside, progress_);
-      if (step.attributes != 0) session_->SetAttributes(beside, step.attributes);
-      if (!step.replaces && beside.names != step.target.names) session_->Rename(beside, step.target.Name());
+      if (step.attributes != 0) SetAttributes(session_, beside, step.attributes);
+      if (!step.replaces && beside.names != step.target.names) Rename(session_, beside, step.target.Name());
     } catch (...) {
       OrbDeleteFileA(session_->PathOf(beside).c_str());
       throw;
@@ -324,10 +319,10 @@ class Carrier {
   // Takes away what an interrupted run has left in the directory.
   void Sweep(const Address& directory) {
     if (!swept_.insert(session_->PathOf(directory)).second) return;
-    for (const Item& item : session_->List(directory)) {
-      if (item.IsDirectory() || !IsPassingName(item.name)) continue;
+    for (const Item& item : ListItems(session_, directory)) {
+      if (item.IsDirectory() || !IsTemporaryName(item.name)) continue;
       const Address left = directory.Child(item.name);
-      session_->Delete(left);
+      Delete(session_, left);
       Report("removed " + left.Text() + ", which an interrupted put, cp or mv had left");
     }
   }
@@ -379,16 +374,16 @@ int RunPut(const PutOptions& options) {
   return status;
 }
 
-Run DefinePut(CLI::App* app) {
+Run DefinePut(Syntax* syntax) {
   auto options = std::make_shared<PutOptions>();
-  CLI::Option* const force = app->add_flag("-f,--force", options->force, "overwrite files that are there");
-  app->add_flag("-n,--no-clobber", options->noClobber, "leave files alone that are there, and put the others")
-      ->excludes(force);
-  app->add_flag("--rename", options->rename, "store what has no legal name under a legal, unique one, and say which");
-  app->add_flag("-v,--verbose", options->verbose, "name every file");
-  app->add_flag("-q,--quiet", options->quiet, "draw no progress");
-  app->add_flag("-r,-R,--recursive", options->recursive, "for habit's sake: directories are always put whole");
-  app->add_option("operand", options->operands, "files and directories of the host, and last where to")->required();
+  syntax->Flag("-f,--force", &options->force, "overwrite files that are there");
+  syntax->Flag("-n,--no-clobber", &options->noClobber, "leave files alone that are there, and put the others");
+  syntax->Exclude("--force", "--no-clobber");
+  syntax->Flag("--rename", &options->rename, "store what has no legal name under a legal, unique one, and say which");
+  syntax->Flag("-v,--verbose", &options->verbose, "name every file");
+  syntax->Flag("-q,--quiet", &options->quiet, "draw no progress");
+  syntax->Flag("-r,-R,--recursive", &options->recursive, "for habit's sake: directories are always put whole");
+  syntax->Many("SOURCE", &options->operands);
   return [options] { return RunPut(*options); };
 }
 

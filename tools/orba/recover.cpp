@@ -1,11 +1,6 @@
 // recover: everything readable out of a container, whatever its state.
 #include "inspect/repair/recover.h"
 
-#include <unistd.h>
-
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <cerrno>
 #include <filesystem>
 #include <memory>
@@ -19,6 +14,7 @@
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"
 #include "tools/orba/fsck.h"
+#include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
 #include "tools/orba/interrupt.h"
 #include "tools/orba/raw_container.h"
@@ -160,7 +156,7 @@ int RunRecover(const RecoverOptions& options) {
       });
   Progress::Hide();
   if (!recovered.possible) {
-    if (isNew) rmdir(options.directory.c_str());
+    if (isNew) host::RemoveDirectory(options.directory);
     const std::string why = recovered.failures.empty() ? "nothing can be made out" : recovered.failures[0];
     throw Failure("cannot recover " + container.path(), why + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
                   "see what it holds with: orba dump " + ShellWord(container.path()) + " bytes 0",
@@ -176,15 +172,15 @@ int RunRecover(const RecoverOptions& options) {
   return kDamageLeft;
 }
 
-Run DefineRecover(CLI::App* app) {
+Run DefineRecover(Syntax* syntax) {
   auto options = std::make_shared<RecoverOptions>();
-  CLI::Option* const force = app->add_flag("-f,--force", options->force, "overwrite files that are there");
-  app->add_flag("-n,--no-clobber", options->noClobber, "leave files alone that are there, and copy the others")
-      ->excludes(force);
-  app->add_flag("-v,--verbose", options->verbose, "all of what was set right, not the first 40 lines");
-  app->add_flag("-q,--quiet", options->quiet, "print errors alone");
-  app->add_option("container", options->container, "the container")->required();
-  app->add_option("directory", options->directory, "where to put the copies; made if it is missing")->required();
+  syntax->Flag("-f,--force", &options->force, "overwrite files that are there");
+  syntax->Flag("-n,--no-clobber", &options->noClobber, "leave files alone that are there, and copy the others");
+  syntax->Exclude("--force", "--no-clobber");
+  syntax->Flag("-v,--verbose", &options->verbose, "all of what was set right, not the first 40 lines");
+  syntax->Flag("-q,--quiet", &options->quiet, "print errors alone");
+  syntax->One("CONTAINER", &options->container);
+  syntax->One("DIRECTORY", &options->directory);
   return [options] { return RunRecover(*options); };
 }
 

@@ -1,12 +1,6 @@
 // repair and undo: containers made consistent again, and that taken back.
 #include "inspect/repair/repair.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -19,6 +13,7 @@
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
 #include "tools/orba/fsck.h"
+#include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
 #include "tools/orba/interrupt.h"
 #include "tools/orba/raw_container.h"
@@ -65,24 +60,21 @@ TimeStamp Now() {
 // All of it on the disk before the first byte of the container changes. Never overwrites.
 void WriteUndoFile(const std::string& path, const std::vector<std::uint8_t>& bytes) {
   const std::string what = "cannot write the undo file " + path;
-  const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  const Descriptor file(host::CreateNew(path));
   if (file.get() < 0) throw errno == EEXIST ? HostFailure(what, errno, "use another name") : HostFailure(what, errno);
-  for (std::size_t done = 0; done < bytes.size();) {
-    const ssize_t part = write(file.get(), bytes.data() + done, bytes.size() - done);
-    if (part < 0) {
-      const int error = errno;
-      unlink(path.c_str());
-      throw HostFailure(what, error);
-    }
-    done += static_cast<std::size_t>(part);
+  try {
+    WriteFully(file.get(), "the undo file " + path, bytes.data(), bytes.size());
+    if (!host::Sync(file.get())) throw HostFailure(what, errno);
+  } catch (const Failure&) {
+    host::Remove(path);
+    throw;
   }
-  if (fsync(file.get()) != 0) throw HostFailure(what, errno);
 }
 
 // Everything written to the file is on its disk.
 bool Synchronise(const std::string& path) {
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  return file.get() >= 0 && fsync(file.get()) == 0;
+  const Descriptor file(host::OpenForReading(path));
+  return file.get() >= 0 && host::Sync(file.get());
 }
 
 std::unique_ptr<inspect::FileTarget> OpenTarget(const std::string& path) {
@@ -144,13 +136,13 @@ int Repair(const RepairOptions& options) {
   return JudgeRepair(options, path);
 }
 
-Run DefineRepair(CLI::App* app) {
+Run DefineRepair(Syntax* syntax) {
   auto options = std::make_shared<RepairOptions>();
-  app->add_flag("-n,--dry-run", options->dryRun, "show the plan and change nothing");
-  app->add_option("--undo", options->undo, "keep in a new file what it takes to undo the repair")->type_name("FILE");
-  app->add_flag("-v,--verbose", options->verbose, "all of a long plan, not its first 40 lines");
-  app->add_flag("-q,--quiet", options->quiet, "the exit status alone");
-  app->add_option("container", options->container, "the container to repair")->required();
+  syntax->Flag("-n,--dry-run", &options->dryRun, "show the plan and change nothing");
+  syntax->Text("--undo", "FILE", &options->undo, "keep in a new file what it takes to undo the repair");
+  syntax->Flag("-v,--verbose", &options->verbose, "all of a long plan, not its first 40 lines");
+  syntax->Flag("-q,--quiet", &options->quiet, "the exit status alone");
+  syntax->One("CONTAINER", &options->container);
   return [options] { return AsFsck([&] { return Repair(*options); }); };
 }
 
@@ -205,11 +197,11 @@ int RunUndo(const UndoOptions& options) {
   return kSuccess;
 }
 
-Run DefineUndo(CLI::App* app) {
+Run DefineUndo(Syntax* syntax) {
   auto options = std::make_shared<UndoOptions>();
-  app->add_flag("-f,--force", options->force, "also when the file is of another container, or this one has changed");
-  app->add_option("container", options->container, "the container")->required();
-  app->add_option("file", options->file, "what orba repair --undo wrote")->required();
+  syntax->Flag("-f,--force", &options->force, "also when the file is of another container, or this one has changed");
+  syntax->One("CONTAINER", &options->container);
+  syntax->One("FILE", &options->file);
   return [options] { return RunUndo(*options); };
 }
 

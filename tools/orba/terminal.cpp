@@ -1,20 +1,15 @@
 #include "tools/orba/terminal.h"
 
-#include <fcntl.h>
-#include <langinfo.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <initializer_list>
 #include <utility>
 
 #include "inspect/container/names.h"
 #include "tools/orba/failure.h"
+#include "tools/orba/host/host.h"
 #include "tools/orba/interrupt.h"
 
 namespace orba::tool {
@@ -24,7 +19,7 @@ namespace {
 Progress* g_progress;  // the one that is drawn, if any
 bool g_outputLost;
 
-int Descriptor(Stream stream) { return stream == Stream::kOutput ? STDOUT_FILENO : STDERR_FILENO; }
+int Number(Stream stream) { return stream == Stream::kOutput ? host::kOutput : host::kError; }
 
 const char* Sequence(Colour colour) {
   switch (colour) {
@@ -60,17 +55,15 @@ const char* Sequence(Colour colour) {
 
 }  // namespace
 
-bool IsTerminal(Stream stream) { return isatty(Descriptor(stream)) != 0; }
+bool IsTerminal(Stream stream) { return host::IsTerminal(Number(stream)); }
 
 std::size_t Width(Stream stream) {
-  winsize size = {};
-  if (ioctl(Descriptor(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  const std::size_t told = host::Columns(Number(stream));
+  if (told > 0) return told;
   const char* const columns = std::getenv("COLUMNS");
   const long width = columns != nullptr ? std::strtol(columns, nullptr, 10) : 0;
   return width > 0 && width < 10000 ? static_cast<std::size_t>(width) : 80;
 }
-
-bool IsUtf8() { return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0; }
 
 bool IsColoured(Stream stream) {
   const char* const refused = std::getenv("NO_COLOR");
@@ -81,13 +74,6 @@ bool IsColoured(Stream stream) {
 
 std::string Painted(Stream stream, Colour colour, const std::string& text) {
   return IsColoured(stream) ? Sequence(colour) + text + "\033[0m" : text;
-}
-
-void HoldStandardStreams() {
-  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    // The lowest free number is given out.
-    if (fcntl(stream, F_GETFD) < 0) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
-  }
 }
 
 void Print(const std::string& text) { Print(text.data(), text.size()); }

@@ -16,19 +16,12 @@ bool IsTerminal(Stream stream);
 // Columns of the terminal; 80 where nobody says.
 std::size_t Width(Stream stream);
 
-// The terminal shows characters beyond ASCII.
-bool IsUtf8();
-
 enum class Colour { kBold, kRed, kGreen, kYellow, kBlue, kMagenta, kCyan, kGrey };
 
 // A terminal that is not dumb, and NO_COLOR is not set.
 bool IsColoured(Stream stream);
 // The text in a colour where the stream has colours, else as it is.
 std::string Painted(Stream stream, Colour colour, const std::string& text);
-
-// To be called first: where the program was started with a standard stream closed, something that fails as a closed one
-// takes its place. A file opened later would take it otherwise, and messages would land in that file.
-void HoldStandardStreams();
 
 // Everything for standard output goes through here. Throws a Failure where it cannot be written, which is only sure
 // after FlushOutput. A reader that went away ends the program's output without a word: OutputClosed.

@@ -1,0 +1,106 @@
+// All that the tool asks of the host it runs on: files, the console, signals. Each host brings these calls in a folder
+// of its own beside this header; nothing above includes a header of a host. Paths and texts are UTF-8, or on Linux
+// whatever bytes the host has. Calls that fail leave the reason in errno. Stands on nothing.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orba::tool::host {
+
+// ---- What is there --------------------------------------------------------------------------------------------------
+
+enum class Kind { kNothing, kFile, kDirectory, kLink, kPipe, kSocket, kDevice };
+
+using FileId = std::pair<std::uint64_t, std::uint64_t>;  // differs between any two files
+
+struct Status {
+  Kind kind = Kind::kNothing;
+  std::uint64_t size = 0;
+  FileId id;
+  std::int64_t changed = 0;  // seconds since 1970
+};
+
+// Of what the path leads to; kNothing with errno set where there is none or it cannot be asked.
+Status StatusOf(const std::string& path);
+// The same, but a symbolic link is a kLink itself.
+Status OwnStatusOf(const std::string& path);
+Status StatusOf(int file);
+
+// The names in a directory, unsorted, "." and ".." left out.
+bool ListDirectory(const std::string& path, std::vector<std::string>* names);
+
+// Where links lead to in the end; empty on failure.
+std::string RealPath(const std::string& path);
+
+std::uint64_t FreeSpace(const std::string& path);  // for new data on the disk of the path; UINT64_MAX where unknown
+
+// ---- Open files -----------------------------------------------------------------------------------------------------
+
+// Descriptors, -1 on failure. Programs that this one starts do not get them.
+int OpenForReading(const std::string& path);  // never waits, not even for the writer of a pipe
+int OpenForWriting(const std::string& path);  // for reading as well; the file must be there
+int CreateNew(const std::string& path);       // EEXIST where the name is taken
+// Replaces the X at the path's end so that the name is new. Other users can read the file as far as they may read new
+// files of this user.
+int CreateTemporary(std::string* path);
+int DuplicateStandardInput();
+bool Close(int file);  // false where something written before has failed; closed all the same
+
+// Bytes done, which may be fewer than `count`; 0 at the end; -1 on failure, EINTR after a signal.
+std::ptrdiff_t Read(int file, void* bytes, std::size_t count);
+std::ptrdiff_t Write(int file, const void* bytes, std::size_t count);
+
+bool Sync(int file);  // all that was written is on the disk
+
+// A path under which an open file can be opened again though its name is gone.
+std::string PathOfOpenFile(int file);
+
+enum class Lock { kTaken, kRefused, kUnknownHere };
+// As the library locks containers: ends when the file is closed. Never waits.
+Lock LockFile(int file, bool exclusive);
+
+bool SetTime(int file, std::int64_t seconds);  // of the last change, since 1970
+bool SetTimeToNow(int file);
+std::int64_t UtcSeconds(std::tm* utc);  // since 1970; carries fields that are too large over into the next
+
+// ---- Names ----------------------------------------------------------------------------------------------------------
+
+bool Rename(const std::string& from, const std::string& to, bool overwrite);
+bool Remove(const std::string& path);
+bool RemoveDirectory(const std::string& path);  // an empty one
+bool MakeDirectory(const std::string& path);
+int OpenDirectory(const std::string& path);  // fit for Sync and SetTime
+
+// ---- The console ----------------------------------------------------------------------------------------------------
+
+constexpr int kInput = 0;
+constexpr int kOutput = 1;
+constexpr int kError = 2;
+
+// To be called first: where the program was started with a standard stream closed, something that fails as a closed one
+// takes its place. A file opened later would take it otherwise, and messages would land in that file.
+void HoldStandardStreams();
+
+bool IsTerminal(int stream);
+std::size_t Columns(int stream);  // of a terminal; 0 where unknown
+bool IsUtf8();                    // the console shows characters beyond ASCII
+
+// ---- Signals --------------------------------------------------------------------------------------------------------
+
+// From here on SIGINT, SIGTERM and SIGHUP wait to be noticed; a second one of the same kind does not, and one that
+// whoever started the program has it ignore stays ignored. A write to a reader that went away fails with EPIPE, one
+// past the limit for the size of files with EFBIG, and one that has to wait is ended by a signal (EINTR).
+void CatchSignals();
+int CaughtSignal();                   // 0 while none has come
+void AwaitInput(int file);            // returns when there is something to read, or the end, or when a signal came
+[[noreturn]] void DieOf(int signal);  // ends the program the way the signal would have
+
+// "ENOSPC"; nullptr for an unknown number.
+const char* ErrorName(int error);
+
+}  // namespace orba::tool::host

@@ -1,0 +1,149 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "tools/orba/host/host.h"
+
+namespace orba::tool::host {
+
+namespace {
+
+Kind KindOf(mode_t mode) {
+  if (S_ISREG(mode)) return Kind::kFile;
+  if (S_ISDIR(mode)) return Kind::kDirectory;
+  if (S_ISLNK(mode)) return Kind::kLink;
+  if (S_ISFIFO(mode)) return Kind::kPipe;
+  return S_ISSOCK(mode) ? Kind::kSocket : Kind::kDevice;
+}
+
+Status Told(int result, const struct stat& status) {
+  if (result != 0) return {};
+  return {KindOf(status.st_mode),
+          static_cast<std::uint64_t>(status.st_size),
+          {status.st_dev, status.st_ino},
+          std::int64_t{status.st_mtim.tv_sec}};
+}
+
+}  // namespace
+
+Status StatusOf(const std::string& path) {
+  struct stat status = {};
+  const int result = stat(path.c_str(), &status);
+  return Told(result, status);
+}
+
+Status OwnStatusOf(const std::string& path) {
+  struct stat status = {};
+  const int result = lstat(path.c_str(), &status);
+  return Told(result, status);
+}
+
+Status StatusOf(int file) {
+  struct stat status = {};
+  const int result = fstat(file, &status);
+  return Told(result, status);
+}
+
+bool ListDirectory(const std::string& path, std::vector<std::string>* names) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
+  if (directory == nullptr) return false;
+  for (;;) {
+    errno = 0;
+    const dirent* const entry = readdir(directory.get());
+    if (entry == nullptr) return errno == 0;
+    const std::string name = entry->d_name;
+    if (name != "." && name != "..") names->push_back(name);
+  }
+}
+
+std::string RealPath(const std::string& path) {
+  const std::unique_ptr<char, void (*)(void*)> place(realpath(path.c_str(), nullptr), std::free);
+  return place == nullptr ? "" : place.get();
+}
+
+std::uint64_t FreeSpace(const std::string& path) {
+  struct statvfs disk = {};
+  if (statvfs(path.c_str(), &disk) != 0) return UINT64_MAX;
+  return std::uint64_t{disk.f_bavail} * disk.f_frsize;
+}
+
+int OpenForReading(const std::string& path) { return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }
+
+int OpenForWriting(const std::string& path) { return open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }
+
+int CreateNew(const std::string& path) { return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); }
+
+int CreateTemporary(std::string* path) {
+  const int file = mkostemp(path->data(), O_CLOEXEC);
+  if (file < 0) return file;
+  const mode_t mask = umask(0);
+  umask(mask);
+  fchmod(file, 0666 & ~mask);
+  return file;
+}
+
+int DuplicateStandardInput() { return fcntl(kInput, F_DUPFD_CLOEXEC, 3); }
+
+bool Close(int file) { return close(file) == 0; }
+
+std::ptrdiff_t Read(int file, void* bytes, std::size_t count) { return read(file, bytes, count); }
+
+std::ptrdiff_t Write(int file, const void* bytes, std::size_t count) { return write(file, bytes, count); }
+
+bool Sync(int file) {
+  int result = 0;
+  do {
+    result = fsync(file);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+std::string PathOfOpenFile(int file) { return "/proc/self/fd/" + std::to_string(file); }
+
+Lock LockFile(int file, bool exclusive) {
+  if (flock(file, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB) == 0) return Lock::kTaken;
+  return errno == EWOULDBLOCK ? Lock::kRefused : Lock::kUnknownHere;
+}
+
+bool SetTime(int file, std::int64_t seconds) {
+  const timespec stamp = {seconds, 0};
+  const timespec times[2] = {stamp, stamp};
+  return futimens(file, times) == 0;
+}
+
+bool SetTimeToNow(int file) { return futimens(file, nullptr) == 0; }
+
+std::int64_t UtcSeconds(std::tm* utc) { return timegm(utc); }
+
+bool Rename(const std::string& from, const std::string& to, bool overwrite) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), overwrite ? 0 : RENAME_NOREPLACE) == 0) return true;
+  // Not every file system knows the renaming that never replaces.
+  if (errno != EINVAL) return false;
+  if (OwnStatusOf(to).kind != Kind::kNothing) {
+    errno = EEXIST;
+    return false;
+  }
+  return rename(from.c_str(), to.c_str()) == 0;
+}
+
+bool Remove(const std::string& path) { return unlink(path.c_str()) == 0; }
+
+bool RemoveDirectory(const std::string& path) { return rmdir(path.c_str()) == 0; }
+
+bool MakeDirectory(const std::string& path) { return mkdir(path.c_str(), 0777) == 0; }
+
+int OpenDirectory(const std::string& path) { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }
+
+const char* ErrorName(int error) { return strerrorname_np(error); }
+
+}  // namespace orba::tool::host

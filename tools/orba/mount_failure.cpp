@@ -1,0 +1,52 @@
+#include "tools/orba/mount_failure.h"
+
+#include "orba.h"
+#include "tools/orba/host_file.h"
+
+namespace orba::tool {
+
+namespace {
+
+bool IsOrdinary(const std::string& path) { return host::StatusOf(path).kind == host::Kind::kFile; }
+
+// What to do where there is no container of this name. The file that was meant may be there under another reading.
+std::string AdviceOnMissing(const Address& address) {
+  const std::string& container = address.container;
+  const std::string trimmed = container.substr(0, container.find_last_not_of('/') + 1);
+  if (trimmed != container && IsOrdinary(trimmed)) return "the root of that container is " + trimmed + ":/";
+  if (IsOrdinary(address.written)) {
+    return "the root of the container " + address.written + " is " + address.written + ":/";
+  }
+  const std::size_t colon = container.rfind(':');
+  if (colon == std::string::npos) {
+    return "check the name, or make a container with: orba format " + ShellWord(container);
+  }
+  return "a path inside a container begins with \"/\": " + container.substr(0, colon) + ":/" +
+         container.substr(colon + 1);
+}
+
+}  // namespace
+
+Failure MountFailure(const Address& address, std::uint32_t code, const host::Status& status) {
+  const std::string& container = address.container;
+  const std::string what = "cannot open " + container;
+  const std::string coded = " (" + CodeText(code) + ")";
+  if (code == ORB_ERROR_ACCESS_DENIED && status.kind != host::Kind::kNothing && status.kind != host::Kind::kFile) {
+    return Failure(what, "it is not an ordinary file but " + KindText(status.kind) + coded, "check the name", code);
+  }
+  if (code == ORB_ERROR_ACCESS_DENIED) {
+    return Failure(what, "the host does not let you write to it" + coded,
+                   "check who owns it and its permissions, or work on a copy", code);
+  }
+  if (code == ORB_ERROR_WRITE_PROTECTED) {
+    return Failure(what, "the medium is write-protected" + coded, "work on a copy on another disk", code);
+  }
+  if (code == ORB_ERROR_PATH_NOT_FOUND) {
+    return Failure(what, "a folder on the way to it is missing, or is no folder" + coded,
+                   container.back() == '/' ? AdviceOnMissing(address) : "check the name", code);
+  }
+  if (code != ORB_ERROR_FILE_NOT_FOUND) return LibraryFailure(what, container, code);
+  return Failure(what, "there is no such container" + coded, AdviceOnMissing(address), code);
+}
+
+}  // namespace orba::tool

@@ -1,0 +1,44 @@
+#include "tools/orba/temporary.h"
+
+#include <cstring>
+
+namespace orba::tool {
+
+namespace {
+
+constexpr const char* kTemporaryName = "~ORBA-";
+constexpr const char* kTemporaryEnding = ".TMP";
+
+}  // namespace
+
+bool IsTemporaryName(const std::string& name) {
+  const std::size_t before = std::strlen(kTemporaryName);
+  const std::size_t after = std::strlen(kTemporaryEnding);
+  if (name.size() <= before + after || name.compare(0, before, kTemporaryName) != 0) return false;
+  const std::string number = name.substr(before, name.size() - before - after);
+  return name.compare(name.size() - after, after, kTemporaryEnding) == 0 &&
+         number.find_first_not_of("0123456789") == std::string::npos;
+}
+
+Address TemporaryBeside(Session* session, const Address& target) {
+  Address beside;
+  unsigned number = 0;
+  do {
+    beside = target.Parent().Child(kTemporaryName + std::to_string(++number) + kTemporaryEnding);
+    if (session->PathOf(beside).size() > ORB_MAX_PATH) return target;
+  } while (FindItem(session, beside).has_value());
+  beside.standsFor = target.Text();
+  return beside;
+}
+
+void Replace(Session* session, const Address& temporary, const Address& target) {
+  Delete(session, target);
+  try {
+    Rename(session, temporary, target.Name());
+  } catch (Failure& failure) {
+    failure.AddAdvice("its new contents are left in " + temporary.container + ":" + temporary.Path());
+    throw;
+  }
+}
+
+}  // namespace orba::tool

@@ -1,0 +1,63 @@
+#include "tools/orba/walk.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "tools/orba/wildcard.h"
+
+namespace orba::tool {
+
+namespace {
+
+void ExpandBelow(Session* session, const Address& directory, const Address& pattern, std::size_t depth,
+                 std::vector<Match>* matches) {
+  const bool last = depth + 1 == pattern.names.size();
+  std::vector<Item> items;
+  if (HasWildcard(pattern.names[depth])) {
+    for (Item& item : ListItems(session, directory)) {
+      if (Matches(item.name, pattern.names[depth])) items.push_back(std::move(item));
+    }
+  } else if (const std::optional<Item> item = FindItem(session, directory.Child(pattern.names[depth]))) {
+    items.push_back(*item);
+  }
+  for (const Item& item : items) {
+    const Address address = directory.Child(item.name);
+    if (last && (item.IsDirectory() || !pattern.asDirectory)) matches->push_back({address, item});
+    if (!last && item.IsDirectory()) ExpandBelow(session, address, pattern, depth + 1, matches);
+  }
+}
+
+// The address with the end alone of a long path, for a message.
+std::string Shortened(const Address& address) {
+  constexpr std::size_t kLongest = 60;
+  std::string text = address.Text();
+  if (text.size() <= address.container.size() + kLongest) return text;
+  return address.container + ":..." + text.substr(text.size() - kLongest);
+}
+
+}  // namespace
+
+std::vector<Match> Expand(Session* session, const Address& pattern, const char* action) {
+  std::vector<Match> matches;
+  const bool wild = std::any_of(pattern.names.begin(), pattern.names.end(), HasWildcard);
+  if (!wild) return {{pattern, GetItem(session, pattern, action)}};
+  Address root = pattern;
+  root.names.clear();
+  ExpandBelow(session, root, pattern, 0, &matches);
+  if (matches.empty()) {
+    throw LibraryFailure(std::string("cannot ") + action + " " + pattern.Text(), pattern.container,
+                         ORB_ERROR_NO_MORE_ENTRIES);
+  }
+  return matches;
+}
+
+std::vector<Item> Walker::List(const Address& directory) {
+  const bool sane = listed_++ < session_->NodeLimit(directory) && directory.names.size() <= kDeepest;
+  if (sane) return ListItems(session_, directory);
+  throw LibraryFailure("cannot list " + Shortened(directory) + ": directories contain each other, or lie more than " +
+                           std::to_string(kDeepest) + " deep",
+                       directory.container, ORB_ERROR_DAMAGED_RECORD);
+}
+
+}  // namespace orba::tool
