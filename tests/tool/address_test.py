@@ -42,14 +42,14 @@ class AddressTest(ToolTest):
         self.assertIn('begins with "/": card.orb:/LOGS', message)
 
     def test_empty_container_name_is_refused(self):
-        self.assertIn("names no container", self.fails(1, "ls", ":/LOGS"))
+        self.assertIn("has no container", self.fails(1, "ls", ":/LOGS"))
 
     def test_empty_argument_is_usage(self):
-        self.assertIn("an argument is empty", self.fails(16, "ls", ""))
+        self.assertIn("an operand is empty where CONTAINER[:/PATH] should stand", self.fails(16, "ls", ""))
 
     def test_container_name_that_is_no_utf8_is_refused(self):
         message = self.fails(1, "ls", b"\xff.orb".decode(errors="surrogateescape"))
-        self.assertIn("its name is no UTF-8 text", message)
+        self.assertIn("its name is not UTF-8", message)
 
     def test_wildcards_star_matches_across_dots(self):
         self.assertEqual(self.ok("cat", "card.orb:/LOGS/DAY*.TXT"), "LOGS/DAY.A.TXTLOGS/DAY1.TXTLOGS/DAY2.TXT")

@@ -139,7 +139,7 @@ class MoveTest(ChangeTest):
         self.assertEqual(self.listing("card.orb:/A"), ["B", "Y"])
         self.assert_clean()
 
-    def test_mv_and_cp_force_leave_no_passing_file_and_none_of_an_interrupted_run_in_the_way(self):
+    def test_mv_and_cp_force_leave_no_temporary_file_and_none_of_an_interrupted_run_in_the_way(self):
         self.put_text("card.orb:/A/~", "left")
         self.ok("mv", "card.orb:/A/~", "card.orb:/A/~ORBA-1.TMP")
         self.ok("cp", "-f", "card.orb:/X", "card.orb:/A/Y")

@@ -114,7 +114,7 @@ class CheckTest(DamageTest):
         self.assertEqual(objects[1], {"container": "none.orb",
                                       "error": "cannot read none.orb: No such file or directory (ENOENT, 2)"})
         self.assertEqual((objects[2]["readable"], objects[2]["error"]),
-                         (False, "cannot check text.txt: it is no container, or all but its first bytes are lost "
+                         (False, "cannot check text.txt: it is not a container, or all but its first bytes are lost "
                                  "(ORB_ERROR_DAMAGED_VOLUME, 0x3000000A)"))
 
     def test_check_json_of_a_container_whose_name_is_no_text_is_valid(self):
@@ -151,12 +151,12 @@ class CheckTest(DamageTest):
                           ("empty", "all but its first bytes are lost"), ("long.txt", "its beginning is lost")):
             result = self.orba("check", name)
             self.assertEqual(result.status, 8)
-            self.assertIn(f"orba: cannot check {name}: it is no container, or {why} "
+            self.assertIn(f"orba: cannot check {name}: it is not a container, or {why} "
                           "(ORB_ERROR_DAMAGED_VOLUME, 0x3000000A)\n", result.err)
             self.assertFalse(json.loads(self.orba("check", "--json", name).out)["readable"])
         self.assertIn("cannot read none: No such file or directory (ENOENT, 2)", self.fails(8, "check", "none"))
         self.assertIn("cannot read .: Is a directory (EISDIR, 21)", self.fails(8, "check", "."))
-        self.assertIn("cannot read /dev/zero: it is no ordinary file", self.fails(8, "check", "/dev/zero"))
+        self.assertIn("cannot read /dev/zero: it is not an ordinary file", self.fails(8, "check", "/dev/zero"))
 
     def test_check_of_a_container_that_is_open_elsewhere_exits_8(self):
         with open(self.path("card.orb"), "rb") as container:
@@ -388,7 +388,7 @@ class UndoTest(DamageTest):
         contents[30] ^= 1
         self.write("damaged.undo", bytes(contents))
         before = self.read("card.orb")
-        for name, why in (("bad.undo", "is no undo file"),
+        for name, why in (("bad.undo", "is not an undo file"),
                           ("damaged.undo", "is damaged or cut short: its checksum is wrong")):
             for options in ([], ["-f"]):
                 self.assertIn(f"cannot undo the repair of card.orb: {name} {why}\n",

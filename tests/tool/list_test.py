@@ -70,20 +70,20 @@ class ListTest(ToolTest):
                       "      the root of the container co:/lon.orb is co:/lon.orb:/\n", message)
         self.assertEqual(self.ok("ls", "co:/lon.orb:/"), "")
         message = self.fails(1, "ls", "card.orb/")
-        self.assertIn("cannot open card.orb/: a folder on the way to it is missing, or is no folder "
+        self.assertIn("cannot open card.orb/: a folder on the way to it is missing, or is not a folder "
                       "(ORB_ERROR_PATH_NOT_FOUND, 0x30000014)\n      the root of that container is card.orb:/\n", message)
         self.assertNotIn("mkdir", self.fails(1, "ls", "none/card.orb"))
 
     def test_ls_of_what_is_no_container_points_to_check_alone(self):
         self.write("text.txt", b"no container " * 1000)
         message = self.fails(1, "ls", "text.txt")
-        self.assertIn("cannot open text.txt: it is no container, or its header is damaged "
+        self.assertIn("cannot open text.txt: it is not a container, or its header is damaged "
                       "(ORB_ERROR_DAMAGED_VOLUME, 0x3000000A)", message)
         self.assertIn("orba check text.txt", message)
         self.assertNotIn("orba repair", message)
 
     def test_ls_of_what_is_no_ordinary_file_says_so(self):
-        self.assertIn("cannot open .: it is no ordinary file but a directory (ORB_ERROR_ACCESS_DENIED, 0x30000019)",
+        self.assertIn("cannot open .: it is not an ordinary file but a directory (ORB_ERROR_ACCESS_DENIED, 0x30000019)",
                       self.fails(1, "ls", "."))
 
     def test_ls_of_another_version_points_to_the_header(self):
@@ -148,11 +148,11 @@ class ReadOnlyContainerTest(ToolTest):
         self.assertEqual(self.read("copy"), b"text")
 
     def test_the_copy_to_look_into_is_gone_afterwards(self):
-        self.path("passing").mkdir()
-        self.ok("ls", "card.orb", preexec_fn=obey_modes, environment={"TMPDIR": str(self.path("passing"))})
-        self.assertEqual(self.host_names("passing"), [])
+        self.path("temporary").mkdir()
+        self.ok("ls", "card.orb", preexec_fn=obey_modes, environment={"TMPDIR": str(self.path("temporary"))})
+        self.assertEqual(self.host_names("temporary"), [])
         message = self.fails(1, "ls", "card.orb", preexec_fn=obey_modes, environment={"TMPDIR": "/nowhere"})
-        self.assertIn("cannot make a passing file /nowhere/", message)
+        self.assertIn("cannot make a temporary file /nowhere/", message)
         self.assertIn("(ENOENT, 2)", message)
 
     def test_everything_that_changes_is_refused(self):
@@ -291,7 +291,7 @@ state             clean
 
     def test_info_of_what_is_no_container_fails(self):
         self.write("text.txt", b"text")
-        self.assertIn("cannot make out text.txt: it is no container, or its header is damaged "
+        self.assertIn("cannot make out text.txt: it is not a container, or its header is damaged "
                       "(ORB_ERROR_DAMAGED_VOLUME, 0x3000000A)", self.fails(1, "info", "text.txt"))
         self.assertIn("cannot read none: No such file or directory (ENOENT, 2)", self.fails(1, "info", "none"))
         self.assertIn("cannot read .: Is a directory (EISDIR, 21)", self.fails(1, "info", "."))

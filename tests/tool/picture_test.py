@@ -187,7 +187,7 @@ class MapTest(PictureTest):
         self.assertIn("it is the container itself", self.fails(1, "map", "-f", "--svg", "./card.orb", "card.orb"))
         self.assert_clean()
         os.mkfifo(self.path("pipe.svg"))
-        self.assertIn("cannot write pipe.svg: it is no ordinary file but a pipe",
+        self.assertIn("cannot write pipe.svg: it is not an ordinary file but a pipe",
                       self.fails(1, "map", "-f", "--svg", "pipe.svg", "card.orb"))
         self.assertTrue(self.path("pipe.svg").is_fifo())
         self.ok("map", "-f", "--svg", "card.svg", "card.orb")

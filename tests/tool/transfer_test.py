@@ -128,7 +128,7 @@ class PutTest(ToolTest):
         os.symlink(".", self.path("tree/loop"))
         os.symlink("nowhere", self.path("tree/broken"))
         message = self.fails(1, "put", "tree", "card.orb")
-        self.assertIn("cannot put tree/pipe: it is no ordinary file", message)
+        self.assertIn("cannot put tree/pipe: it is not an ordinary file", message)
         self.assertIn("cannot put tree/loop: it is a symbolic link to a directory", message)
         self.assertIn("cannot put tree/broken: No such file or directory (ENOENT, 2)", message)
         self.assertEqual(self.listing("card.orb:/TREE"), ["LINK", "X"])
@@ -227,13 +227,13 @@ class PutTest(ToolTest):
         self.assertEqual(self.listing("card.orb:/A"), ["ONE", "TWO", "~ORBA-.TMP", "~ORBA-1X.TMP", "~ORBA-2.TMP"])
         self.assertEqual(self.listing("card.orb:/B"), ["~ORBA-1.TMP"])
 
-    def test_put_under_a_passing_name_is_refused(self):
+    def test_put_under_a_temporary_name_is_refused(self):
         self.write("x")
         self.assertIn("cannot write card.orb:/~ORBA-1.TMP: this name is kept for files that are being written",
                       self.fails(1, "put", "x", "card.orb:/~orba-1.tmp"))
         self.assertEqual(self.listing(), [])
 
-    def test_put_to_the_longest_path_has_room_for_no_passing_name(self):
+    def test_put_to_the_longest_path_has_room_for_no_temporary_name(self):
         folder = "card.orb:" + "".join(f"/{letter * 29}" for letter in "ABCD")
         self.ok("mkdir", "-p", folder)
         self.write("x", b"x")
@@ -462,7 +462,7 @@ class GetTest(ToolTest):
         os.chmod(self.path("mixed/closed"), 0o755)
         self.assertIn("cannot read mixed/secret: Permission denied (EACCES, 13)", message)
         self.assertIn("cannot list mixed/closed: Permission denied (EACCES, 13)", message)
-        self.assertIn("cannot put mixed/pipe: it is no ordinary file", message)
+        self.assertIn("cannot put mixed/pipe: it is not an ordinary file", message)
         self.assertEqual(self.listing("card.orb:/MIXED"), ["CLOSED", "OPEN"])
         self.assert_clean()
 
@@ -478,7 +478,7 @@ class GetTest(ToolTest):
         for options in ([], ["-f"]):
             for target in (".", "pipe", "link"):
                 message = self.fails(1, "get", *options, "card.orb:/TREE/Y.TXT", target)
-                self.assertIn(": it is no ordinary file but a pipe\n      use another name\n", message)
+                self.assertIn(": it is not an ordinary file but a pipe\n      use another name\n", message)
         self.assertTrue(self.path("Y.TXT").is_fifo() and self.path("pipe").is_fifo() and self.path("link").is_symlink())
 
     def test_get_force_writes_through_a_link_to_a_file_and_not_through_a_broken_one(self):
@@ -566,16 +566,16 @@ class GetTest(ToolTest):
 
     def stop_while_writing(self, process):
         """Halts a get once its new file is there; the bytes that are in it, 0 when it came too late."""
-        passing = []
-        while process.poll() is None and not passing:
-            passing = [path for path in self.folder.iterdir() if path.name.startswith(".orba-")]
+        temporary = []
+        while process.poll() is None and not temporary:
+            temporary = [path for path in self.folder.iterdir() if path.name.startswith(".orba-")]
         process.send_signal(signal.SIGSTOP)
         while process.poll() is None:
             with open(f"/proc/{process.pid}/stat", encoding="ascii") as stat:
                 if stat.read().rsplit(")", 1)[1].split()[0] == "T":
                     break
         try:
-            return passing[0].stat().st_size if passing else 0
+            return temporary[0].stat().st_size if temporary else 0
         except FileNotFoundError:
             return 0
 

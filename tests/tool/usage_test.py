@@ -57,9 +57,47 @@ class UsageTest(ToolTest):
             self.assertIn('orba: there is no command "nonsense"\n', self.fails(16, *arguments))
 
     def test_wrong_values_say_which_there_are(self):
-        for value in ("1000", "many"):
-            self.assertIn(f"--block-size: {value} not in {{1024,2048,4096,8192}}",
-                          self.fails(16, "format", "-b", value, "x"))
+        for value in ("1000", "many", "1024x", "-1"):
+            for option in ("-b", "--block-size"):
+                self.assertIn(f'{option} takes 1024, 2048, 4096 or 8192, not "{value}"\n',
+                              self.fails(16, "format", option, value, "x"))
+        for value in ("abc", "4294967296", "-3", "1e3", "99999999999999999999", ""):
+            self.assertIn(f'--nodes takes a number, not "{value}"\n',
+                          self.fails(16, "format", "--nodes=" + value, "x"))
+
+    def test_sizes_may_end_in_k_or_m(self):
+        self.ok("format", "-b", "8K", "--bitmap-bytes", "0x1k", "card.orb")
+        self.assertIn("block size        8192 bytes\nnode bitmap       1024 bytes\n", self.ok("info", "card.orb"))
+        self.fails(16, "format", "--nodes", "1K", "x")
+        self.assertIn("00000400", self.ok("dump", "card.orb", "bytes", "1K", "16"))
+
+    def test_options_may_be_joined_and_stand_behind_operands(self):
+        self.format()
+        self.put_text("card.orb:/A")
+        self.assertEqual(self.ok("ls", "-l1R", "card.orb"), self.ok("ls", "card.orb", "-l", "-1", "--recursive"))
+        self.assertEqual(self.ok("ls", "-la", "card.orb"), self.ok("ls", "-l", "card.orb"))
+        self.write("-r", b"text")
+        self.ok("put", "--rename", "--", "-r", "card.orb")
+        self.assertEqual(self.listing(), ["-R", "A"])
+
+    def test_wrong_options_are_told_apart(self):
+        for arguments, message in [(["ls", "-x", "a"], 'there is no option "-x"'),
+                                   (["ls", "--nonsense", "a"], 'there is no option "--nonsense"'),
+                                   (["ls", "--recursive=1", "a"], "--recursive takes no value"),
+                                   (["tree", "-L"], "-L needs a value: -L N"),
+                                   (["tree", "a", "--levels"], "--levels needs a value: --levels N"),
+                                   (["put", "-f", "-n", "a", "b"], "--force and --no-clobber exclude each other"),
+                                   (["undo", "a"], "FILE is missing"),
+                                   (["undo", "a", "b", "c"], '"c" is one operand too many'),
+                                   (["-x"], 'there is no option "-x"')]:
+            command = f"{arguments[0]}: " if arguments[0][0] != "-" else ""
+            self.assertTrue(self.fails(16, *arguments).startswith(f"orba: {command}{message}\n"), arguments)
+
+    def test_mistyped_commands_bring_a_suggestion(self):
+        for typed, meant in [("sl", "ls"), ("chek", "check"), ("forma", "format"), ("rn", "rm"), ("recovr", "recover"),
+                             ("atrrib", "attrib"), ("und", "undo"), ("LS", None), ("x", None), ("nonsense", None)]:
+            suggestion = f'; did you mean "{meant}"?' if meant else ""
+            self.assertIn(f'orba: there is no command "{typed}"{suggestion}\n', self.fails(16, typed))
 
     def test_wrong_use_exits_with_16_and_points_to_help(self):
         for arguments in (["nonsense"], ["ls"], ["ls", "--nonsense", "x"], ["format", "-b", "1000", "x"],

@@ -11,7 +11,7 @@ namespace {
 
 std::string RequireContainer(const std::string& container, const std::string& text) {
   if (!container.empty()) return container;
-  throw Failure("\"" + text + "\" names no container", "", "write CONTAINER:/PATH, such as card.orb:/LOGS/DAY1.TXT");
+  throw Failure("\"" + text + "\" has no container", "", "write CONTAINER:/PATH, such as card.orb:/LOGS/DAY1.TXT");
 }
 
 bool EndsWith(const std::string& text, const std::string& end) {

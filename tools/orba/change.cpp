@@ -56,7 +56,8 @@ int RunMake(const MakeOptions& options) {
 
 Run DefineMake(Syntax* syntax) {
   auto options = std::make_shared<MakeOptions>();
-  syntax->Flag("-p,--parents", &options->parents, "also make what is missing on the way; what is there is no error");
+  syntax->Flag("-p,--parents", &options->parents,
+               "also make what is missing on the way; what is there is not an error");
   syntax->Many("CONTAINER:/PATH", &options->operands);
   return [options] { return RunMake(*options); };
 }
@@ -102,7 +103,7 @@ std::vector<Match> ExpandForRemoval(const RemoveOptions& options, Session* sessi
     return Expand(session, pattern, "remove");
   } catch (const Failure& failure) {
     const bool missing = failure.code() == ORB_ERROR_FILE_NOT_FOUND || failure.code() == ORB_ERROR_NO_MORE_ENTRIES;
-    session->PathOf(pattern);  // a container that cannot be opened is no missing file
+    session->PathOf(pattern);  // a container that cannot be opened is not a missing file
     if (missing && options.force) return {};
     throw;
   }
@@ -123,7 +124,7 @@ int RunRemove(const RemoveOptions& options) {
 Run DefineRemove(Syntax* syntax) {
   auto options = std::make_shared<RemoveOptions>();
   syntax->Flag("-r,-R,--recursive", &options->recursive, "directories too, with everything below them");
-  syntax->Flag("-f,--force", &options->force, "what is missing is no error");
+  syntax->Flag("-f,--force", &options->force, "what is missing is not an error");
   syntax->Many("CONTAINER:/PATH", &options->operands);
   return [options] { return RunRemove(*options); };
 }
@@ -309,8 +310,8 @@ const Command kAttributeCommand = {
     kChangeGroup,
     "[+r|-r] [+u|-u] CONTAINER:/PATH...",
     "show or change the attributes of files",
-    "Without a change, shows the attributes. r is read-only: nobody opens such a file for writing. u is the user's "
-    "own, which nothing tests. The attributes of directories are fixed.",
+    "Without a change, shows the attributes. r is read-only: such a file cannot be opened for writing. u is for the "
+    "user's own purposes; nothing tests it. The attributes of directories are fixed.",
     "orba attrib 'card.orb:/*'\n"
     "orba attrib +r -u card.orb:/CONFIG.INI\n"
     "orba attrib -R +r card.orb:/MAPS  # every file below it",
@@ -326,8 +327,8 @@ const Command kTouchCommand = {
     "Makes a file that is missing, empty. A file that is there gets the present time by growing by one byte and "
     "being cut back to its size, the only way there is: its contents stay, read-only files are refused. A touch that "
     "loses power between these two steps leaves the file one zero byte longer.\n\n"
-    "What cannot be done: containers offer no way to set a time of one's choosing, nor any time of a directory. "
-    "Files that put writes therefore carry the time of writing.",
+    "Containers offer no way to set a chosen time, nor any time of a directory. "
+    "Files that put writes therefore have the time of writing.",
     "orba touch card.orb:/READY.FLG\n"
     "orba touch -c 'card.orb:/LOGS/*'",
     DefineTouch,

@@ -34,11 +34,11 @@ Failure Unreadable(const std::string& path, const inspect::Report& report) {
   if (report.Count(inspect::Kind::kContainerShort) > 0) {
     return Failure(
         "cannot check " + path,
-        "it is no container, or all but its first bytes are lost (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+        "it is not a container, or all but its first bytes are lost (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
         "check the name", ORB_ERROR_DAMAGED_VOLUME);
   }
   return Failure("cannot check " + path,
-                 "it is no container, or its beginning is lost (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+                 "it is not a container, or its beginning is lost (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
                  "look at its first bytes with: orba dump " + ShellWord(path) + " bytes 0\n" + recover,
                  ORB_ERROR_DAMAGED_VOLUME);
 }
@@ -108,10 +108,10 @@ const Command kCheckCommand = {
     "look for damage, half-made updates and leaked space",
     "Reads everything a container says about itself and changes nothing. Each finding comes with its place and with "
     "what it means: damage breaks a rule of the format; half-made is what an interrupted update left, whose end is "
-    "known; a leak is space that nothing names, nothing is lost by it; a note breaks no rule.\n\n"
+    "known; a leak is space that nothing refers to, no data is lost by it; a note breaks no rule.\n\n"
     "Exits with 0 when the container is clean, 4 when there is something to repair (an update mark that is set "
     "counts), 8 when it could not be read or the report not be written. Of several containers the statuses are "
-    "combined. Each JSON object names its container; one that could not be checked carries the reason as error.",
+    "combined. Each JSON object has the name of its container; one that could not be checked has the reason as error.",
     "orba check card.orb\n"
     "orba check --json card.orb | jq .verdict\n"
     "orba check -q card.orb || orba repair --undo card.undo card.orb",

@@ -74,13 +74,12 @@ int RunFormat(const FormatOptions& options) {
 }
 
 Run DefineFormat(Syntax* syntax) {
-  constexpr OrbU32 kLargestBlock = 8192;
   auto options = std::make_shared<FormatOptions>();
   syntax->SizeOutOf("-b,--block-size", "BYTES", &options->blockSize, {1024, 2048, 4096, 8192},
                     "1024, 2048, 4096 (unless you say otherwise) or 8192 bytes");
-  syntax->Number("-n,--nodes", "N", &options->nodes, {1, MaxNodes(kLargestBlock)},
+  syntax->Number("-n,--nodes", "N", &options->nodes, Syntax::kAll,
                  "room for this many files and directories at least, the root included; rounded up to a multiple of 8");
-  syntax->Size("--bitmap-bytes", "BYTES", &options->bitmapBytes, {0, MaxBitmapSize(kLargestBlock)},
+  syntax->Size("--bitmap-bytes", "BYTES", &options->bitmapBytes, Syntax::kAll,
                "the same in bytes of the node bitmap: 8 nodes each");
   syntax->Exclude("--nodes", "--bitmap-bytes");
   syntax->One("CONTAINER", &options->container);

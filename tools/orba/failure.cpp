@@ -24,7 +24,7 @@ constexpr const char* kCheckAdvice = "see the damage with: orba check {}";
 constexpr const char* kRepairAdvice =
     "see what is left to do with: orba check {}\n"
     "make it mountable again with: orba repair {}";
-constexpr const char* kDiskAdvice = "look after the disk that holds the container, then run: orba check {}";
+constexpr const char* kDiskAdvice = "check the disk that holds the container, then run: orba check {}";
 constexpr const char* kVolumeAdvice = "check the name; if it is the right one, see the damage with: orba check {}";
 constexpr const char* kInternalAdvice = "this should not happen; please report it, with the command line";
 
@@ -44,7 +44,7 @@ constexpr ResultCode kResultCodes[] = {
      "close it there and try again"},
     {ORB_ERROR_WRONG_VERSION, "ORB_ERROR_WRONG_VERSION", "the container's format version is not 1.0",
      "look at its header with: orba dump {} header"},
-    {ORB_ERROR_DAMAGED_VOLUME, "ORB_ERROR_DAMAGED_VOLUME", "it is no container, or its header is damaged",
+    {ORB_ERROR_DAMAGED_VOLUME, "ORB_ERROR_DAMAGED_VOLUME", "it is not a container, or its header is damaged",
      kVolumeAdvice},
     {ORB_ERROR_DAMAGED_RECORD, "ORB_ERROR_DAMAGED_RECORD", "a record inside the container is damaged", kRepairAdvice},
     {ORB_ERROR_NOT_CLEAN, "ORB_ERROR_NOT_CLEAN", "an update of the container was interrupted", kRepairAdvice},
@@ -146,7 +146,7 @@ const char* HostAdvice(int error) {
     case EBADF:
       return "call the program with its standard streams open";
     default:
-      return "look after the disk and the folder that hold it, and try again";
+      return "check the disk and the folder that hold it, and try again";
   }
 }
 

@@ -22,7 +22,7 @@ std::string ShortList(const std::string& lines, bool whole);
 // For what is said after the work: where it cannot be written, that is reported, and the work stays done.
 void SayAfterwards(const std::string& text);
 
-// The status of `work`. Who cannot even begin, or cannot say what was found, has not worked.
+// The status of `work`; kCouldNotWork where it could not begin or could not say what it found.
 template <typename Work>
 int AsFsck(const Work& work) {
   try {

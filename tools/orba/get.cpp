@@ -227,9 +227,9 @@ Run DefineGet(Syntax* syntax) {
   syntax->Flag("-n,--no-clobber", &options->noClobber, "leave files alone that are there, and get the others");
   syntax->Exclude("--force", "--no-clobber");
   syntax->Flag("--lower", &options->lower, "names on the host in lower case");
-  syntax->Flag("-v,--verbose", &options->verbose, "name every file");
+  syntax->Flag("-v,--verbose", &options->verbose, "print each file");
   syntax->Flag("-q,--quiet", &options->quiet, "draw no progress");
-  syntax->Flag("-r,-R,--recursive", &options->recursive, "for habit's sake: directories always come whole");
+  syntax->Flag("-r,-R,--recursive", &options->recursive, "accepted for habit: directories always come whole");
   syntax->Many("CONTAINER:/PATH", &options->operands);
   return [options] { return RunGet(*options); };
 }
@@ -255,10 +255,10 @@ const Command kGetCommand = {
     "Copies files, and directories with everything below them, into a directory of the host, or a single one to a "
     "new name; \"CONTAINER\" alone gets what its root holds. \"-\" as TARGET is standard output. Files and "
     "directories keep their times. Directories that are there already are filled up; files that are there are only "
-    "overwritten with --force, and left alone with --no-clobber, which takes up an interrupted get again. Through a "
+    "overwritten with --force, and left alone with --no-clobber, which continues an interrupted get. Through a "
     "symbolic link the file that it leads to is overwritten; devices, pipes and the like are refused.\n\n"
-    "Each file is written under a passing name and renamed when it is whole, so an interrupted get leaves no half "
-    "files.",
+    "Each file is written under a temporary name and renamed when it is complete, so an interrupted get leaves no "
+    "incomplete files.",
     "orba get card.orb:/LOGS  # into the current directory\n"
     "orba get 'card.orb:/LOGS/*.TXT' backup\n"
     "orba get --lower card.orb backup",

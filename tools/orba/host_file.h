@@ -58,7 +58,7 @@ bool HostFileExists(const std::string& path);  // a link that leads nowhere exis
 std::string KindText(host::Kind kind);
 
 // Where a file written to `path` ends up: there, or where a symbolic link leads. Throws a Failure where something is
-// there that is no ordinary file: no file may take the place of a device.
+// there that is not an ordinary file: no file may take the place of a device.
 std::string PlaceToWrite(const std::string& path);
 
 bool IsSameHostFile(const std::string& a, const std::string& b);
@@ -80,7 +80,8 @@ class NewHostFile {
 
   void Write(const void* buffer, std::size_t count);
 
-  // Stamps the file, as far as the host can keep the time, and gives it its name. Without `overwrite` fails where the name is taken by now.
+  // Stamps the file, as far as the host can keep the time, and gives it its name. Without `overwrite` fails where the
+  // name is taken by now.
   void Publish(const OrbTime& time, bool overwrite);
 
  private:

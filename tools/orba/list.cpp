@@ -37,6 +37,7 @@ struct ListOptions {
   bool byTime = false;
   bool bySize = false;
   bool reverse = false;
+  bool all = false;  // no name is hidden anyway
 };
 
 bool IsNewer(const OrbTime& a, const OrbTime& b) {
@@ -162,6 +163,7 @@ Run DefineList(Syntax* syntax) {
   syntax->Flag("-t", &options->byTime, "the newest first");
   syntax->Flag("-S", &options->bySize, "the largest first");
   syntax->Flag("-r,--reverse", &options->reverse, "the other way round");
+  syntax->Flag("-a,--all", &options->all, "accepted for habit: no name is hidden anyway");
   syntax->Many("CONTAINER[:/PATH]", &options->operands);
   return [options] { return RunList(*options); };
 }
@@ -301,11 +303,11 @@ const Command kListCommand = {
     kLookGroup,
     "CONTAINER[:/PATH]...",
     "list files and directories",
-    "Lists what a directory holds, or names a file. Names come sorted by name unless told otherwise: in columns on a "
-    "terminal, one to a line elsewhere.\n\n"
-    "The letters of -l are d for a directory, r for read-only, s for system (a root) and u for the attribute that is "
-    "the user's own. A directory's size is 32 bytes for each entry, \".\" and \"..\" included. A time that is "
-    "no date of the calendar shows as \"-\".",
+    "Lists what a directory holds, or a file. Names come sorted unless told otherwise: in columns on a terminal, one "
+    "to a line elsewhere.\n\n"
+    "The letters of -l are d for a directory, r for read-only, s for system (a root) and u for the user "
+    "attribute. A directory's size is 32 bytes for each entry, \".\" and \"..\" included. A time that is "
+    "not a date of the calendar shows as \"-\".",
     "orba ls card.orb  # the root\n"
     "orba ls -l 'card.orb:/LOGS/*.TXT'\n"
     "orba ls -ltr card.orb:/LOGS  # the newest last",

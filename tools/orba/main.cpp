@@ -15,11 +15,46 @@ using namespace orba::tool;
 
 namespace {
 
+// How many letters must be put in, left out, replaced or swapped with the next to make one word of the other.
+std::size_t Distance(const std::string& one, const std::string& other) {
+  std::vector<std::vector<std::size_t>> steps(one.size() + 1, std::vector<std::size_t>(other.size() + 1));
+  for (std::size_t i = 0; i <= one.size(); ++i) {
+    for (std::size_t j = 0; j <= other.size(); ++j) {
+      if (i == 0 || j == 0) {
+        steps[i][j] = i + j;
+        continue;
+      }
+      const std::size_t replaced = steps[i - 1][j - 1] + (one[i - 1] == other[j - 1] ? 0 : 1);
+      steps[i][j] = std::min({steps[i - 1][j] + 1, steps[i][j - 1] + 1, replaced});
+      const bool swapped = i > 1 && j > 1 && one[i - 1] == other[j - 2] && one[i - 2] == other[j - 1];
+      if (swapped) steps[i][j] = std::min(steps[i][j], steps[i - 2][j - 2] + 1);
+    }
+  }
+  return steps[one.size()][other.size()];
+}
+
+// The command that was most likely meant; nullptr where none comes close.
+const Command* Resembling(const std::string& name) {
+  if (name.size() > 20) return nullptr;
+  const Command* best = nullptr;
+  std::size_t least = name.size() < 4 ? 2 : 3;  // more than may be wrong
+  for (const Command* command : Commands()) {
+    const bool begun = name.size() > 1 && std::string(command->name).rfind(name, 0) == 0;
+    const std::size_t distance = begun ? 0 : Distance(name, command->name);
+    if (distance >= least) continue;
+    least = distance;
+    best = command;
+  }
+  return best;
+}
+
 const Command& FindCommand(const std::string& name) {
   const std::vector<const Command*>& commands = Commands();
   const auto found = std::find_if(commands.begin(), commands.end(), [&](const Command* c) { return c->name == name; });
-  if (found == commands.end()) throw UsageFailure("", "there is no command \"" + name + "\"");
-  return **found;
+  if (found != commands.end()) return **found;
+  const Command* const meant = Resembling(name);
+  throw UsageFailure("", "there is no command \"" + name + "\"" +
+                             (meant == nullptr ? "" : "; did you mean \"" + std::string(meant->name) + "\"?"));
 }
 
 // Arguments that begin with an option.

@@ -11,7 +11,7 @@
 #include "tools/orba/command.h"
 
 #ifndef ORBA_VERSION
-#error "the build names the version"
+#error "the build must define the version"
 #endif
 
 namespace orba::tool {
@@ -55,13 +55,13 @@ constexpr Topic kTopics[] = {
      "and map work without mounting. Nothing overwrites a file, on the host or in a container, unless --force is "
      "given. An interrupt (Ctrl-C) is obeyed between two steps, so that the container is left clean; a second one "
      "ends the program at once.\n\n"
-     "ls, tree, du, cat, get and attrib look into a container that may only be read by way of a passing copy of it; "
+     "ls, tree, du, cat, get and attrib look into a container that may only be read through a temporary copy of it; "
      "everything that changes a container must be able to write to it.",
      false},
     {"Environment",
-     "NO_COLOR, when set, keeps colours away, and so does TERM=dumb. COLUMNS is the line's width where the terminal "
-     "does not tell. Colours, "
-     "columns and progress appear on a terminal only. TMPDIR is where passing copies lie, /tmp if it is not set.",
+     "NO_COLOR, when set, turns colours off, and so does TERM=dumb. COLUMNS is the width of a line where the terminal "
+     "does not tell. Colours, columns and progress appear on a terminal only. TMPDIR is where temporary copies lie, "
+     "/tmp if it is not set.",
      false},
 };
 

@@ -9,7 +9,7 @@ namespace {
 
 bool IsOrdinary(const std::string& path) { return host::StatusOf(path).kind == host::Kind::kFile; }
 
-// What to do where there is no container of this name. The file that was meant may be there under another reading.
+// What to do where there is no container of this name. The address may have been meant in another way.
 std::string AdviceOnMissing(const Address& address) {
   const std::string& container = address.container;
   const std::string trimmed = container.substr(0, container.find_last_not_of('/') + 1);
@@ -42,7 +42,7 @@ Failure MountFailure(const Address& address, std::uint32_t code, const host::Sta
     return Failure(what, "the medium is write-protected" + coded, "work on a copy on another disk", code);
   }
   if (code == ORB_ERROR_PATH_NOT_FOUND) {
-    return Failure(what, "a folder on the way to it is missing, or is no folder" + coded,
+    return Failure(what, "a folder on the way to it is missing, or is not a folder" + coded,
                    container.back() == '/' ? AdviceOnMissing(address) : "check the name", code);
   }
   if (code != ORB_ERROR_FILE_NOT_FOUND) return LibraryFailure(what, container, code);

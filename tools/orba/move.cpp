@@ -79,7 +79,7 @@ bool MayOverwrite(Session* session, const std::string& what, const Address& targ
   return true;
 }
 
-// Does `work` with an operand. Who names a file of the host where an address must stand is told how it goes in and out.
+// Does `work` with an operand. A file of the host given where an address must stand brings a hint at put and get.
 template <typename Work>
 auto WithHint(const std::string& operand, const Work& work) {
   try {
@@ -274,7 +274,7 @@ const Command kMoveCommand = {
     "SOURCE... TARGET",
     "move or rename files and directories",
     "Moves files and directories into the directory TARGET, or gives a single one the name TARGET. Data stays where "
-    "it is, only names change; time stamps stay. A file that --force overwrites steps aside as "
+    "it is, only names change; time stamps stay. A file that --force overwrites is kept as "
     "~ORBA-1.TMP until the new one has its name. Nothing moves from one container to another: use cp, then rm.",
     "orba mv card.orb:/DAY1.TXT card.orb:/LOGS  # into a directory\n"
     "orba mv card.orb:/LOGS/DAY1.TXT card.orb:/LOGS/MONDAY.TXT",
@@ -287,9 +287,9 @@ const Command kCopyCommand = {
     "SOURCE... TARGET",
     "copy files and directories inside a container or to another one",
     "Copies files into the directory TARGET, or a single one to the name TARGET; with -r also directories, into ones "
-    "that are there already if need be. Files keep their attributes and time stamps; new directories carry the "
-    "present time. With --force a copy is made under the passing name ~ORBA-1.TMP and takes its name when it is "
-    "whole. SOURCE and TARGET are both addresses: the way to and from the host is put and get.",
+    "that are there already if need be. Files keep their attributes and time stamps; new directories get the "
+    "present time. With --force a copy is made under the temporary name ~ORBA-1.TMP and renamed when it is "
+    "complete. SOURCE and TARGET are both addresses: the way to and from the host is put and get.",
     "orba cp card.orb:/CONFIG.INI card.orb:/CONFIG.OLD\n"
     "orba cp -r card.orb:/LOGS archive.orb:/",
     DefineCopy,

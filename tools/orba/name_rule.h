@@ -17,7 +17,7 @@ std::string NameProblem(const std::string& name);
 void RequireLegal(const Address& address);
 
 // A legal name in upper case that resembles `name` and is not among `taken`: other characters become "_", a long name
-// is shortened before its ending, and a number sets equal names apart.
+// is shortened before its ending, and a number tells equal names apart.
 std::string LegalName(const std::string& name, const std::set<std::string>& taken);
 
 }  // namespace orba::tool

@@ -1,4 +1,4 @@
-// dump and map: what lies where in a container, for eyes. Both stand on a check and work on any container.
+// dump and map: what lies where in a container, for people. Both stand on a check and work on any container.
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>

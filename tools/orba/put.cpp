@@ -1,5 +1,5 @@
-// put: files and trees from the host into a container. First a plan is made of everything, with each name and conflict
-// judged; only a plan without a refusal is carried out.
+// put: files and trees from the host into a container. First a plan is made of everything, with each name and
+// conflict checked; only a plan without a refusal is carried out.
 #include <algorithm>
 #include <cerrno>
 #include <memory>
@@ -145,7 +145,7 @@ class Planner {
     return names;
   }
 
-  // Asked before names are judged: a pattern that the shell leaves alone is no illegal name.
+  // Asked before names are judged: a pattern that the shell leaves alone is not an illegal name.
   bool IsThere(const Source& source) {
     if (source.path == "-" || host::StatusOf(source.path).kind != host::Kind::kNothing) return true;
     plan_.skipped.push_back(Unreachable(source.path, errno));
@@ -196,7 +196,7 @@ class Planner {
   void AddDirectory(const Source& source, const Address& target, const Item* there) {
     if (depth_ > 0 && host::OwnStatusOf(source.path).kind == host::Kind::kLink) {
       plan_.skipped.emplace_back("cannot put " + source.path, "it is a symbolic link to a directory",
-                                 "name the directory itself to put it");
+                                 "give the directory itself to put it");
       return;
     }
     if (there != nullptr && !there->IsDirectory()) {
@@ -240,7 +240,7 @@ class Planner {
   host::Status container_;
 };
 
-// What stands at the last operand decides under which names the sources go where.
+// What the last operand refers to decides where the sources go and under which names.
 Plan MakePlan(const PutOptions& options, Session* session) {
   const std::vector<std::string> sources(options.operands.begin(), options.operands.end() - 1);
   const Address target = ParseAddress(options.operands.back());
@@ -260,7 +260,7 @@ Plan MakePlan(const PutOptions& options, Session* session) {
   std::vector<Source> named;
   for (const std::string& source : sources) {
     if (source == "-") {
-      throw Failure("cannot put standard input", "it has no name", "name the file: CONTAINER:/PATH/NAME");
+      throw Failure("cannot put standard input", "it has no name", "say which: CONTAINER:/PATH/NAME");
     }
     const std::string name = BaseName(source);
     if (!name.empty()) {
@@ -288,11 +288,11 @@ void CopyIn(Session* session, const std::string& source, const Address& target, 
   written.Close();
 }
 
-class Carrier {
+class Writer {
  public:
-  Carrier(Session* session, Progress* progress) : session_(session), progress_(progress) {}
+  Writer(Session* session, Progress* progress) : session_(session), progress_(progress) {}
 
-  void Carry(const Step& step) {
+  void Do(const Step& step) {
     progress_->SetItem(step.target.Path());
     if (!step.isDirectory) return WriteWhole(step);
     if (!FindItem(session_, step.target).has_value())
@@ -339,13 +339,13 @@ void PrintPair(const std::string& source, const Address& target) {
 int CarryOut(const PutOptions& options, Session* session, const Plan& plan) {
   int status = plan.skipped.empty() ? kSuccess : kFailed;
   Progress progress("put", plan.work, options.quiet);
-  Carrier carrier(session, &progress);
+  Writer writer(session, &progress);
   const Address* missing = nullptr;  // a directory that could not be made
   for (const Step& step : plan.steps) {
     CheckInterrupt();
     if (missing != nullptr && missing->Holds(step.target)) continue;
     try {
-      carrier.Carry(step);
+      writer.Do(step);
       if (options.verbose) PrintPair(step.source, step.target);
     } catch (const Failure& failure) {
       Report(failure);
@@ -380,9 +380,9 @@ Run DefinePut(Syntax* syntax) {
   syntax->Flag("-n,--no-clobber", &options->noClobber, "leave files alone that are there, and put the others");
   syntax->Exclude("--force", "--no-clobber");
   syntax->Flag("--rename", &options->rename, "store what has no legal name under a legal, unique one, and say which");
-  syntax->Flag("-v,--verbose", &options->verbose, "name every file");
+  syntax->Flag("-v,--verbose", &options->verbose, "print each file");
   syntax->Flag("-q,--quiet", &options->quiet, "draw no progress");
-  syntax->Flag("-r,-R,--recursive", &options->recursive, "for habit's sake: directories are always put whole");
+  syntax->Flag("-r,-R,--recursive", &options->recursive, "accepted for habit: directories are always put whole");
   syntax->Many("SOURCE", &options->operands);
   return [options] { return RunPut(*options); };
 }
@@ -397,15 +397,15 @@ const Command kPutCommand = {
     "Copies files of the host, and directories with everything below them, into a directory of the container, or a "
     "single one to a new name. \"DIR/.\" puts what DIR holds; \"-\" is standard input. Directories that are there "
     "already are filled up; files that are there are only overwritten with --force, and left alone with "
-    "--no-clobber, which takes up an interrupted put again.\n\n"
-    "A file is written under the passing name ~ORBA-1.TMP, with the first free number, beside its place and takes its "
-    "name when it is whole. So --no-clobber can trust what has a name, also after a loss of power (and orba repair); "
-    "the passing file that is left then is removed by the next put into its directory.\n\n"
-    "All names are judged before anything is written. Names that a container cannot hold are refused, and nothing is "
-    "put; --rename makes legal ones of them: other characters become \"_\", long names are shortened, a number sets "
-    "equal ones of one directory apart. A source has the same new name in every run, so that --force and --no-clobber "
+    "--no-clobber, which continues an interrupted put.\n\n"
+    "A file is written under the temporary name ~ORBA-1.TMP, with the first free number, in its directory, and renamed "
+    "when it is complete. So --no-clobber can trust what has its name, also after a loss of power (and orba repair); "
+    "the temporary file that is left then is removed by the next put into its directory.\n\n"
+    "All names are checked before anything is written. Names that a container cannot hold are refused, and nothing is "
+    "put; --rename makes them legal: other characters become \"_\", long names are shortened, a number tells equal "
+    "names of one directory apart. A source has the same new name in every run, so that --force and --no-clobber "
     "work as usual. The new names are printed.\n\n"
-    "Files in a container carry the time when they were written there; the host's times cannot be stored. What is "
+    "Files in a container have the time when they were written there; the host's times cannot be stored. What is "
     "neither file nor directory is left out, and so are links to directories below the sources.",
     "orba put report.txt card.orb:/  # becomes /REPORT.TXT\n"
     "orba put config/. card.orb:/CONFIG\n"

@@ -1,6 +1,5 @@
 // A container as bytes, for what works without mounting it. While it is open here nobody mounts it, and while one run
-// means to write to it no other reads it. Stands on failure and
-// inspect/.
+// means to write to it no other reads it. Stands on host_file, failure and inspect/.
 #pragma once
 
 #include <memory>

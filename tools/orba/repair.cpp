@@ -57,7 +57,7 @@ TimeStamp Now() {
   return {now.year, now.month, now.day, now.hour, now.minute, now.second, 0};
 }
 
-// All of it on the disk before the first byte of the container changes. Never overwrites.
+// All of it is on the disk before the first byte of the container changes. Never overwrites a file.
 void WriteUndoFile(const std::string& path, const std::vector<std::uint8_t>& bytes) {
   const std::string what = "cannot write the undo file " + path;
   const Descriptor file(host::CreateNew(path));
@@ -96,7 +96,7 @@ void Apply(const RepairOptions& options, const RawContainer& container, const in
   const std::string path = ShellWord(container.path());
   throw HostFailure(
       "cannot finish the repair of " + container.path(), error,
-      "run it again when the disk is well; nothing is lost by that: orba repair " + path +
+      "run it again once the disk works; nothing is lost by that: orba repair " + path +
           (options.undo.empty() ? "" : "\ntake it back with: orba undo " + path + " " + ShellWord(options.undo)));
 }
 
@@ -179,7 +179,7 @@ int RunUndo(const UndoOptions& options) {
   const std::vector<std::uint8_t> undo = ReadWholeFile(options.file);
   const std::string what = "cannot undo the repair of " + container.path();
   if (!BeginsAsUndo(undo)) {
-    throw Failure(what, options.file + " is no undo file", "name the file that orba repair --undo wrote");
+    throw Failure(what, options.file + " is not an undo file", "give the file that orba repair --undo wrote");
   }
   if (!inspect::IsUndo(undo)) {
     throw Failure(what, options.file + " is damaged or cut short: its checksum is wrong",
@@ -187,12 +187,12 @@ int RunUndo(const UndoOptions& options) {
   }
   if (!options.force && !inspect::UndoFits(undo, WatchedImage(container.image(), "undo", false))) {
     throw Failure(what, options.file + " is of another container, or this one has changed since the repair",
-                  "name the right file; with --force it is applied all the same, which may destroy the container");
+                  "give the right file; with --force it is applied all the same, which may destroy the container");
   }
   const std::unique_ptr<inspect::FileTarget> target = OpenTarget(container.path());
   errno = EIO;
   if (!ApplyUndo(undo, target.get()) || !Synchronise(container.path())) {
-    throw HostFailure(what, errno, "run it again when the disk is well");
+    throw HostFailure(what, errno, "run it again once the disk works");
   }
   return kSuccess;
 }
@@ -212,8 +212,8 @@ const Command kRepairCommand = {
     kRepairGroup,
     "CONTAINER",
     "make a container consistent and mountable again",
-    "Prints its plan, then carries it out: finishes or undoes half-made updates, gives leaked space back, rebuilds "
-    "the list of free blocks and takes the update mark away last. What has data but no name left appears as "
+    "Prints its plan, then carries it out: finishes or undoes half-made updates, frees leaked space, rebuilds "
+    "the list of free blocks and clears the update mark last. What has data but no name appears as "
     "/LOST.FND/NODEnnnn. Data that can be kept is never deleted.\n\n"
     "A repair may be interrupted at any time and run again. Of a long plan only the first 40 lines are shown; "
     "--dry-run --verbose shows it all. With --undo, a file keeps all that is overwritten, and "

@@ -36,7 +36,7 @@ std::u16string WideName(const std::string& container) {
   for (std::size_t at = 0; at < name.size();) {
     std::uint32_t character = NextCharacter(name, &at);
     if (character == kNoCharacter) {
-      throw Failure("cannot use \"" + name + "\" as a container", "its name is no UTF-8 text", "rename it");
+      throw Failure("cannot use \"" + name + "\" as a container", "its name is not UTF-8", "rename it");
     }
     if (character >= 0x10000) {
       character -= 0x10000;

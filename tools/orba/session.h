@@ -13,7 +13,7 @@
 
 namespace orba::tool {
 
-// Every member but the destructor throws a Failure that names the address where the library refuses.
+// Every member but the destructor throws a Failure with the address where the library refuses.
 class Session {
  public:
   // The library opens containers for writing. With kLook alone, one that the host lets us only read is read from a
@@ -53,7 +53,7 @@ class Session {
 // Unless `done`, throws the library's failure: "cannot ACTION card.orb:/A.TXT".
 void Require(OrbBool done, const char* action, const Address& address);
 
-// The host's name of a container as the library takes it. Throws on a name that is no UTF-8.
+// The host's name for a container as the library takes it. Throws on a name that is not UTF-8.
 std::u16string WideName(const std::string& container);
 
 }  // namespace orba::tool

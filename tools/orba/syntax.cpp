@@ -46,6 +46,7 @@ std::function<bool(const std::string&)> Within(Syntax::Numbers range, Number* nu
 }
 
 std::string RangeText(const char* kind, Syntax::Numbers range) {
+  if (range == Syntax::kAll) return kind;
   return std::string(kind) + " from " + std::to_string(range.first) + " to " + std::to_string(range.second);
 }
 

@@ -33,7 +33,7 @@ struct Operand {
 // What options and operands are bound to must outlive the parsing.
 class Syntax {
  public:
-  static constexpr std::size_t kAnyNumber = SIZE_MAX;
+  static constexpr std::size_t kNoLimit = SIZE_MAX;
 
   // `names` are written "-f,--force".
   void Flag(const char* names, bool* on, const char* meaning);
@@ -41,6 +41,7 @@ class Syntax {
 
   // Decimal or 0x hexadecimal, from `lowest` to `highest`. Sizes may end in K or M: 1024 and 1048576 bytes.
   using Numbers = std::pair<std::uint32_t, std::uint32_t>;
+  static constexpr Numbers kAll = {0, UINT32_MAX};
   void Number(const char* names, const char* value, std::uint32_t* number, Numbers range, const char* meaning);
   void Number(const char* names, const char* value, std::optional<std::uint32_t>* number, Numbers range,
               const char* meaning);
@@ -57,8 +58,7 @@ class Syntax {
 
   void One(const char* label, std::string* operand);
   void OneOrNone(const char* label, std::string* operand);
-  void Many(const char* label, std::vector<std::string>* operands, std::size_t fewest = 1,
-            std::size_t most = kAnyNumber);
+  void Many(const char* label, std::vector<std::string>* operands, std::size_t fewest = 1, std::size_t most = kNoLimit);
 
   const std::vector<Option>& options() const { return options_; }
   const std::vector<Operand>& operands() const { return operands_; }

@@ -51,7 +51,7 @@ class Progress {
 
   // Work is counted in bytes; a file costs this much beside its contents.
   static constexpr std::uint64_t kFile = 4096;
-  // Less than this is no long work.
+  // Less than this is not long work.
   static constexpr std::uint64_t kLongWork = 4 * 1024 * 1024;
 
   void SetItem(const std::string& name) { item_ = name; }
