@@ -15,8 +15,6 @@ if(ORBA_TESTS)
   set_tests_properties(elf2pe_usage PROPERTIES PASS_REGULAR_EXPRESSION "--machine is arm or thumb2, not sparc")
 
   # What the builds of the library exchange containers with.
-  if(TARGET orba)
-    add_executable(exchange tests/device/exchange.cpp)
-    target_link_libraries(exchange PRIVATE orba)
-  endif()
+  add_executable(exchange tests/device/exchange.cpp)
+  target_link_libraries(exchange PRIVATE orba)
 endif()

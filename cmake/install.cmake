@@ -3,7 +3,7 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-if(TARGET orba_tool)
+if(NOT WIN32)
   set_target_properties(orba_tool PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS orba_tool)
   install(FILES "${CMAKE_BINARY_DIR}/share/orba.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
@@ -11,26 +11,22 @@ if(TARGET orba_tool)
           DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME orba)
 endif()
 
-if(TARGET orba)
-  set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/orba")
-  set(package_files "${CMAKE_BINARY_DIR}/package")
+set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/orba")
+set(package_files "${CMAKE_BINARY_DIR}/package")
 
-  install(TARGETS orba orba_static EXPORT orba)
-  if(TARGET memfile)
-    install(TARGETS memfile)  # loaded at run time from the library's own folder
-  endif()
-  install(FILES "${CMAKE_SOURCE_DIR}/include/orba.h" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(TARGETS orba orba_static EXPORT orba)
+install(TARGETS memfile)  # loaded at run time from the library's own folder
+install(FILES "${CMAKE_SOURCE_DIR}/include/orba.h" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 
-  install(EXPORT orba NAMESPACE orba:: FILE orba-targets.cmake DESTINATION "${package_dir}")
-  configure_package_config_file("${CMAKE_SOURCE_DIR}/cmake/orba-config.cmake.in" "${package_files}/orba-config.cmake"
-                                INSTALL_DESTINATION "${package_dir}")
-  write_basic_package_version_file("${package_files}/orba-config-version.cmake" COMPATIBILITY SameMajorVersion)
-  install(FILES "${package_files}/orba-config.cmake" "${package_files}/orba-config-version.cmake"
-          DESTINATION "${package_dir}")
+install(EXPORT orba NAMESPACE orba:: FILE orba-targets.cmake DESTINATION "${package_dir}")
+configure_package_config_file("${CMAKE_SOURCE_DIR}/cmake/orba-config.cmake.in" "${package_files}/orba-config.cmake"
+                              INSTALL_DESTINATION "${package_dir}")
+write_basic_package_version_file("${package_files}/orba-config-version.cmake" COMPATIBILITY SameMajorVersion)
+install(FILES "${package_files}/orba-config.cmake" "${package_files}/orba-config-version.cmake"
+        DESTINATION "${package_dir}")
 
-  # The prefix follows from where the file lies, so that an installed tree can be moved.
-  file(RELATIVE_PATH up_to_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
-  string(REGEX REPLACE "/$" "" up_to_prefix "${up_to_prefix}")
-  configure_file("${CMAKE_SOURCE_DIR}/cmake/orba.pc.in" "${package_files}/orba.pc" @ONLY)
-  install(FILES "${package_files}/orba.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
-endif()
+# The prefix follows from where the file lies, so that an installed tree can be moved.
+file(RELATIVE_PATH up_to_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" up_to_prefix "${up_to_prefix}")
+configure_file("${CMAKE_SOURCE_DIR}/cmake/orba.pc.in" "${package_files}/orba.pc" @ONLY)
+install(FILES "${package_files}/orba.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
