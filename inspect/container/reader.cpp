@@ -4,6 +4,7 @@
 #include <iterator>
 #include <unordered_set>
 
+#include "inspect/container/date.h"
 #include "inspect/container/fields.h"
 #include "inspect/container/names.h"
 
@@ -22,14 +23,13 @@ Problem MakeProblem(Trouble trouble, std::uint32_t node, std::uint64_t index = 0
 }
 
 // The record, whatever its signature and number say, can be one of a file or directory: every field is within its
-// bounds, and it was stamped once.
+// bounds, and its time is a date.
 bool IsPlausible(const Geometry& geometry, const OrbNodeRecord& record) {
   const std::uint16_t attributes = record.attributes;
   bool plausible = attributes == ORB_NODE_DIRECTORY || attributes == kRootAttributes ||
                    (attributes & ~(kNodeReadOnly | kNodeUserFlag)) == 0;
-  plausible &= record.time.month >= 1 && record.time.month <= 12 && record.time.day >= 1 && record.time.day <= 31;
-  plausible &= record.size < kContainerLimit && record.indirect <= geometry.blocks;
-  plausible &= record.doubleIndirect <= geometry.blocks;
+  plausible &= IsDate(record.time) && record.size < kContainerLimit;
+  plausible &= record.indirect <= geometry.blocks && record.doubleIndirect <= geometry.blocks;
   for (const std::uint32_t word : record.reserved) plausible &= word == 0;
   for (const std::uint32_t block : record.direct) plausible &= block <= geometry.blocks;
   return plausible;
@@ -154,7 +154,7 @@ void Reader::ReadTables() {
     problems_.push_back(MakeProblem(Trouble::kHostCannotRead, 0));
     std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
   }
-  for (std::uint32_t entry = 0; entry < kNodeTableEntries; ++entry) table_.push_back(Get32(&bytes[4 * entry]));
+  table_ = DecodeWords(bytes.data(), kNodeTableEntries);
   bitmap_.resize(geometry_.bitmapSize);
   if (!image_.Read(kBitmapOffset, bitmap_.data(), bitmap_.size())) {
     problems_.push_back(MakeProblem(Trouble::kHostCannotRead, 0));
@@ -163,8 +163,8 @@ void Reader::ReadTables() {
 }
 
 bool Reader::IsFreeBit(std::uint32_t number) const {
-  const std::uint32_t byte = (number - 1) / 8;
-  return byte < bitmap_.size() && (bitmap_[byte] & (0x80 >> ((number - 1) % 8))) != 0;
+  const std::uint32_t byte = BitmapIndex(number);
+  return byte < bitmap_.size() && (bitmap_[byte] & BitmapBit(number)) != 0;
 }
 
 std::uint32_t Reader::FreeNodes() const {
@@ -188,12 +188,13 @@ std::uint32_t Reader::FreeBlocks(Problem* problem) {
   while (record != kNoBlock && !found) {
     const bool fresh = take(record);
     const std::uint8_t* const bytes = fresh ? Cached(record) : nullptr;
-    if (bytes == nullptr || Get32(bytes) != kFreeChainSignature || Get32(bytes + 8) > geometry_.chainCapacity()) {
+    const auto chain = bytes == nullptr ? ChainRecord() : DecodeChain({bytes, bytes + geometry_.blockSize});
+    if (bytes == nullptr || chain.signature != kFreeChainSignature || chain.count > geometry_.chainCapacity()) {
       found = MakeProblem(fresh && bytes == nullptr ? Trouble::kHostCannotRead : Trouble::kBlockForeign, 0, 0, record);
       break;
     }
-    for (std::uint32_t i = 0; i < Get32(bytes + 8); ++i) take(Get32(bytes + kFreeChainHeader + 4 * i));
-    record = Get32(bytes + 4);
+    for (const std::uint32_t block : chain.heap) take(block);
+    record = chain.next;
   }
   if (problem != nullptr) *problem = found;
   return count;
@@ -276,7 +277,7 @@ Problem Reader::ReadMapSlot(const Problem& place, std::uint32_t mapBlock, std::u
                                                  : Trouble::kHostCannotRead;
   const std::uint8_t* const bytes = Cached(mapBlock);
   if (bytes == nullptr) return problem;
-  *block = Get32(bytes + 4 * slot);
+  *block = Get32(bytes + kWordSize * slot);
   return {};
 }
 
@@ -377,10 +378,11 @@ Problem Reader::ReadAll(const Node& file, const Take& take, Budget* budget) {
 bool Reader::IsForeign(const std::uint8_t* bytes, bool first) const {
   constexpr std::uint32_t kEnough = 6;
   std::uint32_t entries = 0;
-  if (!first && Get32(bytes) == kFreeChainSignature && Get32(bytes + 8) <= geometry_.chainCapacity()) {
-    const std::uint32_t number = Get16(bytes);
+  if (!first && Get32(bytes) == kFreeChainSignature &&
+      Get32(bytes + offsetof(FreeChainRecord, count)) <= geometry_.chainCapacity()) {
+    const std::uint32_t number = DecodeEntry(bytes).node;
     const bool used = number <= geometry_.nodeLimit() && !IsFreeBit(number);
-    if ((Get32(bytes + 4) != kNoBlock && geometry_.Holds(Get32(bytes + 4))) || !used) return true;
+    if (geometry_.Holds(Get32(bytes + offsetof(FreeChainRecord, next))) || !used) return true;
   }
   for (std::uint32_t slot = 0; slot < geometry_.entriesPerBlock(); ++slot) {
     const OrbDirEntry entry = DecodeEntry(bytes + slot * kDirEntrySize);

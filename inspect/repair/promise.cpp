@@ -137,7 +137,7 @@ void Judge::NoteNames() {
   Budget budget(before_.geometry());
   const auto note = [&](const Step& step) {
     if (step.what != Step::What::kEntry) return Onward::kOn;
-    if (!LeadsThere(*step.entry)) return Onward::kPast;
+    if (!LeadsThere(*step.entry) || step.entry->node.record.number != step.entry->number) return Onward::kPast;
     if (step.entry->node.directory) {
       names_.emplace(step.entry->number, DirectoryName(step.directory.number, UpperCase(step.entry->name)));
     }
@@ -239,8 +239,11 @@ std::uint32_t Judge::AddPlace(const Pair& pair, const Listed& entry) {
 }
 
 void Judge::CompareDirectory(const Listed& entry, const Pair& pair, const Listed* match) {
-  const bool weak = pair.weak || !LeadsThere(entry);
+  const std::uint16_t recorded = entry.node.record.number;
+  const bool weak = pair.weak || !LeadsThere(entry) || recorded != entry.number;
   if (entered_[entry.number]) return;
+  // The slot of another directory, which is looked through under its own number.
+  if (recorded != entry.number && (entered_[recorded] || names_.count(recorded) > 0)) return;
   Pair below;
   below.before = entry.node;
   below.weak = weak;

@@ -231,6 +231,15 @@ TEST(Promise, anotherNodesSlot_mayBeReadAnywhere) {
   EXPECT_TRUE(Judged(before, Small()).holds());
 }
 
+TEST(Promise, anotherDirectorysSlot_isLookedThroughOnce) {
+  Small before;
+  const auto from = before.bytes().begin() + static_cast<std::ptrdiff_t>(before.NodeOffset(before.d));
+  std::copy_n(from, kNodeSize, before.bytes().begin() + static_cast<std::ptrdiff_t>(before.NodeOffset(before.a)));
+  const Promise promise = Judged(before, Small());
+  EXPECT_EQ(promise.readable, 3u);
+  EXPECT_TRUE(promise.holds());
+}
+
 // ---- The operation that the mark vouches for ------------------------------------------------------------------------
 
 struct Moving : Small {
