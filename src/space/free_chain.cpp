@@ -94,15 +94,15 @@ uint32_t TakeFromChain(Volume* volume) {
 uint32_t TakeAtEnd(const Volume* volume) {
   const uint32_t size = ContainerGetSize(volume->container);
   if (size == kSizeFailed) return kNoBlock;
-  // In this form nothing wraps, whatever size the host reports.
+  // Written so that nothing wraps, whatever size the host reports.
   if (size >= kContainerLimit - volume->header.blockSize) return Fail(ORB_ERROR_VOLUME_FULL);
-  if (size < volume->header.dataOffset) return Fail(ORB_ERROR_DAMAGED_VOLUME);
+  if (size < volume->header.dataOffset) return FailIfClear(ORB_ERROR_DAMAGED_VOLUME);  // 0 where memfile.dll is gone
   return BlockIndex(volume, size - volume->header.dataOffset) + 1;
 }
 
 // Makes block n the new, empty head record:
 //   1. the record, into block n
-//   2. the header, naming it
+//   2. the header, with it as head
 bool PushRecord(Volume* volume, uint32_t block) {
   if (volume->freeChain == nullptr) {
     volume->freeChain = static_cast<FreeChainRecord*>(AllocateZeroed(volume->header.blockSize));
