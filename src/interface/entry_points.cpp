@@ -41,22 +41,16 @@ bool BeginTransfer(const void* buffer, OrbU32 count, OrbU32* done) {
   return count == 0 || Given(buffer);
 }
 
-// Step 5 of the frame. A null volume is a handle that names no file: the operation's result stands.
+// Step 4 of the frame. The volume is null for an invalid handle: the operation's result stands.
 OrbBool Commit(Volume* volume, bool done) {
   if (volume == nullptr) return done;
   return OrbCommitVolume(volume) && done;
 }
 
-// Steps 4 and 5 of the frame: lets go of the directory that was worked on and commits its volume.
-OrbBool ReleaseAndCommit(OrbNode* directory, bool done) {
-  Volume* const volume = directory->volume;
-  OrbNodeRelease(directory);
-  return Commit(volume, done);
-}
-
-bool EndsInSeparator(const char* path) {
-  const size_t length = strlen(path);
-  return length > 0 && path[length - 1] == '/';
+// Fails and keeps the reference on the source (Q4).
+OrbBool KeepForGood(NodeRef* source) {
+  source->Take();
+  return 0;
 }
 
 // The directory to search, held, and the pattern. A path that ends in a separator is the directory itself, all of it.
@@ -95,61 +89,62 @@ OrbBool ORB_CALL OrbUnmountVolumeA(const char* volume) { return Begin(volume) &&
 OrbBool ORB_CALL OrbCreateFileA(const char* path, OrbU32 attributes) {
   if (!Begin(path)) return 0;
   char name[kNameSize];
-  OrbNode* const parent = OrbWalkPath(name, path);
-  if (parent == nullptr) return 0;
-  if (EndsInSeparator(path)) name[0] = '\0';  // nothing stands behind it, and so there is no name to create
-  return ReleaseAndCommit(parent, OrbCreateNodeAt(parent, name, static_cast<uint16_t>(attributes)));
+  const NodeRef parent(OrbWalkPath(name, path));
+  if (parent.node == nullptr) return 0;
+  if (EndsInSeparator(path)) name[0] = '\0';  // there is no name to create
+  return Commit(parent.node->volume, OrbCreateNodeAt(parent.node, name, static_cast<uint16_t>(attributes)));
 }
 
 OrbBool ORB_CALL OrbCreateDirectoryA(const char* path) { return OrbCreateFileA(path, ORB_ATTRIBUTE_DIRECTORY); }
 
 OrbBool ORB_CALL OrbCopyFileA(const char* source, const char* target) {
   if (!Begin(source) || !Given(target)) return 0;
-  OrbNode* const file = ResolveFile(source);
-  if (file == nullptr) return 0;
+  NodeRef file(ResolveFile(source));
+  if (file.node == nullptr) return 0;
   char name[kNameSize];
-  OrbNode* const directory = OrbWalkPath(name, target);
-  if (directory == nullptr) return 0;  // the source's reference is kept, deliberately: it then counts as in use
-  const bool copied = OrbCopyNodeTo(directory, name, file);
-  OrbNodeRelease(file);
-  return ReleaseAndCommit(directory, copied);
+  const NodeRef directory(OrbWalkPath(name, target));
+  if (directory.node == nullptr) return KeepForGood(&file);
+  return Commit(directory.node->volume, OrbCopyNodeTo(directory.node, name, file.node));
 }
 
 OrbBool ORB_CALL OrbMoveFileA(const char* source, const char* target) {
   if (!Begin(source) || !Given(target)) return 0;
   char fromName[kNameSize];
   char toName[kNameSize];
-  OrbNode* const from = OrbWalkPath(fromName, source);
-  if (from == nullptr) return 0;
-  OrbNode* const to = OrbWalkPath(toName, target);
-  if (to == nullptr) return 0;  // the source directory's reference is kept, deliberately, as above
-  const bool moved = OrbMoveNode(to, toName, from, fromName);
-  OrbNodeRelease(from);
-  return ReleaseAndCommit(to, moved);
+  NodeRef from(OrbWalkPath(fromName, source));
+  if (from.node == nullptr) return 0;
+  const NodeRef to(OrbWalkPath(toName, target));
+  if (to.node == nullptr) return KeepForGood(&from);
+  return Commit(to.node->volume, OrbMoveNode(to.node, toName, from.node, fromName));
 }
 
 OrbBool ORB_CALL OrbRenameFileA(const char* path, const char* newName) {
   if (!Begin(path) || !Given(newName)) return 0;
   char name[kNameSize];
-  OrbNode* const directory = OrbWalkPath(name, path);
-  if (directory == nullptr) return 0;
-  return ReleaseAndCommit(directory, OrbDirRenameEntry(directory, newName, name, true));
+  const NodeRef directory(OrbWalkPath(name, path));
+  if (directory.node == nullptr) return 0;
+  return Commit(directory.node->volume, OrbDirRenameEntry(directory.node, newName, name, true));
 }
 
 OrbBool ORB_CALL OrbDeleteFileA(const char* path) {
   if (!Begin(path)) return 0;
   char name[kNameSize];
-  OrbNode* const parent = OrbWalkPath(name, path);
-  if (parent == nullptr) return 0;
-  return ReleaseAndCommit(parent, OrbDeleteNodeAt(parent, name));
+  const NodeRef parent(OrbWalkPath(name, path));
+  if (parent.node == nullptr) return 0;
+  return Commit(parent.node->volume, OrbDeleteNodeAt(parent.node, name));
 }
 
 OrbU32 ORB_CALL OrbGetFileAttributesA(const char* path) {
-  return Begin(path) ? OrbGetAttributes(path) : ORB_INVALID_ATTRIBUTES;
+  if (!Begin(path)) return ORB_INVALID_ATTRIBUTES;
+  const NodeRef node(ResolveFile(path));
+  return node.node != nullptr ? node.node->record.attributes : ORB_INVALID_ATTRIBUTES;
 }
 
 OrbBool ORB_CALL OrbSetFileAttributesA(const char* path, OrbI32 attributes) {
-  return Begin(path) && OrbSetAttributes(path, attributes);
+  if (!Begin(path) || !AreSettable(attributes)) return 0;
+  const NodeRef file(ResolveFile(path));
+  if (file.node == nullptr || !MaySetAttributes(file.node, attributes)) return 0;  // nothing done: nothing to commit
+  return Commit(file.node->volume, OrbSetAttributes(file.node, static_cast<uint16_t>(attributes)));
 }
 
 // ---- Open files -----------------------------------------------------------------------------------------------------
@@ -216,10 +211,9 @@ OrbBool ORB_CALL OrbGetFullPathNameA(char* output, const char* path) {
 OrbHandle ORB_CALL OrbFindFirstFileA(const char* pattern, OrbFindDataA* found) {
   if (!Begin(pattern) || !Given(found)) return ORB_INVALID_HANDLE;
   char name[kNameSize];
-  OrbNode* const directory = ResolvePattern(name, pattern);
-  if (directory == nullptr) return ORB_INVALID_HANDLE;
-  const OrbHandle search = OrbFindOpen(directory, name);
-  OrbNodeRelease(directory);
+  const NodeRef directory(ResolvePattern(name, pattern));
+  if (directory.node == nullptr) return ORB_INVALID_HANDLE;
+  const OrbHandle search = OrbFindOpen(directory.node, name);
   if (search == ORB_INVALID_HANDLE || OrbFindNext(search, found)) return search;
   OrbFindCloseHandle(search);
   return ORB_INVALID_HANDLE;

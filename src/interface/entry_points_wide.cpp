@@ -29,7 +29,7 @@ OrbBool WidenPath(OrbWideChar* output, const char* path) {
   return OrbAnsiToWide(output, path, ORB_WIDE_PATH_BUFFER) > 0;
 }
 
-// Copies a record, the name last: where that does not convert, the rest is in the caller's record already.
+// Copies a record, the name last: where that does not convert, the rest is in the caller's record already (Q16).
 OrbBool WidenFound(OrbFindDataW* wide, const OrbFindDataA* ansi) {
   wide->attributes = ansi->attributes;
   wide->time = ansi->time;

@@ -39,7 +39,7 @@ bool Descend(NodeRef* present, const char* name) {
   return true;
 }
 
-// Goes up from a directory that "." or ".." led to, leaving the name under which its parent knows it.
+// Goes up from a directory that "." or ".." led to, leaving the name that its parent lists it under.
 bool AscendToParent(NodeRef* present, char* finalName) {
   finalName[0] = '\0';
   if (present->node == present->node->volume->root) return true;
@@ -101,6 +101,12 @@ OrbNode* ResolveDirectory(const char* path) {
   OrbNode* const node = OrbResolvePath(path);
   if (node == nullptr) FailIfClear(ORB_ERROR_PATH_NOT_FOUND);
   return node;
+}
+
+bool EndsInSeparator(const char* path) {
+  char last = '\0';
+  for (; *path != '\0'; ++path) last = *path;
+  return last == kSeparator;
 }
 
 const char* OrbSplitVolumeName(char* out, const char* path) {

@@ -15,7 +15,7 @@ namespace orba {
 //              parent and the stored name instead; one that ends at a root yields the root and an empty name
 //   returns    the directory, held, or null with finalName empty:
 //              ORB_ERROR_PATH_NOT_FOUND  empty path, a missing directory, a file used as one
-//              ORB_ERROR_NOT_MOUNTED     no current directory at all (whatever the path), or no such volume
+//              ORB_ERROR_NOT_MOUNTED     no current directory, whatever the path (Q12), or no such volume
 //              ORB_ERROR_INVALID_NAME    volume part illegal, a component above ORB_MAX_NAME characters
 OrbNode* OrbWalkPath(char* finalName, const char* path);
 
@@ -25,6 +25,9 @@ OrbNode* OrbResolvePath(const char* path);
 // The same with a code where only the last name is missing: ORB_ERROR_FILE_NOT_FOUND, ORB_ERROR_PATH_NOT_FOUND.
 OrbNode* ResolveFile(const char* path);
 OrbNode* ResolveDirectory(const char* path);
+
+// True for a path that ends in "/", and so in no name: it stands for the directory before it.
+bool EndsInSeparator(const char* path);
 
 // Copies the volume part into out[kNameSize] (empty where there is none) and returns the rest of the path, or null:
 // ORB_ERROR_INVALID_NAME.

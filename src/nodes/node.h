@@ -5,9 +5,9 @@
 //   N1  among the live objects (references above 0) a node of a volume is present once: all holders share one object
 //   N2  the object is the authority while it is held; it goes to disk with OrbNodeWrite and is not cached beyond
 //   N3  a volume holds its root, the current directory its node, each open file and each search theirs, and every path
-//       resolution hands its caller one reference to release
+//       resolution gives its caller one reference to release
 //   N4  after its volume is unmounted, a node still held belongs to no volume (volume is null): no lookup matches it
-//       again, and letting it go touches nothing but the object itself
+//       again, and releasing it touches nothing but the object itself
 #pragma once
 
 #include <stdint.h>
@@ -42,13 +42,13 @@ void OrbNodeRelease(OrbNode* node);
 OrbNode* OrbNodeAlloc();
 
 // Returns the node with one more reference: the shared object, or a new one read from disk. Null with the read's code.
-// The record's signature is not looked at; its number is the one it was asked for under, so that N1 holds whatever the
+// Signature and number on disk are not checked (Q26); the number is the one asked for, so that N1 holds whatever the
 // disk says.
 OrbNode* OrbNodeGet(Volume* volume, uint16_t number);
 
 // Reads a node's record.
 //   fails  ORB_ERROR_DAMAGED_RECORD: no such node (0, above 8 x bitmap size, no node block in the table); the read's
-//   code
+//          code
 bool OrbNodeRead(OrbNode* node, Volume* volume, uint16_t number);
 
 // Writes a node's record to its place.
@@ -64,10 +64,10 @@ void ConvertNodeRecord(OrbNodeRecord* record);
 // Fills a zeroed node block, in disk order: records that carry their signature and numbers and nothing else.
 void FillNodeBlock(OrbNodeRecord* records, uint32_t count, uint32_t firstNumber);
 
-// Cuts every node of a volume that is going away loose from it (N4).
+// Detaches all nodes from a volume that is going away (N4).
 void DetachNodes(const Volume* volume);
 
-// Where a node number lies: its node block's place in the table, and its record's offset in that block.
+// Where a node lies: the index of its node block in the table, and the offset of its record in that block.
 inline uint32_t NodeBlockIndex(const Volume* volume, uint32_t number) {
   return BlockIndex(volume, (number - 1) * kNodeSize);
 }
@@ -79,16 +79,18 @@ inline uint32_t NodeOffset(const Volume* volume, uint32_t number) {
 struct NodeRef {
   OrbNode* node;
   explicit NodeRef(OrbNode* held) : node(held) {}
-  [[gnu::always_inline]] ~NodeRef() { OrbNodeRelease(node); }
+  [[gnu::always_inline]] ~NodeRef() {
+    if (node != nullptr) OrbNodeRelease(node);
+  }
   NodeRef(const NodeRef&) = delete;
   NodeRef& operator=(const NodeRef&) = delete;
 
-  // Lets go of the node and holds another.
+  // Releases the node and takes over another reference.
   void Replace(OrbNode* other) {
     OrbNodeRelease(node);
     node = other;
   }
-  // Hands the reference to the caller.
+  // Passes the reference to the caller.
   OrbNode* Take() {
     OrbNode* const held = node;
     node = nullptr;

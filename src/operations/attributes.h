@@ -1,18 +1,23 @@
-// Operation: reading and changing the attribute word of a file. Stands on path resolution, nodes and block I/O.
+// Operation: changing the attribute word of a file. Stands on nodes.
 #pragma once
 
 #include <stdint.h>
 
+#include "nodes/node.h"
+
 namespace orba {
 
-// Returns the attribute word of a file or directory, or ORB_INVALID_ATTRIBUTES (0xFFFF): the path's codes,
-// ORB_ERROR_FILE_NOT_FOUND.
-uint32_t OrbGetAttributes(const char* path);
+// True for a word of nothing but the bits that callers may set, 1 and 2; else ORB_ERROR_INVALID_ARGUMENT.
+bool AreSettable(int32_t attributes);
 
-// Replaces a file's attribute word and commits the volume. A value that the file has already succeeds, even while it is
-// open, and stores nothing. The time stamp does not change.
-//   fails  ORB_ERROR_INVALID_ARGUMENT (bits other than 1 and 2; the path is not looked at), the path's codes,
-//          ORB_ERROR_FILE_NOT_FOUND, ORB_ERROR_WRONG_KIND (a directory), ORB_ERROR_IN_USE: nothing changed, no commit
-bool OrbSetAttributes(const char* path, int32_t attributes);
+// True where a node may be given this word; else ORB_ERROR_WRONG_KIND (a directory), ORB_ERROR_IN_USE (held by others
+// too). The word that a file has already may be set while it is open.
+bool MaySetAttributes(const OrbNode* node, int32_t attributes);
+
+// Replaces the attribute word of a file that may be given it. Where it is the present one nothing is stored. The time
+// stamp does not change.
+//   fails   OrbNodeWrite's codes
+//   writes  the node: the commit point
+bool OrbSetAttributes(OrbNode* file, uint16_t attributes);
 
 }  // namespace orba
