@@ -9,30 +9,33 @@ namespace orba {
 
 namespace {
 
-bool IsLetterOrDigit(char c) { return (c >= '0' && c <= '9') || (ToUpper(c) >= 'A' && ToUpper(c) <= 'Z'); }
+bool IsLetterOrDigit(char c) { return (c >= '0' && c <= '9') || IsLetter(c); }
 
 bool IsSameLetter(char a, char b) { return ToUpper(a) == ToUpper(b); }
 
-// 1 to ORB_MAX_NAME letters, digits and characters of `symbols`.
-bool IsValid(const char* name, const char* symbols) {
+// 1 to ORB_MAX_NAME letters, digits and symbols.
+bool IsValid(const char* name) {
   uint32_t length = 0;
   for (; name[length] != '\0'; ++length) {
     if (length == ORB_MAX_NAME) return false;
-    if (!IsLetterOrDigit(name[length]) && strchr(symbols, name[length]) == nullptr) return false;
+    if (!IsLetterOrDigit(name[length]) && strchr(ORBA_NAME_SYMBOLS, name[length]) == nullptr) return false;
   }
   return length > 0;
 }
 
 }  // namespace
 
-bool OrbIsValidName(const char* name) { return IsValid(name, ORBA_NAME_SYMBOLS); }
+bool OrbIsValidName(const char* name) { return IsValid(name); }
 
-bool OrbIsValidVolumeName(const char* name) { return IsValid(name, ORBA_NAME_SYMBOLS); }
+bool OrbIsValidVolumeName(const char* name) { return IsValid(name); }
 
 bool IsReservedName(const char* name) {
-  if (name[0] != '.') return false;
-  return name[1] == '\0' || (name[1] == '.' && name[2] == '\0');
+  if (*name++ != '.') return false;
+  if (*name == '.') ++name;
+  return *name == '\0';
 }
+
+bool IsLetter(char character) { return ToUpper(character) >= 'A' && ToUpper(character) <= 'Z'; }
 
 char ToUpper(char character) {
   return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A') : character;

@@ -17,6 +17,9 @@ bool OrbIsValidVolumeName(const char* name);
 // True for "." and "..", which every directory has.
 bool IsReservedName(const char* name);
 
+// True for a-z and A-Z.
+bool IsLetter(char character);
+
 // Upper case of a letter of a-z; everything else is unchanged.
 char ToUpper(char character);
 
@@ -24,10 +27,10 @@ char ToUpper(char character);
 // differ. Reads b (a name as stored) no further than a's terminator.
 int OrbNameCompare(const char* a, const char* b);
 
-// Copies up to and including the terminator, in upper case. The destination holds what the caller has validated.
+// Copies up to and including the terminator, in upper case. Callers validate the source: nothing checks for room.
 void OrbNameCopyUpper(char* destination, const char* source);
 
-// Matches in one pass without backtracking, deliberately simple: "*" skips to the first character equal to the one that
+// Matches in one pass, without backtracking (Q7): "*" skips to the first character equal to the one that
 // follows it in the pattern, so "*.TXT" matches A.TXT but not A.B.TXT; "?" takes exactly one character.
 bool OrbMatchWildcard(const char* name, const char* pattern);
 

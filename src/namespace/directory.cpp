@@ -24,7 +24,7 @@ bool CheckDirectory(const OrbNode* directory) {
   return IsDirSizeSane(directory);
 }
 
-// Room for one block of a directory; bytes is null, with the error set, where the node is no sound directory either.
+// Memory for one block of a directory; null, with the error set, also where the node is not a sound directory.
 void* AllocateDirBlock(const OrbNode* directory) {
   return CheckDirectory(directory) ? Allocate(directory->volume->header.blockSize) : nullptr;
 }
@@ -45,20 +45,49 @@ bool WriteDirBlock(const OrbDirEntry* entries, const OrbNode* directory, uint32_
   return WriteBlock(entries, directory->volume, block, kDirectoryWrite);
 }
 
-// Goes on from the cursor to the entry with a name, or, where name is null, with a node number. Null where there is
-// none; the error state tells whether something failed.
-OrbDirEntry* FindEntry(DirCursor* cursor, const char* name, uint16_t number) {
+// What to look for in a directory: an entry, and the bits of it that count.
+struct SoughtEntry {
+  alignas(uint32_t) OrbDirEntry entry = {};
+  alignas(uint32_t) OrbDirEntry counts = {};
+};
+
+// A name counts up to its terminator. Of a letter the bit that tells lower from upper case does not, whatever case the
+// disk holds.
+void SeekName(SoughtEntry* sought, const char* name) {
+  uint32_t i = 0;
+  do {
+    sought->entry.name[i] = name[i];
+    sought->counts.name[i] = IsLetter(name[i]) ? ~('a' ^ 'A') : ~0;
+  } while (name[i++] != '\0');
+}
+
+// Compares word by word; nearly every entry differs in the first.
+bool IsSought(const SoughtEntry& sought, const OrbDirEntry* entry) {
+  using Word [[gnu::may_alias]] = uint32_t;
+  const Word* const words = reinterpret_cast<const Word*>(entry);
+  const Word* const wanted = reinterpret_cast<const Word*>(&sought.entry);
+  const Word* const counts = reinterpret_cast<const Word*>(&sought.counts);
+  for (uint32_t i = 0; i < kDirEntrySize / sizeof(Word); ++i) {
+    if (((words[i] ^ wanted[i]) & counts[i]) != 0) return false;
+  }
+  return true;
+}
+
+// Goes on from the cursor to the entry with a name. Null where there is none; the error state tells whether something
+// failed.
+OrbDirEntry* FindEntry(DirCursor* cursor, const char* name) {
+  SoughtEntry sought;
+  SeekName(&sought, name);
   for (;; ++cursor->index) {
     OrbDirEntry* const entry = OrbDirEntryAt(cursor);
-    if (entry == nullptr) return nullptr;
-    if (name != nullptr ? OrbNameCompare(name, entry->name) == 0 : EntryNode(entry) == number) return entry;
+    if (entry == nullptr || IsSought(sought, entry)) return entry;
   }
 }
 
-// The entry with a name, "." and ".." passed over; ORB_ERROR_FILE_NOT_FOUND where there is none.
+// The entry with a name, "." and ".." skipped; ORB_ERROR_FILE_NOT_FOUND where there is none.
 OrbDirEntry* FindNamedEntry(DirCursor* cursor, const char* name) {
   cursor->index = kFirstNamedEntry;
-  OrbDirEntry* const entry = FindEntry(cursor, name, 0);
+  OrbDirEntry* const entry = FindEntry(cursor, name);
   if (entry == nullptr) FailIfClear(ORB_ERROR_FILE_NOT_FOUND);
   return entry;
 }
@@ -83,16 +112,16 @@ bool WriteNewEntry(OrbNode* directory, const char* name, uint16_t number) {
   return WriteDirBlock(entries, directory, block);
 }
 
-// The node may go: nobody but the caller holds it, and it is empty where it has to be.
+// True where only the caller holds the node and it is empty if it has to be.
 bool IsRemovable(OrbNode* node, bool requireEmpty) {
   if (!RequireSoleHolder(node)) return false;
   if (!requireEmpty || !IsDirectory(node) || OrbDirIsEmpty(node)) return true;
   return FailIfClear(ORB_ERROR_NOT_EMPTY);
 }
 
-// Clears the last entry of a directory, its last block being in the buffer, brings that block back to disk and stores
-// the smaller size. An emptied block goes out of the map and into the free chain instead; where the chain cannot be
-// stored, the directory lets go of the block all the same, for in memory it may be free already.
+// Clears the last entry of a directory, whose last block is in the buffer, writes that block and stores the smaller
+// size. An emptied block leaves the map and is freed instead; where the free chain cannot be stored, the directory
+// gives it up all the same, because in memory it may be free already.
 bool DropLastEntry(OrbDirEntry* entries, OrbNode* directory, uint32_t lastBlock) {
   const uint32_t last = EntryCount(directory) - 1;
   entries[EntrySlot(directory, last)].node = 0;
@@ -106,7 +135,7 @@ bool DropLastEntry(OrbDirEntry* entries, OrbNode* directory, uint32_t lastBlock)
   return StampAndWriteNode(directory) && freed;  // the commit point
 }
 
-// Moves the last entry into the hole that the cursor has come to, whose block `entries` holds, and drops it at the end.
+// Moves the last entry into the hole at the cursor, whose block is in `entries`, and drops it at the end (Q24).
 bool CloseHole(OrbDirEntry* entries, const DirCursor& hole, OrbNode* directory) {
   const uint32_t last = EntryCount(directory) - 1;
   const bool inLastBlock =
@@ -130,9 +159,10 @@ bool CloseHole(OrbDirEntry* entries, const DirCursor& hole, OrbNode* directory) 
 OrbDirEntry* OrbDirEntryAt(DirCursor* cursor) {
   const OrbNode* const directory = cursor->directory;
   const Volume* const volume = directory->volume;
-  if (BlockIndex(volume, cursor->index * kDirEntrySize) >= BlocksFor(volume, directory->record.size)) return nullptr;
   const uint32_t slot = EntrySlot(directory, cursor->index);
   if (cursor->block == kNoBlock || slot == 0) {
+    const uint32_t position = cursor->index * kDirEntrySize;
+    if (BlockIndex(volume, position) >= BlocksFor(volume, directory->record.size)) return nullptr;
     cursor->block = ReadDirBlock(cursor->entries, directory, cursor->index);
     if (cursor->block == kNoBlock) return nullptr;
   }
@@ -145,7 +175,7 @@ uint16_t OrbDirLookup(OrbNode* directory, const char* name) {
   OrbDirEntry* const entries = buffer.As<OrbDirEntry>();
   if (entries == nullptr) return 0;
   DirCursor cursor = {directory, entries, 0, kNoBlock};
-  const OrbDirEntry* const entry = FindEntry(&cursor, name, 0);
+  const OrbDirEntry* const entry = FindEntry(&cursor, name);
   return entry != nullptr ? EntryNode(entry) : 0;
 }
 
@@ -167,7 +197,11 @@ bool OrbDirFindName(char* out, OrbNode* directory, uint16_t number) {
   OrbDirEntry* const entries = buffer.As<OrbDirEntry>();
   if (entries == nullptr) return false;
   DirCursor cursor = {directory, entries, kFirstNamedEntry, kNoBlock};
-  const OrbDirEntry* const entry = FindEntry(&cursor, nullptr, number);
+  const OrbDirEntry* entry = OrbDirEntryAt(&cursor);
+  while (entry != nullptr && EntryNode(entry) != number) {
+    ++cursor.index;
+    entry = OrbDirEntryAt(&cursor);
+  }
   if (entry == nullptr) return false;
   CopyEntryName(out, entry);
   return true;
@@ -195,7 +229,7 @@ bool OrbDirRenameEntry(OrbNode* directory, const char* newName, const char* oldN
   DirCursor cursor = {directory, entries, 0, kNoBlock};
   OrbDirEntry* const entry = FindNamedEntry(&cursor, oldName);
   if (entry == nullptr) return false;
-  OrbNameCopyUpper(entry->name, newName);  // left-overs of a longer name stay behind the terminator
+  OrbNameCopyUpper(entry->name, newName);  // the rest of a longer name stays behind the terminator
   return WriteDirBlock(entries, directory, cursor.block);
 }
 

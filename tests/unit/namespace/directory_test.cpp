@@ -3,7 +3,9 @@
 #include <string.h>
 
 #include <functional>
+#include <random>
 
+#include "base/name.h"
 #include "namespace/current_directory.h"
 #include "nodes/block_map.h"
 #include "space/block_io.h"
@@ -96,6 +98,45 @@ TEST_F(Directory, lookup_passes_over_case) {
   EXPECT_EQ(OrbDirLookup(volume_->root, "d"), 2u);
   EXPECT_EQ(OrbDirLookup(volume_->root, "f"), 3u);
   EXPECT_EQ(Outcome(true), "");
+}
+
+// The block scanned as a whole, whatever it holds, finds what comparing its names one by one finds.
+TEST_F(Directory, lookup_among_random_bytes_is_that_of_comparing_name_by_name) {
+  const char kBytes[] = {'A', 'a', 'A', 'a',    'Z',    'z',    'B',    '@',   '[',
+                         '`', '{', '1', '\x7F', '\x80', '\xC1', '\xE1', '\xFF'};
+  std::minstd_rand random(1);
+  const auto below = [&random](size_t limit) { return static_cast<size_t>(random()) % limit; };
+  const auto fill = [&](char* name, size_t length) {
+    for (size_t i = 0; i < length; ++i) name[i] = kBytes[below(sizeof kBytes)];
+  };
+  directory_->record.size = 1024;
+  uint32_t found = 0;
+  for (uint32_t round = 0; round < 500; ++round) {
+    OrbDirEntry entries[32];
+    for (uint16_t i = 0; i < 32; ++i) {
+      entries[i].node = static_cast<uint16_t>(below(0x10000) | 1);
+      fill(entries[i].name, sizeof entries[i].name);
+      if (below(8) != 0) entries[i].name[below(below(2) != 0 ? 4 : 30)] = '\0';  // else it has no terminator
+    }
+    testhost::PatchFile(u"VOL", 1040 + 2 * 1024,
+                        Bytes(reinterpret_cast<uint8_t*>(entries), reinterpret_cast<uint8_t*>(entries + 32)));
+    for (uint32_t look = 0; look < 16; ++look) {
+      char name[30] = {};
+      fill(name, 1 + below(below(2) != 0 ? 3 : 29));
+      if (below(2) != 0) memcpy(name, entries[below(32)].name, 29);  // often one that is there
+      for (char& c : name) {
+        if (below(4) == 0 && ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'))) c = static_cast<char>(c ^ 0x20);
+      }
+      uint16_t expected = 0;
+      for (uint32_t i = 0; i < 32 && expected == 0; ++i) {
+        if (OrbNameCompare(name, entries[i].name) == 0) expected = entries[i].node;
+      }
+      ASSERT_EQ(OrbDirLookup(directory_, name), expected) << "round " << round << ", look " << look;
+      found += expected != 0 ? 1 : 0;
+    }
+  }
+  EXPECT_GT(found, 1000u);
+  EXPECT_EQ(GetError(), 0u);
 }
 
 TEST_F(Directory, lookup_of_an_absent_name_is_0_without_an_error) {
