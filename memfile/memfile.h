@@ -51,7 +51,7 @@ MEMFILE_API MemFileU32 SeekMemFile(MemFileI32 distance, MemFileU32 method);
 /* The size in bytes, or MEMFILE_INVALID without a memory file. */
 MEMFILE_API MemFileU32 GetMemFileSize(void);
 
-/* Ends the memory file and gives all its memory back. */
+/* Ends the memory file and frees all its memory. */
 MEMFILE_API MemFileU32 DeleteMemFile(void);
 
 #ifdef __cplusplus

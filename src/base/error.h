@@ -23,12 +23,11 @@ inline bool Fail(uint32_t code);
 // Fail, unless a more specific code is already set.
 inline bool FailIfClear(uint32_t code);
 
-// True where the present error is a lack of space or memory: the failures after which half-made work is undone. After
-// any other code what is on disk stays as it is, for nobody knows what further writes would do.
+// True where the current error is a lack of space or memory: the failures after which unfinished work is undone (Q20).
 bool IsOutOfSpace();
 
-// The class of all failure codes. The calls above hand on only what is left without it: a device's instruction holds a
-// small number, but takes another word for a 32-bit one, and there are a hundred places that fail.
+// The class of all failure codes. The calls above pass on what is left without it: an instruction of the device holds a
+// small constant, a 32-bit one takes a word of its own, and there are a hundred places that fail.
 constexpr uint32_t kFailureClass = 0x30000000;
 [[gnu::noinline]] void SetFailure(uint32_t codeWithoutClass);
 [[gnu::noinline]] void SetFailureIfClear(uint32_t codeWithoutClass);

@@ -14,7 +14,7 @@ void* AllocateZeroed(uint32_t size);
 struct Scratch {
   uint8_t* const bytes;  // null where memory ran out
   explicit Scratch(void* memory) : bytes(static_cast<uint8_t*>(memory)) {}
-  [[gnu::always_inline]] ~Scratch() { free(bytes); }  // in line, or the object would live on the stack for its sake
+  [[gnu::always_inline]] ~Scratch() { free(bytes); }  // out of line it would force the object onto the stack
   Scratch(const Scratch&) = delete;
   Scratch& operator=(const Scratch&) = delete;
 

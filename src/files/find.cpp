@@ -31,7 +31,7 @@ char* CopyPattern(const char* pattern) {
   return copy != nullptr ? strcpy(copy, pattern) : nullptr;
 }
 
-// Moves on to the next entry that matches and copies its name, or returns null. The offset is behind it.
+// Moves the offset past the next entry that matches and copies its name. Null where there is none.
 const OrbDirEntry* NextMatch(OrbFindEntry* search, const Scratch& buffer, char* name) {
   DirCursor cursor = {search->node, buffer.As<OrbDirEntry>(), search->offset / kDirEntrySize, kNoBlock};
   for (;; ++cursor.index) {

@@ -33,14 +33,13 @@ uint32_t OrbFindOpen(OrbNode* directory, const char* pattern);
 
 // Finds the next match and fills the record.
 //   fails  ORB_ERROR_INVALID_HANDLE (also: the volume is gone), ORB_ERROR_NO_MORE_ENTRIES, ORB_ERROR_OUT_OF_MEMORY,
-//          codes from below. The record is untouched; an entry whose node cannot be read is passed by the next call.
+//          codes from below. The record is untouched; the next call skips an entry whose node could not be read.
 bool OrbFindNext(uint32_t handle, OrbFindDataA* found);
 
 bool OrbFindCloseHandle(uint32_t handle);
 
-// Tries to close a volume's searches, as unmounting asks: it hands their handles to the close of open files, which
-// takes no find handles. So each open search makes it fail with ORB_ERROR_INVALID_HANDLE and stays; callers rely on
-// unmounting to report a search they forgot.
+// Tries to close a volume's searches for unmounting: passes their handles to the close of open files, which accepts
+// none of them. So each open search makes this fail with ORB_ERROR_INVALID_HANDLE and stays (Q9).
 bool OrbCloseVolumeFinds(const Volume* volume);
 
 }  // namespace orba

@@ -1,8 +1,9 @@
 // Layer: open files, a table of 128 slots for the process. A slot owns one reference to its file's node. Stands on
 // nodes and the container.
 //
-// A file handle is ORB_OPEN_HANDLE_TAG | slot. There is no generation count: a handle that was closed names whatever is
-// opened in its slot next. Operations on a handle that is not valid fail with ORB_ERROR_INVALID_HANDLE.
+// A file handle is ORB_OPEN_HANDLE_TAG | slot. There is no generation count: a handle that was closed refers to
+// whatever is opened in its slot next (Q13). Operations on a handle that is not valid fail with
+// ORB_ERROR_INVALID_HANDLE.
 #pragma once
 
 #include <stdint.h>
@@ -24,7 +25,7 @@ struct OrbOpenFileEntry : Slot {
 extern OrbOpenFileEntry g_OpenFileTable[kOpenFileSlots];
 extern uint32_t g_dwOpenFileCursor;  // where the search for a free slot starts
 
-// Opens a file whose node the caller holds as its only holder. The first test that fails decides the code:
+// Opens a file that the caller alone holds. The first test that fails decides the code:
 // ORB_ERROR_PATH_NOT_FOUND (not a valid node), ORB_ERROR_WRONG_KIND (a directory), ORB_ERROR_INVALID_ARGUMENT (mode
 // bits), ORB_ERROR_ACCESS_DENIED (writing a read-only file), ORB_ERROR_ALREADY_OPEN, ORB_ERROR_TOO_MANY_OPEN_FILES,
 // ORB_ERROR_IN_USE (held elsewhere). Returns the handle or kOpenFailed.
@@ -42,14 +43,13 @@ bool OrbCloseOpenFile(uint32_t handle);
 // Closes all files of a volume; false if one of them did not close cleanly.
 bool OrbCloseVolumeFiles(const Volume* volume);
 
-// Hands the handles of all slots that a volume occupies to the close of open files; false if one of them would not
-// close.
+// Passes the handles of all slots that belong to a volume to OrbCloseOpenFile; false if one of them did not close.
 bool CloseVolumeSlots(const SlotTable& table, const Volume* volume);
 
 // The volume of the file, or null for an invalid handle, with no error set.
 Volume* OrbGetHandleVolume(uint32_t handle);
 
-// The slot a handle names, or null with ORB_ERROR_INVALID_HANDLE.
+// The slot a handle refers to, or null with ORB_ERROR_INVALID_HANDLE.
 OrbOpenFileEntry* OpenFileOf(uint32_t handle);
 
 }  // namespace orba

@@ -18,19 +18,19 @@ struct SlotTable {
   uint16_t stride;
   uint16_t count;
   uint32_t tag;
-  uint32_t fullCode;  // what a search for a free slot fails with where there is none
+  uint32_t fullCode;  // the error where no slot is free
 };
 
 Slot* SlotAt(const SlotTable& table, uint32_t index);
 
-// The slot that a handle names, or null for another tag, an index out of range, a free slot.
+// The slot that a handle refers to, or null for another tag, an index out of range, a free slot.
 void* FindSlot(const SlotTable& table, uint32_t handle);
 
 // The same, with ORB_ERROR_INVALID_HANDLE set where there is none.
 void* SlotOfHandle(const SlotTable& table, uint32_t handle);
 
 // Finds a free slot for a node, from the cursor on. The cursor moves past occupied slots only, at most once for each
-// slot, wraps, and is left at the slot found. The look for a slot that holds this node already always covers them all.
+// slot, wraps, and is left at the slot found. All slots are searched for one that holds this node already.
 //   returns  false with ORB_ERROR_ALREADY_OPEN where a slot holds this node, with fullCode where none is free
 bool FindFreeSlot(const SlotTable& table, const OrbNode* node, uint32_t* cursor);
 

@@ -53,7 +53,7 @@ bool StoreSize(OrbNode* node, uint32_t size) {
   return StampAndWriteNode(node);
 }
 
-// Zeros the rest of the last block and takes it into the file.
+// Fills the rest of the last block with zeros and makes it part of the file.
 bool ZeroLastBlock(OrbNode* node, uint32_t size, uint8_t* buffer) {
   Volume* const volume = node->volume;
   const uint32_t end = node->record.size;
@@ -122,8 +122,7 @@ bool OrbWriteOpenFile(uint32_t handle, const void* buffer, uint32_t count, OrbU3
     file->position += length;
     if (file->position > node->record.size && !StoreSize(node, file->position)) return false;
   }
-  // A file of exactly one block is stamped and stored by every write, also by one that only overwrites. Other files are
-  // stamped by growth alone. This is how the system has always behaved.
+  // Q6: every write stamps and stores a file of exactly one block. Other files are stamped only when they grow.
   return node->record.size != node->volume->header.blockSize || StampAndWriteNode(node);
 }
 

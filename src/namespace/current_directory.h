@@ -19,7 +19,7 @@ OrbNode* OrbGetCurrentDirNode();
 bool OrbIsCurrentDirVolume(const Volume* volume);
 bool OrbIsCurrentDirNode(const OrbNode* node);
 
-// True where the caller alone holds a node; else false: ORB_ERROR_CURRENT_DIRECTORY where it is the current directory,
+// True where the caller alone holds a node; else ORB_ERROR_CURRENT_DIRECTORY where it is the current directory, and
 // ORB_ERROR_IN_USE where anything else holds it.
 bool RequireSoleHolder(const OrbNode* node);
 

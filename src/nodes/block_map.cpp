@@ -16,7 +16,7 @@ namespace {
 struct MapPlace {
   bool isDouble;      // reached through doubleIndirect
   uint32_t mapSlot;   // the slot of doubleIndirect, where isDouble
-  uint32_t leafSlot;  // the slot that names the data block
+  uint32_t leafSlot;  // the slot that holds the data block's number
 };
 
 MapPlace PlaceOf(const Volume* volume, uint32_t i) {
@@ -34,7 +34,7 @@ bool ReadMapSlot(Volume* volume, uint32_t mapBlock, uint32_t slot, uint32_t* val
   return true;
 }
 
-// The block a slot names; 0 with the error set where it names none.
+// The block number in a slot; 0 with the error set where the slot is empty.
 uint32_t LookupMapSlot(Volume* volume, uint32_t mapBlock, uint32_t slot) {
   uint32_t block = kNoBlock;
   if (!ReadMapSlot(volume, mapBlock, slot, &block)) return kNoBlock;
@@ -59,8 +59,8 @@ bool SetDoubleIndirect(OrbNode* node, const MapPlace& place, uint32_t block) {
   return false;
 }
 
-// Gives back a block-map block, then what its slots name up to the first zero one: data blocks at level 1, block-map
-// blocks of level 1 at level 2.
+// Frees a block-map block, then what its slots list up to the first zero one: data blocks at level 1, block-map blocks
+// of level 1 at level 2.
 bool ReleaseMapTree(Volume* volume, uint32_t mapBlock, uint32_t level) {
   const Scratch map(Allocate(volume->header.blockSize));
   if (map.bytes == nullptr || !ReadBlock(map.bytes, volume, mapBlock)) return false;
@@ -98,8 +98,7 @@ bool SetFileBlock(OrbNode* node, uint32_t position, uint32_t block) {
   if (!OrbNodeIsValid(node)) return Fail(ORB_ERROR_ABORTED);
   const Volume* const volume = node->volume;
   const uint32_t i = BlockIndex(volume, position);
-  // The border is (size + 1) / block size, as it stands: a block past the end may be entered when the size is a
-  // multiple of the block size, or one byte short of one.
+  // Q18: a block past the end may be entered when the size is a multiple of the block size, or one byte short of one.
   if (i > BlockIndex(volume, node->record.size + 1)) return Fail(ORB_ERROR_DAMAGED_RECORD);
   if (!IsInsideMap(volume, i)) return Fail(ORB_ERROR_VOLUME_FULL);
   if (i < kDirectBlocks) {
@@ -139,7 +138,7 @@ bool ReleaseFileBlocks(OrbNode* node) {
   memset(node->record.direct, 0, sizeof node->record.direct);
   node->record.indirect = kNoBlock;
   node->record.doubleIndirect = kNoBlock;
-  if (!StampAndWriteNode(node)) return false;  // the commit point: the node is empty, its blocks are nobody's
+  if (!StampAndWriteNode(node)) return false;  // the commit point: the node is empty
 
   for (uint32_t i = 0; i < kDirectBlocks && before.direct[i] != kNoBlock; ++i) {
     if (!FreeBlock(volume, before.direct[i])) return false;

@@ -15,7 +15,7 @@ OrbNode g_NodeListHead;
 
 namespace {
 
-// The object before a live one, or null for a pointer that is not on the list or names a dead object.
+// The object before a live one, or null for a pointer that is not on the list or points to a dead object.
 OrbNode* LivePredecessor(const OrbNode* node) {
   if (node == nullptr) return nullptr;
   OrbNode* before = &g_NodeListHead;

@@ -16,7 +16,8 @@ constexpr uint8_t kAllFree = 0xFF;
 uint32_t BitmapByte(uint32_t number) { return (number - 1) / 8; }
 uint8_t BitmapMask(uint32_t number) { return static_cast<uint8_t>(0x80 >> ((number - 1) % 8)); }
 
-// The lowest free number, or 0 with ORB_ERROR_NO_FREE_NODE. The bitmap may go further than the node-block table can.
+// The lowest free number, or 0 with ORB_ERROR_NO_FREE_NODE. The bitmap may go further than the node-block table
+// can (Q27).
 uint32_t FindFreeNumber(const Volume* volume) {
   const uint32_t bytes = volume->header.bitmapSize;
   uint32_t byte = 0;

@@ -28,7 +28,7 @@ bool ReadChunk(uint8_t* chunk, uint32_t chunkSize, const OrbNode* source, uint32
   return true;
 }
 
-// Appends what of a chunk belongs to the file, one block and one node write at a time.
+// Appends the part of a chunk that belongs to the file, one block and one node write at a time.
 bool WriteChunk(const uint8_t* chunk, uint32_t chunkSize, OrbNode* destination, uint32_t position, uint32_t fileSize) {
   const uint32_t blockSize = destination->volume->header.blockSize;
   for (uint32_t done = 0; done < chunkSize && position + done < fileSize; done += blockSize) {
@@ -54,7 +54,7 @@ bool OrbCopyNodeTo(OrbNode* directory, const char* name, OrbNode* source) {
 
 bool OrbCopyFileData(OrbNode* destination, const OrbNode* source) {
   const uint32_t size = source->record.size;
-  if (size == 0) return OrbNodeWrite(destination);  // there is still the time stamp to store
+  if (size == 0) return OrbNodeWrite(destination);  // the time stamp is still to be stored
 
   // A chunk is one block of the volume with the larger blocks, one or more of the other's.
   const uint32_t from = source->volume->header.blockSize;
@@ -62,7 +62,7 @@ bool OrbCopyFileData(OrbNode* destination, const OrbNode* source) {
   const uint32_t chunkSize = from > to ? from : to;
   const Scratch chunk(Allocate(chunkSize));
   if (chunk.bytes == nullptr) return false;
-  // What is written tells where to go on: unlike a multiple of chunks, it never wraps past a damaged source's size.
+  // The position follows the size written so far: unlike a multiple of chunks, it cannot wrap for a damaged source.
   for (uint32_t position = 0; position < size; position = destination->record.size) {
     if (!ReadChunk(chunk.bytes, chunkSize, source, position)) return false;
     if (!WriteChunk(chunk.bytes, chunkSize, destination, position, size)) return false;

@@ -7,7 +7,7 @@
 namespace orba {
 
 // Makes a copy of a file's data, attributes and time stamp under a new name. Never overwrites.
-//   fails   ORB_ERROR_WRONG_KIND (no valid node, or a directory), ORB_ERROR_INVALID_NAME, ORB_ERROR_FILE_EXISTS:
+//   fails   ORB_ERROR_WRONG_KIND (not a valid node, or a directory), ORB_ERROR_INVALID_NAME, ORB_ERROR_FILE_EXISTS:
 //           nothing changed. Later failures: as for OrbCreateNodeAt.
 //   writes  1. the node   2. for each block: the data, its map entries, the node with the size so far (for an empty
 //           file the node once more, with the source's time)   3. the directory's block and node: the commit point

@@ -12,12 +12,11 @@ namespace orba {
 //   bitmapSize  node bitmap in bytes, 0 to MaxBitmapSize(blockSize)
 //   blockSize   1024, 2048, 4096 or 8192
 //   fails   ORB_ERROR_INVALID_ARGUMENT: nothing was created. The container's codes for creating and opening. After that
-//           the half-written container stays on disk and open, as intended: it does not mount, and nobody takes it for
-//           a file of their own.
+//           the unfinished container stays on disk and open, and does not mount (Q14).
 //   writes  in sequence from the start: 1. zeros for the header   2. node-block table   3. node bitmap   4. the first
 //           node block, with the root   5. the root's directory block; after a flush   6. the header: the commit point.
-//           The header goes through the volume's write path, which sets the dirty mark before the header, taken without
-//           the mark, overwrites it.
+//           The header goes through the volume's write path, which sets the dirty mark; the header, copied before that,
+//           overwrites it (Q22).
 bool FormatVolume(const WideChar* container, uint32_t bitmapSize, uint32_t blockSize);
 
 }  // namespace orba

@@ -51,7 +51,7 @@ bool LoadVolume(Volume* volume) {
   return IsDirectory(volume->root) || Fail(ORB_ERROR_DAMAGED_RECORD);
 }
 
-// Takes the root and all memory of a volume away; nodes still held by others belong to no volume from here on.
+// Releases the root and frees all memory of a volume. Nodes still held by others belong to no volume from here on (N4).
 void FreeVolume(Volume* volume) {
   OrbNodeRelease(volume->root);
   DetachNodes(volume);
@@ -72,8 +72,8 @@ bool OpenAndLoad(Volume* volume, const WideChar* container, const char* name) {
   return false;
 }
 
-// The current directory leaves a volume that goes: for the next older volume's root, else the newer neighbour's, else
-// nowhere.
+// The current directory leaves a volume that is unmounted: for the root of the next older volume, else of the next
+// newer one, else there is none.
 void MoveCurrentDirectoryOff(const Volume* volume, const Volume* previous) {
   if (!OrbIsCurrentDirVolume(volume)) return;
   const Volume* const refuge = volume->next != nullptr ? volume->next : previous;
@@ -137,7 +137,7 @@ bool CheckHeader(const VolumeHeader& header) {
   const uint32_t shift = header.blockShift & 0xFF;
   if (shift >= 32 || 1u << shift != header.blockSize) return Fail(ORB_ERROR_DAMAGED_VOLUME);
   if (header.bitmapSize > MaxBitmapSize(header.blockSize)) return Fail(ORB_ERROR_INVALID_ARGUMENT);
-  // The reserved size may be anything on disk: a region that leaves every container behind, or wraps, is none.
+  // The reserved size may be anything on disk: a region that no container can hold, or that wraps, is damage.
   if (header.nodeTableOffset != header.headerSize ||
       header.bitmapOffset != header.nodeTableOffset + header.nodeTableSize ||
       header.reservedOffset != header.bitmapOffset + header.bitmapSize ||

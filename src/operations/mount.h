@@ -10,13 +10,13 @@
 namespace orba {
 
 // Mounts a container under a name, newest in the list; the root of the first volume becomes the current directory. The
-// container is opened exclusively and not written to.
+// container is opened exclusively and not written to. The memory file takes any number of mounts (Q15).
 //   fails  ORB_ERROR_OUT_OF_MEMORY, ORB_ERROR_INVALID_NAME, ORB_ERROR_ALREADY_MOUNTED, the container's codes for
 //          opening, CheckHeader's, LoadFreeChain's, OrbNodeGet's for the root, ORB_ERROR_DAMAGED_RECORD for a root that
-//          is no directory. Nothing is left: no list entry, no open container, no memory.
+//          is not a directory. Nothing is left: no list entry, no open container, no memory.
 bool MountVolume(const WideChar* container, const char* name);
 
-// Tells a mounted volume's sizes through the pointers that are not null.
+// Stores a mounted volume's sizes through the pointers that are not null.
 //   fails  ORB_ERROR_NOT_MOUNTED
 bool GetVolumeInfo(const char* name, OrbU32* bitmapSize, OrbU32* blockSize);
 

@@ -9,8 +9,8 @@ namespace orba {
 
 namespace {
 
-// A directory must not move below itself: on the way up from the destination to the root the moved node may not be met.
-// No healthy way is longer than the volume has nodes.
+// A directory must not move below itself: the moved node may not lie on the way up from the destination to the root. No
+// healthy way is longer than the volume has nodes.
 bool IsOutsideOf(const OrbNode* moved, OrbNode* directory) {
   const Volume* const volume = directory->volume;
   NodeRef present(OrbNodeAddRef(directory));
@@ -50,7 +50,7 @@ bool OrbMoveNode(OrbNode* toDirectory, const char* toName, OrbNode* fromDirector
     if (!OrbDirAddEntry(toDirectory, toName, moved.node->record.number, true)) return false;
     if (IsDirectory(moved.node) && !OrbDirSetParent(moved.node, toDirectory->record.number)) return false;
   }
-  // The node is let go of first: the removal wants to be its only holder.
+  // The node is released by now: the removal must be its only holder.
   const NodeRef removed(OrbDirRemoveEntry(fromDirectory, fromName, false));
   return removed.node != nullptr;
 }

@@ -6,9 +6,10 @@
 //   B1  the first metadata write of an operation sets the mark on disk before it writes anything else
 //   B2  OrbCommitVolume, at the end of each entry point that changes a volume, clears it
 //   B3  a metadata write that fails with any code but ORB_ERROR_DISK_FULL fails the volume: every later write, and the
-//       commit, fail with ORB_ERROR_WRITE, so the mark stays on disk and the container refuses to mount
+//       commit, fail with ORB_ERROR_WRITE, so the mark stays on disk and the container refuses to mount. After a full
+//       disk the volume goes on (Q21)
 // StoreVolumeHeader copies the header before the mark is set; where it is an operation's first metadata write, the copy
-// therefore takes the mark off the disk again while memory keeps it. Formatting relies on exactly that.
+// therefore takes the mark off the disk again while memory keeps it (Q22).
 //
 // Reads and writes cost one seek and one transfer each. Nothing checks a block number against the container's size: a
 // read past the end fails with ORB_ERROR_DAMAGED_VOLUME, a write past the end is how the volume grows. A byte range
@@ -21,7 +22,7 @@
 
 namespace orba {
 
-// How a block is written. Bit 0: a metadata write. Bits 8 to 10 tell what is written; nothing reads them.
+// How a block is written. Bit 0: a metadata write. Bits 8 to 10 say what is written; nothing reads them.
 enum WriteFlags : uint32_t {
   kDataWrite = 0,  // file data: no mark, and a failure does not fail the volume
   kMetadataWrite = 1,

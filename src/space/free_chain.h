@@ -9,9 +9,10 @@
 //   F4  allocation and the first write of a block go together: until it is written, a block at the end is not taken
 //
 // What a stop between two writes leaves:
-//   a record pushed    record, then header: block n holds a record that nothing points to; it is lost, the chain sound
-//   a record popped    header, then the caller's first write: that block is lost, the chain sound
+//   a record pushed    record, then header: its block holds a record that nothing refers to, and is lost
+//   a record popped    header, then the caller's first write: that block is lost
 //   an entry in, out   one block write
+// The chain itself is sound after each of them.
 #pragma once
 
 #include <stdint.h>
@@ -34,17 +35,17 @@ bool StoreFreeChain(Volume* volume);
 //            code of what failed below. What was taken from the cache stays taken.
 uint32_t AllocBlock(Volume* volume);
 
-// Gives a block back. A block that was allocated but never written (not wholly inside the container) needs nothing.
+// Frees a block. One that was allocated but never written (not wholly inside the container) needs nothing.
 //   fails  ORB_ERROR_WRITE (failed volume), ORB_ERROR_DAMAGED_RECORD (block 0 or beyond the container's end): nothing
-//          changed. Codes of the writes: cache and head are already changed. Giving a block back twice is not noticed.
+//          changed. Codes of the writes: cache and head are already changed. Freeing a block twice is not noticed.
 bool FreeBlock(Volume* volume, uint32_t block);
 
 // Takes a block and writes one block of data into it, in that order. Returns its number, 0 on failure; a block whose
-// write fails is deliberately not given back: it is lost.
+// write fails is lost (Q19).
 uint32_t AllocWriteBlock(const void* data, Volume* volume, uint32_t flags);
 
-// The same with `length` bytes of data, 0 to a block, and zeros behind them. Only the padding takes memory: a block's
-// worth; where it cannot be had the block is lost as well.
+// The same with `length` bytes of data, 0 to a block, and zeros behind them. Only the padding takes memory, one block;
+// where there is none the block is lost as well.
 uint32_t AllocWriteBlockPadded(const void* data, Volume* volume, uint32_t flags, uint32_t length);
 
 }  // namespace orba

@@ -26,8 +26,8 @@ constexpr WideText kDeleteName("DeleteMemFile");
 const WideChar* const kEntryNames[kEntryPoints] = {kCreateName.text, kReadName.text,    kWriteName.text,
                                                    kSeekName.text,   kGetSizeName.text, kDeleteName.text};
 
-// An entry point missing from the library is no error here: its slot stays null. Where loading fails, one that was
-// loaded before stays as it is, for it still has to be unloaded.
+// An entry point that the library lacks is not an error yet: its slot stays null. Where loading fails, a library loaded
+// before stays as it is, since it still has to be unloaded.
 bool LoadMemFileLibrary() {
   const coredll::Module loaded = coredll::LoadLibraryW(kLibraryName.text);
   if (loaded == nullptr) return Fail(ORB_ERROR_MEMFILE_NOT_FOUND);

@@ -82,7 +82,7 @@ constexpr uint16_t kNodeSystemFlag = 0x0004;  // on the root only
 constexpr uint16_t ORB_NODE_DIRECTORY = 0x0008;
 constexpr uint16_t kRootAttributes = 0x000E;  // what formatting gives the root
 
-// UTC. The eighth byte is no part of the stamp and zero.
+// UTC. The eighth byte is not part of the stamp and is zero.
 struct TimeStamp {
   uint16_t year;     // 0
   uint8_t month;     // 2  1 to 12
@@ -131,8 +131,8 @@ static_assert(offsetof(OrbDirEntry, name) == 2, "layout");
 constexpr uint32_t kDirEntrySize = sizeof(OrbDirEntry);
 
 // ---- Free-chain record: one whole block that lists free blocks ------------------------------------------------------
-// The chain is a stack of records; the header names the newest. A record's own block is free too: it is handed out when
-// the record is empty and the next record takes its place.
+// The chain is a stack of records; the header refers to the newest. A record's own block is free too: it is handed out
+// when the record is empty and the next record takes its place.
 
 constexpr uint32_t kFreeChainSignature = 0x31434246;  // "FBC1"
 

@@ -6,7 +6,7 @@
 //   V1  the list runs from the newest mounted volume to the oldest; names on it are unique
 //   V2  header holds the container's header in host byte order; its state flags are kept current
 //   V3  nodeTable and bitmap are what the container holds, or hold what the next write of them brings there
-//   V4  freeChain, where not null, is the record that header.freeChainHead names, in host byte order
+//   V4  freeChain, where not null, is the record in block header.freeChainHead, in host byte order
 //   V5  once failed is set it stays set: nothing is written to this volume any more
 #pragma once
 
