@@ -48,7 +48,7 @@ OrbBool Commit(Volume* volume, bool done) {
 }
 
 // Fails and keeps the reference on the source (Q4).
-OrbBool KeepForGood(NodeRef* source) {
+OrbBool FailKeeping(NodeRef* source) {
   source->Take();
   return 0;
 }
@@ -103,7 +103,7 @@ OrbBool ORB_CALL OrbCopyFileA(const char* source, const char* target) {
   if (file.node == nullptr) return 0;
   char name[kNameSize];
   const NodeRef directory(OrbWalkPath(name, target));
-  if (directory.node == nullptr) return KeepForGood(&file);
+  if (directory.node == nullptr) return FailKeeping(&file);
   return Commit(directory.node->volume, OrbCopyNodeTo(directory.node, name, file.node));
 }
 
@@ -114,7 +114,7 @@ OrbBool ORB_CALL OrbMoveFileA(const char* source, const char* target) {
   NodeRef from(OrbWalkPath(fromName, source));
   if (from.node == nullptr) return 0;
   const NodeRef to(OrbWalkPath(toName, target));
-  if (to.node == nullptr) return KeepForGood(&from);
+  if (to.node == nullptr) return FailKeeping(&from);
   return Commit(to.node->volume, OrbMoveNode(to.node, toName, from.node, fromName));
 }
 
@@ -135,7 +135,7 @@ OrbBool ORB_CALL OrbDeleteFileA(const char* path) {
 }
 
 OrbU32 ORB_CALL OrbGetFileAttributesA(const char* path) {
-  if (!Begin(path)) return ORB_INVALID_ATTRIBUTES;
+  if (!Begin(path)) return ORB_INVALID_ATTRIBUTES;  // 16 bits (Q2)
   const NodeRef node(ResolveFile(path));
   return node.node != nullptr ? node.node->record.attributes : ORB_INVALID_ATTRIBUTES;
 }
@@ -231,6 +231,8 @@ OrbBool ORB_CALL OrbFindClose(OrbHandle search) {
 // ---- Errors, time, byte order ---------------------------------------------------------------------------------------
 
 OrbU32 ORB_CALL OrbGetLastError(void) { return GetError(); }
+
+// The names as callers link to them (Q3).
 
 void ORB_CALL _OrbSetError(OrbU32 code) { SetError(code); }
 

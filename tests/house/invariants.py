@@ -1,16 +1,19 @@
 #!/usr/bin/env python3
-"""Checks that every invariant of the library is watched by a test, and that every number cited exists.
+"""Checks that every invariant and every point of compatibility is watched by a test, and that what is cited exists.
 
   invariants.py ROOT
 
 A header in src/ numbers its layer's invariants ("//   D1  entry 0 is ..."). A test that watches one ends its first line,
 or the comment above it, with the number ("// D1, D4"); the kinds of findings in inspect/check/finding.h name theirs in brackets.
+docs/compatibility.md numbers what may not change ("**Q1. ..."); the code that keeps to it cites the number in a comment.
 """
 import pathlib
 import re
 import sys
 
 STATED = re.compile(r"^//   ([A-Z]\d+)  ", re.MULTILINE)
+KEPT = re.compile(r"^\*\*(Q\d+)\. ", re.MULTILINE)
+CITED_IN_CODE = re.compile(r"\b(Q\d+)\b")
 CITED = {"tests/unit": re.compile(r"// ([A-Z]\d+(?:, [A-Z]\d+)*)$", re.MULTILINE),
          "inspect": re.compile(r"// .*\(([A-Z]\d+(?:, [A-Z]\d+)*)\)$", re.MULTILINE)}
 
@@ -29,7 +32,12 @@ def find(root, folder, pattern, endings):
 
 def check(root):
     stated = find(root, "src", STATED, {".h"})
-    faults = [] if stated else ["no invariants found"]
+    kept = find(root, "docs", KEPT, {".md"})
+    faults = [] if stated and kept else ["no invariants found"]
+    code = find(root, "src", CITED_IN_CODE, {".h", ".cpp"})
+    faults += [f"{where}: there is no {number}" for number, where in code.items() if number not in kept]
+    faults += [f"{where}: no code cites {number}" for number, where in kept.items() if number not in code]
+    stated.update(kept)
     for folder, pattern in CITED.items():
         cited = find(root, folder, pattern, {".h", ".cpp"})
         faults += [f"{where}: there is no {number}" for number, where in cited.items() if number not in stated]

@@ -14,7 +14,7 @@ class Error : public LibraryTest {};
 
 TEST_F(Error, state_starts_clear) { EXPECT_EQ(OrbGetLastError(), 0u); }
 
-TEST_F(Error, set_takes_any_value) {
+TEST_F(Error, set_takes_any_value) {  // Q3
   _OrbSetError(0x12345678);
   EXPECT_EQ(OrbGetLastError(), 0x12345678u);
   _OrbSetError(0xFFFFFFFF);
@@ -27,7 +27,7 @@ TEST_F(Error, get_does_not_clear) {
   EXPECT_EQ(OrbGetLastError(), 0x30000013u);
 }
 
-TEST_F(Error, clear_makes_it_0) {
+TEST_F(Error, clear_makes_it_0) {  // Q3
   _OrbSetError(0x12345678);
   _OrbCrearError();
   EXPECT_EQ(OrbGetLastError(), 0u);
@@ -111,7 +111,7 @@ TEST_F(Error, public_names_have_the_documented_values) {
   EXPECT_EQ(ORB_ERROR_MEMFILE_NOT_FOUND, 0x30000028u);
 }
 
-// ---- The entry rule --------------------------------------------------------------------------------------------------
+// ---- The entry rule -------------------------------------------------------------------------------------------------
 
 TEST_F(Error, every_successful_call_leaves_the_state_clear) {
   OrbHandle file = 0;

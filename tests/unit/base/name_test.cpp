@@ -110,7 +110,7 @@ TEST(Name, copy_goes_up_to_the_terminator_in_upper_case) {
 
 // ---- Wildcards ------------------------------------------------------------------------------------------------------
 
-TEST(Name, wildcard_table) {
+TEST(Name, wildcard_table) {  // Q7
   const struct {
     const char* name;
     const char* pattern;

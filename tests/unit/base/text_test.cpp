@@ -107,7 +107,7 @@ TEST_F(Text, ansi_to_wide_into_too_little_space_fails_as_the_platform_does) {
   EXPECT_EQ(GetError(), 0x3000000Eu);
 }
 
-// ---- Less than 0, which some platforms return for a failure ----------------------------------------------------------
+// ---- Less than 0, which some platforms return for a failure ---------------------------------------------------------
 
 TEST_F(Text, negative_result_fails_as_0_does_and_is_passed_on) {
   char ansi[4] = {'x', 'x', 'x', 'x'};

@@ -57,7 +57,7 @@ class OpenFileCost : public LibraryTest {
   uint32_t allocations_ = 0;
 };
 
-// ---- Reading ---------------------------------------------------------------------------------------------------------
+// ---- Reading --------------------------------------------------------------------------------------------------------
 
 TEST_F(OpenFileCost, read_inside_a_direct_block_is_one_transfer) {
   Start(6 * 1024);
@@ -112,7 +112,7 @@ TEST_F(OpenFileCost, positions_and_sizes_make_no_call) {
   EXPECT_EQ(Allocations(), 0u);
 }
 
-// ---- Overwriting -----------------------------------------------------------------------------------------------------
+// ---- Overwriting ----------------------------------------------------------------------------------------------------
 
 TEST_F(OpenFileCost, overwriting_inside_the_file_is_the_data_and_no_metadata) {
   Start(6 * 1024);
@@ -137,7 +137,7 @@ TEST_F(OpenFileCost, overwriting_through_the_indirect_blocks_reads_their_slots) 
   EXPECT_EQ(Allocations(), 0u);
 }
 
-// ---- Growing ---------------------------------------------------------------------------------------------------------
+// ---- Growing --------------------------------------------------------------------------------------------------------
 
 TEST_F(OpenFileCost, growing_by_a_whole_block_is_its_data_the_node_the_mark_and_the_commit) {
   Start(1024);
@@ -210,7 +210,7 @@ TEST_F(OpenFileCost, extending_takes_one_buffer_for_all_blocks) {
   EXPECT_EQ(Peak(), 1024u);
 }
 
-// ---- Shrinking, flushing, closing ------------------------------------------------------------------------------------
+// ---- Shrinking, flushing, closing -----------------------------------------------------------------------------------
 
 TEST_F(OpenFileCost, shrinking_within_the_last_block_is_the_node_the_mark_and_the_commit) {
   Start(1000);

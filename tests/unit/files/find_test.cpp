@@ -421,7 +421,7 @@ TEST_F(Find, searched_directory_counts_as_in_use) {
 
 // ---- Unmounting under a search --------------------------------------------------------------------------------------
 
-TEST_F(Find, unmount_with_an_open_search_fails_yet_unmounts_and_keeps_the_search) {
+TEST_F(Find, unmount_with_an_open_search_fails_yet_unmounts_and_keeps_the_search) {  // Q9
   ASSERT_EQ(First("D/"), ".");
   EXPECT_EQ(Outcome(OrbUnmountVolumeA("A")), "0x3000001C");
   EXPECT_EQ(OrbGetVolumeInfoA("A", nullptr, nullptr), 0);

@@ -224,7 +224,7 @@ TEST_F(OpenFile, every_other_handle_is_invalid) {
   EXPECT_EQ(OrbFindClose(search), 1);
 }
 
-TEST_F(OpenFile, handle_of_a_closed_file_names_what_is_opened_in_its_slot) {
+TEST_F(OpenFile, handle_of_a_closed_file_names_what_is_opened_in_its_slot) {  // Q13
   MakeFile("F", Pattern(10));
   MakeFile("G", Pattern(20));
   const OrbHandle file = Open("F");

@@ -71,7 +71,7 @@ class Transfer : public TreeTest {
 
 // ---- Positioning ----------------------------------------------------------------------------------------------------
 
-TEST_F(Transfer, seek_table) {
+TEST_F(Transfer, seek_table) {  // Q5
   OpenNew(Pattern(100));
   constexpr uint32_t kSeek = 0x30000026;
   constexpr uint32_t kBad = 0x3000000E;
@@ -418,7 +418,7 @@ TEST_F(Transfer, write_allocates_for_a_partial_new_block_alone) {
 
 // ---- A file of exactly one block ------------------------------------------------------------------------------------
 
-TEST_F(Transfer, write_inside_a_file_of_one_block_stamps_and_stores_it) {
+TEST_F(Transfer, write_inside_a_file_of_one_block_stamps_and_stores_it) {  // Q6
   OpenNew(Pattern(1024));
   testhost::SetClock({2010, 1, 0, 2, 3, 4, 5, 6});
   EXPECT_EQ(Write(Pattern(10)), "");
@@ -432,7 +432,7 @@ TEST_F(Transfer, write_that_makes_a_file_one_block_long_stores_it_twice) {
   EXPECT_EQ(Calls(), "size / write block 3 / mark / write node 2 / write node 2 / clear");
 }
 
-TEST_F(Transfer, write_inside_files_of_other_sizes_stamps_nothing) {
+TEST_F(Transfer, write_inside_files_of_other_sizes_stamps_nothing) {  // Q6
   for (const uint32_t size : {1u, 1023u, 1025u, 2048u}) {
     MakeFile("F", Pattern(size));
     file_ = Open("F");

@@ -1,6 +1,6 @@
-// Containers with random damage. Whatever their bytes are, no call crashes, hangs or reads outside its memory (which the
-// sanitizers see), each call says by its error state whether it failed, and nothing is left once the volume is unmounted.
-// Every failure names the seed of its damage.
+// Containers with random damage. Whatever their bytes are, no call crashes, hangs or reads outside its memory (which
+// the sanitizers see), each call says by its error state whether it failed, and nothing is left once the volume is
+// unmounted. Every failure names the seed of its damage.
 #include <string.h>
 
 #include <algorithm>
@@ -30,8 +30,8 @@ class DamagedContainer : public TreeTest {
     testhost::SetTracing(false);
   }
 
-  // The volume to break: directories of one and of more blocks, one inside the other, files of no block, of one, of eight
-  // and, where blocks are small, of 264, and a free chain of two records.
+  // The volume to break: directories of one and of more blocks, one inside the other, files of no block, of one, of
+  // eight and, where blocks are small, of 264, and a free chain of two records.
   Bytes MakeVolume(uint32_t blockSize) {
     OrbUnmountVolumeA("A");
     testhost::RemoveFile(u"VOL");

@@ -25,7 +25,7 @@ class EntryPoints : public LibraryTest {
   }
 };
 
-// ---- Null pointers ---------------------------------------------------------------------------------------------------
+// ---- Null pointers --------------------------------------------------------------------------------------------------
 
 TEST_F(EntryPoints, null_pointer_fails_with_the_failure_value_and_touches_nothing) {
   FormatAndMount();
@@ -94,7 +94,7 @@ TEST_F(EntryPoints, transfer_of_0_bytes_needs_no_buffer) {
   EXPECT_EQ(done, 0u);
 }
 
-// ---- Arguments -------------------------------------------------------------------------------------------------------
+// ---- Arguments ------------------------------------------------------------------------------------------------------
 
 TEST_F(EntryPoints, create_volume_formats_with_1024_and_4096) {
   ASSERT_EQ(OrbCreateVolume(u"ONE"), 1);
@@ -130,7 +130,7 @@ TEST_F(EntryPoints, open_file_passes_on_the_low_16_bits_of_the_mode) {
   EXPECT_EQ(GetError(), 0x30000019u);
 }
 
-// ---- Codes of paths that lead nowhere --------------------------------------------------------------------------------
+// ---- Codes of paths that lead nowhere -------------------------------------------------------------------------------
 
 TEST_F(EntryPoints, missing_last_name_is_file_not_found_where_the_object_is_meant) {
   FormatAndMount();
@@ -187,7 +187,7 @@ TEST_F(EntryPoints, set_current_directory_to_a_file_fails_and_keeps_the_previous
   EXPECT_EQ(NodesListed(), 1u);
 }
 
-// ---- References ------------------------------------------------------------------------------------------------------
+// ---- References -----------------------------------------------------------------------------------------------------
 
 TEST_F(EntryPoints, calls_release_every_reference_they_took_whether_or_not_they_succeed) {
   Volume* const volume = FormatAndMount();
@@ -233,7 +233,7 @@ TEST_F(EntryPoints, calls_release_every_reference_they_took_whether_or_not_they_
   }
 }
 
-TEST_F(EntryPoints, copy_to_a_directory_that_does_not_resolve_keeps_the_source_in_use) {
+TEST_F(EntryPoints, copy_to_a_directory_that_does_not_resolve_keeps_the_source_in_use) {  // Q4
   LeavesThingsBehind();
   FormatAndMount();
   ASSERT_EQ(OrbCreateFileA("F", 0), 1);
@@ -244,7 +244,7 @@ TEST_F(EntryPoints, copy_to_a_directory_that_does_not_resolve_keeps_the_source_i
   EXPECT_EQ(NodesListed(), 2u);
 }
 
-TEST_F(EntryPoints, move_to_a_directory_that_does_not_resolve_keeps_the_source_directory_in_use) {
+TEST_F(EntryPoints, move_to_a_directory_that_does_not_resolve_keeps_the_source_directory_in_use) {  // Q4
   LeavesThingsBehind();
   FormatAndMount();
   ASSERT_EQ(OrbCreateDirectoryA("D"), 1);
@@ -265,7 +265,7 @@ TEST_F(EntryPoints, first_path_is_resolved_before_the_second) {
   EXPECT_EQ(GetError(), 0x30000014u);
 }
 
-// ---- Commit ----------------------------------------------------------------------------------------------------------
+// ---- Commit ---------------------------------------------------------------------------------------------------------
 
 TEST_F(EntryPoints, mutating_call_whose_commit_fails_returns_0_though_its_work_is_done) {
   const struct {

@@ -88,7 +88,7 @@ TEST_F(WideForms, conversion_that_the_platform_refuses_returns_0_and_does_nothin
   EXPECT_EQ(FileBytes(u"VOL"), before);
 }
 
-TEST_F(WideForms, first_string_that_does_not_convert_ends_the_call) {
+TEST_F(WideForms, first_string_that_does_not_convert_ends_the_call) {  // Q1
   FailNthCall(Call::kWideToAnsi, 1, coredll::kHostNoUnicodeTranslation);
   EXPECT_EQ(OrbCopyFileW(u"F", u"G"), 0);
   EXPECT_EQ(testhost::CallCount(Call::kWideToAnsi), 1u);
@@ -133,7 +133,7 @@ TEST_F(WideForms, search_without_a_record_fails_with_the_failure_value) {
   EXPECT_EQ(g_FindTable[0].node, nullptr);
 }
 
-// ---- Results of the A form -------------------------------------------------------------------------------------------
+// ---- Results of the A form ------------------------------------------------------------------------------------------
 
 TEST_F(WideForms, results_of_the_ansi_form_are_returned_unchanged) {
   EXPECT_EQ(OrbGetFileAttributesW(u"F"), 2u);
@@ -180,7 +180,7 @@ TEST_F(WideForms, container_name_goes_to_the_host_as_it_is) {
   EXPECT_EQ(testhost::CallCount(Call::kWideToAnsi), 1u);  // the volume name alone
 }
 
-// ---- Strings on their way out ----------------------------------------------------------------------------------------
+// ---- Strings on their way out ---------------------------------------------------------------------------------------
 
 TEST_F(WideForms, current_directory_comes_back_wide) {
   OrbWideChar path[ORB_WIDE_PATH_BUFFER];
@@ -316,7 +316,7 @@ TEST_F(WideForms, first_name_that_does_not_widen_closes_the_search) {
   EXPECT_EQ(testhost::AllocationsHeld(), held);
 }
 
-TEST_F(WideForms, next_name_that_does_not_widen_leaves_the_rest_of_the_record_overwritten) {
+TEST_F(WideForms, next_name_that_does_not_widen_leaves_the_rest_of_the_record_overwritten) {  // Q16
   OrbFindDataW found;
   const OrbHandle search = OrbFindFirstFileW(u"*", &found);
   ASSERT_EQ(search, 0x20000u);

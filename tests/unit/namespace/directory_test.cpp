@@ -193,7 +193,7 @@ TEST_F(Directory, scan_stops_at_number_0_even_where_entries_follow) {  // D2
   EXPECT_EQ(Reads(), "block 3 / block 3");
 }
 
-TEST_F(Directory, scan_looks_at_the_last_block_to_its_end_whatever_the_size) {
+TEST_F(Directory, scan_looks_at_the_last_block_to_its_end_whatever_the_size) {  // Q23
   Fill(5);
   DamageDirectory([](Bytes* image) { testhost::WriteU32(*image, testhost::NodeOffset(*image, 2) + 16, 64); });
   EXPECT_EQ(OrbDirLookup(directory_, "N004"), 3u);
@@ -535,7 +535,7 @@ TEST_F(Directory, add_whose_node_is_not_written_loses_the_new_block) {
 
 // ---- Renaming -------------------------------------------------------------------------------------------------------
 
-TEST_F(Directory, rename_writes_the_one_block_and_nothing_else) {
+TEST_F(Directory, rename_writes_the_one_block_and_nothing_else) {  // Q8
   Fill(40);
   const OrbNodeRecord before = Stored(2);
   testhost::SetClock({2010, 1, 0, 2, 3, 4, 5, 6});
@@ -625,7 +625,7 @@ TEST_F(Directory, remove_of_the_last_entry_clears_its_number_and_keeps_its_name)
   Commit();
 }
 
-TEST_F(Directory, remove_moves_the_last_entry_of_the_same_block_into_the_hole) {  // D3
+TEST_F(Directory, remove_moves_the_last_entry_of_the_same_block_into_the_hole) {  // D3, Q10
   Fill(6);
   EXPECT_EQ(Remove("N002"), "");
   EXPECT_EQ(Calls(), "read block 3 / read node 3 / mark / write block 3 / write node 2");
@@ -636,7 +636,7 @@ TEST_F(Directory, remove_moves_the_last_entry_of_the_same_block_into_the_hole) {
   Commit();
 }
 
-TEST_F(Directory, remove_from_another_block_writes_the_hole_s_block_before_the_last) {
+TEST_F(Directory, remove_from_another_block_writes_the_hole_s_block_before_the_last) {  // Q24
   Fill(34);
   EXPECT_EQ(Remove("N002"), "");
   EXPECT_EQ(Calls(), "read block 3 / read node 3 / read block 4 / mark / write block 3 / write block 4 / write node 2");

@@ -235,7 +235,7 @@ TEST_F(Path, walk_on_another_volume_than_the_current_directory_s_starts_at_its_r
   SetCurrent("A:/");
 }
 
-TEST_F(Path, walk_without_a_current_directory_fails_for_every_path_but_the_empty_one) {
+TEST_F(Path, walk_without_a_current_directory_fails_for_every_path_but_the_empty_one) {  // Q12
   ASSERT_TRUE(OrbSetCurrentDirNode(nullptr));
   for (const char* path : {"x", "/x", "A:/x", "B:x", "C:/x", ":x", "/", "."}) {
     EXPECT_EQ(Walk(path), "0x30000012") << path;

@@ -30,7 +30,7 @@ Blocks Part(const Blocks& blocks, size_t from, size_t to) {
   return Blocks(blocks.begin() + static_cast<ptrdiff_t>(from), blocks.begin() + static_cast<ptrdiff_t>(to));
 }
 
-// ---- Order -----------------------------------------------------------------------------------------------------------
+// ---- Order ----------------------------------------------------------------------------------------------------------
 
 TEST_F(BlockMapRelease, node_is_written_empty_and_stamped_before_any_block_is_given_back) {
   Grow(2);
@@ -121,7 +121,7 @@ TEST_F(BlockMapRelease, emptied_file_has_given_everything_back) {
   EXPECT_EQ(FreedOrder().size() + 2, blocks);  // all but the node block and the root's
 }
 
-// ---- Where lists end -------------------------------------------------------------------------------------------------
+// ---- Where lists end ------------------------------------------------------------------------------------------------
 
 TEST_F(BlockMapRelease, empty_file_is_done_at_once) {
   EXPECT_TRUE(ReleaseFileBlocks(node_));
@@ -139,7 +139,7 @@ TEST_F(BlockMapRelease, file_of_size_0_keeps_the_map_blocks_it_has) {  // M3
   EXPECT_EQ(testhost::CallCount(), 0u);
 }
 
-TEST_F(BlockMapRelease, file_shrunk_to_nothing_keeps_its_map_block_out_of_the_chain_when_it_is_deleted) {
+TEST_F(BlockMapRelease, file_shrunk_to_nothing_keeps_its_map_block_out_of_the_chain_when_it_is_deleted) {  // Q17
   const Blocks blocks = Grow(7);
   const uint32_t indirect = node_->record.indirect;
   OrbNodeRelease(node_);
@@ -184,7 +184,7 @@ TEST_F(BlockMapRelease, double_indirect_block_stays_where_there_is_no_single_one
   EXPECT_EQ(FreedOrder(), blocks);
 }
 
-TEST_F(BlockMapRelease, first_zero_slot_ends_a_map_block) {  // M2
+TEST_F(BlockMapRelease, first_zero_slot_ends_a_map_block) {  // M2, Q25
   const Blocks blocks = Grow(9);
   const uint32_t indirect = node_->record.indirect;
   PutWord(indirect, 1, 0);
@@ -192,7 +192,7 @@ TEST_F(BlockMapRelease, first_zero_slot_ends_a_map_block) {  // M2
   EXPECT_EQ(FreedOrder(), Joined({Part(blocks, 0, 6), {indirect}, {blocks[6]}}));
 }
 
-TEST_F(BlockMapRelease, first_zero_slot_ends_the_double_indirect_block) {
+TEST_F(BlockMapRelease, first_zero_slot_ends_the_double_indirect_block) {  // Q25
   const Blocks blocks = Grow(521);
   const uint32_t top = node_->record.doubleIndirect;
   PutWord(top, 0, 0);
@@ -202,7 +202,7 @@ TEST_F(BlockMapRelease, first_zero_slot_ends_the_double_indirect_block) {
   EXPECT_EQ(freed.back(), top);
 }
 
-// ---- The tree alone --------------------------------------------------------------------------------------------------
+// ---- The tree alone -------------------------------------------------------------------------------------------------
 
 TEST_F(BlockMapRelease, tree_is_its_map_block_and_what_it_lists) {
   SetBlocks(20);
@@ -221,7 +221,7 @@ TEST_F(BlockMapRelease, tree_is_read_before_its_map_block_is_given_back) {
             "write 0 128 / size / seek 10256 / write 10256 1024");
 }
 
-// ---- Failures --------------------------------------------------------------------------------------------------------
+// ---- Failures -------------------------------------------------------------------------------------------------------
 
 TEST_F(BlockMapRelease, node_that_cannot_be_written_gives_nothing_back) {
   const Blocks blocks = Grow(7);
@@ -328,7 +328,7 @@ TEST_F(BlockMapRelease, maps_that_name_each_other_come_to_an_end) {
   EXPECT_EQ(node_->record.size, 0u);
 }
 
-// ---- Cost ------------------------------------------------------------------------------------------------------------
+// ---- Cost -----------------------------------------------------------------------------------------------------------
 
 TEST_F(BlockMapRelease, memory_is_one_block_for_each_level_the_cache_and_a_copy) {
   Grow(521);

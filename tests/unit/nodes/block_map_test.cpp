@@ -22,7 +22,7 @@ std::string ReadOfSlot(uint32_t blockPosition, uint32_t slot) {
   return "seek " + at + " / read " + at + " 4";
 }
 
-// ---- Lookup ----------------------------------------------------------------------------------------------------------
+// ---- Lookup ---------------------------------------------------------------------------------------------------------
 
 TEST_F(BlockMapLookup, first_six_blocks_cost_no_read) {
   for (uint32_t i = 0; i < 6; ++i) node_->record.direct[i] = 100 + i;
@@ -174,7 +174,7 @@ TEST_F(BlockMapSet, node_that_is_not_live_is_refused) {
   EXPECT_EQ(node_->record.direct[0], 0u);
 }
 
-TEST_F(BlockMapSet, limit_is_the_size_and_one_in_whole_blocks) {  // M1
+TEST_F(BlockMapSet, limit_is_the_size_and_one_in_whole_blocks) {  // M1, Q18
   SetBlocks(20);
   const struct {
     uint32_t size, logical;
@@ -225,7 +225,7 @@ TEST_F(BlockMapSet, last_block_of_the_map_can_be_set) {
   EXPECT_EQ(WordAt(12, 255), 7u);
 }
 
-// ---- Set: the single-indirect block ----------------------------------------------------------------------------------
+// ---- Set: the single-indirect block ---------------------------------------------------------------------------------
 
 TEST_F(BlockMapSet, seventh_block_makes_the_single_indirect_block_with_zeros_behind_its_slot) {  // M2
   Grow(6);
@@ -280,7 +280,7 @@ TEST_F(BlockMapSet, single_indirect_block_that_cannot_be_made_leaves_the_node) {
   }
 }
 
-// ---- Set: the double-indirect block ----------------------------------------------------------------------------------
+// ---- Set: the double-indirect block ---------------------------------------------------------------------------------
 
 TEST_F(BlockMapSet, first_block_of_the_double_range_makes_the_second_level_block_and_then_its_parent) {
   SetBlocks(20);
@@ -380,7 +380,7 @@ TEST_F(BlockMapSet, slot_of_the_double_indirect_block_that_cannot_be_written_los
   EXPECT_EQ(testhost::BlockCount(FileBytes(u"VOL")), 21u);
 }
 
-// ---- Set: a half-made double-indirect tree ---------------------------------------------------------------------------
+// ---- Set: a half-made double-indirect tree --------------------------------------------------------------------------
 
 TEST_F(BlockMapSet, parent_that_meets_a_full_disk_gives_the_second_level_block_back) {
   SetBlocks(20);
@@ -437,7 +437,7 @@ TEST_F(BlockMapSet, second_level_block_that_cannot_be_had_makes_nothing) {
   EXPECT_EQ(node_->record.doubleIndirect, 0u);
 }
 
-// ---- Single entries --------------------------------------------------------------------------------------------------
+// ---- Single entries -------------------------------------------------------------------------------------------------
 
 TEST_F(BlockMapSet, entry_of_an_existing_block_returns_that_block) {
   SetBlocks(20);
@@ -467,7 +467,7 @@ TEST_F(BlockMapSet, entry_of_a_new_block_that_cannot_be_written_returns_0) {
   EXPECT_EQ(GetError(), 0x3000001Au);
 }
 
-// ---- Append ----------------------------------------------------------------------------------------------------------
+// ---- Append ---------------------------------------------------------------------------------------------------------
 
 TEST_F(BlockMapAppend, data_is_written_before_the_map_names_it) {  // M4
   Grow(6);
@@ -544,7 +544,7 @@ TEST_F(BlockMapAppend, file_through_all_three_ranges_is_found_again_block_by_blo
   EXPECT_EQ(blocks[519], 526u);
 }
 
-// ---- Through open files ----------------------------------------------------------------------------------------------
+// ---- Through open files ---------------------------------------------------------------------------------------------
 
 TEST_F(BlockMapAppend, single_indirect_block_is_used_again_after_shrinking_to_6_blocks) {  // M3
   OrbNodeRelease(node_);

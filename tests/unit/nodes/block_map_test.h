@@ -12,8 +12,8 @@ namespace orba {
 
 using Blocks = std::vector<uint32_t>;
 
-// A volume with the empty file "F", node 2, held as `node_`. The container ends after block 2; with blocks of 1024 bytes
-// block n lies at 16 + 1024 n.
+// A volume with the empty file "F", node 2, held as `node_`. The container ends after block 2; with blocks of 1024
+// bytes block n lies at 16 + 1024 n.
 class BlockMapTest : public LibraryTest {
  protected:
   void SetUp() override;

@@ -180,8 +180,8 @@ TEST_F(NodeStore, create_on_a_volume_without_a_bitmap_fails) {
   EXPECT_EQ(NodesListed(), 1u);
 }
 
-TEST_F(NodeStore, create_of_a_number_beyond_the_node_block_table_fails) {
-  Start(896, 1024);  // 7168 bits, of which the table places 3584
+TEST_F(NodeStore, create_of_a_number_beyond_the_node_block_table_fails) {  // Q27
+  Start(896, 1024);                                                        // 7168 bits, of which the table places 3584
   memset(volume_->bitmap, 0, 3584 / 8 - 1);
   volume_->bitmap[3584 / 8 - 1] = 0x01;
   EXPECT_EQ(Create(), 3584u);

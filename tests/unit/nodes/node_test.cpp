@@ -176,7 +176,7 @@ TEST_F(Node, get_passes_over_a_dead_object_of_the_number) {
   OrbNodeRelease(node);
 }
 
-TEST_F(Node, get_does_not_look_at_the_signature) {
+TEST_F(Node, get_does_not_look_at_the_signature) {  // Q26
   Damage([](Bytes* image) { testhost::WriteU32(*image, testhost::NodeOffset(*image, 3), 0); });
   OrbNode* const node = Get(3);
   ASSERT_NE(node, nullptr);
@@ -185,7 +185,7 @@ TEST_F(Node, get_does_not_look_at_the_signature) {
   OrbNodeRelease(node);
 }
 
-TEST_F(Node, get_knows_a_record_by_the_number_it_was_asked_for) {
+TEST_F(Node, get_knows_a_record_by_the_number_it_was_asked_for) {  // Q26
   Damage([](Bytes* image) { testhost::WriteU16(*image, testhost::NodeOffset(*image, 3) + 4, 2); });
   OrbNode* const three = Get(3);
   OrbNode* const two = Get(2);

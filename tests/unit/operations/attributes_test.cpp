@@ -56,7 +56,7 @@ TEST_F(Attributes, get_of_an_open_file_works) {
   EXPECT_EQ(OrbCloseFile(file), 1);
 }
 
-TEST_F(Attributes, get_that_fails_returns_ffff_with_the_code) {
+TEST_F(Attributes, get_that_fails_returns_ffff_with_the_code) {  // Q2
   EXPECT_EQ(OrbGetFileAttributesA("X"), 0xFFFFu);
   EXPECT_EQ(Get("X"), "0x30000013");
   EXPECT_EQ(Get("X/Y"), "0x30000014");
@@ -84,7 +84,7 @@ TEST_F(Attributes, set_replaces_the_word_and_stamps_nothing) {
   EXPECT_EQ(Findings(), "");
 }
 
-TEST_F(Attributes, set_to_the_value_it_has_stores_nothing) {
+TEST_F(Attributes, set_to_the_value_it_has_stores_nothing) {  // Q11
   testhost::ClearTrace();
   EXPECT_EQ(Set("F", 0), "");
   EXPECT_EQ(Writes(), "");

@@ -242,7 +242,7 @@ TEST_F(Create, at_the_container_s_limit_a_file_fits_and_a_directory_does_not) {
 
 // ---- Every call failing ---------------------------------------------------------------------------------------------
 
-TEST_F(Create, file_with_any_write_meeting_a_full_disk_is_undone) {
+TEST_F(Create, file_with_any_write_meeting_a_full_disk_is_undone) {  // Q20
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, Creating("F")),
             (Lines{
                 "mark: 0x30000003",  // the mark that cannot be written fails the volume
@@ -254,7 +254,7 @@ TEST_F(Create, file_with_any_write_meeting_a_full_disk_is_undone) {
             }));
 }
 
-TEST_F(Create, file_with_any_write_failing_otherwise_fails_the_volume_and_undoes_nothing) {
+TEST_F(Create, file_with_any_write_failing_otherwise_fails_the_volume_and_undoes_nothing) {  // Q20
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostAccessDenied, Repeat::kOnce, Creating("F")),
             (Lines{
                 "mark: 0x30000003",
@@ -369,8 +369,8 @@ TEST_F(Create, with_any_allocation_failing_is_undone) {
   for (const std::string& line : lines) EXPECT_EQ(line, "0x30000011");
 }
 
-// A new node block from the chain's last entry, the directory's first block from its emptied record, a new block for the
-// parent at the container's end.
+// A new node block from the chain's last entry, the directory's first block from its emptied record, a new block for
+// the parent at the container's end.
 TEST_F(Create, with_any_allocation_failing_while_all_grows_leaves_a_lost_block_at_most) {
   MakeDirectory("D");
   MakeFile("D/J");

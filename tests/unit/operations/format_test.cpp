@@ -53,7 +53,7 @@ Bytes FreshImage(uint32_t m, uint32_t b, uint32_t shift) {
   return image;
 }
 
-// ---- What is written -------------------------------------------------------------------------------------------------
+// ---- What is written ------------------------------------------------------------------------------------------------
 
 TEST_F(Formatting, container_is_exactly_the_format_for_every_block_size) {
   const struct {
@@ -135,7 +135,7 @@ TEST_F(Formatting, formatting_mounts_nothing) {
   EXPECT_EQ(testhost::OpenHandles(), 0u);
 }
 
-// ---- Arguments -------------------------------------------------------------------------------------------------------
+// ---- Arguments ------------------------------------------------------------------------------------------------------
 
 TEST_F(Formatting, block_size_other_than_four_is_refused_before_anything_is_created) {
   for (const uint32_t size :
@@ -178,7 +178,7 @@ TEST_F(Formatting, both_forms_clear_the_error_first) {
   EXPECT_EQ(Outcome(OrbCreateVolumeEx(u"TWO", 16, 1024)), "");
 }
 
-// ---- Failures --------------------------------------------------------------------------------------------------------
+// ---- Failures -------------------------------------------------------------------------------------------------------
 
 // The calls of a format, what each one's failure with "not ready", "disk full" and an unknown code reports, and whether
 // the container is open afterwards.
@@ -222,7 +222,7 @@ void ExpectFailure(uint32_t n, uint32_t host, uint32_t code, const FailingCall& 
   testhost::ResetHost();
 }
 
-TEST_F(Formatting, failing_call_ends_it_with_the_calls_code_and_the_container_stays) {
+TEST_F(Formatting, failing_call_ends_it_with_the_calls_code_and_the_container_stays) {  // Q14
   uint32_t n = 0;
   for (const FailingCall& expected : kFailingCalls) {
     ++n;
@@ -295,7 +295,7 @@ TEST_F(Formatting, failing_allocation_ends_it_with_out_of_memory) {
   }
 }
 
-TEST_F(Formatting, half_written_container_is_in_use_until_the_process_ends) {
+TEST_F(Formatting, half_written_container_is_in_use_until_the_process_ends) {  // Q14
   FailNthCall(Call::kFlushFileBuffers, 1, coredll::kHostNotReady);
   ASSERT_EQ(OrbCreateVolumeEx(u"VOL", 16, 1024), 0);
   testhost::ClearFaults();

@@ -37,7 +37,7 @@ class Mounting : public LibraryTest {
   }
 };
 
-// ---- What is read ----------------------------------------------------------------------------------------------------
+// ---- What is read ---------------------------------------------------------------------------------------------------
 
 TEST_F(Mounting, header_tables_and_root_are_read_and_nothing_is_written) {
   Format();
@@ -101,7 +101,7 @@ TEST_F(Mounting, data_area_behind_a_reserved_region_is_found) {
   EXPECT_EQ(OrbGetFileAttributesA("F"), 0u);
 }
 
-// ---- What it costs ---------------------------------------------------------------------------------------------------
+// ---- What it costs --------------------------------------------------------------------------------------------------
 
 TEST_F(Mounting, memory_is_the_record_the_tables_and_the_root) {
   for (const uint32_t size : {1024u, 8192u}) {
@@ -130,7 +130,7 @@ TEST_F(Mounting, memory_does_not_grow_with_the_volume) {
   EXPECT_EQ(testhost::BytesHeld(), empty);
 }
 
-// ---- Names -----------------------------------------------------------------------------------------------------------
+// ---- Names ----------------------------------------------------------------------------------------------------------
 
 TEST_F(Mounting, name_is_stored_in_upper_case) {
   Format();
@@ -207,7 +207,7 @@ TEST_F(Mounting, error_is_cleared_first) {
   EXPECT_EQ(Outcome(OrbMountVolume(u"VOL", u"A")), "");
 }
 
-// ---- The list and the current directory ------------------------------------------------------------------------------
+// ---- The list and the current directory -----------------------------------------------------------------------------
 
 TEST_F(Mounting, newest_volume_heads_the_list) {  // V1
   for (const char16_t* name : {u"A", u"B", u"C"}) {
@@ -238,7 +238,7 @@ TEST_F(Mounting, first_volume_after_all_were_unmounted_becomes_the_current_one) 
   EXPECT_EQ(g_pCurrentDir, volume->root);
 }
 
-// ---- Information -----------------------------------------------------------------------------------------------------
+// ---- Information ----------------------------------------------------------------------------------------------------
 
 TEST_F(Mounting, info_tells_the_sizes_without_touching_the_container) {
   ASSERT_EQ(OrbCreateVolume(u"VOL"), 1);
@@ -275,7 +275,7 @@ TEST_F(Mounting, info_of_an_unknown_name_fails_and_leaves_the_results) {
   EXPECT_EQ(blockSize, 77u);
 }
 
-// ---- Failures --------------------------------------------------------------------------------------------------------
+// ---- Failures -------------------------------------------------------------------------------------------------------
 
 TEST_F(Mounting, failing_call_ends_it_with_the_calls_code_and_leaves_nothing) {
   FormatWithChain();

@@ -410,7 +410,7 @@ TEST_F(Move, rename_of_the_dots_renames_the_directory_they_lead_to) {
   EXPECT_EQ(RenameFile("I/", "D"), "");
 }
 
-TEST_F(Move, rename_works_on_what_is_open_searched_or_current) {
+TEST_F(Move, rename_works_on_what_is_open_searched_or_current) {  // Q8
   const OrbHandle file = Open("D/F");
   ASSERT_EQ(OrbSetCurrentDirectoryA("D/G"), 1);
   EXPECT_EQ(RenameFile("/D/F", "X"), "");

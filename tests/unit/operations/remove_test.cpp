@@ -265,7 +265,8 @@ TEST_F(Remove, with_any_allocation_failing_leaves_leaks_at_most) {
   MakeFile("F", Pattern(7 * 1024));
   Lines expected(13, "0x30000011, block-leaked");
   expected[0] = expected[1] = "0x30000011";  // the parent's block and the node: before anything is written
-  // The chain's first record (cache, copy and header), five entries, the map block's contents, itself and its one block.
+  // The chain's first record (cache, copy and header), five entries, the map block's contents, itself and its one
+  // block.
   EXPECT_EQ(FailEachAllocation(Deleting("F")), expected);
 }
 

@@ -31,7 +31,7 @@ class Unmounting : public LibraryTest {
   Volume* c_ = nullptr;
 };
 
-// ---- What it does ----------------------------------------------------------------------------------------------------
+// ---- What it does ---------------------------------------------------------------------------------------------------
 
 TEST_F(Unmounting, container_is_closed_and_nothing_is_written) {
   FormatAndMount();
@@ -107,7 +107,7 @@ TEST_F(Unmounting, all_of_them_goes_on_after_a_failure_and_reports_it) {
 
 TEST_F(Unmounting, all_of_none_is_a_success) { EXPECT_TRUE(VolumeUnmountAll()); }
 
-// ---- Names -----------------------------------------------------------------------------------------------------------
+// ---- Names ----------------------------------------------------------------------------------------------------------
 
 TEST_F(Unmounting, unknown_name_or_one_no_volume_can_have_changes_nothing) {
   Volume* const volume = FormatAndMount();
@@ -125,7 +125,7 @@ TEST_F(Unmounting, error_is_cleared_first) {
   EXPECT_EQ(Outcome(OrbUnmountVolumeA("A")), "");
 }
 
-// ---- The current directory -------------------------------------------------------------------------------------------
+// ---- The current directory ------------------------------------------------------------------------------------------
 
 TEST_F(Unmounting, current_directory_moves_to_the_next_older_volume) {
   MountThree();
@@ -174,7 +174,7 @@ TEST_F(Unmounting, current_directory_below_the_root_is_let_go) {
   EXPECT_EQ(NodesListed(), 0u);
 }
 
-// ---- Open files and searches -----------------------------------------------------------------------------------------
+// ---- Open files and searches ----------------------------------------------------------------------------------------
 
 TEST_F(Unmounting, open_files_are_flushed_and_closed_first) {
   FormatAndMount();
@@ -248,7 +248,7 @@ TEST_F(Unmounting, search_of_another_volume_does_not_matter) {
   EXPECT_EQ(OrbFindClose(search), 1);
 }
 
-// ---- Nodes that stay behind ------------------------------------------------------------------------------------------
+// ---- Nodes that stay behind -----------------------------------------------------------------------------------------
 
 TEST_F(Unmounting, node_still_held_belongs_to_no_volume_and_matches_no_lookup) {  // N4
   Volume* const volume = FormatAndMount();

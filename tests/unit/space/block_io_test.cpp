@@ -38,7 +38,7 @@ class BlockIo : public LibraryTest {
   Bytes bytes_;
 };
 
-// ---- Addresses -------------------------------------------------------------------------------------------------------
+// ---- Addresses ------------------------------------------------------------------------------------------------------
 
 TEST_F(BlockIo, blocks_count_from_1_at_the_start_of_the_data_area) {
   EXPECT_EQ(BlockPosition(volume_, 1), 1040u);
@@ -84,8 +84,8 @@ TEST_F(BlockIo, bytes_of_a_block_out_of_reach_are_refused_by_the_host_and_not_fo
   EXPECT_EQ(FileBytes(u"VOL"), before);
 }
 
-// A data area that begins 1124 bytes into the container: 2097150 blocks end before 2^31, the next would begin there and be
-// cut. It is no block, not even the part of it that lies below.
+// A data area that begins 1124 bytes into the container: 2097150 blocks end before 2^31, the next would begin there and
+// be cut. It is no block, not even the part of it that lies below.
 TEST_F(BlockIo, block_cut_by_two_gigabytes_is_out_of_reach) {
   ASSERT_EQ(OrbUnmountVolumeA("A"), 1);
   testhost::RemoveFile(u"VOL");
@@ -118,7 +118,7 @@ TEST_F(BlockIo, block_cut_by_two_gigabytes_is_out_of_reach) {
   EXPECT_EQ(volume_->failed, 0u);
 }
 
-// ---- Reads -----------------------------------------------------------------------------------------------------------
+// ---- Reads ----------------------------------------------------------------------------------------------------------
 
 TEST_F(BlockIo, read_is_one_seek_and_one_read) {
   const Bytes image = FileBytes(u"VOL");
@@ -177,7 +177,7 @@ TEST_F(BlockIo, failed_volume_stays_readable) {
   EXPECT_EQ(GetError(), 0u);
 }
 
-// ---- Data writes -----------------------------------------------------------------------------------------------------
+// ---- Data writes ----------------------------------------------------------------------------------------------------
 
 TEST_F(BlockIo, data_write_is_one_seek_and_one_write) {
   EXPECT_TRUE(WriteBlock(bytes_.data(), volume_, 2, kDataWrite));
@@ -223,7 +223,7 @@ TEST_F(BlockIo, failed_data_write_leaves_the_volume_writable) {
   EXPECT_TRUE(WriteBlock(bytes_.data(), volume_, 2, kDataWrite));
 }
 
-// ---- Metadata writes and the mark ------------------------------------------------------------------------------------
+// ---- Metadata writes and the mark -----------------------------------------------------------------------------------
 
 TEST_F(BlockIo, metadata_write_sets_the_mark_first) {  // B1
   testhost::KeepWriteData(true);
@@ -309,7 +309,7 @@ TEST_F(BlockIo, short_metadata_write_fails_the_volume) {
   EXPECT_EQ(volume_->failed, 1u);
 }
 
-TEST_F(BlockIo, metadata_write_that_meets_a_full_disk_leaves_the_volume_usable) {  // B3
+TEST_F(BlockIo, metadata_write_that_meets_a_full_disk_leaves_the_volume_usable) {  // B3, Q21
   FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
   EXPECT_FALSE(WriteBlock(bytes_.data(), volume_, 2, kMetadataWrite));
   EXPECT_EQ(GetError(), 0x3000001Au);
@@ -351,7 +351,7 @@ TEST_F(BlockIo, data_write_after_a_failed_metadata_write_is_refused_while_reads_
   EXPECT_EQ(GetError(), 0u);
 }
 
-// ---- Commit ----------------------------------------------------------------------------------------------------------
+// ---- Commit ---------------------------------------------------------------------------------------------------------
 
 TEST_F(BlockIo, commit_clears_the_mark) {  // B2
   ASSERT_TRUE(MarkVolumeDirty(volume_));
@@ -386,7 +386,7 @@ TEST_F(BlockIo, commit_that_cannot_be_written_fails_the_volume_whatever_the_code
   }
 }
 
-// ---- The three fixed tables ------------------------------------------------------------------------------------------
+// ---- The three fixed tables -----------------------------------------------------------------------------------------
 
 TEST_F(BlockIo, header_is_written_whole_at_the_start) {
   ASSERT_TRUE(MarkVolumeDirty(volume_));
@@ -397,7 +397,7 @@ TEST_F(BlockIo, header_is_written_whole_at_the_start) {
   EXPECT_EQ(0, memcmp(FileBytes(u"VOL", 0, 128).data(), &volume_->header, 128));
 }
 
-TEST_F(BlockIo, header_as_the_first_metadata_write_takes_the_mark_off_the_disk_again) {  // B1
+TEST_F(BlockIo, header_as_the_first_metadata_write_takes_the_mark_off_the_disk_again) {  // B1, Q22
   EXPECT_TRUE(StoreVolumeHeader(volume_));
   EXPECT_EQ(TraceText(), "seek 52 / write 52 4 / seek 0 / write 0 128");
   EXPECT_FALSE(IsMarked());

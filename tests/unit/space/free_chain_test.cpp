@@ -49,7 +49,7 @@ class FreeChain : public LibraryTest {
   Volume* volume_ = nullptr;
 };
 
-// ---- Taking blocks at the container's end ----------------------------------------------------------------------------
+// ---- Taking blocks at the container's end ---------------------------------------------------------------------------
 
 TEST_F(FreeChain, alloc_without_a_chain_is_the_block_at_the_end_and_writes_nothing) {
   EXPECT_EQ(AllocBlock(volume_), 21u);
@@ -135,7 +135,7 @@ TEST_F(FreeChain, growth_ends_below_two_gigabytes_for_every_block_size) {
   }
 }
 
-// ---- Giving blocks back ----------------------------------------------------------------------------------------------
+// ---- Giving blocks back ---------------------------------------------------------------------------------------------
 
 TEST_F(FreeChain, first_block_given_back_becomes_an_empty_record_and_then_the_head) {
   EXPECT_TRUE(FreeBlock(volume_, 20));
@@ -274,7 +274,7 @@ TEST_F(FreeChain, container_never_shrinks) {
   EXPECT_EQ(testhost::FileSize(u"VOL"), 1040u + 20 * 1024);
 }
 
-// ---- Taking blocks from the chain ------------------------------------------------------------------------------------
+// ---- Taking blocks from the chain -----------------------------------------------------------------------------------
 
 TEST_F(FreeChain, lowest_block_goes_first) {  // F2
   Free({20, 9, 3, 5});
@@ -355,7 +355,7 @@ TEST_F(FreeChain, cache_survives_an_unmount_on_the_disk) {
   EXPECT_EQ(Cached(), Blocks({3, 9, 5}));
 }
 
-// ---- Loading ---------------------------------------------------------------------------------------------------------
+// ---- Loading --------------------------------------------------------------------------------------------------------
 
 TEST_F(FreeChain, load_without_a_head_releases_the_cache) {
   Free({20});
@@ -445,7 +445,7 @@ TEST_F(FreeChain, store_writes_the_cache_into_the_head_block) {
   EXPECT_EQ(OnDisk(20).heap, Blocks({4}));
 }
 
-// ---- Failures --------------------------------------------------------------------------------------------------------
+// ---- Failures -------------------------------------------------------------------------------------------------------
 
 TEST_F(FreeChain, alloc_without_memory_for_the_cache_leaves_the_head) {
   Free({20, 9});
@@ -669,7 +669,7 @@ TEST_F(FreeChain, free_as_a_new_record_without_memory_for_the_header_has_moved_t
   EXPECT_EQ(HeadOnDisk(), 0u);
 }
 
-// ---- Taking a block together with its first write --------------------------------------------------------------------
+// ---- Taking a block together with its first write -------------------------------------------------------------------
 
 TEST_F(FreeChain, new_block_is_taken_and_written) {
   const Bytes data = Pattern(1024);
@@ -708,7 +708,7 @@ TEST_F(FreeChain, padded_block_is_one_write_of_a_whole_block_with_zeros_behind) 
   EXPECT_EQ(testhost::PeakBytes() - held, 1024u);
 }
 
-TEST_F(FreeChain, new_block_whose_write_fails_is_lost) {
+TEST_F(FreeChain, new_block_whose_write_fails_is_lost) {  // Q19
   Free({20, 9});
   const Bytes data = Pattern(1024);
   FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
@@ -744,7 +744,7 @@ TEST_F(FreeChain, new_block_that_cannot_be_had_is_not_written) {
   EXPECT_EQ(testhost::CallCount(Call::kWriteFile), 0u);
 }
 
-// ---- Cost ------------------------------------------------------------------------------------------------------------
+// ---- Cost -----------------------------------------------------------------------------------------------------------
 
 TEST_F(FreeChain, taking_and_giving_back_takes_the_memory_of_one_copy) {
   Free({20, 9, 3});

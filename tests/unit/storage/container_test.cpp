@@ -50,7 +50,7 @@ class Container : public LibraryTest {
   uint32_t file_ = kNoContainer;
 };
 
-// ---- What the host's codes mean --------------------------------------------------------------------------------------
+// ---- What the host's codes mean -------------------------------------------------------------------------------------
 
 const Codes kCreateCodes = {{3, 0x30000014},  {8, 0x30000011},  {14, 0x30000011},  {19, 0x30000005},
                             {21, 0x30000006}, {80, 0x30000015}, {123, 0x3000000F}, {1235, 0x30000007}};
@@ -145,7 +145,7 @@ TEST_F(Container, size_query_translates_the_code) {
       0x30000004);
 }
 
-// ---- Create and open -------------------------------------------------------------------------------------------------
+// ---- Create and open ------------------------------------------------------------------------------------------------
 
 TEST_F(Container, create_makes_an_empty_file_and_leaves_it_closed) {
   EXPECT_TRUE(ContainerCreate(u"NEW"));
@@ -215,7 +215,7 @@ TEST_F(Container, name_that_is_not_exactly_the_memory_files_is_a_host_name) {
   EXPECT_EQ(testhost::MemFile().loads, 0u);
 }
 
-// ---- Transfers -------------------------------------------------------------------------------------------------------
+// ---- Transfers ------------------------------------------------------------------------------------------------------
 
 TEST_F(Container, read_moves_on_from_the_position) {
   uint8_t bytes[4] = {};
@@ -312,7 +312,7 @@ TEST_F(Container, success_leaves_the_error_state_alone) {
   EXPECT_EQ(GetError(), 0x12345678u);
 }
 
-// ---- Counters --------------------------------------------------------------------------------------------------------
+// ---- Counters -------------------------------------------------------------------------------------------------------
 
 struct Counters {
   uint32_t reads, readTime, writes, writeTime, seeks, seekTime;
@@ -408,7 +408,7 @@ TEST_F(Container, counters_wrap) {
   EXPECT_EQ(Now(), (Counters{0, 2, 0, 49, 0, 699}));
 }
 
-// ---- The memory file -------------------------------------------------------------------------------------------------
+// ---- The memory file ------------------------------------------------------------------------------------------------
 
 TEST_F(Container, memory_file_is_created_by_its_library) {
   EXPECT_TRUE(ContainerCreate(u"??MEM??"));

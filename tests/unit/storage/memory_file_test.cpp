@@ -26,7 +26,7 @@ class MemoryFile : public LibraryTest {
   }
 };
 
-// ---- Loading ---------------------------------------------------------------------------------------------------------
+// ---- Loading --------------------------------------------------------------------------------------------------------
 
 TEST_F(MemoryFile, create_loads_the_library_and_binds_six_entry_points_by_name) {
   EXPECT_TRUE(MemFileCreate());
@@ -74,7 +74,7 @@ TEST_F(MemoryFile, failing_to_load_again_keeps_what_is_loaded) {
   EXPECT_EQ(MemFile().references, 0u);
 }
 
-// ---- Calls without an entry point ------------------------------------------------------------------------------------
+// ---- Calls without an entry point -----------------------------------------------------------------------------------
 
 TEST_F(MemoryFile, calls_before_loading_fail_and_return_0) {
   EXPECT_FALSE(Read(1));
@@ -116,7 +116,7 @@ TEST_F(MemoryFile, each_missing_entry_point_fails_with_the_same_code) {
   EXPECT_EQ(GetError(), 0x30000027u);
 }
 
-// ---- Results ---------------------------------------------------------------------------------------------------------
+// ---- Results --------------------------------------------------------------------------------------------------------
 
 TEST_F(MemoryFile, failed_transfer_leaves_the_error_state_alone) {
   ASSERT_TRUE(MemFileCreate());
@@ -137,7 +137,7 @@ TEST_F(MemoryFile, failed_seek_and_size_return_the_librarys_failure_value) {
   EXPECT_EQ(GetError(), 0u);
 }
 
-// ---- Unloading -------------------------------------------------------------------------------------------------------
+// ---- Unloading ------------------------------------------------------------------------------------------------------
 
 TEST_F(MemoryFile, delete_calls_the_library_once_and_then_unloads_it) {
   ASSERT_TRUE(MemFileCreate());
@@ -174,7 +174,7 @@ TEST_F(MemoryFile, calls_after_the_deletion_find_no_library) {
   EXPECT_EQ(MemFile().frees, 1u);
 }
 
-// ---- The life of a memory volume -------------------------------------------------------------------------------------
+// ---- The life of a memory volume ------------------------------------------------------------------------------------
 
 TEST_F(MemoryFile, mounting_before_formatting_fails_at_the_header_and_leaves_nothing) {
   EXPECT_EQ(OrbMountVolume(u"??MEM??", u"A"), 0);
@@ -231,7 +231,7 @@ TEST_F(MemoryFile, unmounting_deletes_the_memory_file_once_and_unloads_the_libra
   EXPECT_EQ(MemFile().references, 0u);
 }
 
-TEST_F(MemoryFile, formatting_twice_loads_twice_and_unmounting_unloads_once) {
+TEST_F(MemoryFile, formatting_twice_loads_twice_and_unmounting_unloads_once) {  // Q15
   ASSERT_EQ(OrbCreateVolumeEx(u"??MEM??", 16, 1024), 1);
   ASSERT_EQ(OrbCreateVolumeEx(u"??MEM??", 16, 1024), 1);
   EXPECT_EQ(MemFile().loads, 2u);
@@ -272,7 +272,7 @@ TEST_F(MemoryFile, failed_mount_of_a_memory_volume_keeps_the_memory_file) {
   EXPECT_EQ(Outcome(OrbMountVolume(u"??MEM??", u"A")), "");
 }
 
-TEST_F(MemoryFile, nothing_guards_a_memory_volume_against_being_mounted_twice) {
+TEST_F(MemoryFile, nothing_guards_a_memory_volume_against_being_mounted_twice) {  // Q15
   ASSERT_EQ(OrbCreateVolumeEx(u"??MEM??", 16, 1024), 1);
   EXPECT_EQ(OrbMountVolume(u"??MEM??", u"A"), 1);
   EXPECT_EQ(OrbMountVolume(u"??MEM??", u"B"), 1);
@@ -307,7 +307,7 @@ TEST_F(MemoryFile, failed_metadata_write_to_the_memory_file_fails_the_volume) {
   EXPECT_EQ(g_VolumeListHead.next->failed, 1u);
 }
 
-// ---- A library without one of its entry points -----------------------------------------------------------------------
+// ---- A library without one of its entry points ----------------------------------------------------------------------
 
 TEST_F(MemoryFile, volume_without_the_create_entry_point_is_not_formatted) {
   HideProcedure(u"CreateMemFile");
@@ -340,8 +340,8 @@ TEST_F(MemoryFile, volume_without_the_read_entry_point_is_formatted_but_does_not
   EXPECT_EQ(testhost::AllocationsHeld(), 0u);
 }
 
-// A seek that finds no entry point returns 0 rather than the failure value, so that nobody stops: the mark and the header
-// are written where the memory file ends, and the call succeeds with the code set.
+// A seek that finds no entry point returns 0 rather than the failure value, so that nobody stops: the mark and the
+// header are written where the memory file ends, and the call succeeds with the code set.
 TEST_F(MemoryFile, volume_without_the_seek_entry_point_is_formatted_in_the_wrong_order_and_does_not_mount) {
   HideProcedure(u"SeekMemFile");
   EXPECT_EQ(Outcome(OrbCreateVolumeEx(u"??MEM??", 16, 1024)), "success with 0x30000027");
@@ -362,7 +362,7 @@ TEST_F(MemoryFile, volume_without_the_seek_entry_point_is_formatted_in_the_wrong
   EXPECT_EQ(testhost::AllocationsHeld(), 0u);
 }
 
-// A size query that finds no entry point returns 0, which is a container without its data area.
+// A size query without an entry point returns 0; the reason is kept, though 0 bytes hold no data area either.
 TEST_F(MemoryFile, volume_without_the_size_entry_point_takes_files_but_no_blocks) {
   HideProcedure(u"GetMemFileSize");
   EXPECT_EQ(Outcome(OrbCreateVolumeEx(u"??MEM??", 16, 1024)), "");
