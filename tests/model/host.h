@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace model {
 
@@ -12,5 +13,8 @@ void SetClock(std::uint64_t seconds);
 
 // How often a file or folder was to be made durable so far.
 std::uint64_t Syncs();
+
+// Whether the file of that name was written to since it was made durable.
+bool HasUnsyncedWrites(const std::string& path);
 
 }  // namespace model

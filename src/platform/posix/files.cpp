@@ -1,5 +1,6 @@
 // Files behind 32-bit handles. Position and size belong to the handle: the exclusive lock keeps the size ours, so
-// seeking and asking for the size need no system call, and a read or write is one positional call.
+// seeking and asking for the size need no system call. It keeps the bytes ours as well, so those read lately are cached;
+// a write is one positional call, at once.
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -10,16 +11,23 @@
 #include <unistd.h>
 
 #include "platform/posix/posix.h"
+#include "platform/posix/read_cache.h"
 
 namespace orba {
 namespace {
 
 static_assert(sizeof(off_t) == 8, "build a 32-bit host with _FILE_OFFSET_BITS=64");
 
+// How a file is kept from other opens: as file systems allow.
+enum class Lock : uint8_t { kWhole, kRange, kNone };
+
 struct OpenFile {
   int descriptor;  // kUnused while the entry is free
+  Lock lock;
+  bool synced;  // flushed by this handle, and not written to since
   uint64_t position;
   uint64_t size;
+  posix::ReadCache* cache;  // null before the first read, and without memory or a lock
 };
 
 constexpr int kUnused = -1;
@@ -103,15 +111,43 @@ bool LeaveStandardStreams(int* descriptor) {
   return true;
 }
 
+bool LockUnsupported(int error) { return error == ENOLCK || error == ENOSYS || error == EOPNOTSUPP; }
+
+int LockRange(int descriptor, short type) {
+  struct flock range = {};
+  range.l_type = type;
+  range.l_whence = SEEK_SET;
+  return fcntl(descriptor, F_OFD_SETLK, &range);
+}
+
+// Locks the descriptor's file as its file system can: as a whole, else all of its range, else not at all. 0, or errno.
+int TakeLock(int descriptor, Lock* lock) {
+  *lock = Lock::kWhole;
+  if (flock(descriptor, LOCK_EX | LOCK_NB) == 0) return 0;
+  if (!LockUnsupported(errno)) return errno;
+  *lock = Lock::kRange;
+  if (LockRange(descriptor, F_WRLCK) == 0) return 0;
+  if (errno == EACCES) return EAGAIN;  // either tells of another's lock
+  if (!LockUnsupported(errno) && errno != EINVAL) return errno;
+  *lock = Lock::kNone;
+  return 0;
+}
+
+// Closing alone would leave the lock with a process forked off meanwhile.
+void EndLock(const OpenFile& file) {
+  if (file.lock == Lock::kWhole) flock(file.descriptor, LOCK_UN);
+  if (file.lock == Lock::kRange) LockRange(file.descriptor, F_UNLCK);
+}
+
 // Makes the descriptor's file ours alone and learns its size. 0, or a host code.
-uint32_t TakeFile(int* descriptor, uint64_t* size) {
+uint32_t TakeFile(int* descriptor, OpenFile* file) {
+  if (!LeaveStandardStreams(descriptor)) return posix::HostErrorFromErrno(errno);
+  const int error = TakeLock(*descriptor, &file->lock);
+  if (error != 0) return posix::HostErrorFromErrno(error);
   struct stat status;
-  if (!LeaveStandardStreams(descriptor) || flock(*descriptor, LOCK_EX | LOCK_NB) != 0 ||
-      fstat(*descriptor, &status) != 0) {
-    return posix::HostErrorFromErrno(errno);
-  }
+  if (fstat(*descriptor, &status) != 0) return posix::HostErrorFromErrno(errno);
   if (!S_ISREG(status.st_mode)) return coredll::kHostAccessDenied;
-  *size = static_cast<uint64_t>(status.st_size);
+  file->size = static_cast<uint64_t>(status.st_size);
   return coredll::kHostNoError;
 }
 
@@ -131,7 +167,7 @@ void SyncFolderOf(const char* path) {
 uint32_t OpenInto(OpenFile* entry, const char* path, bool create) {
   int descriptor = OpenDescriptor(path, create ? O_CREAT | O_EXCL : 0);
   if (descriptor < 0) return OpenError(path, errno);
-  const uint32_t error = TakeFile(&descriptor, &entry->size);
+  const uint32_t error = TakeFile(&descriptor, entry);
   if (error != coredll::kHostNoError) {
     if (create && error != coredll::kHostSharingViolation) unlink(path);
     close(descriptor);
@@ -139,8 +175,25 @@ uint32_t OpenInto(OpenFile* entry, const char* path, bool create) {
   }
   if (create) SyncFolderOf(path);
   entry->descriptor = descriptor;
+  entry->synced = false;
   entry->position = 0;
+  entry->cache = nullptr;
   g_openFiles++;
+  return coredll::kHostNoError;
+}
+
+// Writes at the position and moves it behind what the file took. 0, or a host code.
+uint32_t WriteAtPosition(OpenFile* file, const char* bytes, uint32_t count, uint32_t* done) {
+  while (*done < count) {
+    file->synced = false;
+    const ssize_t moved = pwrite(file->descriptor, bytes + *done, count - *done, static_cast<off_t>(file->position));
+    if (moved < 0 && errno == EINTR) continue;
+    if (moved < 0) return posix::HostErrorFromErrno(errno);
+    if (moved == 0) return coredll::kHostGeneralFailure;
+    *done += static_cast<uint32_t>(moved);
+    file->position += static_cast<uint64_t>(moved);
+    if (file->size < file->position) file->size = file->position;
+  }
   return coredll::kHostNoError;
 }
 
@@ -180,16 +233,12 @@ int32_t coredll::ReadFile(Handle handle, void* buffer, uint32_t count, uint32_t*
   if (file == nullptr) return 0;
   const uint64_t left = file->position < file->size ? file->size - file->position : 0;
   if (count > left) count = static_cast<uint32_t>(left);
-  while (*done < count) {
-    const ssize_t moved =
-        pread(file->descriptor, static_cast<char*>(buffer) + *done, count - *done, static_cast<off_t>(file->position));
-    if (moved < 0 && errno == EINTR) continue;
-    if (moved < 0) return FailErrno();
-    if (moved == 0) break;  // cut shorter by a program that did not ask for the lock
-    *done += static_cast<uint32_t>(moved);
-    file->position += static_cast<uint64_t>(moved);
-  }
-  return 1;
+  if (count == 0) return 1;
+  if (buffer == nullptr) return posix::Fail(kHostInvalidParameter);
+  if (file->cache == nullptr && file->lock != Lock::kNone) file->cache = posix::NewReadCache();
+  const int error = posix::ReadCached(file->cache, file->descriptor, file->size, file->position, buffer, count, done);
+  file->position += *done;
+  return error == 0 ? 1 : posix::Fail(posix::HostErrorFromErrno(error));
 }
 
 int32_t coredll::WriteFile(Handle handle, const void* buffer, uint32_t count, uint32_t* done, void* overlapped) {
@@ -197,16 +246,13 @@ int32_t coredll::WriteFile(Handle handle, const void* buffer, uint32_t count, ui
   *done = 0;
   OpenFile* file = FindOpenFile(handle);
   if (file == nullptr) return 0;
-  while (*done < count) {
-    const ssize_t moved = pwrite(file->descriptor, static_cast<const char*>(buffer) + *done, count - *done,
-                                 static_cast<off_t>(file->position));
-    if (moved < 0 && errno == EINTR) continue;
-    if (moved < 0) return FailErrno();
-    if (moved == 0) return posix::Fail(kHostGeneralFailure);
-    *done += static_cast<uint32_t>(moved);
-    file->position += static_cast<uint64_t>(moved);
-    if (file->size < file->position) file->size = file->position;
+  const uint64_t start = file->position;
+  const uint32_t error = WriteAtPosition(file, static_cast<const char*>(buffer), count, done);
+  if (error != kHostNoError) {
+    posix::DropFromCache(file->cache, start, count);
+    return posix::Fail(error);
   }
+  posix::UpdateCache(file->cache, start, buffer, count);
   return 1;
 }
 
@@ -229,14 +275,18 @@ uint32_t coredll::SetFilePointer(Handle handle, int32_t distance, int32_t* dista
   return static_cast<uint32_t>(position);
 }
 
+// What nothing was written to since this handle's last flush has nothing to be made durable.
 int32_t coredll::FlushFileBuffers(Handle handle) {
-  const OpenFile* file = FindOpenFile(handle);
+  OpenFile* file = FindOpenFile(handle);
   if (file == nullptr) return 0;
+  if (file->synced) return 1;
   int result;
   do {
     result = fdatasync(file->descriptor);  // the size is part of what it makes durable
   } while (result != 0 && errno == EINTR);
-  return result == 0 ? 1 : FailErrno();
+  if (result != 0) return FailErrno();
+  file->synced = true;
+  return 1;
 }
 
 uint32_t coredll::GetFileSize(Handle handle, uint32_t* sizeHigh) {
@@ -251,10 +301,11 @@ int32_t coredll::CloseHandle(Handle handle) {
   OpenFile* file = FindOpenFile(handle);
   if (file == nullptr) return 0;
   const int descriptor = file->descriptor;
+  posix::FreeReadCache(file->cache);
+  EndLock(*file);
   file->descriptor = kUnused;
   g_openFiles--;
   FreeTableIfUnused();
-  flock(descriptor, LOCK_UN);  // closing alone leaves the lock with a process forked off meanwhile
   return close(descriptor) == 0 || errno == EINTR ? 1 : FailErrno();
 }
 

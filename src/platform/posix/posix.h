@@ -1,6 +1,7 @@
 // The device calls on Linux, shared by the files of this folder:
 //   error.cpp    GetLastError, errno to host codes
 //   files.cpp    CreateFileW to CloseHandle, the handle table
+//   read_cache   the bytes of an open file that were read lately
 //   text.cpp     the ANSI code page, UTF-8 names
 //   library.cpp  LoadLibraryW and its companions
 //   clock.cpp    GetTickCount, GetSystemTime
@@ -9,8 +10,11 @@
 //
 // Where the hosts differ:
 //   names    a host path, "/" between folders, in UTF-8; "\" and the case of letters mean nothing special.
-//   locks    an exclusive open excludes every other open made through this layer, in all processes. Linux locks are
-//            advisory: programs that open the file on their own are not kept out, and a size they change stays unseen.
+//   locks    an exclusive open excludes every other open made through this layer, in all processes: by flock, or where
+//            the file system lacks it by a lock on the file's range. Linux locks are advisory: programs that open the
+//            file on their own are not kept out, and what they change, bytes or size, may stay unseen.
+//            Where the file system has no locks at all, files open all the same and nothing keeps two opens apart, in
+//            this process or another: what either writes, the other may overwrite. Such files are not cached.
 //   files    only regular files open; a folder, FIFO or device is access denied.
 #pragma once
 

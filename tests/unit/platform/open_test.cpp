@@ -346,8 +346,12 @@ TEST_F(PosixOpen, open_interrupted_goes_on) {
   EXPECT_EQ(2u, systemcalls::Count(systemcalls::kOpen));
 }
 
-TEST_F(PosixOpen, create_without_a_lock_fails_and_creates_nothing) {
+TEST_F(PosixOpen, create_whose_lock_fails_fails_and_creates_nothing) {
+  systemcalls::FailNext(systemcalls::kFlock, EIO);
+  EXPECT_EQ(31u, CreateCode(Path("new")));
+  EXPECT_FALSE(Exists("new"));
   systemcalls::FailNext(systemcalls::kFlock, ENOLCK);
+  systemcalls::FailNext(systemcalls::kFcntl, EIO);
   EXPECT_EQ(31u, CreateCode(Path("new")));
   EXPECT_FALSE(Exists("new"));
 }
@@ -470,6 +474,88 @@ TEST_F(PosixOpen, open_what_another_program_holds_a_lease_on_fails_with_32_at_on
   });
   if (code == 0xBAD) GTEST_SKIP() << "this file system has no leases";
   EXPECT_EQ(32u, code);
+}
+
+// ---- File systems that lack locks -------------------------------------------------------------------------------------
+
+constexpr int kUnsupported[] = {ENOLCK, ENOSYS, EOPNOTSUPP};
+
+// Opens as where flock does not work.
+Handle OpenWithoutFlock(const std::string& path) {
+  systemcalls::FailNext(systemcalls::kFlock, ENOLCK);
+  return Open(path);
+}
+
+TEST_F(PosixOpen, open_where_flock_is_missing_takes_the_range_until_closed) {
+  MakeFile("old", "contents");
+  for (const int error : kUnsupported) {
+    systemcalls::FailNext(systemcalls::kFlock, error);
+    const Handle file = Open(Path("old"));
+    ASSERT_NE(kInvalidHandle, file) << "errno " << error;
+    EXPECT_EQ(kInvalidHandle, OpenWithoutFlock(Path("old")));
+    EXPECT_EQ(32u, GetLastError());
+    const uint32_t elsewhere =
+        InChild([&] { return OpenWithoutFlock(Path("old")) == kInvalidHandle ? GetLastError() : 0; });
+    EXPECT_EQ(32u, elsewhere);
+    EXPECT_EQ("contents", Read(file, 8));
+    EXPECT_EQ(1, CloseHandle(file));
+    const Handle again = OpenWithoutFlock(Path("old"));
+    EXPECT_NE(kInvalidHandle, again);
+    CloseHandle(again);
+  }
+}
+
+TEST_F(PosixOpen, open_a_range_that_another_holds_fails_with_32) {
+  MakeFile("old", "contents");
+  for (const int error : {EAGAIN, EACCES}) {
+    systemcalls::FailNext(systemcalls::kFcntl, error);
+    EXPECT_EQ(kInvalidHandle, OpenWithoutFlock(Path("old")));
+    EXPECT_EQ(32u, GetLastError()) << "errno " << error;
+  }
+}
+
+TEST_F(PosixOpen, close_of_a_range_while_a_forked_process_lives_on_ends_the_lock) {
+  MakeFile("old", "contents");
+  const Handle file = OpenWithoutFlock(Path("old"));
+  int ends[2];
+  ASSERT_EQ(0, pipe(ends));
+  const pid_t heir = fork();
+  if (heir == 0) {
+    char end;
+    close(ends[1]);
+    _exit(read(ends[0], &end, 1) == 0 ? 0 : 1);
+  }
+  EXPECT_EQ(1, CloseHandle(file));
+  const Handle again = OpenWithoutFlock(Path("old"));
+  EXPECT_NE(kInvalidHandle, again);
+  CloseHandle(again);
+  close(ends[1]);
+  int status = -1;
+  EXPECT_EQ(heir, waitpid(heir, &status, 0));
+  EXPECT_EQ(0, status);
+  close(ends[0]);
+}
+
+TEST_F(PosixOpen, open_where_there_are_no_locks_opens_without_one) {
+  MakeFile("old", "contents");
+  for (const int error : {ENOLCK, ENOSYS, EOPNOTSUPP, EINVAL}) {
+    systemcalls::FailNext(systemcalls::kFcntl, error);
+    const Handle file = OpenWithoutFlock(Path("old"));
+    ASSERT_NE(kInvalidHandle, file) << "errno " << error;
+    const Handle other = Open(Path("old"));
+    EXPECT_NE(kInvalidHandle, other) << "nothing keeps the two apart";
+    EXPECT_EQ(1, CloseHandle(other));
+    systemcalls::Reset();
+    EXPECT_EQ(1, CloseHandle(file));
+    EXPECT_EQ(1u, systemcalls::CountAll());
+  }
+}
+
+TEST_F(PosixOpen, create_where_there_are_no_locks_creates) {
+  systemcalls::FailNext(systemcalls::kFlock, EOPNOTSUPP);
+  systemcalls::FailNext(systemcalls::kFcntl, EOPNOTSUPP);
+  EXPECT_EQ(0u, CreateCode(Path("new")));
+  EXPECT_TRUE(Exists("new"));
 }
 
 // ---- Handles --------------------------------------------------------------------------------------------------------

@@ -2,9 +2,11 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <stdarg.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 
 namespace {
 
@@ -50,7 +52,7 @@ uint32_t systemcalls::Count(Call call) { return g_counts[call]; }
 
 uint32_t systemcalls::CountAll() {
   uint32_t sum = 0;
-  for (int call = 0; call < kCalloc; call++) sum += g_counts[call];
+  for (int call = 0; call < kMalloc; call++) sum += g_counts[call];
   return sum;
 }
 
@@ -83,9 +85,11 @@ int __real_fcntl(int descriptor, int command, ...);
 int __real_unlink(const char* path);
 off_t __real_lseek(int descriptor, off_t offset, int origin);
 ssize_t __real_pread(int descriptor, void* buffer, size_t count, off_t offset);
+ssize_t __real_preadv(int descriptor, const iovec* pieces, int count, off_t offset);
 ssize_t __real_pwrite(int descriptor, const void* buffer, size_t count, off_t offset);
 int __real_fdatasync(int descriptor);
 int __real_fsync(int descriptor);
+void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* block, size_t size);
 void __real_free(void* block);
@@ -135,6 +139,18 @@ ssize_t __wrap_pread(int descriptor, void* buffer, size_t count, off_t offset) {
   return Refuse(kPread) ? -1 : __real_pread(descriptor, buffer, Shorten(kPread, count), offset);
 }
 
+ssize_t __wrap_preadv(int descriptor, const iovec* pieces, int count, off_t offset) {
+  if (Refuse(kPreadv)) return -1;
+  iovec shortened[IOV_MAX];
+  size_t left = Shorten(kPreadv, kNoLimit);
+  for (int i = 0; i < count; i++) {
+    shortened[i] = pieces[i];
+    if (left < shortened[i].iov_len) shortened[i].iov_len = left;
+    left -= shortened[i].iov_len;
+  }
+  return __real_preadv(descriptor, shortened, count, offset);
+}
+
 ssize_t __wrap_pwrite(int descriptor, const void* buffer, size_t count, off_t offset) {
   return Refuse(kPwrite) ? -1 : __real_pwrite(descriptor, buffer, Shorten(kPwrite, count), offset);
 }
@@ -142,6 +158,12 @@ ssize_t __wrap_pwrite(int descriptor, const void* buffer, size_t count, off_t of
 int __wrap_fdatasync(int descriptor) { return Refuse(kFdatasync) ? -1 : __real_fdatasync(descriptor); }
 
 int __wrap_fsync(int descriptor) { return Refuse(kFsync) ? -1 : __real_fsync(descriptor); }
+
+void* __wrap_malloc(size_t size) {
+  void* block = Refuse(kMalloc) ? nullptr : __real_malloc(size);
+  if (block != nullptr) g_blocks++;
+  return block;
+}
 
 void* __wrap_calloc(size_t count, size_t size) {
   void* block = Refuse(kCalloc) ? nullptr : __real_calloc(count, size);

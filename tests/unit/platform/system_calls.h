@@ -19,9 +19,11 @@ enum Call {
   kUnlink,
   kLseek,
   kPread,
+  kPreadv,
   kPwrite,
   kFdatasync,
   kFsync,
+  kMalloc,  // from here on no system calls
   kCalloc,
   kRealloc,
   kCalls,
@@ -34,14 +36,14 @@ void Reset();
 uint32_t Count(Call call);
 uint32_t CountAll();
 
-// The next call, or the n-th from now, fails with `error` and is not made. For calloc and realloc the error is ENOMEM.
+// The next call, or the n-th from now, fails with `error` and is not made. For allocations the error is ENOMEM.
 void FailNext(Call call, int error);
 void FailNth(Call call, uint32_t n, int error);
 
-// The next pread or pwrite moves at most `bytes`, which may be 0.
+// The next pread, preadv or pwrite moves at most `bytes`, which may be 0.
 void ShortenNext(Call call, size_t bytes);
 
-// Blocks from calloc and realloc that were not freed since the last reset.
+// Blocks from malloc, calloc and realloc that were not freed since the last reset.
 int64_t BlocksHeld();
 
 // From now until the reset every clock shows this time.

@@ -147,13 +147,11 @@ TEST_F(PosixTransfer, size_above_4_gib_comes_in_two_halves) {
 
 // ---- Reading --------------------------------------------------------------------------------------------------------
 
-TEST_F(PosixTransfer, read_moves_the_position_with_one_system_call) {
+TEST_F(PosixTransfer, read_moves_the_position) {
   EXPECT_EQ("0123", Read(file_, 4));
-  EXPECT_EQ(1u, systemcalls::Count(systemcalls::kPread));
   EXPECT_EQ(4u, Position());
   EXPECT_EQ("456789", Read(file_, 6));
-  EXPECT_EQ(2u, systemcalls::Count(systemcalls::kPread));
-  EXPECT_EQ(2u, systemcalls::CountAll());
+  EXPECT_EQ(10u, Position());
 }
 
 TEST_F(PosixTransfer, read_across_the_end_succeeds_short_with_one_system_call) {
@@ -162,6 +160,7 @@ TEST_F(PosixTransfer, read_across_the_end_succeeds_short_with_one_system_call) {
   EXPECT_EQ(3u, done_);
   EXPECT_STREQ("789", buffer_);
   EXPECT_EQ(10u, Position());
+  EXPECT_EQ(1u, systemcalls::Count(systemcalls::kPreadv));
   EXPECT_EQ(1u, systemcalls::CountAll());
 }
 
@@ -180,23 +179,23 @@ TEST_F(PosixTransfer, read_count_0_succeeds_without_a_buffer) {
 }
 
 TEST_F(PosixTransfer, read_interrupted_goes_on) {
-  systemcalls::FailNext(systemcalls::kPread, EINTR);
+  systemcalls::FailNext(systemcalls::kPreadv, EINTR);
   EXPECT_EQ("0123456789", Read(file_, 10));
-  EXPECT_EQ(2u, systemcalls::Count(systemcalls::kPread));
+  EXPECT_EQ(2u, systemcalls::Count(systemcalls::kPreadv));
 }
 
 TEST_F(PosixTransfer, read_cut_short_by_the_host_goes_on) {
-  systemcalls::ShortenNext(systemcalls::kPread, 3);
+  systemcalls::ShortenNext(systemcalls::kPreadv, 3);
   EXPECT_EQ("0123456789", Read(file_, 10));
-  EXPECT_EQ(2u, systemcalls::Count(systemcalls::kPread));
+  EXPECT_EQ(2u, systemcalls::Count(systemcalls::kPreadv));
   EXPECT_EQ(10u, Position());
 }
 
 TEST_F(PosixTransfer, read_cut_short_and_interrupted_goes_on) {
-  systemcalls::ShortenNext(systemcalls::kPread, 3);
-  systemcalls::FailNth(systemcalls::kPread, 2, EINTR);
+  systemcalls::ShortenNext(systemcalls::kPreadv, 3);
+  systemcalls::FailNth(systemcalls::kPreadv, 2, EINTR);
   EXPECT_EQ("0123456789", Read(file_, 10));
-  EXPECT_EQ(3u, systemcalls::Count(systemcalls::kPread));
+  EXPECT_EQ(3u, systemcalls::Count(systemcalls::kPreadv));
 }
 
 TEST_F(PosixTransfer, read_host_refusals_have_their_codes_and_move_nothing) {
@@ -205,7 +204,7 @@ TEST_F(PosixTransfer, read_host_refusals_have_their_codes_and_move_nothing) {
                                   {EISDIR, 5},  {EFAULT, 87}, {ECANCELED, 1235}};
   for (const RefusedCase& refused : refusals) {
     done_ = 77;
-    systemcalls::FailNext(systemcalls::kPread, refused.error);
+    systemcalls::FailNext(systemcalls::kPreadv, refused.error);
     EXPECT_EQ(0, ReadFile(file_, buffer_, 4, &done_, nullptr));
     EXPECT_EQ(refused.code, GetLastError()) << "errno " << refused.error;
     EXPECT_EQ(0u, done_);
@@ -214,8 +213,8 @@ TEST_F(PosixTransfer, read_host_refusals_have_their_codes_and_move_nothing) {
 }
 
 TEST_F(PosixTransfer, read_that_fails_half_way_tells_what_was_moved) {
-  systemcalls::ShortenNext(systemcalls::kPread, 3);
-  systemcalls::FailNth(systemcalls::kPread, 2, EIO);
+  systemcalls::ShortenNext(systemcalls::kPreadv, 3);
+  systemcalls::FailNth(systemcalls::kPreadv, 2, EIO);
   EXPECT_EQ(0, ReadFile(file_, buffer_, 10, &done_, nullptr));
   EXPECT_EQ(31u, GetLastError());
   EXPECT_EQ(3u, done_);
@@ -392,7 +391,45 @@ TEST_F(PosixTransfer, flush_synchronises_the_file_once) {
   EXPECT_EQ(1u, systemcalls::CountAll());
 }
 
+TEST_F(PosixTransfer, flush_of_what_nothing_was_written_to_costs_no_system_call) {
+  Write(file_, "abc");
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  systemcalls::Reset();
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  EXPECT_EQ(0u, systemcalls::CountAll());
+  Seek(0);
+  Read(file_, 4);
+  EXPECT_EQ(1, WriteFile(file_, "", 0, &done_, nullptr));
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  EXPECT_EQ(0u, systemcalls::Count(systemcalls::kFdatasync));
+}
+
+TEST_F(PosixTransfer, flush_synchronises_what_others_may_have_written_before) {
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  EXPECT_EQ(1u, systemcalls::Count(systemcalls::kFdatasync));
+}
+
+TEST_F(PosixTransfer, flush_after_a_failed_write_synchronises_the_file) {
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  systemcalls::Reset();
+  systemcalls::FailNext(systemcalls::kPwrite, EIO);
+  EXPECT_EQ(0, WriteFile(file_, "abc", 3, &done_, nullptr));
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  EXPECT_EQ(1u, systemcalls::Count(systemcalls::kFdatasync));
+}
+
+TEST_F(PosixTransfer, flush_that_failed_is_made_again) {
+  Write(file_, "abc");
+  systemcalls::FailNext(systemcalls::kFdatasync, EIO);
+  EXPECT_EQ(0, FlushFileBuffers(file_));
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  EXPECT_EQ(2u, systemcalls::Count(systemcalls::kFdatasync));
+}
+
 TEST_F(PosixTransfer, flush_interrupted_goes_on) {
+  Write(file_, "abc");
   systemcalls::FailNext(systemcalls::kFdatasync, EINTR);
   EXPECT_EQ(1, FlushFileBuffers(file_));
   EXPECT_EQ(2u, systemcalls::Count(systemcalls::kFdatasync));
@@ -401,6 +438,7 @@ TEST_F(PosixTransfer, flush_interrupted_goes_on) {
 TEST_F(PosixTransfer, flush_host_refusals_have_their_codes) {
   const RefusedCase refusals[] = {{EIO, 31},   {ENOSPC, 112}, {EDQUOT, 112},
                                   {EROFS, 19}, {ENODEV, 21},  {ECANCELED, 1235}};
+  Write(file_, "abc");
   for (const RefusedCase& refused : refusals) {
     systemcalls::FailNext(systemcalls::kFdatasync, refused.error);
     EXPECT_EQ(0, FlushFileBuffers(file_));
