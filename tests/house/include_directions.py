@@ -42,7 +42,7 @@ NEIGHBOURS = {
     "inspect/": ["inspect/", "src/volume/layout.h", "src/base/name_symbols.h"],
     "tools/orba/": ["tools/orba/", "inspect/", "src/volume/layout.h", "src/base/name_symbols.h", "include/orba.h"],
     "examples/": ["examples/", "include/orba.h"],
-    "bench/": ["bench/", "include/orba.h"],
+    "bench/": ["bench/", "src/platform/coredll.h", "include/orba.h"],
     "tests/api/": ["tests/api/", "include/orba.h"],
 }
 
