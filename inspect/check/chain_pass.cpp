@@ -5,21 +5,17 @@ namespace orba::inspect {
 
 namespace {
 
-using std::to_string;
-
 void MarkEntry(Work* work, std::uint32_t record, std::uint32_t place, std::uint32_t entry, std::uint64_t offset) {
   if (entry == kNoBlock) {
-    work->Add(Kind::kChainZeroEntry, {0, record, offset}, "the record lists block 0; a mount refuses this");
+    work->Add(Kind::kChainZeroEntry, {0, record, offset});
     return;
   }
   if (!work->geometry().Holds(entry)) {
-    work->Add(Kind::kChainEntryOutside, {0, record, offset},
-              "the record lists " + BlockText(entry) + ", which the container does not hold; it would be given out");
+    work->Add(Kind::kChainEntryOutside, {0, record, offset}, {{entry}});
     return;
   }
   if (work->chainMark[entry] != kNotInChain) {
-    work->Add(Kind::kChainDuplicate, {0, entry, offset},
-              BlockText(entry) + " stands in the free chain twice; it would be given out twice");
+    work->Add(Kind::kChainDuplicate, {0, entry, offset});
     return;
   }
   work->chainMark[entry] = kListed;
@@ -34,8 +30,7 @@ void MarkEntries(Work* work, std::uint32_t block, std::uint32_t place, const std
     MarkEntry(work, block, place, entry, offset);
     if (k == 1 || !ordered || entry == kNoBlock || entry >= heap[k / 2 - 1]) continue;
     ordered = false;
-    work->Add(Kind::kChainHeapOrder, {0, block, offset},
-              "entry " + to_string(k) + " is smaller than its parent; the lowest block would not be given out first");
+    work->Add(Kind::kChainHeapOrder, {0, block, offset}, {{k}});
   }
 }
 
@@ -47,25 +42,21 @@ std::uint32_t ReadRecord(Work* work, std::uint32_t block) {
   if (!work->Read(offset, bytes.data(), bytes.size())) return kNoBlock;
   const ChainRecord record = DecodeChain(bytes);
   if (record.signature != kFreeChainSignature) {
-    work->Add(Kind::kChainSignature, {0, block, offset},
-              BlockText(block) + " is linked as a free-chain record but does not begin with \"FBC1\"");
+    work->Add(Kind::kChainSignature, {0, block, offset});
     return kNoBlock;
   }
   const std::uint32_t count = record.count;
   const std::uint64_t countOffset = offset + offsetof(FreeChainRecord, count);
   if (count > geometry.chainCapacity()) {
-    work->Add(
-        Kind::kChainCount, {0, block, countOffset},
-        "the record counts " + to_string(count) + " entries and has room for " + to_string(geometry.chainCapacity()));
+    work->Add(Kind::kChainCount, {0, block, countOffset}, {{geometry.chainCapacity(), count}});
     return kNoBlock;
   }
   const auto place = static_cast<std::uint32_t>(work->model().chain.size());
   if (place > 0 && count < geometry.chainCapacity()) {
-    work->Add(Kind::kChainPartial, {0, block, countOffset}, "a record behind the head is not full");
+    work->Add(Kind::kChainPartial, {0, block, countOffset});
   }
   if (work->chainMark[block] != kNotInChain) {
-    work->Add(Kind::kChainDuplicate, {0, block, offset},
-              BlockText(block) + " is a free-chain record and listed in one");
+    work->Add(Kind::kChainDuplicate, {0, block, offset}, {{true}});
   }
   work->chainMark[block] = kRecord;
   work->chainPlace[block] = place;
@@ -81,12 +72,11 @@ void WalkChain(Work* work) {
   std::uint64_t link = offsetof(VolumeHeader, freeChainHead);  // where `block` was read
   while (block != kNoBlock) {
     if (!work->geometry().Holds(block)) {
-      work->Add(Kind::kChainOutside, {0, block, link},
-                "the free chain goes on in " + BlockText(block) + ", which the container does not hold");
+      work->Add(Kind::kChainOutside, {0, block, link});
       return;
     }
     if (work->chainMark[block] == kRecord) {
-      work->Add(Kind::kChainCycle, {0, block, link}, "the free chain leads back to " + BlockText(block));
+      work->Add(Kind::kChainCycle, {0, block, link});
       return;
     }
     link = work->geometry().BlockOffset(block) + offsetof(FreeChainRecord, next);
@@ -97,7 +87,7 @@ void WalkChain(Work* work) {
 void ClaimChain(Work* work) {
   std::vector<BlockInfo>& blocks = work->model().blocks;
   for (std::uint32_t block = 1; block < blocks.size(); ++block) {
-    if (work->chainMark[block] == kNotInChain || work->givenBack[block]) continue;
+    if (work->chainMark[block] == kNotInChain || work->freed[block]) continue;
     BlockInfo& info = blocks[block];
     if (info.use == BlockUse::kNothing) {
       info.use = work->chainMark[block] == kRecord ? BlockUse::kChainRecord : BlockUse::kFree;
@@ -105,9 +95,7 @@ void ClaimChain(Work* work) {
       continue;
     }
     info.shared = true;
-    work->Add(
-        Kind::kChainBlockInUse, {info.node, block, work->geometry().BlockOffset(block)},
-        BlockText(block) + " stands in the free chain but serves " + OwnerText(info) + "; it would be given out again");
+    work->Add(Kind::kChainBlockInUse, {info.node, block, work->geometry().BlockOffset(block)}, {{}, "", {}, info});
   }
 }
 

@@ -11,8 +11,6 @@ namespace orba::inspect {
 
 namespace {
 
-using std::to_string;
-
 // ---- Header ---------------------------------------------------------------------------------------------------------
 
 void CheckHeader(Work* work) {
@@ -27,20 +25,16 @@ void CheckHeader(Work* work) {
     const std::uint32_t is = NumberOf(field, found);
     const std::uint32_t should = NumberOf(field, expected);
     if (field.form != Form::kNumber || is == should) continue;
-    work->Add(Kind::kHeaderField, {0, 0, field.offset},
-              field.meaning + (" is " + to_string(is)) + " and should be " + to_string(should) +
-                  (FieldsAgree(header) ? "; a mount believes it and finds no root" : "; a mount refuses this"));
+    work->Add(Kind::kHeaderField, {0, 0, field.offset}, {{is, should, FieldsAgree(header)}});
   }
   if (header.blockShift > kShiftMask) {
-    work->Add(Kind::kHeaderShiftBits, {0, 0, offsetof(VolumeHeader, blockShift)},
-              "the block shift has bits above its low byte, which nothing reads");
+    work->Add(Kind::kHeaderShiftBits, {0, 0, offsetof(VolumeHeader, blockShift)});
   }
   if (sound.reservedSize != 0) {
-    work->Add(Kind::kReservedRegion, {0, 0, offsetof(VolumeHeader, reservedSize)},
-              "the header keeps " + to_string(sound.reservedSize) + " bytes free between bitmap and data area");
+    work->Add(Kind::kReservedRegion, {0, 0, offsetof(VolumeHeader, reservedSize)}, {{sound.reservedSize}});
   }
   if ((header.stateFlags & ~kVolumeDirty) != 0) {
-    work->Add(Kind::kHeaderReserved, {0, 0, kStateFlagsOffset}, "state flags are set that have no meaning");
+    work->Add(Kind::kHeaderReserved, {0, 0, kStateFlagsOffset}, {{true}});
   }
 }
 
@@ -49,7 +43,7 @@ bool ReadHeader(Work* work) {
   std::uint8_t bytes[kHeaderSize];
   const std::uint64_t size = work->image.Size();
   if (size < kBitmapOffset) {
-    work->Add(Kind::kContainerShort, {0, 0, size}, "the container ends before the node bitmap; nothing can be read");
+    work->Add(Kind::kContainerShort, {0, 0, size});
     return false;
   }
   if (!work->Read(0, bytes, sizeof bytes)) return false;
@@ -58,31 +52,27 @@ bool ReadHeader(Work* work) {
   const VolumeHeader& header = model.header;
   work->report.marked = (header.stateFlags & kVolumeDirty) != 0;
   if (size >= kContainerLimit) {
-    work->Add(Kind::kContainerLong, {0, 0, kContainerLimit},
-              "the container has 2^31 bytes or more; a host cannot seek so far");
+    work->Add(Kind::kContainerLong, {0, 0, kContainerLimit});
   }
   if (header.signature != kVolumeSignature) {
-    work->Add(Kind::kHeaderSignature, {0, 0, 0}, "the container does not begin with \"ORBA\"; a mount refuses this");
+    work->Add(Kind::kHeaderSignature, {0, 0, 0});
   }
   if (header.version != kVolumeVersion) {
-    work->Add(Kind::kHeaderVersion, {0, 0, offsetof(VolumeHeader, version)},
-              "the version is not \"1.0 \"; a mount refuses this");
+    work->Add(Kind::kHeaderVersion, {0, 0, offsetof(VolumeHeader, version)});
   }
   for (std::uint32_t i = 0; i < sizeof header.reserved; ++i) {
     if (header.reserved[i] == 0) continue;
-    work->Add(Kind::kHeaderReserved, {0, 0, offsetof(VolumeHeader, reserved) + i},
-              "a reserved byte of the header is not zero");
+    work->Add(Kind::kHeaderReserved, {0, 0, offsetof(VolumeHeader, reserved) + i});
     break;
   }
   model.geometry = FindGeometry(work->image, header);
   if (!model.geometry.known()) {
-    work->Add(Kind::kLayoutUnknown, {0, 0, offsetof(VolumeHeader, headerSize)},
-              "block size and bitmap size are contradictory and no root directory was found; nothing further was read");
+    work->Add(Kind::kLayoutUnknown, {0, 0, offsetof(VolumeHeader, headerSize)});
     return false;
   }
   CheckHeader(work);
   if (size < model.geometry.dataOffset) {
-    work->Add(Kind::kContainerShort, {0, 0, size}, "the container ends before its data area");
+    work->Add(Kind::kContainerShort, {0, 0, size}, {{true}});
     return false;
   }
   return true;
@@ -103,19 +93,10 @@ bool ReadTable(Work* work) {
   model.blocks.resize(blocks);
   work->entered.resize(blocks);
   work->parsed.resize(blocks);
-  work->givenBack.resize(blocks);
+  work->freed.resize(blocks);
   work->chainMark.resize(blocks);
   work->chainPlace.resize(blocks);
   return true;
-}
-
-// Nodes first to end - 1: one finding, with the first one's place.
-void AddPlaceless(Work* work, std::uint32_t first, std::uint32_t end, const char* why) {
-  work->Add(
-      Kind::kNodePlaceless, {first, 0, BitmapByteOffset(first), end - first},
-      "the bitmap says " +
-          (end - first == 1 ? "in use" : "of nodes " + to_string(first) + " to " + to_string(end - 1) + ": in use") +
-          ", but " + why);
 }
 
 // The bitmap says what is in use, the root is in any case.
@@ -123,8 +104,7 @@ void ReadBitmap(Work* work) {
   Model& model = work->model();
   const std::uint32_t bits = model.bits();
   if (bits > 0 && model.IsFreeBit(kRootNode)) {
-    work->Add(Kind::kRootFree, {kRootNode, 0, BitmapByteOffset(kRootNode)},
-              "the bitmap says that the root's node is free; it would be given out again");
+    work->Add(Kind::kRootFree, {kRootNode, 0, BitmapByteOffset(kRootNode)});
   }
   for (NodeInfo& node : model.nodes) {
     const bool used = node.number != 0 && node.number <= bits && !model.IsFreeBit(node.number);
@@ -135,7 +115,7 @@ void ReadBitmap(Work* work) {
     std::uint32_t end = first;
     while (end <= bits && !model.IsFreeBit(end)) ++end;
     if (end == first) continue;
-    AddPlaceless(work, first, end, "the node-block table has no room for such a number");
+    work->Add(Kind::kNodeWithoutBlock, {first, 0, BitmapByteOffset(first), end - first}, {{true}});
     first = end;
   }
 }
@@ -145,12 +125,11 @@ void ReadSlot(Work* work, NodeInfo* node, std::uint32_t block, const std::uint8_
   const bool signature = node->record.signature == kNodeSignature;
   const bool number = node->record.number == node->number;
   if (!signature) {
-    work->Add(Kind::kNodeSignature, {node->number, block, node->offset},
-              "the node's slot does not begin with \"INO1\"");
+    work->Add(Kind::kNodeSignature, {node->number, block, node->offset});
   }
   if (!number) {
     work->Add(Kind::kNodeNumber, {node->number, block, node->offset + offsetof(OrbNodeRecord, number)},
-              "the slot carries number " + to_string(node->record.number) + " instead of its own");
+              {{node->record.number}});
   }
   node->readable = signature || number || IsPlausible(work->geometry(), node->number, node->record);
   if (node->readable && node->state == NodeState::kLost) node->state = NodeState::kUsed;
@@ -169,8 +148,7 @@ void ReadNodeBlock(Work* work, std::uint32_t index) {
   }
   if (foreign) {
     work->Add(Kind::kNodeBlockForeign, {0, block, TableEntryOffset(index)},
-              "table entry " + to_string(index) + " names " + BlockText(block) + ", which holds no node; nodes " +
-                  to_string(first) + " to " + to_string(first + geometry.nodesPerBlock() - 1) + " are lost");
+              {{index, first, first + geometry.nodesPerBlock() - 1}});
     return;
   }
   bool used = false;
@@ -181,8 +159,7 @@ void ReadNodeBlock(Work* work, std::uint32_t index) {
     used |= node.state != NodeState::kFree;
   }
   if (!used) {
-    work->Add(Kind::kNodeBlockIdle, {0, block, TableEntryOffset(index)},
-              BlockText(block) + " holds node slots, none of them in use");
+    work->Add(Kind::kNodeBlockUnused, {0, block, TableEntryOffset(index)});
   }
 }
 
@@ -195,14 +172,11 @@ void ReadNodeBlocks(Work* work) {
     if (block == kNoBlock) continue;
     if (!geometry.Holds(block)) {
       work->NoteOutside(block);
-      work->Add(
-          Kind::kTableOutside, {0, block, offset},
-          "table entry " + to_string(index) + " names " + BlockText(block) + ", which the container does not hold");
+      work->Add(Kind::kTableOutside, {0, block, offset}, {{index}});
       continue;
     }
     if (index >= geometry.tableEntries()) {
-      work->Add(Kind::kTableUnneeded, {0, block, offset},
-                "table entry " + to_string(index) + " names a block for nodes that the volume cannot have");
+      work->Add(Kind::kTableUnneeded, {0, block, offset}, {{index}});
     }
     if (!work->Claim(block, {BlockUse::kNodeBlock, false, 0, index}, offset)) continue;
     if (index < geometry.tableEntries()) ReadNodeBlock(work, index);
@@ -214,23 +188,19 @@ void ReadNodeBlocks(Work* work) {
 void CheckRecord(Work* work, const NodeInfo& node) {
   const OrbNodeRecord& record = node.record;
   const std::uint32_t number = node.number;
+  const Place attributes = {number, 0, node.offset + offsetof(OrbNodeRecord, attributes)};
   if (!AreLegal(number, record.attributes)) {
-    work->Add(Kind::kNodeAttributes, {number, 0, node.offset + offsetof(OrbNodeRecord, attributes)},
-              "attributes " + to_string(record.attributes) + " are not a file's, a directory's or the root's");
+    work->Add(Kind::kNodeAttributes, attributes, {{0, record.attributes}});
   } else if (node.wrongKind) {
-    work->Add(Kind::kNodeAttributes, {number, 0, node.offset + offsetof(OrbNodeRecord, attributes)},
-              node.IsDirectory() ? "the attributes are a file's, but the contents are this directory's"
-                                 : "the attributes are a directory's, but the contents are not");
+    work->Add(Kind::kNodeAttributes, attributes, {{node.IsDirectory() ? 1u : 2u, record.attributes}});
   }
   if (record.time.reserved != 0 || record.reserved[0] != 0 || record.reserved[1] != 0 || record.reserved[2] != 0) {
     const std::uint64_t after = offsetof(OrbNodeRecord, time) + offsetof(TimeStamp, reserved);
     work->Add(Kind::kNodeReserved,
-              {number, 0, node.offset + (record.time.reserved != 0 ? after : offsetof(OrbNodeRecord, reserved))},
-              "a reserved byte of the node is not zero");
+              {number, 0, node.offset + (record.time.reserved != 0 ? after : offsetof(OrbNodeRecord, reserved))});
   }
   if (!IsDate(record.time)) {
-    work->Add(Kind::kNodeTime, {number, 0, node.offset + offsetof(OrbNodeRecord, time)},
-              "the time stamp is no date of the calendar");
+    work->Add(Kind::kNodeTime, {number, 0, node.offset + offsetof(OrbNodeRecord, time)});
   }
 }
 
@@ -241,11 +211,11 @@ void CheckLost(Work* work, const NodeInfo& node) {
     return number < nodes.size() && number != kRootNode && nodes[number].state == NodeState::kLost;
   };
   if (node.number == kRootNode) {
-    work->Add(Kind::kRootLost, {kRootNode}, "the root directory's node cannot be read; no path leads anywhere");
+    work->Add(Kind::kRootLost, {kRootNode});
   } else if (!goesOn(node.number - 1u)) {
     std::uint32_t end = node.number;
     while (goesOn(end)) ++end;
-    AddPlaceless(work, node.number, end, "no node block holds such a record");
+    work->Add(Kind::kNodeWithoutBlock, {node.number, 0, BitmapByteOffset(node.number), end - node.number});
   }
 }
 
@@ -256,8 +226,7 @@ void CheckNodes(Work* work) {
     JudgeKind(work, &node);
     CheckRecord(work, node);
     if (node.number == kRootNode && !node.IsDirectory()) {
-      work->Add(Kind::kRootLost, {kRootNode, 0, node.offset + offsetof(OrbNodeRecord, attributes)},
-                "the root's node is no directory");
+      work->Add(Kind::kRootLost, {kRootNode, 0, node.offset + offsetof(OrbNodeRecord, attributes)}, {{true}});
     }
     WalkNode(work, &node);
   }
@@ -266,16 +235,13 @@ void CheckNodes(Work* work) {
 // ---- Leaks and sums -------------------------------------------------------------------------------------------------
 
 void FindLeakedBlocks(Work* work) {
-  const char* const reserve = work->Reserve("; the space is lost until it is given back");
+  const bool damaged = work->IsDamaged();
   const std::vector<BlockInfo>& blocks = work->model().blocks;
   for (std::uint32_t block = 1; block < blocks.size(); ++block) {
     if (blocks[block].use != BlockUse::kNothing) continue;
     std::uint32_t end = block;
     while (end < blocks.size() && blocks[end].use == BlockUse::kNothing) ++end;
-    const std::string what = end - block == 1 ? BlockText(block) + " is"
-                                              : "blocks " + to_string(block) + " to " + to_string(end - 1) + " are";
-    work->Add(Kind::kBlockLeaked, {0, block, work->geometry().BlockOffset(block), end - block},
-              what + " neither in use nor in the free chain" + reserve);
+    work->Add(Kind::kBlockLeaked, {0, block, work->geometry().BlockOffset(block), end - block}, {{damaged}});
     work->report.totals.leakedBlocks += end - block;
     block = end;
   }
@@ -308,9 +274,7 @@ void CheckTail(Work* work) {
   const std::uint64_t size = std::min<std::uint64_t>(work->image.Size(), kContainerLimit);
   if (size <= end) return;
   work->Add(Kind::kTrailingBytes, {0, 0, end, static_cast<std::uint32_t>(size - end)},
-            to_string(size - end) + " bytes follow the last whole block; " +
-                (work->model().tailNamed ? "they begin " + BlockText(geometry.blocks + 1) + ", which is in use"
-                                         : "the next block appended overwrites them"));
+            {{work->model().tailNamed, geometry.blocks + 1}});
 }
 
 void AddPaths(Report* report) {
@@ -323,28 +287,19 @@ void AddPaths(Report* report) {
 
 // ---- What the passes share ------------------------------------------------------------------------------------------
 
-void Work::Add(Kind kind, const Place& place, std::string text) {
+void Work::Add(Kind kind, const Place& place, const Facts& facts) {
   ++report.counts[static_cast<std::size_t>(kind)];
   if (report.findings.size() >= kMaxFindings) return;
   Finding finding;
+  static_cast<Place&>(finding) = place;
   finding.kind = kind;
-  finding.node = place.node;
-  finding.block = place.block;
-  finding.offset = place.offset;
-  finding.count = place.count;
-  finding.text = std::move(text);
+  finding.facts = facts;
   report.findings.push_back(std::move(finding));
-}
-
-bool Work::CountOnly(Kind kind) {
-  if (report.findings.size() < kMaxFindings) return false;
-  ++report.counts[static_cast<std::size_t>(kind)];
-  return true;
 }
 
 bool Work::Read(std::uint64_t offset, void* out, std::size_t count) {
   if (image.Read(offset, out, count)) return true;
-  Add(Kind::kUnreadable, {0, 0, offset, static_cast<std::uint32_t>(count)}, "the host cannot read here");
+  Add(Kind::kUnreadable, {0, 0, offset, static_cast<std::uint32_t>(count)});
   return false;
 }
 
@@ -357,48 +312,22 @@ bool Work::Claim(std::uint32_t block, const BlockInfo& owner, std::uint64_t offs
     return true;
   }
   info.shared = true;
-  if (CountOnly(Kind::kBlockShared)) return false;
-  Add(Kind::kBlockShared, {owner.node, block, offset},
-      BlockText(block) + " serves " + OwnerText(owner) + ", but also " + OwnerText(info) +
-          "; a write to the one changes the other");
+  Add(Kind::kBlockShared, {owner.node, block, offset}, {{}, "", owner, info});
   return false;
-}
-
-std::string BlockText(std::uint32_t block) { return "block " + to_string(block); }
-std::string NodeText(std::uint32_t node) { return "node " + to_string(node); }
-
-std::string OwnerText(const BlockInfo& owner) {
-  switch (owner.use) {
-    case BlockUse::kNothing:
-      return "nothing";
-    case BlockUse::kNodeBlock:
-      return "as node block of table entry " + to_string(owner.index);
-    case BlockUse::kMap:
-      return "as block-map block of " + NodeText(owner.node);
-    case BlockUse::kFile:
-      return "as block " + to_string(owner.index) + " of file " + to_string(owner.node);
-    case BlockUse::kDirectory:
-      return "as block " + to_string(owner.index) + " of directory " + to_string(owner.node);
-    case BlockUse::kChainRecord:
-      return "as free-chain record";
-    case BlockUse::kFree:
-      return "as free block";
-  }
-  return "nothing";
 }
 
 // ---- The public face ------------------------------------------------------------------------------------------------
 
 std::uint64_t Report::Count(Severity severity) const {
   std::uint64_t sum = 0;
-  for (std::size_t kind = 0; kind < kKinds; ++kind) {
-    if (SeverityOf(static_cast<Kind>(kind)) == severity) sum += counts[kind];
+  for (const KindInfo& info : AllKinds()) {
+    if (info.severity == severity) sum += Count(info.kind);
   }
   return sum;
 }
 
 Severity Report::Worst() const {
-  for (const Severity severity : {Severity::kDamage, Severity::kHalfMade, Severity::kLeak}) {
+  for (const Severity severity : kSeverities) {
     if (Count(severity) > 0) return severity;
   }
   return Severity::kNote;

@@ -1,21 +1,25 @@
 // The checker: reads everything that a container says about itself, changes nothing, and reports every violation of the
-// format, every half-made operation and every leak. It also hands out the model it builds on the way - which block serves
-// what, which node has which names - on which repair, recovery and drawing stand.
+// format, every interrupted operation and every leak. It fills in the model on which repair, recovery and drawing
+// stand.
 //
 // Whatever the bytes are, a check ends, reads nothing outside the container and takes memory in proportion to what the
 // container can hold.
 //
-// What must hold in a container (the numbers are cited by tests and by repair):
-//   1. The header's fields are the ones formatting wrote; its reserved bytes and flags are zero.
-//   2. Each block has at most one owner: a table entry, a slot of one node's block map, or the free chain.
-//   3. Each number that some field names as a block lies inside the container.
-//   4. A node in use has a slot in a node block, with its signature and its own number; its attributes are legal.
-//   5. A file or directory of s bytes has blocks for logical blocks 0 to ceil(s/B)-1 and none beyond. Block-map blocks stay
-//      when a file shrinks, with zero slots.
-//   6. A directory holds size/32 entries without holes: first "." with its own number, then ".." with its parent's, then
-//      names that are legal, in upper case and unique; behind them, in the same block, an entry with number 0.
-//   7. Each node in use but the root is named by exactly one entry, and can be reached from the root.
-//   8. Free-chain records carry "FBC1", a count within the capacity and a min-heap of free block numbers.
+// What must hold in a container; findings (finding.cpp), tests and the format page cite the numbers:
+//
+//   C1  the header's fields are the ones that formatting wrote, its reserved bytes and flags are zero; the container
+//       reaches to its data area and has less than 2^31 bytes
+//   C2  each block has at most one owner: a table entry, a slot of one node's block map, or the free chain
+//   C3  each block number lies inside the container
+//   C4  a node in use has a slot in a node block, with its signature and its own number; its attributes are legal, its
+//       reserved bytes zero. The root is in use and a directory. The table refers to node blocks alone
+//   C5  a file or directory of s bytes has blocks for logical blocks 0 to ceil(s/B)-1 and none beyond. Block-map blocks
+//       stay when a file shrinks, with zero slots
+//   C6  a directory holds size/32 entries without holes: first "." with its own number, then ".." with its parent's,
+//       then names that are legal, in upper case and unique; behind them, in the same block, an entry with number 0
+//   C7  each node in use but the root has exactly one name, and a path leads from the root to it; each name refers to a
+//       node in use
+//   C8  free-chain records have "FBC1", a count within the capacity, a min-heap of free block numbers, and no cycle
 #pragma once
 
 #include <array>
@@ -24,7 +28,6 @@
 #include <vector>
 
 #include "inspect/check/finding.h"
-#include "inspect/check/model.h"
 #include "inspect/container/image.h"
 
 namespace orba::inspect {

@@ -9,11 +9,9 @@ namespace orba::inspect {
 
 namespace {
 
-using std::to_string;
-
 // ---- Taking the entries ---------------------------------------------------------------------------------------------
 
-// A last block that holds one entry goes back to the free chain before the directory's size is stored. As a new record of
+// A last block that holds one entry is freed before the directory's size is stored. As a new record of
 // the chain it starts with "FBC1" and counts nothing, which reads as an entry "C1" of node 16966.
 bool HoldsChainRecord(const Work& work, const std::vector<std::uint8_t>& bytes, std::uint32_t block) {
   const ChainRecord record = DecodeChain(bytes);
@@ -27,7 +25,7 @@ bool HoldsChainRecord(const Work& work, const std::vector<std::uint8_t>& bytes, 
 
 bool IsDot(const OrbDirEntry& entry) { return NameOf(entry) == "." || NameOf(entry) == ".."; }
 
-// Something else than a directory's block: entries by the half dozen, and not one with a name that an entry can have.
+// Something else than a directory's block: several entries, and not one with a name that an entry can have.
 bool IsForeign(const Work& work, const std::vector<std::uint8_t>& bytes) {
   constexpr std::uint32_t kEnough = 6;  // a few may be damaged entries
   std::uint32_t entries = 0;
@@ -70,17 +68,13 @@ void TakeBlock(Work* work, NodeInfo* directory, const DirectoryBlock& at, const 
 void JudgeHoles(Work* work, NodeInfo* directory) {
   DirectorySummary& found = directory->directory;
   const std::uint32_t count = EntryCount(directory->record);
-  const Work::Place place = {directory->number, found.holeBlock, found.holeOffset, found.holes};
-  found.removalHalfMade = found.holes == 1 && found.firstHole + 1 == count && count > 2 &&
-                          found.holeOffset != work->geometry().BlockOffset(found.holeBlock);
-  if (found.removalHalfMade) {
-    work->Add(
-        Kind::kRemovalHalfMade, place,
-        "the last entry is cleared but the size still counts it: a removal was stopped before it stored the size");
+  const Place place = {directory->number, found.holeBlock, found.holeOffset, found.holes};
+  found.removalInterrupted = found.holes == 1 && found.firstHole + 1 == count && count > 2 &&
+                             found.holeOffset != work->geometry().BlockOffset(found.holeBlock);
+  if (found.removalInterrupted) {
+    work->Add(Kind::kRemovalInterrupted, place);
   } else {
-    work->Add(Kind::kDirHole, place,
-              Counted(found.holes, "entry", "entries") + " inside the size without a node, from entry " +
-                  to_string(found.firstHole) + " on; a reader takes that for the directory's end");
+    work->Add(Kind::kDirHole, place, {{found.firstHole}});
   }
 }
 
@@ -88,18 +82,14 @@ void JudgePast(Work* work, NodeInfo* directory) {
   DirectorySummary& found = directory->directory;
   const auto past = std::find_if(directory->entries.begin(), directory->entries.end(),
                                  [](const Entry& entry) { return entry.pastSize; });
-  const Work::Place place = {directory->number, past->block, past->offset, found.past};
+  const Place place = {directory->number, past->block, past->offset, found.past};
   const std::string name = NameOf(past->record);
-  found.appendHalfMade = found.past == 1 && directory->record.size % kDirEntrySize == 0 && IsLegalName(name) &&
-                         work->report.model.RefersToUsed(past->record);
-  if (found.appendHalfMade) {
-    work->Add(Kind::kAppendHalfMade, place,
-              "\"" + Printable(name) + "\" of " + NodeText(past->record.node) +
-                  " stands just past the size: an entry was added, but not yet counted");
+  found.appendInterrupted = found.past == 1 && directory->record.size % kDirEntrySize == 0 && IsLegalName(name) &&
+                            work->report.model.RefersToUsed(past->record);
+  if (found.appendInterrupted) {
+    work->Add(Kind::kAppendInterrupted, place, {{past->record.node}, name});
   } else {
-    work->Add(Kind::kDirPastSize, place,
-              Counted(found.past, "entry", "entries") +
-                  " behind the last one that the size counts, where an end mark should be");
+    work->Add(Kind::kDirBeyondSize, place);
   }
 }
 
@@ -114,8 +104,7 @@ void CheckDots(Work* work, const NodeInfo& directory) {
   const std::uint32_t number = directory.number;
   if (dots[0] != nullptr && (NameOf(dots[0]->record) != "." || dots[0]->record.node != number)) {
     work->Add(Kind::kDirDot, {number, dots[0]->block, dots[0]->offset},
-              "the first entry is \"" + Printable(NameOf(dots[0]->record)) + "\" of " + NodeText(dots[0]->record.node) +
-                  " instead of \".\" of the directory itself");
+              {{dots[0]->record.node}, NameOf(dots[0]->record)});
   }
   if (dots[1] == nullptr) return;
   const std::uint16_t up = dots[1]->record.node;
@@ -125,9 +114,7 @@ void CheckDots(Work* work, const NodeInfo& directory) {
     for (const NameRef& name : names) right |= name.directory == up;
   }
   if (NameOf(dots[1]->record) == ".." && right) return;
-  work->Add(Kind::kDirDotDot, {number, dots[1]->block, dots[1]->offset},
-            "the second entry is \"" + Printable(NameOf(dots[1]->record)) + "\" of " + NodeText(up) +
-                " instead of \"..\" of the directory above");
+  work->Add(Kind::kDirDotDot, {number, dots[1]->block, dots[1]->offset}, {{up}, NameOf(dots[1]->record)});
 }
 
 void CheckSize(Work* work, const NodeInfo& directory) {
@@ -136,18 +123,16 @@ void CheckSize(Work* work, const NodeInfo& directory) {
   // A directory being made has no size until its first block is written; it has no name either.
   if (size == 0 && !directory.IsNamed() && number != kRootNode) return;
   if (size % kDirEntrySize == 0 && size >= 2 * kDirEntrySize) return;
-  work->Add(
-      Kind::kDirSize, {number, 0, directory.offset + offsetof(OrbNodeRecord, size)},
-      "a directory cannot have " + to_string(size) + " bytes: it has 32 for each entry, and two entries at least");
+  work->Add(Kind::kDirSize, {number, 0, directory.offset + offsetof(OrbNodeRecord, size)}, {{size}});
 }
 
 void CheckName(Work* work, const NodeInfo& directory, const Entry& entry) {
   const std::string name = NameOf(entry.record);
-  const Work::Place place = {directory.number, entry.block, entry.offset + offsetof(OrbDirEntry, name)};
+  const Place place = {directory.number, entry.block, entry.offset + offsetof(OrbDirEntry, name)};
   if (!IsLegalName(name)) {
-    work->Add(Kind::kNameIllegal, place, "the name \"" + Printable(name) + "\" is not one that a path can hold");
+    work->Add(Kind::kNameIllegal, place, {{}, name});
   } else if (UpperCase(name) != name) {
-    work->Add(Kind::kNameLower, place, "the name \"" + Printable(name) + "\" is not in upper case");
+    work->Add(Kind::kNameLowerCase, place, {{}, name});
   }
 }
 
@@ -155,25 +140,25 @@ void CheckName(Work* work, const NodeInfo& directory, const Entry& entry) {
 bool CheckTarget(Work* work, const NodeInfo& directory, const Entry& entry) {
   const Model& model = work->report.model;
   const std::uint16_t number = entry.record.node;
-  const std::string name = "\"" + Printable(NameOf(entry.record)) + "\" names ";
-  const Work::Place place = {directory.number, entry.block, entry.offset};
+  const Place place = {directory.number, entry.block, entry.offset};
+  const Facts facts = {{number}, NameOf(entry.record)};
   if (!model.IsNode(number)) {
-    work->Add(Kind::kEntryOutside, place, name + NodeText(number) + ", a number that the volume does not have");
+    work->Add(Kind::kEntryOutside, place, facts);
   } else if (number == kRootNode) {
-    work->Add(Kind::kEntryToRoot, place, name + "the root, which has no name");
+    work->Add(Kind::kEntryToRoot, place, facts);
   } else if (model.nodes[number].state == NodeState::kFree) {
-    work->Add(Kind::kEntryToFree, place, name + NodeText(number) + ", which is free and would be given out again");
+    work->Add(Kind::kEntryToFree, place, facts);
   } else if (model.nodes[number].state == NodeState::kLost) {
-    work->Add(Kind::kEntryToLost, place, name + NodeText(number) + ", whose record is lost");
+    work->Add(Kind::kEntryToLost, place, facts);
   } else {
     return true;
   }
   return false;
 }
 
-// True when `entry` is the last of its directory and `first` is its copy in an earlier block: a removal fills the hole there
-// before it clears the last entry.
-bool IsHalfMadeCopy(const NodeInfo& directory, const Entry& entry, const Entry& first) {
+// True when `entry` is the last of its directory and `first` is its copy in an earlier block: a removal fills the hole
+// there before it clears the last entry.
+bool IsInterruptedCopy(const NodeInfo& directory, const Entry& entry, const Entry& first) {
   return entry.index + 1 == EntryCount(directory.record) && entry.record.node == first.record.node &&
          entry.block != first.block;
 }
@@ -191,16 +176,13 @@ void CheckDirectory(Work* work, NodeInfo* directory) {
     }
     CheckName(work, *directory, entry);
     const auto [first, fresh] = seen.emplace(UpperCase(NameOf(entry.record)), i);
-    if (!fresh && IsHalfMadeCopy(*directory, entry, directory->entries[first->second])) {
-      work->Add(Kind::kEntryDoubled, {directory->number, entry.block, entry.offset},
-                "\"" + Printable(NameOf(entry.record)) +
-                    "\" was copied into the hole of a removed entry but still stands at the end");
+    if (!fresh && IsInterruptedCopy(*directory, entry, directory->entries[first->second])) {
+      work->Add(Kind::kEntryDoubled, {directory->number, entry.block, entry.offset}, {{}, NameOf(entry.record)});
       entry.doubled = true;
       continue;
     }
     if (!fresh && IsLegalName(NameOf(entry.record))) {
-      work->Add(Kind::kNameDuplicate, {directory->number, entry.block, entry.offset},
-                "the name \"" + Printable(NameOf(entry.record)) + "\" stands twice; only the first can be opened");
+      work->Add(Kind::kNameDuplicate, {directory->number, entry.block, entry.offset}, {{}, NameOf(entry.record)});
     }
     if (CheckTarget(work, *directory, entry)) model.nodes[entry.record.node].names.push_back(name);
   }
@@ -249,7 +231,7 @@ bool LiesIn(const Model& model, std::uint16_t directory, std::uint16_t node) {
 }
 
 // Two names in two directories, as a move leaves them. A directory is never moved into itself.
-bool IsHalfMadeMove(const Model& model, const NodeInfo& node) {
+bool IsInterruptedMove(const Model& model, const NodeInfo& node) {
   const auto isLegal = [&](const NameRef& name) { return IsLegalName(NameOf(model.EntryOf(name).record)); };
   return node.names.size() == 2 && node.pending.empty() && node.names[0].directory != node.names[1].directory &&
          isLegal(node.names[0]) && isLegal(node.names[1]) && !LiesIn(model, node.names[0].directory, node.number) &&
@@ -309,18 +291,15 @@ void ParseDirectory(Work* work, NodeInfo* directory, const std::vector<Directory
     if (single && at.index == last && last > 0) {
       found.lastBlockIsRecord = HoldsChainRecord(*work, bytes, at.block);
       if (found.lastBlockIsRecord || work->chainMark[at.block] == kListed) {
-        work->givenBack[at.block] = true;
-        work->Add(Kind::kLastBlockGivenBack, {directory->number, at.block, geometry.BlockOffset(at.block)},
-                  BlockText(at.block) +
-                      ", the directory's last, is already free: a removal was stopped before it stored the size");
+        work->freed[at.block] = true;
+        work->Add(Kind::kLastBlockFreed, {directory->number, at.block, geometry.BlockOffset(at.block)});
       }
       if (found.lastBlockIsRecord) continue;
     }
     if (IsForeign(*work, bytes)) {
       found.foreign.push_back(at.index);
       work->Add(Kind::kDirBlockForeign, {directory->number, at.block, geometry.BlockOffset(at.block)},
-                BlockText(at.block) + " should hold the directory's entries from " +
-                    to_string(at.index * geometry.entriesPerBlock()) + " on, but holds something else");
+                {{at.index * geometry.entriesPerBlock()}});
       continue;
     }
     TakeBlock(work, directory, at, bytes, &ended);
@@ -328,7 +307,7 @@ void ParseDirectory(Work* work, NodeInfo* directory, const std::vector<Directory
   if (found.holes > 0 && !directory->map.sizeImpossible) JudgeHoles(work, directory);
   if (found.past > 0) JudgePast(work, directory);
   if (found.behindEnd) {
-    work->Add(Kind::kDirAfterEnd, {directory->number}, "number fields behind the directory's end mark are not zero");
+    work->Add(Kind::kDirAfterEnd, {directory->number});
   }
 }
 
@@ -346,14 +325,10 @@ void CheckEntries(Work* work) {
 void CheckNames(Work* work) {
   for (const NodeInfo& node : work->model().nodes) {
     if (node.names.size() < 2) continue;
-    if (IsHalfMadeMove(work->report.model, node)) {
-      work->Add(Kind::kTwoNames, {node.number},
-                "the node has a name in " + NodeText(node.names[0].directory) + " and one in " +
-                    NodeText(node.names[1].directory) + ": a move was stopped before it took the old one away");
+    if (IsInterruptedMove(work->report.model, node)) {
+      work->Add(Kind::kTwoNames, {node.number}, {{node.names[0].directory, node.names[1].directory}});
     } else {
-      work->Add(
-          Kind::kManyNames, {node.number, 0, kNoOffset, static_cast<std::uint32_t>(node.names.size())},
-          to_string(node.names.size()) + " entries name this node; deleting one leaves the others without a node");
+      work->Add(Kind::kManyNames, {node.number, 0, kNoOffset, static_cast<std::uint32_t>(node.names.size())});
     }
   }
 }
@@ -364,17 +339,14 @@ void CheckReach(Work* work) {
   for (const NodeInfo& node : model.nodes) {
     if (node.state != NodeState::kUsed || node.number == kRootNode || node.IsNamed()) continue;
     Spread(&model, node.number, Reach::kLeaked);
-    work->Add(
-        Kind::kNodeLeaked, {node.number, 0, node.offset},
-        "the node is in use, with " + to_string(node.record.size) + " bytes, but has no name" + work->Reserve(""));
+    work->Add(Kind::kNodeLeaked, {node.number, 0, node.offset}, {{work->IsDamaged(), node.record.size}});
   }
   for (const NodeInfo& node : model.nodes) {
     if (node.state != NodeState::kUsed || node.reach != Reach::kNone || node.number == kRootNode) continue;
     const std::uint16_t found = FindInCycle(model, node.number);
     if (model.nodes[found].reach != Reach::kNone) continue;
     Spread(&model, found, Reach::kCycle);
-    work->Add(Kind::kDirCycle, {found, 0, model.nodes[found].offset},
-              "this directory is contained in itself, through others or directly; no path leads to it");
+    work->Add(Kind::kDirCycle, {found, 0, model.nodes[found].offset});
   }
 }
 

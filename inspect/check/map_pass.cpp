@@ -7,8 +7,6 @@ namespace orba::inspect {
 
 namespace {
 
-using std::to_string;
-
 // One walk over the block map of one node.
 struct MapWalk {
   Work* work;
@@ -39,27 +37,23 @@ bool MapWalk::VisitMapBlock(const MapSlot& slot) {
   const auto index = static_cast<std::uint32_t>(slot.index);
   const bool second = slot.level == MapLevel::kSecond;
   if (second && slot.block != kNoBlock && doubleEnded && !map->doubleGap) {
-    work->Add(Kind::kMapHole, {number, slot.block, slot.offset},
-              "the double-indirect block has a gap before this slot");
+    work->Add(Kind::kMapHole, {number, slot.block, slot.offset}, {{true}});
     map->doubleGap = true;
   }
   if (slot.block == kNoBlock) {
     const bool first = !second || !doubleEnded;
     doubleEnded |= second;
     if (slot.index < map->needed && first && !map->sizeImpossible) {
-      work->Add(Kind::kMapMissing, {number, 0, slot.offset},
-                "no block-map block serves logical block " + to_string(index) + " and what follows; the size counts " +
-                    Counted(map->needed, "block"));
+      work->Add(Kind::kMapBlockMissing, {number, 0, slot.offset}, {{false, index, map->needed}});
     }
     if (slot.level == MapLevel::kIndirect && slot.index >= map->needed && node.record.doubleIndirect != kNoBlock) {
-      work->Add(Kind::kMapMissing, {number, 0, slot.offset}, "there is a double-indirect block but no indirect block");
+      work->Add(Kind::kMapBlockMissing, {number, 0, slot.offset}, {{true}});
     }
     return false;
   }
   if (!work->geometry().Holds(slot.block)) {
     work->NoteOutside(slot.block);
-    work->Add(Kind::kMapOutside, {number, slot.block, slot.offset},
-              "the map names " + BlockText(slot.block) + " as block-map block, which the container does not hold");
+    work->Add(Kind::kMapOutside, {number, slot.block, slot.offset}, {{true}});
     return false;
   }
   const Contents contents = ContentsOfMap(slot.block);
@@ -73,13 +67,7 @@ bool MapWalk::VisitMapBlock(const MapSlot& slot) {
     return first;
   }
   work->model().blocks[slot.block].noMap = true;
-  if (work->CountOnly(Kind::kMapForeign)) return false;
-  work->Add(Kind::kMapForeign, {number, slot.block, slot.offset},
-            BlockText(slot.block) + " should serve logical block " + to_string(index) +
-                " and what follows, but holds " +
-                (contents == Contents::kNodes       ? "node records"
-                 : contents == Contents::kDirectory ? "a directory"
-                                                    : "no block numbers"));
+  work->Add(Kind::kMapBlockForeign, {number, slot.block, slot.offset}, {{static_cast<std::uint64_t>(contents), index}});
   return false;
 }
 
@@ -130,26 +118,21 @@ void MapWalk::AddOutside(const MapSlot& slot) {
 
 void MapWalk::EndOutside() {
   if (outsideCount == 0) return;
-  const std::string first = to_string(outside.index);
-  const std::string last = to_string(outside.index + outsideCount - 1);
-  const std::string block = BlockText(outside.block);
   work->Add(Kind::kMapOutside, {node.number, outside.block, outside.offset, outsideCount},
-            outsideCount == 1 ? "logical block " + first + " is " + block + ", which the container does not hold"
-                              : "logical blocks " + first + " to " + last +
-                                    " are blocks that the container does not hold, the first " + block);
+            {{false, outside.index, outside.index + outsideCount - 1}});
   outsideCount = 0;
 }
 
-// A shrink takes the last block out of an indirect block before it stores the smaller size; so does a directory when its
-// last block falls empty.
-bool IsHalfMadeShrink(const NodeInfo& node, const MapSummary& map, std::uint32_t blockSize) {
+// A shrink takes the last block out of an indirect block before it stores the smaller size; so does a directory when
+// its last block falls empty.
+bool IsInterruptedShrink(const NodeInfo& node, const MapSummary& map, std::uint32_t blockSize) {
   return map.holes == 1 && map.firstHole + 1 == map.needed && map.firstHole >= kDirectBlocks &&
          (!node.IsDirectory() || node.record.size % blockSize == kDirEntrySize);
 }
 
 // Growth writes the new block's number into an indirect block before it stores the larger size. Direct slots are stored
 // together with the size.
-bool IsHalfMadeGrowth(const NodeInfo& node, const MapSummary& map, std::uint32_t blockSize) {
+bool IsInterruptedGrowth(const NodeInfo& node, const MapSummary& map, std::uint32_t blockSize) {
   return map.extras == 1 && map.firstExtra == map.needed && map.firstExtra >= kDirectBlocks &&
          node.record.size % blockSize == 0;
 }
@@ -157,26 +140,20 @@ bool IsHalfMadeGrowth(const NodeInfo& node, const MapSummary& map, std::uint32_t
 void Judge(Work* work, const NodeInfo& node, MapSummary* map) {
   const std::uint32_t number = node.number;
   const std::uint32_t blockSize = work->geometry().blockSize;
-  map->shrinkHalfMade = IsHalfMadeShrink(node, *map, blockSize);
-  map->growthHalfMade = IsHalfMadeGrowth(node, *map, blockSize);
-  if (map->shrinkHalfMade) {
-    work->Add(Kind::kShrinkHalfMade, {number, 0, map->holeOffset},
-              "logical block " + to_string(map->firstHole) +
-                  ", the last, is already out of the map: a shrink was stopped before it stored the size");
+  map->shrinkInterrupted = IsInterruptedShrink(node, *map, blockSize);
+  map->growthInterrupted = IsInterruptedGrowth(node, *map, blockSize);
+  if (map->shrinkInterrupted) {
+    work->Add(Kind::kShrinkInterrupted, {number, 0, map->holeOffset}, {{map->firstHole}});
   } else if (map->holes > 0 && !map->sizeImpossible) {
     work->Add(Kind::kMapHole, {number, 0, map->holeOffset, static_cast<std::uint32_t>(map->holes)},
-              "no block for " + to_string(map->holes) + " of " + Counted(map->needed, "logical block") + ", from " +
-                  to_string(map->firstHole) + " on; reading there fails");
+              {{false, map->needed, map->firstHole}});
   }
-  if (map->growthHalfMade) {
-    work->Add(Kind::kGrowthHalfMade, {number, map->extraBlock, map->extraOffset},
-              "logical block " + to_string(map->firstExtra) +
-                  " lies past the size: growth was stopped before it stored the size");
+  if (map->growthInterrupted) {
+    work->Add(Kind::kGrowthInterrupted, {number, map->extraBlock, map->extraOffset}, {{map->firstExtra}});
   } else if (map->extras > 0) {
     work->Add(Kind::kMapBeyondSize,
               {number, map->extraBlock, map->extraOffset, static_cast<std::uint32_t>(map->extras)},
-              Counted(map->extras, "block") + " past the size, from logical block " + to_string(map->firstExtra) +
-                  " on; the size may be damaged");
+              {{map->firstExtra}});
   }
 }
 
@@ -186,8 +163,7 @@ void WalkNode(Work* work, NodeInfo* node) {
   const Geometry& geometry = work->geometry();
   std::uint64_t blocks = geometry.BlocksFor(node->record.size);
   if (node->record.size >= kContainerLimit || blocks > geometry.mapCapacity()) {
-    work->Add(Kind::kNodeSize, {node->number, 0, node->offset + offsetof(OrbNodeRecord, size)},
-              "a size of " + to_string(node->record.size) + " bytes is more than a block map can hold");
+    work->Add(Kind::kNodeSize, {node->number, 0, node->offset + offsetof(OrbNodeRecord, size)}, {{node->record.size}});
     blocks = std::min(blocks, geometry.mapCapacity());
     node->map.sizeImpossible = true;
   }

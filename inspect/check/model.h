@@ -12,7 +12,7 @@
 namespace orba::inspect {
 
 enum class BlockUse : std::uint8_t {
-  kNothing,      // nobody names it: leaked
+  kNothing,      // nothing refers to it: leaked
   kNodeBlock,    // index: the table entry
   kMap,          // a block-map block of `node`; index: the first logical block that it serves
   kFile,         // contents of file `node`; index: the logical block
@@ -29,7 +29,7 @@ struct BlockInfo {
   bool shared = false;  // more than one owner; `use`, `node` and `index` are the first one's
   std::uint16_t node = 0;
   std::uint32_t index = 0;
-  bool noMap = false;  // named as block-map block too, but shows itself to be something else
+  bool noMap = false;  // a map takes it for a block-map block too, but it shows itself to be something else
 };
 
 struct Entry {
@@ -37,7 +37,7 @@ struct Entry {
   std::uint32_t block = 0;
   std::uint64_t offset = 0;
   bool pastSize = false;  // behind what the directory's size counts
-  bool doubled = false;   // a half-made removal's second copy of an entry
+  bool doubled = false;   // an interrupted removal's second copy of an entry
   OrbDirEntry record = {};
 };
 
@@ -64,7 +64,7 @@ enum class Reach : std::uint8_t {
 struct MapSummary {
   bool sizeImpossible = false;  // no map can hold so much: what is missing tells nothing
   std::uint64_t needed = 0;     // blocks that the size needs, at most what a map can hold
-  std::uint64_t present = 0;    // of those, slots that name a block of the container
+  std::uint64_t present = 0;    // of those, slots with a block of the container
   std::uint64_t end = 0;        // one past the last of them
   std::uint64_t holes = 0;      // empty slots below the size in map blocks that are there
   std::uint64_t firstHole = 0;
@@ -73,17 +73,17 @@ struct MapSummary {
   std::uint64_t firstExtra = 0;
   std::uint64_t extraOffset = 0;
   std::uint32_t extraBlock = 0;
-  bool shrinkHalfMade = false;
-  bool growthHalfMade = false;
+  bool shrinkInterrupted = false;
+  bool growthInterrupted = false;
   bool doubleGap = false;  // the double-indirect block goes on after an empty slot
 };
 
 // What a directory's blocks hold beside its entries.
 struct DirectorySummary {
   bool firstBlockRead = false;     // "." and ".." can be judged
-  bool lastBlockIsRecord = false;  // the last block was given back and holds a free-chain record
-  bool removalHalfMade = false;
-  bool appendHalfMade = false;
+  bool lastBlockIsRecord = false;  // the last block is free and holds a free-chain record
+  bool removalInterrupted = false;
+  bool appendInterrupted = false;
   std::uint32_t holes = 0;  // entries inside the size with number 0
   std::uint64_t firstHole = 0;
   std::uint64_t holeOffset = 0;
@@ -103,8 +103,8 @@ struct NodeInfo {
   MapSummary map;
   DirectorySummary directory;
   std::vector<Entry> entries;    // of a directory in use: every entry with a number, in order, also those past the size
-  std::vector<NameRef> names;    // entries that name it, half-made ones left out; "." and ".." are no names
-  std::vector<NameRef> pending;  // entries past a directory's size that name it
+  std::vector<NameRef> names;    // entries that refer to it, doubled ones left out; "." and ".." do not count
+  std::vector<NameRef> pending;  // entries past a directory's size that refer to it
   Reach reach = Reach::kNone;
   std::uint16_t parent = 0;  // the directory through which it was reached first, 0 = none
   std::uint32_t parentEntry = 0;
@@ -127,7 +127,7 @@ struct Model {
   std::vector<NodeInfo> nodes;         // by number; [0] is nobody
   std::vector<BlockInfo> blocks;       // by number; [0] is nobody
   std::vector<ChainRecordInfo> chain;  // the records that could be read, head first
-  bool tailNamed = false;              // something names the block that the container's end cuts through
+  bool tailNamed = false;              // something refers to the block that the container's end cuts through
 
   bool IsNode(std::uint32_t number) const { return number != 0 && number < nodes.size(); }
   bool IsFreeBit(std::uint32_t number) const;  // number from 1 to bits()
@@ -143,11 +143,12 @@ struct Model {
 // True for the attributes that this node may have.
 bool AreLegal(std::uint32_t node, std::uint16_t attributes);
 
-// True when the record, whatever its signature and number say, can only be that of a file or directory in use: attributes,
-// time stamp, reserved bytes and block numbers all are what they may be.
+// True when the record, whatever its signature and number say, can only be that of a file or directory in use:
+// attributes, time stamp, reserved bytes and block numbers all are what they may be.
 bool IsPlausible(const Geometry& geometry, std::uint32_t node, const OrbNodeRecord& record);
 
-// "/", "/LOGS/DAY1.TXT"; for a node that the root does not lead to, a path from "(node 5)". Long paths lose their front.
+// "/", "/LOGS/DAY1.TXT"; for a node that the root does not lead to, a path from "(node 5)". Long paths lose their
+// front.
 std::string PathOf(const Model& model, std::uint32_t number);
 
 }  // namespace orba::inspect

@@ -1,8 +1,7 @@
-// The inside of the checker: what its passes share. Nobody else includes this. Passes run in the order below; each stands
-// on what the ones before it have filled in.
+// The inside of the checker: what its passes share. Nobody else includes this. Passes run in the order below; each
+// stands on what the ones before it have filled in.
 #pragma once
 
-#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -19,32 +18,20 @@ struct Work {
 
   // By block number.
   std::vector<bool> entered;                           // a map block whose slots were visited
-  std::unordered_map<std::uint32_t, Contents> noMaps;  // what is named as map block and is something else
+  std::unordered_map<std::uint32_t, Contents> noMaps;  // what a map takes for a map block and is something else
   std::vector<bool> parsed;                            // a directory block whose entries were taken
-  std::vector<bool> givenBack;                         // a directory's last block that is back in the free chain
+  std::vector<bool> freed;                             // a directory's last block that is in the free chain already
   std::vector<std::uint8_t> chainMark;                 // ChainMark
   std::vector<std::uint32_t> chainPlace;               // the record that is it, or lists it
 
   Model& model() { return report.model; }
   const Geometry& geometry() const { return report.model.geometry; }
 
-  // Where a finding lies. Left-out parts are unknown.
-  struct Place {
-    std::uint32_t node = 0;
-    std::uint32_t block = 0;
-    std::uint64_t offset = kNoOffset;
-    std::uint32_t count = 1;
-  };
-  void Add(Kind kind, const Place& place, std::string text);
+  // Findings beyond the list's end are counted alone.
+  void Add(Kind kind, const Place& place, const Facts& facts = {});
 
-  // What to add to a claim that something is leaked: where there is damage, what leads there may be lost with it.
-  const char* Reserve(const char* otherwise) const {
-    return report.Count(Severity::kDamage) > 0 ? ", as far as the damage lets see" : otherwise;
-  }
-
-  // True when the list of findings is full; the finding is counted then. For findings that may come by the million, whose
-  // texts nobody will read.
-  bool CountOnly(Kind kind);
+  // What refers to something that seems to be leaked may be lost with what is damaged.
+  bool IsDamaged() const { return report.Count(Severity::kDamage) > 0; }
 
   // Reads a range inside the container; when the host cannot, says so in the report.
   bool Read(std::uint64_t offset, void* out, std::size_t count);
@@ -85,10 +72,5 @@ void CheckNames(Work* work);
 
 // Pass 4, check_chain.cpp: claims the chain's blocks where nothing else has.
 void ClaimChain(Work* work);
-
-// "block 12", "node 7", "13312"
-std::string BlockText(std::uint32_t block);
-std::string NodeText(std::uint32_t node);
-std::string OwnerText(const BlockInfo& owner);
 
 }  // namespace orba::inspect

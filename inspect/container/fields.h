@@ -1,6 +1,6 @@
-// The lowest layer of the inspection: every field of every on-disk record, and with it the way from the container's bytes
-// to the records of volume/layout.h and back. Works byte by byte, so that neither the host's byte order nor alignment
-// matters. Stands on the layout alone.
+// The lowest layer of the inspection: every field of every on-disk record, and with it the way from the container's
+// bytes to the records of volume/layout.h and back. Works byte by byte, so that neither the host's byte order nor
+// alignment matters. Stands on the layout alone.
 //
 // Decoding, encoding, the check of the header, the places of findings, dumps and the tables of docs/container-format.md
 // all go by the tables below; volume/layout.h is where an offset is written down.

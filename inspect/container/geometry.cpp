@@ -23,8 +23,8 @@ std::uint32_t ShiftOf(std::uint32_t blockSize) {
   return shift;
 }
 
-// The block size that the node slots from `offset` on, numbered from 1, speak for: the smallest that holds them all. A slot
-// may be damaged here and there. 0 when these are no node slots.
+// The block size that the node slots from `offset` on, numbered from 1, speak for: the smallest that holds them all. A
+// slot may be damaged here and there. 0 when these are no node slots.
 std::uint32_t BlockSizeBySlots(const Image& image, std::uint64_t offset) {
   std::uint32_t sound = 0;
   std::uint32_t end = 0;
@@ -67,8 +67,8 @@ bool BearsTheRoot(const Image& image, const Geometry& geometry) {
   return entry.node == kRootNode && NameOf(entry) == ".";
 }
 
-// What the header says twice over about bitmap and data area. Block 1 is where formatting puts the root's node block, and
-// the root is never deleted: it decides.
+// What the header says twice over about bitmap and data area. Block 1 is where formatting puts the root's node block,
+// and the root is never deleted: it decides.
 Geometry FromRedundancy(const Image& image, const VolumeHeader& header) {
   const std::uint32_t bitmaps[] = {header.bitmapSize, header.reservedOffset - kBitmapOffset,
                                    header.dataOffset - header.reservedSize - kBitmapOffset,

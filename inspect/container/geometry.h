@@ -64,10 +64,10 @@ struct Geometry {
 // Signature, version, state flags and reserved bytes do not matter here.
 bool FieldsAgree(const VolumeHeader& header);
 
-// The geometry of the container: the header's where its fields agree and the root lies where they say. Otherwise everything
-// that the header says twice over is tried until block 1, the root's node block for all time, bears it out; then that block
-// is searched for, at last whatever else tells where blocks begin (layout_search.h). Fields that agree give way only to a
-// geometry by which the root is found. A geometry that is not known when all fails.
+// The geometry of the container: the header's where its fields agree and the root lies where they say. Otherwise
+// everything that the header says twice over is tried until block 1, the root's node block for all time, bears it out;
+// then that block is searched for, at last whatever else tells where blocks begin (layout_search.h). Fields that agree
+// give way only to a geometry by which the root is found. A geometry that is not known when all fails.
 Geometry FindGeometry(const Image& image, const VolumeHeader& header);
 
 // What formatting would have written, with the chain head and the flags of `header` kept.

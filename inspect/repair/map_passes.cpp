@@ -245,7 +245,7 @@ void FixMap(RepairWork* work, const NodeInfo& node) {
   const MapSummary& map = node.map;
   const bool tooLarge =
       work->geometry().BlocksFor(node.record.size) > map.needed || node.record.size >= kContainerLimit;
-  if (map.growthHalfMade) return FinishGrowth(work, node);
+  if (map.growthInterrupted) return FinishGrowth(work, node);
   if (map.extras > 0) return FixExtras(work, node);
   const bool named = node.number == kRootNode || !node.names.empty() || !node.pending.empty();
   if (node.IsDirectory() && node.record.direct[0] == kNoBlock && (map.needed > 0 || named)) {
@@ -253,7 +253,7 @@ void FixMap(RepairWork* work, const NodeInfo& node) {
   }
   if (map.end < map.needed || tooLarge) {
     work->Begin("cuts " + NodeName(*work, node.number) + " off after " + Counted(map.end, "block") + ": " +
-                (map.shrinkHalfMade ? "the next was being given back" : "the rest is not there"));
+                (map.shrinkInterrupted ? "the next was being given back" : "the rest is not there"));
     return CutNode(work, node.number, map.end, SizeOf(*work, map.end));
   }
   if (map.present == map.needed) return FixUnneeded(work, node);

@@ -45,7 +45,8 @@ std::uint64_t EndOfUse(const Model& model) {
 // A plan only adds; what must be taken off the end is for a person to say.
 std::string TooLong(const Report& report) {
   const std::string what = "the container has 2^31 bytes or more, and repair takes nothing off its end; ";
-  if (report.Count(Severity::kDamage) > report.Count(Kind::kContainerLong) || report.Count(Severity::kHalfMade) > 0) {
+  if (report.Count(Severity::kDamage) > report.Count(Kind::kContainerLong) ||
+      report.Count(Severity::kInterrupted) > 0) {
     return what + "it is damaged as well: recover what it holds";
   }
   return what + "cut it to " + to_string(EndOfUse(report.model)) + " bytes, where what is in use ends";
@@ -115,7 +116,7 @@ Plan PlanRepair(const Image& image, const TimeStamp& now) {
   }
   work.Recheck();
   if (!work.report.IsClean()) {
-    plan.problem = Counted(work.report.Count(Severity::kDamage) + work.report.Count(Severity::kHalfMade) +
+    plan.problem = Counted(work.report.Count(Severity::kDamage) + work.report.Count(Severity::kInterrupted) +
                                work.report.Count(Severity::kLeak),
                            "finding") +
                    " left" + (Mounts(plan.before) ? "" : ", and the container stays marked");

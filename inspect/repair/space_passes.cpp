@@ -124,7 +124,7 @@ void Link(RepairWork* work, const NodeInfo& node, const LostFound& lost, std::se
 // ---- The chain ------------------------------------------------------------------------------------------------------
 
 bool IsChainSound(const Report& report) {
-  std::uint64_t faults = report.Count(Kind::kBlockLeaked) + report.Count(Kind::kLastBlockGivenBack);
+  std::uint64_t faults = report.Count(Kind::kBlockLeaked) + report.Count(Kind::kLastBlockFreed);
   for (auto kind = static_cast<std::size_t>(Kind::kChainOutside);
        kind <= static_cast<std::size_t>(Kind::kChainBlockInUse); ++kind) {
     faults += report.counts[kind];

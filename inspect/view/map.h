@@ -22,8 +22,8 @@ struct MapStyle {
 // ! leaked, X used twice.
 std::string DrawMap(const Report& report, const MapStyle& style);
 
-// A whole SVG document of any size: 128 cells a row and 256 rows at most, each row behind the number of its first block,
-// with a legend and the owner as tooltip. `name` is the container's, for the title.
+// A whole SVG document of any size: 128 cells a row and 256 rows at most, each row behind the number of its first
+// block, with a legend and the owner as tooltip. `name` is the container's, for the title.
 std::string DrawSvg(const Report& report, const std::string& name = "");
 
 }  // namespace orba::inspect

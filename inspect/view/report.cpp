@@ -37,18 +37,18 @@ std::string FindingJson(const Finding& finding) {
   if (!finding.path.empty()) json += "," + Pair("path", finding.path);
   if (finding.block != 0) json += "," + Pair("block", std::uint64_t{finding.block});
   if (finding.offset != kNoOffset) json += "," + Pair("offset", finding.offset);
-  return json + "," + Pair("count", std::uint64_t{finding.count}) + "," + Pair("text", finding.text) + "}";
+  return json + "," + Pair("count", std::uint64_t{finding.count}) + "," + Pair("text", Sentence(finding)) + "}";
 }
 
-// "clean", "leaks", "half-made", "damaged"
+// "clean", "leaks", "interrupted", "damaged"
 std::string Verdict(const Report& report) {
   switch (report.Worst()) {
     case Severity::kNote:
       return "clean";
     case Severity::kLeak:
       return "leaks";
-    case Severity::kHalfMade:
-      return "half-made";
+    case Severity::kInterrupted:
+      return "interrupted";
     case Severity::kDamage:
       return "damaged";
   }
@@ -67,9 +67,9 @@ std::string ToText(const Report& report) {
   std::string text;
   for (const Finding& finding : report.findings) {
     std::string severity = Name(SeverityOf(finding.kind));
-    severity.resize(10, ' ');
+    severity.resize(12, ' ');
     const std::string place = PlaceText(finding);
-    text += severity + Name(finding.kind) + (place.empty() ? "" : " at ") + place + ": " + finding.text + "\n";
+    text += severity + Name(finding.kind) + (place.empty() ? "" : " at ") + place + ": " + Sentence(finding) + "\n";
   }
   const std::uint64_t unlisted = All(report) - report.findings.size();
   if (unlisted > 0) text += "and " + to_string(unlisted) + " more\n";
@@ -79,18 +79,22 @@ std::string ToText(const Report& report) {
             Counted(totals.directories, "directory", "directories") + ", " + Counted(totals.freeNodes, "free node") +
             "; " + Counted(report.model.geometry.blocks, "block") + " of " +
             to_string(report.model.geometry.blockSize) + " bytes, " + to_string(totals.freeBlocks) + " free, " +
-            to_string(totals.leakedBlocks) + " leaked\n";
+            to_string(totals.leakedBlocks) + " leaked\n" +
+            "contents carry no checksums: a file can be damaged without a finding\n";
   }
-  return text + Verdict(report) + (report.marked ? ", marked as being updated" : "") + ": " +
-         Counted(report.Count(Severity::kDamage), "damage") + ", " +
-         Counted(report.Count(Severity::kHalfMade), "half-made operation") + ", " +
-         Counted(report.Count(Severity::kLeak), "leak") + ", " + Counted(report.Count(Severity::kNote), "note") + "\n";
+  text += Verdict(report) + (report.marked ? ", marked as being updated" : "");
+  const char* separator = ": ";
+  for (const Severity severity : kSeverities) {
+    text += separator + (Name(severity) + (" " + to_string(report.Count(severity))));
+    separator = ", ";
+  }
+  return text + "\n";
 }
 
 std::string ToJson(const Report& report) {
   std::string json = "{" + Pair("verdict", Verdict(report)) + "," + Pair("marked", report.marked) + "," +
                      Pair("readable", report.readable);
-  for (const Severity severity : {Severity::kDamage, Severity::kHalfMade, Severity::kLeak, Severity::kNote}) {
+  for (const Severity severity : kSeverities) {
     json += "," + Pair(Name(severity), report.Count(severity));
   }
   const Geometry& geometry = report.model.geometry;

@@ -51,7 +51,7 @@ GROUPS = {
 }
 STAMP = "%Y-%m-%d %H:%M:%S"  # of orba's listings, in UTC
 START = time.strftime(STAMP, time.gmtime())
-FINDING = re.compile(r"(damage|half-made|leak|note) +([a-z0-9-]+)( at [^:]*)?: .*")
+FINDING = re.compile(r"(damage|interrupted|leak|note) +([a-z0-9-]+)( at [^:]*)?: .*")
 
 
 class Run:

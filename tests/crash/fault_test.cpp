@@ -211,7 +211,7 @@ void FailingOperation::FailEachWrite(uint32_t hostCode, Repeat repeat, const std
     const std::vector<CallRecord> calls = RunFailing();
     const Disk disk = Judge(0, 0, ExpectedAnswer(plain_, calls), calls);
     // Of damage there is none but a name behind a directory's size.
-    EXPECT_EQ(disk.report.Count(inspect::Severity::kDamage), disk.report.Count(inspect::Kind::kDirPastSize));
+    EXPECT_EQ(disk.report.Count(inspect::Severity::kDamage), disk.report.Count(inspect::Kind::kDirBeyondSize));
     if (!disk.asStopped) undone[n] = testhost::Verdict(disk.report);
     Count("host calls failed");
   }
@@ -312,7 +312,7 @@ void FailingOperation::ExpectVolumeRefusesWrites() {
 // Where a directory still names its last block though that is free again, the block would be given to the next file: see
 // hazard_test.cpp.
 void FailingOperation::ExpectVolumeGoesOn(const inspect::Report& disk) {
-  if (disk.Count(inspect::Kind::kLastBlockGivenBack) != 0) return;
+  if (disk.Count(inspect::Kind::kLastBlockFreed) != 0) return;
   EXPECT_EQ(UseVolume(), "");
   EXPECT_EQ(Worse(disk, testhost::Inspect(testhost::GetFile(testhost::kChangedContainer))), "");
 }

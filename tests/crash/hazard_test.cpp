@@ -44,7 +44,7 @@ class FullDisk : public LibraryTest {};
 // The size on the disk counts an entry whose number is cleared already. The next name goes behind it, where nobody looks.
 TEST_F(FullDisk, under_the_node_of_a_directory_that_lost_its_last_entry_hides_the_next_name) {
   RunOnFullDisk(Named("delete_empty_file_1024"), 3);
-  EXPECT_EQ(Disk(), "removal-half-made 1, node-leaked 1");
+  EXPECT_EQ(Disk(), "removal-interrupted 1, node-leaked 1");
   EXPECT_EQ(Outcome(OrbCreateFileA("/DIR/AFTER", 0)), "");
   EXPECT_EQ(OrbGetFileAttributesA("/DIR/AFTER"), ORB_INVALID_ATTRIBUTES);
   EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
@@ -55,7 +55,7 @@ TEST_F(FullDisk, under_the_node_of_a_directory_that_lost_its_last_entry_hides_th
 // A directory in memory knows better: nothing comes of it.
 TEST_F(FullDisk, under_the_node_of_the_root_that_lost_its_last_entry_is_put_right_by_the_next_name) {
   RunOnFullDisk(Named("delete_in_root_from_middle_1024"), 3);
-  EXPECT_EQ(Disk(), "removal-half-made 1, node-leaked 1");
+  EXPECT_EQ(Disk(), "removal-interrupted 1, node-leaked 1");
   EXPECT_EQ(UseVolume(), "");
   EXPECT_EQ(Disk(), "node-leaked 1");
   EXPECT_EQ(Repaired(), "clean");
@@ -64,7 +64,7 @@ TEST_F(FullDisk, under_the_node_of_the_root_that_lost_its_last_entry_is_put_righ
 // The directory on the disk still names the block, and so the next file shares it.
 TEST_F(FullDisk, under_the_node_of_a_directory_that_gave_its_last_block_back_shares_the_block) {
   RunOnFullDisk(Named("delete_empty_file_alone_in_block_into_chain_1024"), 3);
-  EXPECT_EQ(Disk(), "last-block-given-back 1");
+  EXPECT_EQ(Disk(), "last-block-freed 1");
   const Bytes data = Pattern(1024);
   OrbU32 done = 0;
   EXPECT_EQ(Outcome(OrbCreateFileA("/AFTER", 0)), "");
@@ -78,7 +78,7 @@ TEST_F(FullDisk, under_the_node_of_a_directory_that_gave_its_last_block_back_sha
 // Stored again, the directory lets go of it.
 TEST_F(FullDisk, under_the_node_of_the_root_that_gave_its_last_block_back_is_put_right_by_the_next_name) {
   RunOnFullDisk(Named("delete_in_root_alone_in_block_into_chain_1024"), 3);
-  EXPECT_EQ(Disk(), "last-block-given-back 1");
+  EXPECT_EQ(Disk(), "last-block-freed 1");
   EXPECT_EQ(UseVolume(), "");
   EXPECT_EQ(Disk(), "node-leaked 1");
   EXPECT_EQ(Repaired(), "clean");
@@ -88,10 +88,10 @@ TEST_F(FullDisk, under_the_node_of_the_root_that_gave_its_last_block_back_is_put
 // nothing can be added.
 TEST_F(FullDisk, under_the_node_of_a_directory_that_gave_an_indirect_block_back_refuses_new_names) {
   RunOnFullDisk(Named("delete_empty_file_alone_in_indirect_block_1024"), 5);
-  EXPECT_EQ(Disk(), "shrink-half-made 1, node-leaked 1");
+  EXPECT_EQ(Disk(), "shrink-interrupted 1, node-leaked 1");
   EXPECT_EQ(Outcome(OrbCreateFileA("/DIR/AFTER", 0)), "0x3000000B");
   EXPECT_EQ(OrbGetFileAttributesA("/DIR/N0001"), 0u);
-  EXPECT_EQ(Disk(), "shrink-half-made 1, node-leaked 1");
+  EXPECT_EQ(Disk(), "shrink-interrupted 1, node-leaked 1");
   EXPECT_EQ(Repaired(), "clean");
 }
 
@@ -99,11 +99,11 @@ TEST_F(FullDisk, under_the_node_of_a_directory_that_gave_an_indirect_block_back_
 // and cannot be removed, until the next name takes the place.
 TEST_F(FullDisk, under_the_node_of_a_directory_that_got_an_entry_leaves_the_name_of_a_free_node) {
   RunOnFullDisk(Named("create_file_1024"), 5);
-  EXPECT_EQ(Disk(), "dir-past-size 1");
+  EXPECT_EQ(Disk(), "dir-beyond-size 1");
   EXPECT_EQ(OrbGetFileAttributesA("/DIR/NEW"), 2u);
   EXPECT_EQ(Outcome(OrbCreateFileA("/DIR/NEW", 0)), "0x30000015");
   EXPECT_EQ(Outcome(OrbDeleteFileA("/DIR/NEW")), "0x3000000B");
-  EXPECT_EQ(Disk(), "dir-past-size 1");
+  EXPECT_EQ(Disk(), "dir-beyond-size 1");
   EXPECT_EQ(Repaired(), "clean");
   EXPECT_EQ(Outcome(OrbCreateFileA("/DIR/OTHER", 0)), "");
   EXPECT_EQ(Disk(), "clean");
@@ -119,13 +119,13 @@ TEST_F(FullDisk, under_the_node_of_an_empty_directory_that_got_an_entry_keeps_it
   testhost::FailNthCall(Call::kWriteFile, 5, 112);  // mark, node, bitmap, entry, D's node
   EXPECT_EQ(Outcome(OrbCreateFileA("D/X", 0)), "0x3000001A");
   ASSERT_EQ(testhost::FaultsFired(), 1u);
-  EXPECT_EQ(Disk(), "dir-past-size 1");
+  EXPECT_EQ(Disk(), "dir-beyond-size 1");
   for (int mounts = 0; mounts < 2; ++mounts) {
     EXPECT_EQ(NamesIn("D/"), (std::vector<std::string>{".", ".."}));
     EXPECT_EQ(OrbGetFileAttributesA("D/X"), 0u);
     EXPECT_EQ(Outcome(OrbDeleteFileA("D/X")), "0x3000000B");
     EXPECT_EQ(Outcome(OrbDeleteFileA("D")), "0x30000021");
-    EXPECT_EQ(Disk(), "dir-past-size 1");
+    EXPECT_EQ(Disk(), "dir-beyond-size 1");
     ASSERT_EQ(OrbUnmountVolumeA("A"), 1);
     ASSERT_NE(Mount(), nullptr);
   }
@@ -163,7 +163,7 @@ TEST_F(MarkLost, between_the_two_names_of_a_move_leaves_both_in_use) {
 
 TEST_F(MarkLost, before_the_size_of_a_directory_is_stored_hides_the_next_name) {
   MountStopped("move_file_to_new_block_popping_record_1024", 5);
-  EXPECT_EQ(Disk(), "removal-half-made 1");
+  EXPECT_EQ(Disk(), "removal-interrupted 1");
   EXPECT_EQ(Outcome(OrbCreateFileA("/FROM/AFTER", 0)), "");
   EXPECT_EQ(OrbGetFileAttributesA("/FROM/AFTER"), ORB_INVALID_ATTRIBUTES);
   EXPECT_EQ(Disk(), "dir-hole 1");
@@ -173,7 +173,7 @@ TEST_F(MarkLost, before_the_size_of_a_directory_is_stored_hides_the_next_name) {
 // The last block holds a free-chain record, which reads as an entry "C1" of node 16966.
 TEST_F(MarkLost, while_a_directory_gives_its_last_block_back_leaves_an_entry_without_a_node) {
   MountStopped("move_file_popping_record_and_giving_block_back_1024", 5);
-  EXPECT_EQ(Disk(), "last-block-given-back 1");
+  EXPECT_EQ(Disk(), "last-block-freed 1");
   EXPECT_EQ(OrbGetFileAttributesA("/FROM/OLD"), ORB_INVALID_ATTRIBUTES);
   EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(OrbGetFileAttributesA("/FROM/C1"), ORB_INVALID_ATTRIBUTES);
@@ -184,7 +184,7 @@ TEST_F(MarkLost, while_a_directory_gives_its_last_block_back_leaves_an_entry_wit
 
 TEST_F(MarkLost, before_a_file_s_size_is_stored_leaves_its_block_to_the_next_growth) {
   MountStopped("append_block_popping_record_in_indirect_1024", 4);
-  EXPECT_EQ(Disk(), "growth-half-made 1");
+  EXPECT_EQ(Disk(), "growth-interrupted 1");
   const OrbHandle file = OrbOpenFileA("/FILE", ORB_OPEN_WRITE);
   EXPECT_EQ(OrbGetFileSize(file), 8u * 1024);
   EXPECT_EQ(Outcome(OrbSetFileSize(file, 9 * 1024)), "");

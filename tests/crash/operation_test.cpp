@@ -85,10 +85,9 @@ std::string UseVolume() {
 
 std::string Worse(const inspect::Report& before, const inspect::Report& after) {
   std::string worse;
-  for (size_t i = 0; i < inspect::kKinds; ++i) {
-    const auto kind = static_cast<inspect::Kind>(i);
-    if (inspect::SeverityOf(kind) == inspect::Severity::kNote || kind == inspect::Kind::kBlockLeaked) continue;
-    if (after.Count(kind) > before.Count(kind)) worse += std::string(" ") + inspect::Name(kind);
+  for (const inspect::KindInfo& info : inspect::AllKinds()) {
+    if (info.severity == inspect::Severity::kNote || info.kind == inspect::Kind::kBlockLeaked) continue;
+    if (after.Count(info.kind) > before.Count(info.kind)) worse += std::string(" ") + info.name;
   }
   if (after.totals.leakedBlocks > before.totals.leakedBlocks + 1) worse += " block-leaked";
   return worse;
@@ -115,8 +114,8 @@ std::string ClassOf(const inspect::Report& report) {
       return mark + ", clean";
     case inspect::Severity::kLeak:
       return mark + ", leaks";
-    case inspect::Severity::kHalfMade:
-      return mark + ", half-made";
+    case inspect::Severity::kInterrupted:
+      return mark + ", interrupted";
     case inspect::Severity::kDamage:
       return mark + ", damaged";
   }

@@ -47,7 +47,7 @@ std::string Worse(const inspect::Report& before, const inspect::Report& after);
 // The container after 0, 1, 2 ... writes of its repair, which is expected to be able to mend all.
 std::vector<testhost::FileImage> RepairSteps(const testhost::FileImage& image);
 
-// "marked, clean", "marked, leaks", "unmarked, half-made", ...
+// "marked, clean", "marked, leaks", "unmarked, interrupted", ...
 std::string ClassOf(const inspect::Report& report);
 
 // The operations as parameters, and the names of their tests.

@@ -1,5 +1,5 @@
 // Stops every operation after every single write. What is left is inspected: never damage, the dirty mark where it is
-// promised, half-made operations exactly as listed, leaks otherwise; and all that the operation has nothing to do with is
+// promised, interrupted operations exactly as listed, leaks otherwise; and all that the operation has nothing to do with is
 // there, byte for byte.
 #include "crash/operation_test.h"
 
@@ -81,7 +81,7 @@ TEST_P(StoppedOperation, IsRefusedWhileMarked) {
 TEST_P(StoppedOperation, CanBeUsedWhereTheMarkWasLost) {
   for (const StopState& state : states()) {
     if (state.report.marked || state.report.IsClean()) continue;
-    if (state.report.Count(inspect::Kind::kLastBlockGivenBack) != 0) continue;
+    if (state.report.Count(inspect::Kind::kLastBlockFreed) != 0) continue;
     ASSERT_TRUE(testhost::MountContainer(state.image));
     EXPECT_EQ(UseVolume(), "");
     EXPECT_EQ(Worse(state.report, testhost::Inspect(testhost::GetFile(testhost::kChangedContainer))), "");

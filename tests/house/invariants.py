@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""Checks that every invariant and every point of compatibility is watched by a test, and that what is cited exists.
+"""Checks that every rule with a number is watched by a test, and that what is cited exists.
 
   invariants.py ROOT
 
-A header in src/ numbers its layer's invariants ("//   D1  entry 0 is ..."). A test that watches one ends its first line,
-or the comment above it, with the number ("// D1, D4"); the kinds of findings in inspect/check/finding.h name theirs in brackets.
+A header in src/ numbers its layer's invariants ("//   D1  entry 0 is ..."), inspect/check/check.h what must hold in a
+container. A test that watches one ends its first line, or the comment above it, with the number ("// D1, D4"); the table
+of findings in inspect/check/finding.cpp has the numbers that do not hold ("C6, D1"), and each of the checker's is there.
 docs/compatibility.md numbers what may not change ("**Q1. ..."); the code that keeps to it cites the number in a comment.
 """
 import pathlib
@@ -14,8 +15,9 @@ import sys
 STATED = re.compile(r"^//   ([A-Z]\d+)  ", re.MULTILINE)
 KEPT = re.compile(r"^\*\*(Q\d+)\. ", re.MULTILINE)
 CITED_IN_CODE = re.compile(r"\b(Q\d+)\b")
-CITED = {"tests/unit": re.compile(r"// ([A-Z]\d+(?:, [A-Z]\d+)*)$", re.MULTILINE),
-         "inspect": re.compile(r"// .*\(([A-Z]\d+(?:, [A-Z]\d+)*)\)$", re.MULTILINE)}
+NUMBERS = r"([A-Z]\d+(?:, [A-Z]\d+)*)"
+CITED = {"tests/unit": re.compile(r"// " + NUMBERS + "$", re.MULTILINE),
+         "inspect": re.compile(r'k\w+, "[a-z-]+", "' + NUMBERS + '"')}
 
 
 def find(root, folder, pattern, endings):
@@ -31,18 +33,21 @@ def find(root, folder, pattern, endings):
 
 
 def check(root):
-    stated = find(root, "src", STATED, {".h"})
+    layers = find(root, "src", STATED, {".h"})
+    checker = find(root, "inspect", STATED, {".h"})
     kept = find(root, "docs", KEPT, {".md"})
-    faults = [] if stated and kept else ["no invariants found"]
+    faults = [] if layers and checker and kept else ["no invariants found"]
     code = find(root, "src", CITED_IN_CODE, {".h", ".cpp"})
     faults += [f"{where}: there is no {number}" for number, where in code.items() if number not in kept]
     faults += [f"{where}: no code cites {number}" for number, where in kept.items() if number not in code]
-    stated.update(kept)
-    for folder, pattern in CITED.items():
-        cited = find(root, folder, pattern, {".h", ".cpp"})
-        faults += [f"{where}: there is no {number}" for number, where in cited.items() if number not in stated]
-        if folder == "tests/unit":
-            faults += [f"{where}: no test watches {number}" for number, where in stated.items() if number not in cited]
+    stated = {**layers, **checker, **kept}
+    cited = {folder: find(root, folder, pattern, {".h", ".cpp"}) for folder, pattern in CITED.items()}
+    faults += [f"{where}: there is no {number}"
+               for found in cited.values() for number, where in found.items() if number not in stated]
+    faults += [f"{where}: no test watches {number}"
+               for number, where in stated.items() if number not in cited["tests/unit"]]
+    faults += [f"{where}: no finding reports that {number} does not hold"
+               for number, where in checker.items() if number not in cited["inspect"]]
     return sorted(faults)
 
 

@@ -524,7 +524,7 @@ void Pair::CheckContainer(int number) {
   for (const orba::inspect::Finding& finding : report.findings) {
     const auto severity = orba::inspect::SeverityOf(finding.kind);
     const bool counted = finding.kind == orba::inspect::Kind::kBlockLeaked;
-    Expect(severity == orba::inspect::Severity::kNote || counted, finding.text);
+    Expect(severity == orba::inspect::Severity::kNote || counted, orba::inspect::Sentence(finding));
   }
   const std::uint64_t lost = model_.Containers()[static_cast<std::size_t>(number)].lost;
   Expect(report.totals.leakedBlocks == lost,

@@ -151,11 +151,11 @@ inspect::Report Inspect(const FileImage& image) { return inspect::Check(Inspecte
 
 std::string Verdict(const inspect::Report& report) {
   std::string text;
-  for (size_t i = 0; i < inspect::kKinds; ++i) {
-    const auto kind = static_cast<inspect::Kind>(i);
-    if (report.Count(kind) == 0 || inspect::SeverityOf(kind) == inspect::Severity::kNote) continue;
-    const uint64_t count = kind == inspect::Kind::kBlockLeaked ? report.totals.leakedBlocks : report.Count(kind);
-    text += (text.empty() ? "" : ", ") + std::string(inspect::Name(kind)) + " " + to_string(count);
+  for (const inspect::KindInfo& info : inspect::AllKinds()) {
+    if (report.Count(info.kind) == 0 || info.severity == inspect::Severity::kNote) continue;
+    const bool blocks = info.kind == inspect::Kind::kBlockLeaked;
+    const uint64_t count = blocks ? report.totals.leakedBlocks : report.Count(info.kind);
+    text += (text.empty() ? "" : ", ") + std::string(info.name) + " " + to_string(count);
   }
   if (report.marked) return text.empty() ? "marked" : "marked, " + text;
   return text.empty() ? "clean" : text;

@@ -15,12 +15,12 @@ const Row kRows[] = {
 0 clean
 1-2 marked
 3 marked, node-leaked 1
-4 marked, append-half-made 1
+4 marked, append-interrupted 1
 5 marked
 6 clean
 full disk:
 4 clean
-5 dir-past-size 1
+5 dir-beyond-size 1
 no memory:
 5 clean
 )"},
@@ -31,12 +31,12 @@ no memory:
 2 marked, block-leaked 1
 3-4 marked
 5 marked, node-leaked 1
-6 marked, append-half-made 1
+6 marked, append-interrupted 1
 7 marked
 8 clean
 full disk:
 6 clean
-7 dir-past-size 1
+7 dir-beyond-size 1
 no memory:
 7 clean
 )"},
@@ -154,13 +154,13 @@ no memory:
 1-2 marked
 3 marked, node-leaked 1
 4 marked, block-leaked 1, node-leaked 1
-5 marked, growth-half-made 1, node-leaked 1
+5 marked, growth-interrupted 1, node-leaked 1
 6 marked
 7 clean
 full disk:
 4 clean
 5 block-leaked 1
-6 growth-half-made 1
+6 growth-interrupted 1
 no memory:
 5 clean
 )"},
@@ -189,11 +189,11 @@ no memory:
 2-3 block-leaked 1
 4-5 clean
 6 node-leaked 1
-7 append-half-made 1
+7 append-interrupted 1
 8-9 clean
 full disk:
 7 clean
-8 dir-past-size 1
+8 dir-beyond-size 1
 no memory:
 8 clean
 )"},
@@ -204,12 +204,12 @@ no memory:
 3 marked, node-leaked 1
 4 marked, block-leaked 1, node-leaked 1
 5 marked, node-leaked 1
-6 marked, append-half-made 1
+6 marked, append-interrupted 1
 7 marked
 8 clean
 full disk:
 4-6 clean
-7 dir-past-size 1
+7 dir-beyond-size 1
 no memory:
 5-6 clean
 end of memory:
@@ -225,12 +225,12 @@ end of memory:
 5 marked, node-leaked 1
 6 marked, block-leaked 1, node-leaked 1
 7 marked, node-leaked 1
-8 marked, append-half-made 1
+8 marked, append-interrupted 1
 9 marked
 10 clean
 full disk:
 6-8 clean
-9 dir-past-size 1
+9 dir-beyond-size 1
 no memory:
 7-8 clean
 end of memory:
@@ -393,13 +393,13 @@ end of memory:
 4 marked, block-leaked 1, node-leaked 1
 5 marked, node-leaked 1
 6 marked, block-leaked 1, node-leaked 1
-7 marked, growth-half-made 1, node-leaked 1
+7 marked, growth-interrupted 1, node-leaked 1
 8 marked
 9 clean
 full disk:
 4-6 clean
 7 block-leaked 1
-8 growth-half-made 1
+8 growth-interrupted 1
 no memory:
 5-6 clean
 end of memory:
@@ -442,12 +442,12 @@ end of memory:
 6 node-leaked 1
 7-8 block-leaked 1, node-leaked 1
 9 node-leaked 1
-10 append-half-made 1
+10 append-interrupted 1
 11-12 clean
 full disk:
 7-8 block-leaked 1
 9-10 clean
-11 dir-past-size 1
+11 dir-beyond-size 1
 no memory:
 8 clean
 9 block-leaked 1
@@ -498,7 +498,7 @@ end of memory:
 5 marked, block-leaked 2
 6 marked
 7 marked, block-leaked 1
-8 marked, growth-half-made 1
+8 marked, growth-interrupted 1
 9 marked
 10 clean
 )"},
@@ -510,7 +510,7 @@ end of memory:
 6-7 marked, block-leaked 2
 8 marked
 9-10 marked, block-leaked 1
-11 marked, growth-half-made 1
+11 marked, growth-interrupted 1
 12 marked
 13 clean
 )"},
@@ -519,10 +519,10 @@ end of memory:
 0 clean
 1 block-leaked 1
 2 marked, block-leaked 1
-3 marked, growth-half-made 1
+3 marked, growth-interrupted 1
 4 marked
 5 marked, block-leaked 1
-6 marked, growth-half-made 1
+6 marked, growth-interrupted 1
 7 marked
 8 clean
 )"},
@@ -538,7 +538,7 @@ end of memory:
 0 clean
 1 marked
 2-3 block-leaked 1
-4 growth-half-made 1
+4 growth-interrupted 1
 5-6 clean
 )"},
     {"append_blocks_popping_record_in_between",
@@ -549,10 +549,10 @@ end of memory:
 6-7 marked, block-leaked 2
 8 marked
 9-10 marked, block-leaked 1
-11 marked, growth-half-made 1
+11 marked, growth-interrupted 1
 12 marked
 13 marked, block-leaked 1
-14 marked, growth-half-made 1
+14 marked, growth-interrupted 1
 15 marked
 16 clean
 )"},
@@ -569,10 +569,10 @@ end of memory:
 0 clean
 1 marked
 2-3 marked, block-leaked 1
-4 marked, growth-half-made 1
+4 marked, growth-interrupted 1
 5 marked
 6-7 marked, block-leaked 1
-8 marked, growth-half-made 1
+8 marked, growth-interrupted 1
 9 marked
 10 clean
 )"},
@@ -588,7 +588,7 @@ end of memory:
 6 marked, block-leaked 2
 7 marked
 8 marked, block-leaked 1
-9 marked, growth-half-made 1
+9 marked, growth-interrupted 1
 10 marked
 11 clean
 )"},
@@ -599,7 +599,7 @@ end of memory:
 4-6 marked, block-leaked 1 to 3
 7 marked
 8 marked, block-leaked 1
-9 marked, growth-half-made 1
+9 marked, growth-interrupted 1
 10 marked
 11 clean
 full disk:
@@ -617,7 +617,7 @@ end of memory:
 8-9 marked, block-leaked 3
 10 marked
 11-12 marked, block-leaked 1
-13 marked, growth-half-made 1
+13 marked, growth-interrupted 1
 14 marked
 15 clean
 full disk:
@@ -661,10 +661,10 @@ end of memory:
 2-3 marked
 4 marked, block-leaked 1
 5 marked, block-leaked 2
-6 marked, growth-half-made 1
+6 marked, growth-interrupted 1
 7 marked
 8 marked, block-leaked 1
-9 marked, growth-half-made 1
+9 marked, growth-interrupted 1
 10 marked
 11 clean
 )"},
@@ -673,7 +673,7 @@ end of memory:
 0 clean
 1 block-leaked 1
 2 marked, block-leaked 1
-3 marked, growth-half-made 1
+3 marked, growth-interrupted 1
 4 marked
 5 clean
 )"},
@@ -718,10 +718,10 @@ end of memory:
      R"(
 0 clean
 1 marked
-2 marked, shrink-half-made 1, block-leaked 1
+2 marked, shrink-interrupted 1, block-leaked 1
 3-4 marked, block-leaked 1
 5 marked
-6 marked, shrink-half-made 1, block-leaked 1
+6 marked, shrink-interrupted 1, block-leaked 1
 7 marked, block-leaked 1
 8-9 marked
 10 clean
@@ -740,7 +740,7 @@ end of memory:
      R"(
 0 clean
 1 marked
-2 marked, shrink-half-made 1, block-leaked 1
+2 marked, shrink-interrupted 1, block-leaked 1
 3-4 marked, block-leaked 1
 5-17 in turn marked; marked, block-leaked 1
 18 clean
@@ -749,10 +749,10 @@ end of memory:
      R"(
 0 clean
 1 marked
-2 marked, shrink-half-made 1, block-leaked 1
+2 marked, shrink-interrupted 1, block-leaked 1
 3 marked, block-leaked 1
 4 marked
-5 marked, shrink-half-made 1, block-leaked 1
+5 marked, shrink-interrupted 1, block-leaked 1
 6 marked, block-leaked 1
 7-8 marked
 9 clean
@@ -764,7 +764,7 @@ end of memory:
 4-6 marked, block-leaked 1 to 3
 7 marked
 8 marked, block-leaked 1
-9 marked, growth-half-made 1
+9 marked, growth-interrupted 1
 10 marked
 11 clean
 full disk:
@@ -795,7 +795,7 @@ end of memory:
 2-3 marked
 4 marked, block-leaked 1
 5 marked, block-leaked 2
-6 marked, growth-half-made 1
+6 marked, growth-interrupted 1
 7 marked
 8 clean
 )"},
@@ -803,7 +803,7 @@ end of memory:
      R"(
 0 clean
 1 marked
-2 marked, shrink-half-made 1, block-leaked 1
+2 marked, shrink-interrupted 1, block-leaked 1
 3-4 marked, block-leaked 1
 5-6 marked
 7 clean
@@ -834,7 +834,7 @@ end of memory:
      R"(
 0 clean
 1 marked
-2 marked, removal-half-made 1, node-leaked 1
+2 marked, removal-interrupted 1, node-leaked 1
 3 marked, node-leaked 1
 4 marked
 5 clean
@@ -844,7 +844,7 @@ end of memory:
 0 clean
 1 marked
 2 marked, entry-doubled 1, node-leaked 1
-3 marked, removal-half-made 1, node-leaked 1
+3 marked, removal-interrupted 1, node-leaked 1
 4 marked, node-leaked 1
 5 marked
 6 clean
@@ -853,7 +853,7 @@ end of memory:
      R"(
 0 clean
 1 marked
-2-3 marked, last-block-given-back 1, node-leaked 1
+2-3 marked, last-block-freed 1, node-leaked 1
 4 marked, node-leaked 1
 5 marked
 6 clean
@@ -866,7 +866,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, last-block-given-back 1
+2 marked, last-block-freed 1
 3 marked, node-leaked 1
 4 marked
 5 clean
@@ -880,7 +880,7 @@ no memory:
 0 clean
 1 marked
 2 marked, entry-doubled 1, node-leaked 1
-3-4 marked, last-block-given-back 1, node-leaked 1
+3-4 marked, last-block-freed 1, node-leaked 1
 5 marked, node-leaked 1
 6 marked
 7 clean
@@ -894,7 +894,7 @@ no memory:
 0 clean
 1 marked
 2 marked, entry-doubled 1, node-leaked 1
-3 marked, entry-doubled 1, last-block-given-back 1, node-leaked 1
+3 marked, entry-doubled 1, last-block-freed 1, node-leaked 1
 4 marked, node-leaked 1
 5 marked
 6 clean
@@ -907,7 +907,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, removal-half-made 1, node-leaked 1
+2 marked, removal-interrupted 1, node-leaked 1
 3 marked, node-leaked 1
 4-6 marked, block-leaked 3
 7 marked, block-leaked 2
@@ -919,7 +919,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, removal-half-made 1, node-leaked 1
+2 marked, removal-interrupted 1, node-leaked 1
 3 marked, node-leaked 1
 4-5 marked, block-leaked 3
 6 marked, block-leaked 2
@@ -931,7 +931,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, removal-half-made 1, node-leaked 1
+2 marked, removal-interrupted 1, node-leaked 1
 3 marked, node-leaked 1
 4-6 marked, block-leaked 9
 7-14 marked, block-leaked 8 to 1
@@ -942,7 +942,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2-3 marked, last-block-given-back 1, node-leaked 1
+2-3 marked, last-block-freed 1, node-leaked 1
 4 marked, node-leaked 1
 5-6 marked, block-leaked 9
 7-14 marked, block-leaked 8 to 1
@@ -957,7 +957,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, removal-half-made 1, node-leaked 1
+2 marked, removal-interrupted 1, node-leaked 1
 3 marked, node-leaked 1
 4-6 marked, block-leaked 2
 7 marked, block-leaked 1
@@ -970,7 +970,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, removal-half-made 1, node-leaked 1
+2 marked, removal-interrupted 1, node-leaked 1
 3 marked, node-leaked 1
 4 marked
 5-6 marked, block-leaked 1
@@ -981,7 +981,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2-3 marked, last-block-given-back 1, node-leaked 1
+2-3 marked, last-block-freed 1, node-leaked 1
 4 marked, node-leaked 1
 5-6 marked, block-leaked 2
 7 marked, block-leaked 1
@@ -998,7 +998,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, removal-half-made 1, node-leaked 1
+2 marked, removal-interrupted 1, node-leaked 1
 3 marked, node-leaked 1
 4-6 marked, block-leaked 1
 7 marked
@@ -1009,7 +1009,7 @@ no memory:
 0 clean
 1 marked
 2 marked, entry-doubled 1, node-leaked 1
-3 marked, removal-half-made 1, node-leaked 1
+3 marked, removal-interrupted 1, node-leaked 1
 4 marked, node-leaked 1
 5-7 marked, block-leaked 1
 8 marked
@@ -1019,7 +1019,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2-3 marked, last-block-given-back 1, node-leaked 1
+2-3 marked, last-block-freed 1, node-leaked 1
 4 marked, node-leaked 1
 5-6 marked, block-leaked 1
 7 marked
@@ -1033,7 +1033,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, last-block-given-back 1
+2 marked, last-block-freed 1
 3 marked, node-leaked 1
 4-5 marked, block-leaked 1
 6 marked
@@ -1048,7 +1048,7 @@ no memory:
 0 clean
 1 marked
 2 marked, entry-doubled 1, node-leaked 1
-3-4 marked, last-block-given-back 1, node-leaked 1
+3-4 marked, last-block-freed 1, node-leaked 1
 5 marked, node-leaked 1
 6-7 marked, block-leaked 1
 8 marked
@@ -1062,7 +1062,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, removal-half-made 1, node-leaked 1
+2 marked, removal-interrupted 1, node-leaked 1
 3 marked, node-leaked 1
 4-5 marked, block-leaked 4
 6-8 marked, block-leaked 3 to 1
@@ -1072,7 +1072,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, removal-half-made 1, node-leaked 1
+2 marked, removal-interrupted 1, node-leaked 1
 3 marked, node-leaked 1
 4 marked, block-leaked 1
 5 block-leaked 1
@@ -1081,7 +1081,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2-3 marked, last-block-given-back 1, node-leaked 1
+2-3 marked, last-block-freed 1, node-leaked 1
 4 marked, node-leaked 1
 5-6 marked, block-leaked 1
 7 marked
@@ -1097,7 +1097,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2-3 marked, last-block-given-back 1, node-leaked 1
+2-3 marked, last-block-freed 1, node-leaked 1
 4 marked, node-leaked 1
 5 marked
 6 clean
@@ -1110,8 +1110,8 @@ no memory:
      R"(
 0 clean
 1 marked
-2-3 marked, shrink-half-made 1, block-leaked 1, node-leaked 1
-4 marked, shrink-half-made 1, node-leaked 1
+2-3 marked, shrink-interrupted 1, block-leaked 1, node-leaked 1
+4 marked, shrink-interrupted 1, node-leaked 1
 5 marked, node-leaked 1
 6-7 marked, block-leaked 1
 8 marked
@@ -1125,8 +1125,8 @@ no memory:
      R"(
 0 clean
 1 marked
-2-3 marked, shrink-half-made 1, block-leaked 1, node-leaked 1
-4 marked, shrink-half-made 1, node-leaked 1
+2-3 marked, shrink-interrupted 1, block-leaked 1, node-leaked 1
+4 marked, shrink-interrupted 1, node-leaked 1
 5 marked, node-leaked 1
 6 marked
 7 clean
@@ -1140,8 +1140,8 @@ no memory:
 0 clean
 1 marked
 2 marked, entry-doubled 1, node-leaked 1
-3-4 marked, shrink-half-made 1, block-leaked 1, node-leaked 1
-5 marked, shrink-half-made 1, node-leaked 1
+3-4 marked, shrink-interrupted 1, block-leaked 1, node-leaked 1
+5 marked, shrink-interrupted 1, node-leaked 1
 6 marked, node-leaked 1
 7 marked
 8 clean
@@ -1155,8 +1155,8 @@ no memory:
 0 clean
 1 marked
 2 marked, entry-doubled 1, node-leaked 1
-3 marked, shrink-half-made 1, block-leaked 1, node-leaked 1
-4 marked, shrink-half-made 1, node-leaked 1
+3 marked, shrink-interrupted 1, block-leaked 1, node-leaked 1
+4 marked, shrink-interrupted 1, node-leaked 1
 5 marked, node-leaked 1
 6 marked
 7 clean
@@ -1169,7 +1169,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, removal-half-made 1, node-leaked 1
+2 marked, removal-interrupted 1, node-leaked 1
 3 marked, node-leaked 1
 4-5 marked, block-leaked 3
 6-7 marked, block-leaked 2
@@ -1181,7 +1181,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, removal-half-made 1, node-leaked 1
+2 marked, removal-interrupted 1, node-leaked 1
 3 marked, node-leaked 1
 4-6 marked, block-leaked 268
 7-260 marked, block-leaked 267 to 14
@@ -1193,7 +1193,7 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, removal-half-made 1, node-leaked 1
+2 marked, removal-interrupted 1, node-leaked 1
 3 marked, node-leaked 1
 4-6 marked, block-leaked 523
 7-260 marked, block-leaked 522 to 269
@@ -1206,9 +1206,9 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3 marked, two-names 1
-4 marked, removal-half-made 1
+4 marked, removal-interrupted 1
 5 marked
 6 clean
 )"},
@@ -1216,10 +1216,10 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3 marked, two-names 1
 4 marked, entry-doubled 1
-5 marked, removal-half-made 1
+5 marked, removal-interrupted 1
 6 marked
 7 clean
 )"},
@@ -1229,7 +1229,7 @@ no memory:
 1 marked
 2 marked, block-leaked 1
 3 marked, two-names 1
-4 marked, removal-half-made 1
+4 marked, removal-interrupted 1
 5 marked
 6 clean
 )"},
@@ -1239,7 +1239,7 @@ no memory:
 1 marked
 2-3 marked, block-leaked 1
 4 marked, two-names 1
-5 marked, removal-half-made 1
+5 marked, removal-interrupted 1
 6 marked
 7 clean
 )"},
@@ -1249,16 +1249,16 @@ no memory:
 1 marked
 2-3 block-leaked 1
 4 two-names 1
-5 removal-half-made 1
+5 removal-interrupted 1
 6-7 clean
 )"},
     {"move_file_giving_block_back",
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3 marked, two-names 1
-4-5 marked, last-block-given-back 1
+4-5 marked, last-block-freed 1
 6 marked
 7 clean
 full disk:
@@ -1270,9 +1270,9 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3 marked, two-names 1
-4 marked, last-block-given-back 1, two-names 1
+4 marked, last-block-freed 1, two-names 1
 5 marked
 6 clean
 full disk:
@@ -1284,10 +1284,10 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3 marked, two-names 1
 4 marked, entry-doubled 1
-5-6 marked, last-block-given-back 1
+5-6 marked, last-block-freed 1
 7 marked
 8 clean
 full disk:
@@ -1301,7 +1301,7 @@ no memory:
 1 marked
 2 marked, block-leaked 1
 3 marked, two-names 1
-4-5 marked, last-block-given-back 1
+4-5 marked, last-block-freed 1
 6 marked
 7 clean
 full disk:
@@ -1315,8 +1315,8 @@ no memory:
 1 marked
 2-3 block-leaked 1
 4 two-names 1
-5 last-block-given-back 1
-6 marked, last-block-given-back 1
+5 last-block-freed 1
+6 marked, last-block-freed 1
 7 marked
 8 clean
 full disk:
@@ -1331,7 +1331,7 @@ no memory:
 2 marked, block-leaked 1
 3 marked, block-leaked 2
 4 marked, two-names 1
-5 marked, removal-half-made 1
+5 marked, removal-interrupted 1
 6 marked
 7 clean
 )"},
@@ -1339,10 +1339,10 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3 marked, two-names 1
-4-5 marked, shrink-half-made 1, block-leaked 1
-6 marked, shrink-half-made 1
+4-5 marked, shrink-interrupted 1, block-leaked 1
+6 marked, shrink-interrupted 1
 7 marked
 8 clean
 full disk:
@@ -1354,11 +1354,11 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3 marked, two-names 1
 4 marked, entry-doubled 1
-5-6 marked, shrink-half-made 1, block-leaked 1
-7 marked, shrink-half-made 1
+5-6 marked, shrink-interrupted 1, block-leaked 1
+7 marked, shrink-interrupted 1
 8 marked
 9 clean
 full disk:
@@ -1370,9 +1370,9 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3-4 marked, two-names 1
-5 marked, removal-half-made 1
+5 marked, removal-interrupted 1
 6 marked
 7 clean
 )"},
@@ -1380,10 +1380,10 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3-4 marked, two-names 1
 5 marked, entry-doubled 1
-6 marked, removal-half-made 1
+6 marked, removal-interrupted 1
 7 marked
 8 clean
 )"},
@@ -1393,7 +1393,7 @@ no memory:
 1 marked
 2 marked, block-leaked 1
 3-4 marked, two-names 1
-5 marked, removal-half-made 1
+5 marked, removal-interrupted 1
 6 marked
 7 clean
 )"},
@@ -1403,7 +1403,7 @@ no memory:
 1 marked
 2-3 marked, block-leaked 1
 4-5 marked, two-names 1
-6 marked, removal-half-made 1
+6 marked, removal-interrupted 1
 7 marked
 8 clean
 )"},
@@ -1413,16 +1413,16 @@ no memory:
 1 marked
 2-3 block-leaked 1
 4-5 two-names 1
-6 removal-half-made 1
+6 removal-interrupted 1
 7-8 clean
 )"},
     {"move_directory_giving_block_back",
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3-4 marked, two-names 1
-5-6 marked, last-block-given-back 1
+5-6 marked, last-block-freed 1
 7 marked
 8 clean
 full disk:
@@ -1434,9 +1434,9 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3-4 marked, two-names 1
-5 marked, last-block-given-back 1, two-names 1
+5 marked, last-block-freed 1, two-names 1
 6 marked
 7 clean
 full disk:
@@ -1448,10 +1448,10 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3-4 marked, two-names 1
 5 marked, entry-doubled 1
-6-7 marked, last-block-given-back 1
+6-7 marked, last-block-freed 1
 8 marked
 9 clean
 full disk:
@@ -1465,7 +1465,7 @@ no memory:
 1 marked
 2 marked, block-leaked 1
 3-4 marked, two-names 1
-5-6 marked, last-block-given-back 1
+5-6 marked, last-block-freed 1
 7 marked
 8 clean
 full disk:
@@ -1479,8 +1479,8 @@ no memory:
 1 marked
 2-3 block-leaked 1
 4-5 two-names 1
-6 last-block-given-back 1
-7 marked, last-block-given-back 1
+6 last-block-freed 1
+7 marked, last-block-freed 1
 8 marked
 9 clean
 full disk:
@@ -1495,7 +1495,7 @@ no memory:
 2 marked, block-leaked 1
 3 marked, block-leaked 2
 4-5 marked, two-names 1
-6 marked, removal-half-made 1
+6 marked, removal-interrupted 1
 7 marked
 8 clean
 )"},
@@ -1503,10 +1503,10 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3-4 marked, two-names 1
-5-6 marked, shrink-half-made 1, block-leaked 1
-7 marked, shrink-half-made 1
+5-6 marked, shrink-interrupted 1, block-leaked 1
+7 marked, shrink-interrupted 1
 8 marked
 9 clean
 full disk:
@@ -1518,11 +1518,11 @@ no memory:
      R"(
 0 clean
 1 marked
-2 marked, append-half-made 1
+2 marked, append-interrupted 1
 3-4 marked, two-names 1
 5 marked, entry-doubled 1
-6-7 marked, shrink-half-made 1, block-leaked 1
-8 marked, shrink-half-made 1
+6-7 marked, shrink-interrupted 1, block-leaked 1
+8 marked, shrink-interrupted 1
 9 marked
 10 clean
 full disk:
@@ -1535,12 +1535,12 @@ no memory:
 0 clean
 1-2 marked
 3-4 marked, node-leaked 1
-5 marked, append-half-made 1
+5 marked, append-interrupted 1
 6 marked
 7 clean
 full disk:
 4-5 clean
-6 dir-past-size 1
+6 dir-beyond-size 1
 no memory:
 7 clean
 )"},
@@ -1549,12 +1549,12 @@ no memory:
 0 clean
 1-2 marked
 3-9 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1
-10 marked, append-half-made 1
+10 marked, append-interrupted 1
 11 marked
 12 clean
 full disk:
 4-10 clean
-11 dir-past-size 1
+11 dir-beyond-size 1
 no memory:
 11-12 clean
 end of memory:
@@ -1569,9 +1569,9 @@ end of memory:
 17 marked, block-leaked 2, node-leaked 1
 18 marked, node-leaked 1
 19 marked, block-leaked 1, node-leaked 1
-20 marked, growth-half-made 1, node-leaked 1
+20 marked, growth-interrupted 1, node-leaked 1
 21 marked, node-leaked 1
-22 marked, append-half-made 1
+22 marked, append-interrupted 1
 23 marked
 24 clean
 full disk:
@@ -1580,7 +1580,7 @@ full disk:
 18-19 clean
 20 block-leaked 1
 21-22 clean
-23 dir-past-size 1
+23 dir-beyond-size 1
 no memory:
 9 clean
 10 block-leaked 1
@@ -1598,9 +1598,9 @@ end of memory:
 24-25 marked, block-leaked 2, node-leaked 1
 26 marked, node-leaked 1
 27-28 marked, block-leaked 1, node-leaked 1
-29 marked, growth-half-made 1, node-leaked 1
+29 marked, growth-interrupted 1, node-leaked 1
 30 marked, node-leaked 1
-31 marked, append-half-made 1
+31 marked, append-interrupted 1
 32 marked
 33 clean
 full disk:
@@ -1610,7 +1610,7 @@ full disk:
 26 clean
 27-29 block-leaked 1
 30-31 clean
-32 dir-past-size 1
+32 dir-beyond-size 1
 no memory:
 9-10 clean
 11-16 block-leaked 1
@@ -1630,14 +1630,14 @@ end of memory:
 3 marked, node-leaked 1
 4-5 marked, block-leaked 1, node-leaked 1
 6 marked, node-leaked 1
-7 marked, append-half-made 1
+7 marked, append-interrupted 1
 8 marked
 9 clean
 full disk:
 4 clean
 5 block-leaked 1
 6-7 clean
-8 dir-past-size 1
+8 dir-beyond-size 1
 no memory:
 7-9 clean
 end of memory:
@@ -1674,11 +1674,11 @@ end of memory:
 6 node-leaked 1
 7 block-leaked 1, node-leaked 1
 8 node-leaked 1
-9 append-half-made 1
+9 append-interrupted 1
 10-11 clean
 full disk:
 7-9 clean
-10 dir-past-size 1
+10 dir-beyond-size 1
 no memory:
 10-11 clean
 end of memory:
@@ -1691,14 +1691,14 @@ end of memory:
 1-2 marked
 3-16 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1
 17 marked, block-leaked 2, node-leaked 1
-18-27 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1; marked, growth-half-made 1, node-leaked 1
-28 marked, append-half-made 1
+18-27 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1; marked, growth-interrupted 1, node-leaked 1
+28 marked, append-interrupted 1
 29 marked
 30 clean
 full disk:
 4-16 clean
 17-28 in turn block-leaked 1; clean; clean
-29 dir-past-size 1
+29 dir-beyond-size 1
 no memory:
 7 clean
 8 block-leaked 1
@@ -1714,14 +1714,14 @@ end of memory:
 1-2 marked
 3-16 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1
 17 marked, block-leaked 2, node-leaked 1
-18-36 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1; marked, growth-half-made 1, node-leaked 1
-37 marked, append-half-made 1
+18-36 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1; marked, growth-interrupted 1, node-leaked 1
+37 marked, append-interrupted 1
 38 marked
 39 clean
 full disk:
 4-16 clean
 17-37 in turn block-leaked 1; clean; clean
-38 dir-past-size 1
+38 dir-beyond-size 1
 no memory:
 7 clean
 8 block-leaked 1
@@ -1737,14 +1737,14 @@ end of memory:
 1-2 marked
 3-16 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1
 17 marked, block-leaked 2, node-leaked 1
-18-784 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1; marked, growth-half-made 1, node-leaked 1
+18-784 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1; marked, growth-interrupted 1, node-leaked 1
 785 marked, block-leaked 2, node-leaked 1
 786 marked, block-leaked 3, node-leaked 1
 787 marked, node-leaked 1
 788 marked, block-leaked 1, node-leaked 1
-789 marked, growth-half-made 1, node-leaked 1
+789 marked, growth-interrupted 1, node-leaked 1
 790 marked, node-leaked 1
-791 marked, append-half-made 1
+791 marked, append-interrupted 1
 792 marked
 793 clean
 full disk:
@@ -1754,7 +1754,7 @@ full disk:
 787-788 clean
 789 block-leaked 1
 790-791 clean
-792 dir-past-size 1
+792 dir-beyond-size 1
 no memory:
 7 clean
 8-10 block-leaked 1
@@ -1772,11 +1772,11 @@ end of memory:
 1-2 marked
 3-23 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1; marked, block-leaked 1, node-leaked 1
 24-25 marked, block-leaked 2, node-leaked 1
-26-1048 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1; marked, block-leaked 1, node-leaked 1; marked, growth-half-made 1, node-leaked 1
+26-1048 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1; marked, block-leaked 1, node-leaked 1; marked, growth-interrupted 1, node-leaked 1
 1049-1050 marked, block-leaked 2, node-leaked 1
 1051 marked, block-leaked 3, node-leaked 1
 1052 marked, node-leaked 1
-1053 marked, append-half-made 1
+1053 marked, append-interrupted 1
 1054 marked
 1055 clean
 full disk:
@@ -1787,7 +1787,7 @@ full disk:
 1049-1050 block-leaked 2
 1051 block-leaked 1
 1052-1053 clean
-1054 dir-past-size 1
+1054 dir-beyond-size 1
 no memory:
 7-8 clean
 9-14 block-leaked 1
@@ -1810,12 +1810,12 @@ end of memory:
 0 clean
 1-2 marked
 3-9 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1
-10 marked, append-half-made 1
+10 marked, append-interrupted 1
 11 marked
 12 clean
 full disk:
 4-10 clean
-11 dir-past-size 1
+11 dir-beyond-size 1
 no memory:
 7-8 clean
 end of memory:
@@ -1827,12 +1827,12 @@ end of memory:
 0 clean
 1-2 marked
 3-11 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1
-12 marked, append-half-made 1
+12 marked, append-interrupted 1
 13 marked
 14 clean
 full disk:
 4-12 clean
-13 dir-past-size 1
+13 dir-beyond-size 1
 no memory:
 7-8 clean
 end of memory:

@@ -3,7 +3,7 @@
 //   0 clean                               before the first write
 //   1-2 marked                            after one write, and after two: nothing amiss but the dirty mark
 //   3 marked, node-leaked 1               after three: one node that nothing names
-//   4 marked, append-half-made 1          and so on, to the operation's end
+//   4 marked, append-interrupted 1          and so on, to the operation's end
 // with kinds of findings by their names in inspect/check/finding.h. Then, where it is not as after a stop,
 //   full disk:                            after a call whose n-th write met a full disk
 //   no memory:                            after a call whose n-th allocation failed

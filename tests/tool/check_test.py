@@ -41,14 +41,14 @@ class CheckTest(DamageTest):
         result = self.check()
         self.assertEqual((result.status, result.err), (0, ""))
         self.assertEqual(result.out.splitlines()[-1],
-                         "clean: 0 damages, 0 half-made operations, 0 leaks, 0 notes")
+                         "clean: damage 0, interrupted 0, leak 0, note 0")
 
     def test_check_of_a_marked_container_exits_4_and_points_to_repair(self):
         self.mark_dirty()
         result = self.check()
         self.assertEqual((result.status, result.err), (4, ""))
         self.assertEqual(result.out.splitlines()[-2:],
-                         ["clean, marked as being updated: 0 damages, 0 half-made operations, 0 leaks, 0 notes",
+                         ["clean, marked as being updated: damage 0, interrupted 0, leak 0, note 0",
                           "repair it with: orba repair card.orb"])
 
     def test_check_of_damage_exits_4_and_names_kind_and_place(self):
@@ -131,7 +131,7 @@ class CheckTest(DamageTest):
     def test_documentation_tells_every_field_and_kind_of_the_json(self):
         self.cut_first_block(4)
         report = json.loads(self.check("--json").out)
-        kinds = re.findall(r'\{"([a-z-]+)", k', (TOP / "inspect/check/finding.cpp").read_text())
+        kinds = re.findall(r'k(?:Note|Leak|Interrupted|Damage), "([a-z-]+)"', (TOP / "inspect/check/finding.cpp").read_text())
         self.assertGreater(len(kinds), 50)
         text = (TOP / "docs/orba-tool.md").read_text()
         for word in [*report, *report["findings"][0], "error", *kinds]:

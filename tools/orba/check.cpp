@@ -105,9 +105,9 @@ const Command kCheckCommand = {
     "check",
     kRepairGroup,
     "CONTAINER...",
-    "look for damage, half-made updates and leaked space",
+    "look for damage, interrupted updates and leaked space",
     "Reads everything a container says about itself and changes nothing. Each finding comes with its place and with "
-    "what it means: damage breaks a rule of the format; half-made is what an interrupted update left, whose end is "
+    "what it means: damage breaks a rule of the format; interrupted is what an interrupted update left, whose end is "
     "known; a leak is space that nothing refers to, no data is lost by it; a note breaks no rule.\n\n"
     "Exits with 0 when the container is clean, 4 when there is something to repair (an update mark that is set "
     "counts), 8 when it could not be read or the report not be written. Of several containers the statuses are "

@@ -98,7 +98,7 @@ const char* StateText(const inspect::Report& report) {
       return report.marked ? "an update was interrupted, without damage" : "clean";
     case inspect::Severity::kLeak:
       return "space has leaked";
-    case inspect::Severity::kHalfMade:
+    case inspect::Severity::kInterrupted:
       return "an update was interrupted half-way";
     case inspect::Severity::kDamage:
       return "damaged";

@@ -14,7 +14,7 @@ std::string PaintedReport(const std::string& text) {
     Colour colour;
   };
   constexpr Paint kPaints[] = {{"damage", Colour::kRed},
-                               {"half-made", Colour::kYellow},
+                               {"interrupted", Colour::kYellow},
                                {"leak", Colour::kCyan},
                                {"note", Colour::kGrey},
                                {"clean", Colour::kGreen}};

@@ -212,7 +212,7 @@ const Command kRepairCommand = {
     kRepairGroup,
     "CONTAINER",
     "make a container consistent and mountable again",
-    "Prints its plan, then carries it out: finishes or undoes half-made updates, frees leaked space, rebuilds "
+    "Prints its plan, then carries it out: finishes or undoes interrupted updates, frees leaked space, rebuilds "
     "the list of free blocks and clears the update mark last. What has data but no name appears as "
     "/LOST.FND/NODEnnnn. Data that can be kept is never deleted.\n\n"
     "A repair may be interrupted at any time and run again. Of a long plan only the first 40 lines are shown; "

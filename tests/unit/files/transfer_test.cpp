@@ -803,7 +803,7 @@ TEST_F(Transfer, shrink_out_of_the_map_stopped_in_between_is_half_made) {
   journal.Stop();
   Lines left;
   for (size_t k = 0; k <= journal.count(); ++k) left.push_back(FindingsIn(journal.StateAfter(k)));
-  EXPECT_EQ(left, (Lines{"", "marked", "marked shrink-half-made block-leaked", "marked block-leaked",
+  EXPECT_EQ(left, (Lines{"", "marked", "marked shrink-interrupted block-leaked", "marked block-leaked",
                          "marked block-leaked", "marked", ""}));
 }
 

@@ -133,7 +133,7 @@ TEST_F(Copy, stop_after_any_write_leaves_a_shorter_copy_without_a_name) {
                          "marked block-leaked node-leaked", "marked node-leaked",  // a block, the node
                          "marked block-leaked node-leaked", "marked node-leaked",  // a block, the node
                          "marked block-leaked node-leaked", "marked node-leaked",  // a block, the node
-                         "marked append-half-made", "marked", ""}));               // the entry, the parent
+                         "marked append-interrupted", "marked", ""}));             // the entry, the parent
 }
 
 // ---- Between volumes ------------------------------------------------------------------------------------------------
@@ -351,7 +351,7 @@ TEST_F(Copy, with_any_write_meeting_a_full_disk_is_undone) {
                 "write block 6: 0x3000001A",
                 "write node 3: 0x3000001A",
                 "write block 2: 0x3000001A",
-                "write node 1: 0x3000001A, dir-past-size",
+                "write node 1: 0x3000001A, dir-beyond-size",
                 "clear: 0x3000001A, marked",
             }));
 }
@@ -368,7 +368,7 @@ TEST_F(Copy, with_a_metadata_write_failing_otherwise_fails_the_volume_and_a_data
                 "write block 6: 0x30000019, node-leaked",
                 "write node 3: 0x30000003, marked block-leaked node-leaked",
                 "write block 2: 0x30000003, marked node-leaked",
-                "write node 1: 0x30000003, marked append-half-made",
+                "write node 1: 0x30000003, marked append-interrupted",
                 "clear: 0x30000019, marked",
             }));
 }

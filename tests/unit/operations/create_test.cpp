@@ -89,7 +89,7 @@ TEST_F(Create, directory_with_a_new_node_block_and_a_new_parent_block_does_all_o
 
 TEST_F(Create, stop_after_any_write_leaves_no_damage) {
   const std::set<std::string> harmless = {"marked", "marked block-leaked", "marked node-leaked",
-                                          "marked block-leaked node-leaked", "marked append-half-made"};
+                                          "marked block-leaked node-leaked", "marked append-interrupted"};
   MakeFiles("F", 1, 15);
   for (const uint32_t attributes : {0u, 8u}) {
     testhost::WriteJournal journal(u"VOL");
@@ -249,7 +249,7 @@ TEST_F(Create, file_with_any_write_meeting_a_full_disk_is_undone) {  // Q20
                 "write node 2: 0x3000001A",
                 "write bitmap: 0x3000001A",
                 "write block 2: 0x3000001A",
-                "write node 1: 0x3000001A, dir-past-size",  // the entry stands past the size
+                "write node 1: 0x3000001A, dir-beyond-size",  // the entry stands past the size
                 "clear: 0x3000001A, marked",
             }));
 }
@@ -261,7 +261,7 @@ TEST_F(Create, file_with_any_write_failing_otherwise_fails_the_volume_and_undoes
                 "write node 2: 0x30000003, marked",
                 "write bitmap: 0x30000003, marked",
                 "write block 2: 0x30000003, marked node-leaked",
-                "write node 1: 0x30000003, marked append-half-made",
+                "write node 1: 0x30000003, marked append-interrupted",
                 "clear: 0x30000019, marked",
             }));
 }
@@ -273,7 +273,7 @@ TEST_F(Create, file_with_the_disk_full_from_a_write_on_leaves_what_could_not_be_
                 "write node 2: 0x3000001A, marked",
                 "write bitmap: 0x3000001A, marked",
                 "write block 2: 0x3000001A, marked node-leaked",
-                "write node 1: 0x3000001A, marked append-half-made",
+                "write node 1: 0x3000001A, marked append-interrupted",
                 "clear: 0x3000001A, marked",
             }));
 }
@@ -287,7 +287,7 @@ TEST_F(Create, directory_with_any_write_meeting_a_full_disk_is_undone) {
                 "write block 3: 0x3000001A",
                 "write node 2: 0x3000001A",
                 "write block 2: 0x3000001A",
-                "write node 1: 0x3000001A, dir-past-size",
+                "write node 1: 0x3000001A, dir-beyond-size",
                 "clear: 0x3000001A, marked",
             }));
 }
@@ -301,7 +301,7 @@ TEST_F(Create, directory_with_any_write_failing_otherwise_undoes_nothing) {
                 "write block 3: 0x30000003, marked node-leaked",
                 "write node 2: 0x30000003, marked block-leaked node-leaked",
                 "write block 2: 0x30000003, marked node-leaked",
-                "write node 1: 0x30000003, marked append-half-made",
+                "write node 1: 0x30000003, marked append-interrupted",
                 "clear: 0x30000019, marked",
             }));
 }
@@ -316,7 +316,7 @@ TEST_F(Create, with_a_new_node_block_and_any_write_meeting_a_full_disk_leaves_a_
                 "write node 17: 0x3000001A",  // an idle node block stays
                 "write bitmap: 0x3000001A",
                 "write block 2: 0x3000001A",
-                "write node 1: 0x3000001A, dir-past-size",
+                "write node 1: 0x3000001A, dir-beyond-size",
                 "clear: 0x3000001A, marked",
             }));
 }
@@ -358,7 +358,7 @@ TEST_F(Create, with_any_seek_failing_is_like_its_transfer_failing_for_another_re
                 "seek 1024: 0x30000003, marked",
                 "seek 2064: 0x30000004, node-leaked",
                 "seek 2064: 0x30000003, marked node-leaked",
-                "seek 1040: 0x30000003, marked append-half-made",
+                "seek 1040: 0x30000003, marked append-interrupted",
                 "seek 52: 0x30000004, marked",
             }));
 }

@@ -131,8 +131,8 @@ TEST_F(Move, stop_after_any_write_leaves_two_names_rather_than_none) {
   journal.Stop();
   Lines left;
   for (size_t k = 0; k <= journal.count(); ++k) left.push_back(FindingsIn(journal.StateAfter(k)));
-  EXPECT_EQ(left, (Lines{"", "marked", "marked append-half-made", "marked two-names", "marked two-names",
-                         "marked removal-half-made", "marked", ""}));
+  EXPECT_EQ(left, (Lines{"", "marked", "marked append-interrupted", "marked two-names", "marked two-names",
+                         "marked removal-interrupted", "marked", ""}));
 }
 
 // ---- Codes ----------------------------------------------------------------------------------------------------------
@@ -295,10 +295,10 @@ TEST_F(Move, with_any_write_meeting_a_full_disk_undoes_nothing) {
             (Lines{
                 "mark: 0x30000003",
                 "write block 4: 0x3000001A",
-                "write node 3: 0x3000001A, append-half-made",
+                "write node 3: 0x3000001A, append-interrupted",
                 "write block 5: 0x3000001A, two-names",
                 "write block 3: 0x3000001A, two-names",
-                "write node 2: 0x3000001A, removal-half-made",
+                "write node 2: 0x3000001A, removal-interrupted",
                 "clear: 0x3000001A, marked",
             }));
 }
@@ -308,9 +308,9 @@ TEST_F(Move, with_any_write_failing_otherwise_fails_the_volume) {
             (Lines{
                 "mark: 0x30000003",
                 "write block 4: 0x30000003, marked",
-                "write node 3: 0x30000003, marked append-half-made",
+                "write node 3: 0x30000003, marked append-interrupted",
                 "write block 3: 0x30000003, marked two-names",
-                "write node 2: 0x30000003, marked removal-half-made",
+                "write node 2: 0x30000003, marked removal-interrupted",
                 "clear: 0x30000019, marked",
             }));
 }

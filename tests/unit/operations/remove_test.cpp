@@ -109,7 +109,7 @@ TEST_F(Remove, stop_after_any_write_leaves_a_mark_and_no_name_of_a_freed_node) {
   Lines left;
   for (size_t k = 0; k <= journal.count(); ++k) left.push_back(FindingsIn(journal.StateAfter(k)));
   EXPECT_EQ(left,
-            (Lines{"", "marked", "marked removal-half-made node-leaked", "marked node-leaked", "marked block-leaked",
+            (Lines{"", "marked", "marked removal-interrupted node-leaked", "marked node-leaked", "marked block-leaked",
                    "marked block-leaked", "marked block-leaked", "marked block-leaked", "marked", ""}));
 }
 
@@ -215,7 +215,7 @@ TEST_F(Remove, with_any_write_meeting_a_full_disk_leaves_what_was_written) {
             (Lines{
                 "mark: 0x30000003",
                 "write block 2: 0x3000001A",
-                "write node 1: 0x3000001A, removal-half-made node-leaked",
+                "write node 1: 0x3000001A, removal-interrupted node-leaked",
                 "write bitmap: 0x3000001A, node-leaked",
                 "write node 3: 0x3000001A, block-leaked",
                 "write block 3: 0x3000001A, block-leaked",
@@ -232,7 +232,7 @@ TEST_F(Remove, with_any_write_failing_otherwise_fails_the_volume) {
             (Lines{
                 "mark: 0x30000003",
                 "write block 2: 0x30000003, marked",
-                "write node 1: 0x30000003, marked removal-half-made node-leaked",
+                "write node 1: 0x30000003, marked removal-interrupted node-leaked",
                 "write bitmap: 0x30000003, marked node-leaked",
                 "write node 3: 0x30000003, marked block-leaked",
                 "write block 3: 0x30000003, marked block-leaked",
@@ -314,7 +314,7 @@ TEST_F(Remove, of_an_emptied_parent_block_with_any_write_failing_shows_the_order
           "mark: 0x30000003",
           "write block 4: 0x3000001A, block-leaked node-leaked",  // the chain's record, in the directory's last block
           "write header: 0x3000001A, block-leaked node-leaked",
-          "write node 1: 0x3000001A, last-block-given-back node-leaked",
+          "write node 1: 0x3000001A, last-block-freed node-leaked",
           "write bitmap: 0x3000001A, node-leaked",
           "clear: 0x3000001A, marked",
       }));
