@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <filesystem>
 #include <map>
-#include <system_error>
 
 #include "inspect/container/fields.h"
 
@@ -225,10 +223,14 @@ bool UndoFits(const std::vector<std::uint8_t>& file, const Image& image) {
 }
 
 bool ApplyPlan(const Plan& plan, Target* target) {
+  std::vector<const Write*> writes;
   for (const Action& action : plan.actions) {
-    for (const Write& write : action.writes) {
-      if (!target->Write(write.offset, write.bytes.data(), write.bytes.size()) || !target->Flush()) return false;
-    }
+    for (const Write& write : action.writes) writes.push_back(&write);
+  }
+  for (std::size_t i = 0; i < writes.size(); ++i) {
+    const Write& write = *writes[i];
+    if (!target->Write(write.offset, write.bytes.data(), write.bytes.size())) return false;
+    if ((i == 0 || i + 2 >= writes.size()) && !target->Flush()) return false;
   }
   return true;
 }
@@ -241,29 +243,5 @@ bool ApplyUndo(const std::vector<std::uint8_t>& file, Target* target) {
   }
   return target->Flush() && target->Cut(undo.size) && target->Flush();
 }
-
-// ---- Files of the host ----------------------------------------------------------------------------------------------
-
-std::unique_ptr<FileTarget> FileTarget::Open(const std::string& path) {
-  std::FILE* file = std::fopen(path.c_str(), "r+b");
-  if (file == nullptr) return nullptr;
-  std::setvbuf(file, nullptr, _IONBF, 0);
-  return std::unique_ptr<FileTarget>(new FileTarget(file, path));
-}
-
-FileTarget::~FileTarget() { std::fclose(file_); }
-
-bool FileTarget::Write(std::uint64_t offset, const void* bytes, std::size_t count) {
-  if (offset > 0x7FFFFFFF || std::fseek(file_, static_cast<long>(offset), SEEK_SET) != 0) return false;
-  return std::fwrite(bytes, 1, count, file_) == count;
-}
-
-bool FileTarget::Cut(std::uint64_t size) {
-  std::error_code error;
-  std::filesystem::resize_file(path_, size, error);
-  return !error;
-}
-
-bool FileTarget::Flush() { return std::fflush(file_) == 0; }
 
 }  // namespace orba::inspect

@@ -15,9 +15,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <memory>
-#include <string>
 #include <vector>
 
 #include "inspect/container/image.h"
@@ -38,26 +35,6 @@ class Target {
   virtual bool Flush() = 0;
 };
 
-class FileTarget : public Target {
- public:
-  // Opens an existing file for writing; null when that fails.
-  static std::unique_ptr<FileTarget> Open(const std::string& path);
-
-  ~FileTarget() override;
-  FileTarget(const FileTarget&) = delete;
-  FileTarget& operator=(const FileTarget&) = delete;
-
-  bool Write(std::uint64_t offset, const void* bytes, std::size_t count) override;
-  bool Cut(std::uint64_t size) override;
-  bool Flush() override;
-
- private:
-  FileTarget(std::FILE* file, std::string path) : file_(file), path_(std::move(path)) {}
-
-  std::FILE* file_;
-  std::string path_;
-};
-
 // The contents of an undo file for this plan on this container.
 std::vector<std::uint8_t> MakeUndo(const Plan& plan, const Image& image);
 
@@ -69,8 +46,9 @@ bool IsUndo(const std::vector<std::uint8_t>& file);
 // write made it. Reads all of the container. False also for what is no undo file.
 bool UndoFits(const std::vector<std::uint8_t>& file, const Image& image);
 
-// Makes the plan's writes in order, each flushed before the next. False at the first that fails; the container is then
-// as far as it got, and can be repaired again or taken back.
+// Makes the plan's writes in order. The first, which marks the container, is flushed before the others, these before the
+// last, which takes the mark away, and that at the end: what does not outlive the host is never unmarked. False at the
+// first call that fails; the container is then as far as it got, and can be repaired again or taken back.
 bool ApplyPlan(const Plan& plan, Target* target);
 
 // Puts back what an undo file holds and cuts the container to its old length. False, with nothing written, when the

@@ -10,9 +10,11 @@ import struct
 import subprocess
 import tempfile
 import termios
+import time
 import unittest
 
 ORBA = os.environ["ORBA"]  # the program under test
+HOST_CALLS = os.environ["ORBA_HOST_CALLS"]  # what notes its calls to the host, and lets them fail
 LIMIT = 240  # seconds after which a run counts as hanging
 
 # Where things lie in a container that was formatted without options (block size 4096, bitmap 1024 bytes).
@@ -118,6 +120,27 @@ class ToolTest(unittest.TestCase):
             seen += part
         os.close(master)
         return Result(process.wait(LIMIT), seen, seen)
+
+    def host_calls(self, *arguments, at=None, stdin=b""):
+        """One run; its status and the calls by which it changed the host's disk, with paths below the scratch folder.
+        `at` lets one of them fail: see host_calls.c."""
+        log = self.folder.parent / (self.folder.name + ".calls")
+        changes = {"LD_PRELOAD": HOST_CALLS, "HOST_CALLS_LOG": str(log), "ASAN_OPTIONS": "verify_asan_link_order=0"}
+        if at is not None:
+            changes["HOST_CALLS_AT"] = at
+        try:
+            status = self.orba(*arguments, stdin=stdin, environment=changes).status
+            calls = log.read_text(errors="surrogateescape") if log.exists() else ""
+        finally:
+            log.unlink(missing_ok=True)
+        return status, calls.replace(str(self.folder.resolve()), "").splitlines()
+
+    def wait_until(self, condition):
+        """Waits for what must come, without a word on how long it may take."""
+        start = time.monotonic()
+        while not condition():
+            self.assertLess(time.monotonic() - start, LIMIT, "it hangs")
+            time.sleep(0.005)
 
     # ---- the host's side
 

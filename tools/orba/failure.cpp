@@ -13,6 +13,8 @@ namespace orba::tool {
 
 namespace {
 
+int g_statusWithoutMemory = kFailed;
+
 struct ResultCode {
   std::uint32_t code;
   const char* name;
@@ -225,5 +227,11 @@ void Report(const std::string& message) {
   Progress::Hide();
   std::fprintf(stderr, "%s %s\n", Painted(Stream::kError, Colour::kRed, "orba:").c_str(), message.c_str());
 }
+
+int StatusWithoutMemory() noexcept { return g_statusWithoutMemory; }
+
+void SetStatusWithoutMemory(int status) noexcept { g_statusWithoutMemory = status; }
+
+void ReportNoMemory() noexcept { std::fputs("orba: there is not enough memory\n", stderr); }
 
 }  // namespace orba::tool

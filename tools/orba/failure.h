@@ -69,4 +69,10 @@ std::string ShellWord(const std::string& word);
 void Report(const Failure& failure);
 void Report(const std::string& message);
 
+// That memory has run out, which takes none to say.
+void ReportNoMemory() noexcept;
+// What the program ends with then: kFailed, unless set.
+int StatusWithoutMemory() noexcept;
+void SetStatusWithoutMemory(int status) noexcept;
+
 }  // namespace orba::tool

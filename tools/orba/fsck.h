@@ -2,6 +2,7 @@
 // terminal and inspect/.
 #pragma once
 
+#include <new>
 #include <string>
 
 #include "inspect/check/check.h"
@@ -35,6 +36,8 @@ int AsFsck(const Work& work) {
     Report(failure);
   } catch (const OutputClosed&) {
     // Nobody reads any more what was found.
+  } catch (const std::bad_alloc&) {
+    ReportNoMemory();
   }
   return kCouldNotWork;
 }

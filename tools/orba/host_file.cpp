@@ -30,6 +30,19 @@ Descriptor OpenForReading(const std::string& path) {
   throw Failure(what, "it is not an ordinary file but " + KindText(status.kind), "give an ordinary file");
 }
 
+Descriptor OpenForWriting(const std::string& path) {
+  Descriptor file(host::OpenForWriting(path));
+  if (file.get() >= 0 && host::StatusOf(file.get()).kind == host::Kind::kFile) return file;
+  if (file.get() >= 0) errno = EINVAL;
+  return Descriptor(-1);
+}
+
+void SyncDirectory(const std::string& path) {
+  const Descriptor directory(host::OpenDirectory(path));
+  if (directory.get() < 0 || !host::Sync(directory.get()))
+    throw HostFailure("cannot sync the directory " + path, errno);
+}
+
 std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std::size_t count) {
   std::size_t done = 0;
   while (done < count) {

@@ -31,6 +31,12 @@ class Descriptor {
 // Opens an ordinary file for reading; "-" is standard input. Throws a Failure.
 Descriptor OpenForReading(const std::string& path);
 
+// Opens an ordinary file for reading and writing. Where that fails the descriptor is below 0 and errno says why.
+Descriptor OpenForWriting(const std::string& path);
+
+// Sees to it that names given or taken in the directory outlive a loss of power. Throws a Failure.
+void SyncDirectory(const std::string& path);
+
 // Bytes read, less than `count` at the end alone.
 std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std::size_t count);
 

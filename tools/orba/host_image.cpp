@@ -1,26 +1,33 @@
 #include "tools/orba/host_image.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <system_error>
+
+#include "tools/orba/host/host.h"
 
 namespace orba::tool {
 
-std::unique_ptr<FileImage> FileImage::Open(const std::string& path) {
-  std::error_code error;
-  const std::uintmax_t size = std::filesystem::file_size(path, error);
-  if (error) return nullptr;
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return nullptr;
-  std::setvbuf(file, nullptr, _IONBF, 0);
-  return std::unique_ptr<FileImage>(new FileImage(file, size));
+std::unique_ptr<FileImage> FileImage::Of(int file) {
+  const host::Status status = host::StatusOf(file);
+  if (status.kind != host::Kind::kFile) return nullptr;
+  return std::unique_ptr<FileImage>(new FileImage(file, false, status.size));
 }
 
-FileImage::FileImage(std::FILE* file, std::uint64_t size)
-    : file_(file), size_(size), cache_(kPages * kPageSize), cached_(kPages, kNoPage) {}
+std::unique_ptr<FileImage> FileImage::Open(const std::string& path) {
+  const int file = host::OpenForReading(path);
+  std::unique_ptr<FileImage> image = Of(file);
+  if (image != nullptr) image->owned_ = true;
+  if (image == nullptr && file >= 0) host::Close(file);
+  return image;
+}
 
-FileImage::~FileImage() { std::fclose(file_); }
+FileImage::FileImage(int file, bool owned, std::uint64_t size)
+    : file_(file), owned_(owned), size_(size), cache_(kPages * kPageSize), cached_(kPages, kNoPage) {}
+
+FileImage::~FileImage() {
+  if (owned_) host::Close(file_);
+}
 
 bool FileImage::Read(std::uint64_t offset, void* out, std::size_t count) const {
   if (offset > size_ || count > size_ - offset) return false;
@@ -46,8 +53,12 @@ const std::uint8_t* FileImage::Page(std::uint64_t page) const {
   cached_[place] = kNoPage;
   const std::uint64_t offset = page * kPageSize;
   const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(kPageSize, size_ - offset));
-  if (offset > 0x7FFFFFFF || std::fseek(file_, static_cast<long>(offset), SEEK_SET) != 0) return nullptr;
-  if (std::fread(bytes, 1, count, file_) != count) return nullptr;
+  for (std::size_t done = 0; done < count;) {
+    const std::ptrdiff_t part = host::ReadAt(file_, offset + done, bytes + done, count - done);
+    if (part < 0 && errno == EINTR) continue;
+    if (part <= 0) return nullptr;
+    done += static_cast<std::size_t>(part);
+  }
   cached_[place] = page;
   return bytes;
 }

@@ -1,9 +1,8 @@
-// A container in a file of the host, as the inspection reads it.
+// A container in a file of the host, as the inspection reads it. Stands on host and inspect/.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,10 +11,14 @@
 
 namespace orba::tool {
 
-// A file of the host, read only, as an image. Reads go through a small cache of whole pages: the checker reads many short records.
+// Reads go through a small cache of whole pages: the checker reads many short records. What the file is made to hold
+// after a page was read may not be seen.
 class FileImage : public inspect::Image {
  public:
-  // Opens the file; null when it cannot be opened or its length not be learnt.
+  // The file that `file`, a descriptor open for reading, stands for; it stays the caller's. Null when it is not an
+  // ordinary file.
+  static std::unique_ptr<FileImage> Of(int file);
+  // Opens the file itself; null when it cannot be opened or is not an ordinary one.
   static std::unique_ptr<FileImage> Open(const std::string& path);
 
   ~FileImage() override;
@@ -26,14 +29,15 @@ class FileImage : public inspect::Image {
   bool Read(std::uint64_t offset, void* out, std::size_t count) const override;
 
  private:
-  FileImage(std::FILE* file, std::uint64_t size);
+  FileImage(int file, bool owned, std::uint64_t size);
   const std::uint8_t* Page(std::uint64_t page) const;
 
   static constexpr std::size_t kPageSize = 8192;
   static constexpr std::size_t kPages = 64;
   static constexpr std::uint64_t kNoPage = ~std::uint64_t{0};
 
-  std::FILE* file_;
+  int file_;
+  bool owned_;
   std::uint64_t size_;
   mutable std::vector<std::uint8_t> cache_;    // kPages pages; page p lies in place p mod kPages
   mutable std::vector<std::uint64_t> cached_;  // which page each place holds

@@ -1,6 +1,10 @@
 // The program: finds the sub-command and runs it.
 #include <algorithm>
 #include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -112,20 +116,33 @@ int Guarded(int argc, char** argv) {
     Report("interrupted");
     host::DieOf(interrupt.signal);
   } catch (const std::bad_alloc&) {
-    Report("there is not enough memory");
+    ReportNoMemory();
+    return StatusWithoutMemory();
   }
   return kFailed;
+}
+
+// Where there is no memory even for an exception.
+[[noreturn]] void EndWithoutMemory() {
+  if (std::current_exception() != nullptr) std::abort();
+  ReportNoMemory();
+  std::_Exit(StatusWithoutMemory());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  // 1 would mean "repaired".
+  for (const char* const name : {"check", "repair"}) {
+    if (argc > 1 && std::strcmp(argv[1], name) == 0) SetStatusWithoutMemory(kCouldNotWork);
+  }
+  std::set_terminate(EndWithoutMemory);
   std::setlocale(LC_CTYPE, "");
   host::HoldStandardStreams();
   host::CatchSignals();
   try {
     return Guarded(argc, argv);
   } catch (...) {
-    return kFailed;  // without memory even for the message
+    return StatusWithoutMemory();  // there was none even for the message
   }
 }

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "inspect/check/check.h"
 #include "inspect/repair/apply.h"
@@ -33,15 +34,14 @@ struct RepairOptions {
   bool quiet = false;
 };
 
-// Draws how much of a container has been read, and lets itself be interrupted: reading all of a large one takes long.
-class WatchedImage : public inspect::Image {
+// Draws how much of a container has been read: reading all of a large one takes long.
+class ProgressImage : public inspect::Image {
  public:
-  WatchedImage(const inspect::Image& base, const char* label, bool quiet)
+  ProgressImage(const inspect::Image& base, const char* label, bool quiet)
       : base_(base), progress_(label, base.Size(), quiet) {}
 
   std::uint64_t Size() const override { return base_.Size(); }
   bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-    CheckInterrupt();
     progress_.Advance(count);
     return base_.Read(offset, out, count);
   }
@@ -57,83 +57,90 @@ TimeStamp Now() {
   return {now.year, now.month, now.day, now.hour, now.minute, now.second, 0};
 }
 
-// All of it is on the disk before the first byte of the container changes. Never overwrites a file.
-void WriteUndoFile(const std::string& path, const std::vector<std::uint8_t>& bytes) {
-  const std::string what = "cannot write the undo file " + path;
-  const Descriptor file(host::CreateNew(path));
-  if (file.get() < 0) throw errno == EEXIST ? HostFailure(what, errno, "use another name") : HostFailure(what, errno);
-  try {
-    WriteFully(file.get(), "the undo file " + path, bytes.data(), bytes.size());
-    if (!host::Sync(file.get())) throw HostFailure(what, errno);
-  } catch (const Failure&) {
-    host::Remove(path);
-    throw;
+// What it takes to undo a repair, on the disk with its name before the first byte of the container changes. Never
+// overwrites a file, and goes again unless it is kept: what was not changed needs no undoing.
+class UndoFile {
+ public:
+  UndoFile(const std::string& path, const std::vector<std::uint8_t>& bytes)
+      : path_(path), file_(host::CreateNew(path)) {
+    const std::string what = "cannot write the undo file " + path;
+    if (file_.get() < 0) {
+      throw errno == EEXIST ? HostFailure(what, errno, "use another name") : HostFailure(what, errno);
+    }
+    try {
+      WriteFully(file_.get(), "the undo file " + path, bytes.data(), bytes.size());
+      if (!host::Sync(file_.get())) throw HostFailure(what, errno);
+      SyncDirectory(ParentOf(path));
+    } catch (const Failure&) {
+      host::Remove(path);
+      throw;
+    }
   }
-}
+  ~UndoFile() {
+    if (!kept_) host::Remove(path_);
+  }
+  UndoFile(const UndoFile&) = delete;
+  UndoFile& operator=(const UndoFile&) = delete;
 
-// Everything written to the file is on its disk.
-bool Synchronise(const std::string& path) {
-  const Descriptor file(host::OpenForReading(path));
-  return file.get() >= 0 && host::Sync(file.get());
-}
+  void Keep() { kept_ = true; }
 
-std::unique_ptr<inspect::FileTarget> OpenTarget(const std::string& path) {
-  std::unique_ptr<inspect::FileTarget> target = inspect::FileTarget::Open(path);
-  if (target == nullptr) throw HostFailure("cannot write " + path, errno);
-  return target;
-}
+ private:
+  std::string path_;
+  Descriptor file_;
+  bool kept_ = false;
+};
 
-void Apply(const RepairOptions& options, const RawContainer& container, const inspect::Plan& plan) {
-  const std::unique_ptr<inspect::FileTarget> target = OpenTarget(container.path());
+void Apply(const RepairOptions& options, RawContainer* container, const inspect::Plan& plan) {
+  container->target();  // where writing is refused, no undo file is made
+  std::optional<UndoFile> undo;
   if (!options.undo.empty()) {
-    WriteUndoFile(options.undo, MakeUndo(plan, WatchedImage(container.image(), "undo file", options.quiet)));
+    undo.emplace(options.undo, MakeUndo(plan, ProgressImage(container->image(), "undo file", options.quiet)));
   }
   CheckInterrupt();
-  errno = EIO;
-  // A card may be pulled out next.
-  if (ApplyPlan(plan, target.get()) && Synchronise(container.path())) return;
+  inspect::Target* const target = container->target();
+  if (undo.has_value()) undo->Keep();
+  if (ApplyPlan(plan, target)) return;
   const int error = errno;
-  const std::string path = ShellWord(container.path());
+  const std::string path = ShellWord(container->path());
   throw HostFailure(
-      "cannot finish the repair of " + container.path(), error,
+      "cannot finish the repair of " + container->path(), error,
       "run it again once the disk works; nothing is lost by that: orba repair " + path +
           (options.undo.empty() ? "" : "\ntake it back with: orba undo " + path + " " + ShellWord(options.undo)));
 }
 
 // What the container is after all writes, read anew.
-int JudgeRepair(const RepairOptions& options, const std::string& path) {
-  const inspect::Report report = inspect::Check(RawContainer(path).image());
+int JudgeRepair(const RepairOptions& options, RawContainer* container) {
+  container->Reread();
+  const inspect::Report report = inspect::Check(container->image());
   if (IsSound(report)) {
     if (!options.quiet) SayAfterwards(Painted(Stream::kOutput, Colour::kGreen, "repaired") + "\n");
     return kRepaired;
   }
   if (!options.quiet) SayAfterwards(ShortList(PaintedReport(ToText(report)), options.verbose));
-  Report(Failure(path + " is still damaged", "not everything could be repaired",
-                 "fetch what can be read with: orba recover " + ShellWord(path) + " DIR"));
+  Report(Failure(container->path() + " is still damaged", "not everything could be repaired",
+                 "fetch what can be read with: orba recover " + ShellWord(container->path()) + " DIR"));
   return kDamageLeft;
 }
 
 int Repair(const RepairOptions& options) {
   const std::string path = ParseContainer(options.container);
-  {
-    const RawContainer container(path, options.dryRun ? RawContainer::kRead : RawContainer::kWrite);
-    const inspect::Plan plan = PlanRepair(container.image(), Now());
-    if (!plan.possible) {
-      throw Failure("cannot repair " + path, plan.problem + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
-                    "see what it holds with: orba dump " + ShellWord(path) + " bytes 0", ORB_ERROR_DAMAGED_VOLUME);
-    }
-    if (plan.actions.empty() && IsSound(plan.before)) {
-      if (!options.quiet) Print(Painted(Stream::kOutput, Colour::kGreen, "clean") + ": nothing to repair\n");
-      return kSuccess;
-    }
-    if (!options.quiet) {
-      Print(ShortList(ToText(plan), options.verbose));
-      FlushOutput();  // what is going to be done is said before it is done
-    }
-    if (options.dryRun) return kDamageLeft;
-    Apply(options, container, plan);
+  RawContainer container(path, options.dryRun ? RawContainer::kRead : RawContainer::kWrite);
+  const inspect::Plan plan = PlanRepair(container.image(), Now());
+  if (!plan.possible) {
+    throw Failure("cannot repair " + path, plan.problem + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+                  "see what it holds with: orba dump " + ShellWord(path) + " bytes 0", ORB_ERROR_DAMAGED_VOLUME);
   }
-  return JudgeRepair(options, path);
+  if (plan.actions.empty() && IsSound(plan.before)) {
+    if (!options.quiet) Print(Painted(Stream::kOutput, Colour::kGreen, "clean") + ": nothing to repair\n");
+    return kSuccess;
+  }
+  if (!options.quiet) {
+    Print(ShortList(ToText(plan), options.verbose));
+    FlushOutput();  // what is going to be done is said before it is done
+  }
+  if (options.dryRun) return kDamageLeft;
+  Apply(options, &container, plan);
+  return JudgeRepair(options, &container);
 }
 
 Run DefineRepair(Syntax* syntax) {
@@ -175,7 +182,7 @@ bool BeginsAsUndo(const std::vector<std::uint8_t>& file) {
 }
 
 int RunUndo(const UndoOptions& options) {
-  const RawContainer container(ParseContainer(options.container), RawContainer::kWrite);
+  RawContainer container(ParseContainer(options.container), RawContainer::kWrite);
   const std::vector<std::uint8_t> undo = ReadWholeFile(options.file);
   const std::string what = "cannot undo the repair of " + container.path();
   if (!BeginsAsUndo(undo)) {
@@ -185,15 +192,11 @@ int RunUndo(const UndoOptions& options) {
     throw Failure(what, options.file + " is damaged or cut short: its checksum is wrong",
                   "use an undamaged copy of it; nothing was changed");
   }
-  if (!options.force && !inspect::UndoFits(undo, WatchedImage(container.image(), "undo", false))) {
+  if (!options.force && !inspect::UndoFits(undo, ProgressImage(container.image(), "undo", false))) {
     throw Failure(what, options.file + " is of another container, or this one has changed since the repair",
                   "give the right file; with --force it is applied all the same, which may destroy the container");
   }
-  const std::unique_ptr<inspect::FileTarget> target = OpenTarget(container.path());
-  errno = EIO;
-  if (!ApplyUndo(undo, target.get()) || !Synchronise(container.path())) {
-    throw HostFailure(what, errno, "run it again once the disk works");
-  }
+  if (!ApplyUndo(undo, container.target())) throw HostFailure(what, errno, "run it again once the disk works");
   return kSuccess;
 }
 

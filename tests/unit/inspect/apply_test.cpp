@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <filesystem>
 #include <vector>
 
 #include "tests/support/image_builder.h"
@@ -35,7 +33,13 @@ struct MemoryTarget : Target {
     bytes.resize(size);
     return true;
   }
-  bool Flush() override { return true; }
+  bool Flush() override {
+    flushes.push_back(writes);
+    return flushes.size() <= refuseFlush;
+  }
+
+  std::vector<std::size_t> flushes;  // how many writes came before each
+  std::size_t refuseFlush = ~std::size_t{0};
 };
 
 // A container whose repair overwrites, appends and overlaps.
@@ -70,6 +74,28 @@ TEST(ApplyPlan, aWriteFails_stopsThere) {
   target.refuse = 3;
   EXPECT_FALSE(ApplyPlan(plan, &target));
   EXPECT_EQ(target.bytes, testimage::AfterWrites(plan, before, 3));
+}
+
+TEST(ApplyPlan, severalWrites_markIsFlushedBeforeTheOthersAndTakenAwayAfterThem) {
+  const Bytes before = Damaged().bytes();
+  const Plan plan = PlanFor(before);
+  const std::size_t writes = testimage::WriteCount(plan);
+  MemoryTarget target(before);
+  EXPECT_TRUE(ApplyPlan(plan, &target));
+  EXPECT_EQ(target.flushes, (std::vector<std::size_t>{1, writes - 1, writes}));
+}
+
+TEST(ApplyPlan, aFlushFails_stopsThere) {
+  const Bytes before = Damaged().bytes();
+  const Plan plan = PlanFor(before);
+  const std::size_t writes = testimage::WriteCount(plan);
+  const std::size_t expected[] = {1, writes - 1, writes};
+  for (std::size_t flush = 0; flush < 3; ++flush) {
+    MemoryTarget target(before);
+    target.refuseFlush = flush;
+    EXPECT_FALSE(ApplyPlan(plan, &target)) << flush;
+    EXPECT_EQ(target.writes, expected[flush]) << flush;
+  }
 }
 
 TEST(Undo, afterEveryNumberOfWrites_givesTheOldBytesBack) {
@@ -188,30 +214,6 @@ TEST(Undo, emptyPlan_isAFileThatChangesNothing) {
   MemoryTarget target(before);
   EXPECT_TRUE(ApplyUndo(undo, &target));
   EXPECT_EQ(target.bytes, before);
-}
-
-TEST(FileTarget, writesCutsAndMissingFile) {
-  const std::string path = (std::filesystem::temp_directory_path() / "orba_apply_test_container").string();
-  EXPECT_EQ(FileTarget::Open(path), nullptr);
-  std::FILE* file = std::fopen(path.c_str(), "wb");
-  ASSERT_NE(file, nullptr);
-  std::fputs("0123456789", file);
-  std::fclose(file);
-  {
-    const auto target = FileTarget::Open(path);
-    ASSERT_NE(target, nullptr);
-    EXPECT_TRUE(target->Write(8, "abcd", 4));
-    EXPECT_TRUE(target->Write(0, "X", 1));
-    EXPECT_TRUE(target->Flush());
-    EXPECT_TRUE(target->Cut(11));
-  }
-  const auto image = tool::FileImage::Open(path);
-  ASSERT_NE(image, nullptr);
-  char text[12] = {};
-  EXPECT_EQ(image->Size(), 11u);
-  EXPECT_TRUE(image->Read(0, text, 11));
-  EXPECT_STREQ(text, "X1234567abc");
-  std::filesystem::remove(path);
 }
 
 }  // namespace

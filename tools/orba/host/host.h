@@ -55,7 +55,12 @@ bool Close(int file);  // false where something written before has failed; close
 std::ptrdiff_t Read(int file, void* bytes, std::size_t count);
 std::ptrdiff_t Write(int file, const void* bytes, std::size_t count);
 
-bool Sync(int file);  // all that was written is on the disk
+std::ptrdiff_t ReadAt(int file, std::uint64_t offset, void* bytes, std::size_t count);
+std::ptrdiff_t WriteAt(int file, std::uint64_t offset, const void* bytes, std::size_t count);
+
+// These two go on where a signal stops them.
+bool Truncate(int file, std::uint64_t size);
+bool Sync(int file);  // all that was written is on the disk; true as well where the host cannot sync such a file
 
 // A path under which an open file can be opened again though its name is gone.
 std::string PathOfOpenFile(int file);

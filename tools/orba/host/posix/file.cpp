@@ -100,12 +100,28 @@ std::ptrdiff_t Read(int file, void* bytes, std::size_t count) { return read(file
 
 std::ptrdiff_t Write(int file, const void* bytes, std::size_t count) { return write(file, bytes, count); }
 
+std::ptrdiff_t ReadAt(int file, std::uint64_t offset, void* bytes, std::size_t count) {
+  return pread(file, bytes, count, static_cast<off_t>(offset));
+}
+
+std::ptrdiff_t WriteAt(int file, std::uint64_t offset, const void* bytes, std::size_t count) {
+  return pwrite(file, bytes, count, static_cast<off_t>(offset));
+}
+
+bool Truncate(int file, std::uint64_t size) {
+  int result = 0;
+  do {
+    result = ftruncate(file, static_cast<off_t>(size));
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
 bool Sync(int file) {
   int result = 0;
   do {
     result = fsync(file);
   } while (result != 0 && errno == EINTR);
-  return result == 0;
+  return result == 0 || errno == EINVAL;
 }
 
 std::string PathOfOpenFile(int file) { return "/proc/self/fd/" + std::to_string(file); }

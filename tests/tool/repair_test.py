@@ -1,0 +1,150 @@
+"""What repair and undo do to the host: one descriptor, the order of writes and syncs, failures, signals."""
+import fcntl
+import os
+import re
+import signal
+import subprocess
+import unittest
+
+from support import ORBA, ToolTest, obey_modes
+
+EINTR, EIO = 4, 5
+MEBI = 1 << 20
+
+
+class RepairHostTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.format()
+        self.ok("mkdir", "card.orb:/LOGS")
+        self.put_text("card.orb:/LOGS/DAY1.TXT", "one" * 2000)
+        self.put_text("card.orb:/X", "x")
+        self.lose_logs()
+        self.damaged = self.read("card.orb")
+
+    def lose_logs(self):
+        """The name of the directory goes: its contents have none then."""
+        contents = self.read("card.orb")
+        self.patch("card.orb", contents.index(b"LOGS"), bytes(4))
+
+    def test_the_order_of_writes_and_syncs(self):
+        status, calls = self.host_calls("repair", "--undo", "card.undo", "card.orb")
+        self.assertEqual(status, 1)
+        order = "\n".join(calls) + "\n"
+        self.assertRegex(order, r"^(write /card.undo\n)+sync /card.undo\nsync \n"
+                                r"write /card.orb\nsync /card.orb\n(write /card.orb\n)+sync /card.orb\n"
+                                r"write /card.orb\nsync /card.orb\n$")
+        status, calls = self.host_calls("undo", "card.orb", "card.undo")
+        self.assertEqual(status, 0)
+        self.assertRegex("\n".join(calls) + "\n",
+                         r"^(write /card.orb\n)+sync /card.orb\ncut /card.orb\nsync /card.orb\n$")
+        self.assertEqual(self.read("card.orb"), self.damaged)
+
+    def test_an_undo_file_that_did_not_reach_the_disk_is_removed_and_nothing_changed(self):
+        for at in ("write card.undo 1 %d", "sync card.undo 1 %d", f"sync {self.folder.resolve()} 1 %d"):
+            status, _ = self.host_calls("repair", "--undo", "card.undo", "card.orb", at=at % EIO)
+            self.assertEqual(status, 8, at)
+            self.assertEqual(self.host_names(), ["card.orb"])
+            self.assertEqual(self.read("card.orb"), self.damaged)
+
+    def test_writes_that_are_interrupted_or_short_are_continued(self):
+        self.assertEqual(self.orba("repair", "card.orb").status, 1)
+        repaired = self.read("card.orb")
+        for at in (f"write card.orb 2 {EINTR}", "write card.orb 0 short", "write card.orb 3 short",
+                   f"sync card.orb 1 {EINTR}", "write card.undo 0 short", f"write card.undo 1 {EINTR}"):
+            self.write("card.orb", self.damaged)
+            status, _ = self.host_calls("repair", "--undo", "card.undo", "card.orb", at=at)
+            self.assertEqual(status, 1, at)
+            self.assert_same_but_times(self.read("card.orb"), repaired)
+            status, _ = self.host_calls("undo", "card.orb", "card.undo", at=at)
+            self.assertEqual((status, self.read("card.orb")), (0, self.damaged), at)
+            self.path("card.undo").unlink()
+
+    def assert_same_but_times(self, a, b):
+        """Where a second passed between two repairs, only the stamps of what they made differ."""
+        self.assertEqual(len(a), len(b))
+        self.assertLess(sum(x != y for x, y in zip(a, b)), 16)
+
+    def test_a_repair_that_fails_at_any_write_or_sync_is_taken_back_or_ended_by_another(self):
+        _, calls = self.host_calls("repair", "--undo", "card.undo", "card.orb")
+        self.path("card.undo").unlink()
+        on_container = sum(call.endswith(" /card.orb") for call in calls)
+        for number in range(1, on_container + 1):
+            self.write("card.orb", self.damaged)
+            status, _ = self.host_calls("repair", "--undo", "card.undo", "card.orb",
+                                        at=f"any card.orb {number} {EIO}")
+            self.assertEqual(status, 8, number)
+            torn = self.read("card.orb")
+            self.ok("undo", "card.orb", "card.undo")
+            self.assertEqual(self.read("card.orb"), self.damaged)
+            self.write("card.orb", torn)
+            self.assertIn(self.orba("repair", "card.orb").status, (0, 1))
+            self.assert_clean()
+            self.path("card.undo").unlink()
+
+    def test_a_container_that_may_only_be_read_is_judged_and_left(self):
+        self.path("card.orb").chmod(0o400)
+        self.assertEqual(self.orba("repair", "-n", "card.orb", preexec_fn=obey_modes).status, 4)
+        result = self.orba("repair", "--undo", "card.undo", "card.orb", preexec_fn=obey_modes)
+        self.assertEqual(result.status, 8)
+        self.assertIn("cannot write card.orb: Permission denied (EACCES, 13)", result.err)
+        self.assertEqual(self.host_names(), ["card.orb"])
+        self.format("clean.orb")
+        self.path("clean.orb").chmod(0o400)
+        self.assertEqual(self.orba("repair", "clean.orb", preexec_fn=obey_modes).status, 0)
+
+    def test_a_file_put_in_its_place_meanwhile_is_left_alone(self):
+        self.format("other.orb")
+        self.put_text("other.orb:/KEEP", "healthy")
+        other = self.read("other.orb")
+        reader, writer = os.pipe()
+        fill = bytes(fcntl.fcntl(writer, fcntl.F_GETPIPE_SZ))
+        os.write(writer, fill)  # the plan cannot be said before this is read
+        with subprocess.Popen([ORBA, "repair", "--undo", "card.undo", "card.orb"], stdout=writer,
+                              stderr=subprocess.PIPE, cwd=self.folder, env=self.environment()) as process:
+            os.close(writer)
+            self.wait_until(lambda: self.state_of(process.pid) == "S" and self.syscall_of(process.pid) == "1")
+            self.path("card.orb").rename(self.path("moved.orb"))
+            self.path("other.orb").rename(self.path("card.orb"))
+            with open(reader, "rb") as output:
+                output.read()
+            message = process.stderr.read().decode()
+        self.assertEqual(process.returncode, 8)
+        self.assertIn("orba: cannot write card.orb: another file has taken its place meanwhile\n", message)
+        self.assertEqual(self.read("card.orb"), other)
+        self.assertEqual(self.read("moved.orb"), self.damaged)
+        self.assertEqual(self.host_names(), ["card.orb", "moved.orb"])
+
+    @staticmethod
+    def state_of(process):
+        with open(f"/proc/{process}/stat", encoding="ascii") as stat:
+            return stat.read().rsplit(")", 1)[1].split()[0]
+
+    @staticmethod
+    def syscall_of(process):
+        """The number of the call that it waits in; that of write is 1 where this test runs."""
+        with open(f"/proc/{process}/syscall", encoding="ascii") as call:
+            return call.read().split()[0]
+
+    def test_signals_are_obeyed_while_a_repair_is_planned(self):
+        with open(self.path("card.orb"), "r+b") as container:
+            container.write(bytes(64))  # the layout must be searched for
+            container.truncate(1900 * MEBI)
+        before = os.stat(self.path("card.orb")).st_mtime_ns
+        for command in (["repair"], ["repair", "-n"]):
+            with subprocess.Popen([ORBA, *command, "card.orb"], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                                  cwd=self.folder, env=self.environment()) as process:
+                self.wait_until(lambda: process.poll() is not None or self.bytes_read_by(process.pid) > 20 * MEBI)
+                process.send_signal(signal.SIGTERM)
+                self.assertEqual(process.stderr.read(), b"orba: interrupted\n")
+            self.assertEqual(process.returncode, -signal.SIGTERM)
+        self.assertEqual(os.stat(self.path("card.orb")).st_mtime_ns, before)
+
+    @staticmethod
+    def bytes_read_by(process):
+        with open(f"/proc/{process}/io", encoding="ascii") as counts:
+            return int(re.search(r"rchar: (\d+)", counts.read())[1])
+
+
+if __name__ == "__main__":
+    unittest.main()
