@@ -34,16 +34,14 @@ char* CopyPattern(const char* pattern) {
 // Moves the offset past the next entry that matches and copies its name. Null where there is none.
 const OrbDirEntry* NextMatch(OrbFindEntry* search, const Scratch& buffer, char* name) {
   DirCursor cursor = {search->node, buffer.As<OrbDirEntry>(), search->offset / kDirEntrySize, kNoBlock};
-  for (;; ++cursor.index) {
-    const OrbDirEntry* const entry = OrbDirEntryAt(&cursor);
-    if (entry == nullptr) {
-      FailIfClear(ORB_ERROR_NO_MORE_ENTRIES);
-      return nullptr;
-    }
+  OrbDirEntry* entry = OrbDirEntryAt(&cursor);
+  for (; entry != nullptr; entry = OrbDirEntryAfter(&cursor, entry)) {
     search->offset += kDirEntrySize;
     CopyEntryName(name, entry);
     if (OrbMatchWildcard(name, search->pattern)) return entry;
   }
+  FailIfClear(ORB_ERROR_NO_MORE_ENTRIES);
+  return nullptr;
 }
 
 }  // namespace

@@ -47,6 +47,12 @@ OrbBool Commit(Volume* volume, bool done) {
   return OrbCommitVolume(volume) && done;
 }
 
+// Steps 4 and 5 of the frame for the directory that was worked on.
+OrbBool CommitAndRelease(OrbNode* directory, bool done) {
+  const NodeRef held(directory);
+  return Commit(directory->volume, done);
+}
+
 // Fails and keeps the reference on the source (Q4).
 OrbBool FailKeeping(NodeRef* source) {
   source->Take();
@@ -89,10 +95,11 @@ OrbBool ORB_CALL OrbUnmountVolumeA(const char* volume) { return Begin(volume) &&
 OrbBool ORB_CALL OrbCreateFileA(const char* path, OrbU32 attributes) {
   if (!Begin(path)) return 0;
   char name[kNameSize];
-  const NodeRef parent(OrbWalkPath(name, path));
+  NodeRef parent(OrbWalkPath(name, path));
   if (parent.node == nullptr) return 0;
   if (EndsInSeparator(path)) name[0] = '\0';  // there is no name to create
-  return Commit(parent.node->volume, OrbCreateNodeAt(parent.node, name, static_cast<uint16_t>(attributes)));
+  const bool created = OrbCreateNodeAt(parent.node, name, static_cast<uint16_t>(attributes));
+  return CommitAndRelease(parent.Take(), created);
 }
 
 OrbBool ORB_CALL OrbCreateDirectoryA(const char* path) { return OrbCreateFileA(path, ORB_ATTRIBUTE_DIRECTORY); }
@@ -102,9 +109,10 @@ OrbBool ORB_CALL OrbCopyFileA(const char* source, const char* target) {
   NodeRef file(ResolveFile(source));
   if (file.node == nullptr) return 0;
   char name[kNameSize];
-  const NodeRef directory(OrbWalkPath(name, target));
+  NodeRef directory(OrbWalkPath(name, target));
   if (directory.node == nullptr) return FailKeeping(&file);
-  return Commit(directory.node->volume, OrbCopyNodeTo(directory.node, name, file.node));
+  const bool copied = OrbCopyNodeTo(directory.node, name, file.node);
+  return CommitAndRelease(directory.Take(), copied);
 }
 
 OrbBool ORB_CALL OrbMoveFileA(const char* source, const char* target) {
@@ -113,25 +121,28 @@ OrbBool ORB_CALL OrbMoveFileA(const char* source, const char* target) {
   char toName[kNameSize];
   NodeRef from(OrbWalkPath(fromName, source));
   if (from.node == nullptr) return 0;
-  const NodeRef to(OrbWalkPath(toName, target));
+  NodeRef to(OrbWalkPath(toName, target));
   if (to.node == nullptr) return FailKeeping(&from);
-  return Commit(to.node->volume, OrbMoveNode(to.node, toName, from.node, fromName));
+  const bool moved = OrbMoveNode(to.node, toName, from.node, fromName);
+  return CommitAndRelease(to.Take(), moved);
 }
 
 OrbBool ORB_CALL OrbRenameFileA(const char* path, const char* newName) {
   if (!Begin(path) || !Given(newName)) return 0;
   char name[kNameSize];
-  const NodeRef directory(OrbWalkPath(name, path));
+  NodeRef directory(OrbWalkPath(name, path));
   if (directory.node == nullptr) return 0;
-  return Commit(directory.node->volume, OrbDirRenameEntry(directory.node, newName, name, true));
+  const bool renamed = OrbDirRenameEntry(directory.node, newName, name, true);
+  return CommitAndRelease(directory.Take(), renamed);
 }
 
 OrbBool ORB_CALL OrbDeleteFileA(const char* path) {
   if (!Begin(path)) return 0;
   char name[kNameSize];
-  const NodeRef parent(OrbWalkPath(name, path));
+  NodeRef parent(OrbWalkPath(name, path));
   if (parent.node == nullptr) return 0;
-  return Commit(parent.node->volume, OrbDeleteNodeAt(parent.node, name));
+  const bool deleted = OrbDeleteNodeAt(parent.node, name);
+  return CommitAndRelease(parent.Take(), deleted);
 }
 
 OrbU32 ORB_CALL OrbGetFileAttributesA(const char* path) {

@@ -78,10 +78,9 @@ bool IsSought(const SoughtEntry& sought, const OrbDirEntry* entry) {
 OrbDirEntry* FindEntry(DirCursor* cursor, const char* name) {
   SoughtEntry sought;
   SeekName(&sought, name);
-  for (;; ++cursor->index) {
-    OrbDirEntry* const entry = OrbDirEntryAt(cursor);
-    if (entry == nullptr || IsSought(sought, entry)) return entry;
-  }
+  OrbDirEntry* entry = OrbDirEntryAt(cursor);
+  while (entry != nullptr && !IsSought(sought, entry)) entry = OrbDirEntryAfter(cursor, entry);
+  return entry;
 }
 
 // The entry with a name, "." and ".." skipped; ORB_ERROR_FILE_NOT_FOUND where there is none.
@@ -158,16 +157,18 @@ bool CloseHole(OrbDirEntry* entries, const DirCursor& hole, OrbNode* directory) 
 
 OrbDirEntry* OrbDirEntryAt(DirCursor* cursor) {
   const OrbNode* const directory = cursor->directory;
-  const Volume* const volume = directory->volume;
-  const uint32_t slot = EntrySlot(directory, cursor->index);
-  if (cursor->block == kNoBlock || slot == 0) {
-    const uint32_t position = cursor->index * kDirEntrySize;
-    if (BlockIndex(volume, position) >= BlocksFor(volume, directory->record.size)) return nullptr;
-    cursor->block = ReadDirBlock(cursor->entries, directory, cursor->index);
-    if (cursor->block == kNoBlock) return nullptr;
-  }
-  OrbDirEntry* const entry = &cursor->entries[slot];
+  const uint32_t position = cursor->index * kDirEntrySize;
+  if (position - OffsetInBlock(directory->volume, position) >= directory->record.size) return nullptr;
+  cursor->block = ReadDirBlock(cursor->entries, directory, cursor->index);
+  if (cursor->block == kNoBlock) return nullptr;
+  OrbDirEntry* const entry = &cursor->entries[EntrySlot(directory, cursor->index)];
   return entry->node != 0 ? entry : nullptr;
+}
+
+OrbDirEntry* OrbDirEntryAfter(DirCursor* cursor, OrbDirEntry* entry) {
+  ++cursor->index;
+  if (EntrySlot(cursor->directory, cursor->index) == 0) return OrbDirEntryAt(cursor);
+  return entry[1].node != 0 ? entry + 1 : nullptr;
 }
 
 uint16_t OrbDirLookup(OrbNode* directory, const char* name) {
@@ -197,11 +198,8 @@ bool OrbDirFindName(char* out, OrbNode* directory, uint16_t number) {
   OrbDirEntry* const entries = buffer.As<OrbDirEntry>();
   if (entries == nullptr) return false;
   DirCursor cursor = {directory, entries, kFirstNamedEntry, kNoBlock};
-  const OrbDirEntry* entry = OrbDirEntryAt(&cursor);
-  while (entry != nullptr && EntryNode(entry) != number) {
-    ++cursor.index;
-    entry = OrbDirEntryAt(&cursor);
-  }
+  OrbDirEntry* entry = OrbDirEntryAt(&cursor);
+  while (entry != nullptr && EntryNode(entry) != number) entry = OrbDirEntryAfter(&cursor, entry);
   if (entry == nullptr) return false;
   CopyEntryName(out, entry);
   return true;

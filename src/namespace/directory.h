@@ -30,9 +30,13 @@ struct DirCursor {
   uint32_t block;        // the block that `entries` holds, 0 before the first
 };
 
-// The entry at the cursor, its block read where the cursor has entered a new one. Null at the end of the directory,
-// with no error set, or where the read failed.
+// Reads the block at the cursor and returns the entry there. Null at the end of the directory, with no error set, or
+// where the read failed.
 OrbDirEntry* OrbDirEntryAt(DirCursor* cursor);
+
+// Moves the cursor from an entry, which it returned last, to the next and returns that. Reads only at the start of a
+// block. Null as above.
+OrbDirEntry* OrbDirEntryAfter(DirCursor* cursor, OrbDirEntry* entry);
 
 // Returns the node number that a name stands for, "." and ".." included; 0 with no error set where the name is absent,
 // 0 with the error set where it could not be looked up.

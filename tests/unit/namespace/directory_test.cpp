@@ -947,13 +947,26 @@ TEST_F(Directory, cursor_goes_through_the_entries_and_ends_without_an_error) {
   Bytes room(1024);
   DirCursor cursor = {directory_, reinterpret_cast<OrbDirEntry*>(room.data()), 0, kNoBlock};
   uint32_t seen = 0;
-  while (OrbDirEntryAt(&cursor) != nullptr) {
-    ++cursor.index;
-    ++seen;
-  }
+  for (OrbDirEntry* entry = OrbDirEntryAt(&cursor); entry != nullptr; entry = OrbDirEntryAfter(&cursor, entry)) ++seen;
   EXPECT_EQ(seen, 35u);
   EXPECT_EQ(GetError(), 0u);
   EXPECT_EQ(Calls(), "read block 3 / read block 4");
+}
+
+TEST_F(Directory, cursor_begins_in_the_middle_of_a_block_and_ends_behind_the_last_one) {
+  Fill(64);
+  Bytes room(1024);
+  DirCursor cursor = {directory_, reinterpret_cast<OrbDirEntry*>(room.data()), 62, kNoBlock};
+  OrbDirEntry* entry = OrbDirEntryAt(&cursor);
+  ASSERT_NE(entry, nullptr);
+  EXPECT_STREQ(entry->name, "N062");
+  EXPECT_EQ(cursor.block, 4u);
+  entry = OrbDirEntryAfter(&cursor, entry);
+  ASSERT_NE(entry, nullptr);
+  EXPECT_STREQ(entry->name, "N063");
+  EXPECT_EQ(OrbDirEntryAfter(&cursor, entry), nullptr);
+  EXPECT_EQ(GetError(), 0u);
+  EXPECT_EQ(Calls(), "read block 4");
 }
 
 }  // namespace
