@@ -9,7 +9,7 @@ namespace {
 
 class CopyTest : public VolumeTest {};
 
-TEST_P(CopyTest, file_toAnotherName_isTheSameTwice) {
+TEST_P(CopyTest, file_to_another_name_is_the_same_twice) {
   MakeFile("F", Pattern(1, 5000));
   EXPECT_EQ(Ended(orb->copyFile("f", "g")), Succeeded());
   EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "F", "G"}));
@@ -17,7 +17,7 @@ TEST_P(CopyTest, file_toAnotherName_isTheSameTwice) {
   EXPECT_EQ(Contents("G"), Pattern(1, 5000));
 }
 
-TEST_P(CopyTest, copy_changed_leavesTheSource) {
+TEST_P(CopyTest, copy_changed_leaves_the_source) {
   MakeFile("F", Pattern(1, 5000));
   EXPECT_EQ(Ended(orb->copyFile("F", "G")), Succeeded());
   const OrbHandle file = Open("G");
@@ -26,14 +26,14 @@ TEST_P(CopyTest, copy_changed_leavesTheSource) {
   EXPECT_EQ(Contents("F"), Pattern(1, 5000));
 }
 
-TEST_P(CopyTest, file_intoASubdirectory_isThere) {
+TEST_P(CopyTest, file_into_a_subdirectory_is_there) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   MakeFile("F", Pattern(1, 100));
   EXPECT_EQ(Ended(orb->copyFile("F", "D/F")), Succeeded());
   EXPECT_EQ(Contents("D/F"), Pattern(1, 100));
 }
 
-TEST_P(CopyTest, attributes_areCopied) {
+TEST_P(CopyTest, attributes_are_copied) {
   for (OrbU32 attributes = 0; attributes < 4; ++attributes) {
     const std::string name = "F" + std::to_string(attributes);
     EXPECT_EQ(Ended(orb->createFile(name.c_str(), attributes)), Succeeded());
@@ -42,13 +42,13 @@ TEST_P(CopyTest, attributes_areCopied) {
   }
 }
 
-TEST_P(CopyTest, file_empty_isEmpty) {
+TEST_P(CopyTest, file_empty_is_empty) {
   MakeFile("F");
   EXPECT_EQ(Ended(orb->copyFile("F", "G")), Succeeded());
   EXPECT_EQ(SizeOf("G"), 0u);
 }
 
-TEST_P(CopyTest, source_open_isCopied) {
+TEST_P(CopyTest, source_open_is_copied) {
   MakeFile("F", Pattern(1, 100));
   const OrbHandle file = Open("F");
   EXPECT_EQ(Ended(orb->copyFile("F", "G")), Succeeded());
@@ -56,7 +56,7 @@ TEST_P(CopyTest, source_open_isCopied) {
   EXPECT_EQ(Contents("G"), Pattern(1, 100));
 }
 
-TEST_P(CopyTest, file_toAnotherVolumeAndBack_isTheSame) {
+TEST_P(CopyTest, file_to_another_volume_and_back_is_the_same) {
   FormatAndMount(kSecond, 64, 4096, "OTHER");
   MakeFile("F", Pattern(1, 10000));
   EXPECT_EQ(Ended(orb->copyFile("F", "OTHER:/G")), Succeeded());
@@ -68,7 +68,7 @@ TEST_P(CopyTest, file_toAnotherVolumeAndBack_isTheSame) {
 }
 
 // Only creating refuses them.
-TEST_P(CopyTest, target_endingInSeparators_isTheNameBeforeThem) {
+TEST_P(CopyTest, target_ending_in_separators_is_the_name_before_them) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   MakeFile("F", Pattern(1, 100));
   EXPECT_EQ(Ended(orb->copyFile("F", "NEW/")), Succeeded());
@@ -82,12 +82,12 @@ TEST_P(CopyTest, target_endingInSeparators_isTheNameBeforeThem) {
 
 // ---- Failures -------------------------------------------------------------------------------------------------------
 
-TEST_P(CopyTest, source_missing_failsFileNotFound) {
+TEST_P(CopyTest, source_missing_fails_file_not_found) {
   EXPECT_EQ(Ended(orb->copyFile("X", "Y")), Failed(ORB_ERROR_FILE_NOT_FOUND));
   EXPECT_EQ(Ended(orb->copyFile("X", "MISSING/Y")), Failed(ORB_ERROR_FILE_NOT_FOUND));
 }
 
-TEST_P(CopyTest, source_directory_failsWrongKind) {
+TEST_P(CopyTest, source_directory_fails_wrong_kind) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   for (const char* path : {"D", "D/", ".", "/", "VOL:"}) {
     EXPECT_EQ(Ended(orb->copyFile(path, "E")), Failed(ORB_ERROR_WRONG_KIND)) << path;
@@ -95,7 +95,7 @@ TEST_P(CopyTest, source_directory_failsWrongKind) {
   EXPECT_EQ(Ended(orb->deleteFile("D")), Succeeded());
 }
 
-TEST_P(CopyTest, target_taken_failsFileExists) {
+TEST_P(CopyTest, target_taken_fails_file_exists) {
   MakeFile("F", Pattern(1, 10));
   MakeFile("G", Pattern(2, 20));
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
@@ -106,7 +106,7 @@ TEST_P(CopyTest, target_taken_failsFileExists) {
   Close(Open("F"));
 }
 
-TEST_P(CopyTest, target_illegalName_failsInvalidName) {
+TEST_P(CopyTest, target_illegal_name_fails_invalid_name) {
   MakeFile("F");
   for (const char* name : {"A*", "A B", "/", "."}) {
     EXPECT_EQ(Ended(orb->copyFile("F", name)), Failed(ORB_ERROR_INVALID_NAME)) << name;
@@ -115,7 +115,7 @@ TEST_P(CopyTest, target_illegalName_failsInvalidName) {
 }
 
 // The source stays held when the target's directory does not resolve, until its volume is unmounted.
-TEST_P(CopyTest, targetDirectoryMissing_holdsTheSource) {
+TEST_P(CopyTest, target_directory_missing_holds_the_source) {
   MakeFile("F", Pattern(1, 10));
   EXPECT_EQ(Ended(orb->copyFile("F", "MISSING/G")), Failed(ORB_ERROR_PATH_NOT_FOUND));
   EXPECT_EQ(Ended(orb->openFile("F", ORB_OPEN_READ)), Failed(ORB_ERROR_IN_USE, ORB_INVALID_HANDLE));
@@ -127,7 +127,7 @@ TEST_P(CopyTest, targetDirectoryMissing_holdsTheSource) {
   EXPECT_EQ(Contents("G"), Pattern(1, 10));
 }
 
-TEST_P(CopyTest, targetNotResolved_whateverTheReason_holdsTheSource) {
+TEST_P(CopyTest, target_not_resolved_whatever_the_reason_holds_the_source) {
   int number = 0;
   const struct {
     std::string target;
@@ -149,7 +149,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, CopyTest, ::testing::ValuesIn(EveryVariant()), V
 
 class CopyOnHostTest : public VolumeTest {};
 
-TEST_P(CopyOnHostTest, sourceHeld_isFreeAfterItsVolumeWasUnmounted) {
+TEST_P(CopyOnHostTest, source_held_is_free_after_its_volume_was_unmounted) {
   MakeFile("F");
   EXPECT_EQ(Ended(orb->copyFile("F", "MISSING/G")), Failed(ORB_ERROR_PATH_NOT_FOUND));
   EXPECT_EQ(Ended(orb->openFile("F", 0)), Failed(ORB_ERROR_IN_USE, ORB_INVALID_HANDLE));
@@ -167,7 +167,7 @@ class CopyBlockSizesTest : public ApiTest, public ::testing::WithParamInterface<
   const OrbU32 to = std::get<2>(GetParam());
 };
 
-TEST_P(CopyBlockSizesTest, copy_sizesAroundEveryBorder_isTheSame) {
+TEST_P(CopyBlockSizesTest, copy_sizes_around_every_border_is_the_same) {
   FormatAndMount(kMemory, 64, from, "FROM");
   FormatAndMount(kFirst, 64, to, "TO");
   for (const OrbU32 block : {from, to}) {
@@ -187,7 +187,7 @@ TEST_P(CopyBlockSizesTest, copy_sizesAroundEveryBorder_isTheSame) {
 }
 
 // No more blocks than the data needs, the rest of the last one zero.
-TEST_P(CopyBlockSizesTest, copy_takesTheBlocksItNeeds) {
+TEST_P(CopyBlockSizesTest, copy_takes_the_blocks_it_needs) {
   FormatAndMount(kMemory, 64, from, "FROM");
   for (const OrbU32 size : {1u, 1024u, 1500u, 2048u, 4096u, 5000u, 6144u}) {
     FormatAndMount(kFirst, 64, to, "TO");
@@ -215,7 +215,7 @@ INSTANTIATE_TEST_SUITE_P(Pairs, CopyBlockSizesTest,
                                   std::to_string(std::get<2>(test.param));
                          });
 
-TEST_P(CopyOnHostTest, largeFile_goesThroughBothMaps) {
+TEST_P(CopyOnHostTest, large_file_goes_through_both_maps) {
   FormatAndMount(kMemory, 64, 8192, "LARGE");
   const Bytes data = Pattern(1, 300001);
   MakeFile("LARGE:F", data);
@@ -229,7 +229,7 @@ TEST_P(CopyOnHostTest, largeFile_goesThroughBothMaps) {
 
 // ---- Times ----------------------------------------------------------------------------------------------------------
 
-TEST_P(CopyOnHostTest, anySize_keepsTheSourcesStamp) {
+TEST_P(CopyOnHostTest, any_size_keeps_the_sources_stamp) {
   const std::vector<OrbU32> sizes = {0, 1, 1024, 5000};
   for (const OrbU32 size : sizes) MakeFile("F" + std::to_string(size), Pattern(1, size));
   Unmount("VOL");

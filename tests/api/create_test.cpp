@@ -6,7 +6,7 @@ namespace {
 
 class CreateTest : public VolumeTest {};
 
-TEST_P(CreateTest, file_new_isEmptyAndClosed) {
+TEST_P(CreateTest, file_new_is_empty_and_closed) {
   EXPECT_EQ(Ended(orb->createFile("F", 0)), Succeeded());
   const Found found = Find("F");
   EXPECT_EQ(found.name, "F");
@@ -15,7 +15,7 @@ TEST_P(CreateTest, file_new_isEmptyAndClosed) {
   Close(Open("F"));
 }
 
-TEST_P(CreateTest, directory_new_holdsItselfAndItsParent) {
+TEST_P(CreateTest, directory_new_holds_itself_and_its_parent) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   EXPECT_EQ(SizeOf("D"), 64u);
   EXPECT_EQ(List("D/*"), (std::vector<std::string>{".", ".."}));
@@ -23,7 +23,7 @@ TEST_P(CreateTest, directory_new_holdsItselfAndItsParent) {
   EXPECT_EQ(Ended(orb->getFileAttributes("D")), Succeeded(8));
 }
 
-TEST_P(CreateTest, anything_new_growsItsDirectoryBy32) {
+TEST_P(CreateTest, anything_new_grows_its_directory_by_32) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   EXPECT_EQ(Ended(orb->createFile("D/A", 0)), Succeeded());
   EXPECT_EQ(SizeOf("D"), 96u);
@@ -31,7 +31,7 @@ TEST_P(CreateTest, anything_new_growsItsDirectoryBy32) {
   EXPECT_EQ(SizeOf("D"), 128u);
 }
 
-TEST_P(CreateTest, anything_new_isStampedNow) {
+TEST_P(CreateTest, anything_new_is_stamped_now) {
   const std::string before = Now();
   EXPECT_EQ(Ended(orb->createFile("F", 0)), Succeeded());
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
@@ -42,7 +42,7 @@ TEST_P(CreateTest, anything_new_isStampedNow) {
   }
 }
 
-TEST_P(CreateTest, createDirectory_isCreateFileWithTheDirectoryBit) {
+TEST_P(CreateTest, create_directory_is_create_file_with_the_directory_bit) {
   EXPECT_EQ(Ended(orb->createFile("D", ORB_ATTRIBUTE_DIRECTORY)), Succeeded());
   EXPECT_EQ(Ended(orb->createFile("D/F", 0)), Succeeded());
   EXPECT_EQ(Ended(orb->createDirectory("d")), Failed(ORB_ERROR_FILE_EXISTS));
@@ -50,7 +50,7 @@ TEST_P(CreateTest, createDirectory_isCreateFileWithTheDirectoryBit) {
 
 // ---- Attributes -----------------------------------------------------------------------------------------------------
 
-TEST_P(CreateTest, attributes_ofFiles_areKept) {
+TEST_P(CreateTest, attributes_of_files_are_kept) {
   EXPECT_EQ(Ended(orb->createFile("F0", 0)), Succeeded());
   EXPECT_EQ(Ended(orb->createFile("F1", 1)), Succeeded());
   EXPECT_EQ(Ended(orb->createFile("F2", 2)), Succeeded());
@@ -60,7 +60,7 @@ TEST_P(CreateTest, attributes_ofFiles_areKept) {
   }
 }
 
-TEST_P(CreateTest, attributes_besideTheDirectoryBit_areDropped) {
+TEST_P(CreateTest, attributes_beside_the_directory_bit_are_dropped) {
   for (const OrbU32 attributes : {8u, 9u, 10u, 11u}) {
     EXPECT_EQ(Ended(orb->createFile("D", attributes)), Succeeded()) << attributes;
     EXPECT_EQ(Ended(orb->getFileAttributes("D")), Succeeded(8)) << attributes;
@@ -68,7 +68,7 @@ TEST_P(CreateTest, attributes_besideTheDirectoryBit_areDropped) {
   }
 }
 
-TEST_P(CreateTest, attributes_anyOtherBit_failsInvalidArgument) {
+TEST_P(CreateTest, attributes_any_other_bit_fails_invalid_argument) {
   for (OrbU32 bit = 4; bit < 0x10000; bit <<= 1) {
     if (bit == 8) continue;
     for (const OrbU32 attributes : {bit, bit | 1, bit | 8}) {
@@ -78,14 +78,14 @@ TEST_P(CreateTest, attributes_anyOtherBit_failsInvalidArgument) {
   EXPECT_EQ(List("*"), (std::vector<std::string>{".", ".."}));
 }
 
-TEST_P(CreateTest, attributes_above16Bits_areIgnored) {
+TEST_P(CreateTest, attributes_above_16_bits_are_ignored) {
   EXPECT_EQ(Ended(orb->createFile("F", 0xFFFF0002)), Succeeded());
   EXPECT_EQ(Ended(orb->getFileAttributes("F")), Succeeded(2));
 }
 
 // ---- Failures -------------------------------------------------------------------------------------------------------
 
-TEST_P(CreateTest, name_takenInAnyCase_failsFileExists) {
+TEST_P(CreateTest, name_taken_in_any_case_fails_file_exists) {
   EXPECT_EQ(Ended(orb->createFile("AB", 0)), Succeeded());
   EXPECT_EQ(Ended(orb->createDirectory("CD")), Succeeded());
   for (const char* name : {"AB", "ab", "aB", "CD", "cd"}) {
@@ -96,7 +96,7 @@ TEST_P(CreateTest, name_takenInAnyCase_failsFileExists) {
 }
 
 // "." and ".." become the directory's real name in its real parent.
-TEST_P(CreateTest, name_dots_failsWithWhatTheyStandFor) {
+TEST_P(CreateTest, name_dots_fails_with_what_they_stand_for) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   EXPECT_EQ(Ended(orb->createDirectory("D/A")), Succeeded());
   EXPECT_EQ(Ended(orb->createFile("D/A/..", 0)), Failed(ORB_ERROR_FILE_EXISTS));
@@ -106,7 +106,7 @@ TEST_P(CreateTest, name_dots_failsWithWhatTheyStandFor) {
   EXPECT_EQ(Ended(orb->createDirectory("/..")), Failed(ORB_ERROR_INVALID_NAME));
 }
 
-TEST_P(CreateTest, nodes_allTaken_failsNoFreeNode) {
+TEST_P(CreateTest, nodes_all_taken_fails_no_free_node) {
   Format(kSecond, 2, 1024);
   Mount(kSecond, "SMALL");
   for (int i = 0; i < 15; ++i) {
@@ -141,7 +141,7 @@ class CreatedImageTest : public ApiTest {
   }
 };
 
-TEST_F(CreatedImageTest, file_new_takesTheLowestNodeAndNoBlock) {
+TEST_F(CreatedImageTest, file_new_takes_the_lowest_node_and_no_block) {
   MakeFile("name.txt");
   const Image image = Unmounted();
   EXPECT_EQ(image.Blocks(), 2u);
@@ -156,7 +156,7 @@ TEST_F(CreatedImageTest, file_new_takesTheLowestNodeAndNoBlock) {
   EXPECT_TRUE(image.All(image.Node(2) + 15, 49, 0));
 }
 
-TEST_F(CreatedImageTest, directory_new_takesOneBlock) {
+TEST_F(CreatedImageTest, directory_new_takes_one_block) {
   EXPECT_EQ(Ended(OrbCreateDirectoryA("D")), Succeeded());
   EXPECT_EQ(Ended(OrbCreateDirectoryA("D/E")), Succeeded());
   const Image image = Unmounted();
@@ -172,7 +172,7 @@ TEST_F(CreatedImageTest, directory_new_takesOneBlock) {
   EXPECT_TRUE(image.All(block + 64, 960, 0));
 }
 
-TEST_F(CreatedImageTest, seventeenthNode_takesANodeBlockOfItsOwn) {
+TEST_F(CreatedImageTest, seventeenth_node_takes_a_node_block_of_its_own) {
   MakeFiles(2, 16);
   EXPECT_EQ(Look(kFirst, "VOL").Blocks(), 2u);
   MakeFiles(17, 17);
@@ -186,7 +186,7 @@ TEST_F(CreatedImageTest, seventeenthNode_takesANodeBlockOfItsOwn) {
   }
 }
 
-TEST_F(CreatedImageTest, deletedNode_isTakenAgainFirst) {
+TEST_F(CreatedImageTest, deleted_node_is_taken_again_first) {
   MakeFiles(2, 9);
   EXPECT_EQ(Ended(OrbDeleteFileA("F5")), Succeeded());
   MakeFile("NEW");
@@ -195,7 +195,7 @@ TEST_F(CreatedImageTest, deletedNode_isTakenAgainFirst) {
   EXPECT_EQ(image.Text(image.Block(2) + 32 * 9 + 2, 4), std::string("NEW\0", 4));
 }
 
-TEST_F(CreatedImageTest, lastNodeOfABlock_deleted_givesTheBlockBack) {
+TEST_F(CreatedImageTest, last_node_of_a_block_deleted_gives_the_block_back) {
   MakeFiles(2, 17);
   EXPECT_EQ(Ended(OrbDeleteFileA("F17")), Succeeded());
   {
@@ -210,7 +210,7 @@ TEST_F(CreatedImageTest, lastNodeOfABlock_deleted_givesTheBlockBack) {
 }
 
 // The bitmap may allow more nodes than the table has blocks for.
-TEST_F(ApiTest, nodes_beyondTheTable_failNoFreeNode) {
+TEST_F(ApiTest, nodes_beyond_the_table_fail_no_free_node) {
   FormatAndMount(kMemory, 896, 1024, "MEM");
   OrbU32 made = 1;  // the root
   std::string directory;
@@ -256,7 +256,7 @@ class FullContainerTest : public ApiTest, public ::testing::WithParamInterface<V
   const Form* const orb = GetParam().form;
 };
 
-TEST_P(FullContainerTest, growthReaching2GiB_failsVolumeFullAndIsUndone) {
+TEST_P(FullContainerTest, growth_reaching_2_gib_fails_volume_full_and_is_undone) {
   Grow(kLimit - 1024);
   EXPECT_EQ(Ended(orb->createDirectory("D")), Failed(ORB_ERROR_VOLUME_FULL));
   EXPECT_EQ(Ended(orb->createFile("D", ORB_ATTRIBUTE_DIRECTORY)), Failed(ORB_ERROR_VOLUME_FULL));
@@ -274,7 +274,7 @@ TEST_P(FullContainerTest, growthReaching2GiB_failsVolumeFullAndIsUndone) {
   EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "F"}));
 }
 
-TEST_P(FullContainerTest, growthJustBelow2GiB_succeedsOnce) {
+TEST_P(FullContainerTest, growth_just_below_2_gib_succeeds_once) {
   Grow(kLimit - 1025);
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   EXPECT_EQ(Ended(orb->createDirectory("E")), Failed(ORB_ERROR_VOLUME_FULL));
@@ -292,7 +292,7 @@ TEST_P(FullContainerTest, growthJustBelow2GiB_succeedsOnce) {
 }
 
 // Nodes 1 to 16 fill a block.
-TEST_P(FullContainerTest, noRoomForTheNode_failsVolumeFullAndIsUndone) {
+TEST_P(FullContainerTest, no_room_for_the_node_fails_volume_full_and_is_undone) {
   for (int i = 2; i <= 16; ++i) MakeFile("F" + std::to_string(i));
   Grow(kLimit - 1024);
   EXPECT_EQ(Ended(orb->createFile("X", 0)), Failed(ORB_ERROR_VOLUME_FULL));
@@ -306,7 +306,7 @@ TEST_P(FullContainerTest, noRoomForTheNode_failsVolumeFullAndIsUndone) {
 }
 
 // 30 names fill a directory's block; with them, their directory, the root and F, 33 nodes are taken.
-TEST_P(FullContainerTest, noRoomForTheName_failsVolumeFullAndIsUndone) {
+TEST_P(FullContainerTest, no_room_for_the_name_fails_volume_full_and_is_undone) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   for (int i = 0; i < 30; ++i) MakeFile("D/N" + std::to_string(i));
   MakeFile("F");
@@ -330,7 +330,7 @@ TEST_P(FullContainerTest, noRoomForTheName_failsVolumeFullAndIsUndone) {
   EXPECT_EQ(Ended(orb->getFileAttributes("D/X")), Succeeded(0));
 }
 
-TEST_P(FullContainerTest, copy_withoutSpace_isUndone) {
+TEST_P(FullContainerTest, copy_without_space_is_undone) {
   Grow(kLimit - 1025);
   MakeFile("F", Pattern(1, 1000));
   EXPECT_EQ(Ended(orb->copyFile("F", "G")), Failed(ORB_ERROR_VOLUME_FULL));
@@ -340,7 +340,7 @@ TEST_P(FullContainerTest, copy_withoutSpace_isUndone) {
   EXPECT_EQ(Contents("G"), Pattern(2, 1000));
 }
 
-TEST_P(FullContainerTest, copy_outOfSpaceHalfWay_givesBackWhatItTook) {
+TEST_P(FullContainerTest, copy_out_of_space_half_way_gives_back_what_it_took) {
   MakeFile("F", Pattern(1, 3000));
   MakeFile("E", Pattern(2, 2048));
   Grow(kLimit - 1024);

@@ -30,7 +30,7 @@ class CurrentDirectoryTest : public VolumeTest {
 
 // ---- The current directory ------------------------------------------------------------------------------------------
 
-TEST_P(CurrentDirectoryTest, set_anyDirectory_isTold) {
+TEST_P(CurrentDirectoryTest, set_any_directory_is_told) {
   EXPECT_EQ(Current(), "VOL:/");
   const struct {
     const char* path;
@@ -53,7 +53,7 @@ TEST_P(CurrentDirectoryTest, set_anyDirectory_isTold) {
   }
 }
 
-TEST_P(CurrentDirectoryTest, set_aFile_failsWrongKindAndStays) {
+TEST_P(CurrentDirectoryTest, set_a_file_fails_wrong_kind_and_stays) {
   GoTo("Logs");
   EXPECT_EQ(Ended(orb->setCurrentDirectory("/File")), Failed(ORB_ERROR_WRONG_KIND));
   EXPECT_EQ(Current(), "VOL:/LOGS");
@@ -61,7 +61,7 @@ TEST_P(CurrentDirectoryTest, set_aFile_failsWrongKindAndStays) {
   EXPECT_EQ(Ended(orb->deleteFile("/File")), Succeeded());
 }
 
-TEST_P(CurrentDirectoryTest, set_missing_failsPathNotFoundAndStays) {
+TEST_P(CurrentDirectoryTest, set_missing_fails_path_not_found_and_stays) {
   GoTo("Logs");
   for (const char* path : {"X", "/X", "X/Y", "/File/X"}) {
     EXPECT_EQ(Ended(orb->setCurrentDirectory(path)), Failed(ORB_ERROR_PATH_NOT_FOUND)) << path;
@@ -70,14 +70,14 @@ TEST_P(CurrentDirectoryTest, set_missing_failsPathNotFoundAndStays) {
   EXPECT_EQ(Current(), "VOL:/LOGS");
 }
 
-TEST_P(CurrentDirectoryTest, set_another_letsThePreviousGo) {
+TEST_P(CurrentDirectoryTest, set_another_lets_the_previous_go) {
   GoTo("Logs/Old");
   GoTo("/");
   EXPECT_EQ(Ended(orb->deleteFile("Logs/Old")), Succeeded());
   EXPECT_EQ(Ended(orb->deleteFile("Logs")), Succeeded());
 }
 
-TEST_P(CurrentDirectoryTest, set_again_staysHeld) {
+TEST_P(CurrentDirectoryTest, set_again_stays_held) {
   GoTo("Logs");
   GoTo(".");
   GoTo("/Logs");
@@ -87,7 +87,7 @@ TEST_P(CurrentDirectoryTest, set_again_staysHeld) {
   EXPECT_EQ(Ended(orb->deleteFile("Logs")), Succeeded());
 }
 
-TEST_P(CurrentDirectoryTest, directoryAbove_ofTheCurrentOne_mayBeRenamedAndMoved) {
+TEST_P(CurrentDirectoryTest, directory_above_of_the_current_one_may_be_renamed_and_moved) {
   GoTo("Logs/Old");
   EXPECT_EQ(Ended(orb->renameFile("/Logs", "L")), Succeeded());
   EXPECT_EQ(Current(), "VOL:/L/OLD");
@@ -96,7 +96,7 @@ TEST_P(CurrentDirectoryTest, directoryAbove_ofTheCurrentOne_mayBeRenamedAndMoved
   EXPECT_EQ(Current(), "VOL:/DIR/L/OLD");
 }
 
-TEST_P(CurrentDirectoryTest, set_anotherVolume_movesThere) {
+TEST_P(CurrentDirectoryTest, set_another_volume_moves_there) {
   FormatAndMount(kSecond, 64, 1024, "OTHER");
   GoTo("OTHER:");
   EXPECT_EQ(Current(), "OTHER:/");
@@ -106,7 +106,7 @@ TEST_P(CurrentDirectoryTest, set_anotherVolume_movesThere) {
 
 // ---- Full path names --------------------------------------------------------------------------------------------------
 
-TEST_P(CurrentDirectoryTest, fullPath_ofAnything_isAbsoluteAndInUpperCase) {
+TEST_P(CurrentDirectoryTest, full_path_of_anything_is_absolute_and_in_upper_case) {
   GoTo("Logs");
   EXPECT_EQ(Full("old"), "VOL:/LOGS/OLD");
   EXPECT_EQ(Full("not there yet"), "VOL:/LOGS/NOT THERE YET");
@@ -119,7 +119,7 @@ TEST_P(CurrentDirectoryTest, fullPath_ofAnything_isAbsoluteAndInUpperCase) {
   EXPECT_EQ(Full("*.txt"), "VOL:/LOGS/*.TXT");
 }
 
-TEST_P(CurrentDirectoryTest, fullPath_notResolved_failsAndIsEmpty) {
+TEST_P(CurrentDirectoryTest, full_path_not_resolved_fails_and_is_empty) {
   std::string full = "x";
   EXPECT_EQ(Ended(orb->getFullPathName(&full, "X/Y")), Failed(ORB_ERROR_PATH_NOT_FOUND));
   EXPECT_EQ(full, "");
@@ -128,7 +128,7 @@ TEST_P(CurrentDirectoryTest, fullPath_notResolved_failsAndIsEmpty) {
   EXPECT_EQ(full, "");
 }
 
-TEST_P(CurrentDirectoryTest, fullPath_illegalPath_failsInvalidNameAndIsEmpty) {
+TEST_P(CurrentDirectoryTest, full_path_illegal_path_fails_invalid_name_and_is_empty) {
   for (const std::string& path : {std::string(30, 'N'), std::string(30, 'N') + "/X", "LOGS/" + std::string(30, 'N'),
                                   std::string("A B:/X"), std::string(":X"), std::string(30, 'V') + ":X"}) {
     std::string full = "x";
@@ -137,7 +137,7 @@ TEST_P(CurrentDirectoryTest, fullPath_illegalPath_failsInvalidNameAndIsEmpty) {
   }
 }
 
-TEST_P(CurrentDirectoryTest, fullPath_holdsNothing) {
+TEST_P(CurrentDirectoryTest, full_path_holds_nothing) {
   std::string full;
   EXPECT_EQ(Full("Logs/Old/X"), "VOL:/LOGS/OLD/X");
   EXPECT_EQ(Ended(orb->getFullPathName(&full, "Logs/Old/X/Y")), Failed(ORB_ERROR_PATH_NOT_FOUND));
@@ -150,7 +150,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, CurrentDirectoryTest, ::testing::ValuesIn(EveryV
 class FullPathLimitTest : public VolumeTest {};
 
 // "VOL:/" and four directories of 29 characters make 5 + 4 x 30 = 125.
-TEST_P(FullPathLimitTest, length_127Characters_isTheMost) {
+TEST_P(FullPathLimitTest, length_127_characters_is_the_most) {
   std::string path;
   for (int level = 0; level < 4; ++level) {
     path += std::string(29, static_cast<char>('A' + level)) + "/";
@@ -164,7 +164,7 @@ TEST_P(FullPathLimitTest, length_127Characters_isTheMost) {
   EXPECT_EQ(full, "");
 }
 
-TEST_P(FullPathLimitTest, length_currentDirectoryTooDeep_failsPathTooLongAndWorksOn) {
+TEST_P(FullPathLimitTest, length_current_directory_too_deep_fails_path_too_long_and_works_on) {
   for (int level = 0; level < 5; ++level) {
     const std::string name(29, static_cast<char>('A' + level));
     EXPECT_EQ(Ended(orb->createDirectory(name.c_str())), Succeeded());
@@ -178,7 +178,7 @@ TEST_P(FullPathLimitTest, length_currentDirectoryTooDeep_failsPathTooLongAndWork
 }
 
 // 60 directories of one character make 5 + 60 x 2 = 125 in front of the last name.
-TEST_P(FullPathLimitTest, levels_asManyAsFit_areClimbed) {
+TEST_P(FullPathLimitTest, levels_as_many_as_fit_are_climbed) {
   std::string path;
   for (int level = 0; level < 60; ++level) {
     path += level == 0 ? "D" : "/D";
@@ -193,7 +193,7 @@ TEST_P(FullPathLimitTest, levels_asManyAsFit_areClimbed) {
 }
 
 // Names may lie as deep as they like; only their full form has a limit.
-TEST_P(FullPathLimitTest, levels_moreThanTheChainHolds_failPathTooLong) {
+TEST_P(FullPathLimitTest, levels_more_than_the_chain_holds_fail_path_too_long) {
   std::string path;
   for (int level = 0; level < 70; ++level) {
     path += level == 0 ? "D" : "/D";
@@ -218,7 +218,7 @@ TEST_P(FullPathLimitTest, levels_moreThanTheChainHolds_failPathTooLong) {
 INSTANTIATE_TEST_SUITE_P(Forms, FullPathLimitTest, ::testing::ValuesIn(EveryVariant()), VariantName);
 
 // A volume name of one character leaves room for 62 directories: 3 + 62 x 2 = 127, and none for a name behind them.
-TEST_F(ApiTest, fullPath_62DirectoriesDeep_hasNoRoomForAName) {
+TEST_F(ApiTest, full_path_62_directories_deep_has_no_room_for_a_name) {
   FormatAndMount(kFirst, 64, 1024, "V");
   std::string path = "D";
   for (int level = 1; level < 61; ++level) {
@@ -235,7 +235,7 @@ TEST_F(ApiTest, fullPath_62DirectoriesDeep_hasNoRoomForAName) {
 }
 
 // Results are converted last.
-TEST_F(ApiTest, wideBuffers_afterAFailure_areAsTheyWere) {
+TEST_F(ApiTest, wide_buffers_after_a_failure_are_as_they_were) {
   const WideString before = Wide("as it was");
   OrbWideChar buffer[ORB_WIDE_PATH_BUFFER];
   before.copy(buffer, before.size());
@@ -247,7 +247,7 @@ TEST_F(ApiTest, wideBuffers_afterAFailure_areAsTheyWere) {
 }
 
 // Nothing behind the result's own bytes is written.
-TEST_F(ApiTest, fullPath_longest_fitsItsBuffers) {
+TEST_F(ApiTest, full_path_longest_fits_its_buffers) {
   FormatAndMount(kFirst, 64, 1024, "V");
   std::string path;
   for (int level = 0; level < 4; ++level) {

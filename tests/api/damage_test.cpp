@@ -106,22 +106,22 @@ class DamageFormTest : public DamageTest, public ::testing::WithParamInterface<V
 
 // ---- Entries and nodes ------------------------------------------------------------------------------------------------
 
-TEST_P(DamageFormTest, entry_numberAboveTheBitmap_failsDamagedRecord) {
+TEST_P(DamageFormTest, entry_number_above_the_bitmap_fails_damaged_record) {
   MountWithEntry(1, 4, 8 * 64 + 1);
   ExpectNodeOfGToFail(ORB_ERROR_DAMAGED_RECORD);
 }
 
-TEST_P(DamageFormTest, entry_numberWithoutANodeBlock_failsDamagedRecord) {
+TEST_P(DamageFormTest, entry_number_without_a_node_block_fails_damaged_record) {
   MountWithEntry(1, 4, 100);
   EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_ATTRIBUTES));
 }
 
-TEST_P(DamageFormTest, entry_largestNumber_failsDamagedRecord) {
+TEST_P(DamageFormTest, entry_largest_number_fails_damaged_record) {
   MountWithEntry(1, 4, 0xFFFF);
   EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_ATTRIBUTES));
 }
 
-TEST_P(DamageFormTest, entry_nameWithoutEnd_isCutAt29Characters) {
+TEST_P(DamageFormTest, entry_name_without_end_is_cut_at_29_characters) {
   const Image image(kFirst);
   Patch(kFirst, image.Block(image.Direct(kE, 0)) + 64 + 2, Bytes(30, 'Z'));
   Mount(kFirst, "VOL");
@@ -132,14 +132,14 @@ TEST_P(DamageFormTest, entry_nameWithoutEnd_isCutAt29Characters) {
   EXPECT_EQ(full, "VOL:/D/E");
 }
 
-TEST_P(DamageFormTest, node_deletedThoughFreeInTheBitmap_failsDamagedRecord) {
+TEST_P(DamageFormTest, node_deleted_though_free_in_the_bitmap_fails_damaged_record) {
   Patch(kFirst, 1024, {0xFF});
   Mount(kFirst, "VOL");
   EXPECT_EQ(Ended(orb->deleteFile("G")), damaged_);
   EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
 }
 
-TEST_P(DamageFormTest, table_blockBeyondTheEnd_failsDamagedVolume) {
+TEST_P(DamageFormTest, table_block_beyond_the_end_fails_damaged_volume) {
   PatchU32(kFirst, 132, 100000);
   const Image image(kFirst);
   PatchU16(kFirst, image.Block(2) + 32 * 4, 20);
@@ -149,28 +149,28 @@ TEST_P(DamageFormTest, table_blockBeyondTheEnd_failsDamagedVolume) {
 
 // ---- Files ------------------------------------------------------------------------------------------------------------
 
-TEST_F(DamageTest, file_directSlotEmpty_readsUpToIt) {
+TEST_F(DamageTest, file_direct_slot_empty_reads_up_to_it) {
   MountWithNode(kF, 32 + 4 * 2, 0);
   OrbU32 done = 0;
   EXPECT_EQ(Read("D/E/F", 7 * 1024, &done), damaged_);
   EXPECT_EQ(done, 2048u);
 }
 
-TEST_F(DamageTest, file_blockBeyondTheEnd_readsUpToIt) {
+TEST_F(DamageTest, file_block_beyond_the_end_reads_up_to_it) {
   MountWithNode(kF, 32 + 4 * 2, 100000);
   OrbU32 done = 0;
   EXPECT_EQ(Read("D/E/F", 7 * 1024, &done), Failed(ORB_ERROR_DAMAGED_VOLUME));
   EXPECT_EQ(done, 2048u);
 }
 
-TEST_F(DamageTest, file_mapMissing_readsUpToIt) {
+TEST_F(DamageTest, file_map_missing_reads_up_to_it) {
   MountWithNode(kF, 56, 0);
   OrbU32 done = 0;
   EXPECT_EQ(Read("D/E/F", 7 * 1024, &done), damaged_);
   EXPECT_EQ(done, 6144u);
 }
 
-TEST_F(DamageTest, file_mapSlotEmpty_readsUpToIt) {
+TEST_F(DamageTest, file_map_slot_empty_reads_up_to_it) {
   const Image image(kFirst);
   PatchU32(kFirst, image.Block(image.U32(image.Node(kF) + 56)), 0);
   Mount(kFirst, "VOL");
@@ -179,14 +179,14 @@ TEST_F(DamageTest, file_mapSlotEmpty_readsUpToIt) {
   EXPECT_EQ(done, 6144u);
 }
 
-TEST_F(DamageTest, file_secondMapMissing_readsUpToIt) {
+TEST_F(DamageTest, file_second_map_missing_reads_up_to_it) {
   MountWithNode(kBig, 60, 0);
   OrbU32 done = 0;
   EXPECT_EQ(Read("BIG", 264 * 1024, &done), damaged_);
   EXPECT_EQ(done, 262 * 1024u);
 }
 
-TEST_F(DamageTest, file_secondMapSlotEmpty_readsUpToIt) {
+TEST_F(DamageTest, file_second_map_slot_empty_reads_up_to_it) {
   const Image image(kFirst);
   PatchU32(kFirst, image.Block(image.U32(image.Node(kBig) + 60)), 0);
   Mount(kFirst, "VOL");
@@ -195,7 +195,7 @@ TEST_F(DamageTest, file_secondMapSlotEmpty_readsUpToIt) {
   EXPECT_EQ(done, 262 * 1024u);
 }
 
-TEST_F(DamageTest, file_sizeBeyondItsBlocks_readsAsFarAsThereAre) {
+TEST_F(DamageTest, file_size_beyond_its_blocks_reads_as_far_as_there_are) {
   MountWithNode(kG, 16, 0xFFFFFFFF);
   OrbU32 done = 0;
   EXPECT_EQ(Read("G", 5000, &done), damaged_);
@@ -203,7 +203,7 @@ TEST_F(DamageTest, file_sizeBeyondItsBlocks_readsAsFarAsThereAre) {
   EXPECT_EQ(SizeOf("G"), 0xFFFFFFFFu);
 }
 
-TEST_F(DamageTest, file_blockMissing_isNotOverwrittenEither) {
+TEST_F(DamageTest, file_block_missing_is_not_overwritten_either) {
   MountWithNode(kF, 32, 0);
   const OrbHandle file = Open("D/E/F");
   unsigned char byte = 0;
@@ -213,19 +213,19 @@ TEST_F(DamageTest, file_blockMissing_isNotOverwrittenEither) {
   Close(file);
 }
 
-TEST_P(DamageFormTest, file_blockMissing_isNotCopied) {
+TEST_P(DamageFormTest, file_block_missing_is_not_copied) {
   MountWithNode(kF, 32 + 4 * 2, 0);
   EXPECT_EQ(Ended(orb->copyFile("D/E/F", "COPY")), damaged_);
   EXPECT_EQ(Attributes("COPY"), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
 }
 
-TEST_P(DamageFormTest, file_blockBeyondTheEnd_isNotCopied) {
+TEST_P(DamageFormTest, file_block_beyond_the_end_is_not_copied) {
   MountWithNode(kF, 32 + 4 * 2, 100000);
   EXPECT_EQ(Ended(orb->copyFile("D/E/F", "COPY")), Failed(ORB_ERROR_DAMAGED_VOLUME));
   EXPECT_EQ(Attributes("COPY"), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
 }
 
-TEST_P(DamageFormTest, file_blockBeyondTheEnd_cannotBeGivenBack) {
+TEST_P(DamageFormTest, file_block_beyond_the_end_cannot_be_given_back) {
   MountWithNode(kG, 32, 100000);
   EXPECT_EQ(Ended(orb->deleteFile("G")), damaged_);
   EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
@@ -233,31 +233,31 @@ TEST_P(DamageFormTest, file_blockBeyondTheEnd_cannotBeGivenBack) {
 
 // ---- Directories ------------------------------------------------------------------------------------------------------
 
-TEST_P(DamageFormTest, directory_ofNoSize_failsDamagedRecord) {
+TEST_P(DamageFormTest, directory_of_no_size_fails_damaged_record) {
   MountWithNode(kD, 16, 0);
   EXPECT_EQ(Attributes("D/E"), Failed(ORB_ERROR_DAMAGED_RECORD, ORB_INVALID_ATTRIBUTES));
   EXPECT_EQ(Ended(orb->createFile("D/X", 0)), damaged_);
   EXPECT_EQ(Ended(orb->deleteFile("D/E")), damaged_);
 }
 
-TEST_P(DamageFormTest, directory_sizeBeyondItsBlocks_failsDamagedRecord) {
+TEST_P(DamageFormTest, directory_size_beyond_its_blocks_fails_damaged_record) {
   MountWithNode(kD, 16, 0x00100000);
   EXPECT_EQ(Attributes("D/E"), Succeeded(8));  // found before the end of what there is
   EXPECT_EQ(Ended(orb->createFile("D/E/X", 0)), Succeeded());
 }
 
-TEST_P(DamageFormTest, directory_blockMissing_failsDamagedRecord) {
+TEST_P(DamageFormTest, directory_block_missing_fails_damaged_record) {
   MountWithNode(kD, 32, 0);
   ExpectDirectoryDToFail(ORB_ERROR_DAMAGED_RECORD);
 }
 
-TEST_P(DamageFormTest, directory_blockBeyondTheEnd_failsDamagedVolume) {
+TEST_P(DamageFormTest, directory_block_beyond_the_end_fails_damaged_volume) {
   MountWithNode(kD, 32, 100000);
   ExpectDirectoryDToFail(ORB_ERROR_DAMAGED_VOLUME);
 }
 
 // A directory need not be readable to become the current one.
-TEST_P(DamageFormTest, currentDirectory_parentOfNoNode_failsDamagedRecord) {
+TEST_P(DamageFormTest, current_directory_parent_of_no_node_fails_damaged_record) {
   MountWithEntry(kE, 1, 8 * 64 + 1);
   EXPECT_EQ(Ended(orb->setCurrentDirectory("D/E")), Succeeded());
   std::string path = "x";
@@ -266,7 +266,7 @@ TEST_P(DamageFormTest, currentDirectory_parentOfNoNode_failsDamagedRecord) {
   EXPECT_EQ(Attributes("F"), Succeeded(0));
 }
 
-TEST_P(DamageFormTest, currentDirectory_blockBeyondTheEnd_failsDamagedVolume) {
+TEST_P(DamageFormTest, current_directory_block_beyond_the_end_fails_damaged_volume) {
   MountWithNode(kE, 32, 100000);
   EXPECT_EQ(Ended(orb->setCurrentDirectory("D/E")), Succeeded());
   std::string path = "x";
@@ -275,7 +275,7 @@ TEST_P(DamageFormTest, currentDirectory_blockBeyondTheEnd_failsDamagedVolume) {
 }
 
 // E says that it is its own parent: there is no way up from it.
-TEST_P(DamageFormTest, directory_itsOwnParent_failsWithoutHanging) {
+TEST_P(DamageFormTest, directory_its_own_parent_fails_without_hanging) {
   MountWithEntry(kE, 1, kE);
   std::string full;
   EXPECT_EQ(Ended(orb->getFullPathName(&full, "D/E/F")), Failed(ORB_ERROR_PATH_TOO_LONG));
@@ -286,7 +286,7 @@ TEST_P(DamageFormTest, directory_itsOwnParent_failsWithoutHanging) {
 }
 
 // D is an entry of E too: the tree has become a ring.
-TEST_P(DamageFormTest, directory_ringOfTwo_failsWithoutHanging) {
+TEST_P(DamageFormTest, directory_ring_of_two_fails_without_hanging) {
   MountWithEntry(kD, 1, kE);
   std::string full;
   EXPECT_EQ(Ended(orb->getFullPathName(&full, "D/E/F")), Failed(ORB_ERROR_PATH_TOO_LONG));
@@ -296,7 +296,7 @@ TEST_P(DamageFormTest, directory_ringOfTwo_failsWithoutHanging) {
 
 // ---- The free chain -----------------------------------------------------------------------------------------------------
 
-TEST_F(DamageTest, chain_nextRecordDamaged_failsWhenItIsNeeded) {
+TEST_F(DamageTest, chain_next_record_damaged_fails_when_it_is_needed) {
   Mount(kFirst, "VOL");
   EXPECT_EQ(Ended(OrbDeleteFileA("BIG")), Succeeded());  // more blocks than one record holds
   Unmount("VOL");
@@ -431,7 +431,7 @@ class DamageSweepTest : public DamageTest, public ::testing::WithParamInterface<
 };
 
 // In the tables and the first blocks, where nodes, directories and maps lie.
-TEST_P(DamageSweepTest, anyBytesInTheMetadata_areSurvived) {
+TEST_P(DamageSweepTest, any_bytes_in_the_metadata_are_survived) {
   for (OrbU32 round = 0; round < 20; ++round) {
     const OrbU32 seed = GetParam() * 1000 + round;
     Random random(seed);
@@ -441,7 +441,7 @@ TEST_P(DamageSweepTest, anyBytesInTheMetadata_areSurvived) {
   }
 }
 
-TEST_P(DamageSweepTest, anyBytesInTheFirstBlocks_areSurvived) {
+TEST_P(DamageSweepTest, any_bytes_in_the_first_blocks_are_survived) {
   for (OrbU32 round = 0; round < 20; ++round) {
     const OrbU32 seed = GetParam() * 1000 + 500 + round;
     Random random(seed);
@@ -452,7 +452,7 @@ TEST_P(DamageSweepTest, anyBytesInTheFirstBlocks_areSurvived) {
 }
 
 // Cut at any place, and used all the same.
-TEST_P(DamageSweepTest, anyLength_isSurvived) {
+TEST_P(DamageSweepTest, any_length_is_survived) {
   Random random(GetParam());
   for (OrbU32 round = 0; round < 10; ++round) {
     const std::size_t length = random.Below(static_cast<OrbU32>(sound_.size()));

@@ -9,14 +9,14 @@ namespace {
 
 class ErrorTest : public ApiTest {};
 
-TEST_F(ErrorTest, error_setToAnyValue_isRead) {
+TEST_F(ErrorTest, error_set_to_any_value_is_read) {
   for (const OrbU32 code : {0x12345678u, 0u, 0xFFFFFFFFu, ORB_ERROR_WRITE}) {
     _OrbSetError(code);
     EXPECT_EQ(OrbGetLastError(), code);
   }
 }
 
-TEST_F(ErrorTest, error_read_staysSet) {
+TEST_F(ErrorTest, error_read_stays_set) {
   _OrbSetError(0x12345678);
   EXPECT_EQ(OrbGetLastError(), 0x12345678u);
   EXPECT_EQ(OrbGetLastError(), 0x12345678u);
@@ -28,7 +28,7 @@ TEST_F(ErrorTest, error_cleared_is0) {
   EXPECT_EQ(OrbGetLastError(), 0u);
 }
 
-TEST_F(ErrorTest, codes_haveTheirDocumentedValues) {
+TEST_F(ErrorTest, codes_have_their_documented_values) {
   EXPECT_EQ(ORB_ERROR_NO_MORE_ENTRIES, 0x10000001u);
   const OrbU32 codes[] = {ORB_ERROR_CANNOT_CREATE,
                           ORB_ERROR_CANNOT_OPEN,
@@ -76,7 +76,7 @@ TEST_F(ErrorTest, codes_haveTheirDocumentedValues) {
 }
 
 // Every call that can succeed without arguments to fail on clears what was there before.
-TEST_F(ErrorTest, everyCall_succeeding_leaves0) {
+TEST_F(ErrorTest, every_call_succeeding_leaves_0) {
   struct Step {
     const char* name;
     std::function<OrbU32()> call;
@@ -154,7 +154,7 @@ TEST_F(ErrorTest, everyCall_succeeding_leaves0) {
   }
 }
 
-TEST_F(ErrorTest, wideCall_stringMissing_leavesItsCodeOverTheOldOne) {
+TEST_F(ErrorTest, wide_call_string_missing_leaves_its_code_over_the_old_one) {
   _OrbSetError(0x12345678);
   EXPECT_EQ(Ended(OrbDeleteFileW(nullptr)), Failed(ORB_ERROR_INVALID_ARGUMENT));
 }
@@ -162,7 +162,7 @@ TEST_F(ErrorTest, wideCall_stringMissing_leavesItsCodeOverTheOldOne) {
 // ---- Byte order -----------------------------------------------------------------------------------------------------
 
 // Every host that the library runs on is little-endian, as containers are.
-TEST_F(ErrorTest, convertEndian_anyLength_changesNothing) {
+TEST_F(ErrorTest, convert_endian_any_length_changes_nothing) {
   for (OrbU32 length = 0; length <= 8; ++length) {
     unsigned char bytes[] = {1, 2, 3, 4, 5, 6, 7, 8};
     OrbConvertEndian(bytes, length);
@@ -171,7 +171,7 @@ TEST_F(ErrorTest, convertEndian_anyLength_changesNothing) {
   }
 }
 
-TEST_F(ErrorTest, convertEndian_nothingOfNull_succeeds) {
+TEST_F(ErrorTest, convert_endian_nothing_of_null_succeeds) {
   _OrbSetError(0x12345678);
   OrbConvertEndian(nullptr, 0);
   EXPECT_EQ(OrbGetLastError(), 0u);
@@ -179,7 +179,7 @@ TEST_F(ErrorTest, convertEndian_nothingOfNull_succeeds) {
 
 // ---- Clock ----------------------------------------------------------------------------------------------------------
 
-TEST_F(ErrorTest, getTime_fillsSevenBytes) {
+TEST_F(ErrorTest, get_time_fills_seven_bytes) {
   struct {
     OrbTime time;
     unsigned char behind;
@@ -191,7 +191,7 @@ TEST_F(ErrorTest, getTime_fillsSevenBytes) {
   EXPECT_EQ(record.behind, 0x5A);
 }
 
-TEST_F(ErrorTest, getTime_isADate) {
+TEST_F(ErrorTest, get_time_is_a_date) {
   OrbTime now = {};
   OrbGetTime(&now);
   EXPECT_GE(now.year, 2000);
@@ -200,7 +200,7 @@ TEST_F(ErrorTest, getTime_isADate) {
   EXPECT_TRUE(now.hour <= 23 && now.minute <= 59 && now.second <= 59) << Stamp(now);
 }
 
-TEST_F(ErrorTest, getTime_isUtc) {
+TEST_F(ErrorTest, get_time_is_utc) {
   // The two clocks may tick up to a moment apart.
   const auto utc = [](int seconds) {
     const std::time_t now = std::time(nullptr) + seconds;
@@ -215,7 +215,7 @@ TEST_F(ErrorTest, getTime_isUtc) {
   EXPECT_LE(now, after);
 }
 
-TEST_F(ErrorTest, getTime_oddAddress_isFilled) {
+TEST_F(ErrorTest, get_time_odd_address_is_filled) {
   unsigned char bytes[16] = {};
   OrbGetTime(reinterpret_cast<OrbTime*>(bytes + 1));
   EXPECT_EQ(bytes[0], 0);

@@ -35,7 +35,7 @@ class FindTest : public VolumeTest {
 
 // ---- Patterns -------------------------------------------------------------------------------------------------------
 
-TEST_P(FindTest, pattern_matchesByTheRule) {
+TEST_P(FindTest, pattern_matches_by_the_rule) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   const Names all = {"A",      "AA",     "AB",  "ABC", "ACC", "BA", "A.TXT", "B.TXT", "A.B.TXT",
                      "XA.TXT", "README", "XYA", "A~1", "[X]", "A.", ".A",    "..."};
@@ -94,7 +94,7 @@ TEST_P(FindTest, pattern_matchesByTheRule) {
   }
 }
 
-TEST_P(FindTest, pattern_ofNothing_listsAll) {
+TEST_P(FindTest, pattern_of_nothing_lists_all) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   MakeFile("D/F");
   for (const char* pattern : {"D/", "/D/", "VOL:/D//", "VOL:D/"}) {
@@ -106,14 +106,14 @@ TEST_P(FindTest, pattern_ofNothing_listsAll) {
 }
 
 // Without the separator, the last part is a pattern: here one that names the directory itself.
-TEST_P(FindTest, pattern_aDirectorysName_findsTheDirectory) {
+TEST_P(FindTest, pattern_a_directorys_name_finds_the_directory) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   EXPECT_EQ(FoundBy("D"), (Names{"D"}));
   EXPECT_EQ(FoundBy("/D"), (Names{"D"}));
   EXPECT_EQ(FoundBy("D/."), (Names{"D"}));
 }
 
-TEST_P(FindTest, pattern_29Characters_isAccepted30Refused) {
+TEST_P(FindTest, pattern_29_characters_is_accepted_30_refused) {
   MakeFile(std::string(29, 'N'));
   EXPECT_EQ(FoundBy(std::string(29, '?')), (Names{std::string(29, 'N')}));
   EXPECT_EQ(TryFind(std::string(30, '?').c_str()), Failed(ORB_ERROR_INVALID_NAME, ORB_INVALID_HANDLE));
@@ -122,7 +122,7 @@ TEST_P(FindTest, pattern_29Characters_isAccepted30Refused) {
 
 // ---- Records --------------------------------------------------------------------------------------------------------
 
-TEST_P(FindTest, record_ofAFile_saysAll) {
+TEST_P(FindTest, record_of_a_file_says_all) {
   const std::string before = Now();
   EXPECT_EQ(Ended(orb->createFile("file.txt", ORB_ATTRIBUTE_USER)), Succeeded());
   const OrbHandle file = Open("FILE.TXT");
@@ -138,7 +138,7 @@ TEST_P(FindTest, record_ofAFile_saysAll) {
   EXPECT_LE(found.time, Now());
 }
 
-TEST_P(FindTest, record_ofDirectories_saysSizeAndBit) {
+TEST_P(FindTest, record_of_directories_says_size_and_bit) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   MakeFile("D/F");
   Found found;
@@ -153,7 +153,7 @@ TEST_P(FindTest, record_ofDirectories_saysSizeAndBit) {
   EXPECT_EQ(Ended(OrbFindClose(search)), Succeeded());
 }
 
-TEST_P(FindTest, record_ofAnOpenFile_isUpToDate) {
+TEST_P(FindTest, record_of_an_open_file_is_up_to_date) {
   MakeFile("F");
   const OrbHandle file = Open("F");
   WriteAt(file, 0, Pattern(1, 77));
@@ -163,7 +163,7 @@ TEST_P(FindTest, record_ofAnOpenFile_isUpToDate) {
 
 // ---- Failures -------------------------------------------------------------------------------------------------------
 
-TEST_P(FindTest, nothingMatches_failsNoMoreEntriesAndHoldsNothing) {
+TEST_P(FindTest, nothing_matches_fails_no_more_entries_and_holds_nothing) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(TryFind("D/X*"), Failed(ORB_ERROR_NO_MORE_ENTRIES, ORB_INVALID_HANDLE));
@@ -171,24 +171,24 @@ TEST_P(FindTest, nothingMatches_failsNoMoreEntriesAndHoldsNothing) {
   EXPECT_EQ(Ended(orb->deleteFile("D")), Succeeded());
 }
 
-TEST_P(FindTest, directoryMissing_failsPathNotFound) {
+TEST_P(FindTest, directory_missing_fails_path_not_found) {
   EXPECT_EQ(TryFind("X/*"), Failed(ORB_ERROR_PATH_NOT_FOUND, ORB_INVALID_HANDLE));
   EXPECT_EQ(TryFind("X/"), Failed(ORB_ERROR_PATH_NOT_FOUND, ORB_INVALID_HANDLE));
   EXPECT_EQ(TryFind("X/Y/"), Failed(ORB_ERROR_PATH_NOT_FOUND, ORB_INVALID_HANDLE));
 }
 
-TEST_P(FindTest, directoryIsAFile_failsWithTheReason) {
+TEST_P(FindTest, directory_is_a_file_fails_with_the_reason) {
   MakeFile("F");
   EXPECT_EQ(TryFind("F/*"), Failed(ORB_ERROR_PATH_NOT_FOUND, ORB_INVALID_HANDLE));
   EXPECT_EQ(TryFind("F/"), Failed(ORB_ERROR_NOT_A_DIRECTORY, ORB_INVALID_HANDLE));
   EXPECT_EQ(Ended(orb->deleteFile("F")), Succeeded());
 }
 
-TEST_P(FindTest, volumeMissing_failsNotMounted) {
+TEST_P(FindTest, volume_missing_fails_not_mounted) {
   EXPECT_EQ(TryFind("OTHER:*"), Failed(ORB_ERROR_NOT_MOUNTED, ORB_INVALID_HANDLE));
 }
 
-TEST_P(FindTest, directorySearchedAlready_failsAlreadyOpen) {
+TEST_P(FindTest, directory_searched_already_fails_already_open) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   Found found;
   const OrbHandle search = orb->findFirstFile("D/*", &found);
@@ -201,7 +201,7 @@ TEST_P(FindTest, directorySearchedAlready_failsAlreadyOpen) {
   EXPECT_EQ(FoundBy("D/*"), (Names{".", ".."}));
 }
 
-TEST_P(FindTest, end_reached_staysReached) {
+TEST_P(FindTest, end_reached_stays_reached) {
   Found found;
   const OrbHandle search = orb->findFirstFile("*", &found);
   EXPECT_EQ(Ended(orb->findNextFile(search, &found)), Succeeded());
@@ -211,7 +211,7 @@ TEST_P(FindTest, end_reached_staysReached) {
   EXPECT_EQ(Ended(OrbFindClose(search)), Succeeded());
 }
 
-TEST_P(FindTest, end_reachedWithoutClosing_keepsTheDirectoryBusy) {
+TEST_P(FindTest, end_reached_without_closing_keeps_the_directory_busy) {
   Found found;
   const OrbHandle search = orb->findFirstFile("*", &found);
   EXPECT_EQ(Ended(orb->findNextFile(search, &found)), Succeeded());
@@ -220,7 +220,7 @@ TEST_P(FindTest, end_reachedWithoutClosing_keepsTheDirectoryBusy) {
   EXPECT_EQ(Ended(OrbFindClose(search)), Succeeded());
 }
 
-TEST_P(FindTest, handle_notOfASearch_failsInvalidHandle) {
+TEST_P(FindTest, handle_not_of_a_search_fails_invalid_handle) {
   MakeFile("F");
   const OrbHandle file = Open("F");
   Found found = {};
@@ -241,7 +241,7 @@ TEST_P(FindTest, handle_notOfASearch_failsInvalidHandle) {
 
 // ---- A directory that changes under its search ------------------------------------------------------------------------
 
-TEST_P(FindTest, nameAdded_duringASearch_isFound) {
+TEST_P(FindTest, name_added_during_a_search_is_found) {
   Found found;
   const OrbHandle search = orb->findFirstFile("*", &found);
   MakeFile("F");
@@ -252,7 +252,7 @@ TEST_P(FindTest, nameAdded_duringASearch_isFound) {
   EXPECT_EQ(Ended(OrbFindClose(search)), Succeeded());
 }
 
-TEST_P(FindTest, nameAdded_afterTheEnd_isFound) {
+TEST_P(FindTest, name_added_after_the_end_is_found) {
   Found found;
   const OrbHandle search = orb->findFirstFile("*", &found);
   EXPECT_EQ(Ended(orb->findNextFile(search, &found)), Succeeded());
@@ -264,7 +264,7 @@ TEST_P(FindTest, nameAdded_afterTheEnd_isFound) {
 }
 
 // Each deletion moves the last name into the hole just passed, so that only every other pass sees all.
-TEST_P(FindTest, namesDeleted_duringASearch_areSkippedNotRepeated) {
+TEST_P(FindTest, names_deleted_during_a_search_are_skipped_not_repeated) {
   for (const char* name : {"A", "B", "C", "D"}) MakeFile(name);
   Found found;
   Names seen;
@@ -278,7 +278,7 @@ TEST_P(FindTest, namesDeleted_duringASearch_areSkippedNotRepeated) {
   EXPECT_EQ(FoundBy("?"), (Names{".", "D", "C"}));
 }
 
-TEST_P(FindTest, directoryEmptied_duringASearch_endsIt) {
+TEST_P(FindTest, directory_emptied_during_a_search_ends_it) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   for (int i = 0; i < 40; ++i) MakeFile("D/F" + std::to_string(i));
   Found found;
@@ -321,18 +321,18 @@ class FindTableTest : public VolumeTest {
   std::vector<OrbHandle> searches_;
 };
 
-TEST_P(FindTableTest, slots_areTakenInTurn) {
+TEST_P(FindTableTest, slots_are_taken_in_turn) {
   for (OrbU32 i = 0; i < ORB_MAX_SEARCHES; ++i) {
     EXPECT_EQ(searches_[i], 0x20000u | ((searches_[0] + i) % ORB_MAX_SEARCHES)) << i;
   }
 }
 
-TEST_P(FindTableTest, slots_allTaken_failsTooManySearches) {
+TEST_P(FindTableTest, slots_all_taken_fails_too_many_searches) {
   EXPECT_EQ(Ended(Search(64)), Failed(ORB_ERROR_TOO_MANY_SEARCHES, ORB_INVALID_HANDLE));
   EXPECT_EQ(Ended(Search(5)), Failed(ORB_ERROR_ALREADY_OPEN, ORB_INVALID_HANDLE));
 }
 
-TEST_P(FindTableTest, slots_keepSearchesApart) {
+TEST_P(FindTableTest, slots_keep_searches_apart) {
   Found found;
   for (const OrbHandle search : searches_) {
     EXPECT_EQ(Ended(orb->findNextFile(search, &found)), Succeeded());
@@ -340,7 +340,7 @@ TEST_P(FindTableTest, slots_keepSearchesApart) {
   }
 }
 
-TEST_P(FindTableTest, slots_someFree_areTakenFromTheCursorOn) {
+TEST_P(FindTableTest, slots_some_free_are_taken_from_the_cursor_on) {
   CloseSearch(40);
   CloseSearch(3);
   EXPECT_EQ(Search(64), searches_[3]);
@@ -352,7 +352,7 @@ TEST_P(FindTableTest, slots_someFree_areTakenFromTheCursorOn) {
 }
 
 // A search that finds nothing takes a slot and gives it back; the next one lands there.
-TEST_P(FindTableTest, slot_ofASearchThatFoundNothing_isFreeAgain) {
+TEST_P(FindTableTest, slot_of_a_search_that_found_nothing_is_free_again) {
   CloseSearch(10);
   Found found;
   EXPECT_EQ(Ended(orb->findFirstFile("D64/X", &found)), Failed(ORB_ERROR_NO_MORE_ENTRIES, ORB_INVALID_HANDLE));
@@ -389,7 +389,7 @@ class FindRecordTest : public ApiTest {
   static Bytes ExpectedHead() { return {3, 0, 0, 0, 1999 & 0xFF, 1999 >> 8, 2, 3, 4, 5, 6, 0x77, 0x34, 0x12, 0, 0}; }
 };
 
-TEST_F(FindRecordTest, ansiRecord_hasTheDocumentedBytes) {
+TEST_F(FindRecordTest, ansi_record_has_the_documented_bytes) {
   OrbFindDataA found;
   const OrbHandle search = OrbFindFirstFileA("F", &found);
   EXPECT_EQ(Ended(OrbFindClose(search)), Succeeded());
@@ -398,7 +398,7 @@ TEST_F(FindRecordTest, ansiRecord_hasTheDocumentedBytes) {
   EXPECT_EQ(Bytes(bytes + 16, bytes + 18), (Bytes{'F', 0}));
 }
 
-TEST_F(FindRecordTest, wideRecord_hasTheDocumentedBytes) {
+TEST_F(FindRecordTest, wide_record_has_the_documented_bytes) {
   OrbFindDataW found;
   const OrbHandle search = OrbFindFirstFileW(Wide("F").c_str(), &found);
   EXPECT_EQ(Ended(OrbFindClose(search)), Succeeded());
@@ -408,7 +408,7 @@ TEST_F(FindRecordTest, wideRecord_hasTheDocumentedBytes) {
 }
 
 // An entry of number 0 ends a listing, whatever lies behind it.
-TEST_F(FindRecordTest, entryOfNumber0_endsTheListing) {
+TEST_F(FindRecordTest, entry_of_number_0_ends_the_listing) {
   MakeFile("G");
   MakeFile("H");
   Unmount("VOL");
@@ -443,7 +443,7 @@ class LargeDirectoryTest : public ApiTest, public ::testing::WithParamInterface<
   OrbU32 perBlock_ = 0;
 };
 
-TEST_P(LargeDirectoryTest, names_overABlockBorder_areAllThere) {
+TEST_P(LargeDirectoryTest, names_over_a_block_border_are_all_there) {
   const OrbU32 count = perBlock_ + 3;
   MakeFiles(count);
   EXPECT_EQ(SizeOf("D"), 32 * (count + 2));
@@ -457,7 +457,7 @@ TEST_P(LargeDirectoryTest, names_overABlockBorder_areAllThere) {
   EXPECT_EQ(Ended(OrbCreateFileA(("D/" + Name(count - 1)).c_str(), 0)), Failed(ORB_ERROR_FILE_EXISTS));
 }
 
-TEST_P(LargeDirectoryTest, names_deletedFromTheFront_keepTheRest) {
+TEST_P(LargeDirectoryTest, names_deleted_from_the_front_keep_the_rest) {
   const OrbU32 count = perBlock_ + 10;
   MakeFiles(count);
   std::set<std::string> left;
@@ -473,7 +473,7 @@ TEST_P(LargeDirectoryTest, names_deletedFromTheFront_keepTheRest) {
   EXPECT_EQ(Ended(OrbDeleteFileA("D")), Succeeded());
 }
 
-TEST_P(LargeDirectoryTest, names_renamedInTheSecondBlock_areFound) {
+TEST_P(LargeDirectoryTest, names_renamed_in_the_second_block_are_found) {
   const OrbU32 count = perBlock_ + 3;
   MakeFiles(count);
   EXPECT_EQ(Ended(OrbRenameFileA(("D/" + Name(count - 2)).c_str(), "X")), Succeeded());
@@ -493,7 +493,7 @@ INSTANTIATE_TEST_SUITE_P(Volumes, LargeDirectoryTest,
                          });
 
 // 32 entries to a block of 1024 bytes: the 31st name takes a second block, and its deletion gives that back.
-TEST_F(ApiTest, directory_31stName_takesAndGivesBackABlock) {
+TEST_F(ApiTest, directory_31st_name_takes_and_gives_back_a_block) {
   FormatAndMount(kFirst, 64, 1024, "VOL");
   EXPECT_EQ(Ended(OrbCreateDirectoryA("D")), Succeeded());
   for (int i = 0; i < 30; ++i) MakeFile("D/F" + std::to_string(i));
@@ -514,7 +514,7 @@ TEST_F(ApiTest, directory_31stName_takesAndGivesBackABlock) {
 }
 
 // Six blocks of 32 entries, then the block map.
-TEST_F(ApiTest, directory_beyondSixBlocks_usesTheMap) {
+TEST_F(ApiTest, directory_beyond_six_blocks_uses_the_map) {
   FormatAndMount(kFirst, 64, 1024, "VOL");
   EXPECT_EQ(Ended(OrbCreateDirectoryA("D")), Succeeded());
   Names expected = {".", ".."};

@@ -12,7 +12,7 @@ class FormatTest : public ApiTest {
   }
 };
 
-TEST_F(FormatTest, createVolume_newName_makesTheDefaultSizes) {
+TEST_F(FormatTest, create_volume_new_name_makes_the_default_sizes) {
   EXPECT_EQ(Ended(OrbCreateVolume(Wide(kFirst).c_str())), Succeeded());
   const Image image(kFirst);
   EXPECT_EQ(image.size(), 10240u);
@@ -21,61 +21,61 @@ TEST_F(FormatTest, createVolume_newName_makesTheDefaultSizes) {
   EXPECT_EQ(image.U32(40), 4096u);
 }
 
-TEST_F(FormatTest, createVolume_newName_writesWhatTheDefaultSizesWrite) {
+TEST_F(FormatTest, create_volume_new_name_writes_what_the_default_sizes_write) {
   EXPECT_EQ(Ended(OrbCreateVolume(Wide(kFirst).c_str())), Succeeded());
   Format(kSecond, 1024, 4096);
   for (const char* container : {kFirst, kSecond}) MakeOld(container, 1);
   EXPECT_EQ(ReadWhole(kFirst), ReadWhole(kSecond));
 }
 
-TEST_F(FormatTest, createVolume_newName_mountsNothing) {
+TEST_F(FormatTest, create_volume_new_name_mounts_nothing) {
   EXPECT_EQ(Ended(OrbCreateVolume(Wide(kFirst).c_str())), Succeeded());
   EXPECT_EQ(Ended(OrbGetFileAttributesA("/")), Failed(ORB_ERROR_NOT_MOUNTED, ORB_INVALID_ATTRIBUTES));
 }
 
 // ---- Arguments ------------------------------------------------------------------------------------------------------
 
-TEST_F(FormatTest, blockSize_noneOfTheFour_createsNothing) {
+TEST_F(FormatTest, block_size_none_of_the_four_creates_nothing) {
   for (const OrbU32 blockSize : {0u, 1u, 512u, 1023u, 1025u, 3072u, 16384u, 1024u << 16, 0xFFFFFFFFu}) {
     EXPECT_EQ(TryFormat(kFirst, 8, blockSize), Failed(ORB_ERROR_INVALID_ARGUMENT)) << blockSize;
     EXPECT_FALSE(FileExists(kFirst)) << blockSize;
   }
 }
 
-TEST_F(FormatTest, container_exists_isLeftUntouched) {
+TEST_F(FormatTest, container_exists_is_left_untouched) {
   const Bytes before = Pattern(1, 100);
   WriteWhole(kFirst, before);
   ExpectBothToFail(Wide(kFirst), ORB_ERROR_FILE_EXISTS);
   EXPECT_EQ(ReadWhole(kFirst), before);
 }
 
-TEST_F(FormatTest, container_formattedTwice_failsFileExists) {
+TEST_F(FormatTest, container_formatted_twice_fails_file_exists) {
   Format(kFirst, 8, 1024);
   const Bytes before = ReadWhole(kFirst);
   EXPECT_EQ(TryFormat(kFirst, 8, 1024), Failed(ORB_ERROR_FILE_EXISTS));
   EXPECT_EQ(ReadWhole(kFirst), before);
 }
 
-TEST_F(FormatTest, container_mounted_failsFileExists) {
+TEST_F(FormatTest, container_mounted_fails_file_exists) {
   FormatAndMount(kFirst, 8, 1024, "V");
   EXPECT_EQ(TryFormat(kFirst, 8, 1024), Failed(ORB_ERROR_FILE_EXISTS));
 }
 
-TEST_F(FormatTest, container_isAFolder_failsFileExists) { ExpectBothToFail(Wide("."), ORB_ERROR_FILE_EXISTS); }
+TEST_F(FormatTest, container_is_a_folder_fails_file_exists) { ExpectBothToFail(Wide("."), ORB_ERROR_FILE_EXISTS); }
 
-TEST_F(FormatTest, container_folderMissing_failsPathNotFound) {
+TEST_F(FormatTest, container_folder_missing_fails_path_not_found) {
   ExpectBothToFail(Wide("no-such-folder/first.orba"), ORB_ERROR_PATH_NOT_FOUND);
 }
 
-TEST_F(FormatTest, container_folderIsAFile_failsPathNotFound) {
+TEST_F(FormatTest, container_folder_is_a_file_fails_path_not_found) {
   WriteWhole(kFirst, Pattern(1, 100));
   ExpectBothToFail(Wide(std::string(kFirst) + "/second.orba"), ORB_ERROR_PATH_NOT_FOUND);
 }
 
-TEST_F(FormatTest, container_emptyName_failsPathNotFound) { ExpectBothToFail({}, ORB_ERROR_PATH_NOT_FOUND); }
+TEST_F(FormatTest, container_empty_name_fails_path_not_found) { ExpectBothToFail({}, ORB_ERROR_PATH_NOT_FOUND); }
 
 // Some hosts refuse such a name, others to create anything under it.
-TEST_F(FormatTest, container_namedLikeAFolder_isNotCreated) {
+TEST_F(FormatTest, container_named_like_a_folder_is_not_created) {
   const WideString container = Wide(std::string(kFirst) + "/");
   const Outcome outcomes[] = {Ended(OrbCreateVolume(container.c_str())),
                               Ended(OrbCreateVolumeEx(container.c_str(), 8, 1024))};
@@ -86,7 +86,7 @@ TEST_F(FormatTest, container_namedLikeAFolder_isNotCreated) {
   EXPECT_FALSE(FileExists(kFirst));
 }
 
-TEST_F(FormatTest, container_illegalName_failsInvalidName) { ExpectBothToFail(kIllegal, ORB_ERROR_INVALID_NAME); }
+TEST_F(FormatTest, container_illegal_name_fails_invalid_name) { ExpectBothToFail(kIllegal, ORB_ERROR_INVALID_NAME); }
 
 struct Sizes {
   OrbU32 blockSize;
@@ -101,14 +101,14 @@ TEST_P(FormatSizesTest, bitmap_largest_succeeds) {
   EXPECT_EQ(Image(kFirst).size(), 1024 + GetParam().largestBitmap + 2 * GetParam().blockSize);
 }
 
-TEST_P(FormatSizesTest, bitmap_aboveTheLargest_createsNothing) {
+TEST_P(FormatSizesTest, bitmap_above_the_largest_creates_nothing) {
   for (const OrbU32 bitmap : {GetParam().largestBitmap + 1, 0x80000000u, 0xFFFFFFFFu}) {
     EXPECT_EQ(TryFormat(kFirst, bitmap, GetParam().blockSize), Failed(ORB_ERROR_INVALID_ARGUMENT)) << bitmap;
     EXPECT_FALSE(FileExists(kFirst)) << bitmap;
   }
 }
 
-TEST_P(FormatSizesTest, header_fresh_hasEveryField) {
+TEST_P(FormatSizesTest, header_fresh_has_every_field) {
   const OrbU32 bitmap = GetParam().largestBitmap / 2 + 1;
   Format(kFirst, bitmap, GetParam().blockSize);
   const Image image(kFirst);
@@ -128,7 +128,7 @@ TEST_P(FormatSizesTest, header_fresh_hasEveryField) {
   EXPECT_TRUE(image.All(56, 72, 0));
 }
 
-TEST_P(FormatSizesTest, tables_fresh_knowTheRootAlone) {
+TEST_P(FormatSizesTest, tables_fresh_know_the_root_alone) {
   const OrbU32 bitmap = GetParam().largestBitmap;
   Format(kFirst, bitmap, GetParam().blockSize);
   const Image image(kFirst);
@@ -138,7 +138,7 @@ TEST_P(FormatSizesTest, tables_fresh_knowTheRootAlone) {
   EXPECT_TRUE(image.All(1025, bitmap - 1, 0xFF));
 }
 
-TEST_P(FormatSizesTest, nodeBlock_fresh_holdsTheRootAndNumberedNodes) {
+TEST_P(FormatSizesTest, node_block_fresh_holds_the_root_and_numbered_nodes) {
   const OrbU32 blockSize = GetParam().blockSize;
   const std::string before = Now();
   Format(kFirst, 8, blockSize);
@@ -170,7 +170,7 @@ TEST_P(FormatSizesTest, nodeBlock_fresh_holdsTheRootAndNumberedNodes) {
   }
 }
 
-TEST_P(FormatSizesTest, rootBlock_fresh_holdsTwoEntries) {
+TEST_P(FormatSizesTest, root_block_fresh_holds_two_entries) {
   const OrbU32 blockSize = GetParam().blockSize;
   Format(kFirst, 8, blockSize);
   const Image image(kFirst);
@@ -183,7 +183,7 @@ TEST_P(FormatSizesTest, rootBlock_fresh_holdsTwoEntries) {
   EXPECT_TRUE(image.All(block + 36, blockSize - 36, 0));
 }
 
-TEST_P(FormatSizesTest, volume_fresh_mountsAndTellsItsSizes) {
+TEST_P(FormatSizesTest, volume_fresh_mounts_and_tells_its_sizes) {
   FormatAndMount(kFirst, 8, GetParam().blockSize, "V");
   OrbU32 bitmapBytes = 0;
   OrbU32 blockSize = 0;
@@ -192,7 +192,7 @@ TEST_P(FormatSizesTest, volume_fresh_mountsAndTellsItsSizes) {
   EXPECT_EQ(blockSize, GetParam().blockSize);
 }
 
-TEST_P(FormatSizesTest, bitmap_ofNothing_holdsTheRootAlone) {
+TEST_P(FormatSizesTest, bitmap_of_nothing_holds_the_root_alone) {
   Format(kFirst, 0, GetParam().blockSize);
   EXPECT_EQ(Image(kFirst).size(), 1024 + 2 * GetParam().blockSize);
   Mount(kFirst, "V");

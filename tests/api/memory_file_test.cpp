@@ -6,23 +6,23 @@ namespace {
 
 class MemoryFileTest : public ApiTest {};
 
-TEST_F(MemoryFileTest, mount_neverFormatted_failsNoMemfile) {
+TEST_F(MemoryFileTest, mount_never_formatted_fails_no_memfile) {
   EXPECT_EQ(TryMount(kMemory, "MEM"), Failed(ORB_ERROR_NO_MEMFILE));
 }
 
-TEST_F(MemoryFileTest, mount_afterItWasUnmounted_failsNoMemfile) {
+TEST_F(MemoryFileTest, mount_after_it_was_unmounted_fails_no_memfile) {
   FormatAndMount(kMemory, 64, 1024, "MEM");
   Unmount("MEM");
   EXPECT_EQ(TryMount(kMemory, "MEM"), Failed(ORB_ERROR_NO_MEMFILE));
 }
 
-TEST_F(MemoryFileTest, format_badSizes_failInvalidArgument) {
+TEST_F(MemoryFileTest, format_bad_sizes_fail_invalid_argument) {
   EXPECT_EQ(TryFormat(kMemory, 64, 512), Failed(ORB_ERROR_INVALID_ARGUMENT));
   EXPECT_EQ(TryFormat(kMemory, 897, 1024), Failed(ORB_ERROR_INVALID_ARGUMENT));
   EXPECT_EQ(TryMount(kMemory, "MEM"), Failed(ORB_ERROR_NO_MEMFILE));
 }
 
-TEST_F(MemoryFileTest, createVolume_defaultSizes_mounts) {
+TEST_F(MemoryFileTest, create_volume_default_sizes_mounts) {
   EXPECT_EQ(Ended(OrbCreateVolume(Wide(kMemory).c_str())), Succeeded());
   Mount(kMemory, "MEM");
   OrbU32 bitmapBytes = 0;
@@ -32,13 +32,13 @@ TEST_F(MemoryFileTest, createVolume_defaultSizes_mounts) {
   EXPECT_EQ(blockSize, 4096u);
 }
 
-TEST_F(MemoryFileTest, format_makesNoHostFile) {
+TEST_F(MemoryFileTest, format_makes_no_host_file) {
   FormatAndMount(kMemory, 64, 1024, "MEM");
   MakeFile("F", Pattern(1, 5000));
   EXPECT_FALSE(FileExists(kMemory));
 }
 
-TEST_F(MemoryFileTest, format_twice_emptiesIt) {
+TEST_F(MemoryFileTest, format_twice_empties_it) {
   Format(kMemory, 64, 1024);
   FormatAndMount(kMemory, 8, 2048, "MEM");
   OrbU32 bitmapBytes = 0;
@@ -48,7 +48,7 @@ TEST_F(MemoryFileTest, format_twice_emptiesIt) {
   EXPECT_EQ(blockSize, 2048u);
 }
 
-TEST_F(MemoryFileTest, format_afterUnmount_startsEmpty) {
+TEST_F(MemoryFileTest, format_after_unmount_starts_empty) {
   FormatAndMount(kMemory, 64, 1024, "MEM");
   MakeFile("F", Pattern(1, 5000));
   Unmount("MEM");
@@ -57,7 +57,7 @@ TEST_F(MemoryFileTest, format_afterUnmount_startsEmpty) {
 }
 
 // Growing and writing leave the bytes that a container has.
-TEST_F(MemoryFileTest, files_large_areKept) {
+TEST_F(MemoryFileTest, files_large_are_kept) {
   FormatAndMount(kMemory, 64, 1024, "MEM");
   MakeFile("A", Pattern(1, 400000));
   MakeFile("B", Pattern(2, 12345));
@@ -66,7 +66,7 @@ TEST_F(MemoryFileTest, files_large_areKept) {
 }
 
 // Nothing guards the memory file against a second mount; the first unmount takes it away from under the other.
-TEST_F(MemoryFileTest, mount_twice_lastsUntilTheFirstUnmount) {
+TEST_F(MemoryFileTest, mount_twice_lasts_until_the_first_unmount) {
   for (const Form* orb : {&kAnsiForm, &kWideForm}) {
     SCOPED_TRACE(orb->name);
     FormatAndMount(kMemory, 64, 1024, "ONE");
@@ -79,7 +79,7 @@ TEST_F(MemoryFileTest, mount_twice_lastsUntilTheFirstUnmount) {
   }
 }
 
-TEST_F(MemoryFileTest, operations_countNothing) {
+TEST_F(MemoryFileTest, operations_count_nothing) {
   const OrbU32 before[] = {g_dwReadCount, g_dwReadTime, g_dwWriteCount, g_dwWriteTime, g_dwSeekCount, g_dwSeekTime};
   FormatAndMount(kMemory, 64, 1024, "MEM");
   MakeFile("F", Pattern(1, 50000));
@@ -89,7 +89,7 @@ TEST_F(MemoryFileTest, operations_countNothing) {
   for (int i = 0; i < 6; ++i) EXPECT_EQ(after[i], before[i]) << i;
 }
 
-TEST_F(MemoryFileTest, besideHostContainers_worksOnItsOwn) {
+TEST_F(MemoryFileTest, beside_host_containers_works_on_its_own) {
   FormatAndMount(kFirst, 64, 4096, "HOST");
   FormatAndMount(kMemory, 64, 1024, "MEM");
   MakeFile("HOST:F", Pattern(1, 20000));
@@ -100,7 +100,7 @@ TEST_F(MemoryFileTest, besideHostContainers_worksOnItsOwn) {
 }
 
 // Only the exact spelling is the memory file; anything else is a host file, which may be a name the host forbids.
-TEST_F(MemoryFileTest, name_otherCase_isAHostFile) {
+TEST_F(MemoryFileTest, name_other_case_is_a_host_file) {
   Format(kMemory, 64, 1024);
   const Outcome outcome = TryMount("??mem??", "MEM");
   EXPECT_EQ(outcome.value, 0u);

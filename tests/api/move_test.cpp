@@ -16,21 +16,21 @@ class MoveTest : public VolumeTest {
   }
 };
 
-TEST_P(MoveTest, file_toASubdirectory_isThereAndNowhereElse) {
+TEST_P(MoveTest, file_to_a_subdirectory_is_there_and_nowhere_else) {
   EXPECT_EQ(Ended(orb->moveFile("f", "d/e/new")), Succeeded());
   EXPECT_EQ(List("/*"), (std::vector<std::string>{".", "..", "D"}));
   EXPECT_EQ(List("D/E/*"), (std::vector<std::string>{".", "..", "NEW"}));
   EXPECT_EQ(Contents("D/E/NEW"), Pattern(1, 2000));
 }
 
-TEST_P(MoveTest, file_upwards_isThereAndNowhereElse) {
+TEST_P(MoveTest, file_upwards_is_there_and_nowhere_else) {
   EXPECT_EQ(Ended(orb->moveFile("D/G", "/G")), Succeeded());
   EXPECT_EQ(List("/*"), (std::vector<std::string>{".", "..", "F", "D", "G"}));
   EXPECT_EQ(List("D/*"), (std::vector<std::string>{".", "..", "E"}));
   EXPECT_EQ(Contents("G"), Pattern(2, 300));
 }
 
-TEST_P(MoveTest, directory_toAnotherParent_knowsItsNewParent) {
+TEST_P(MoveTest, directory_to_another_parent_knows_its_new_parent) {
   EXPECT_EQ(Ended(orb->createDirectory("X")), Succeeded());
   MakeFile("D/E/H", Pattern(3, 10));
   EXPECT_EQ(Ended(orb->moveFile("D/E", "X/EE")), Succeeded());
@@ -41,19 +41,19 @@ TEST_P(MoveTest, directory_toAnotherParent_knowsItsNewParent) {
   EXPECT_EQ(full, "VOL:/X");
 }
 
-TEST_P(MoveTest, directory_toTheRoot_knowsItsNewParent) {
+TEST_P(MoveTest, directory_to_the_root_knows_its_new_parent) {
   EXPECT_EQ(Ended(orb->moveFile("D/E", "E")), Succeeded());
   EXPECT_EQ(List("E/../*"), (std::vector<std::string>{".", "..", "F", "D", "E"}));
 }
 
-TEST_P(MoveTest, sizes_ofBothDirectories_change) {
+TEST_P(MoveTest, sizes_of_both_directories_change) {
   EXPECT_EQ(SizeOf("D"), 128u);
   EXPECT_EQ(Ended(orb->moveFile("F", "D/F")), Succeeded());
   EXPECT_EQ(SizeOf("D"), 160u);
   EXPECT_EQ(SizeOf("/."), 96u);
 }
 
-TEST_P(MoveTest, sameDirectory_isARename) {
+TEST_P(MoveTest, same_directory_is_a_rename) {
   EXPECT_EQ(Ended(orb->moveFile("D/G", "/D/X")), Succeeded());
   EXPECT_EQ(List("D/*"), (std::vector<std::string>{".", "..", "X", "E"}));
   EXPECT_EQ(Ended(orb->moveFile("D/X", "D/E")), Failed(ORB_ERROR_FILE_EXISTS));
@@ -62,7 +62,7 @@ TEST_P(MoveTest, sameDirectory_isARename) {
   EXPECT_EQ(Ended(orb->moveFile("D/Y", "D/Z")), Failed(ORB_ERROR_FILE_NOT_FOUND));
 }
 
-TEST_P(MoveTest, target_endingInSeparators_isTheNameBeforeThem) {
+TEST_P(MoveTest, target_ending_in_separators_is_the_name_before_them) {
   EXPECT_EQ(Ended(orb->moveFile("F", "D/NEW/")), Succeeded());
   EXPECT_EQ(Contents("D/NEW"), Pattern(1, 2000));
   EXPECT_EQ(Ended(orb->moveFile("D/NEW", "D/AGAIN//")), Succeeded());
@@ -72,7 +72,7 @@ TEST_P(MoveTest, target_endingInSeparators_isTheNameBeforeThem) {
   EXPECT_EQ(Ended(orb->moveFile("D/G", "DIR/")), Failed(ORB_ERROR_FILE_EXISTS));
 }
 
-TEST_P(MoveTest, sameDirectory_openFile_isRenamed) {
+TEST_P(MoveTest, same_directory_open_file_is_renamed) {
   const OrbHandle file = Open("F");
   EXPECT_EQ(Ended(orb->moveFile("F", "X")), Succeeded());
   Close(file);
@@ -81,7 +81,7 @@ TEST_P(MoveTest, sameDirectory_openFile_isRenamed) {
 
 // ---- Failures -------------------------------------------------------------------------------------------------------
 
-TEST_P(MoveTest, target_taken_failsFileExists) {
+TEST_P(MoveTest, target_taken_fails_file_exists) {
   EXPECT_EQ(Ended(orb->moveFile("F", "D/G")), Failed(ORB_ERROR_FILE_EXISTS));
   EXPECT_EQ(Ended(orb->moveFile("F", "D/g")), Failed(ORB_ERROR_FILE_EXISTS));
   EXPECT_EQ(Ended(orb->moveFile("F", "D/E")), Failed(ORB_ERROR_FILE_EXISTS));
@@ -89,19 +89,19 @@ TEST_P(MoveTest, target_taken_failsFileExists) {
   EXPECT_EQ(Contents("D/G"), Pattern(2, 300));
 }
 
-TEST_P(MoveTest, target_illegalName_failsInvalidName) {
+TEST_P(MoveTest, target_illegal_name_fails_invalid_name) {
   EXPECT_EQ(Ended(orb->moveFile("F", "D/A*")), Failed(ORB_ERROR_INVALID_NAME));
   EXPECT_EQ(Ended(orb->moveFile("D/G", "/")), Failed(ORB_ERROR_INVALID_NAME));
   EXPECT_EQ(Contents("F"), Pattern(1, 2000));
 }
 
-TEST_P(MoveTest, source_missing_failsFileNotFound) {
+TEST_P(MoveTest, source_missing_fails_file_not_found) {
   EXPECT_EQ(Ended(orb->moveFile("X", "D/X")), Failed(ORB_ERROR_FILE_NOT_FOUND));
   EXPECT_EQ(Ended(orb->moveFile("X", "D/G")), Failed(ORB_ERROR_FILE_NOT_FOUND));
   EXPECT_EQ(Ended(orb->moveFile("/", "D/X")), Failed(ORB_ERROR_FILE_NOT_FOUND));
 }
 
-TEST_P(MoveTest, otherVolume_failsMoveNotAllowed) {
+TEST_P(MoveTest, other_volume_fails_move_not_allowed) {
   FormatAndMount(kSecond, 64, 1024, "OTHER");
   EXPECT_EQ(Ended(orb->moveFile("F", "OTHER:F")), Failed(ORB_ERROR_MOVE_NOT_ALLOWED));
   EXPECT_EQ(Ended(orb->moveFile("MISSING", "OTHER:F")), Failed(ORB_ERROR_MOVE_NOT_ALLOWED));
@@ -109,33 +109,33 @@ TEST_P(MoveTest, otherVolume_failsMoveNotAllowed) {
   EXPECT_EQ(List("OTHER:*"), (std::vector<std::string>{".", ".."}));
 }
 
-TEST_P(MoveTest, file_open_failsInUse) {
+TEST_P(MoveTest, file_open_fails_in_use) {
   const OrbHandle file = Open("F");
   EXPECT_EQ(Ended(orb->moveFile("F", "D/F")), Failed(ORB_ERROR_IN_USE));
   Close(file);
   EXPECT_EQ(Ended(orb->moveFile("F", "D/F")), Succeeded());
 }
 
-TEST_P(MoveTest, directory_current_failsCurrentDirectory) {
+TEST_P(MoveTest, directory_current_fails_current_directory) {
   EXPECT_EQ(Ended(orb->setCurrentDirectory("D/E")), Succeeded());
   EXPECT_EQ(Ended(orb->moveFile("/D/E", "/X")), Failed(ORB_ERROR_CURRENT_DIRECTORY));
   EXPECT_EQ(Ended(orb->setCurrentDirectory("/")), Succeeded());
   EXPECT_EQ(Ended(orb->moveFile("D/E", "X")), Succeeded());
 }
 
-TEST_P(MoveTest, directory_searched_failsInUse) {
+TEST_P(MoveTest, directory_searched_fails_in_use) {
   Found found;
   const OrbHandle search = orb->findFirstFile("D/E/*", &found);
   EXPECT_EQ(Ended(orb->moveFile("D/E", "X")), Failed(ORB_ERROR_IN_USE));
   EXPECT_EQ(Ended(OrbFindClose(search)), Succeeded());
 }
 
-TEST_P(MoveTest, directory_intoItself_failsInUse) {
+TEST_P(MoveTest, directory_into_itself_fails_in_use) {
   EXPECT_EQ(Ended(orb->moveFile("D", "D/X")), Failed(ORB_ERROR_IN_USE));
   EXPECT_EQ(List("D/*"), (std::vector<std::string>{".", "..", "G", "E"}));
 }
 
-TEST_P(MoveTest, directory_belowItself_failsInUse) {
+TEST_P(MoveTest, directory_below_itself_fails_in_use) {
   EXPECT_EQ(Ended(orb->createDirectory("D/E/EE")), Succeeded());
   EXPECT_EQ(Ended(orb->moveFile("D", "D/E/X")), Failed(ORB_ERROR_IN_USE));
   EXPECT_EQ(Ended(orb->moveFile("D", "D/E/EE/X")), Failed(ORB_ERROR_IN_USE));
@@ -144,7 +144,7 @@ TEST_P(MoveTest, directory_belowItself_failsInUse) {
 }
 
 // The source's directory stays held when the target's does not resolve, until its volume is unmounted.
-TEST_P(MoveTest, targetDirectoryMissing_holdsTheSourcesDirectory) {
+TEST_P(MoveTest, target_directory_missing_holds_the_sources_directory) {
   EXPECT_EQ(Ended(orb->moveFile("D/E/X", "MISSING/X")), Failed(ORB_ERROR_PATH_NOT_FOUND));
   EXPECT_EQ(Ended(orb->deleteFile("D/E")), Failed(ORB_ERROR_IN_USE));
   EXPECT_EQ(Ended(orb->moveFile("D/E", "/E")), Failed(ORB_ERROR_IN_USE));
@@ -153,7 +153,7 @@ TEST_P(MoveTest, targetDirectoryMissing_holdsTheSourcesDirectory) {
   EXPECT_EQ(List("D/EE/*"), (std::vector<std::string>{".", "..", "X"}));
 }
 
-TEST_P(MoveTest, targetNotResolved_whateverTheReason_holdsTheSourcesDirectory) {
+TEST_P(MoveTest, target_not_resolved_whatever_the_reason_holds_the_sources_directory) {
   const struct {
     std::string target;
     OrbU32 code;
@@ -175,7 +175,7 @@ TEST_P(MoveTest, targetNotResolved_whateverTheReason_holdsTheSourcesDirectory) {
   }
 }
 
-TEST_P(MoveTest, sourceDirectoryMissing_holdsNothing) {
+TEST_P(MoveTest, source_directory_missing_holds_nothing) {
   EXPECT_EQ(Ended(orb->moveFile("MISSING/X", "D/E/X")), Failed(ORB_ERROR_PATH_NOT_FOUND));
   EXPECT_EQ(Ended(orb->deleteFile("D/E")), Succeeded());
 }
@@ -197,7 +197,7 @@ class MoveImageTest : public VolumeTest {
   }
 };
 
-TEST_P(MoveImageTest, move_toAnotherDirectory_stampsBothDirectoriesOnly) {
+TEST_P(MoveImageTest, move_to_another_directory_stamps_both_directories_only) {
   const std::string before = Now();
   EXPECT_EQ(Ended(orb->moveFile("F", "D/F")), Succeeded());
   EXPECT_EQ(Find("D/F").time, kLongAgo);
@@ -205,13 +205,13 @@ TEST_P(MoveImageTest, move_toAnotherDirectory_stampsBothDirectoriesOnly) {
   EXPECT_LE(before, Find("/.").time);
 }
 
-TEST_P(MoveImageTest, move_withinTheDirectory_stampsNothing) {
+TEST_P(MoveImageTest, move_within_the_directory_stamps_nothing) {
   EXPECT_EQ(Ended(orb->moveFile("F", "G")), Succeeded());
   EXPECT_EQ(Find("G").time, kLongAgo);
   EXPECT_EQ(Find("/.").time, kLongAgo);
 }
 
-TEST_P(MoveImageTest, move_keepsNodeAndBlocks) {
+TEST_P(MoveImageTest, move_keeps_node_and_blocks) {
   EXPECT_EQ(Ended(orb->moveFile("F", "D/F")), Succeeded());
   Unmount("VOL");
   const Image image(kFirst);
@@ -221,7 +221,7 @@ TEST_P(MoveImageTest, move_keepsNodeAndBlocks) {
   EXPECT_EQ(image.U32(52), 0u);
 }
 
-TEST_P(MoveImageTest, heldDirectory_isFreeAfterItsVolumeWasUnmounted) {
+TEST_P(MoveImageTest, held_directory_is_free_after_its_volume_was_unmounted) {
   EXPECT_EQ(Ended(orb->moveFile("D/X", "MISSING/X")), Failed(ORB_ERROR_PATH_NOT_FOUND));
   EXPECT_EQ(Ended(orb->deleteFile("D")), Failed(ORB_ERROR_IN_USE));
   Unmount("VOL");

@@ -14,7 +14,7 @@ class NameTest : public VolumeTest {};
 
 // ---- Names ----------------------------------------------------------------------------------------------------------
 
-TEST_P(NameTest, create_everyCharacter_followsTheRule) {
+TEST_P(NameTest, create_every_character_follows_the_rule) {
   // Beyond ASCII the wide form goes through the host's code page; there only the narrow form names a certain byte.
   const int end = orb == &kAnsiForm ? 256 : 128;
   for (int c = 1; c < end; ++c) {
@@ -28,7 +28,7 @@ TEST_P(NameTest, create_everyCharacter_followsTheRule) {
   EXPECT_EQ(List("*"), (std::vector<std::string>{".", ".."}));
 }
 
-TEST_P(NameTest, rename_everyCharacter_followsTheRule) {
+TEST_P(NameTest, rename_every_character_follows_the_rule) {
   const int end = orb == &kAnsiForm ? 256 : 128;
   MakeFile("F");
   for (int c = 1; c < end; ++c) {
@@ -39,7 +39,7 @@ TEST_P(NameTest, rename_everyCharacter_followsTheRule) {
   }
 }
 
-TEST_P(NameTest, copyTarget_everyCharacter_followsTheRule) {
+TEST_P(NameTest, copy_target_every_character_follows_the_rule) {
   MakeFile("F");
   for (int c = 1; c < 128; ++c) {
     Outcome expected = IsLegal(c) ? Succeeded() : Failed(ORB_ERROR_INVALID_NAME);
@@ -50,7 +50,7 @@ TEST_P(NameTest, copyTarget_everyCharacter_followsTheRule) {
   }
 }
 
-TEST_P(NameTest, moveTarget_everyCharacter_followsTheRule) {
+TEST_P(NameTest, move_target_every_character_follows_the_rule) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   MakeFile("F");
   for (int c = 1; c < 128; ++c) {
@@ -63,18 +63,18 @@ TEST_P(NameTest, moveTarget_everyCharacter_followsTheRule) {
   }
 }
 
-TEST_P(NameTest, create_allPunctuation_isAName) {
+TEST_P(NameTest, create_all_punctuation_is_a_name) {
   const char name[] = "!#$%&'()-^~@{}[]_.";
   EXPECT_EQ(Ended(orb->createFile(name, 0)), Succeeded());
   EXPECT_EQ(Find("!*").name, name);
 }
 
-TEST_P(NameTest, create_lowerCase_isStoredInUpperCase) {
+TEST_P(NameTest, create_lower_case_is_stored_in_upper_case) {
   EXPECT_EQ(Ended(orb->createFile("aBcXyZ09.tXt", 0)), Succeeded());
   EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "ABCXYZ09.TXT"}));
 }
 
-TEST_P(NameTest, anyCase_findsTheName) {
+TEST_P(NameTest, any_case_finds_the_name) {
   EXPECT_EQ(Ended(orb->createDirectory("Dir")), Succeeded());
   EXPECT_EQ(Ended(orb->createFile("dIR/File", 0)), Succeeded());
   for (const char* path : {"DIR/FILE", "dir/file", "vol:/dIr/fIlE", "VOL:dir/FILE"}) {
@@ -82,7 +82,7 @@ TEST_P(NameTest, anyCase_findsTheName) {
   }
 }
 
-TEST_P(NameTest, length_29Characters_isAccepted30Refused) {
+TEST_P(NameTest, length_29_characters_is_accepted_30_refused) {
   const std::string longest(29, 'N');
   const std::string tooLong(30, 'N');
   EXPECT_EQ(Ended(orb->createFile(longest.c_str(), 0)), Succeeded());
@@ -101,7 +101,7 @@ TEST_P(NameTest, length_29Characters_isAccepted30Refused) {
   EXPECT_EQ(List("*").size(), 3u);
 }
 
-TEST_P(NameTest, length_directoryOnTheWay_29CharactersAccepted30Refused) {
+TEST_P(NameTest, length_directory_on_the_way_29_characters_accepted_30_refused) {
   const std::string longest(29, 'D');
   EXPECT_EQ(Ended(orb->createDirectory(longest.c_str())), Succeeded());
   EXPECT_EQ(Ended(orb->createFile((longest + "/F").c_str(), 0)), Succeeded());
@@ -109,7 +109,7 @@ TEST_P(NameTest, length_directoryOnTheWay_29CharactersAccepted30Refused) {
   EXPECT_EQ(Ended(orb->getFileAttributes((longest + "/F").c_str())), Succeeded(0));
 }
 
-TEST_P(NameTest, length_30Characters_failsInvalidNameInEveryCall) {
+TEST_P(NameTest, length_30_characters_fails_invalid_name_in_every_call) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   const std::string tooLong(30, 'N');
   for (const std::string& path :
@@ -119,7 +119,7 @@ TEST_P(NameTest, length_30Characters_failsInvalidNameInEveryCall) {
   EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "D"}));
 }
 
-TEST_P(NameTest, length_veryLong_isRefused) {
+TEST_P(NameTest, length_very_long_is_refused) {
   const std::string huge(100000, 'N');
   EXPECT_EQ(Ended(orb->createFile(huge.c_str(), 0)), Failed(ORB_ERROR_INVALID_NAME));
   EXPECT_EQ(Ended(orb->createFile((huge + ":F").c_str(), 0)), Failed(ORB_ERROR_INVALID_NAME));
@@ -127,14 +127,14 @@ TEST_P(NameTest, length_veryLong_isRefused) {
 }
 
 // Directories on the way are looked up as they stand: no rule but the length refuses them.
-TEST_P(NameTest, directoryOnTheWay_illegalName_failsPathNotFound) {
+TEST_P(NameTest, directory_on_the_way_illegal_name_fails_path_not_found) {
   for (const char* path : {"A B/F", "A*/F", "A\\B/F", "?/F"}) {
     EXPECT_EQ(Ended(orb->createFile(path, 0)), Failed(ORB_ERROR_PATH_NOT_FOUND)) << path;
   }
 }
 
 // Existing things are looked up as they are named, so that an illegal name is merely not there.
-TEST_P(NameTest, lookup_illegalName_failsFileNotFound) {
+TEST_P(NameTest, lookup_illegal_name_fails_file_not_found) {
   for (const char* path : {"A B", "A*", "A\\B", "?"}) {
     EXPECT_EQ(Ended(orb->getFileAttributes(path)), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES)) << path;
     EXPECT_EQ(Ended(orb->openFile(path, 1)), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_HANDLE)) << path;
@@ -145,7 +145,7 @@ TEST_P(NameTest, lookup_illegalName_failsFileNotFound) {
 
 // ---- The volume part ------------------------------------------------------------------------------------------------
 
-TEST_P(NameTest, volumePart_everyCharacter_followsTheRule) {
+TEST_P(NameTest, volume_part_every_character_follows_the_rule) {
   const int end = orb == &kAnsiForm ? 256 : 128;
   for (int c = 1; c < end; ++c) {
     OrbU32 code = IsLegal(c) ? ORB_ERROR_NOT_MOUNTED : ORB_ERROR_INVALID_NAME;
@@ -154,43 +154,43 @@ TEST_P(NameTest, volumePart_everyCharacter_followsTheRule) {
   }
 }
 
-TEST_P(NameTest, volumePart_length_29CharactersAccepted30Refused) {
+TEST_P(NameTest, volume_part_length_29_characters_accepted_30_refused) {
   EXPECT_EQ(Ended(orb->createFile((std::string(29, 'V') + ":F").c_str(), 0)), Failed(ORB_ERROR_NOT_MOUNTED));
   EXPECT_EQ(Ended(orb->createFile((std::string(30, 'V') + ":F").c_str(), 0)), Failed(ORB_ERROR_INVALID_NAME));
 }
 
-TEST_P(NameTest, volumePart_empty_failsInvalidName) {
+TEST_P(NameTest, volume_part_empty_fails_invalid_name) {
   EXPECT_EQ(Ended(orb->createFile(":F", 0)), Failed(ORB_ERROR_INVALID_NAME));
   EXPECT_EQ(Ended(orb->createFile(":/F", 0)), Failed(ORB_ERROR_INVALID_NAME));
 }
 
-TEST_P(NameTest, volumePart_illegal_failsInvalidNameInEveryCall) {
+TEST_P(NameTest, volume_part_illegal_fails_invalid_name_in_every_call) {
   for (const std::string& path : {std::string(":"), std::string(":F"), std::string("A B:F"), std::string("*:/F"),
                                   std::string("A/B:F"), std::string(30, 'V') + ":/F"}) {
     ExpectEveryPathCallToFail(*orb, path, ORB_ERROR_INVALID_NAME);
   }
 }
 
-TEST_P(NameTest, volumePart_notMounted_failsNotMountedInEveryCall) {
+TEST_P(NameTest, volume_part_not_mounted_fails_not_mounted_in_every_call) {
   for (const char* path : {"OTHER:", "OTHER:F", "OTHER:/", "OTHER:/F", "VO:F", "VOLU:F"}) {
     ExpectEveryPathCallToFail(*orb, path, ORB_ERROR_NOT_MOUNTED);
   }
 }
 
 // A colon anywhere ends the volume part.
-TEST_P(NameTest, colon_behindASeparator_makesAnIllegalVolumePart) {
+TEST_P(NameTest, colon_behind_a_separator_makes_an_illegal_volume_part) {
   EXPECT_EQ(Ended(orb->createDirectory("A")), Succeeded());
   for (const char* path : {"A/B:C", "/A:B", "A/VOL:B", "./VOL:/B"}) {
     EXPECT_EQ(Ended(orb->createFile(path, 0)), Failed(ORB_ERROR_INVALID_NAME)) << path;
   }
 }
 
-TEST_P(NameTest, colon_second_isPartOfTheName) {
+TEST_P(NameTest, colon_second_is_part_of_the_name) {
   EXPECT_EQ(Ended(orb->createFile("VOL:A:B", 0)), Failed(ORB_ERROR_INVALID_NAME));
   EXPECT_EQ(Ended(orb->getFileAttributes("VOL:A:B")), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
 }
 
-TEST_P(NameTest, volumePart_ofTheCurrentDirectory_startsThere) {
+TEST_P(NameTest, volume_part_of_the_current_directory_starts_there) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   EXPECT_EQ(Ended(orb->setCurrentDirectory("D")), Succeeded());
   EXPECT_EQ(Ended(orb->createFile("VOL:F", 0)), Succeeded());
@@ -199,7 +199,7 @@ TEST_P(NameTest, volumePart_ofTheCurrentDirectory_startsThere) {
   EXPECT_EQ(List("/*"), (std::vector<std::string>{".", "..", "D", "G"}));
 }
 
-TEST_P(NameTest, volumePart_ofAnotherVolume_startsAtItsRoot) {
+TEST_P(NameTest, volume_part_of_another_volume_starts_at_its_root) {
   FormatAndMount(kSecond, 64, 1024, "OTHER");
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   EXPECT_EQ(Ended(orb->setCurrentDirectory("D")), Succeeded());
@@ -208,7 +208,7 @@ TEST_P(NameTest, volumePart_ofAnotherVolume_startsAtItsRoot) {
   EXPECT_EQ(List("OTHER:/*"), (std::vector<std::string>{".", "..", "F", "G"}));
 }
 
-TEST_P(NameTest, volumePart_alone_isTheStartingDirectory) {
+TEST_P(NameTest, volume_part_alone_is_the_starting_directory) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   EXPECT_EQ(Ended(orb->getFileAttributes("VOL:")), Succeeded(0x000E));
   EXPECT_EQ(Ended(orb->getFileAttributes("VOL:/")), Succeeded(0x000E));
@@ -237,7 +237,7 @@ class PathTest : public VolumeTest {
   }
 };
 
-TEST_P(PathTest, empty_failsPathNotFound) {
+TEST_P(PathTest, empty_fails_path_not_found) {
   std::string full;
   Found found;
   const OrbU32 code = ORB_ERROR_PATH_NOT_FOUND;
@@ -255,13 +255,13 @@ TEST_P(PathTest, empty_failsPathNotFound) {
   EXPECT_EQ(Ended(orb->findFirstFile("", &found)), Failed(code, ORB_INVALID_HANDLE));
 }
 
-TEST_P(PathTest, separators_inRuns_countAsOne) {
+TEST_P(PathTest, separators_in_runs_count_as_one) {
   for (const char* path : {"B/F", "B//F", "B////F", "/A/B/F", "//A///B/F", "VOL:/A/B/F", "VOL://A//B//F"}) {
     EXPECT_EQ(Ended(orb->getFileAttributes(path)), Succeeded(ORB_ATTRIBUTE_USER)) << path;
   }
 }
 
-TEST_P(PathTest, separators_atTheEnd_addNothing) {
+TEST_P(PathTest, separators_at_the_end_add_nothing) {
   for (const char* path : {"B/F/", "B/F///", "/A/B/F/"}) {
     EXPECT_EQ(Ended(orb->getFileAttributes(path)), Succeeded(ORB_ATTRIBUTE_USER)) << path;
   }
@@ -273,7 +273,7 @@ TEST_P(PathTest, separators_atTheEnd_addNothing) {
   EXPECT_EQ(List("B/*"), (std::vector<std::string>{".", "..", "G"}));
 }
 
-TEST_P(PathTest, separators_atTheEndOfACreation_failInvalidName) {
+TEST_P(PathTest, separators_at_the_end_of_a_creation_fail_invalid_name) {
   for (const char* path : {"NEW/", "NEW//", "B/NEW/", "B/", "/", "VOL:/", "VOL:"}) {
     EXPECT_EQ(Ended(orb->createFile(path, 0)), Failed(ORB_ERROR_INVALID_NAME)) << path;
     EXPECT_EQ(Ended(orb->createDirectory(path)), Failed(ORB_ERROR_INVALID_NAME)) << path;
@@ -282,25 +282,25 @@ TEST_P(PathTest, separators_atTheEndOfACreation_failInvalidName) {
   EXPECT_EQ(List("*"), (std::vector<std::string>{".", "..", "B"}));
 }
 
-TEST_P(PathTest, backslash_isNoSeparator) {
+TEST_P(PathTest, backslash_is_no_separator) {
   EXPECT_EQ(Ended(orb->getFileAttributes("B\\F")), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
   EXPECT_EQ(Ended(orb->createFile("B\\G", 0)), Failed(ORB_ERROR_INVALID_NAME));
 }
 
-TEST_P(PathTest, dots_anywhere_areResolved) {
+TEST_P(PathTest, dots_anywhere_are_resolved) {
   for (const char* path : {"./B/F", "B/./F", "../A/B/F", "B/../B/F", "B/../../A/B/F", "/A/./B/.././B/F", "VOL:./B/F"}) {
     EXPECT_EQ(Ended(orb->getFileAttributes(path)), Succeeded(ORB_ATTRIBUTE_USER)) << path;
   }
 }
 
-TEST_P(PathTest, dots_atTheRoot_stayThere) {
+TEST_P(PathTest, dots_at_the_root_stay_there) {
   for (const char* path : {"/.", "/..", "/../..", "/../../.", "/../A/.."}) {
     EXPECT_EQ(Ended(orb->getFileAttributes(path)), Succeeded(0x000E)) << path;
   }
   EXPECT_EQ(Ended(orb->getFileAttributes("/../A/B/F")), Succeeded(ORB_ATTRIBUTE_USER));
 }
 
-TEST_P(PathTest, dots_last_nameTheDirectoryItself) {
+TEST_P(PathTest, dots_last_name_the_directory_itself) {
   EXPECT_EQ(Full("."), "VOL:/A");
   EXPECT_EQ(Full("./"), "VOL:/A");
   EXPECT_EQ(Full(".."), "VOL:/");
@@ -310,19 +310,19 @@ TEST_P(PathTest, dots_last_nameTheDirectoryItself) {
   EXPECT_EQ(Full("../.."), "VOL:/");
 }
 
-TEST_P(PathTest, dots_behindAFile_failPathNotFound) {
+TEST_P(PathTest, dots_behind_a_file_fail_path_not_found) {
   for (const char* path : {"B/F/.", "B/F/..", "B/F/../F", "B/F/./X"}) {
     EXPECT_EQ(Ended(orb->getFileAttributes(path)), Failed(ORB_ERROR_PATH_NOT_FOUND, ORB_INVALID_ATTRIBUTES)) << path;
   }
 }
 
-TEST_P(PathTest, dots_three_areAnOrdinaryName) {
+TEST_P(PathTest, dots_three_are_an_ordinary_name) {
   EXPECT_EQ(Ended(orb->createFile("...", 0)), Succeeded());
   EXPECT_EQ(Full("..."), "VOL:/A/...");
   EXPECT_EQ(Ended(orb->deleteFile("...")), Succeeded());
 }
 
-TEST_P(PathTest, missing_onTheWay_failsPathNotFound) {
+TEST_P(PathTest, missing_on_the_way_fails_path_not_found) {
   std::string full;
   Found found;
   const OrbU32 code = ORB_ERROR_PATH_NOT_FOUND;
@@ -339,7 +339,7 @@ TEST_P(PathTest, missing_onTheWay_failsPathNotFound) {
   EXPECT_EQ(Ended(orb->findFirstFile("X/Y", &found)), Failed(code, ORB_INVALID_HANDLE));
 }
 
-TEST_P(PathTest, file_onTheWay_failsPathNotFound) {
+TEST_P(PathTest, file_on_the_way_fails_path_not_found) {
   std::string full;
   Found found;
   const OrbU32 code = ORB_ERROR_PATH_NOT_FOUND;
@@ -358,7 +358,7 @@ TEST_P(PathTest, file_onTheWay_failsPathNotFound) {
   }
 }
 
-TEST_P(PathTest, missing_last_failsWithTheCallsOwnCode) {
+TEST_P(PathTest, missing_last_fails_with_the_calls_own_code) {
   const OrbU32 code = ORB_ERROR_FILE_NOT_FOUND;
   EXPECT_EQ(Ended(orb->copyFile("X", "Z")), Failed(code));
   EXPECT_EQ(Ended(orb->moveFile("X", "B/Z")), Failed(code));
@@ -372,7 +372,7 @@ TEST_P(PathTest, missing_last_failsWithTheCallsOwnCode) {
 }
 
 // Nothing that failed to resolve holds on to a directory: all of it can be taken away.
-TEST_P(PathTest, failures_holdNothing) {
+TEST_P(PathTest, failures_hold_nothing) {
   std::string full;
   for (const char* path : {"B/X/Y", "B/F/X", "B/F/..", "B/A:B", "B/.../..", "B/NAME-OF-MORE-THAN-29-CHARACTERS"}) {
     EXPECT_EQ(orb->getFileAttributes(path), ORB_INVALID_ATTRIBUTES) << path;
@@ -389,7 +389,7 @@ TEST_P(PathTest, failures_holdNothing) {
 class WideNameTest : public ApiTest {};
 
 // Whatever the host's code page makes of it, it is no letter.
-TEST_F(WideNameTest, create_characterOfNoCodePage_failsInvalidName) {
+TEST_F(WideNameTest, create_character_of_no_code_page_fails_invalid_name) {
   FormatAndMount(kFirst, 64, 1024, "VOL");
   const OrbWideChar name[] = {'A', 0x4E2D, 0};
   EXPECT_EQ(Ended(OrbCreateFileW(name, 0)), Failed(ORB_ERROR_INVALID_NAME));

@@ -29,7 +29,7 @@ class NullTest : public ApiTest {
   OrbU32 writesBefore_ = 0;
 };
 
-TEST_F(NullTest, volumeCalls_nullString_failInvalidArgument) {
+TEST_F(NullTest, volume_calls_null_string_fail_invalid_argument) {
   const Outcome failed = Failed(ORB_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(Ended(OrbCreateVolume(nullptr)), failed);
   EXPECT_EQ(Ended(OrbCreateVolumeEx(nullptr, 64, 1024)), failed);
@@ -39,7 +39,7 @@ TEST_F(NullTest, volumeCalls_nullString_failInvalidArgument) {
   EXPECT_EQ(Ended(OrbUnmountVolumeW(nullptr)), failed);
 }
 
-TEST_F(NullTest, volumeInfo_nullString_leavesResultsAlone) {
+TEST_F(NullTest, volume_info_null_string_leaves_results_alone) {
   OrbU32 bitmapBytes = 7;
   OrbU32 blockSize = 8;
   EXPECT_EQ(Ended(OrbGetVolumeInfoA(nullptr, &bitmapBytes, &blockSize)), Failed(ORB_ERROR_INVALID_ARGUMENT));
@@ -48,7 +48,7 @@ TEST_F(NullTest, volumeInfo_nullString_leavesResultsAlone) {
   EXPECT_EQ(blockSize, 8u);
 }
 
-TEST_F(NullTest, ansiCalls_nullString_failInvalidArgument) {
+TEST_F(NullTest, ansi_calls_null_string_fail_invalid_argument) {
   const Outcome failed = Failed(ORB_ERROR_INVALID_ARGUMENT);
   char buffer[ORB_PATH_BUFFER];
   OrbFindDataA found;
@@ -73,7 +73,7 @@ TEST_F(NullTest, ansiCalls_nullString_failInvalidArgument) {
 }
 
 // A string that does not convert gives 0, whatever the call's own failure value.
-TEST_F(NullTest, wideCalls_nullString_failWith0) {
+TEST_F(NullTest, wide_calls_null_string_fail_with_0) {
   const Outcome failed = Failed(ORB_ERROR_INVALID_ARGUMENT, 0);
   OrbWideChar buffer[ORB_WIDE_PATH_BUFFER];
   OrbFindDataW found;
@@ -94,23 +94,23 @@ TEST_F(NullTest, wideCalls_nullString_failWith0) {
   EXPECT_EQ(Ended(OrbFindFirstFileW(nullptr, &found)), failed);
 }
 
-TEST_F(NullTest, wideCalls_nullResult_failInvalidArgument) {
+TEST_F(NullTest, wide_calls_null_result_fail_invalid_argument) {
   EXPECT_EQ(Ended(OrbGetCurrentDirectoryW(nullptr)), Failed(ORB_ERROR_INVALID_ARGUMENT));
   EXPECT_EQ(Ended(OrbGetFullPathNameW(nullptr, wide_)), Failed(ORB_ERROR_INVALID_ARGUMENT));
   EXPECT_EQ(Ended(OrbFindFirstFileW(wide_, nullptr)), Failed(ORB_ERROR_INVALID_ARGUMENT, ORB_INVALID_HANDLE));
 }
 
-TEST_F(NullTest, copy_nullTarget_doesNotHoldTheSource) {
+TEST_F(NullTest, copy_null_target_does_not_hold_the_source) {
   EXPECT_EQ(Ended(OrbCopyFileA("F", nullptr)), Failed(ORB_ERROR_INVALID_ARGUMENT));
   Close(Open("F"));
 }
 
-TEST_F(NullTest, findFirst_nullRecord_opensNoSearch) {
+TEST_F(NullTest, find_first_null_record_opens_no_search) {
   EXPECT_EQ(Ended(OrbFindFirstFileA("*", nullptr)), Failed(ORB_ERROR_INVALID_ARGUMENT, ORB_INVALID_HANDLE));
   EXPECT_EQ(List("*").size(), 4u);
 }
 
-TEST_F(NullTest, findNext_nullRecord_staysWhereItWas) {
+TEST_F(NullTest, find_next_null_record_stays_where_it_was) {
   OrbFindDataA found;
   const OrbHandle search = OrbFindFirstFileA("*", &found);
   EXPECT_EQ(Ended(OrbFindNextFileA(search, nullptr)), Failed(ORB_ERROR_INVALID_ARGUMENT));
@@ -120,7 +120,7 @@ TEST_F(NullTest, findNext_nullRecord_staysWhereItWas) {
   EXPECT_EQ(Ended(OrbFindClose(search)), Succeeded());
 }
 
-TEST_F(NullTest, transfer_nullBufferOrCount_leavesPositionAndSize) {
+TEST_F(NullTest, transfer_null_buffer_or_count_leaves_position_and_size) {
   const OrbHandle file = Open("F");
   unsigned char byte = 0;
   OrbU32 done = 7;
@@ -134,7 +134,7 @@ TEST_F(NullTest, transfer_nullBufferOrCount_leavesPositionAndSize) {
   Close(file);
 }
 
-TEST_F(NullTest, transfer_nothingOfNull_succeeds) {
+TEST_F(NullTest, transfer_nothing_of_null_succeeds) {
   const OrbHandle file = Open("F");
   OrbU32 done = 7;
   EXPECT_EQ(Ended(OrbReadFile(file, nullptr, 0, &done)), Succeeded());
@@ -145,7 +145,7 @@ TEST_F(NullTest, transfer_nothingOfNull_succeeds) {
   Close(file);
 }
 
-TEST_F(NullTest, timeAndByteOrder_null_setInvalidArgument) {
+TEST_F(NullTest, time_and_byte_order_null_set_invalid_argument) {
   OrbGetTime(nullptr);
   EXPECT_EQ(OrbGetLastError(), ORB_ERROR_INVALID_ARGUMENT);
   _OrbCrearError();

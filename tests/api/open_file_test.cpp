@@ -17,7 +17,7 @@ class OpenTest : public VolumeTest {
   Outcome TryOpen(const char* path, OrbU32 mode) { return Ended(orb->openFile(path, mode)); }
 };
 
-TEST_P(OpenTest, file_opened_startsAt0WithItsSize) {
+TEST_P(OpenTest, file_opened_starts_at_0_with_its_size) {
   const OrbHandle file = orb->openFile("f", ORB_OPEN_READ);
   EXPECT_EQ(OrbGetLastError(), 0u);
   EXPECT_EQ(file >> 16, 1u);
@@ -28,25 +28,25 @@ TEST_P(OpenTest, file_opened_startsAt0WithItsSize) {
   EXPECT_EQ(Ended(OrbCloseFile(file)), Succeeded());
 }
 
-TEST_P(OpenTest, missing_failsFileNotFound) {
+TEST_P(OpenTest, missing_fails_file_not_found) {
   EXPECT_EQ(TryOpen("X", ORB_OPEN_READ), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_HANDLE));
 }
 
-TEST_P(OpenTest, directory_failsWrongKind) {
+TEST_P(OpenTest, directory_fails_wrong_kind) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   for (const char* path : {"D", "D/", "/", ".", "D/..", "VOL:"}) {
     EXPECT_EQ(TryOpen(path, ORB_OPEN_READ), Failed(ORB_ERROR_WRONG_KIND, ORB_INVALID_HANDLE)) << path;
   }
 }
 
-TEST_P(OpenTest, mode_otherBits_failsInvalidArgument) {
+TEST_P(OpenTest, mode_other_bits_fails_invalid_argument) {
   for (OrbU32 bit = 4; bit < 0x10000; bit <<= 1) {
     EXPECT_EQ(TryOpen("F", bit), Failed(ORB_ERROR_INVALID_ARGUMENT, ORB_INVALID_HANDLE)) << bit;
     EXPECT_EQ(TryOpen("F", bit | 3), Failed(ORB_ERROR_INVALID_ARGUMENT, ORB_INVALID_HANDLE)) << bit;
   }
 }
 
-TEST_P(OpenTest, mode_above16Bits_isIgnored) {
+TEST_P(OpenTest, mode_above_16_bits_is_ignored) {
   const OrbHandle file = orb->openFile("F", 0xFFFF0001);
   OrbU32 done = 0;
   unsigned char byte = 0;
@@ -56,7 +56,7 @@ TEST_P(OpenTest, mode_above16Bits_isIgnored) {
 }
 
 // A directory is refused as such before its mode is looked at, the mode before the read-only flag.
-TEST_P(OpenTest, severalReasons_reportsTheFirst) {
+TEST_P(OpenTest, several_reasons_reports_the_first) {
   EXPECT_EQ(Ended(orb->createDirectory("D")), Succeeded());
   EXPECT_EQ(TryOpen("D", 4), Failed(ORB_ERROR_WRONG_KIND, ORB_INVALID_HANDLE));
   EXPECT_EQ(Ended(orb->createFile("R", ORB_ATTRIBUTE_READ_ONLY)), Succeeded());
@@ -67,7 +67,7 @@ TEST_P(OpenTest, severalReasons_reportsTheFirst) {
   Close(file);
 }
 
-TEST_P(OpenTest, mode_decidesWhatIsAllowed) {
+TEST_P(OpenTest, mode_decides_what_is_allowed) {
   for (OrbU32 mode = 0; mode < 4; ++mode) {
     const OrbHandle file = Open("F", mode);
     unsigned char byte = 7;
@@ -88,7 +88,7 @@ TEST_P(OpenTest, mode_decidesWhatIsAllowed) {
 }
 
 // Even transfers of nothing want the mode.
-TEST_P(OpenTest, mode_none_refusesTransfersOfNothing) {
+TEST_P(OpenTest, mode_none_refuses_transfers_of_nothing) {
   const OrbHandle file = Open("F", 0);
   OrbU32 done = 7;
   EXPECT_EQ(Ended(OrbReadFile(file, nullptr, 0, &done)), Failed(ORB_ERROR_ACCESS_DENIED));
@@ -98,7 +98,7 @@ TEST_P(OpenTest, mode_none_refusesTransfersOfNothing) {
   Close(file);
 }
 
-TEST_P(OpenTest, file_openAlready_failsAlreadyOpenInEveryMode) {
+TEST_P(OpenTest, file_open_already_fails_already_open_in_every_mode) {
   for (OrbU32 first = 0; first < 4; ++first) {
     const OrbHandle file = Open("F", first);
     for (OrbU32 second = 0; second < 4; ++second) {
@@ -108,7 +108,7 @@ TEST_P(OpenTest, file_openAlready_failsAlreadyOpenInEveryMode) {
   }
 }
 
-TEST_P(OpenTest, file_openUnderAnotherPath_failsAlreadyOpen) {
+TEST_P(OpenTest, file_open_under_another_path_fails_already_open) {
   const OrbHandle file = Open("F");
   for (const char* path : {"/F", "VOL:F", "./f", "VOL:/../F/"}) {
     EXPECT_EQ(TryOpen(path, 0), Failed(ORB_ERROR_ALREADY_OPEN, ORB_INVALID_HANDLE)) << path;
@@ -116,7 +116,7 @@ TEST_P(OpenTest, file_openUnderAnotherPath_failsAlreadyOpen) {
   Close(file);
 }
 
-TEST_P(OpenTest, filesOfTheSameNumberOnTwoVolumes_areDifferentFiles) {
+TEST_P(OpenTest, files_of_the_same_number_on_two_volumes_are_different_files) {
   FormatAndMount(kSecond, 64, 1024, "OTHER");
   MakeFile("OTHER:F", Pattern(2, 50));
   const OrbHandle one = Open("F");
@@ -130,7 +130,7 @@ TEST_P(OpenTest, filesOfTheSameNumberOnTwoVolumes_areDifferentFiles) {
 
 // ---- Handles --------------------------------------------------------------------------------------------------------
 
-TEST_P(OpenTest, handle_closed_isInvalidEverywhere) {
+TEST_P(OpenTest, handle_closed_is_invalid_everywhere) {
   const OrbHandle file = Open("F");
   Close(file);
   unsigned char byte = 0;
@@ -147,7 +147,7 @@ TEST_P(OpenTest, handle_closed_isInvalidEverywhere) {
   EXPECT_EQ(Ended(OrbCloseFile(file)), Failed(ORB_ERROR_INVALID_HANDLE));
 }
 
-TEST_P(OpenTest, handle_neverGiven_isInvalid) {
+TEST_P(OpenTest, handle_never_given_is_invalid) {
   const OrbHandle file = Open("F");
   const OrbU32 slot = file & 0xFFFF;
   for (const OrbHandle bad : {0u, 1u, slot, 0x0000FFFFu, 0x10080u, 0x1FFFFu, 0x20000u | slot, 0x30000u | slot,
@@ -159,7 +159,7 @@ TEST_P(OpenTest, handle_neverGiven_isInvalid) {
   Close(file);
 }
 
-TEST_P(OpenTest, handle_ofASearch_isInvalid) {
+TEST_P(OpenTest, handle_of_a_search_is_invalid) {
   Found found;
   const OrbHandle search = orb->findFirstFile("*", &found);
   EXPECT_EQ(Ended(OrbGetFileSize(search)), Failed(ORB_ERROR_INVALID_HANDLE, 0xFFFFFFFF));
@@ -168,7 +168,7 @@ TEST_P(OpenTest, handle_ofASearch_isInvalid) {
 }
 
 // There are no generations: the old handle names whatever lies in its slot.
-TEST_P(OpenTest, handle_slotTakenAgain_namesTheNewFile) {
+TEST_P(OpenTest, handle_slot_taken_again_names_the_new_file) {
   MakeFile("G", Pattern(2, 50));
   const OrbHandle old = Open("F");
   Close(old);
@@ -207,24 +207,24 @@ class OpenTableTest : public VolumeTest {
   std::vector<OrbHandle> files_;
 };
 
-TEST_P(OpenTableTest, slots_areTakenInTurn) {
+TEST_P(OpenTableTest, slots_are_taken_in_turn) {
   for (OrbU32 i = 0; i < kSlots; ++i) EXPECT_EQ(files_[i], kTag | ((files_[0] + i) % kSlots)) << i;
 }
 
-TEST_P(OpenTableTest, slots_keepFilesApart) {
+TEST_P(OpenTableTest, slots_keep_files_apart) {
   for (OrbU32 i = 0; i < kSlots; ++i) {
     EXPECT_EQ(Ended(OrbGetFileSize(files_[i])), Succeeded(i));
     EXPECT_EQ(ReadAt(files_[i], 0, i), Pattern(i, i));
   }
 }
 
-TEST_P(OpenTableTest, slots_allTaken_failsTooManyOpenFiles) {
+TEST_P(OpenTableTest, slots_all_taken_fails_too_many_open_files) {
   EXPECT_EQ(Ended(orb->openFile("F128", 0)), Failed(ORB_ERROR_TOO_MANY_OPEN_FILES, ORB_INVALID_HANDLE));
   EXPECT_EQ(Ended(orb->openFile("F5", 0)), Failed(ORB_ERROR_ALREADY_OPEN, ORB_INVALID_HANDLE));
 }
 
 // The search goes on from the slot taken last, which is free again only when it has been closed itself.
-TEST_P(OpenTableTest, slots_someFree_areTakenFromTheCursorOn) {
+TEST_P(OpenTableTest, slots_some_free_are_taken_from_the_cursor_on) {
   Close(files_[70]);
   Close(files_[3]);
   ExpectOpensAt(3, "F128");
@@ -235,7 +235,7 @@ TEST_P(OpenTableTest, slots_someFree_areTakenFromTheCursorOn) {
   ExpectOpensAt(69, "F71");
 }
 
-TEST_P(OpenTableTest, slot_takenLast_isTakenAgainFirst) {
+TEST_P(OpenTableTest, slot_taken_last_is_taken_again_first) {
   Close(files_[3]);
   Close(files_[127]);
   ExpectOpensAt(127, "F128");
@@ -243,7 +243,7 @@ TEST_P(OpenTableTest, slot_takenLast_isTakenAgainFirst) {
 }
 
 // A failed open of a full table goes once round and changes nothing.
-TEST_P(OpenTableTest, cursor_afterAFailure_isWhereItWas) {
+TEST_P(OpenTableTest, cursor_after_a_failure_is_where_it_was) {
   EXPECT_EQ(Ended(orb->openFile("F128", 0)), Failed(ORB_ERROR_TOO_MANY_OPEN_FILES, ORB_INVALID_HANDLE));
   Close(files_[127]);
   Close(files_[0]);

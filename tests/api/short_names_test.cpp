@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(ShortNames, withoutUnicode_areTheAnsiForms) {
+TEST(ShortNames, without_unicode_are_the_ansi_forms) {
   EXPECT_EQ(&OrbGetVolumeInfo, &OrbGetVolumeInfoA);
   EXPECT_EQ(&OrbUnmountVolume, &OrbUnmountVolumeA);
   EXPECT_EQ(&OrbCreateFile, &OrbCreateFileA);

@@ -11,7 +11,7 @@
 
 namespace {
 
-TEST(ShortNames, withUnicode_areTheWideForms) {
+TEST(ShortNames, with_unicode_are_the_wide_forms) {
   EXPECT_EQ(&OrbGetVolumeInfo, &OrbGetVolumeInfoW);
   EXPECT_EQ(&OrbUnmountVolume, &OrbUnmountVolumeW);
   EXPECT_EQ(&OrbCreateFile, &OrbCreateFileW);

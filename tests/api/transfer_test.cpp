@@ -60,7 +60,7 @@ class TransferTest : public ApiTest, public ::testing::WithParamInterface<Geomet
 
 // ---- Writing and reading back -----------------------------------------------------------------------------------------
 
-TEST_P(TransferTest, write_everySizeAroundTheBlocks_isReadBack) {
+TEST_P(TransferTest, write_every_size_around_the_blocks_is_read_back) {
   OrbU32 seed = 1;
   for (const OrbU32 blocks : {0u, 1u, 2u, 5u, 6u, 7u}) {
     for (const OrbI32 off : {-1, 0, 1}) {
@@ -76,7 +76,7 @@ TEST_P(TransferTest, write_everySizeAroundTheBlocks_isReadBack) {
   EXPECT_EQ(All(), Pattern(seed, 7 * block_ + 1));
 }
 
-TEST_P(TransferTest, write_inPieces_isTheSameAsAtOnce) {
+TEST_P(TransferTest, write_in_pieces_is_the_same_as_at_once) {
   const Bytes data = Pattern(1, 9 * block_ + 100);
   for (const OrbU32 piece : {1u, 7u, 512u, block_ - 1, block_, block_ + 1, 3 * block_ + 5}) {
     EXPECT_EQ(Ended(OrbSetFileSize(file_, 0)), Succeeded());
@@ -93,7 +93,7 @@ TEST_P(TransferTest, write_inPieces_isTheSameAsAtOnce) {
   }
 }
 
-TEST_P(TransferTest, read_inPieces_isTheSameAsAtOnce) {
+TEST_P(TransferTest, read_in_pieces_is_the_same_as_at_once) {
   const Bytes data = Pattern(1, 9 * block_ + 100);
   WriteAt(file_, 0, data);
   for (const OrbU32 piece : {3u, 512u, block_ - 1, block_, block_ + 1, 3 * block_ + 5}) {
@@ -109,7 +109,7 @@ TEST_P(TransferTest, read_inPieces_isTheSameAsAtOnce) {
 }
 
 // The first map begins behind 6 blocks, the second behind as many more as a block holds numbers.
-TEST_P(TransferTest, write_acrossBothMapBorders_isReadBack) {
+TEST_P(TransferTest, write_across_both_map_borders_is_read_back) {
   const OrbU32 words = block_ / 4;
   const OrbU32 blocks = 6 + (block_ == 1024 ? 2 : 1) * words + 20;
   const Bytes data = Pattern(5, blocks * block_ - 17);
@@ -125,7 +125,7 @@ TEST_P(TransferTest, write_acrossBothMapBorders_isReadBack) {
   }
 }
 
-TEST_P(TransferTest, writeAndRead_anyPositionsAndSizes_matchAVector) {
+TEST_P(TransferTest, write_and_read_any_positions_and_sizes_match_a_vector) {
   Random random(block_);
   Bytes model;
   const OrbU32 limit = 10 * block_;
@@ -155,7 +155,7 @@ TEST_P(TransferTest, writeAndRead_anyPositionsAndSizes_matchAVector) {
   EXPECT_TRUE(All() == model);
 }
 
-TEST_P(TransferTest, write_inside_overwritesAndKeepsTheSize) {
+TEST_P(TransferTest, write_inside_overwrites_and_keeps_the_size) {
   Bytes data = Pattern(1, 3 * block_);
   WriteAt(file_, 0, data);
   const Bytes more = Pattern(2, block_ + 10);
@@ -165,7 +165,7 @@ TEST_P(TransferTest, write_inside_overwritesAndKeepsTheSize) {
   EXPECT_EQ(Ended(OrbGetFileSize(file_)), Succeeded(3 * block_));
 }
 
-TEST_P(TransferTest, write_overTheEnd_overwritesAndExtends) {
+TEST_P(TransferTest, write_over_the_end_overwrites_and_extends) {
   Bytes data = Pattern(1, block_ - 4);
   WriteAt(file_, 0, data);
   const Bytes more = Pattern(2, 10);
@@ -175,7 +175,7 @@ TEST_P(TransferTest, write_overTheEnd_overwritesAndExtends) {
   EXPECT_EQ(All(), data);
 }
 
-TEST_P(TransferTest, write_ofNothing_changesNothing) {
+TEST_P(TransferTest, write_of_nothing_changes_nothing) {
   WriteAt(file_, 0, Pattern(1, 10));
   OrbU32 done = 7;
   EXPECT_EQ(Ended(OrbWriteFile(file_, Pattern(2, 1).data(), 0, &done)), Succeeded());
@@ -184,7 +184,7 @@ TEST_P(TransferTest, write_ofNothing_changesNothing) {
   EXPECT_EQ(All(), Pattern(1, 10));
 }
 
-TEST_P(TransferTest, read_atTheEnd_succeedsWithNothing) {
+TEST_P(TransferTest, read_at_the_end_succeeds_with_nothing) {
   WriteAt(file_, 0, Pattern(1, 10));
   unsigned char byte = 0xA5;
   OrbU32 done = 7;
@@ -193,7 +193,7 @@ TEST_P(TransferTest, read_atTheEnd_succeedsWithNothing) {
   EXPECT_EQ(byte, 0xA5);
 }
 
-TEST_P(TransferTest, read_moreThanThereIs_givesTheRestAndTouchesNoMore) {
+TEST_P(TransferTest, read_more_than_there_is_gives_the_rest_and_touches_no_more) {
   WriteAt(file_, 0, Pattern(1, 2 * block_ + 10));
   EXPECT_EQ(Seek(5, ORB_SEEK_BEGIN), Succeeded(5));
   Bytes buffer(4 * block_, 0xA5);
@@ -206,7 +206,7 @@ TEST_P(TransferTest, read_moreThanThereIs_givesTheRestAndTouchesNoMore) {
   EXPECT_EQ(Bytes(buffer.begin() + done, buffer.end()), Bytes(buffer.size() - done, 0xA5));
 }
 
-TEST_P(TransferTest, read_hugeCount_isCutToTheFile) {
+TEST_P(TransferTest, read_huge_count_is_cut_to_the_file) {
   WriteAt(file_, 0, Pattern(1, 10));
   EXPECT_EQ(Seek(0, ORB_SEEK_BEGIN), Succeeded(0));
   Bytes buffer(10);
@@ -216,7 +216,7 @@ TEST_P(TransferTest, read_hugeCount_isCutToTheFile) {
   EXPECT_EQ(buffer, Pattern(1, 10));
 }
 
-TEST_P(TransferTest, read_ofNothing_succeeds) {
+TEST_P(TransferTest, read_of_nothing_succeeds) {
   WriteAt(file_, 0, Pattern(1, 10));
   EXPECT_EQ(Seek(3, ORB_SEEK_BEGIN), Succeeded(3));
   OrbU32 done = 7;
@@ -229,14 +229,14 @@ TEST_P(TransferTest, read_ofNothing_succeeds) {
 
 // ---- Positions --------------------------------------------------------------------------------------------------------
 
-TEST_P(TransferTest, seek_fromTheBeginning_reachesAllOfTheFile) {
+TEST_P(TransferTest, seek_from_the_beginning_reaches_all_of_the_file) {
   WriteAt(file_, 0, Pattern(1, 1000));
   for (const OrbI32 position : {0, 1, 500, 999, 1000}) {
     EXPECT_EQ(Seek(position, ORB_SEEK_BEGIN), Succeeded(static_cast<OrbU32>(position)));
   }
 }
 
-TEST_P(TransferTest, seek_fromTheCurrentPosition_isRelative) {
+TEST_P(TransferTest, seek_from_the_current_position_is_relative) {
   WriteAt(file_, 0, Pattern(1, 1000));
   EXPECT_EQ(Seek(-1000, ORB_SEEK_CURRENT), Succeeded(0));
   EXPECT_EQ(Seek(600, ORB_SEEK_CURRENT), Succeeded(600));
@@ -245,14 +245,14 @@ TEST_P(TransferTest, seek_fromTheCurrentPosition_isRelative) {
   EXPECT_EQ(Seek(500, ORB_SEEK_CURRENT), Succeeded(1000));
 }
 
-TEST_P(TransferTest, seek_fromTheEnd_isRelative) {
+TEST_P(TransferTest, seek_from_the_end_is_relative) {
   WriteAt(file_, 0, Pattern(1, 1000));
   EXPECT_EQ(Seek(0, ORB_SEEK_END), Succeeded(1000));
   EXPECT_EQ(Seek(-1, ORB_SEEK_END), Succeeded(999));
   EXPECT_EQ(Seek(-1000, ORB_SEEK_END), Succeeded(0));
 }
 
-TEST_P(TransferTest, seek_outsideTheFile_failsAndStays) {
+TEST_P(TransferTest, seek_outside_the_file_fails_and_stays) {
   constexpr OrbI32 kMin = static_cast<OrbI32>(0x80000000u);
   constexpr OrbI32 kMax = 0x7FFFFFFF;
   WriteAt(file_, 0, Pattern(1, 1000));
@@ -270,7 +270,7 @@ TEST_P(TransferTest, seek_outsideTheFile_failsAndStays) {
   }
 }
 
-TEST_P(TransferTest, seek_unknownOrigin_failsInvalidArgument) {
+TEST_P(TransferTest, seek_unknown_origin_fails_invalid_argument) {
   WriteAt(file_, 0, Pattern(1, 10));
   for (const OrbU32 origin : {3u, 4u, 0x10000u, 0xFFFFFFFFu}) {
     EXPECT_EQ(Seek(0, origin), Failed(ORB_ERROR_INVALID_ARGUMENT, ORB_INVALID_POSITION)) << origin;
@@ -278,7 +278,7 @@ TEST_P(TransferTest, seek_unknownOrigin_failsInvalidArgument) {
   EXPECT_EQ(Position(), 10u);
 }
 
-TEST_P(TransferTest, seek_emptyFile_knows0Alone) {
+TEST_P(TransferTest, seek_empty_file_knows_0_alone) {
   for (const OrbU32 origin : {ORB_SEEK_BEGIN, ORB_SEEK_CURRENT, ORB_SEEK_END}) {
     EXPECT_EQ(Seek(0, origin), Succeeded(0));
     EXPECT_EQ(Seek(1, origin), Failed(ORB_ERROR_SEEK, ORB_INVALID_POSITION));
@@ -288,7 +288,7 @@ TEST_P(TransferTest, seek_emptyFile_knows0Alone) {
 
 // ---- Sizes ------------------------------------------------------------------------------------------------------------
 
-TEST_P(TransferTest, setSize_aboveTheLargest_failsInvalidArgument) {
+TEST_P(TransferTest, set_size_above_the_largest_fails_invalid_argument) {
   WriteAt(file_, 0, Pattern(1, 10));
   for (const OrbU32 size : {0x80000000u, 0xFFFFFFFFu}) {
     EXPECT_EQ(Ended(OrbSetFileSize(file_, size)), Failed(ORB_ERROR_INVALID_ARGUMENT)) << size;
@@ -296,7 +296,7 @@ TEST_P(TransferTest, setSize_aboveTheLargest_failsInvalidArgument) {
   EXPECT_EQ(All(), Pattern(1, 10));
 }
 
-TEST_P(TransferTest, setSize_grown_addsZeros) {
+TEST_P(TransferTest, set_size_grown_adds_zeros) {
   for (const OrbU32 from : {0u, 1u, block_ - 1, block_, block_ + 1}) {
     for (const OrbU32 to : {block_ - 1, block_, block_ + 1, 3 * block_ + 7, 8 * block_}) {
       if (to < from) continue;
@@ -311,14 +311,14 @@ TEST_P(TransferTest, setSize_grown_addsZeros) {
   }
 }
 
-TEST_P(TransferTest, setSize_grown_leavesThePosition) {
+TEST_P(TransferTest, set_size_grown_leaves_the_position) {
   WriteAt(file_, 0, Pattern(1, 100));
   EXPECT_EQ(Seek(50, ORB_SEEK_BEGIN), Succeeded(50));
   EXPECT_EQ(Ended(OrbSetFileSize(file_, 5 * block_)), Succeeded());
   EXPECT_EQ(Position(), 50u);
 }
 
-TEST_P(TransferTest, setSize_shrunk_keepsTheBeginning) {
+TEST_P(TransferTest, set_size_shrunk_keeps_the_beginning) {
   const Bytes data = Pattern(1, 8 * block_ + 3);
   for (const OrbU32 to : {8 * block_, 7 * block_ + 1, 6 * block_, block_ + 1, block_, block_ - 1, 1u, 0u}) {
     EXPECT_EQ(Ended(OrbSetFileSize(file_, 0)), Succeeded());
@@ -329,20 +329,20 @@ TEST_P(TransferTest, setSize_shrunk_keepsTheBeginning) {
   }
 }
 
-TEST_P(TransferTest, setSize_belowThePosition_movesItToTheEnd) {
+TEST_P(TransferTest, set_size_below_the_position_moves_it_to_the_end) {
   WriteAt(file_, 0, Pattern(1, 3000));
   EXPECT_EQ(Ended(OrbSetFileSize(file_, 1000)), Succeeded());
   EXPECT_EQ(Position(), 1000u);
 }
 
-TEST_P(TransferTest, setSize_abovePosition_leavesIt) {
+TEST_P(TransferTest, set_size_above_position_leaves_it) {
   WriteAt(file_, 0, Pattern(1, 3000));
   EXPECT_EQ(Seek(500, ORB_SEEK_BEGIN), Succeeded(500));
   EXPECT_EQ(Ended(OrbSetFileSize(file_, 1000)), Succeeded());
   EXPECT_EQ(Position(), 500u);
 }
 
-TEST_P(TransferTest, setSize_theSame_changesNothing) {
+TEST_P(TransferTest, set_size_the_same_changes_nothing) {
   WriteAt(file_, 0, Pattern(1, 3000));
   EXPECT_EQ(Seek(7, ORB_SEEK_BEGIN), Succeeded(7));
   EXPECT_EQ(Ended(OrbSetFileSize(file_, 3000)), Succeeded());
@@ -351,7 +351,7 @@ TEST_P(TransferTest, setSize_theSame_changesNothing) {
 }
 
 // A file that shrinks to almost nothing and grows again goes through its maps in both directions.
-TEST_P(TransferTest, setSize_downAndUpAgain_keepsWhatIsLeft) {
+TEST_P(TransferTest, set_size_down_and_up_again_keeps_what_is_left) {
   const Bytes data = Pattern(3, 280 * 1024);
   WriteAt(file_, 0, data);
   for (const OrbU32 size : {270u * 1024, 7 * block_, 6 * block_, block_ / 2, 0u}) {
@@ -368,7 +368,7 @@ INSTANTIATE_TEST_SUITE_P(Volumes, TransferTest,
 
 // ---- The largest map ----------------------------------------------------------------------------------------------------
 
-TEST_F(ApiTest, setSize_beyondTheMap_failsVolumeFull) {
+TEST_F(ApiTest, set_size_beyond_the_map_fails_volume_full) {
   constexpr OrbU32 kCapacity = (6 + 256 + 256 * 256) * 1024;
   static_assert(kCapacity == 67377152, "the most that a file of small blocks holds");
   FormatAndMount(kMemory, 64, 1024, "MEM");
@@ -414,62 +414,62 @@ class StampTest : public ApiTest {
   std::string before_;
 };
 
-TEST_F(StampTest, stamp_afterReading_stays) {
+TEST_F(StampTest, stamp_after_reading_stays) {
   MakeOldFile(3000);
   ReadAt(file_, 0, 3000);
   ExpectOld();
 }
 
-TEST_F(StampTest, stamp_afterOverwriting_stays) {
+TEST_F(StampTest, stamp_after_overwriting_stays) {
   MakeOldFile(3000);
   WriteAt(file_, 0, Pattern(2, 3000));
   ExpectOld();
 }
 
-TEST_F(StampTest, stamp_afterOverwritingAFileOfOneBlock_isNew) {
+TEST_F(StampTest, stamp_after_overwriting_a_file_of_one_block_is_new) {
   MakeOldFile(1024);
   WriteAt(file_, 10, Pattern(2, 1));
   ExpectStamped();
 }
 
-TEST_F(StampTest, stamp_afterOverwritingAFileOfAlmostOneBlock_stays) {
+TEST_F(StampTest, stamp_after_overwriting_a_file_of_almost_one_block_stays) {
   MakeOldFile(1023);
   WriteAt(file_, 0, Pattern(2, 1023));
   ExpectOld();
 }
 
-TEST_F(StampTest, stamp_afterWritingNothing_stays) {
+TEST_F(StampTest, stamp_after_writing_nothing_stays) {
   MakeOldFile(1024);
   OrbU32 done = 7;
   EXPECT_EQ(Ended(OrbWriteFile(file_, nullptr, 0, &done)), Succeeded());
   ExpectOld();
 }
 
-TEST_F(StampTest, stamp_afterGrowingByWriting_isNew) {
+TEST_F(StampTest, stamp_after_growing_by_writing_is_new) {
   MakeOldFile(3000);
   WriteAt(file_, 3000, Pattern(2, 1));
   ExpectStamped();
 }
 
-TEST_F(StampTest, stamp_afterGrowing_isNew) {
+TEST_F(StampTest, stamp_after_growing_is_new) {
   MakeOldFile(3000);
   EXPECT_EQ(Ended(OrbSetFileSize(file_, 3001)), Succeeded());
   ExpectStamped();
 }
 
-TEST_F(StampTest, stamp_afterShrinking_isNew) {
+TEST_F(StampTest, stamp_after_shrinking_is_new) {
   MakeOldFile(3000);
   EXPECT_EQ(Ended(OrbSetFileSize(file_, 2999)), Succeeded());
   ExpectStamped();
 }
 
-TEST_F(StampTest, stamp_afterSettingTheSameSize_stays) {
+TEST_F(StampTest, stamp_after_setting_the_same_size_stays) {
   MakeOldFile(3000);
   EXPECT_EQ(Ended(OrbSetFileSize(file_, 3000)), Succeeded());
   ExpectOld();
 }
 
-TEST_F(StampTest, stamp_afterOpeningAndClosing_stays) {
+TEST_F(StampTest, stamp_after_opening_and_closing_stays) {
   MakeOldFile(3000);
   EXPECT_EQ(Ended(OrbFlushFileBuffers(file_)), Succeeded());
   Close(file_);
@@ -500,7 +500,7 @@ class TransferImageTest : public ApiTest {
   }
 };
 
-TEST_F(TransferImageTest, write_partOfABlock_padsItWithZeros) {
+TEST_F(TransferImageTest, write_part_of_a_block_pads_it_with_zeros) {
   Write(0, Bytes(10, 0xA5));
   const Image image = Look(kFirst, "VOL");
   EXPECT_EQ(image.NodeSize(2), 10u);
@@ -510,7 +510,7 @@ TEST_F(TransferImageTest, write_partOfABlock_padsItWithZeros) {
   EXPECT_TRUE(image.All(image.Block(3) + 10, 1014, 0));
 }
 
-TEST_F(TransferImageTest, write_sevenBlocks_makesAMapOfTheSeventh) {
+TEST_F(TransferImageTest, write_seven_blocks_makes_a_map_of_the_seventh) {
   Write(0, Pattern(1, 7 * 1024));
   const Image image = Look(kFirst, "VOL");
   EXPECT_EQ(image.Direct(2, 5), 8u);
@@ -520,7 +520,7 @@ TEST_F(TransferImageTest, write_sevenBlocks_makesAMapOfTheSeventh) {
   EXPECT_TRUE(image.All(image.Block(10) + 4, 1020, 0));
 }
 
-TEST_F(TransferImageTest, shrink_belowTheMap_keepsTheMapForLater) {
+TEST_F(TransferImageTest, shrink_below_the_map_keeps_the_map_for_later) {
   Write(0, Pattern(1, 7 * 1024));
   Resize(6 * 1024);
   {
@@ -539,7 +539,7 @@ TEST_F(TransferImageTest, shrink_belowTheMap_keepsTheMapForLater) {
 }
 
 // Shrunk to nothing first, the file looks empty to its deletion, and its map block stays behind.
-TEST_F(TransferImageTest, delete_afterShrinkingTo0_leavesTheMapTaken) {
+TEST_F(TransferImageTest, delete_after_shrinking_to_0_leaves_the_map_taken) {
   Write(0, Pattern(1, 7 * 1024));
   Resize(0);
   EXPECT_EQ(Ended(OrbDeleteFileA("F")), Succeeded());
@@ -548,7 +548,7 @@ TEST_F(TransferImageTest, delete_afterShrinkingTo0_leavesTheMapTaken) {
   EXPECT_EQ(image.FreeBlocks(), 7u);
 }
 
-TEST_F(TransferImageTest, freedBlocks_areTakenLowestFirst) {
+TEST_F(TransferImageTest, freed_blocks_are_taken_lowest_first) {
   Write(0, Pattern(1, 5 * 1024));  // blocks 3 to 7
   Resize(1024);
   Resize(3 * 1024);
@@ -561,7 +561,7 @@ TEST_F(TransferImageTest, freedBlocks_areTakenLowestFirst) {
   EXPECT_EQ(image.FreeBlocks(), 2u);
 }
 
-TEST_F(TransferImageTest, grow_insideABlock_zerosTheRestOfIt) {
+TEST_F(TransferImageTest, grow_inside_a_block_zeros_the_rest_of_it) {
   Write(0, Bytes(1500, 0xA5));
   Resize(1400);
   Resize(5000);
@@ -572,7 +572,7 @@ TEST_F(TransferImageTest, grow_insideABlock_zerosTheRestOfIt) {
   EXPECT_TRUE(image.All(image.Block(3) + 1400, 5 * 1024 - 1400, 0));
 }
 
-TEST_F(TransferImageTest, everyCall_leavesTheVolumeClean) {
+TEST_F(TransferImageTest, every_call_leaves_the_volume_clean) {
   Write(0, Pattern(1, 3000));
   EXPECT_EQ(Look(kFirst, "VOL").U32(52), 0u);
   Resize(100);

@@ -317,14 +317,18 @@ void FailingOperation::ExpectVolumeGoesOn(const inspect::Report& disk) {
   EXPECT_EQ(Worse(disk, testhost::Inspect(testhost::GetFile(testhost::kChangedContainer))), "");
 }
 
-TEST_P(FailingOperation, AnswersACallThatFails) { FailEachCall(kAccessDenied, Repeat::kOnce); }
-TEST_P(FailingOperation, AnswersCallsThatFailFromThenOn) { FailEachCall(kGeneralFailure, Repeat::kFromThenOn); }
-TEST_P(FailingOperation, AnswersACallThatFailsForWantOfSpace) { FailEachCall(kDiskFull, Repeat::kOnce); }
-TEST_P(FailingOperation, AnswersCallsThatFailForWantOfSpace) { FailEachCall(kDiskFull, Repeat::kFromThenOn); }
-TEST_P(FailingOperation, AnswersADiskThatIsFullOnce) { FailEachWrite(kDiskFull, Repeat::kOnce, operation().fullDisk); }
-TEST_P(FailingOperation, AnswersADiskThatStaysFull) { FailEachWrite(kDiskFull, Repeat::kFromThenOn, ""); }
-TEST_P(FailingOperation, AnswersAnAllocationThatFails) { FailEachAllocation(Repeat::kOnce, operation().noMemory); }
-TEST_P(FailingOperation, AnswersTheEndOfMemory) { FailEachAllocation(Repeat::kFromThenOn, operation().endOfMemory); }
+TEST_P(FailingOperation, answers_a_call_that_fails) { FailEachCall(kAccessDenied, Repeat::kOnce); }
+TEST_P(FailingOperation, answers_calls_that_fail_from_then_on) { FailEachCall(kGeneralFailure, Repeat::kFromThenOn); }
+TEST_P(FailingOperation, answers_a_call_that_fails_for_want_of_space) { FailEachCall(kDiskFull, Repeat::kOnce); }
+TEST_P(FailingOperation, answers_calls_that_fail_for_want_of_space) { FailEachCall(kDiskFull, Repeat::kFromThenOn); }
+TEST_P(FailingOperation, answers_a_disk_that_is_full_once) {
+  FailEachWrite(kDiskFull, Repeat::kOnce, operation().fullDisk);
+}
+TEST_P(FailingOperation, answers_a_disk_that_stays_full) { FailEachWrite(kDiskFull, Repeat::kFromThenOn, ""); }
+TEST_P(FailingOperation, answers_an_allocation_that_fails) { FailEachAllocation(Repeat::kOnce, operation().noMemory); }
+TEST_P(FailingOperation, answers_the_end_of_memory) {
+  FailEachAllocation(Repeat::kFromThenOn, operation().endOfMemory);
+}
 
 INSTANTIATE_TEST_SUITE_P(Operations, FailingOperation, ::testing::ValuesIn(AllOperations()), NameOfOperation);
 

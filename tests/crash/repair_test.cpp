@@ -60,7 +60,7 @@ bool HasTurn([[maybe_unused]] size_t k, [[maybe_unused]] size_t count) {
 #endif
 }
 
-TEST_P(RepairedOperation, IsCleanAfterOneRun) {
+TEST_P(RepairedOperation, is_clean_after_one_run) {
   for (size_t k = 0; k < states().size(); ++k) {
     if (!HasTurn(k, states().size())) continue;
     SCOPED_TRACE("after " + std::to_string(k));
@@ -76,7 +76,7 @@ TEST_P(RepairedOperation, IsCleanAfterOneRun) {
   }
 }
 
-TEST_P(RepairedOperation, IsCleanAfterASecondRunWhereTheFirstIsStopped) {
+TEST_P(RepairedOperation, is_clean_after_a_second_run_where_the_first_is_stopped) {
   for (size_t k = 0; k < states().size(); ++k) {
     if (!HasTurn(k, states().size())) continue;
     SCOPED_TRACE("after " + std::to_string(k));

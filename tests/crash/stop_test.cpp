@@ -19,7 +19,7 @@ class StoppedOperation : public OperationTest {
   }
 };
 
-TEST_P(StoppedOperation, LeavesWhatIsListed) {
+TEST_P(StoppedOperation, leaves_what_is_listed) {
   std::vector<std::string> verdicts;
   for (const StopState& state : states()) {
     EXPECT_EQ(state.report.Count(Severity::kDamage), 0u) << "after " << verdicts.size();
@@ -33,7 +33,7 @@ TEST_P(StoppedOperation, LeavesWhatIsListed) {
 // The mark goes on the disk before the first metadata and off it at the very end; file data needs none. The one exception:
 // where the header is the first metadata, its copy was taken before the mark was set and takes it off again, until a later
 // header puts it back.
-TEST_P(StoppedOperation, IsMarkedFromItsFirstMetadataWriteToItsEnd) {
+TEST_P(StoppedOperation, is_marked_from_its_first_metadata_write_to_its_end) {
   const std::vector<testhost::CallRecord> writes = WritesOfOperation();
   const std::set<size_t> data = DataWrites(writes);
   bool begun = false;   // the mark was written
@@ -53,7 +53,7 @@ TEST_P(StoppedOperation, IsMarkedFromItsFirstMetadataWriteToItsEnd) {
   EXPECT_FALSE(marked);
 }
 
-TEST_P(StoppedOperation, LeavesEverythingElseAsItIs) {
+TEST_P(StoppedOperation, leaves_everything_else_as_it_is) {
   const testhost::Bystanders bystanders(states().front().image, operation().touched);
   for (const StopState& state : states()) {
     EXPECT_EQ(bystanders.MissingFrom(state.image, testhost::Inspect(state.image)), "");
@@ -63,7 +63,7 @@ TEST_P(StoppedOperation, LeavesEverythingElseAsItIs) {
 
 // A marked container is refused. One without the mark mounts, and so does one whose mark was taken off by force; everything
 // else can be read through the library then.
-TEST_P(StoppedOperation, IsRefusedWhileMarked) {
+TEST_P(StoppedOperation, is_refused_while_marked) {
   const testhost::Bystanders bystanders(states().front().image, operation().touched);
   for (const StopState& state : states()) {
     const bool marked = state.report.marked;
@@ -78,7 +78,7 @@ TEST_P(StoppedOperation, IsRefusedWhileMarked) {
 
 // Where the mark was lost, the container mounts as it is, and can be used; but for a directory that still names a block it
 // gave back: see hazard_test.cpp.
-TEST_P(StoppedOperation, CanBeUsedWhereTheMarkWasLost) {
+TEST_P(StoppedOperation, can_be_used_where_the_mark_was_lost) {
   for (const StopState& state : states()) {
     if (state.report.marked || state.report.IsClean()) continue;
     if (state.report.Count(inspect::Kind::kLastBlockFreed) != 0) continue;

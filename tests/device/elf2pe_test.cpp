@@ -111,7 +111,7 @@ struct ElfFile {
   }
 };
 
-TEST(ElfImage, elf_linkedProgram_isRead) {
+TEST(ElfImage, elf_linked_program_is_read) {
   const elf2pe::ElfImage image = ElfFile().Read();
   EXPECT_EQ(kText, image.entry);
   ASSERT_EQ(2u, image.sections.size());
@@ -124,7 +124,7 @@ TEST(ElfImage, elf_linkedProgram_isRead) {
   EXPECT_EQ(std::vector<uint32_t>{kText + 8}, image.addressWords);
 }
 
-TEST(ElfImage, elf_relativeReferences_areNoAddressWords) {
+TEST(ElfImage, elf_relative_references_are_no_address_words) {
   ElfFile file;
   for (const uint32_t kind : std::initializer_list<uint32_t>{R_ARM_CALL, R_ARM_JUMP24, R_ARM_THM_PC22, R_ARM_THM_JUMP24,
                                                              R_ARM_REL32, R_ARM_PREL31}) {
@@ -135,20 +135,20 @@ TEST(ElfImage, elf_relativeReferences_areNoAddressWords) {
   EXPECT_EQ(std::vector<uint32_t>{kText + 8}, file.Read().addressWords);
 }
 
-TEST(ElfImage, elf_absoluteSymbol_doesNotMove) {
+TEST(ElfImage, elf_absolute_symbol_does_not_move) {
   ElfFile file;
   file.relocations.push_back({kText + 12, R_ARM_ABS32, kConstant});
   EXPECT_EQ(std::vector<uint32_t>{kText + 8}, file.Read().addressWords);
 }
 
-TEST(ElfImage, elf_addressWordsInAnyOrder_areSortedOnceEach) {
+TEST(ElfImage, elf_address_words_in_any_order_are_sorted_once_each) {
   ElfFile file;
   file.relocations = {
       {kText + 12, R_ARM_ABS32, kFunction}, {kText + 8, R_ARM_ABS32, kVariable}, {kText + 12, R_ARM_ABS32, kFunction}};
   EXPECT_EQ((std::vector<uint32_t>{kText + 8, kText + 12}), file.Read().addressWords);
 }
 
-TEST(ElfImage, elf_unknownRelocation_isRefusedWithItsPlace) {
+TEST(ElfImage, elf_unknown_relocation_is_refused_with_its_place) {
   for (const uint32_t kind : std::initializer_list<uint32_t>{R_ARM_MOVW_ABS_NC, R_ARM_MOVT_ABS, R_ARM_TARGET1,
                                                              R_ARM_GOT32, R_ARM_ABS8, R_ARM_RELATIVE}) {
     ElfFile file;
@@ -158,25 +158,25 @@ TEST(ElfImage, elf_unknownRelocation_isRefusedWithItsPlace) {
   }
 }
 
-TEST(ElfImage, elf_undefinedReference_isRefused) {
+TEST(ElfImage, elf_undefined_reference_is_refused) {
   ElfFile file;
   file.relocations.push_back({kText + 4, R_ARM_ABS32, kMissing});
   EXPECT_EQ("at 0x10001004: a reference to Missing, which is undefined", file.Error());
 }
 
-TEST(ElfImage, elf_relativeReferenceOutOfTheImage_isRefused) {
+TEST(ElfImage, elf_relative_reference_out_of_the_image_is_refused) {
   ElfFile file;
   file.relocations.push_back({kText + 4, R_ARM_CALL, kConstant});
   EXPECT_EQ("at 0x10001004: a relative reference to Constant, which is not in the image", file.Error());
 }
 
-TEST(ElfImage, elf_unalignedAddressWord_isRefused) {
+TEST(ElfImage, elf_unaligned_address_word_is_refused) {
   ElfFile file;
   file.relocations = {{kText + 6, R_ARM_ABS32, kVariable}};
   EXPECT_EQ("at 0x10001006: an address word that is not aligned to 4", file.Error());
 }
 
-TEST(ElfImage, elf_relocationOutsideItsSection_isRefused) {
+TEST(ElfImage, elf_relocation_outside_its_section_is_refused) {
   for (const uint32_t address : {kText + 16, kText - 4, kData}) {
     ElfFile file;
     file.relocations = {{address, R_ARM_ABS32, kVariable}};
@@ -184,25 +184,25 @@ TEST(ElfImage, elf_relocationOutsideItsSection_isRefused) {
   }
 }
 
-TEST(ElfImage, elf_relocationOfUnknownSymbol_isRefused) {
+TEST(ElfImage, elf_relocation_of_unknown_symbol_is_refused) {
   ElfFile file;
   file.relocations = {{kText + 8, R_ARM_ABS32, kSymbols}};
   EXPECT_EQ("at 0x10001008: a relocation against symbol 5", file.Error());
 }
 
-TEST(ElfImage, elf_withoutRelocations_isRefused) {
+TEST(ElfImage, elf_without_relocations_is_refused) {
   ElfFile file;
   file.sections[kRelSection].sh_type = SHT_PROGBITS;
   EXPECT_EQ("no relocations in it; link with -q", file.Error());
 }
 
-TEST(ElfImage, elf_relocationsWithAddends_areRefused) {
+TEST(ElfImage, elf_relocations_with_addends_are_refused) {
   ElfFile file;
   file.sections[kRelSection].sh_type = SHT_RELA;
   EXPECT_EQ("relocations with addends of their own", file.Error());
 }
 
-TEST(ElfImage, elf_otherFiles_areRefused) {
+TEST(ElfImage, elf_other_files_are_refused) {
   EXPECT_EQ("the ELF header lies outside the file", ErrorOf([] { elf2pe::ReadElf({}); }));
   EXPECT_EQ("not an ELF file", ErrorOf([] { elf2pe::ReadElf(Bytes(100)); }));
   ElfFile wide;
@@ -216,13 +216,13 @@ TEST(ElfImage, elf_otherFiles_areRefused) {
   EXPECT_EQ("not a linked program", object.Error());
 }
 
-TEST(ElfImage, elf_overlappingSections_areRefused) {
+TEST(ElfImage, elf_overlapping_sections_are_refused) {
   ElfFile file;
   file.sections[kDataSection].sh_addr = kText + 12;
   EXPECT_EQ("sections .text and .data overlap", file.Error());
 }
 
-TEST(ElfImage, elf_cutAnywhere_isRefused) {
+TEST(ElfImage, elf_cut_anywhere_is_refused) {
   const Bytes whole = ElfFile().File();
   EXPECT_EQ("", ErrorOf([&] { elf2pe::ReadElf(whole); }));
   for (size_t size = 0; size < whole.size(); ++size) {
@@ -233,7 +233,7 @@ TEST(ElfImage, elf_cutAnywhere_isRefused) {
 
 // ---- Export lists ---------------------------------------------------------------------------------------------------
 
-TEST(ExportList, exports_listWithComments_isSorted) {
+TEST(ExportList, exports_list_with_comments_is_sorted) {
   const elf2pe::ExportList list =
       elf2pe::ParseExportList("; heading\nLIBRARY toy ; its name\nEXPORTS\n  beta\n\n  Zeta DATA\n  _alpha\n");
   EXPECT_EQ("toy.dll", list.library);
@@ -245,11 +245,11 @@ TEST(ExportList, exports_listWithComments_isSorted) {
   EXPECT_FALSE(list.exports[2].isData);
 }
 
-TEST(ExportList, exports_libraryWithExtension_keepsIt) {
+TEST(ExportList, exports_library_with_extension_keeps_it) {
   EXPECT_EQ("toy.cpl", elf2pe::ParseExportList("LIBRARY toy.cpl\nEXPORTS\n a\n").library);
 }
 
-TEST(ExportList, exports_badLists_areRefused) {
+TEST(ExportList, exports_bad_lists_are_refused) {
   const auto error = [](const char* text) { return ErrorOf([text] { elf2pe::ParseExportList(text); }); };
   EXPECT_EQ("the export list names no library", error("EXPORTS\n a\n"));
   EXPECT_EQ("the export list is empty", error("LIBRARY toy\nEXPORTS\n"));
@@ -311,7 +311,7 @@ Bytes Mapped(const Bytes& file) {
 
 std::string StringAt(const Bytes& image, uint32_t rva) { return reinterpret_cast<const char*>(image.data()) + rva; }
 
-TEST(PeImage, pe_headers_sayWhatWasAsked) {
+TEST(PeImage, pe_headers_say_what_was_asked) {
   const Bytes file = elf2pe::BuildPe(MakeImage(), kExports, {pe::kMachineArmThumb2, 8, 1, "COREDLL.dll"});
   const pe::NtHeaders headers = HeadersOf(file);
   EXPECT_EQ(0x01C4, headers.file.machine);
@@ -326,7 +326,7 @@ TEST(PeImage, pe_headers_sayWhatWasAsked) {
   EXPECT_EQ(1, headers.optional.minorSubsystemVersion);
 }
 
-TEST(PeImage, pe_sections_keepTheirPlaceAndLoseTrailingZeros) {
+TEST(PeImage, pe_sections_keep_their_place_and_lose_trailing_zeros) {
   const Bytes file = Build(MakeImage());
   const struct {
     const char* name;
@@ -348,7 +348,7 @@ TEST(PeImage, pe_sections_keepTheirPlaceAndLoseTrailingZeros) {
   EXPECT_EQ(0xC00u, file.size());
 }
 
-TEST(PeImage, pe_imports_haveBothTablesAndTheirNames) {
+TEST(PeImage, pe_imports_have_both_tables_and_their_names) {
   const Bytes file = Build(MakeImage());
   const Bytes image = Mapped(file);
   const pe::DataDirectory directory = HeadersOf(file).optional.directory[pe::kImportDirectory];
@@ -365,7 +365,7 @@ TEST(PeImage, pe_imports_haveBothTablesAndTheirNames) {
   EXPECT_EQ(0u, Get<pe::ImportDescriptor>(image, directory.rva + 20).name);
 }
 
-TEST(PeImage, pe_exports_keepBit0AndOrdinals) {
+TEST(PeImage, pe_exports_keep_bit_0_and_ordinals) {
   const Bytes file = Build(MakeImage());
   const Bytes image = Mapped(file);
   const auto exports = Get<pe::ExportDirectory>(image, HeadersOf(file).optional.directory[pe::kExportDirectory].rva);
@@ -381,7 +381,7 @@ TEST(PeImage, pe_exports_keepBit0AndOrdinals) {
   EXPECT_EQ(0x2700u, Get<uint32_t>(image, exports.functions + 4));
 }
 
-TEST(PeImage, pe_relocations_areBlocksOfOnePageEach) {
+TEST(PeImage, pe_relocations_are_blocks_of_one_page_each) {
   const Bytes file = Build(MakeImage());
   const Bytes image = Mapped(file);
   const pe::DataDirectory directory = HeadersOf(file).optional.directory[pe::kRelocationDirectory];
@@ -396,7 +396,7 @@ TEST(PeImage, pe_relocations_areBlocksOfOnePageEach) {
   EXPECT_EQ(0x0000, Get<uint16_t>(image, directory.rva + 22));  // fills the block up
 }
 
-TEST(PeImage, pe_checksum_isTheSumOfTheFile) {
+TEST(PeImage, pe_checksum_is_the_sum_of_the_file) {
   Bytes file = Build(MakeImage());
   const uint32_t field = 64 + 24 + 64;
   const auto stored = Get<uint32_t>(file, field);
@@ -407,15 +407,15 @@ TEST(PeImage, pe_checksum_isTheSumOfTheFile) {
   EXPECT_EQ(sum + file.size(), stored);
 }
 
-TEST(PeImage, pe_sameInput_sameBytes) { EXPECT_EQ(Build(MakeImage()), Build(MakeImage())); }
+TEST(PeImage, pe_same_input_same_bytes) { EXPECT_EQ(Build(MakeImage()), Build(MakeImage())); }
 
-TEST(PeImage, pe_badExports_areRefused) {
+TEST(PeImage, pe_bad_exports_are_refused) {
   EXPECT_EQ("exports Absent, which is not in the image", BuildError(MakeImage(), {"toy.dll", {{"Absent", false}}}));
   EXPECT_EQ("Run does not lie in .data", BuildError(MakeImage(), {"toy.dll", {{"Run", true}}}));
   EXPECT_EQ("Value does not lie in .text", BuildError(MakeImage(), {"toy.dll", {{"Value", false}}}));
 }
 
-TEST(PeImage, pe_badSections_areRefused) {
+TEST(PeImage, pe_bad_sections_are_refused) {
   elf2pe::ElfImage unknown = MakeImage();
   unknown.sections[1].name = ".init_array";
   EXPECT_EQ("section .init_array has no place in the image", BuildError(unknown));
@@ -435,7 +435,7 @@ TEST(PeImage, pe_badSections_areRefused) {
   EXPECT_EQ("the image base is not a multiple of 64 KiB", BuildError(lowBase));
 }
 
-TEST(PeImage, pe_entryPointOutsideCode_isRefused) {
+TEST(PeImage, pe_entry_point_outside_code_is_refused) {
   for (const uint32_t entry : {0u, kText + 16, kData}) {
     elf2pe::ElfImage elf = MakeImage();
     elf.entry = entry;
@@ -443,7 +443,7 @@ TEST(PeImage, pe_entryPointOutsideCode_isRefused) {
   }
 }
 
-TEST(PeImage, pe_badImportSlots_areRefused) {
+TEST(PeImage, pe_bad_import_slots_are_refused) {
   elf2pe::ElfImage nameless = MakeImage();
   nameless.symbols.erase("__imp_first");
   EXPECT_EQ("a word of .idata is no import slot", BuildError(nameless));

@@ -77,7 +77,7 @@ class DeviceImage:
         self.elf = os.path.join(OBJECTS, self.build, self.image + ".elf")
         self.exports = images.export_list(EXPORT_LISTS[self.image])
 
-    def test_image_headers_sayWindowsCe(self):
+    def test_image_headers_say_windows_ce(self):
         headers = images.headers(self.dll)
         self.assertEqual(self.machine, headers["Machine"])
         self.assertEqual(9, headers["Subsystem"])
@@ -88,24 +88,24 @@ class DeviceImage:
         self.assertEqual(LINKED_BASE, headers["ImageBase"])
         self.assertEqual(0, headers["TimeDateStamp"])
 
-    def test_image_sections_haveTheirFlagsAndNoOthersExist(self):
+    def test_image_sections_have_their_flags_and_no_others_exist(self):
         sections = images.sections(self.dll)
         expected = [name for name in SECTION_FLAGS if name != ".rdata" or ".rdata" in sections]
         self.assertEqual(expected, list(sections))
         for name, (_, _, _, _, flags) in sections.items():
             self.assertEqual(SECTION_FLAGS[name], flags, name)
 
-    def test_image_imports_areOnTheListAndFromCoredll(self):
+    def test_image_imports_are_on_the_list_and_from_coredll(self):
         imports = images.imports(self.dll)
         self.assertEqual(["COREDLL.dll"], list(imports))
         allowed = images.export_list(IMPORT_LIST)
         self.assertEqual([], [name for name in imports["COREDLL.dll"] if name not in allowed])
         self.assertGreater(len(imports["COREDLL.dll"]), 0)
 
-    def test_image_exports_areTheListSorted(self):
+    def test_image_exports_are_the_list_sorted(self):
         self.assertEqual(sorted(self.exports), list(images.exports(self.dll)))
 
-    def test_image_exports_lieWhereTheirKindBelongs(self):
+    def test_image_exports_lie_where_their_kind_belongs(self):
         sections = images.sections(self.dll)
         for name, rva in images.exports(self.dll).items():
             start, size, _, _, _ = sections[".data" if self.exports[name] else ".text"]
@@ -113,7 +113,7 @@ class DeviceImage:
             if not self.exports[name]:
                 self.assertEqual(1 if self.thumb else 0, rva & 1, name)
 
-    def test_image_baseRelocations_coverExactlyWhatMovesWithTheImage(self):
+    def test_image_base_relocations_cover_exactly_what_moves_with_the_image(self):
         linked = elf_memory(self.elf)
         moved = elf_memory(self.elf.replace(".elf", "-moved.elf"))
         self.assertEqual(len(linked), len(moved))
@@ -128,7 +128,7 @@ class DeviceImage:
         self.assertEqual([("HIGHLOW", rva) for rva in differing],
                          [entry for entry in images.relocations(self.dll) if entry[0] != "ABSOLUTE"])
 
-    def test_image_contents_areWhatWasLinked(self):
+    def test_image_contents_are_what_was_linked(self):
         linked = elf_memory(self.elf)
         data = file_bytes(self.dll)
         for name, (rva, size, offset, raw_size, _) in images.sections(self.dll).items():
@@ -136,13 +136,13 @@ class DeviceImage:
                 loaded = data[offset:offset + raw_size].ljust(size, b"\0")[:size]
                 self.assertEqual(linked[rva - 0x1000:rva - 0x1000 + size].ljust(size, b"\0"), loaded, name)
 
-    def test_image_elf_hasNothingToRunOrBindAtStart(self):
+    def test_image_elf_has_nothing_to_run_or_bind_at_start(self):
         names = re.findall(r"^ *\[ *\d+\] (\S+)", run("arm-none-eabi-readelf", "-S", "-W", self.elf), re.M)
         self.assertIn(".text", names)
         starting = [name for name in names if re.match(r"\.(preinit_|init_|fini_)array|\.[cd]tors|\.got|\.plt|\.dyn", name)]
         self.assertEqual([], starting)
 
-    def test_image_checksum_isRight(self):
+    def test_image_checksum_is_right(self):
         data = bytearray(file_bytes(self.dll))
         field = struct.unpack_from("<I", data, 60)[0] + 24 + 64
         stored = struct.unpack_from("<I", data, field)[0]
@@ -153,7 +153,7 @@ class DeviceImage:
 class Armv4Image(DeviceImage):
     build, machine, version, thumb = "ce-armv4", 0x1C0, (4, 0), False
 
-    def test_image_attributes_sayArmv4t(self):
+    def test_image_attributes_say_armv_4_t(self):
         objects = [os.path.join(OBJECTS, self.build, name) for name in os.listdir(os.path.join(OBJECTS, self.build))]
         objects = [name for name in objects if name.endswith((".o", ".elf"))]
         self.assertIn(self.elf, objects)
@@ -161,7 +161,7 @@ class Armv4Image(DeviceImage):
             attributes = run("arm-none-eabi-readelf", "-A", name)
             self.assertEqual(["v4T"], re.findall(r"Tag_CPU_arch: (\S+)", attributes), name)
 
-    def test_image_code_isArmv4tThroughout(self):
+    def test_image_code_is_armv_4_t_throughout(self):
         count, later = differs_from_armv4t(self.elf)
         self.assertGreater(count, 200)
         self.assertEqual([], later)
@@ -174,7 +174,7 @@ class Armv7Image(DeviceImage):
 class Armv4Orba(Armv4Image, unittest.TestCase):
     image = "orba"
 
-    def test_image_code_fitsItsLimit(self):
+    def test_image_code_fits_its_limit(self):
         sections = images.sections(self.dll)
         size = sections[".text"][1] + sections[".rdata"][1]
         self.assertLessEqual(size, CODE_LIMIT)
@@ -198,17 +198,17 @@ class DesktopImage:
     def setUp(self):
         self.dll = os.path.join(DIST, "win64", self.image + ".dll")
 
-    def test_image_headers_sayWindowsX64(self):
+    def test_image_headers_say_windows_x64(self):
         headers = images.headers(self.dll)
         self.assertEqual(0x8664, headers["Machine"])
         self.assertEqual(0x20B, headers["Magic"])
         self.assertEqual(0x2000, headers["Characteristics"] & 0x2000)
         self.assertEqual(0, headers["TimeDateStamp"])
 
-    def test_image_imports_areKernelAndCRuntime(self):
+    def test_image_imports_are_kernel_and_c_runtime(self):
         self.assertEqual({"KERNEL32.dll", "msvcrt.dll"}, set(images.imports(self.dll)))
 
-    def test_image_exports_areTheListSorted(self):
+    def test_image_exports_are_the_list_sorted(self):
         self.assertEqual(sorted(images.export_list(EXPORT_LISTS[self.image])), list(images.exports(self.dll)))
 
 
@@ -221,7 +221,7 @@ class DesktopMemfile(DesktopImage, unittest.TestCase):
 
 
 class ExportList(unittest.TestCase):
-    def test_exportList_orba_has48FunctionsAnd6Counters(self):
+    def test_export_list_orba_has_48_functions_and_6_counters(self):
         kinds = list(images.export_list(EXPORT_LISTS["orba"]).values())
         self.assertEqual((48, 6), (kinds.count(False), kinds.count(True)))
 
@@ -229,7 +229,7 @@ class ExportList(unittest.TestCase):
 class Disassembler(unittest.TestCase):
     """That the check for later instructions finds some where there are some."""
 
-    def test_disassembler_laterInstructions_areFound(self):
+    def test_disassembler_later_instructions_are_found(self):
         source = ".arch armv7-a\n.arm\nmov r0, r1\nclz r0, r1\nblx r2\nmovw r0, #4\nldrd r0, r1, [r2]\nbx lr\n"
         with tempfile.NamedTemporaryFile(suffix=".o") as made:
             subprocess.run(["arm-none-eabi-as", "-o", made.name, "-"], input=source, check=True, text=True)

@@ -106,7 +106,7 @@ std::string RightsOf(const void* address) {
   return "unmapped";
 }
 
-TEST_F(Loader, loader_anyAddress_codeFindsItsData) {
+TEST_F(Loader, loader_any_address_code_finds_its_data) {
   ASSERT_EQ("", Load(MakeDll()));
   EXPECT_NE(kLinkedBase, reinterpret_cast<uintptr_t>(image_->memory));
   EXPECT_EQ(42, Exported<int()>("GetNumber")());
@@ -114,44 +114,44 @@ TEST_F(Loader, loader_anyAddress_codeFindsItsData) {
   EXPECT_EQ(43, Exported<int()>("GetNumber")());
 }
 
-TEST_F(Loader, loader_givenAddress_imageIsThere) {
+TEST_F(Loader, loader_given_address_image_is_there) {
   ASSERT_EQ("", Load(MakeDll(), reinterpret_cast<void*>(kElsewhere)));
   EXPECT_EQ(kElsewhere, reinterpret_cast<uintptr_t>(image_->memory));
   EXPECT_EQ(kElsewhere + 0x2000, reinterpret_cast<uintptr_t>(device::FindExport(*image_, "Number")));
   EXPECT_EQ(42, Exported<int()>("GetNumber")());
 }
 
-TEST_F(Loader, loader_linkedAddressGiven_isRefused) {
+TEST_F(Loader, loader_linked_address_given_is_refused) {
   EXPECT_EQ("loader_test.dll finds no memory where it should go",
             Load(MakeDll(), reinterpret_cast<void*>(kLinkedBase)));
 }
 
-TEST_F(Loader, loader_addressTaken_isRefused) {
+TEST_F(Loader, loader_address_taken_is_refused) {
   ASSERT_EQ("", Load(MakeDll(), reinterpret_cast<void*>(kElsewhere)));
   std::string error;
   EXPECT_EQ(nullptr, device::LoadImage(kPath, reinterpret_cast<void*>(kElsewhere), ResolveStrlen, &error));
   EXPECT_EQ("loader_test.dll finds no memory where it should go", error);
 }
 
-TEST_F(Loader, loader_import_isCalledThroughItsSlot) {
+TEST_F(Loader, loader_import_is_called_through_its_slot) {
   ASSERT_EQ("", Load(MakeDll()));
   EXPECT_EQ(105u, Exported<size_t(const char*)>("Length")("hello"));
 }
 
-TEST_F(Loader, loader_thumbExport_isCalledAsThumb) {
+TEST_F(Loader, loader_thumb_export_is_called_as_thumb) {
   ASSERT_EQ("", Load(MakeDll()));
   EXPECT_EQ(1u, reinterpret_cast<uintptr_t>(device::FindExport(*image_, "Seven")) & 1);
   EXPECT_EQ(7, Exported<int()>("Seven")());
 }
 
-TEST_F(Loader, loader_unknownExport_isNull) {
+TEST_F(Loader, loader_unknown_export_is_null) {
   ASSERT_EQ("", Load(MakeDll()));
   EXPECT_EQ(nullptr, device::FindExport(*image_, ""));
   EXPECT_EQ(nullptr, device::FindExport(*image_, "Number2"));
   EXPECT_EQ(nullptr, device::FindExport(*image_, "Zero"));
 }
 
-TEST_F(Loader, loader_sections_areProtectedAsTheyAsk) {
+TEST_F(Loader, loader_sections_are_protected_as_they_ask) {
   ASSERT_EQ("", Load(MakeDll()));
   EXPECT_EQ("r-", RightsOf(image_->memory));
   EXPECT_EQ("r-", RightsOf(image_->memory + 0x1000));  // .text
@@ -161,23 +161,23 @@ TEST_F(Loader, loader_sections_areProtectedAsTheyAsk) {
   EXPECT_EQ("--", RightsOf(image_->memory + 0x5000));  // .reloc
 }
 
-TEST_F(Loader, loader_missingImport_isNamed) {
+TEST_F(Loader, loader_missing_import_is_named) {
   EXPECT_EQ("loader_test.dll needs strlen of COREDLL.dll, which is not there",
             Load(MakeDll(), nullptr, ResolveNothing));
 }
 
-TEST_F(Loader, loader_entryPointFails_imageIsGone) {
+TEST_F(Loader, loader_entry_point_fails_image_is_gone) {
   EXPECT_EQ("loader_test.dll does not want to be loaded", Load(MakeDll(kReturn0), reinterpret_cast<void*>(kElsewhere)));
   EXPECT_EQ("unmapped", RightsOf(reinterpret_cast<void*>(kElsewhere)));
 }
 
-TEST_F(Loader, loader_missingFile_isRefused) {
+TEST_F(Loader, loader_missing_file_is_refused) {
   std::string error;
   EXPECT_EQ(nullptr, device::LoadImage("no-such.dll", nullptr, ResolveStrlen, &error));
   EXPECT_EQ("no-such.dll cannot be read", error);
 }
 
-TEST_F(Loader, loader_fileCutAnywhere_isRefused) {
+TEST_F(Loader, loader_file_cut_anywhere_is_refused) {
   const Bytes dll = MakeDll();
   for (size_t size = 0; size < dll.size(); size += 4) {
     EXPECT_NE("", Load(Bytes(dll.begin(), dll.begin() + static_cast<ptrdiff_t>(size)))) << size;
@@ -205,7 +205,7 @@ struct RelocationPage {
   bool Relocate(uint32_t delta) { return device::Relocate(bytes.data(), 0x1000, 0x800, tableSize, delta); }
 };
 
-TEST(Relocation, relocation_word_isMoved) {
+TEST(Relocation, relocation_word_is_moved) {
   RelocationPage page({3 << 12 | 0x10, 0});
   page.Put(0x10, 0x1A345E78);
   page.Put(0x14, 0x1A345E78);
@@ -214,7 +214,7 @@ TEST(Relocation, relocation_word_isMoved) {
   EXPECT_EQ(0x1A345E78u, page.Get(0x14));
 }
 
-TEST(Relocation, relocation_armMovePair_isMovedWithCarry) {
+TEST(Relocation, relocation_arm_move_pair_is_moved_with_carry) {
   RelocationPage page({5 << 12 | 0x10, 0});
   page.Put(0x10, 0xE3053E78);  // movw r3, #0x5E78
   page.Put(0x14, 0xE3413A34);  // movt r3, #0x1A34
@@ -223,7 +223,7 @@ TEST(Relocation, relocation_armMovePair_isMovedWithCarry) {
   EXPECT_EQ(0xE3413A35u, page.Get(0x14));
 }
 
-TEST(Relocation, relocation_thumbMovePair_isMovedWithCarry) {
+TEST(Relocation, relocation_thumb_move_pair_is_moved_with_carry) {
   RelocationPage page({7 << 12 | 0x10, 0});
   page.Put(0x10, 0x6378F645);  // movw r3, #0x5E78
   page.Put(0x14, 0x2334F6C1);  // movt r3, #0x1A34
@@ -232,28 +232,28 @@ TEST(Relocation, relocation_thumbMovePair_isMovedWithCarry) {
   EXPECT_EQ(0x2335F6C1u, page.Get(0x14));
 }
 
-TEST(Relocation, relocation_padding_changesNothing) {
+TEST(Relocation, relocation_padding_changes_nothing) {
   RelocationPage page({0, 0});
   page.Put(0, 0x11111111);
   EXPECT_TRUE(page.Relocate(0xB000));
   EXPECT_EQ(0x11111111u, page.Get(0));
 }
 
-TEST(Relocation, relocation_unknownKind_isRefused) {
+TEST(Relocation, relocation_unknown_kind_is_refused) {
   for (const uint32_t kind : {1, 2, 4, 6, 8, 9, 10, 15}) {
     RelocationPage page({static_cast<uint16_t>(kind << 12), 0});
     EXPECT_FALSE(page.Relocate(0xB000)) << kind;
   }
 }
 
-TEST(Relocation, relocation_placeBeyondTheImage_isRefused) {
+TEST(Relocation, relocation_place_beyond_the_image_is_refused) {
   RelocationPage word({3 << 12 | 0xFFD, 0});
   EXPECT_FALSE(word.Relocate(0xB000));
   RelocationPage pair({5 << 12 | 0xFFA, 0});
   EXPECT_FALSE(pair.Relocate(0xB000));
 }
 
-TEST(Relocation, relocation_damagedTable_isRefused) {
+TEST(Relocation, relocation_damaged_table_is_refused) {
   RelocationPage page({0, 0});
   page.Put(0x804, 16);  // the block claims more than the table has
   EXPECT_FALSE(page.Relocate(0xB000));

@@ -151,7 +151,7 @@ class ReaderBesideLibrary : public LibraryTest, public testing::WithParamInterfa
   }
 };
 
-TEST_P(ReaderBesideLibrary, soundContainer_isReadAlike) {
+TEST_P(ReaderBesideLibrary, sound_container_is_read_alike) {
   for (uint32_t seed = 1; seed <= 3; ++seed) {
     Fill(GetParam(), seed);
     Tree library;
@@ -183,7 +183,7 @@ bool IsRefused(Trouble trouble) {
          trouble == Trouble::kNotAFile;
 }
 
-TEST_P(ReaderBesideLibrary, damagedContainer_isReadAsFarAsTheLibraryReadsIt) {
+TEST_P(ReaderBesideLibrary, damaged_container_is_read_as_far_as_the_library_reads_it) {
   Fill(GetParam(), 5);
   ASSERT_TRUE(OrbUnmountVolumeA("A"));
   const Bytes sound = testhost::FileBytes(u"VOL");

@@ -110,7 +110,7 @@ TEST(Name, copy_goes_up_to_the_terminator_in_upper_case) {
 
 // ---- Wildcards ------------------------------------------------------------------------------------------------------
 
-TEST(Name, wildcard_table) {  // Q7
+TEST(Name, wildcard_patterns_match_their_names_alone) {  // Q7
   const struct {
     const char* name;
     const char* pattern;

@@ -266,7 +266,7 @@ TEST_F(Find, slot_holds_directory_offset_and_pattern) {
   EXPECT_EQ(g_FindTable[0].pattern, nullptr);
 }
 
-TEST_F(Find, code_table) {
+TEST_F(Find, table_of_bad_patterns_gives_each_its_code) {
   const struct {
     const char* pattern;
     const char* outcome;

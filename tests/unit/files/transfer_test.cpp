@@ -71,7 +71,7 @@ class Transfer : public TreeTest {
 
 // ---- Positioning ----------------------------------------------------------------------------------------------------
 
-TEST_F(Transfer, seek_table) {  // Q5
+TEST_F(Transfer, seek_of_each_origin_gives_the_position_or_the_code) {  // Q5
   OpenNew(Pattern(100));
   constexpr uint32_t kSeek = 0x30000026;
   constexpr uint32_t kBad = 0x3000000E;

@@ -56,7 +56,7 @@ ImageBuilder Damaged() {
 
 Plan PlanFor(const Bytes& bytes) { return PlanRepair(MemoryImage(bytes), testimage::kRepairTime); }
 
-TEST(ApplyPlan, allWrites_makeTheContainerClean) {
+TEST(ApplyPlan, all_writes_make_the_container_clean) {
   const Bytes before = Damaged().bytes();
   const Plan plan = PlanFor(before);
   MemoryTarget target(before);
@@ -67,7 +67,7 @@ TEST(ApplyPlan, allWrites_makeTheContainerClean) {
   EXPECT_FALSE(report.marked);
 }
 
-TEST(ApplyPlan, aWriteFails_stopsThere) {
+TEST(ApplyPlan, a_write_fails_stops_there) {
   const Bytes before = Damaged().bytes();
   const Plan plan = PlanFor(before);
   MemoryTarget target(before);
@@ -76,7 +76,7 @@ TEST(ApplyPlan, aWriteFails_stopsThere) {
   EXPECT_EQ(target.bytes, testimage::AfterWrites(plan, before, 3));
 }
 
-TEST(ApplyPlan, severalWrites_markIsFlushedBeforeTheOthersAndTakenAwayAfterThem) {
+TEST(ApplyPlan, several_writes_mark_is_flushed_before_the_others_and_taken_away_after_them) {
   const Bytes before = Damaged().bytes();
   const Plan plan = PlanFor(before);
   const std::size_t writes = testimage::WriteCount(plan);
@@ -85,7 +85,7 @@ TEST(ApplyPlan, severalWrites_markIsFlushedBeforeTheOthersAndTakenAwayAfterThem)
   EXPECT_EQ(target.flushes, (std::vector<std::size_t>{1, writes - 1, writes}));
 }
 
-TEST(ApplyPlan, aFlushFails_stopsThere) {
+TEST(ApplyPlan, a_flush_fails_stops_there) {
   const Bytes before = Damaged().bytes();
   const Plan plan = PlanFor(before);
   const std::size_t writes = testimage::WriteCount(plan);
@@ -98,7 +98,7 @@ TEST(ApplyPlan, aFlushFails_stopsThere) {
   }
 }
 
-TEST(Undo, afterEveryNumberOfWrites_givesTheOldBytesBack) {
+TEST(Undo, after_every_number_of_writes_gives_the_old_bytes_back) {
   const Bytes before = Damaged().bytes();
   const Plan plan = PlanFor(before);
   const Bytes undo = MakeUndo(plan, MemoryImage(before));
@@ -112,7 +112,7 @@ TEST(Undo, afterEveryNumberOfWrites_givesTheOldBytesBack) {
   }
 }
 
-TEST(Undo, itselfStopped_canBeTriedAgain) {
+TEST(Undo, itself_stopped_can_be_tried_again) {
   const Bytes before = Damaged().bytes();
   const Plan plan = PlanFor(before);
   const Bytes undo = MakeUndo(plan, MemoryImage(before));
@@ -125,7 +125,7 @@ TEST(Undo, itselfStopped_canBeTriedAgain) {
   EXPECT_EQ(target.bytes, before);
 }
 
-TEST(Undo, anyByteOfTheFileChangedOrMissing_isRefusedAndNothingWritten) {
+TEST(Undo, any_byte_of_the_file_changed_or_missing_is_refused_and_nothing_written) {
   const Bytes before = Damaged().bytes();
   const Bytes undo = MakeUndo(PlanFor(before), MemoryImage(before));
   MemoryTarget target(before);
@@ -140,7 +140,7 @@ TEST(Undo, anyByteOfTheFileChangedOrMissing_isRefusedAndNothingWritten) {
   EXPECT_EQ(target.writes, 0u);
 }
 
-TEST(UndoFits, aWriteThatCameHalf_fits) {
+TEST(UndoFits, a_write_that_came_half_fits) {
   const Bytes before = Damaged().bytes();
   const Plan plan = PlanFor(before);
   const Bytes undo = MakeUndo(plan, MemoryImage(before));
@@ -160,7 +160,7 @@ TEST(UndoFits, aWriteThatCameHalf_fits) {
   EXPECT_GT(halves, 0u);
 }
 
-TEST(UndoFits, aByteThatTheRepairDidNotWrite_doesNotFit) {
+TEST(UndoFits, a_byte_that_the_repair_did_not_write_does_not_fit) {
   const Bytes before = Damaged().bytes();
   const Plan plan = PlanFor(before);
   const Bytes undo = MakeUndo(plan, MemoryImage(before));
@@ -181,7 +181,7 @@ TEST(UndoFits, aByteThatTheRepairDidNotWrite_doesNotFit) {
   EXPECT_TRUE(UndoFits(undo, MemoryImage(changed)));
 }
 
-TEST(UndoFits, containerLongerOrShorterThanTheRepairMakesIt_doesNotFit) {
+TEST(UndoFits, container_longer_or_shorter_than_the_repair_makes_it_does_not_fit) {
   const Bytes before = Damaged().bytes();
   const Plan plan = PlanFor(before);
   const Bytes undo = MakeUndo(plan, MemoryImage(before));
@@ -192,7 +192,7 @@ TEST(UndoFits, containerLongerOrShorterThanTheRepairMakesIt_doesNotFit) {
   EXPECT_FALSE(UndoFits(undo, MemoryImage(Bytes())));
 }
 
-TEST(UndoFits, anotherContainerWithTheSameDamageAndLength_doesNotFit) {
+TEST(UndoFits, another_container_with_the_same_damage_and_length_does_not_fit) {
   const auto marked = [](const char* name) {
     ImageBuilder image(1024, 32);
     image.AddFile(1, name, 3000);
@@ -207,7 +207,7 @@ TEST(UndoFits, anotherContainerWithTheSameDamageAndLength_doesNotFit) {
   EXPECT_FALSE(UndoFits(undo, MemoryImage(other)));
 }
 
-TEST(Undo, emptyPlan_isAFileThatChangesNothing) {
+TEST(Undo, empty_plan_is_a_file_that_changes_nothing) {
   const Bytes before = ImageBuilder(1024, 32).bytes();
   const Bytes undo = MakeUndo(PlanFor(before), MemoryImage(before));
   EXPECT_EQ(undo.size(), 36u);

@@ -63,7 +63,7 @@ std::uint16_t FillDirectory(ImageBuilder* image, std::uint32_t entries) {
 
 // ---- Valid images ---------------------------------------------------------------------------------------------------
 
-TEST(CheckValid, formatted_everyBlockSizeAndBitmap_isClean) {
+TEST(CheckValid, formatted_every_block_size_and_bitmap_is_clean) {
   for (const std::uint32_t blockSize : {1024u, 2048u, 4096u, 8192u}) {
     for (const std::uint32_t bitmap : {0u, 1u, 7u, 128u, blockSize / 64 * 448 / 8}) {
       const Report report = Inspect(ImageBuilder(blockSize, bitmap));
@@ -77,7 +77,7 @@ TEST(CheckValid, formatted_everyBlockSizeAndBitmap_isClean) {
   }
 }
 
-TEST(CheckValid, smallTree_isCleanAndCounted) {
+TEST(CheckValid, small_tree_is_clean_and_counted) {
   const Report report = Inspect(Small());
   EXPECT_EQ(Found(report), "");
   EXPECT_EQ(report.totals.files, 2u);
@@ -88,7 +88,7 @@ TEST(CheckValid, smallTree_isCleanAndCounted) {
   EXPECT_EQ(PathOf(report.model, 1), "/");
 }
 
-TEST(CheckValid, mapBorders_areClean) {
+TEST(CheckValid, map_borders_are_clean) {
   for (const std::uint32_t blocks : {1u, 6u, 7u, 262u, 263u, 518u, 519u}) {
     ImageBuilder image(1024, 32);
     image.AddFile(1, "F", blocks * 1024);
@@ -97,7 +97,7 @@ TEST(CheckValid, mapBorders_areClean) {
   }
 }
 
-TEST(CheckValid, largeDirectory_isClean) {
+TEST(CheckValid, large_directory_is_clean) {
   for (const std::uint32_t entries : {31u, 32u, 33u, 192u, 193u, 230u}) {
     ImageBuilder image(1024, 128);
     FillDirectory(&image, entries);
@@ -105,7 +105,7 @@ TEST(CheckValid, largeDirectory_isClean) {
   }
 }
 
-TEST(CheckValid, chainOfTwoRecords_isCleanAndCounted) {
+TEST(CheckValid, chain_of_two_records_is_clean_and_counted) {
   ImageBuilder image(1024, 32);
   std::vector<std::uint32_t> full;
   for (int i = 0; i < 253; ++i) full.push_back(image.AppendBlock());
@@ -118,7 +118,7 @@ TEST(CheckValid, chainOfTwoRecords_isCleanAndCounted) {
   EXPECT_EQ(report.model.blocks[one].use, BlockUse::kFree);
 }
 
-TEST(CheckValid, mapBlocksKeptAfterShrinking_areInUse) {
+TEST(CheckValid, map_blocks_kept_after_shrinking_are_in_use) {
   ImageBuilder image(1024, 32);
   const std::uint16_t node = image.AddFile(1, "F", 263 * 1024);
   std::vector<std::uint32_t> freed;
@@ -135,7 +135,7 @@ TEST(CheckValid, mapBlocksKeptAfterShrinking_areInUse) {
   EXPECT_EQ(report.totals.leakedBlocks, 10u);  // those that the record had no room for
 }
 
-TEST(CheckValid, leftOversBehindTheNulOfAName_areIgnored) {
+TEST(CheckValid, left_overs_behind_the_nul_of_a_name_are_ignored) {
   Small image;
   image.PutText(image.EntryOffset(1, 2) + 4, "left over");
   EXPECT_EQ(Found(image), "");
@@ -143,7 +143,7 @@ TEST(CheckValid, leftOversBehindTheNulOfAName_areIgnored) {
 
 // ---- Header ---------------------------------------------------------------------------------------------------------
 
-TEST(CheckHeader, dirtyMark_isReportedOnItsOwn) {
+TEST(CheckHeader, dirty_mark_is_reported_on_its_own) {
   Small image;
   image.Put32(52, 1);
   const Report report = Inspect(image);
@@ -151,7 +151,7 @@ TEST(CheckHeader, dirtyMark_isReportedOnItsOwn) {
   EXPECT_EQ(Found(report), "");
 }
 
-TEST(CheckHeader, signature) {
+TEST(CheckHeader, signature_other_is_found_and_the_rest_is_read) {
   Small image;
   image.Put8(0, 'X');
   const Report report = Inspect(image);
@@ -159,13 +159,13 @@ TEST(CheckHeader, signature) {
   EXPECT_TRUE(report.readable);
 }
 
-TEST(CheckHeader, version) {
+TEST(CheckHeader, version_other_is_found) {
   Small image;
   image.Put8(4, '2');
   EXPECT_EQ(Found(image), "header-version offset=4");
 }
 
-TEST(CheckHeader, anyFieldWrong_isFoundAndTheRestStillRead) {  // C1
+TEST(CheckHeader, any_field_wrong_is_found_and_the_rest_still_read) {  // C1
   for (std::uint32_t offset = 8; offset <= 44; offset += 4) {
     for (const std::uint32_t value : {1u, 4096u, 0xFFFFFFFFu}) {
       Small image;
@@ -180,7 +180,7 @@ TEST(CheckHeader, anyFieldWrong_isFoundAndTheRestStillRead) {  // C1
   }
 }
 
-TEST(CheckHeader, blockSizeAndShiftAndOffsetsWrong_layoutFoundByTheRootsNodes) {
+TEST(CheckHeader, block_size_and_shift_and_offsets_wrong_layout_found_by_the_roots_nodes) {
   Small image;
   for (std::uint32_t offset = 8; offset <= 44; offset += 4) image.Put32(offset, 0);
   const Report report = Inspect(image);
@@ -190,7 +190,7 @@ TEST(CheckHeader, blockSizeAndShiftAndOffsetsWrong_layoutFoundByTheRootsNodes) {
   EXPECT_EQ(report.totals.files, 2u);
 }
 
-TEST(CheckHeader, soundHeaderOfAnotherContainer_givesWayToWhereTheRootIs) {
+TEST(CheckHeader, sound_header_of_another_container_gives_way_to_where_the_root_is) {
   Small image;
   const Bytes other = ImageBuilder(4096, 512).bytes();
   for (std::uint32_t i = 0; i < 128; ++i) image.Put8(i, other[i]);
@@ -201,7 +201,7 @@ TEST(CheckHeader, soundHeaderOfAnotherContainer_givesWayToWhereTheRootIs) {
   EXPECT_EQ(report.model.geometry.blockSize, 1024u);
 }
 
-TEST(CheckHeader, rootLostToo_soundHeaderIsBelieved) {
+TEST(CheckHeader, root_lost_too_sound_header_is_believed) {
   Small image;
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(1) + i, 0);
   const Report report = Inspect(image);
@@ -209,7 +209,7 @@ TEST(CheckHeader, rootLostToo_soundHeaderIsBelieved) {
   EXPECT_EQ(report.model.geometry.blockSize, 1024u);
 }
 
-TEST(CheckHeader, layoutNowhereToBeFound) {
+TEST(CheckHeader, layout_nowhere_to_be_found_is_unreadable) {
   Small image;
   image.Put32(40, 0);
   image.Put32(image.NodeOffset(1), 0);
@@ -219,25 +219,25 @@ TEST(CheckHeader, layoutNowhereToBeFound) {
   EXPECT_FALSE(report.readable);
 }
 
-TEST(CheckHeader, reservedByte) {
+TEST(CheckHeader, reserved_byte_set_is_found) {
   Small image;
   image.Put8(127, 1);
   EXPECT_EQ(Found(image), "header-reserved offset=127");
 }
 
-TEST(CheckHeader, flagWithoutMeaning) {
+TEST(CheckHeader, flag_without_meaning_set_is_found) {
   Small image;
   image.Put32(52, 6);
   EXPECT_EQ(Found(image), "header-reserved offset=52");
 }
 
-TEST(CheckHeader, shiftBitsThatNothingReads) {
+TEST(CheckHeader, shift_bits_that_nothing_reads_are_found) {
   Small image;
   image.Put32(44, 0x100 + 10);
   EXPECT_EQ(Found(image), "header-shift-bits offset=44");
 }
 
-TEST(CheckHeader, reservedRegion) {
+TEST(CheckHeader, reserved_region_before_the_data_is_found) {
   Small image;
   image.bytes().insert(image.bytes().begin() + 1024 + 32, 512, std::uint8_t{0});
   image.Put32(32, 512);
@@ -245,7 +245,7 @@ TEST(CheckHeader, reservedRegion) {
   EXPECT_EQ(Found(image), "reserved-region offset=32");
 }
 
-TEST(CheckContainer, everyLengthBelowTheDataArea_isShort) {  // C1
+TEST(CheckContainer, every_length_below_the_data_area_is_short) {  // C1
   const Small image;
   for (std::size_t size = 0; size < 1024 + 32; ++size) {
     const Report report =
@@ -255,7 +255,7 @@ TEST(CheckContainer, everyLengthBelowTheDataArea_isShort) {  // C1
   }
 }
 
-TEST(CheckContainer, tooLong) {
+TEST(CheckContainer, container_of_2_gib_is_too_long) {
   struct Long : MemoryImage {
     using MemoryImage::MemoryImage;
     std::uint64_t Size() const override { return 0x80000000; }
@@ -264,14 +264,14 @@ TEST(CheckContainer, tooLong) {
   EXPECT_EQ(report.Count(Kind::kContainerLong), 1u);
 }
 
-TEST(CheckContainer, trailingBytes) {
+TEST(CheckContainer, trailing_bytes_are_counted) {
   Small image;
   const std::uint64_t end = image.bytes().size();
   image.bytes().resize(end + 1023);
   EXPECT_EQ(Found(image), At("trailing-bytes", 0, 0, end, 1023));
 }
 
-TEST(CheckContainer, endsInABlockInUse_theRestOfItIsNotLeftToTheNextBlock) {
+TEST(CheckContainer, ends_in_a_block_in_use_the_rest_of_it_is_not_left_to_the_next_block) {
   Small image;
   const std::uint32_t last = image.Blocks();  // of /D/E, the directory
   image.bytes().resize(image.bytes().size() - 900);
@@ -282,7 +282,7 @@ TEST(CheckContainer, endsInABlockInUse_theRestOfItIsNotLeftToTheNextBlock) {
             "124 bytes follow the last whole block; they begin block " + std::to_string(last) + ", which is in use");
 }
 
-TEST(CheckContainer, hostCannotRead) {
+TEST(CheckContainer, bytes_that_the_host_cannot_read_are_found) {
   struct Bad : MemoryImage {
     using MemoryImage::MemoryImage;
     std::uint64_t bad = 0;
@@ -301,33 +301,33 @@ TEST(CheckContainer, hostCannotRead) {
 
 // ---- Node-block table, bitmap, node blocks --------------------------------------------------------------------------
 
-TEST(CheckTable, entryBeyondTheEnd) {  // C3
+TEST(CheckTable, entry_beyond_the_end_is_found) {  // C3
   Small image;
   image.Put32(ImageBuilder::TableOffset(1), 999);
   EXPECT_EQ(Found(image), At("table-outside", 0, 999, 132));
 }
 
-TEST(CheckTable, entryForNodesThatCannotBe) {
+TEST(CheckTable, entry_for_nodes_that_cannot_be_is_unneeded) {
   Small image;
   const std::uint32_t block = image.AppendBlock();
   image.Put32(ImageBuilder::TableOffset(16), block);  // 32 bytes of bitmap: 256 nodes in 16 blocks
   EXPECT_EQ(Found(image), At("table-unneeded", 0, block, 128 + 64));
 }
 
-TEST(CheckTable, oneBlockTwice) {  // C2
+TEST(CheckTable, one_block_twice_is_shared) {  // C2
   Small image;
   image.Put32(ImageBuilder::TableOffset(1), 1);
   EXPECT_EQ(Found(image), At("block-shared", 0, 1, 132));
 }
 
-TEST(CheckTable, blockWithoutNodes) {
+TEST(CheckTable, block_without_nodes_is_foreign) {
   Small image;
   const std::uint32_t block = image.AppendBlock();
   image.Put32(ImageBuilder::TableOffset(3), block);
   EXPECT_EQ(Found(image), At("node-block-foreign", 0, block, 128 + 12));
 }
 
-TEST(CheckTable, blockWithoutUsedNodes_isANote) {
+TEST(CheckTable, block_without_used_nodes_is_a_note) {
   Small image;
   for (int i = 0; i < 12; ++i) image.AddNode(0);  // 6 to 17
   for (std::uint16_t n = 6; n <= 17; ++n) image.SetFree(n, true);
@@ -335,7 +335,7 @@ TEST(CheckTable, blockWithoutUsedNodes_isANote) {
   EXPECT_TRUE(Inspect(image).IsClean());
 }
 
-TEST(CheckNodes, signature) {
+TEST(CheckNodes, signature_other_is_found_in_used_and_free_slots) {
   Small image;
   image.Put8(image.NodeOffset(4), 'X');
   image.Put8(image.NodeOffset(9), 'X');  // free slots carry theirs too
@@ -343,13 +343,13 @@ TEST(CheckNodes, signature) {
             At("node-signature", 4, 1, image.NodeOffset(4)) + "; " + At("node-signature", 9, 1, image.NodeOffset(9)));
 }
 
-TEST(CheckNodes, number) {
+TEST(CheckNodes, number_other_is_found) {
   Small image;
   image.Put16(image.NodeOffset(4) + 4, 5);
   EXPECT_EQ(Found(image), At("node-number", 4, 1, image.NodeOffset(4) + 4));
 }
 
-TEST(CheckNodes, slotWithNeither_isReadWhileTheRestIsPlausible) {
+TEST(CheckNodes, slot_with_neither_is_read_while_the_rest_is_plausible) {
   Small image;
   image.Put32(image.NodeOffset(2), 0);
   image.Put16(image.NodeOffset(2) + 4, 0);
@@ -357,7 +357,7 @@ TEST(CheckNodes, slotWithNeither_isReadWhileTheRestIsPlausible) {
             At("node-signature", 2, 1, image.NodeOffset(2)) + "; " + At("node-number", 2, 1, image.NodeOffset(2) + 4));
 }
 
-TEST(CheckNodes, slotOverwritten_isLost) {  // C4
+TEST(CheckNodes, slot_overwritten_is_lost) {  // C4
   Small image;
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(2) + i, 0xAA);
   const Report report = Inspect(image);
@@ -366,13 +366,13 @@ TEST(CheckNodes, slotOverwritten_isLost) {  // C4
   EXPECT_EQ(report.model.nodes[2].state, NodeState::kLost);
 }
 
-TEST(CheckBitmap, usedWithoutANodeBlock) {
+TEST(CheckBitmap, used_without_a_node_block_is_found) {
   Small image;
   image.SetFree(100, false);
   EXPECT_EQ(Found(image), At("node-without-block", 100, 0, 1024 + 99 / 8));
 }
 
-TEST(CheckBitmap, usedWithoutANodeBlock_inARow_isOneFinding) {
+TEST(CheckBitmap, used_without_a_node_block_in_a_row_is_one_finding) {
   Small image;
   for (std::uint32_t node = 100; node < 120; ++node) image.SetFree(static_cast<std::uint16_t>(node), false);
   image.SetFree(122, false);
@@ -380,19 +380,19 @@ TEST(CheckBitmap, usedWithoutANodeBlock_inARow_isOneFinding) {
                               At("node-without-block", 122, 0, 1024 + 121 / 8));
 }
 
-TEST(CheckBitmap, usedBeyondTheTable) {
+TEST(CheckBitmap, used_beyond_the_table_is_found) {
   ImageBuilder image(1024, 896);
   image.SetFree(224 * 16 + 1, false);
   EXPECT_EQ(Found(image), At("node-without-block", 224 * 16 + 1, 0, 1024 + 224 * 2));
 }
 
-TEST(CheckBitmap, rootFree) {
+TEST(CheckBitmap, root_free_is_found) {
   Small image;
   image.SetFree(1, true);
   EXPECT_EQ(Found(image), At("root-free", 1, 0, 1024));
 }
 
-TEST(CheckNodes, rootBlockMissing_rootIsLost) {
+TEST(CheckNodes, root_block_missing_root_is_lost) {
   Small image;
   image.Put32(ImageBuilder::TableOffset(0), 0);
   const Report report = Inspect(image);
@@ -400,13 +400,13 @@ TEST(CheckNodes, rootBlockMissing_rootIsLost) {
   EXPECT_EQ(report.Count(Kind::kNodeWithoutBlock), 1u);  // for nodes 2 to 5
 }
 
-TEST(CheckNodes, rootMarkedAsFile_isReadAsTheDirectoryThatItIs) {
+TEST(CheckNodes, root_marked_as_file_is_read_as_the_directory_that_it_is) {
   Small image;
   image.Put16(image.NodeOffset(1) + 6, 0);
   EXPECT_EQ(Found(image), At("node-attributes", 1, 0, image.NodeOffset(1) + 6));
 }
 
-TEST(CheckNodes, rootNoDirectory) {
+TEST(CheckNodes, root_without_directory_kind_and_dot_is_lost) {
   Small image;
   image.Put16(image.NodeOffset(1) + 6, 0);
   image.PutText(image.EntryOffset(1, 0) + 2, "X");
@@ -415,19 +415,19 @@ TEST(CheckNodes, rootNoDirectory) {
   EXPECT_EQ(report.Count(Kind::kNodeAttributes), 1u);
 }
 
-TEST(CheckNodes, directoryMarkedAsFile_isReadAsDirectory) {
+TEST(CheckNodes, directory_marked_as_file_is_read_as_directory) {
   Small image;
   image.Put16(image.NodeOffset(3) + 6, 0);
   EXPECT_EQ(Found(image), At("node-attributes", 3, 0, image.NodeOffset(3) + 6));
 }
 
-TEST(CheckNodes, fileMarkedAsDirectory_isReadAsFile) {
+TEST(CheckNodes, file_marked_as_directory_is_read_as_file) {
   Small image;
   image.Put16(image.NodeOffset(4) + 6, 8);
   EXPECT_EQ(Found(image), At("node-attributes", 4, 0, image.NodeOffset(4) + 6));
 }
 
-TEST(CheckNodes, attributes) {  // C4
+TEST(CheckNodes, attributes_unknown_are_found) {  // C4
   for (const int bad : {4, 9, 10, 14, 16, 0x8000}) {
     Small image;
     image.Put16(image.NodeOffset(2) + 6, static_cast<std::uint16_t>(bad));
@@ -440,7 +440,7 @@ TEST(CheckNodes, attributes) {  // C4
   }
 }
 
-TEST(CheckNodes, reservedBytes) {
+TEST(CheckNodes, reserved_bytes_set_are_found) {
   for (const std::uint32_t offset : {15u, 20u, 31u}) {
     Small image;
     image.Put8(image.NodeOffset(2) + offset, 1);
@@ -448,7 +448,7 @@ TEST(CheckNodes, reservedBytes) {
   }
 }
 
-TEST(CheckNodes, timeStamp_isANote) {
+TEST(CheckNodes, time_stamp_is_a_note) {
   Small image;
   image.Put8(image.NodeOffset(2) + 10, 13);
   EXPECT_EQ(Found(image), At("node-time", 2, 0, image.NodeOffset(2) + 8));
@@ -457,7 +457,7 @@ TEST(CheckNodes, timeStamp_isANote) {
 
 // ---- Block maps -----------------------------------------------------------------------------------------------------
 
-TEST(CheckMap, sizeThatNoMapHolds) {
+TEST(CheckMap, size_that_no_map_holds_is_found) {
   Small image;
   image.SetSize(2, 0x80000000);
   EXPECT_EQ(Inspect(image).Count(Kind::kNodeSize), 1u);
@@ -467,7 +467,7 @@ TEST(CheckMap, sizeThatNoMapHolds) {
   EXPECT_EQ(Inspect(image).Count(Kind::kNodeSize), 0u);
 }
 
-TEST(CheckMap, directSlotEmpty) {  // C5
+TEST(CheckMap, direct_slot_empty_is_a_hole) {  // C5
   Small image;
   const std::uint32_t block = image.MappedBlock(2, 0);
   image.Put32(image.MapOffset(2, 0), 0);
@@ -475,7 +475,7 @@ TEST(CheckMap, directSlotEmpty) {  // C5
                               At("block-leaked", 0, block, image.BlockOffset(block)));
 }
 
-TEST(CheckMap, indirectBlockMissing) {  // C5
+TEST(CheckMap, indirect_block_missing_is_found) {  // C5
   Small image;
   image.Put32(image.NodeOffset(4) + 56, 0);
   const Report report = Inspect(image);
@@ -484,7 +484,7 @@ TEST(CheckMap, indirectBlockMissing) {  // C5
   EXPECT_EQ(report.totals.leakedBlocks, 2u);
 }
 
-TEST(CheckMap, secondLevelBlockMissing_reportedOnce) {
+TEST(CheckMap, second_level_block_missing_reported_once) {
   ImageBuilder image(1024, 32);
   const std::uint16_t node = image.AddFile(1, "F", 800 * 1024);
   const std::uint64_t slot = image.BlockOffset(image.Get32(image.NodeOffset(node) + 60)) + 4;
@@ -495,13 +495,13 @@ TEST(CheckMap, secondLevelBlockMissing_reportedOnce) {
   EXPECT_EQ(report.Count(Kind::kMapHole), 1u);  // the gap before the third second-level block
 }
 
-TEST(CheckMap, doubleIndirectWithoutIndirect) {
+TEST(CheckMap, double_indirect_without_indirect_is_found) {
   Small image;
   image.Put32(image.NodeOffset(2) + 60, image.AppendBlock());
   EXPECT_EQ(Found(image), At("map-block-missing", 2, 0, image.NodeOffset(2) + 56));
 }
 
-TEST(CheckMap, blockBeyondTheEnd) {  // C3
+TEST(CheckMap, block_beyond_the_end_is_found) {  // C3
   Small image;
   image.Put32(image.MapOffset(2, 1), image.Blocks() + 1);
   const Report report = Inspect(image);
@@ -510,13 +510,13 @@ TEST(CheckMap, blockBeyondTheEnd) {  // C3
   EXPECT_EQ(report.Count(Severity::kDamage), 1u);
 }
 
-TEST(CheckMap, mapBlockBeyondTheEnd) {
+TEST(CheckMap, map_block_beyond_the_end_is_found) {
   Small image;
   image.Put32(image.NodeOffset(4) + 56, 0xFFFFFFFF);
   EXPECT_EQ(Inspect(image).Count(Kind::kMapOutside), 1u);
 }
 
-TEST(CheckMap, containerCutInsideAReferencedBlock) {
+TEST(CheckMap, container_cut_inside_a_referenced_block_is_found) {
   Small image;
   const std::uint32_t last = image.Blocks();  // directory E's block
   image.bytes().resize(image.bytes().size() - 1);
@@ -526,20 +526,20 @@ TEST(CheckMap, containerCutInsideAReferencedBlock) {
   EXPECT_EQ(report.Count(Kind::kTrailingBytes), 1u);
 }
 
-TEST(CheckMap, directSlotPastTheSize) {  // C5
+TEST(CheckMap, direct_slot_past_the_size_is_found) {  // C5
   Small image;
   const std::uint32_t block = image.AppendBlock();
   image.Put32(image.MapOffset(2, 2), block);
   EXPECT_EQ(Found(image), At("map-beyond-size", 2, block, image.MapOffset(2, 2)));
 }
 
-TEST(CheckMap, sizeThatNoMapHolds_saysNothingOfWhatIsMissing) {
+TEST(CheckMap, size_that_no_map_holds_says_nothing_of_what_is_missing) {
   Small image;
   image.SetSize(2, 0xFFFFFFFF);
   EXPECT_EQ(Found(image), At("node-size", 2, 0, image.NodeOffset(2) + 16));
 }
 
-TEST(CheckMap, blocksBeyondTheEndInARow_areOneFinding) {
+TEST(CheckMap, blocks_beyond_the_end_in_a_row_are_one_finding) {
   Small image;
   for (const std::uint32_t i : {1u, 2u, 3u, 5u}) image.Put32(image.MapOffset(4, i), 500 + i);
   EXPECT_EQ(
@@ -547,7 +547,7 @@ TEST(CheckMap, blocksBeyondTheEndInARow_areOneFinding) {
       At("map-outside", 4, 501, image.MapOffset(4, 1), 3) + "; " + At("map-outside", 4, 505, image.MapOffset(4, 5)));
 }
 
-TEST(CheckMap, mapBlockWithoutBlockNumbers) {
+TEST(CheckMap, map_block_without_block_numbers_is_foreign) {
   Small image;
   const std::uint32_t map = image.Get32(image.NodeOffset(4) + 56);
   const std::uint32_t block = image.MappedBlock(4, 6);
@@ -556,7 +556,7 @@ TEST(CheckMap, mapBlockWithoutBlockNumbers) {
                               At("block-leaked", 0, block, image.BlockOffset(block)));
 }
 
-TEST(CheckMap, twoFilesShareABlock) {  // C2
+TEST(CheckMap, block_of_two_files_is_shared) {  // C2
   Small image;
   const std::uint32_t mine = image.MappedBlock(4, 3);
   const std::uint32_t shared = image.MappedBlock(2, 0);
@@ -565,7 +565,7 @@ TEST(CheckMap, twoFilesShareABlock) {  // C2
                               At("block-leaked", 0, mine, image.BlockOffset(mine)));
 }
 
-TEST(CheckMap, mapBlockThatNamesItself_ends) {
+TEST(CheckMap, map_block_that_names_itself_ends) {
   ImageBuilder image(1024, 32);
   const std::uint16_t node = image.AddFile(1, "F", 300 * 1024);
   const std::uint32_t twice = image.Get32(image.NodeOffset(node) + 60);
@@ -573,7 +573,7 @@ TEST(CheckMap, mapBlockThatNamesItself_ends) {
   EXPECT_EQ(Inspect(image).Count(Kind::kBlockShared), 256u);
 }
 
-TEST(CheckMap, growthStoppedBeforeTheSize_isHalfMade) {
+TEST(CheckMap, growth_stopped_before_the_size_is_half_made) {
   for (const std::uint32_t blocks : {7u, 262u, 263u, 300u}) {
     ImageBuilder image(1024, 32);
     const std::uint16_t node = image.AddFile(1, "F", blocks * 1024);
@@ -585,7 +585,7 @@ TEST(CheckMap, growthStoppedBeforeTheSize_isHalfMade) {
   }
 }
 
-TEST(CheckMap, shrinkStoppedBeforeTheSize_isHalfMade) {
+TEST(CheckMap, shrink_stopped_before_the_size_is_half_made) {
   for (const std::uint32_t blocks : {7u, 262u, 263u, 300u}) {
     ImageBuilder image(1024, 32);
     const std::uint16_t node = image.AddFile(1, "F", blocks * 1024 - 5);
@@ -597,14 +597,14 @@ TEST(CheckMap, shrinkStoppedBeforeTheSize_isHalfMade) {
   }
 }
 
-TEST(CheckMap, holeBeforeTheLastBlock_isDamage) {
+TEST(CheckMap, hole_before_the_last_block_is_damage) {
   ImageBuilder image(1024, 32);
   const std::uint16_t node = image.AddFile(1, "F", 9 * 1024);
   image.Put32(image.MapOffset(node, 7), 0);
   EXPECT_EQ(Inspect(image).Count(Kind::kMapHole), 1u);
 }
 
-TEST(CheckMap, twoBlocksPastTheSize_isDamage) {
+TEST(CheckMap, two_blocks_past_the_size_is_damage) {
   ImageBuilder image(1024, 32);
   const std::uint16_t node = image.AddFile(1, "F", 9 * 1024);
   image.SetSize(node, 7 * 1024);
@@ -613,13 +613,13 @@ TEST(CheckMap, twoBlocksPastTheSize_isDamage) {
 
 // ---- Directories ----------------------------------------------------------------------------------------------------
 
-TEST(CheckDirectory, sizeNoMultipleOf32) {
+TEST(CheckDirectory, size_no_multiple_of_32_is_found) {
   Small image;
   image.SetSize(5, 70);
   EXPECT_EQ(Found(image), At("dir-size", 5, 0, image.NodeOffset(5) + 16));
 }
 
-TEST(CheckDirectory, sizeZeroWithAName) {
+TEST(CheckDirectory, size_0_with_a_name_is_found) {
   Small image;
   image.SetSize(5, 0);
   const Report report = Inspect(image);
@@ -627,7 +627,7 @@ TEST(CheckDirectory, sizeZeroWithAName) {
   EXPECT_EQ(report.Count(Kind::kMapBeyondSize), 1u);
 }
 
-TEST(CheckDirectory, sizeTooSmall_entriesPastIt) {
+TEST(CheckDirectory, size_too_small_entries_past_it) {
   Small image;
   const std::uint16_t directory = FillDirectory(&image, 6);
   image.SetSize(directory, 4 * 32);
@@ -635,13 +635,13 @@ TEST(CheckDirectory, sizeTooSmall_entriesPastIt) {
             At("dir-beyond-size", directory, image.MappedBlock(directory, 0), image.EntryOffset(directory, 4), 2));
 }
 
-TEST(CheckDirectory, sizeTooLarge_entriesMissing) {
+TEST(CheckDirectory, size_too_large_entries_missing) {
   Small image;
   image.SetSize(3, 7 * 32);
   EXPECT_EQ(Found(image), At("dir-hole", 3, image.MappedBlock(3, 0), image.EntryOffset(3, 4), 3));
 }
 
-TEST(CheckDirectory, blockWithoutEntries_isOneFinding) {
+TEST(CheckDirectory, block_without_entries_is_one_finding) {
   ImageBuilder image(1024, 32);
   const std::uint16_t directory = FillDirectory(&image, 40);
   const std::uint32_t block = image.MappedBlock(directory, 1);
@@ -652,7 +652,7 @@ TEST(CheckDirectory, blockWithoutEntries_isOneFinding) {
   EXPECT_EQ(report.Count(Kind::kNodeLeaked), 8u);
 }
 
-TEST(CheckDirectory, holeInTheMiddle) {  // C6
+TEST(CheckDirectory, hole_in_the_middle_is_found) {  // C6
   Small image;
   image.Put16(image.EntryOffset(3, 2), 0);
   const Report report = Inspect(image);
@@ -660,19 +660,19 @@ TEST(CheckDirectory, holeInTheMiddle) {  // C6
   EXPECT_EQ(report.Count(Kind::kNodeLeaked), 1u);
 }
 
-TEST(CheckDirectory, numbersBehindTheEndMark_areANote) {
+TEST(CheckDirectory, numbers_behind_the_end_mark_are_a_note) {
   Small image;
   image.Put16(image.EntryOffset(3, 6), 4);
   EXPECT_EQ(Found(image), At("dir-after-end", 3, 0, kNoOffset));
 }
 
-TEST(CheckDirectory, dot) {
+TEST(CheckDirectory, dot_of_another_node_is_found) {
   Small image;
   image.Put16(image.EntryOffset(5, 0), 3);
   EXPECT_EQ(Found(image), At("dir-dot", 5, image.MappedBlock(5, 0), image.EntryOffset(5, 0)));
 }
 
-TEST(CheckDirectory, dotsName) {
+TEST(CheckDirectory, dots_with_other_names_are_found) {
   Small image;
   image.PutText(image.EntryOffset(5, 0) + 2, "X");
   image.PutText(image.EntryOffset(5, 1) + 2, "X");
@@ -681,20 +681,20 @@ TEST(CheckDirectory, dotsName) {
                               At("dir-dotdot", 5, block, image.EntryOffset(5, 1)));
 }
 
-TEST(CheckDirectory, dotDot) {  // C6
+TEST(CheckDirectory, dot_dot_of_another_node_is_found) {  // C6
   Small image;
   image.Put16(image.EntryOffset(5, 1), 1);
   EXPECT_EQ(Found(image), At("dir-dotdot", 5, image.MappedBlock(5, 0), image.EntryOffset(5, 1)));
 }
 
-TEST(CheckDirectory, rootDotDot) {
+TEST(CheckDirectory, root_dot_dot_of_another_node_is_found) {
   Small image;
   image.Put16(image.EntryOffset(1, 1), 3);
   EXPECT_EQ(Found(image), At("dir-dotdot", 1, 2, image.EntryOffset(1, 1)));
 }
 
-TEST(CheckDirectory, cycle) {  // C7
-  Small image;                 // D moves into E, which lies in D
+TEST(CheckDirectory, cycle_of_directories_is_found) {  // C7
+  Small image;                                         // D moves into E, which lies in D
   image.AddEntry(5, "D", 3);
   image.Put16(image.EntryOffset(1, 3), 0);
   image.SetSize(1, 3 * 32);
@@ -704,7 +704,7 @@ TEST(CheckDirectory, cycle) {  // C7
   EXPECT_EQ(report.model.nodes[4].reach, Reach::kCycle);
 }
 
-TEST(CheckDirectory, directoryInItself) {
+TEST(CheckDirectory, directory_in_itself_is_a_cycle) {
   Small image;
   image.Put16(image.EntryOffset(1, 3), 0);
   image.SetSize(1, 3 * 32);
@@ -714,7 +714,7 @@ TEST(CheckDirectory, directoryInItself) {
   EXPECT_EQ(report.Count(Kind::kDirDotDot), 1u);
 }
 
-TEST(CheckNames, illegal) {
+TEST(CheckNames, name_illegal_is_found) {
   for (const char* name : {"A B", "A/B", "A:B", "", ".", "..", "\x80", "123456789012345678901234567890"}) {
     ImageBuilder image(1024, 32);
     image.AddFile(1, name, 0);
@@ -722,7 +722,7 @@ TEST(CheckNames, illegal) {
   }
 }
 
-TEST(CheckNames, everyLegalCharacterAndLength) {
+TEST(CheckNames, every_legal_character_and_length_is_clean) {
   ImageBuilder image(1024, 32);
   image.AddFile(1, "!#$%&'()-^~@{}[]_.", 0);
   image.AddFile(1, "12345678901234567890123456789", 0);
@@ -730,56 +730,56 @@ TEST(CheckNames, everyLegalCharacterAndLength) {
   EXPECT_EQ(Found(image), "");
 }
 
-TEST(CheckNames, lowerCase) {
+TEST(CheckNames, lower_case_is_found) {
   ImageBuilder image(1024, 32);
   image.AddFile(1, "Ab", 0);
   EXPECT_EQ(Found(image), At("name-lower-case", 1, 2, image.EntryOffset(1, 2) + 2));
 }
 
-TEST(CheckNames, twiceInOneDirectory) {  // C6
+TEST(CheckNames, name_twice_in_one_directory_is_found) {  // C6
   Small image;
   image.AddFile(1, "A", 0);
   EXPECT_EQ(Found(image), At("name-duplicate", 1, 2, image.EntryOffset(1, 4)));
 }
 
-TEST(CheckEntries, numberOutOfRange) {
+TEST(CheckEntries, number_out_of_range_is_found) {
   Small image;
   image.AddEntry(1, "X", 257);
   EXPECT_EQ(Found(image), At("entry-outside", 1, 2, image.EntryOffset(1, 4)));
 }
 
-TEST(CheckEntries, toTheRoot) {
+TEST(CheckEntries, entry_to_the_root_is_found) {
   Small image;
   image.AddEntry(3, "X", 1);
   EXPECT_EQ(Found(image), At("entry-to-root", 3, image.MappedBlock(3, 0), image.EntryOffset(3, 4)));
 }
 
-TEST(CheckEntries, toAFreeNode) {  // C7
+TEST(CheckEntries, entry_to_a_free_node_is_found) {  // C7
   Small image;
   image.AddEntry(1, "X", 9);
   EXPECT_EQ(Found(image), At("entry-to-free", 1, 2, image.EntryOffset(1, 4)));
 }
 
-TEST(CheckEntries, threeNames) {  // C7
+TEST(CheckEntries, three_names_of_a_node_are_counted) {  // C7
   Small image;
   image.AddEntry(3, "X", 2);
   image.AddEntry(5, "Y", 2);
   EXPECT_EQ(Found(image), At("many-names", 2, 0, kNoOffset, 3));
 }
 
-TEST(CheckEntries, twoNamesInOneDirectory_isDamage) {
+TEST(CheckEntries, two_names_in_one_directory_is_damage) {
   Small image;
   image.AddEntry(1, "X", 2);
   EXPECT_EQ(Found(image), At("many-names", 2, 0, kNoOffset, 2));
 }
 
-TEST(CheckEntries, fileWithTwoNames_isHalfMade) {
+TEST(CheckEntries, file_with_two_names_is_half_made) {
   Small image;
   image.AddEntry(3, "X", 2);
   EXPECT_EQ(Found(image), At("two-names", 2, 0, kNoOffset));
 }
 
-TEST(CheckEntries, directoryWithTwoNames_isHalfMadeBeforeAndAfterItsDotDot) {
+TEST(CheckEntries, directory_with_two_names_is_half_made_before_and_after_its_dot_dot) {
   Small image;
   image.AddEntry(1, "E", 5);
   EXPECT_EQ(Found(image), "two-names node=5");
@@ -787,13 +787,13 @@ TEST(CheckEntries, directoryWithTwoNames_isHalfMadeBeforeAndAfterItsDotDot) {
   EXPECT_EQ(Found(image), "two-names node=5");
 }
 
-TEST(CheckDirectory, directoryNamedBelowItself_isNoHalfMadeMove) {
+TEST(CheckDirectory, directory_named_below_itself_is_no_half_made_move) {
   Small image;
   image.AddEntry(5, "UP", 3);
   EXPECT_EQ(Found(image), At("many-names", 3, 0, kNoOffset, 2));
 }
 
-TEST(CheckDirectory, entryNotYetCounted_isHalfMade) {
+TEST(CheckDirectory, entry_not_yet_counted_is_half_made) {
   Small image;
   const std::uint16_t node = image.AddNode(0);
   image.AddEntry(1, "NEW", node);
@@ -801,21 +801,21 @@ TEST(CheckDirectory, entryNotYetCounted_isHalfMade) {
   EXPECT_EQ(Found(image), At("append-interrupted", 1, 2, image.EntryOffset(1, 4)));
 }
 
-TEST(CheckDirectory, directoryNotYetCounted_isHalfMade) {
+TEST(CheckDirectory, directory_not_yet_counted_is_half_made) {
   Small image;
   image.AddDirectory(1, "NEW");
   image.SetSize(1, image.Size(1) - 32);
   EXPECT_EQ(Found(image), At("append-interrupted", 1, 2, image.EntryOffset(1, 4)));
 }
 
-TEST(CheckDirectory, uncountedEntryOfAFreeNode_isDamage) {
+TEST(CheckDirectory, uncounted_entry_of_a_free_node_is_damage) {
   Small image;
   image.AddEntry(1, "NEW", 77);
   image.SetSize(1, image.Size(1) - 32);
   EXPECT_EQ(Found(image), At("dir-beyond-size", 1, 2, image.EntryOffset(1, 4)));
 }
 
-TEST(CheckDirectory, lastEntryClearedButCounted_isHalfMade) {
+TEST(CheckDirectory, last_entry_cleared_but_counted_is_half_made) {
   Small image;
   const std::uint16_t directory = FillDirectory(&image, 5);
   const std::uint16_t node = image.Get16(image.EntryOffset(directory, 4));
@@ -825,7 +825,7 @@ TEST(CheckDirectory, lastEntryClearedButCounted_isHalfMade) {
                 "; " + At("node-leaked", node, 0, image.NodeOffset(node)));
 }
 
-TEST(CheckDirectory, lastEntryCopiedIntoTheHole_isHalfMade) {
+TEST(CheckDirectory, last_entry_copied_into_the_hole_is_half_made) {
   Small image;
   const std::uint16_t directory = FillDirectory(&image, 35);
   const std::uint16_t removed = image.Get16(image.EntryOffset(directory, 7));
@@ -837,7 +837,7 @@ TEST(CheckDirectory, lastEntryCopiedIntoTheHole_isHalfMade) {
                               At("node-leaked", removed, 0, image.NodeOffset(removed)));
 }
 
-TEST(CheckDirectory, lastBlockListedAsFree_isHalfMade) {
+TEST(CheckDirectory, last_block_listed_as_free_is_half_made) {
   Small image;
   const std::uint16_t directory = FillDirectory(&image, 33);
   const std::uint32_t block = image.MappedBlock(directory, 1);
@@ -847,7 +847,7 @@ TEST(CheckDirectory, lastBlockListedAsFree_isHalfMade) {
   EXPECT_EQ(report.model.blocks[block].use, BlockUse::kDirectory);
 }
 
-TEST(CheckDirectory, lastBlockTurnedChainRecord_isHalfMade) {
+TEST(CheckDirectory, last_block_turned_chain_record_is_half_made) {
   for (const bool linked : {false, true}) {
     for (const bool older : {false, true}) {
       Small image;
@@ -867,7 +867,7 @@ TEST(CheckDirectory, lastBlockTurnedChainRecord_isHalfMade) {
   }
 }
 
-TEST(CheckDirectory, fullBlockListedAsFree_isDamage) {
+TEST(CheckDirectory, full_block_listed_as_free_is_damage) {
   Small image;
   const std::uint16_t directory = FillDirectory(&image, 34);
   const std::uint32_t block = image.MappedBlock(directory, 1);
@@ -883,35 +883,35 @@ struct Chained : Small {
   std::uint64_t at = BlockOffset(record);
 };
 
-TEST(CheckChain, sound) { EXPECT_EQ(Found(Chained()), ""); }
+TEST(CheckChain, sound_chain_is_clean) { EXPECT_EQ(Found(Chained()), ""); }
 
-TEST(CheckChain, headBeyondTheEnd) {
+TEST(CheckChain, head_beyond_the_end_is_found) {
   Small image;
   image.Put32(48, image.Blocks() + 1);
   EXPECT_EQ(Found(image), At("chain-outside", 0, image.Blocks() + 1, 48));
 }
 
-TEST(CheckChain, linkBeyondTheEnd) {  // C3
+TEST(CheckChain, link_beyond_the_end_is_found) {  // C3
   Chained image;
   image.Put32(image.at + 4, 0xFFFFFFFF);
   EXPECT_EQ(Found(image), At("chain-outside", 0, 0xFFFFFFFF, image.at + 4));
 }
 
-TEST(CheckChain, signature) {
+TEST(CheckChain, signature_other_is_found_and_its_blocks_leak) {
   Chained image;
   image.Put8(image.at, 'X');
   EXPECT_EQ(Found(image), At("chain-signature", 0, image.record, image.at) + "; " +
                               At("block-leaked", 0, image.a, image.BlockOffset(image.a), 4));
 }
 
-TEST(CheckChain, countAboveCapacity) {  // C8
+TEST(CheckChain, count_above_capacity_is_found_and_all_blocks_leak) {  // C8
   Chained image;
   image.Put32(image.at + 8, 254);
   EXPECT_EQ(Inspect(image).Count(Kind::kChainCount), 1u);
   EXPECT_EQ(Inspect(image).totals.leakedBlocks, 4u);
 }
 
-TEST(CheckChain, zeroEntry) {
+TEST(CheckChain, entry_zero_is_found) {
   Chained image;
   image.Put32(image.at + 8, 4);
   const Report report = Inspect(image);
@@ -919,40 +919,40 @@ TEST(CheckChain, zeroEntry) {
   EXPECT_EQ(report.findings[0].offset, image.at + 24);
 }
 
-TEST(CheckChain, entryBeyondTheEnd) {
+TEST(CheckChain, entry_beyond_the_end_is_found) {
   Chained image;
   image.Put32(image.at + 20, image.record + 1);
   EXPECT_EQ(Found(image), At("chain-entry-outside", 0, image.record, image.at + 20) + "; " +
                               At("block-leaked", 0, image.c, image.BlockOffset(image.c)));
 }
 
-TEST(CheckChain, heapOrder) {  // C8
+TEST(CheckChain, heap_out_of_order_is_found) {  // C8
   Chained image;
   image.Put32(image.at + 12, image.b);
   image.Put32(image.at + 16, image.a);
   EXPECT_EQ(Found(image), At("chain-heap-order", 0, image.record, image.at + 16));
 }
 
-TEST(CheckChain, entryTwice) {
+TEST(CheckChain, entry_twice_is_a_duplicate) {
   Chained image;
   image.Put32(image.at + 20, image.b);
   EXPECT_EQ(Found(image), At("chain-duplicate", 0, image.b, image.at + 20) + "; " +
                               At("block-leaked", 0, image.c, image.BlockOffset(image.c)));
 }
 
-TEST(CheckChain, recordListsItself) {
+TEST(CheckChain, record_that_lists_itself_is_a_duplicate) {
   Chained image;
   image.Put32(image.at + 20, image.record);
   EXPECT_EQ(Inspect(image).Count(Kind::kChainDuplicate), 1u);
 }
 
-TEST(CheckChain, cycle) {
+TEST(CheckChain, cycle_of_records_is_found) {
   Chained image;
   image.Put32(image.at + 4, image.record);
   EXPECT_EQ(Found(image), At("chain-cycle", 0, image.record, image.at + 4));
 }
 
-TEST(CheckChain, entryInUse) {  // C2
+TEST(CheckChain, entry_in_use_is_found) {  // C2
   Chained image;
   const std::uint32_t used = image.MappedBlock(2, 0);
   image.Put32(image.at + 12, used);
@@ -960,7 +960,7 @@ TEST(CheckChain, entryInUse) {  // C2
                               At("block-leaked", 0, image.a, image.BlockOffset(image.a)));
 }
 
-TEST(CheckChain, recordBehindTheHeadNotFull_isANote) {
+TEST(CheckChain, record_behind_the_head_not_full_is_a_note) {
   Small image;
   const std::uint32_t block = image.AppendBlock();
   const std::vector<std::uint32_t> records = image.SetChain({{}, {block}});
@@ -969,7 +969,7 @@ TEST(CheckChain, recordBehindTheHeadNotFull_isANote) {
 
 // ---- Leaks ----------------------------------------------------------------------------------------------------------
 
-TEST(CheckLeaks, blocksInARow_areOneFinding) {
+TEST(CheckLeaks, blocks_in_a_row_are_one_finding) {
   Small image;
   const std::uint32_t first = image.AppendBlock();
   image.AppendBlock();
@@ -979,19 +979,19 @@ TEST(CheckLeaks, blocksInARow_areOneFinding) {
   EXPECT_EQ(report.Worst(), Severity::kLeak);
 }
 
-TEST(CheckLeaks, nodeWithoutAName) {
+TEST(CheckLeaks, node_without_a_name_is_leaked) {
   Small image;
   const std::uint16_t node = image.AddNode(0);
   EXPECT_EQ(Found(image), At("node-leaked", node, 0, image.NodeOffset(node)));
 }
 
-TEST(CheckLeaks, directoryWithoutItsFirstBlock_isNoDamage) {
+TEST(CheckLeaks, directory_without_its_first_block_is_no_damage) {
   Small image;
   const std::uint16_t node = image.AddNode(8);
   EXPECT_EQ(Found(image), At("node-leaked", node, 0, image.NodeOffset(node)));
 }
 
-TEST(CheckLeaks, directoryWithoutAName_itsContentsAreNotReportedAgain) {
+TEST(CheckLeaks, directory_without_a_name_its_contents_are_not_reported_again) {
   Small image;
   image.Put16(image.EntryOffset(1, 3), 0);
   image.SetSize(1, 96);
@@ -1002,7 +1002,7 @@ TEST(CheckLeaks, directoryWithoutAName_itsContentsAreNotReportedAgain) {
 
 // ---- Any bytes ------------------------------------------------------------------------------------------------------
 
-TEST(CheckAnything, randomChanges_neverCrashOrHang) {
+TEST(CheckAnything, random_changes_never_crash_or_hang) {
   std::uint32_t state = 1;
   const auto next = [&state] { return (state = state * 1664525u + 1013904223u) >> 8; };
   Chained base;
@@ -1022,7 +1022,7 @@ TEST(CheckAnything, randomChanges_neverCrashOrHang) {
   }
 }
 
-TEST(CheckAnything, allBytesEqual_neverCrashOrHang) {
+TEST(CheckAnything, all_bytes_equal_never_crash_or_hang) {
   for (int value = 0; value < 256; ++value) {
     const Report report = Check(MemoryImage(Bytes(50000, static_cast<std::uint8_t>(value))));
     EXPECT_FALSE(report.readable);
@@ -1030,7 +1030,7 @@ TEST(CheckAnything, allBytesEqual_neverCrashOrHang) {
   }
 }
 
-TEST(CheckAnything, moreFindingsThanAreKept_areStillCounted) {
+TEST(CheckAnything, more_findings_than_are_kept_are_still_counted) {
   ImageBuilder image(1024, 32);
   image.AddFile(1, "F", 12000 * 1024);
   for (std::uint32_t i = 0; i < 12000; ++i) image.Put32(image.MapOffset(2, i), 2);
@@ -1041,14 +1041,14 @@ TEST(CheckAnything, moreFindingsThanAreKept_areStillCounted) {
 
 // ---- Text and JSON --------------------------------------------------------------------------------------------------
 
-TEST(ReportText, clean_isASummaryAlone) {
+TEST(ReportText, clean_is_a_summary_alone) {
   EXPECT_EQ(ToText(Inspect(ImageBuilder(1024, 32))),
             "0 files with 0 bytes, 1 directory, 255 free nodes; 2 blocks of 1024 bytes, 0 free, 0 leaked\n"
             "contents carry no checksums: a file can be damaged without a finding\n"
             "clean: damage 0, interrupted 0, leak 0, note 0\n");
 }
 
-TEST(ReportText, finding_namesItsPlace) {
+TEST(ReportText, finding_names_its_place) {
   Small image;
   image.Put32(52, 1);
   image.Put16(image.NodeOffset(4) + 4, 5);
@@ -1060,7 +1060,7 @@ TEST(ReportText, finding_namesItsPlace) {
             std::string::npos);
 }
 
-TEST(ReportJson, finding_isAnObjectWithItsPlace) {
+TEST(ReportJson, finding_is_an_object_with_its_place) {
   Small image;
   image.PutText(image.EntryOffset(1, 2) + 2, "\"\\\x01");
   const std::string json = ToJson(Inspect(image));

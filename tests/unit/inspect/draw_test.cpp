@@ -41,7 +41,7 @@ std::size_t Lines(const std::string& text) {
   return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
-TEST(Dump, header) {
+TEST(Dump, header_fields_are_shown_with_their_meaning) {
   const Checked checked{Small()};
   const std::string text = DumpHeader(checked.image);
   EXPECT_EQ(Lines(text), 15u);
@@ -52,17 +52,17 @@ TEST(Dump, header) {
   EXPECT_EQ(Line(text, 14), "00000038  00 00 00 00 00 00 00 00 ..  reserved            zero");
 }
 
-TEST(Dump, header_containerTooShort) {
+TEST(Dump, header_container_too_short) {
   EXPECT_EQ(DumpHeader(MemoryImage(Bytes(127))), "the container ends inside the header\n");
 }
 
-TEST(Dump, table) {
+TEST(Dump, table_entries_are_shown_with_their_nodes) {
   EXPECT_EQ(DumpTable(Checked(Small()).report),
             "00000080  01 00 00 00                 entry 0             block 1: nodes 1 to 16\n"
             "all other entries are zero\n");
 }
 
-TEST(Dump, bitmap) {
+TEST(Dump, bitmap_runs_are_shown_with_their_nodes) {
   EXPECT_EQ(DumpBitmap(Checked(Small()).report),
             "00000400  0f                          nodes 1 to 4        in use\n"
             "00000400  0f ff ff ff ff ff ff ff ..  nodes 5 to 256      free\n");
@@ -74,7 +74,7 @@ TEST(Dump, bitmap) {
             "the bitmap is empty: the volume holds the root alone\n");
 }
 
-TEST(Dump, node) {
+TEST(Dump, node_fields_are_shown_with_their_meaning) {
   const Checked checked{Small()};
   const std::string text = DumpNode(checked.image, checked.report, 4);
   EXPECT_EQ(Lines(text), 17u);
@@ -87,7 +87,7 @@ TEST(Dump, node) {
   EXPECT_EQ(DumpNode(checked.image, checked.report, 100), "node 100: the container does not hold it\n");
 }
 
-TEST(Dump, blocks) {
+TEST(Dump, blocks_of_each_use_are_shown) {
   const Checked checked{Small()};
   const auto dump = [&](std::uint32_t block) { return DumpBlock(checked.image, checked.report, block); };
   EXPECT_EQ(Line(dump(1), 0), "block 1: node block of table entry 0");
@@ -113,7 +113,7 @@ TEST(Dump, blocks) {
   EXPECT_EQ(dump(0), "block 0: the container does not hold it\n");
 }
 
-TEST(Dump, chain) {
+TEST(Dump, chain_records_are_shown_or_that_there_are_none) {
   const Checked checked{Small()};
   EXPECT_EQ(DumpChain(checked.image, checked.report),
             "record in block 16\n"
@@ -125,7 +125,7 @@ TEST(Dump, chain) {
   EXPECT_EQ(DumpChain(formatted.image, formatted.report), "no free chain\n");
 }
 
-TEST(Dump, directory) {
+TEST(Dump, directory_entries_are_shown_with_their_nodes) {
   const Checked checked{Small()};
   const std::string text = DumpDirectory(checked.image, checked.report, 3);
   EXPECT_EQ(Line(text, 0), "directory /D, node 3, 3 entries");
@@ -136,7 +136,7 @@ TEST(Dump, directory) {
   EXPECT_EQ(DumpDirectory(checked.image, checked.report, 2), "node 2: no directory\n");
 }
 
-TEST(Dump, anyBytes_neverCrash) {
+TEST(Dump, any_bytes_never_crash) {
   std::uint32_t state = 3;
   const auto next = [&state] { return (state = state * 1664525u + 1013904223u) >> 8; };
   const Small base;
@@ -155,7 +155,7 @@ TEST(Dump, anyBytes_neverCrash) {
   }
 }
 
-TEST(DrawMap, everyUse_hasItsCellAndCount) {
+TEST(DrawMap, every_use_has_its_cell_and_count) {
   EXPECT_EQ(DrawMap(Checked(Small()).report, {8, 32, false}),
             "16 blocks of 1024 bytes\n"
             "       1 ND##D+++\n"
@@ -163,7 +163,7 @@ TEST(DrawMap, everyUse_hasItsCellAndCount) {
             "N nodes 1  D directories 2  M block maps 1  # files 9  . free 2  ! leaked 1\n");
 }
 
-TEST(DrawMap, moreBlocksThanCells_leaksAndDamageShowThrough) {
+TEST(DrawMap, more_blocks_than_cells_leaks_and_damage_show_through) {
   EXPECT_EQ(DrawMap(Checked(Small()).report, {2, 2, false}),
             "16 blocks of 1024 bytes, 4 in a cell\n"
             "       1 ##\n"
@@ -171,7 +171,7 @@ TEST(DrawMap, moreBlocksThanCells_leaksAndDamageShowThrough) {
             "N nodes 1  D directories 2  M block maps 1  # files 9  . free 2  ! leaked 1\n");
 }
 
-TEST(DrawMap, blockUsedTwice_andColour) {
+TEST(DrawMap, block_used_twice_and_colour) {
   Small image;
   image.Put32(image.MapOffset(4, 0), image.MappedBlock(2, 0));
   const std::string text = DrawMap(Checked(image).report, {16, 1, true});
@@ -179,11 +179,11 @@ TEST(DrawMap, blockUsedTwice_andColour) {
   EXPECT_NE(text.find("\x1b[94m++++++\x1b[0m"), std::string::npos) << text;
 }
 
-TEST(DrawMap, layoutUnknown_saysSo) {
+TEST(DrawMap, layout_unknown_says_so) {
   EXPECT_EQ(DrawMap(Check(MemoryImage(Bytes(5000))), {}), "the container's blocks cannot be made out\n");
 }
 
-TEST(DrawSvg, runs_areRectanglesWithTooltips) {
+TEST(DrawSvg, runs_are_rectangles_with_tooltips) {
   const std::string svg = DrawSvg(Checked(Small()).report);
   EXPECT_EQ(
       svg.find("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"1104\" height=\"104\" viewBox=\"0 0 1104 104\""), 0u);

@@ -9,7 +9,7 @@ namespace {
 
 using testimage::Pattern;
 
-TEST(MemoryImageRead, rangeReachesPastTheEnd_isRefused) {
+TEST(MemoryImageRead, range_reaches_past_the_end_is_refused) {
   const MemoryImage image(Pattern(100, 1));
   std::uint8_t out[101];
   EXPECT_TRUE(image.Read(0, out, 100));

@@ -41,7 +41,7 @@ Promise Judged(const ImageBuilder& before, const ImageBuilder& after, const Vouc
 
 using Paths = std::vector<std::string>;
 
-TEST(Promise, sameContainer_keepsAll) {
+TEST(Promise, same_container_keeps_all) {
   const Promise promise = Judged(Small(), Small());
   EXPECT_EQ(promise.readable, 4u);
   EXPECT_EQ(promise.kept, 4u);
@@ -50,7 +50,7 @@ TEST(Promise, sameContainer_keepsAll) {
   EXPECT_EQ(ToText(promise), "keeps 4 of 4 readable files\n");
 }
 
-TEST(Promise, fileGone_isALoss) {
+TEST(Promise, file_gone_is_a_loss) {
   Small after;
   after.Remove(1, 2);
   const Promise promise = Judged(Small(), after);
@@ -60,13 +60,13 @@ TEST(Promise, fileGone_isALoss) {
   EXPECT_EQ(ToText(promise), "keeps 3 of 4 readable files\nwould lose /A\n");
 }
 
-TEST(Promise, emptyFileGone_isALoss) {
+TEST(Promise, empty_file_gone_is_a_loss) {
   Small after;
   after.Remove(after.d, 3);
   EXPECT_EQ(Judged(Small(), after).losses, Paths{"/D/EMPTY"});
 }
 
-TEST(Promise, directoryGone_allBelowIsLost) {
+TEST(Promise, directory_gone_all_below_is_lost) {
   Small after;
   after.Remove(1, 4);
   const Promise promise = Judged(Small(), after);
@@ -74,7 +74,7 @@ TEST(Promise, directoryGone_allBelowIsLost) {
   EXPECT_EQ(promise.losses, (Paths{"/D/B", "/D/EMPTY"}));
 }
 
-TEST(Promise, oneByteOtherwise_isALoss) {
+TEST(Promise, one_byte_otherwise_is_a_loss) {
   for (const std::uint32_t at : {0u, 5u * 1024 + 1023, 6u * 1024, 10u * 1024 - 1}) {
     Small after;
     after.bytes()[after.BlockOffset(after.MappedBlock(after.b, at / 1024)) + at % 1024] ^= 1;
@@ -82,19 +82,19 @@ TEST(Promise, oneByteOtherwise_isALoss) {
   }
 }
 
-TEST(Promise, byteBehindTheEnd_doesNotMatter) {
+TEST(Promise, byte_behind_the_end_does_not_matter) {
   Small after;
   after.bytes()[after.BlockOffset(after.MappedBlock(after.a, 1)) + 1500 - 1024] ^= 1;
   EXPECT_TRUE(Judged(Small(), after).holds());
 }
 
-TEST(Promise, otherSize_isALoss) {
+TEST(Promise, other_size_is_a_loss) {
   Small after;
   after.SetSize(after.a, 1499);
   EXPECT_EQ(Judged(Small(), after).losses, Paths{"/A"});
 }
 
-TEST(Promise, otherBlocksOfEqualContents_areKept) {
+TEST(Promise, other_blocks_of_equal_contents_are_kept) {
   Small after;
   after.Put32(after.MapOffset(after.a, 0), after.MappedBlock(after.same, 0));
   EXPECT_EQ(Judged(Small(), after).losses, Paths{"/A"});
@@ -107,7 +107,7 @@ TEST(Promise, otherBlocksOfEqualContents_areKept) {
   EXPECT_EQ(Judged(before, after).losses, Paths{"/SAME"});
 }
 
-TEST(Promise, fileInLostFound_isKeptAndCounted) {
+TEST(Promise, file_in_lost_found_is_kept_and_counted) {
   Small after;
   after.Remove(1, 2);
   const std::uint16_t lost = after.AddDirectory(1, "LOST.FND");
@@ -119,7 +119,7 @@ TEST(Promise, fileInLostFound_isKeptAndCounted) {
   EXPECT_EQ(ToText(promise), "keeps 4 of 4 readable files; 1 goes to /LOST.FND\n");
 }
 
-TEST(Promise, directoryInLostFound_keepsWhatIsBelow) {
+TEST(Promise, directory_in_lost_found_keeps_what_is_below) {
   Small after;
   after.Remove(1, 4);
   const std::uint16_t lost = after.AddDirectory(1, "LOST.FND");
@@ -129,7 +129,7 @@ TEST(Promise, directoryInLostFound_keepsWhatIsBelow) {
   EXPECT_EQ(promise.toLost, 2u);
 }
 
-TEST(Promise, oneFileInLostFound_standsForOneAlone) {
+TEST(Promise, one_file_in_lost_found_stands_for_one_alone) {
   Small before;
   const Bytes contents(700, 7);
   before.AddFile(1, "X", contents);
@@ -142,7 +142,7 @@ TEST(Promise, oneFileInLostFound_standsForOneAlone) {
   EXPECT_EQ(promise.lost(), 1u);
 }
 
-TEST(Promise, fileElsewhere_isALoss) {
+TEST(Promise, file_elsewhere_is_a_loss) {
   Small after;
   after.Remove(1, 2);
   after.AddEntry(after.d, "A", after.a);
@@ -151,7 +151,7 @@ TEST(Promise, fileElsewhere_isALoss) {
   EXPECT_EQ(promise.regained, 1u);
 }
 
-TEST(Promise, fileThatWasThereAlready_isNoneThatComesBack) {
+TEST(Promise, file_that_was_there_already_is_none_that_comes_back) {
   Small before;
   before.AddFile(before.AddDirectory(1, "LOST.FND"), "OLD", 70u);
   Small after;
@@ -165,7 +165,7 @@ TEST(Promise, fileThatWasThereAlready_isNoneThatComesBack) {
   EXPECT_EQ(ToText(promise), "keeps 5 of 5 readable files; 1 more comes back; 1 goes to /LOST.FND\n");
 }
 
-TEST(Promise, unreadableFile_maySayGoodbyeOrBeMended) {
+TEST(Promise, unreadable_file_may_say_goodbye_or_be_mended) {
   Small before;
   before.Put32(before.MapOffset(before.b, 7), 0);
   const Promise mended = Judged(before, Small());
@@ -179,7 +179,7 @@ TEST(Promise, unreadableFile_maySayGoodbyeOrBeMended) {
   EXPECT_EQ(Judged(before, before).mended, 0u);
 }
 
-TEST(Promise, entryToALostNode_isNothingToKeep) {
+TEST(Promise, entry_to_a_lost_node_is_nothing_to_keep) {
   Small before;
   before.Put16(before.EntryOffset(1, 2), 250);
   const Promise promise = Judged(before, Small());
@@ -187,7 +187,7 @@ TEST(Promise, entryToALostNode_isNothingToKeep) {
   EXPECT_EQ(promise.regained, 1u);
 }
 
-TEST(Promise, illegalNameInItsDirectory_mayChange) {
+TEST(Promise, illegal_name_in_its_directory_may_change) {
   Small before;
   before.PutText(before.EntryOffset(1, 2) + 2, "?");
   const Promise promise = Judged(before, Small());
@@ -196,25 +196,25 @@ TEST(Promise, illegalNameInItsDirectory_mayChange) {
   EXPECT_EQ(promise.regained, 0u);
 }
 
-TEST(Promise, illegalNameOfADirectory_mayChange) {
+TEST(Promise, illegal_name_of_a_directory_may_change) {
   Small before;
   before.PutText(before.EntryOffset(1, 4) + 2, "?");
   EXPECT_TRUE(Judged(before, Small()).holds());
 }
 
-TEST(Promise, illegalName_doesNotLetTheFileGo) {
+TEST(Promise, illegal_name_does_not_let_the_file_go) {
   Small before;
   before.AddFile(1, "?", 900u);
   EXPECT_EQ(Judged(before, Small()).losses, Paths{"/?"});
 }
 
-TEST(Promise, lowerCaseName_isThePath) {
+TEST(Promise, lower_case_name_is_the_path) {
   Small before;
   before.PutText(before.EntryOffset(1, 2) + 2, "a");
   EXPECT_TRUE(Judged(before, Small()).holds());
 }
 
-TEST(Promise, secondOfEqualNames_mayBeAnywhere) {
+TEST(Promise, second_of_equal_names_may_be_anywhere) {
   Small before;
   const std::uint16_t second = before.AddFile(1, "A", testimage::Pattern(4000, 9));
   Small after;
@@ -224,14 +224,14 @@ TEST(Promise, secondOfEqualNames_mayBeAnywhere) {
   EXPECT_EQ(before.Size(second), 4000u);
 }
 
-TEST(Promise, anotherNodesSlot_mayBeReadAnywhere) {
+TEST(Promise, another_nodes_slot_may_be_read_anywhere) {
   Small before;
   const auto from = before.bytes().begin() + static_cast<std::ptrdiff_t>(before.NodeOffset(before.b));
   std::copy_n(from, kNodeSize, before.bytes().begin() + static_cast<std::ptrdiff_t>(before.NodeOffset(before.a)));
   EXPECT_TRUE(Judged(before, Small()).holds());
 }
 
-TEST(Promise, anotherDirectorysSlot_isLookedThroughOnce) {
+TEST(Promise, another_directorys_slot_is_looked_through_once) {
   Small before;
   const auto from = before.bytes().begin() + static_cast<std::ptrdiff_t>(before.NodeOffset(before.d));
   std::copy_n(from, kNodeSize, before.bytes().begin() + static_cast<std::ptrdiff_t>(before.NodeOffset(before.a)));
@@ -246,12 +246,12 @@ struct Moving : Small {
   Moving() { AddEntry(1, "MOVED", b); }
 };
 
-TEST(Promise, fileWithTwoNames_keepsBothWithoutAMark) {
+TEST(Promise, file_with_two_names_keeps_both_without_a_mark) {
   EXPECT_EQ(Judged(Moving(), Small()).losses, Paths{"/MOVED"});
   EXPECT_EQ(Judged(Moving(), Small(), {Small().b, false}).losses, Paths{"/MOVED"});
 }
 
-TEST(Promise, stoppedMove_oneNameIsEnough) {
+TEST(Promise, stopped_move_one_name_is_enough) {
   Moving before;
   before.Mark();
   const Promise promise = Judged(before, Small());
@@ -264,7 +264,7 @@ TEST(Promise, stoppedMove_oneNameIsEnough) {
   EXPECT_EQ(Judged(before, Small(), {before.a, false}).losses, Paths{"/MOVED"});
 }
 
-TEST(Promise, stoppedMove_bothNamesGone_isALoss) {
+TEST(Promise, stopped_move_both_names_gone_is_a_loss) {
   Moving before;
   before.Mark();
   Small after;
@@ -272,14 +272,14 @@ TEST(Promise, stoppedMove_bothNamesGone_isALoss) {
   EXPECT_EQ(Judged(before, after).lost(), 2u);
 }
 
-TEST(Promise, twoStoppedMoves_areOneTooMany) {
+TEST(Promise, two_stopped_moves_are_one_too_many) {
   Moving before;
   before.Mark();
   before.AddEntry(before.d, "ALSO", before.a);
   EXPECT_EQ(Judged(before, Small()).lost(), 1u);
 }
 
-TEST(Promise, stoppedCreation_mayBeTakenBack) {
+TEST(Promise, stopped_creation_may_be_taken_back) {
   Small before;
   before.Mark();
   Small after;
@@ -289,7 +289,7 @@ TEST(Promise, stoppedCreation_mayBeTakenBack) {
   EXPECT_EQ(Judged(before, after).losses, Paths{"/A"});
 }
 
-TEST(Promise, stoppedRemoval_mayTakeContentsAlongWhenTheObjectIsKnown) {
+TEST(Promise, stopped_removal_may_take_contents_along_when_the_object_is_known) {
   Small before;
   before.Mark();
   Small after;
@@ -301,7 +301,7 @@ TEST(Promise, stoppedRemoval_mayTakeContentsAlongWhenTheObjectIsKnown) {
   EXPECT_FALSE(Judged(Small(), after, {before.a, true}).holds());
 }
 
-TEST(Promise, directoryWithTwoNames_keepsOneWithAllBelow) {
+TEST(Promise, directory_with_two_names_keeps_one_with_all_below) {
   Small before;
   before.AddEntry(before.AddDirectory(1, "E"), "MOVED", before.d);
   Small after;
@@ -311,7 +311,7 @@ TEST(Promise, directoryWithTwoNames_keepsOneWithAllBelow) {
   EXPECT_TRUE(Judged(before, after).holds());
 }
 
-TEST(Promise, directoryUnderAnotherNameThanItHad_isALoss) {
+TEST(Promise, directory_under_another_name_than_it_had_is_a_loss) {
   Small after;
   after.AddEntry(after.AddDirectory(1, "E"), "MOVED", after.d);
   after.Remove(1, 4);
@@ -330,7 +330,7 @@ struct Counting : MemoryImage {
   mutable std::size_t read = 0;
 };
 
-TEST(Promise, untouchedContents_areNotRead) {
+TEST(Promise, untouched_contents_are_not_read) {
   ImageBuilder image(1024, 32);
   image.AddFile(1, "BIG", 250 * 1024);
   const Counting before(image.bytes());
@@ -344,7 +344,7 @@ TEST(Promise, untouchedContents_areNotRead) {
   EXPECT_EQ(JudgePromise(before, after, {}, touched).losses, Paths{"/BIG"});
 }
 
-TEST(Promise, noContainer_promisesNothing) {
+TEST(Promise, no_container_promises_nothing) {
   const MemoryImage nothing{Bytes(5000, 7)};
   const Promise promise = JudgePromise(nothing, nothing);
   EXPECT_EQ(promise.readable, 0u);
@@ -352,7 +352,7 @@ TEST(Promise, noContainer_promisesNothing) {
   EXPECT_EQ(JudgePromise(MemoryImage(Small().bytes()), nothing).lost(), 4u);
 }
 
-TEST(Promise, moreLossesThanAreListed_areCounted) {
+TEST(Promise, more_losses_than_are_listed_are_counted) {
   ImageBuilder before(1024, 32);
   for (int i = 0; i < 150; ++i) before.AddFile(1, "F" + std::to_string(i), 0u);
   const Promise promise = Judged(before, ImageBuilder(1024, 32));

@@ -97,7 +97,7 @@ struct Unreadable : MemoryImage {
 
 // ---- Opening --------------------------------------------------------------------------------------------------------
 
-TEST(Reader, soundContainer_opensWithoutProblems) {
+TEST(Reader, sound_container_opens_without_problems) {
   Opened opened{Small()};
   EXPECT_TRUE(opened.reader.readable());
   EXPECT_FALSE(opened.reader.marked());
@@ -106,7 +106,7 @@ TEST(Reader, soundContainer_opensWithoutProblems) {
   EXPECT_EQ(opened.reader.FreeNodes(), 256u - 6);
 }
 
-TEST(Reader, markedContainer_isReadAllTheSame) {
+TEST(Reader, marked_container_is_read_all_the_same) {
   Small image;
   image.Put32(kStateFlagsOffset, kVolumeDirty);
   Opened opened(image);
@@ -115,7 +115,7 @@ TEST(Reader, markedContainer_isReadAllTheSame) {
   EXPECT_EQ(opened.Contents(opened.Find("/A")), Pattern(1500, 1501));
 }
 
-TEST(Reader, headerErased_problemSaidAndContentsRead) {
+TEST(Reader, header_erased_problem_said_and_contents_read) {
   Small image;
   std::fill(image.bytes().begin(), image.bytes().begin() + kHeaderSize, std::uint8_t{0});
   Opened opened(image);
@@ -123,7 +123,7 @@ TEST(Reader, headerErased_problemSaidAndContentsRead) {
   EXPECT_EQ(opened.Contents(opened.Find("/A")), Pattern(1500, 1501));
 }
 
-TEST(Reader, noContainer_everyCallSaysSo) {
+TEST(Reader, no_container_every_call_says_so) {
   const MemoryImage image(Bytes(5000, 7));
   Reader reader(image);
   Node node;
@@ -143,12 +143,12 @@ TEST(Reader, noContainer_everyCallSaysSo) {
   EXPECT_EQ(reader.FreeNodes(), 0u);
 }
 
-TEST(Reader, emptyFile_isNoContainer) {
+TEST(Reader, empty_file_is_no_container) {
   const MemoryImage image{Bytes()};
   EXPECT_FALSE(Reader(image).readable());
 }
 
-TEST(Reader, bitmapOfNoBytes_rootAloneIsThere) {
+TEST(Reader, bitmap_of_no_bytes_root_alone_is_there) {
   Opened opened{ImageBuilder(1024, 0)};
   EXPECT_TRUE(opened.reader.problems().empty());
   EXPECT_TRUE(opened.Find("/").directory);
@@ -157,7 +157,7 @@ TEST(Reader, bitmapOfNoBytes_rootAloneIsThere) {
   EXPECT_EQ(opened.reader.FreeNodes(), 0u);
 }
 
-TEST(Reader, freeChain_isCountedWithItsRecords) {
+TEST(Reader, free_chain_is_counted_with_its_records) {
   Small image;
   const std::uint32_t first = image.AppendBlock();
   const std::uint32_t second = image.AppendBlock();
@@ -168,7 +168,7 @@ TEST(Reader, freeChain_isCountedWithItsRecords) {
   EXPECT_FALSE(problem);
 }
 
-TEST(Reader, freeChainInACircle_isCountedOnceAndSaid) {
+TEST(Reader, free_chain_in_a_circle_is_counted_once_and_said) {
   Small image;
   const std::uint32_t record = image.SetChain({{}})[0];
   image.Put32(image.BlockOffset(record) + 4, record);
@@ -181,7 +181,7 @@ TEST(Reader, freeChainInACircle_isCountedOnceAndSaid) {
 
 // ---- Paths ----------------------------------------------------------------------------------------------------------
 
-TEST(Reader, path_isFoundWhateverTheCaseAndTheSlashes) {
+TEST(Reader, path_is_found_whatever_the_case_and_the_slashes) {
   const Small image;
   Opened opened(image);
   EXPECT_EQ(opened.Find("/D/E/EMPTY").number, image.empty);
@@ -191,7 +191,7 @@ TEST(Reader, path_isFoundWhateverTheCaseAndTheSlashes) {
   EXPECT_EQ(opened.Find("").number, kRootNode);
 }
 
-TEST(Reader, path_nameOfTheWholeWidthIsFound) {
+TEST(Reader, path_name_of_the_whole_width_is_found) {
   ImageBuilder image(1024, 32);
   const std::string longest(29, 'L');
   const std::uint16_t file = image.AddFile(1, longest, 5);
@@ -202,14 +202,14 @@ TEST(Reader, path_nameOfTheWholeWidthIsFound) {
   EXPECT_EQ(opened.FindTrouble(longest + "LL"), Trouble::kNotFound);
 }
 
-TEST(Reader, path_thatIsNotThere_saysWhy) {
+TEST(Reader, path_that_is_not_there_says_why) {
   Opened opened{Small()};
   EXPECT_EQ(opened.FindTrouble("/X"), Trouble::kNotFound);
   EXPECT_EQ(opened.FindTrouble("/X/Y"), Trouble::kNotFound);
   EXPECT_EQ(opened.FindTrouble("/A/Y"), Trouble::kNotADirectory);
 }
 
-TEST(Reader, pathBesideABlockThatCannotBeRead_saysThat) {
+TEST(Reader, path_beside_a_block_that_cannot_be_read_says_that) {
   Small image;
   image.Put32(image.NodeOffset(image.e) + 32, 0);
   Opened opened(image);
@@ -222,7 +222,7 @@ TEST(Reader, pathBesideABlockThatCannotBeRead_saysThat) {
 
 // ---- Nodes ----------------------------------------------------------------------------------------------------------
 
-TEST(Reader, node_numbersThatCannotBe_areOutside) {
+TEST(Reader, node_numbers_that_cannot_be_are_outside) {
   Opened opened{Small()};
   Node node;
   EXPECT_EQ(opened.reader.ReadNode(0, &node).trouble, Trouble::kNodeOutside);
@@ -231,7 +231,7 @@ TEST(Reader, node_numbersThatCannotBe_areOutside) {
   EXPECT_EQ(node.number, 256u);
 }
 
-TEST(Reader, node_freeBitIsToldAndNoReasonToStop) {
+TEST(Reader, node_free_bit_is_told_and_no_reason_to_stop) {
   Small image;
   image.SetFree(image.a, true);
   Opened opened(image);
@@ -239,21 +239,21 @@ TEST(Reader, node_freeBitIsToldAndNoReasonToStop) {
   EXPECT_FALSE(opened.Find("/D").free);
 }
 
-TEST(Reader, node_slotOverwritten_isLost) {
+TEST(Reader, node_slot_overwritten_is_lost) {
   Small image;
   std::fill_n(image.bytes().begin() + static_cast<long>(image.NodeOffset(image.a)), kNodeSize, std::uint8_t{0xEE});
   Opened opened(image);
   EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeLost);
 }
 
-TEST(Reader, node_slotOfZeros_isLost) {
+TEST(Reader, node_slot_of_zeros_is_lost) {
   Small image;
   std::fill_n(image.bytes().begin() + static_cast<long>(image.NodeOffset(image.a)), kNodeSize, std::uint8_t{0});
   Opened opened(image);
   EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeLost);
 }
 
-TEST(Reader, node_anotherNumber_isARemark) {
+TEST(Reader, node_another_number_is_a_remark) {
   Small image;
   image.Put16(image.NodeOffset(image.a) + 4, 99);
   Opened opened(image);
@@ -262,7 +262,7 @@ TEST(Reader, node_anotherNumber_isARemark) {
   EXPECT_EQ(opened.Contents(opened.Find("/A")), Pattern(1500, 1501));
 }
 
-TEST(Reader, node_signatureAndNumberGone_isTakenWhenItsFieldsAreSound) {
+TEST(Reader, node_signature_and_number_gone_is_taken_when_its_fields_are_sound) {
   Small image;
   image.Put32(image.NodeOffset(image.a), 0);
   image.Put16(image.NodeOffset(image.a) + 4, 0);
@@ -270,7 +270,7 @@ TEST(Reader, node_signatureAndNumberGone_isTakenWhenItsFieldsAreSound) {
   EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeNumber);
 }
 
-TEST(Reader, directoryWithAFilesAttributes_isADirectory) {
+TEST(Reader, directory_with_a_files_attributes_is_a_directory) {
   Small image;
   image.Put16(image.NodeOffset(image.d) + 6, 0);
   Opened opened(image);
@@ -278,7 +278,7 @@ TEST(Reader, directoryWithAFilesAttributes_isADirectory) {
   EXPECT_EQ(opened.Find("/D/E/EMPTY").number, image.empty);
 }
 
-TEST(Reader, fileWithADirectorysAttributes_isAFile) {
+TEST(Reader, file_with_a_directorys_attributes_is_a_file) {
   Small image;
   image.Put16(image.NodeOffset(image.a) + 6, ORB_NODE_DIRECTORY);
   Opened opened(image);
@@ -286,7 +286,7 @@ TEST(Reader, fileWithADirectorysAttributes_isAFile) {
   EXPECT_EQ(opened.Contents(opened.Find("/A")), Pattern(1500, 1501));
 }
 
-TEST(Reader, rootThatIsNoDirectory_isLost) {
+TEST(Reader, root_that_is_no_directory_is_lost) {
   Small image;
   image.Put16(image.NodeOffset(1) + 6, 0);
   image.Put16(image.EntryOffset(1, 0), 9);
@@ -299,7 +299,7 @@ TEST(Reader, rootThatIsNoDirectory_isLost) {
 
 class ReaderBlockSize : public testing::TestWithParam<std::uint32_t> {};
 
-TEST_P(ReaderBlockSize, contents_ofEveryDepthOfTheMap) {
+TEST_P(ReaderBlockSize, contents_of_every_depth_of_the_map) {
   const std::uint32_t blockSize = GetParam();
   const std::uint32_t slots = blockSize / 4;
   for (const std::uint32_t blocks : {1u, 6u, 7u, 6 + slots, 8 + slots}) {
@@ -311,7 +311,7 @@ TEST_P(ReaderBlockSize, contents_ofEveryDepthOfTheMap) {
   }
 }
 
-TEST_P(ReaderBlockSize, contents_fromAnyPosition) {
+TEST_P(ReaderBlockSize, contents_from_any_position) {
   const std::uint32_t blockSize = GetParam();
   const std::uint32_t size = 9 * blockSize + 5;
   ImageBuilder image(blockSize, 16);
@@ -338,7 +338,7 @@ TEST_P(ReaderBlockSize, contents_fromAnyPosition) {
 
 INSTANTIATE_TEST_SUITE_P(all, ReaderBlockSize, testing::Values(1024, 2048, 4096, 8192));
 
-TEST(Reader, contents_upToAHole) {
+TEST(Reader, contents_up_to_a_hole) {
   Small image;
   image.Put32(image.MapOffset(image.b, 20), 0);
   Opened opened(image);
@@ -346,7 +346,7 @@ TEST(Reader, contents_upToAHole) {
   EXPECT_EQ(opened.Contents(opened.Find("/D/B"), Trouble::kHole), Bytes(whole.begin(), whole.begin() + 20 * 1024));
 }
 
-TEST(Reader, contents_upToABlockOutside) {
+TEST(Reader, contents_up_to_a_block_outside) {
   Small image;
   image.Put32(image.MapOffset(image.a, 1), 100000);
   Opened opened(image);
@@ -361,21 +361,21 @@ TEST(Reader, contents_upToABlockOutside) {
   EXPECT_EQ(done, 1014u);
 }
 
-TEST(Reader, contents_withoutMapBlock_endBeforeIt) {
+TEST(Reader, contents_without_map_block_end_before_it) {
   Small image;
   image.Put32(image.NodeOffset(image.b) + 56, 0);
   Opened opened(image);
   EXPECT_EQ(opened.Contents(opened.Find("/D/B"), Trouble::kHole).size(), 6u * 1024);
 }
 
-TEST(Reader, contents_withTheSecondMapBlockOutside_endBeforeIt) {
+TEST(Reader, contents_with_the_second_map_block_outside_end_before_it) {
   Small image;
   image.Put32(image.BlockOffset(image.Get32(image.NodeOffset(image.b) + 60)), 0xFFFFFFFF);
   Opened opened(image);
   EXPECT_EQ(opened.Contents(opened.Find("/D/B"), Trouble::kBlockOutside).size(), (6u + 256) * 1024);
 }
 
-TEST(Reader, contents_upToWhatTheHostCannotRead) {
+TEST(Reader, contents_up_to_what_the_host_cannot_read) {
   const Small image;
   const std::uint64_t bad = image.BlockOffset(image.MappedBlock(image.b, 30));
   const Unreadable host(image.bytes(), bad + 100, bad + 101);
@@ -392,7 +392,7 @@ TEST(Reader, contents_upToWhatTheHostCannotRead) {
   EXPECT_EQ(count, 30u * 1024);
 }
 
-TEST(Reader, contents_takerMayStop) {
+TEST(Reader, contents_taker_may_stop) {
   Opened opened{Small()};
   int calls = 0;
   EXPECT_FALSE(opened.reader.ReadAll(opened.Find("/D/B"), [&calls](const std::uint8_t*, std::size_t) {
@@ -402,12 +402,12 @@ TEST(Reader, contents_takerMayStop) {
   EXPECT_EQ(calls, 1);
 }
 
-TEST(Reader, contents_ofADirectory_areNoFiles) {
+TEST(Reader, contents_of_a_directory_are_no_files) {
   Opened opened{Small()};
   EXPECT_EQ(opened.Contents(opened.Find("/D"), Trouble::kNotAFile), Bytes());
 }
 
-TEST(Reader, sizeBeyondTheContainer_endsWithItsBlocks) {
+TEST(Reader, size_beyond_the_container_ends_with_its_blocks) {
   Small image;
   const std::uint32_t indirect = image.Get32(image.NodeOffset(image.b) + 56);
   const std::uint32_t top = image.Get32(image.NodeOffset(image.b) + 60);
@@ -422,7 +422,7 @@ TEST(Reader, sizeBeyondTheContainer_endsWithItsBlocks) {
   EXPECT_LT(bytes.size(), std::size_t{opened.reader.geometry().blocks} * 1024 + 65536);
 }
 
-TEST(Reader, extent_endsWhereBlocksLieApart) {
+TEST(Reader, extent_ends_where_blocks_lie_apart) {
   Small image;
   image.Put32(image.MapOffset(image.b, 3), image.MappedBlock(image.b, 5));
   Opened opened(image);
@@ -441,7 +441,7 @@ TEST(Reader, extent_endsWhereBlocksLieApart) {
 
 // ---- Directories ----------------------------------------------------------------------------------------------------
 
-TEST(Reader, list_tellsEntriesInOrderWithTheirNodes) {
+TEST(Reader, list_tells_entries_in_order_with_their_nodes) {
   const Small image;
   Opened opened(image);
   const Listing listing = opened.reader.List(opened.Find("/D"));
@@ -455,12 +455,12 @@ TEST(Reader, list_tellsEntriesInOrderWithTheirNodes) {
   EXPECT_TRUE(listing.entries[1].node.directory);
 }
 
-TEST(Reader, list_ofAFile_saysSo) {
+TEST(Reader, list_of_a_file_says_so) {
   Opened opened{Small()};
   EXPECT_EQ(Troubles(opened.reader.List(opened.Find("/A")).problems), Found{Trouble::kNotADirectory});
 }
 
-TEST(Reader, list_entryOfALostNode_isToldWithTheReason) {
+TEST(Reader, list_entry_of_a_lost_node_is_told_with_the_reason) {
   Small image;
   image.Put16(image.EntryOffset(1, 2), 300);
   Opened opened(image);
@@ -471,7 +471,7 @@ TEST(Reader, list_entryOfALostNode_isToldWithTheReason) {
   EXPECT_FALSE(listing.entries[1].problem);
 }
 
-TEST(Reader, list_reservedAndIllegalAndEqualNames_areTold) {
+TEST(Reader, list_reserved_and_illegal_and_equal_names_are_told) {
   ImageBuilder image(1024, 32);
   const std::uint16_t file = image.AddFile(1, "A", 5);
   for (const char* const name : {"..", ".", "B C", "a", "OK"}) image.AddEntry(1, name, file);
@@ -484,7 +484,7 @@ TEST(Reader, list_reservedAndIllegalAndEqualNames_areTold) {
                                        Trouble::kNameIllegal, Trouble::kNameTwice, Trouble::kNone}));
 }
 
-TEST(Reader, list_dotsThatAreOthers_areEntries) {
+TEST(Reader, list_dots_that_are_others_are_entries) {
   Small image;
   image.PutText(image.EntryOffset(1, 0) + 2, "X");
   image.Put16(image.EntryOffset(1, 0), image.a);
@@ -492,7 +492,7 @@ TEST(Reader, list_dotsThatAreOthers_areEntries) {
   EXPECT_EQ(Names(opened.reader.List(opened.Find("/"))), (Strings{"X", "A", "D"}));
 }
 
-TEST(Reader, list_behindAHole_goesOn) {
+TEST(Reader, list_behind_a_hole_goes_on) {
   Small image;
   image.Put16(image.EntryOffset(1, 2), 0);
   Opened opened(image);
@@ -501,7 +501,7 @@ TEST(Reader, list_behindAHole_goesOn) {
   EXPECT_EQ(listing.entries[0].place, Listed::Place::kBehindHole);
 }
 
-TEST(Reader, list_pastTheSize_upToTheEndMark) {
+TEST(Reader, list_past_the_size_up_to_the_end_mark) {
   Small image;
   image.SetSize(1, 3 * kDirEntrySize);
   image.Put16(image.EntryOffset(1, 5), image.a);
@@ -512,7 +512,7 @@ TEST(Reader, list_pastTheSize_upToTheEndMark) {
   EXPECT_EQ(listing.entries[1].place, Listed::Place::kPastSize);
 }
 
-TEST(Reader, list_blockThatHoldsSomethingElse_isPassedOver) {
+TEST(Reader, list_block_that_holds_something_else_is_passed_over) {
   ImageBuilder image(1024, 32);
   const std::uint16_t directory = image.AddDirectory(1, "D");
   for (int i = 0; i < 70; ++i) image.AddFile(directory, "F" + std::to_string(i), 0u);
@@ -527,7 +527,7 @@ TEST(Reader, list_blockThatHoldsSomethingElse_isPassedOver) {
   EXPECT_EQ(listing.entries.back().name, "F69");
 }
 
-TEST(Reader, list_lastBlockBackInTheFreeChain_isNoEntry) {
+TEST(Reader, list_last_block_back_in_the_free_chain_is_no_entry) {
   ImageBuilder image(1024, 32);
   const std::uint16_t directory = image.AddDirectory(1, "D");
   for (int i = 0; i < 31; ++i) image.AddFile(directory, "F" + std::to_string(i), 0u);
@@ -540,7 +540,7 @@ TEST(Reader, list_lastBlockBackInTheFreeChain_isNoEntry) {
   EXPECT_EQ(listing.entries.size(), 30u);
 }
 
-TEST(Reader, list_impossibleSize_isToldAndBounded) {
+TEST(Reader, list_impossible_size_is_told_and_bounded) {
   Small image;
   image.SetSize(image.d, 0xFFFFFFFF);
   Opened opened(image);
@@ -555,12 +555,12 @@ TEST(Reader, list_impossibleSize_isToldAndBounded) {
 
 // ---- Walks ----------------------------------------------------------------------------------------------------------
 
-TEST(Reader, walk_tellsEverythingDepthFirst) {
+TEST(Reader, walk_tells_everything_depth_first) {
   Opened opened{Small()};
   EXPECT_EQ(WalkAll(&opened.reader), (Strings{"/A", "/D", "/D/B", "/D/E", "/D/E/EMPTY", "/D/E/", "/D/", "/"}));
 }
 
-TEST(Reader, walk_loopAndSecondName_areToldAndNotEntered) {
+TEST(Reader, walk_loop_and_second_name_are_told_and_not_entered) {
   Small image;
   image.AddEntry(image.e, "UP", image.d);
   image.AddEntry(image.e, "SELF", image.e);
@@ -571,14 +571,14 @@ TEST(Reader, walk_loopAndSecondName_areToldAndNotEntered) {
                      "/D/E/SELF: directory-loop", "/D/E/", "/D/", "/AGAIN", "/AGAIN: directory-again", "/"}));
 }
 
-TEST(Reader, walk_whatCannotBeRead_isTold) {
+TEST(Reader, walk_what_cannot_be_read_is_told) {
   Small image;
   image.Put32(image.NodeOffset(image.e) + 32, 0);
   Opened opened(image);
   EXPECT_EQ(WalkAll(&opened.reader), (Strings{"/A", "/D", "/D/B", "/D/E", "/D/E: hole", "/D/E/", "/D/", "/"}));
 }
 
-TEST(Reader, walk_visitorStopsAndPassesBy) {
+TEST(Reader, walk_visitor_stops_and_passes_by) {
   Opened opened{Small()};
   const Node root = opened.Find("/");
   Strings told;
@@ -599,7 +599,7 @@ TEST(Reader, walk_visitorStopsAndPassesBy) {
 }
 
 // A container in which each directory is all directories: paths without number.
-TEST(Reader, walk_ofCrossedDirectories_isBounded) {
+TEST(Reader, walk_of_crossed_directories_is_bounded) {
   ImageBuilder image(1024, 128);
   std::vector<std::uint16_t> directories;
   for (int i = 0; i < 200; ++i) directories.push_back(image.AddDirectory(1, "D" + std::to_string(i)));
@@ -617,7 +617,7 @@ TEST(Reader, walk_ofCrossedDirectories_isBounded) {
                           [](const std::string& line) { return line.find(": crossed") != std::string::npos; }));
 }
 
-TEST(Reader, walk_longChainOfDirectories_isGoneDown) {
+TEST(Reader, walk_long_chain_of_directories_is_gone_down) {
   ImageBuilder image(1024, 448);
   std::uint16_t parent = 1;
   for (int i = 0; i < 3000; ++i) parent = image.AddDirectory(parent, "D");
@@ -626,7 +626,7 @@ TEST(Reader, walk_longChainOfDirectories_isGoneDown) {
   EXPECT_EQ(told.size(), 6001u);
 }
 
-TEST(Reader, budget_isFreeForWhatIsMetOnceAndEndsForTheRest) {
+TEST(Reader, budget_is_free_for_what_is_met_once_and_ends_for_the_rest) {
   const Small image;
   const Opened opened(image);
   const std::uint32_t blocks = opened.reader.geometry().blocks;
@@ -640,7 +640,7 @@ TEST(Reader, budget_isFreeForWhatIsMetOnceAndEndsForTheRest) {
   EXPECT_FALSE(budget.MeetNode(1));
 }
 
-TEST(Reader, texts_nameThePlace) {
+TEST(Reader, texts_name_the_place) {
   EXPECT_EQ(ToText({Trouble::kHole, 5, 7, 0}), "no block for logical block 7");
   EXPECT_EQ(ToText({Trouble::kBlockOutside, 5, 7, 99}),
             "logical block 7 is block 99, which the container does not hold");
@@ -651,7 +651,7 @@ TEST(Reader, texts_nameThePlace) {
   EXPECT_EQ(ToText({}), "");
 }
 
-TEST(Reader, texts_everyTroubleHasItsOwn) {
+TEST(Reader, texts_every_trouble_has_its_own) {
   std::set<std::string> names;
   std::set<std::string> texts;
   for (int i = 0; i <= static_cast<int>(Trouble::kNameTwice); ++i) {

@@ -43,7 +43,7 @@ struct Small : ImageBuilder {
   }
 };
 
-TEST_F(RecoverTest, soundContainer_everythingIsCopied) {
+TEST_F(RecoverTest, sound_container_everything_is_copied) {
   const Small image;
   const Recovered result = Recover(MemoryImage(image.bytes()), root_);
   EXPECT_TRUE(result.possible);
@@ -57,7 +57,7 @@ TEST_F(RecoverTest, soundContainer_everythingIsCopied) {
   EXPECT_EQ(Get("D/E/EMPTY"), Bytes());
 }
 
-TEST_F(RecoverTest, containerTooLong_everythingIsCopied) {
+TEST_F(RecoverTest, container_too_long_everything_is_copied) {
   struct Long : MemoryImage {
     using MemoryImage::MemoryImage;
     std::uint64_t Size() const override { return 0x80000000; }
@@ -77,7 +77,7 @@ TEST_F(RecoverTest, containerTooLong_everythingIsCopied) {
   EXPECT_EQ(Get("D/B"), Pattern(300 * 1024, 300 * 1024 + 1));
 }
 
-TEST_F(RecoverTest, timeStamps_areKept) {
+TEST_F(RecoverTest, time_stamps_are_kept) {
   Recover(MemoryImage(Small().bytes()), root_);
   const auto age = fs::file_time_type::clock::now() - fs::last_write_time(root_ / "A");
   const auto now = std::chrono::system_clock::now();
@@ -85,7 +85,7 @@ TEST_F(RecoverTest, timeStamps_areKept) {
   EXPECT_NEAR(static_cast<double>(then), 1087302645.0, 5.0);  // 15 June 2004, 12:30:45
 }
 
-TEST_F(RecoverTest, timeStampCenturiesAway_copyHasTheTimeOfItsMaking) {
+TEST_F(RecoverTest, time_stamp_centuries_away_copy_has_the_time_of_its_making) {
   for (const int year : {1601, 1899, 2201, 9999, 65535}) {
     fs::remove_all(root_);
     Small image;
@@ -96,7 +96,7 @@ TEST_F(RecoverTest, timeStampCenturiesAway_copyHasTheTimeOfItsMaking) {
   }
 }
 
-TEST_F(RecoverTest, damagedContainer_namesSurviveAndLostNodesAreThere) {
+TEST_F(RecoverTest, damaged_container_names_survive_and_lost_nodes_are_there) {
   Small image;
   image.Put32(40, 0);                       // no block size
   image.SetFree(2, true);                   // A's node free
@@ -109,7 +109,7 @@ TEST_F(RecoverTest, damagedContainer_namesSurviveAndLostNodesAreThere) {
   EXPECT_EQ(Get("LOST.FND/NODE0004"), Pattern(300 * 1024, 300 * 1024 + 1));
 }
 
-TEST_F(RecoverTest, hostCannotReadAPart_zerosStandThere) {
+TEST_F(RecoverTest, host_cannot_read_a_part_zeros_stand_there) {
   struct Bad : MemoryImage {
     using MemoryImage::MemoryImage;
     std::uint64_t bad = 0;
@@ -127,7 +127,7 @@ TEST_F(RecoverTest, hostCannotReadAPart_zerosStandThere) {
   EXPECT_EQ(Get("A"), contents);
 }
 
-TEST_F(RecoverTest, namesThatHostsReserve_areChangedAndStayUnique) {
+TEST_F(RecoverTest, names_that_hosts_reserve_are_changed_and_stay_unique) {
   ImageBuilder image(1024, 32);
   for (const char* name : {"AUX", "_AUX", "COM1.TXT", "COM", "END.", "END._", "NULL"}) image.AddFile(1, name, 3);
   const Recovered result = Recover(MemoryImage(image.bytes()), root_);
@@ -139,7 +139,7 @@ TEST_F(RecoverTest, namesThatHostsReserve_areChangedAndStayUnique) {
                                                       "/END. -> END._", "/END._ -> END._~2"}));
 }
 
-TEST_F(RecoverTest, fileIsThereAlready_isNotOverwritten) {
+TEST_F(RecoverTest, file_is_there_already_is_not_overwritten) {
   fs::create_directories(root_);
   std::ofstream(root_ / "A") << "mine";
   const Recovered result = Recover(MemoryImage(Small().bytes()), root_);
@@ -149,20 +149,20 @@ TEST_F(RecoverTest, fileIsThereAlready_isNotOverwritten) {
   EXPECT_EQ(Get("A"), (Bytes{'m', 'i', 'n', 'e'}));
 }
 
-TEST_F(RecoverTest, noContainer_saysSoAndCopiesNothing) {
+TEST_F(RecoverTest, no_container_says_so_and_copies_nothing) {
   const Recovered result = Recover(MemoryImage(Bytes(50000, 3)), root_);
   EXPECT_FALSE(result.possible);
   EXPECT_EQ(result.failures.size(), 1u);
   EXPECT_FALSE(fs::exists(root_));
 }
 
-TEST_F(RecoverTest, step_isToldEachPath) {
+TEST_F(RecoverTest, step_is_told_each_path) {
   std::vector<std::string> paths;
   Recover(MemoryImage(Small().bytes()), root_, [&](const std::string& path) { paths.push_back(path); });
   EXPECT_EQ(paths, (std::vector<std::string>{"/A", "/D", "/D/B", "/D/E", "/D/E/EMPTY"}));
 }
 
-TEST(HostName, reservedNames) {
+TEST(HostName, reserved_names_are_prefixed) {
   EXPECT_EQ(HostName("A.TXT"), "A.TXT");
   EXPECT_EQ(HostName("CON"), "_CON");
   EXPECT_EQ(HostName("PRN.A.B"), "_PRN.A.B");

@@ -59,20 +59,20 @@ std::string Paths(const Files& files) {
 
 // ---- Nothing, and the mark alone ------------------------------------------------------------------------------------
 
-TEST(RepairNothing, cleanContainer_planIsEmpty) {
+TEST(RepairNothing, clean_container_plan_is_empty) {
   const Plan plan = PlanRepair(MemoryImage(Small().bytes()), testimage::kRepairTime);
   EXPECT_TRUE(plan.IsComplete());
   EXPECT_EQ(plan.actions.size(), 0u);
   EXPECT_EQ(ToText(plan), "nothing to repair\n");
 }
 
-TEST(RepairNothing, notesAlone_planIsEmpty) {
+TEST(RepairNothing, notes_alone_plan_is_empty) {
   Small image;
   image.Put8(image.NodeOffset(2) + 10, 13);
   EXPECT_EQ(PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime).actions.size(), 0u);
 }
 
-TEST(RepairMark, markAlone_isCleared) {
+TEST(RepairMark, mark_alone_is_cleared) {
   Small image;
   image.Put32(52, 1);
   const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
@@ -80,7 +80,7 @@ TEST(RepairMark, markAlone_isCleared) {
   EXPECT_EQ(testimage::AfterWrites(plan, image.bytes(), 1), Small().bytes());
 }
 
-TEST(RepairMark, damageWithoutMark_markFirstAndLast) {
+TEST(RepairMark, damage_without_mark_mark_first_and_last) {
   Small image;
   image.Put8(image.NodeOffset(2), 'X');
   const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
@@ -91,14 +91,14 @@ TEST(RepairMark, damageWithoutMark_markFirstAndLast) {
   EXPECT_EQ(plan.actions[2].writes[0].bytes, (Bytes{0, 0, 0, 0}));
 }
 
-TEST(RepairImpossible, noLayout_saysSo) {
+TEST(RepairImpossible, no_layout_says_so) {
   const Plan plan = PlanRepair(MemoryImage(Bytes(50000, 7)), testimage::kRepairTime);
   EXPECT_FALSE(plan.possible);
   EXPECT_FALSE(plan.problem.empty());
   EXPECT_EQ(plan.actions.size(), 0u);
 }
 
-TEST(RepairImpossible, hostCannotRead_saysSo) {
+TEST(RepairImpossible, host_cannot_read_says_so) {
   struct Bad : MemoryImage {
     using MemoryImage::MemoryImage;
     bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
@@ -121,7 +121,7 @@ struct Long : MemoryImage {
   std::uint64_t whole, size;
 };
 
-TEST(RepairImpossible, containerTooLong_saysWhereToCutAndPlansNothing) {
+TEST(RepairImpossible, container_too_long_says_where_to_cut_and_plans_nothing) {
   const Small image;
   const Plan plan = PlanRepair(Long(image.bytes(), 0x80000000), testimage::kRepairTime);
   EXPECT_FALSE(plan.possible);
@@ -130,7 +130,7 @@ TEST(RepairImpossible, containerTooLong_saysWhereToCutAndPlansNothing) {
       << plan.problem;
 }
 
-TEST(RepairImpossible, containerTooLongAndDamaged_advisesRecovery) {
+TEST(RepairImpossible, container_too_long_and_damaged_advises_recovery) {
   Small image;
   image.Put8(image.NodeOffset(2), 'X');
   const Plan plan = PlanRepair(Long(image.bytes(), 0x80000000), testimage::kRepairTime);
@@ -139,7 +139,7 @@ TEST(RepairImpossible, containerTooLongAndDamaged_advisesRecovery) {
   EXPECT_NE(plan.problem.find("recover what it holds"), std::string::npos) << plan.problem;
 }
 
-TEST(RepairImpossible, containerEndsBeforeItsData_saysThatNothingCanBeSaved) {
+TEST(RepairImpossible, container_ends_before_its_data_says_that_nothing_can_be_saved) {
   for (const std::size_t size : {0u, 500u, 1024u, 1055u}) {
     const Small image;
     const Plan plan = PlanRepair(MemoryImage({image.bytes().begin(), image.bytes().begin() + static_cast<long>(size)}),
@@ -149,7 +149,7 @@ TEST(RepairImpossible, containerEndsBeforeItsData_saysThatNothingCanBeSaved) {
   }
 }
 
-TEST(RepairLength, nothingIsLeftOfTheData_planSaysSo) {
+TEST(RepairLength, nothing_is_left_of_the_data_plan_says_so) {
   const Small image;
   const std::string nothing = "nothing of what the container held can be saved: it will be empty\n";
   for (const std::uint32_t block : {1u, 2u}) {
@@ -164,7 +164,7 @@ TEST(RepairLength, nothingIsLeftOfTheData_planSaysSo) {
 
 // ---- Header, table, bitmap, slots -----------------------------------------------------------------------------------
 
-TEST(RepairHeader, anyFieldWrong_isWrittenAnew) {
+TEST(RepairHeader, any_field_wrong_is_written_anew) {
   for (std::uint32_t offset = 0; offset <= 44; offset += 4) {
     Small image;
     image.Put32(offset, 0x12345678);
@@ -172,14 +172,14 @@ TEST(RepairHeader, anyFieldWrong_isWrittenAnew) {
   }
 }
 
-TEST(RepairHeader, reservedBytesAndFlags_areCleared) {
+TEST(RepairHeader, reserved_bytes_and_flags_are_cleared) {
   Small image;
   image.Put8(100, 1);
   image.Put32(52, 0xFFFFFFFE);
   EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
 }
 
-TEST(RepairLength, cutAnywhere_keepsTheFilesBeforeTheCut) {
+TEST(RepairLength, cut_anywhere_keeps_the_files_before_the_cut) {
   const Small whole;
   const Files files = Tree(whole.bytes());
   for (std::size_t size = 1024 + 32; size < whole.bytes().size(); size += 211) {
@@ -196,7 +196,7 @@ TEST(RepairLength, cutAnywhere_keepsTheFilesBeforeTheCut) {
   }
 }
 
-TEST(RepairTable, entryLost_nodeBlockIsFoundAgain) {
+TEST(RepairTable, entry_lost_node_block_is_found_again) {
   for (const std::uint32_t value : {0u, 2u, 999u, 0xFFFFFFFFu}) {
     for (const std::uint32_t entry : {0u, 1u}) {
       Small image;
@@ -208,7 +208,7 @@ TEST(RepairTable, entryLost_nodeBlockIsFoundAgain) {
   }
 }
 
-TEST(RepairTable, twoEntriesExchanged_areSetRight) {
+TEST(RepairTable, two_entries_exchanged_are_set_right) {
   Small image;
   FillDirectory(&image, 40);
   const Files files = Tree(image.bytes());
@@ -218,13 +218,13 @@ TEST(RepairTable, twoEntriesExchanged_areSetRight) {
   EXPECT_FILES(Tree(testimage::Repaired(image.bytes())), files);
 }
 
-TEST(RepairTable, entryForNodesThatCannotBe_isCleared) {
+TEST(RepairTable, entry_for_nodes_that_cannot_be_is_cleared) {
   Small image;
   image.Put32(ImageBuilder::TableOffset(223), 5);
   EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
 }
 
-TEST(RepairTable, nodeBlockOverwritten_itsFilesAreLostTheOthersKept) {
+TEST(RepairTable, node_block_overwritten_its_files_are_lost_the_others_kept) {
   Small image;
   FillDirectory(&image, 20);
   Files files = Tree(image.bytes());
@@ -238,7 +238,7 @@ TEST(RepairTable, nodeBlockOverwritten_itsFilesAreLostTheOthersKept) {
   EXPECT_FILES(Repair(image), files);
 }
 
-TEST(RepairSlots, signatureAndNumber_areWritten) {
+TEST(RepairSlots, signature_and_number_are_written) {
   Small image;
   for (std::uint32_t i = 0; i < 6; ++i) {
     image.Put8(image.NodeOffset(4) + i, 0xAA);
@@ -247,25 +247,25 @@ TEST(RepairSlots, signatureAndNumber_areWritten) {
   EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
 }
 
-TEST(RepairSlots, recordOverwritten_nodeAndNameGo) {
+TEST(RepairSlots, record_overwritten_node_and_name_go) {
   Small image;
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(2) + i, 0xAA);
   EXPECT_FILES(Repair(image), Without(Tree(Small().bytes()), {"/A"}));
 }
 
-TEST(RepairBitmap, everyNodeFree_isAllRevived) {
+TEST(RepairBitmap, every_node_free_is_all_revived) {
   Small image;
   for (std::uint16_t node = 1; node <= 6; ++node) image.SetFree(node, true);
   EXPECT_FILES(Repair(image), Tree(Small().bytes()));
 }
 
-TEST(RepairBitmap, everyNodeInUse_theRestIsGivenBack) {
+TEST(RepairBitmap, every_node_in_use_the_rest_is_given_back) {
   Small image;
   for (std::uint32_t i = 0; i < 32; ++i) image.Put8(1024 + i, 0);
   EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
 }
 
-TEST(RepairBitmap, usedBeyondTheTable_isFreed) {
+TEST(RepairBitmap, used_beyond_the_table_is_freed) {
   ImageBuilder image(1024, 896);
   const Bytes sound = image.bytes();
   image.SetFree(224 * 16 + 5, false);
@@ -274,7 +274,7 @@ TEST(RepairBitmap, usedBeyondTheTable_isFreed) {
 
 // ---- One pointer or number that leads astray ------------------------------------------------------------------------
 
-TEST(RepairStray, pointerToANodeBlockThatTheTableLost_nodesAreRegained) {
+TEST(RepairStray, pointer_to_a_node_block_that_the_table_lost_nodes_are_regained) {
   for (const std::uint32_t offset : {56u, 60u}) {  // indirect, double-indirect
     Small image;
     FillDirectory(&image, 40);
@@ -285,7 +285,7 @@ TEST(RepairStray, pointerToANodeBlockThatTheTableLost_nodesAreRegained) {
   }
 }
 
-TEST(RepairStray, mapPointerToADirectorysBlock_directoryIsLeftAlone) {
+TEST(RepairStray, map_pointer_to_a_directorys_block_directory_is_left_alone) {
   Small image;
   image.AddFile(1, "BIG", 8 * 1024);
   const Files files = Tree(image.bytes());
@@ -295,7 +295,7 @@ TEST(RepairStray, mapPointerToADirectorysBlock_directoryIsLeftAlone) {
   EXPECT_NE(texts.find("out of /A (node 2): no block numbers in it"), std::string::npos) << texts;
 }
 
-TEST(RepairStray, mapPointerOfADirectorysRecordToItsOwnBlock_directoryIsWhole) {
+TEST(RepairStray, map_pointer_of_a_directorys_record_to_its_own_block_directory_is_whole) {
   Small image;
   const Files files = Tree(image.bytes());
   image.Put32(image.NodeOffset(3) + 56, image.MappedBlock(3, 0));
@@ -309,7 +309,7 @@ struct Named : Small {
   void Point(std::uint32_t entry, std::uint16_t node) { Put16(EntryOffset(7, entry), node); }
 };
 
-TEST(RepairStray, entryWithoutNameNamesAnothersNode_namesItsOwnAgain) {
+TEST(RepairStray, entry_without_name_names_anothers_node_names_its_own_again) {
   Named image;
   const Files was = Tree(image.bytes());
   image.Put32(image.EntryOffset(7, 4), 2);  // F4, node 10: number and the name's first bytes
@@ -319,21 +319,21 @@ TEST(RepairStray, entryWithoutNameNamesAnothersNode_namesItsOwnAgain) {
   EXPECT_EQ(files.size(), was.size());
 }
 
-TEST(RepairStray, entryBesideItsNeighboursNamesAnothersNode_namesItsOwnAgain) {
+TEST(RepairStray, entry_beside_its_neighbours_names_anothers_node_names_its_own_again) {
   Named image;
   const Bytes sound = image.bytes();
   image.Point(4, 2);
   EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), sound);
 }
 
-TEST(RepairStray, directorysEntryNamesAnothersNode_namesItsOwnAgain) {
+TEST(RepairStray, directorys_entry_names_anothers_node_names_its_own_again) {
   Named image;
   const Bytes sound = image.bytes();
   image.Put16(image.EntryOffset(1, 3), 4);  // D, node 3; 4 is its file B
   EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), sound);
 }
 
-TEST(RepairStray, entryWithoutNameAndNoNodeWithoutName_legalNameIsKept) {
+TEST(RepairStray, entry_without_name_and_no_node_without_name_legal_name_is_kept) {
   Named image;
   const Files files = Tree(image.bytes());
   image.AddEntry(7, "X", 2);
@@ -341,7 +341,7 @@ TEST(RepairStray, entryWithoutNameAndNoNodeWithoutName_legalNameIsKept) {
   EXPECT_FILES(Repair(image), files);
 }
 
-TEST(RepairStray, twoNodesWithoutName_noneIsGuessed) {
+TEST(RepairStray, two_nodes_without_name_none_is_guessed) {
   Named image;
   const Files was = Tree(image.bytes());
   image.Point(4, 2);
@@ -369,19 +369,19 @@ struct Wide : Small {
   }
 };
 
-TEST(RepairErased, bitmap_nothingIsLost) {
+TEST(RepairErased, bitmap_nothing_is_lost) {
   Wide image;
   image.Erase(1024, 1024 + 32);
   EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Wide().bytes());
 }
 
-TEST(RepairErased, headerTableAndBitmap_nothingIsLost) {
+TEST(RepairErased, header_table_and_bitmap_nothing_is_lost) {
   Wide image;
   image.Erase(0, 1024 + 32);
   EXPECT_FILES(Tree(testimage::Repaired(image.bytes())), Tree(Wide().bytes()));
 }
 
-TEST(RepairErased, tableEntryAndItsBits_nodeBlockIsFoundAgain) {
+TEST(RepairErased, table_entry_and_its_bits_node_block_is_found_again) {
   Wide image;
   image.Put32(ImageBuilder::TableOffset(1), 0);
   image.Erase(1024 + 2, 1024 + 4);  // nodes 17 to 32
@@ -390,7 +390,7 @@ TEST(RepairErased, tableEntryAndItsBits_nodeBlockIsFoundAgain) {
   EXPECT_NE(texts.find("points table entry 1 at block "), std::string::npos) << texts;
 }
 
-TEST(RepairErased, bitmapFirstNodesAndRoot_keepsWhatZerosWouldKeep) {
+TEST(RepairErased, bitmap_first_nodes_and_root_keeps_what_zeros_would_keep) {
   Wide erased, zeros;
   erased.Erase(1024, erased.BlockOffset(3));
   for (std::uint64_t at = 1024; at < zeros.BlockOffset(3); ++at) zeros.Put8(at, 0);
@@ -414,7 +414,7 @@ ImageBuilder Directories(std::uint32_t blockSize) {
   return image;
 }
 
-TEST(RepairFirstBytesLost, anyBlockSize_whatLiesBehindIsKept) {
+TEST(RepairFirstBytesLost, any_block_size_what_lies_behind_is_kept) {
   for (const std::uint32_t blockSize : {1024u, 2048u, 4096u, 8192u}) {
     for (const std::uint8_t fill : {std::uint8_t{0}, std::uint8_t{0xFF}}) {
       for (const std::uint32_t count : {1824u, 4096u}) {  // up to the data area, and more
@@ -440,7 +440,7 @@ TEST(RepairFirstBytesLost, anyBlockSize_whatLiesBehindIsKept) {
   }
 }
 
-TEST(RepairFirstBytesLost, flatContainerOfDefaultSize_rootTellsTheLayout) {
+TEST(RepairFirstBytesLost, flat_container_of_default_size_root_tells_the_layout) {
   ImageBuilder image(4096, 1024);
   for (int i = 0; i < 50; ++i) image.AddFile(1, "F" + std::to_string(i), 10 + static_cast<std::uint32_t>(i));
   const Files files = Tree(image.bytes());
@@ -450,14 +450,14 @@ TEST(RepairFirstBytesLost, flatContainerOfDefaultSize_rootTellsTheLayout) {
   for (int i = 31; i < 50; ++i) EXPECT_EQ(left.at("/F" + std::to_string(i)), files.at("/F" + std::to_string(i)));
 }
 
-TEST(RepairFirstBytesLost, oneTraceOnly_isHopeless) {
+TEST(RepairFirstBytesLost, one_trace_only_is_hopeless) {
   ImageBuilder image(1024, 32);
   image.AddDirectory(1, "D");  // block 3; the first two are gone
   std::fill_n(image.bytes().begin(), image.BlockOffset(3), std::uint8_t{0});
   EXPECT_FALSE(PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime).possible);
 }
 
-TEST(RepairFirstBytesLost, tracesThatContradictEachOther_areHopeless) {
+TEST(RepairFirstBytesLost, traces_that_contradict_each_other_are_hopeless) {
   ImageBuilder image = Directories(1024);
   Bytes bytes(image.bytes().begin() + 8192, image.bytes().end());
   for (std::size_t i = 2; i < 12; ++i) {  // each block 100 bytes further away from the one before than it was
@@ -468,7 +468,7 @@ TEST(RepairFirstBytesLost, tracesThatContradictEachOther_areHopeless) {
 
 // ----------------------------------------------------------------------------------------------------------------------
 
-TEST(RepairErased, recordWithDataButNoName_isLinkedUnderLostFound) {
+TEST(RepairErased, record_with_data_but_no_name_is_linked_under_lost_found) {
   Wide image;
   image.SetFree(2, true);  // A, the root's first entry
   image.Put16(image.EntryOffset(1, 2), 0);
@@ -476,7 +476,7 @@ TEST(RepairErased, recordWithDataButNoName_isLinkedUnderLostFound) {
   EXPECT_EQ(files.at("/LOST.FND/NODE0002"), Tree(Wide().bytes()).at("/A"));
 }
 
-TEST(RepairErased, deletedFilesRecord_staysFree) {
+TEST(RepairErased, deleted_files_record_stays_free) {
   Wide image;
   const std::uint16_t node = image.AddNode(0);  // its time stamp stays
   image.SetFree(node, true);
@@ -486,7 +486,7 @@ TEST(RepairErased, deletedFilesRecord_staysFree) {
   EXPECT_EQ(texts.find("notes in the bitmap"), std::string::npos) << texts;
 }
 
-TEST(RepairErased, freeRecordWithBlocksOfTheChain_staysFree) {
+TEST(RepairErased, free_record_with_blocks_of_the_chain_stays_free) {
   Wide image;
   const std::uint16_t node = image.AddNode(0);
   image.AppendToNode(node, Pattern(8, 8));
@@ -497,7 +497,7 @@ TEST(RepairErased, freeRecordWithBlocksOfTheChain_staysFree) {
   EXPECT_FILES(files, Tree(Wide().bytes()));
 }
 
-TEST(RepairErased, emptyDirectoryWithoutName_isNotBroughtBack) {
+TEST(RepairErased, empty_directory_without_name_is_not_brought_back) {
   Wide image;
   const std::uint16_t node = image.AddDirectory(1, "EMPTY");
   image.SetSize(1, image.Size(1) - 32);
@@ -506,7 +506,7 @@ TEST(RepairErased, emptyDirectoryWithoutName_isNotBroughtBack) {
   EXPECT_FILES(Repair(image), Tree(Wide().bytes()));
 }
 
-TEST(RepairRecords, attributesAndReservedBytes) {
+TEST(RepairRecords, attributes_and_reserved_bytes_are_put_right) {
   for (const std::uint16_t node : {std::uint16_t{1}, std::uint16_t{2}, std::uint16_t{5}}) {
     Small image;
     image.Put8(image.NodeOffset(node) + 7, 0xF0);
@@ -516,25 +516,25 @@ TEST(RepairRecords, attributesAndReservedBytes) {
   }
 }
 
-TEST(RepairRecords, fileMarkedAsDirectory_isAFileAgain) {
+TEST(RepairRecords, file_marked_as_directory_is_a_file_again) {
   Small image;
   image.Put16(image.NodeOffset(4) + 6, 8);
   EXPECT_FILES(Repair(image), Tree(Small().bytes()));
 }
 
-TEST(RepairRecords, directoryMarkedAsFile_isADirectoryAgain) {
+TEST(RepairRecords, directory_marked_as_file_is_a_directory_again) {
   Small image;
   image.Put16(image.NodeOffset(5) + 6, 0);
   EXPECT_FILES(Repair(image), Tree(Small().bytes()));
 }
 
-TEST(RepairRoot, recordOverwritten_isMadeAnewFromItsBlock) {
+TEST(RepairRoot, record_overwritten_is_made_anew_from_its_block) {
   Small image;
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(1) + i, 0xAA);
   EXPECT_FILES(Repair(image), Tree(Small().bytes()));
 }
 
-TEST(RepairRoot, recordAllZerosButItsNumber_getsTheTimeOfTheRepair) {
+TEST(RepairRoot, record_all_zeros_but_its_number_gets_the_time_of_the_repair) {
   Small image;
   for (std::uint32_t i = 6; i < 64; ++i) image.Put8(image.NodeOffset(1) + i, 0);
   const Bytes after = testimage::RepairedFromEveryStop(image.bytes());
@@ -542,14 +542,14 @@ TEST(RepairRoot, recordAllZerosButItsNumber_getsTheTimeOfTheRepair) {
   EXPECT_EQ(Check(MemoryImage(after)).model.nodes[1].record.time.year, testimage::kRepairTime.year);
 }
 
-TEST(RepairRoot, nodesRegainedAroundIt_getsTheTimeOfTheRepair) {
+TEST(RepairRoot, nodes_regained_around_it_gets_the_time_of_the_repair) {
   Small image;
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(1) + i, 0);
   EXPECT_EQ(Check(MemoryImage(testimage::RepairedFromEveryStop(image.bytes()))).model.nodes[1].record.time.year,
             testimage::kRepairTime.year);
 }
 
-TEST(RepairRoot, recordAndBlockOverwritten_filesAreLinkedUnderLostFound) {
+TEST(RepairRoot, record_and_block_overwritten_files_are_linked_under_lost_found) {
   Small image;
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(1) + i, 0xAA);
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(2) + i, 0xAA);
@@ -560,7 +560,7 @@ TEST(RepairRoot, recordAndBlockOverwritten_filesAreLinkedUnderLostFound) {
   EXPECT_EQ(files.at("/LOST.FND/NODE0003/E/C"), was.at("/D/E/C"));
 }
 
-TEST(RepairRoot, firstNodeBlockOverwritten_directoriesAreFoundByTheirBlocks) {
+TEST(RepairRoot, first_node_block_overwritten_directories_are_found_by_their_blocks) {
   Small image;
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(1) + i, 0xAA);
   EXPECT_EQ(Paths(Repair(image)), "/ /D/ /D/E/ ");
@@ -568,7 +568,7 @@ TEST(RepairRoot, firstNodeBlockOverwritten_directoriesAreFoundByTheirBlocks) {
 
 // ---- Block maps -----------------------------------------------------------------------------------------------------
 
-TEST(RepairMap, blockShared_secondOwnerGetsACopy) {
+TEST(RepairMap, block_shared_second_owner_gets_a_copy) {
   Small image;
   image.Put32(image.MapOffset(4, 6), image.MappedBlock(2, 0));
   Files files = Tree(Small().bytes());
@@ -576,7 +576,7 @@ TEST(RepairMap, blockShared_secondOwnerGetsACopy) {
   EXPECT_FILES(Repair(image), files);
 }
 
-TEST(RepairMap, mapBlockShared_bothFilesKeepTheirContents) {
+TEST(RepairMap, map_block_shared_both_files_keep_their_contents) {
   ImageBuilder image(1024, 32);
   const std::uint16_t a = image.AddFile(1, "A", 9 * 1024);
   const std::uint16_t b = image.AddFile(1, "B", 9 * 1024 - 7);
@@ -586,7 +586,7 @@ TEST(RepairMap, mapBlockShared_bothFilesKeepTheirContents) {
   EXPECT_FILES(Repair(image), files);
 }
 
-TEST(RepairMap, directoriesShareTheirFirstBlock_eachHasItsOwnAgain) {
+TEST(RepairMap, directories_share_their_first_block_each_has_its_own_again) {
   for (const bool first : {false, true}) {
     Small image;
     const std::uint16_t a = first ? 3 : 5, b = first ? 5 : 3;
@@ -595,7 +595,7 @@ TEST(RepairMap, directoriesShareTheirFirstBlock_eachHasItsOwnAgain) {
   }
 }
 
-TEST(RepairMap, directoriesShareTheirFirstBlock_theOtherIsOverwritten_theDotDecides) {
+TEST(RepairMap, directories_share_their_first_block_the_other_is_overwritten_the_dot_decides) {
   for (const bool first : {false, true}) {
     Small image;
     const std::uint16_t a = first ? 3 : 5, b = first ? 5 : 3;
@@ -614,7 +614,7 @@ TEST(RepairMap, directoriesShareTheirFirstBlock_theOtherIsOverwritten_theDotDeci
   }
 }
 
-TEST(RepairMap, directorySharesAFilesBlock) {
+TEST(RepairMap, directory_shares_a_files_block_file_keeps_its_size) {
   Small image;
   image.Put32(image.MapOffset(2, 0), image.MappedBlock(3, 0));
   const Files files = Repair(image);
@@ -622,7 +622,7 @@ TEST(RepairMap, directorySharesAFilesBlock) {
   EXPECT_EQ(files.at("/A").size(), 1500u);
 }
 
-TEST(RepairMap, blockTwiceInOneFile_theSecondBecomesZeros) {
+TEST(RepairMap, block_twice_in_one_file_the_second_becomes_zeros) {
   Small image;
   image.Put32(image.MapOffset(4, 2), image.MappedBlock(4, 1));
   Files files = Tree(Small().bytes());
@@ -630,7 +630,7 @@ TEST(RepairMap, blockTwiceInOneFile_theSecondBecomesZeros) {
   EXPECT_FILES(Repair(image), files);
 }
 
-TEST(RepairMap, slotBeyondTheEndInTheMiddle_becomesZeros) {
+TEST(RepairMap, slot_beyond_the_end_in_the_middle_becomes_zeros) {
   Small image;
   image.Put32(image.MapOffset(4, 3), 5000);
   Files files = Tree(Small().bytes());
@@ -638,7 +638,7 @@ TEST(RepairMap, slotBeyondTheEndInTheMiddle_becomesZeros) {
   EXPECT_FILES(Repair(image), files);
 }
 
-TEST(RepairMap, lastSlotsBeyondTheEnd_tailIsCutOff) {
+TEST(RepairMap, last_slots_beyond_the_end_tail_is_cut_off) {
   Small image;
   image.Put32(image.MapOffset(4, 6), 0);
   image.Put32(image.NodeOffset(4) + 56, 5000);
@@ -648,7 +648,7 @@ TEST(RepairMap, lastSlotsBeyondTheEnd_tailIsCutOff) {
   EXPECT_FILES(Repair(image), files);
 }
 
-TEST(RepairMap, mapBlocksThatNoSlotNames_areFoundAgain) {
+TEST(RepairMap, map_blocks_that_no_slot_names_are_found_again) {
   ImageBuilder image(1024, 32);
   const std::uint16_t node = image.AddFile(1, "F", 800 * 1024);
   const Bytes whole = image.bytes();
@@ -661,7 +661,7 @@ TEST(RepairMap, mapBlocksThatNoSlotNames_areFoundAgain) {
   }
 }
 
-TEST(RepairMap, twoMapBlocksThatCannotBeToldApart_areNotGuessed) {
+TEST(RepairMap, two_map_blocks_that_cannot_be_told_apart_are_not_guessed) {
   Small image;
   const std::uint16_t twin = image.AddFile(1, "TWIN", 7 * 1024);
   const Files was = Tree(image.bytes());
@@ -671,7 +671,7 @@ TEST(RepairMap, twoMapBlocksThatCannotBeToldApart_areNotGuessed) {
   EXPECT_EQ(files.at("/TWIN"), Bytes(was.at("/TWIN").begin(), was.at("/TWIN").begin() + 6 * 1024));
 }
 
-TEST(RepairMap, secondLevelBlockMissing_becomesZeros) {
+TEST(RepairMap, second_level_block_missing_becomes_zeros) {
   ImageBuilder image(1024, 32);
   const std::uint16_t node = image.AddFile(1, "F", 800 * 1024);
   Bytes contents = Tree(image.bytes()).at("/F");
@@ -681,13 +681,13 @@ TEST(RepairMap, secondLevelBlockMissing_becomesZeros) {
   EXPECT_EQ(Tree(testimage::Repaired(image.bytes())).at("/F"), contents);
 }
 
-TEST(RepairMap, sizeTooSmall_growsOverTheBlocksThatFollow) {
+TEST(RepairMap, size_too_small_grows_over_the_blocks_that_follow) {
   Small image;
   image.SetSize(4, 100);
   EXPECT_FILES(Repair(image), Tree(Small().bytes()));
 }
 
-TEST(RepairMap, sizeFarTooLarge_isCutToTheBlocks) {
+TEST(RepairMap, size_far_too_large_is_cut_to_the_blocks) {
   for (const std::uint32_t size : {8u * 1024, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
     Small image;
     image.SetSize(4, size);
@@ -695,19 +695,19 @@ TEST(RepairMap, sizeFarTooLarge_isCutToTheBlocks) {
   }
 }
 
-TEST(RepairMap, strayBlockOfAnotherPastTheSize_isTakenOut) {
+TEST(RepairMap, stray_block_of_another_past_the_size_is_taken_out) {
   Small image;
   image.Put32(image.MapOffset(2, 2), image.MappedBlock(4, 0));
   EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
 }
 
-TEST(RepairMap, growthHalfMade_isUndone) {
+TEST(RepairMap, growth_half_made_is_undone) {
   Small image;
   image.AppendToNode(4, Pattern(1024, 99));
   EXPECT_FILES(Repair(image), Tree(Small().bytes()));
 }
 
-TEST(RepairMap, shrinkHalfMade_isFinished) {
+TEST(RepairMap, shrink_half_made_is_finished) {
   Small image;
   image.Put32(image.MapOffset(4, 6), 0);
   Files files = Tree(Small().bytes());
@@ -715,7 +715,7 @@ TEST(RepairMap, shrinkHalfMade_isFinished) {
   EXPECT_FILES(Repair(image), files);
 }
 
-TEST(RepairMap, everySlotTheSame_isBounded) {
+TEST(RepairMap, every_slot_the_same_is_bounded) {
   ImageBuilder image(1024, 32);
   const std::uint16_t node = image.AddFile(1, "F", 600 * 1024);
   for (std::uint32_t i = 0; i < 600; ++i) image.Put32(image.MapOffset(node, i), 2);
@@ -724,13 +724,13 @@ TEST(RepairMap, everySlotTheSame_isBounded) {
 
 // ---- Directories ----------------------------------------------------------------------------------------------------
 
-TEST(RepairDirectory, firstBlockLost_isFoundAgain) {
+TEST(RepairDirectory, first_block_lost_is_found_again) {
   Small image;
   image.Put32(image.MapOffset(3, 0), 5000);
   EXPECT_FILES(Repair(image), Tree(Small().bytes()));
 }
 
-TEST(RepairDirectory, recordOverwritten_isMadeAnewFromItsBlocks) {
+TEST(RepairDirectory, record_overwritten_is_made_anew_from_its_blocks) {
   for (const std::uint32_t entries : {5u, 32u, 33u, 64u, 7 * 32u + 3}) {
     ImageBuilder image(1024, 64);
     const std::uint16_t directory = FillDirectory(&image, entries);
@@ -740,7 +740,7 @@ TEST(RepairDirectory, recordOverwritten_isMadeAnewFromItsBlocks) {
   }
 }
 
-TEST(RepairDirectory, recordOfAFileOverwritten_whatADeletedDirectoryLeftIsNotTakenForIt) {
+TEST(RepairDirectory, record_of_a_file_overwritten_what_a_deleted_directory_left_is_not_taken_for_it) {
   Small image;
   const std::uint16_t node = image.AddFile(1, "F", 3000);
   const std::uint32_t left = image.AppendBlock();  // of a directory that had this number, in /D
@@ -752,7 +752,7 @@ TEST(RepairDirectory, recordOfAFileOverwritten_whatADeletedDirectoryLeftIsNotTak
   EXPECT_FILES(Repair(image), Tree(Small().bytes()));
 }
 
-TEST(RepairDirectory, blocksThatNoSlotNames_areFoundAgain) {
+TEST(RepairDirectory, blocks_that_no_slot_names_are_found_again) {
   ImageBuilder image(1024, 64);
   const std::uint16_t directory = FillDirectory(&image, 7 * 32 + 3);
   const Bytes whole = image.bytes();
@@ -762,7 +762,7 @@ TEST(RepairDirectory, blocksThatNoSlotNames_areFoundAgain) {
   EXPECT_FILES(Repair(image), Tree(whole));
 }
 
-TEST(RepairDirectory, middleBlockLost_entriesOfTheOthersAreKept) {
+TEST(RepairDirectory, middle_block_lost_entries_of_the_others_are_kept) {
   ImageBuilder image(1024, 32);
   const std::uint16_t directory = FillDirectory(&image, 100);
   const Files was = Tree(image.bytes());
@@ -777,7 +777,7 @@ TEST(RepairDirectory, middleBlockLost_entriesOfTheOthersAreKept) {
   }
 }
 
-TEST(RepairDirectory, sizes) {
+TEST(RepairDirectory, sizes_wrong_are_put_right) {
   for (const std::uint32_t size : {0u, 1u, 32u, 63u, 65u, 96u, 130u, 160u, 1024u, 5000u, 0xFFFFFFFFu}) {
     Small image;
     image.SetSize(3, size);
@@ -785,7 +785,7 @@ TEST(RepairDirectory, sizes) {
   }
 }
 
-TEST(RepairDirectory, holeInTheMiddle_isClosedAndTheNodeLinked) {
+TEST(RepairDirectory, hole_in_the_middle_is_closed_and_the_node_linked) {
   Small image;
   image.Put16(image.EntryOffset(3, 2), 0);
   Files files = Tree(Small().bytes());
@@ -794,13 +794,13 @@ TEST(RepairDirectory, holeInTheMiddle_isClosedAndTheNodeLinked) {
   EXPECT_FILES(Repair(image), Without(files, {"/D/B"}));
 }
 
-TEST(RepairDirectory, dots_areWrittenAnew) {
+TEST(RepairDirectory, dots_are_written_anew) {
   Small image;
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.EntryOffset(5, 0) + i, 0xEE);
   EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
 }
 
-TEST(RepairDirectory, dotsCleared_areWrittenAnew) {
+TEST(RepairDirectory, dots_cleared_are_written_anew) {
   Small image;
   image.Put16(image.EntryOffset(5, 0), 0);
   image.Put16(image.EntryOffset(5, 1), 0);
@@ -808,7 +808,7 @@ TEST(RepairDirectory, dotsCleared_areWrittenAnew) {
   EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
 }
 
-TEST(RepairDirectory, entriesThatNameNothing_areRemoved) {
+TEST(RepairDirectory, entries_that_name_nothing_are_removed) {
   Small image;
   image.AddEntry(3, "FREE", 12);
   image.AddEntry(3, "FAR", 60000);
@@ -819,7 +819,7 @@ TEST(RepairDirectory, entriesThatNameNothing_areRemoved) {
   EXPECT_FILES(Repair(image), files);
 }
 
-TEST(RepairDirectory, names) {
+TEST(RepairDirectory, names_illegal_or_twice_are_replaced) {
   Small image;
   image.AddFile(3, "low", 1);
   image.AddFile(3, "LOW", 2);
@@ -838,7 +838,7 @@ TEST(RepairDirectory, names) {
   EXPECT_EQ(files.at("/D/LOW~3").size(), 7u);
 }
 
-TEST(RepairDirectory, fileWithThreeNames_keepsOne) {
+TEST(RepairDirectory, file_with_three_names_keeps_one) {
   Small image;
   image.AddEntry(3, "X", 2);
   image.AddEntry(5, "Y", 2);
@@ -846,7 +846,7 @@ TEST(RepairDirectory, fileWithThreeNames_keepsOne) {
   EXPECT_EQ(files.count("/A") + files.count("/D/X") + files.count("/D/E/Y"), 1u);
 }
 
-TEST(RepairDirectory, cycle_isLinkedUnderLostFound) {
+TEST(RepairDirectory, cycle_is_linked_under_lost_found) {
   Small image;
   image.AddEntry(5, "D", 3);
   image.Put16(image.EntryOffset(1, 3), 0);
@@ -858,7 +858,7 @@ TEST(RepairDirectory, cycle_isLinkedUnderLostFound) {
   EXPECT_EQ(files.at("/LOST.FND/NODE0003/E/C"), was.at("/D/E/C"));
 }
 
-TEST(RepairDirectory, entryLeadsBackToAnAncestor_theDotDotDecides) {
+TEST(RepairDirectory, entry_leads_back_to_an_ancestor_the_dot_dot_decides) {
   Small image;
   image.AddEntry(5, "UP", 3);
   EXPECT_FILES(Repair(image), Tree(Small().bytes()));
@@ -866,7 +866,7 @@ TEST(RepairDirectory, entryLeadsBackToAnAncestor_theDotDotDecides) {
 
 // ---- Half-made operations -------------------------------------------------------------------------------------------
 
-TEST(RepairHalfMade, createdNodeWithoutAName_isGivenBack) {
+TEST(RepairHalfMade, created_node_without_a_name_is_given_back) {
   Small image;
   image.AddNode(0);
   image.AddNode(8);
@@ -875,7 +875,7 @@ TEST(RepairHalfMade, createdNodeWithoutAName_isGivenBack) {
   EXPECT_EQ(Check(MemoryImage(after)).totals.freeNodes, 250u);
 }
 
-TEST(RepairHalfMade, createdEntryNotYetCounted_isFinished) {
+TEST(RepairHalfMade, created_entry_not_yet_counted_is_finished) {
   Small image;
   image.AddFile(1, "NEW", 0);
   const Bytes finished = image.bytes();
@@ -883,7 +883,7 @@ TEST(RepairHalfMade, createdEntryNotYetCounted_isFinished) {
   EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), finished);
 }
 
-TEST(RepairHalfMade, createdEntryInANewBlockBehindSix_isFinished) {
+TEST(RepairHalfMade, created_entry_in_a_new_block_behind_six_is_finished) {
   ImageBuilder image(1024, 32);
   const std::uint16_t directory = FillDirectory(&image, 7 * 32 + 1);
   const Files files = Tree(image.bytes());
@@ -891,7 +891,7 @@ TEST(RepairHalfMade, createdEntryInANewBlockBehindSix_isFinished) {
   EXPECT_FILES(Tree(testimage::Repaired(image.bytes())), files);
 }
 
-TEST(RepairHalfMade, moveOfAFile_theNewNameStays) {
+TEST(RepairHalfMade, move_of_a_file_the_new_name_stays) {
   Small image;
   image.AddFile(1, "Z", 3);
   image.AddEntry(3, "MOVED", 2);
@@ -901,7 +901,7 @@ TEST(RepairHalfMade, moveOfAFile_theNewNameStays) {
   EXPECT_FILES(Repair(image), Without(files, {"/A"}));
 }
 
-TEST(RepairHalfMade, moveOfAFile_bothNamesLast_theYoungerDirectoryHasTheNewOne) {
+TEST(RepairHalfMade, move_of_a_file_both_names_last_the_younger_directory_has_the_new_one) {
   for (const bool root : {false, true}) {
     ImageBuilder image(1024, 32);
     const std::uint16_t directory = image.AddDirectory(1, "D");
@@ -914,7 +914,7 @@ TEST(RepairHalfMade, moveOfAFile_bothNamesLast_theYoungerDirectoryHasTheNewOne) 
   }
 }
 
-TEST(RepairHalfMade, moveOfADirectory_theDotDotDecides) {
+TEST(RepairHalfMade, move_of_a_directory_the_dot_dot_decides) {
   for (const bool done : {false, true}) {
     Small image;
     image.AddEntry(1, "MOVED", 5);
@@ -925,14 +925,14 @@ TEST(RepairHalfMade, moveOfADirectory_theDotDotDecides) {
   }
 }
 
-TEST(RepairHalfMade, moveNotYetCounted_isUndone) {
+TEST(RepairHalfMade, move_not_yet_counted_is_undone) {
   Small image;
   image.AddEntry(3, "MOVED", 2);
   image.SetSize(3, image.Size(3) - 32);
   EXPECT_FILES(Repair(image), Tree(Small().bytes()));
 }
 
-TEST(RepairHalfMade, removedLastEntryStillCounted_isFinished) {
+TEST(RepairHalfMade, removed_last_entry_still_counted_is_finished) {
   Small image;
   image.Put16(image.EntryOffset(1, 3), 0);
   const Files files = Repair(image);
@@ -940,7 +940,7 @@ TEST(RepairHalfMade, removedLastEntryStillCounted_isFinished) {
   EXPECT_EQ(files.count("/LOST.FND/NODE0003/B"), 1u);
 }
 
-TEST(RepairHalfMade, lastEntryDoubled_goesFromTheEnd) {
+TEST(RepairHalfMade, last_entry_doubled_goes_from_the_end) {
   for (const std::uint32_t entries : {33u, 35u}) {
     Small image;
     const std::uint16_t directory = FillDirectory(&image, entries);
@@ -954,7 +954,7 @@ TEST(RepairHalfMade, lastEntryDoubled_goesFromTheEnd) {
   }
 }
 
-TEST(RepairHalfMade, lastBlockListedAsFree_itsEntryIsKept) {
+TEST(RepairHalfMade, last_block_listed_as_free_its_entry_is_kept) {
   Small image;
   const std::uint16_t directory = FillDirectory(&image, 33);
   const Files files = Tree(image.bytes());
@@ -962,7 +962,7 @@ TEST(RepairHalfMade, lastBlockListedAsFree_itsEntryIsKept) {
   EXPECT_FILES(Repair(image), files);
 }
 
-TEST(RepairHalfMade, lastBlockTurnedChainRecord_isDropped) {
+TEST(RepairHalfMade, last_block_turned_chain_record_is_dropped) {
   for (const bool linked : {false, true}) {
     for (const std::uint32_t entries : {33u, 6 * 32u + 1, 7 * 32u + 1}) {
       ImageBuilder image(1024, 32);
@@ -991,7 +991,7 @@ struct Chained : Small {
   std::uint64_t at = BlockOffset(record);
 };
 
-TEST(RepairChain, everyDamage_chainIsBuiltAnew) {
+TEST(RepairChain, every_damage_chain_is_built_anew) {
   struct Case {
     std::uint32_t offset, value;
   };
@@ -1007,13 +1007,13 @@ TEST(RepairChain, everyDamage_chainIsBuiltAnew) {
   }
 }
 
-TEST(RepairChain, headBeyondTheEnd_isBuiltAnew) {
+TEST(RepairChain, head_beyond_the_end_is_built_anew) {
   Chained image;
   image.Put32(48, 9999);
   EXPECT_EQ(Check(MemoryImage(testimage::RepairedFromEveryStop(image.bytes()))).totals.freeBlocks, 4u);
 }
 
-TEST(RepairChain, manyLeakedBlocks_makeFullRecordsBehindTheHead) {
+TEST(RepairChain, many_leaked_blocks_make_full_records_behind_the_head) {
   for (const std::uint32_t blocks : {1u, 2u, 253u, 254u, 255u, 508u, 509u, 700u}) {
     Small image;
     for (std::uint32_t i = 0; i < blocks; ++i) image.AppendBlock();
@@ -1025,7 +1025,7 @@ TEST(RepairChain, manyLeakedBlocks_makeFullRecordsBehindTheHead) {
   }
 }
 
-TEST(RepairLeaks, nodeWithData_isLinkedUnderLostFound) {
+TEST(RepairLeaks, node_with_data_is_linked_under_lost_found) {
   Small image;
   const std::uint16_t node = image.AddFile(1, "GONE", 3000);
   image.Put16(image.EntryOffset(1, 4), 0);
@@ -1043,7 +1043,7 @@ TEST(RepairLeaks, nodeWithData_isLinkedUnderLostFound) {
             "clears the mark of an update in progress\n");
 }
 
-TEST(RepairLeaks, lostFoundIsThere_isUsedAgainAndNamesStayUnique) {
+TEST(RepairLeaks, lost_found_is_there_is_used_again_and_names_stay_unique) {
   Small image;
   const std::uint16_t lost = image.AddDirectory(1, "LOST.FND");  // 7
   image.AddFile(lost, "NODE0009", 5);
@@ -1056,7 +1056,7 @@ TEST(RepairLeaks, lostFoundIsThere_isUsedAgainAndNamesStayUnique) {
   EXPECT_EQ(files.at("/LOST.FND/NODE0009~2").size(), 3000u);
 }
 
-TEST(RepairLeaks, lostFoundIsAFile_anotherNameIsTaken) {
+TEST(RepairLeaks, lost_found_is_a_file_another_name_is_taken) {
   Small image;
   image.AddFile(1, "LOST.FND", 5);
   image.AddFile(1, "GONE", 3000);
@@ -1067,7 +1067,7 @@ TEST(RepairLeaks, lostFoundIsAFile_anotherNameIsTaken) {
   EXPECT_EQ(files.at("/LOST.FND~2/NODE0008").size(), 3000u);
 }
 
-TEST(RepairLeaks, noNodeFreeForLostFound_linksInTheRoot) {
+TEST(RepairLeaks, no_node_free_for_lost_found_links_in_the_root) {
   ImageBuilder image(1024, 1);
   for (int i = 0; i < 7; ++i) image.AddFile(1, "F" + std::to_string(i), 100);
   image.Put16(image.EntryOffset(1, 8), 0);
@@ -1075,7 +1075,7 @@ TEST(RepairLeaks, noNodeFreeForLostFound_linksInTheRoot) {
   EXPECT_EQ(Repair(image).at("/NODE0008").size(), 100u);
 }
 
-TEST(RepairLeaks, fullRootAndManyLostNodes) {
+TEST(RepairLeaks, root_full_and_many_lost_nodes_all_are_named) {
   ImageBuilder image(1024, 64);
   for (int i = 0; i < 30; ++i) image.AddFile(1, "F" + std::to_string(i), 1);
   for (int i = 0; i < 60; ++i) {
@@ -1098,7 +1098,7 @@ struct Rich : Chained {
   }
 };
 
-TEST(RepairAnything, randomDamage_isCleanAfterOneRun) {
+TEST(RepairAnything, random_damage_is_clean_after_one_run) {
   std::uint32_t state = 7;
   const auto next = [&state] { return (state = state * 1664525u + 1013904223u) >> 8; };
   const Rich base;

@@ -83,7 +83,7 @@ class Path : public TreeTest {
 
 // ---- The volume part ------------------------------------------------------------------------------------------------
 
-TEST_F(Path, split_table) {
+TEST_F(Path, split_of_each_path_gives_its_volume) {
   const struct {
     const char* path;
     const char* volume;
@@ -118,7 +118,7 @@ TEST_F(Path, split_table) {
   }
 }
 
-TEST_F(Path, component_table) {
+TEST_F(Path, component_of_each_path_is_split_off) {
   const struct {
     const char* position;
     const char* component;
@@ -305,7 +305,7 @@ TEST_F(Path, walk_through_a_name_of_a_node_that_does_not_exist_is_damage) {
 
 // ---- Resolving ------------------------------------------------------------------------------------------------------
 
-TEST_F(Path, resolve_table) {
+TEST_F(Path, resolve_of_each_path_gives_its_node_or_code) {
   const struct {
     const char* path;
     const char* outcome;

@@ -114,7 +114,7 @@ TEST_F(Attributes, set_refuses_every_other_bit_before_it_looks_at_the_path) {
   EXPECT_EQ(Calls(), "");
 }
 
-TEST_F(Attributes, set_code_table) {
+TEST_F(Attributes, set_table_of_bad_paths_gives_each_its_code) {
   testhost::ClearTrace();
   EXPECT_EQ(Set("X", 1), "0x30000013");
   EXPECT_EQ(Set("X/Y", 1), "0x30000014");

@@ -193,7 +193,7 @@ TEST_F(Copy, between_all_block_sizes_and_around_their_borders_is_the_same) {
 
 // ---- Codes ----------------------------------------------------------------------------------------------------------
 
-TEST_F(Copy, code_table) {
+TEST_F(Copy, table_of_bad_paths_gives_each_its_code) {
   MakeDirectory("D");
   MakeFile("F", Pattern(10));
   MakeFile("D/F");

@@ -169,7 +169,7 @@ TEST_F(Create, takes_over_a_node_slot_without_any_rest_of_its_last_owner) {
 
 // ---- Codes ----------------------------------------------------------------------------------------------------------
 
-TEST_F(Create, code_table) {
+TEST_F(Create, table_of_bad_paths_gives_each_its_code) {
   MakeDirectory("D");
   MakeDirectory("D/A");
   MakeFile("AB");

@@ -48,7 +48,7 @@ class FullPath : public TreeTest {
   char out_[ORB_PATH_BUFFER];
 };
 
-TEST_F(FullPath, table) {
+TEST_F(FullPath, table_of_paths_gives_each_its_full_name) {
   MakeDirectory("Dir");
   MakeDirectory("Dir/Sub");
   MakeFile("Dir/Sub/file");

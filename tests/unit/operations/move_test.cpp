@@ -137,7 +137,7 @@ TEST_F(Move, stop_after_any_write_leaves_two_names_rather_than_none) {
 
 // ---- Codes ----------------------------------------------------------------------------------------------------------
 
-TEST_F(Move, code_table) {
+TEST_F(Move, table_of_bad_paths_gives_each_its_code) {
   MakeFile("E/F");
   MakeDirectory("D/G/H");
   Format(16, 1024, u"OTHER");
@@ -381,7 +381,7 @@ TEST_F(Move, rename_writes_the_one_directory_block) {
   EXPECT_EQ(Findings(), "");
 }
 
-TEST_F(Move, rename_code_table) {
+TEST_F(Move, rename_table_of_bad_paths_gives_each_its_code) {
   const struct {
     const char* path;
     const char* name;

@@ -115,7 +115,7 @@ TEST_F(Remove, stop_after_any_write_leaves_a_mark_and_no_name_of_a_freed_node) {
 
 // ---- Codes ----------------------------------------------------------------------------------------------------------
 
-TEST_F(Remove, code_table) {
+TEST_F(Remove, table_of_bad_paths_gives_each_its_code) {
   MakeDirectory("D");
   MakeDirectory("D/E");
   MakeFile("D/E/F");

@@ -397,7 +397,7 @@ TEST_F(Container, times_are_differences_even_where_the_tick_count_wraps) {
   EXPECT_EQ(g_dwReadTime, 3u);
 }
 
-TEST_F(Container, counters_wrap) {
+TEST_F(Container, counters_at_their_limit_wrap_to_0) {
   LetCallsTakeTime();
   g_dwReadCount = g_dwReadTime = g_dwWriteCount = g_dwWriteTime = g_dwSeekCount = g_dwSeekTime = 0xFFFFFFFF;
   uint8_t byte = 0;

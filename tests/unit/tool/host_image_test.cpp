@@ -34,7 +34,7 @@ class FileImageTest : public testing::Test {
                                 .string();
 };
 
-TEST_F(FileImageTest, anyRange_readsTheFilesBytes) {
+TEST_F(FileImageTest, any_range_reads_the_files_bytes) {
   const Bytes bytes = Pattern(1000003, 7);
   Store(bytes);
   const auto image = FileImage::Open(path_);
@@ -53,12 +53,12 @@ TEST_F(FileImageTest, anyRange_readsTheFilesBytes) {
   EXPECT_FALSE(image->Read(bytes.size() - 1, out.data(), 2));
 }
 
-TEST_F(FileImageTest, missingFileOrDirectory_isNull) {
+TEST_F(FileImageTest, missing_file_or_directory_is_null) {
   EXPECT_EQ(FileImage::Open(path_), nullptr);
   EXPECT_EQ(FileImage::Open("/"), nullptr);
 }
 
-TEST_F(FileImageTest, container_checksAsInMemory) {
+TEST_F(FileImageTest, container_checks_as_in_memory) {
   testimage::ImageBuilder builder(1024, 32);
   builder.AddFile(1, "F", 300 * 1024);
   builder.AppendBlock();

@@ -25,7 +25,7 @@ class HostTargetTest : public testing::Test {
   const std::string path_ = "host_target_test_container";
 };
 
-TEST_F(HostTargetTest, writesWithinAndPastTheEnd_areThere) {
+TEST_F(HostTargetTest, writes_within_and_past_the_end_are_there) {
   const int file = open(path_.c_str(), O_RDWR);
   HostTarget target(file);
   EXPECT_TRUE(target.Write(8, "abcd", 4));
@@ -35,14 +35,14 @@ TEST_F(HostTargetTest, writesWithinAndPastTheEnd_areThere) {
   close(file);
 }
 
-TEST_F(HostTargetTest, cut_leavesTheFront) {
+TEST_F(HostTargetTest, cut_leaves_the_front) {
   const int file = open(path_.c_str(), O_RDWR);
   EXPECT_TRUE(HostTarget(file).Cut(3));
   EXPECT_EQ(Contents(), "012");
   close(file);
 }
 
-TEST_F(HostTargetTest, descriptorOpenForReadingAlone_failsAndTellsWhy) {
+TEST_F(HostTargetTest, descriptor_open_for_reading_alone_fails_and_tells_why) {
   const int file = open(path_.c_str(), O_RDONLY);
   HostTarget target(file);
   errno = 0;
@@ -53,7 +53,7 @@ TEST_F(HostTargetTest, descriptorOpenForReadingAlone_failsAndTellsWhy) {
   close(file);
 }
 
-TEST_F(HostTargetTest, closedDescriptor_cannotBeFlushed) {
+TEST_F(HostTargetTest, closed_descriptor_cannot_be_flushed) {
   EXPECT_FALSE(HostTarget(-1).Flush());
   EXPECT_EQ(errno, EBADF);
 }
