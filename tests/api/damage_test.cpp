@@ -344,7 +344,9 @@ class Rummage {
 
   void CheckCode() {
     const OrbU32 code = OrbGetLastError();
-    EXPECT_TRUE(code == 0 || code == ORB_ERROR_NO_MORE_ENTRIES || (code > 0x30000000 && code <= 0x30000028)) << code;
+    EXPECT_TRUE(code == 0 || code == ORB_ERROR_NO_MORE_ENTRIES ||
+                (code > 0x30000000 && code <= ORB_ERROR_MEMFILE_NOT_FOUND))
+        << code;
   }
 
  private:

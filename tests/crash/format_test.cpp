@@ -72,9 +72,9 @@ TEST_P(Formatting, stopped_after_any_write_is_no_volume_before_the_last) {
     SCOPED_TRACE("after " + std::to_string(k));
     testhost::SetFile(u"VOL", states[k]);
     const bool whole = k + 1 == states.size();
-    EXPECT_EQ(Outcome(OrbMountVolume(u"VOL", u"A")), whole ? "" : "0x3000000A");
+    EXPECT_EQ(Outcome(OrbMountVolume(u"VOL", u"A")), whole ? "" : "DAMAGED_VOLUME");
     EXPECT_EQ(testhost::Inspect(states[k]).Worst(), whole ? inspect::Severity::kNote : inspect::Severity::kDamage);
-    EXPECT_EQ(Outcome(OrbCreateVolumeEx(u"VOL", GetParam().bitmapSize, GetParam().blockSize)), "0x30000015");
+    EXPECT_EQ(Outcome(OrbCreateVolumeEx(u"VOL", GetParam().bitmapSize, GetParam().blockSize)), "FILE_EXISTS");
     Count("states after a stop: formatting");
   }
   EXPECT_EQ(testhost::Verdict(states.back()), "clean");
@@ -120,7 +120,7 @@ TEST_P(Formatting, with_any_allocation_failing_leaves_what_it_wrote) {
   for (uint32_t n = 1; n <= count; ++n) {
     SCOPED_TRACE("allocation " + std::to_string(n));
     testhost::FailNthAllocation(n);
-    EXPECT_EQ(Outcome(Format()), "0x30000011");
+    EXPECT_EQ(Outcome(Format()), "OUT_OF_MEMORY");
     EXPECT_EQ(testhost::OpenHandles(), 1u);
     EXPECT_EQ(testhost::FileSize(kContainer), written);
     if (n < count) written += sizes[n - 1];

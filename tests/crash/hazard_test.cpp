@@ -89,7 +89,7 @@ TEST_F(FullDisk, under_the_node_of_the_root_that_gave_its_last_block_back_is_put
 TEST_F(FullDisk, under_the_node_of_a_directory_that_gave_an_indirect_block_back_refuses_new_names) {
   RunOnFullDisk(Named("delete_empty_file_alone_in_indirect_block_1024"), 5);
   EXPECT_EQ(Disk(), "shrink-interrupted 1, node-leaked 1");
-  EXPECT_EQ(Outcome(OrbCreateFileA("/DIR/AFTER", 0)), "0x3000000B");
+  EXPECT_EQ(Outcome(OrbCreateFileA("/DIR/AFTER", 0)), "DAMAGED_RECORD");
   EXPECT_EQ(OrbGetFileAttributesA("/DIR/N0001"), 0u);
   EXPECT_EQ(Disk(), "shrink-interrupted 1, node-leaked 1");
   EXPECT_EQ(Repaired(), "clean");
@@ -101,8 +101,8 @@ TEST_F(FullDisk, under_the_node_of_a_directory_that_got_an_entry_leaves_the_name
   RunOnFullDisk(Named("create_file_1024"), 5);
   EXPECT_EQ(Disk(), "dir-beyond-size 1");
   EXPECT_EQ(OrbGetFileAttributesA("/DIR/NEW"), 2u);
-  EXPECT_EQ(Outcome(OrbCreateFileA("/DIR/NEW", 0)), "0x30000015");
-  EXPECT_EQ(Outcome(OrbDeleteFileA("/DIR/NEW")), "0x3000000B");
+  EXPECT_EQ(Outcome(OrbCreateFileA("/DIR/NEW", 0)), "FILE_EXISTS");
+  EXPECT_EQ(Outcome(OrbDeleteFileA("/DIR/NEW")), "DAMAGED_RECORD");
   EXPECT_EQ(Disk(), "dir-beyond-size 1");
   EXPECT_EQ(Repaired(), "clean");
   EXPECT_EQ(Outcome(OrbCreateFileA("/DIR/OTHER", 0)), "");
@@ -117,14 +117,14 @@ TEST_F(FullDisk, under_the_node_of_an_empty_directory_that_got_an_entry_keeps_it
   FormatAndMount();
   ASSERT_EQ(OrbCreateDirectoryA("D"), 1);
   testhost::FailNthCall(Call::kWriteFile, 5, 112);  // mark, node, bitmap, entry, D's node
-  EXPECT_EQ(Outcome(OrbCreateFileA("D/X", 0)), "0x3000001A");
+  EXPECT_EQ(Outcome(OrbCreateFileA("D/X", 0)), "DISK_FULL");
   ASSERT_EQ(testhost::FaultsFired(), 1u);
   EXPECT_EQ(Disk(), "dir-beyond-size 1");
   for (int mounts = 0; mounts < 2; ++mounts) {
     EXPECT_EQ(NamesIn("D/"), (std::vector<std::string>{".", ".."}));
     EXPECT_EQ(OrbGetFileAttributesA("D/X"), 0u);
-    EXPECT_EQ(Outcome(OrbDeleteFileA("D/X")), "0x3000000B");
-    EXPECT_EQ(Outcome(OrbDeleteFileA("D")), "0x30000021");
+    EXPECT_EQ(Outcome(OrbDeleteFileA("D/X")), "DAMAGED_RECORD");
+    EXPECT_EQ(Outcome(OrbDeleteFileA("D")), "NOT_EMPTY");
     EXPECT_EQ(Disk(), "dir-beyond-size 1");
     ASSERT_EQ(OrbUnmountVolumeA("A"), 1);
     ASSERT_NE(Mount(), nullptr);

@@ -67,7 +67,7 @@ TEST_P(StoppedOperation, is_refused_while_marked) {
   const testhost::Bystanders bystanders(states().front().image, operation().touched);
   for (const StopState& state : states()) {
     const bool marked = state.report.marked;
-    EXPECT_EQ(Outcome(testhost::MountContainer(state.image)), marked ? "0x3000000C" : "");
+    EXPECT_EQ(Outcome(testhost::MountContainer(state.image)), marked ? "NOT_CLEAN" : "");
     if (marked) {
       EXPECT_EQ(Outcome(testhost::MountContainer(testhost::Unmarked(state.image))), "");
     }

@@ -10,6 +10,7 @@
 #include "nodes/node.h"
 #include "orba.h"
 #include "support/judgement.h"
+#include "support/result_code.h"
 #include "support/test_host.h"
 #include "tests/support/image_builder.h"
 
@@ -46,12 +47,6 @@ Codes operator+(Codes a, const Codes& b) {
   return a;
 }
 
-std::string Hexadecimal(OrbU32 code) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(code));
-  return text;
-}
-
 // Makes a call, which says whether it succeeded; passes that on.
 template <typename Call>
 bool Do(const char* name, const Codes& codes, Call call) {
@@ -61,7 +56,7 @@ bool Do(const char* name, const Codes& codes, Call call) {
   testhost::ClearFaults();
   const OrbU32 code = OrbGetLastError();
   Require(succeeded ? code == 0 : std::find(codes.begin(), codes.end(), code) != codes.end(),
-          std::string(name) + " ends with a documented code, not " + Hexadecimal(code));
+          std::string(name) + " ends with a documented code, not " + testhost::NameOfCode(code));
   return succeeded;
 }
 

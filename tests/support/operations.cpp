@@ -1,12 +1,11 @@
 #include "support/operations.h"
 
-#include <stdio.h>
-
 #include <stdexcept>
 
 #include "base/error.h"
 #include "operations/mount.h"
 #include "orba.h"
+#include "support/result_code.h"
 #include "volume/volume.h"
 
 namespace testhost {
@@ -34,9 +33,7 @@ void Format(const FileName& container, uint32_t blockSize) {
 }  // namespace
 
 void Must(bool done, const std::string& what) {
-  char code[16];
-  snprintf(code, sizeof code, " 0x%08X", orba::GetError());
-  if (!done) throw std::logic_error("cannot prepare: " + what + code);
+  if (!done) throw std::logic_error("cannot prepare: " + what + " " + NameOfCode(orba::GetError()));
 }
 
 FileSet Prepare(const Operation& operation) {

@@ -1,6 +1,5 @@
 #include "unit/library_test.h"
 
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -10,6 +9,7 @@
 #include "nodes/node.h"
 #include "operations/mount.h"
 #include "storage/memory_file.h"
+#include "support/result_code.h"
 
 namespace orba {
 
@@ -81,9 +81,7 @@ uint32_t LibraryTest::NodesListed() {
 std::string Outcome(bool succeeded) {
   const uint32_t code = GetError();
   if (succeeded && code == ORB_ERROR_NONE) return "";
-  char text[40];
-  snprintf(text, sizeof text, "%s0x%08X", succeeded ? "success with " : "", code);
-  return text;
+  return (succeeded ? "success with " : "") + testhost::NameOfCode(code);
 }
 
 Bytes Pattern(size_t count, uint32_t seed) {

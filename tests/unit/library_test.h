@@ -44,8 +44,8 @@ class LibraryTest : public testhost::HostTest {
   bool checked_ = true;
 };
 
-// "" for a call that succeeded with a clear error state, else its code in hexadecimal, as failure rows state it.
-//   EXPECT_EQ(Outcome(OrbDeleteFileA("X")), "0x30000013");
+// "" for a call that succeeded with a clear error state, else its code by name, as failure rows state it.
+//   EXPECT_EQ(Outcome(OrbDeleteFileA("X")), "FILE_NOT_FOUND");
 std::string Outcome(bool succeeded);
 
 // Blocks of a file in order: `count` bytes that differ from place to place and from seed to seed.

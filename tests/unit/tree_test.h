@@ -83,12 +83,12 @@ class TreeTest : public LibraryTest {
 
   // Runs the operation again and again from the present state of the container, freshly mounted, with its first,
   // second, ... call of a kind failing, until one run meets no failure. A line for each failure:
-  //   "write bitmap: 0x30000003, marked node-leaked"
+  //   "write bitmap: WRITE, marked node-leaked"
   // the call, the outcome ("" would be success), what inspection finds in the container. As many nodes must be listed
   // afterwards as before. The container and the mount end as they began.
   Lines FailEach(Call kind, uint32_t hostCode, Repeat repeat, const Operation& operation);
 
-  // The same with the first, second, ... allocation failing: "0x30000011, ".
+  // The same with the first, second, ... allocation failing: "OUT_OF_MEMORY, ".
   Lines FailEachAllocation(const Operation& operation);
 
   Volume* volume_ = nullptr;

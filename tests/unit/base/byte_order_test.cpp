@@ -63,7 +63,7 @@ TEST_F(ByteOrder, export_leaves_any_buffer_unchanged_and_clears_the_error) {
 
 TEST_F(ByteOrder, export_without_a_buffer_is_an_invalid_argument) {
   OrbConvertEndian(nullptr, 4);
-  EXPECT_EQ(OrbGetLastError(), 0x3000000Eu);
+  EXPECT_EQ(OrbGetLastError(), ORB_ERROR_INVALID_ARGUMENT);
 }
 
 TEST_F(ByteOrder, export_of_nothing_needs_no_buffer) {

@@ -42,20 +42,20 @@ TEST_F(Text, wide_to_ansi_copy_puts_a_question_mark_for_what_the_code_page_lacks
 TEST_F(Text, wide_to_ansi_copy_without_memory_fails_before_the_conversion) {
   FailNthAllocation(1);
   EXPECT_EQ(OrbWideToAnsiAlloc(u"A"), nullptr);
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(testhost::CallCount(Call::kWideToAnsi), 0u);
 }
 
 TEST_F(Text, wide_to_ansi_copy_that_the_platform_refuses_frees_its_memory) {
   FailNthCall(Call::kWideToAnsi, 1, coredll::kHostNoUnicodeTranslation);
   EXPECT_EQ(OrbWideToAnsiAlloc(u"A"), nullptr);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(testhost::AllocationsHeld(), 0u);
 }
 
 TEST_F(Text, wide_to_ansi_copy_of_null_is_an_invalid_argument) {
   EXPECT_EQ(OrbWideToAnsiAlloc(nullptr), nullptr);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(testhost::AllocationCalls(), 0u);
 }
 
@@ -84,7 +84,7 @@ TEST_F(Text, wide_to_ansi_of_size_0_returns_0_and_leaves_the_error_alone) {
 TEST_F(Text, wide_to_ansi_into_too_little_space_fails_as_the_platform_does) {
   char out[3];
   EXPECT_EQ(OrbWideToAnsi(out, u"ABC", 3), 0);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
 }
 
 TEST_F(Text, ansi_to_wide_returns_the_characters_with_the_terminator) {
@@ -98,13 +98,13 @@ TEST_F(Text, ansi_to_wide_that_the_platform_refuses_fails) {
   WideChar out[6];
   FailNthCall(Call::kAnsiToWide, 1, coredll::kHostNoUnicodeTranslation);
   EXPECT_EQ(OrbAnsiToWide(out, "A", 6), 0);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
 }
 
 TEST_F(Text, ansi_to_wide_into_too_little_space_fails_as_the_platform_does) {
   WideChar out[3];
   EXPECT_EQ(OrbAnsiToWide(out, "ABC", 3), 0);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
 }
 
 // ---- Less than 0, which some platforms return for a failure ---------------------------------------------------------
@@ -117,11 +117,11 @@ TEST_F(Text, negative_result_fails_as_0_does_and_is_passed_on) {
     ClearError();
     FailNthCall(Call::kWideToAnsi, 1, coredll::kHostNoUnicodeTranslation);
     EXPECT_EQ(OrbWideToAnsi(ansi, u"A", 4), result);
-    EXPECT_EQ(GetError(), 0x3000000Eu) << result;
+    EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT) << result;
     ClearError();
     FailNthCall(Call::kAnsiToWide, 1, coredll::kHostNoUnicodeTranslation);
     EXPECT_EQ(OrbAnsiToWide(wide, "A", 4), result);
-    EXPECT_EQ(GetError(), 0x3000000Eu) << result;
+    EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT) << result;
   }
   EXPECT_EQ(std::string(ansi, 4), "xxxx");
   EXPECT_EQ(std::u16string(wide, 4), std::u16string(4, 9));
@@ -131,7 +131,7 @@ TEST_F(Text, wide_to_ansi_copy_with_a_negative_result_frees_its_memory) {
   testhost::SetFailedConversion(-1);
   FailNthCall(Call::kWideToAnsi, 1, coredll::kHostNoUnicodeTranslation);
   EXPECT_EQ(OrbWideToAnsiAlloc(u"A"), nullptr);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(testhost::AllocationsHeld(), 0u);
 }
 

@@ -37,7 +37,7 @@ class Find : public TreeTest {
   Lines All(const char* pattern) {
     Lines names = {First(pattern)};
     if (search_ == ORB_INVALID_HANDLE) return names;
-    while (names.back().substr(0, 2) != "0x") names.push_back(Next());
+    while (GetError() == 0) names.push_back(Next());
     EXPECT_EQ(Close(), "");
     return names;
   }
@@ -46,7 +46,7 @@ class Find : public TreeTest {
   OrbFindDataA found_ = {};
 };
 
-const char* const kEnd = "0x10000001";
+const char* const kEnd = "NO_MORE_ENTRIES";
 
 // ---- What is listed -------------------------------------------------------------------------------------------------
 
@@ -220,14 +220,14 @@ TEST_F(Find, name_without_a_terminator_is_cut_at_29_characters) {
 
 TEST_F(Find, entry_whose_node_does_not_exist_is_passed_by_the_next_call) {
   Damage([](Bytes* image) { testhost::WriteU16(*image, testhost::BlockOffset(*image, 2) + 3 * 32, 500); });
-  EXPECT_EQ(First("B*"), "0x3000000B");
+  EXPECT_EQ(First("B*"), "DAMAGED_RECORD");
   EXPECT_EQ(g_FindTable[0].node, nullptr);
   ASSERT_EQ(First("*"), ".");
   ASSERT_EQ(Next(), "..");
   ASSERT_EQ(Next(), "D");
   memset(&found_, 0x5C, sizeof found_);
   OrbFindDataA before = found_;
-  EXPECT_EQ(Next(), "0x3000000B");
+  EXPECT_EQ(Next(), "DAMAGED_RECORD");
   EXPECT_EQ(memcmp(&found_, &before, sizeof before), 0);  // the record is untouched
   EXPECT_EQ(Next(), "A.TXT");
   EXPECT_EQ(Close(), "");
@@ -240,15 +240,15 @@ TEST_F(Find, directory_of_size_0_has_no_entries) {
 
 TEST_F(Find, directory_larger_than_a_volume_can_fill_is_damage) {
   Damage([](Bytes* image) { testhost::WriteU32(*image, testhost::NodeOffset(*image, 2) + 16, 0xFFFFFFE0); });
-  EXPECT_EQ(All("A:/D/*"), Lines{"0x3000000B"});
+  EXPECT_EQ(All("A:/D/*"), Lines{"DAMAGED_RECORD"});
 }
 
 TEST_F(Find, block_missing_from_the_map_is_damage) {
   MakeFiles("D/F", 1, 40);
   Damage([](Bytes* image) { testhost::WriteU32(*image, testhost::NodeOffset(*image, 2) + 36, 0); });
   ASSERT_EQ(First("D/F30"), "F30");
-  EXPECT_EQ(Next(), "0x3000000B");
-  EXPECT_EQ(Next(), "0x3000000B");  // it stays where it is
+  EXPECT_EQ(Next(), "DAMAGED_RECORD");
+  EXPECT_EQ(Next(), "DAMAGED_RECORD");  // it stays where it is
   EXPECT_EQ(Close(), "");
 }
 
@@ -271,17 +271,17 @@ TEST_F(Find, table_of_bad_patterns_gives_each_its_code) {
     const char* pattern;
     const char* outcome;
   } rows[] = {
-      {"", "0x30000014"},
-      {"NONE/*", "0x30000014"},
-      {"NONE/", "0x30000014"},  // a directory that is not there
-      {"B.TXT/*", "0x30000014"},
-      {"B.TXT/", "0x3000001E"},  // a file
-      {"*/", "0x30000014"},
-      {"C:/*", "0x30000012"},
-      {"A*:/*", "0x3000000F"},
-      {"123456789012345678901234567890", "0x3000000F"},
-      {"12345678901234567890123456789", "0x10000001"},
-      {"NONE", "0x10000001"},
+      {"", "PATH_NOT_FOUND"},
+      {"NONE/*", "PATH_NOT_FOUND"},
+      {"NONE/", "PATH_NOT_FOUND"},  // a directory that is not there
+      {"B.TXT/*", "PATH_NOT_FOUND"},
+      {"B.TXT/", "NOT_A_DIRECTORY"},  // a file
+      {"*/", "PATH_NOT_FOUND"},
+      {"C:/*", "NOT_MOUNTED"},
+      {"A*:/*", "INVALID_NAME"},
+      {"123456789012345678901234567890", "INVALID_NAME"},
+      {"12345678901234567890123456789", "NO_MORE_ENTRIES"},
+      {"NONE", "NO_MORE_ENTRIES"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(First(row.pattern), row.outcome) << row.pattern;
@@ -295,26 +295,26 @@ TEST_F(Find, open_decides_by_the_first_test_that_fails) {
   OrbNode stranger = {};
   const std::string longPattern(30, '*');
   EXPECT_EQ(OrbFindOpen(&stranger, longPattern.c_str()), kFindFailed);
-  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(OrbFindOpen(nullptr, "*"), kFindFailed);
-  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
   ClearError();
   const NodeRef file(OrbResolvePath("B.TXT"));
   EXPECT_EQ(OrbFindOpen(file.node, longPattern.c_str()), kFindFailed);
-  EXPECT_EQ(GetError(), 0x3000001Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_A_DIRECTORY);
   ASSERT_EQ(First("*"), ".");
   EXPECT_EQ(OrbFindOpen(volume_->root, longPattern.c_str()), kFindFailed);
-  EXPECT_EQ(GetError(), 0x3000000Fu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_NAME);
   EXPECT_EQ(OrbFindOpen(volume_->root, longPattern.substr(1).c_str()), kFindFailed);
-  EXPECT_EQ(GetError(), 0x30000016u);
+  EXPECT_EQ(GetError(), ORB_ERROR_ALREADY_OPEN);
   EXPECT_EQ(Close(), "");
 }
 
 TEST_F(Find, second_search_of_a_directory_fails_until_the_first_is_closed) {
   ASSERT_EQ(First("*"), ".");
   const OrbHandle first = search_;
-  EXPECT_EQ(First("*"), "0x30000016");
-  EXPECT_EQ(First("B*"), "0x30000016");
+  EXPECT_EQ(First("*"), "ALREADY_OPEN");
+  EXPECT_EQ(First("B*"), "ALREADY_OPEN");
   EXPECT_EQ(First("D/*"), ".");  // of another directory
   EXPECT_EQ(Close(), "");
   search_ = first;
@@ -327,7 +327,7 @@ TEST_F(Find, open_without_memory_for_the_pattern_takes_no_slot) {
   ClearError();
   FailNthAllocation(1);
   EXPECT_EQ(OrbFindOpen(volume_->root, "*"), kFindFailed);
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(g_FindTable[0].node, nullptr);
   EXPECT_EQ(volume_->root->references, 2u);
 }
@@ -335,14 +335,14 @@ TEST_F(Find, open_without_memory_for_the_pattern_takes_no_slot) {
 TEST_F(Find, first_with_any_allocation_failing_ends_the_search) {
   const Operation finding = {nullptr, [this] { return First("D/*") == "." && Close().empty(); }, nullptr};
   // The walk to D, D's node, the pattern, the block, and "." is D, which is held.
-  EXPECT_EQ(FailEachAllocation(finding), Lines(4, "0x30000011"));
+  EXPECT_EQ(FailEachAllocation(finding), Lines(4, "OUT_OF_MEMORY"));
   for (const OrbFindEntry& slot : g_FindTable) EXPECT_EQ(slot.node, nullptr);
 }
 
 TEST_F(Find, first_with_any_read_failing_ends_the_search) {
   for (uint32_t n = 1; n <= 4; ++n) {
     FailNthCall(Call::kReadFile, n, kHostNotReady);
-    EXPECT_EQ(First("/D/../B*"), "0x30000006") << n;
+    EXPECT_EQ(First("/D/../B*"), "NOT_READY") << n;
     EXPECT_EQ(search_, ORB_INVALID_HANDLE) << n;
     EXPECT_EQ(NodesListed(), 1u) << n;
     EXPECT_EQ(g_FindTable[0].node, nullptr) << n;
@@ -353,10 +353,10 @@ TEST_F(Find, first_with_any_read_failing_ends_the_search) {
 TEST_F(Find, next_that_cannot_read_its_block_stays_where_it_is) {
   ASSERT_EQ(First("*"), ".");
   FailNthCall(Call::kReadFile, 1, kHostNotReady);
-  EXPECT_EQ(Next(), "0x30000006");
+  EXPECT_EQ(Next(), "NOT_READY");
   EXPECT_EQ(Next(), "..");
   FailNthAllocation(1);
-  EXPECT_EQ(Next(), "0x30000011");
+  EXPECT_EQ(Next(), "OUT_OF_MEMORY");
   EXPECT_EQ(Next(), "D");
   EXPECT_EQ(Close(), "");
 }
@@ -365,7 +365,7 @@ TEST_F(Find, next_that_cannot_read_a_node_has_passed_it) {
   ASSERT_EQ(First("*"), ".");
   ASSERT_EQ(Next(), "..");
   FailNthCall(Call::kReadFile, 2, kHostNotReady);
-  EXPECT_EQ(Next(), "0x30000006");
+  EXPECT_EQ(Next(), "NOT_READY");
   EXPECT_EQ(Next(), "B.TXT");  // D is passed
   EXPECT_EQ(Close(), "");
 }
@@ -380,10 +380,10 @@ TEST_F(Find, table_takes_64_searches_and_no_more) {
     EXPECT_EQ(search_, 0x20000u + i);
   }
   EXPECT_EQ(g_dwFindCursor, 63u);
-  EXPECT_EQ(First("D64/"), "0x30000025");
+  EXPECT_EQ(First("D64/"), "TOO_MANY_SEARCHES");
   EXPECT_EQ(g_dwFindCursor, 63u);
-  EXPECT_EQ(First("D5/"), "0x30000016");  // met before the table is known to be full
-  EXPECT_EQ(g_dwFindCursor, 4u);          // five slots were looked at before
+  EXPECT_EQ(First("D5/"), "ALREADY_OPEN");  // met before the table is known to be full
+  EXPECT_EQ(g_dwFindCursor, 4u);            // five slots were looked at before
   for (const OrbHandle closed : {0x20007u, 0x20003u}) ASSERT_EQ(OrbFindClose(closed), 1);
   EXPECT_EQ(First("D64/"), ".");
   EXPECT_EQ(search_, 0x20007u);
@@ -400,19 +400,19 @@ TEST_F(Find, every_other_handle_is_invalid) {
   ASSERT_EQ(First("*"), ".");
   for (const OrbHandle handle :
        {0u, 0xFFFFu, 0x10000u, file, 0x20001u, 0x2003Fu, 0x20040u, 0x2FFFFu, 0x30000u, 0x120000u, 0xFFFFFFFFu}) {
-    EXPECT_EQ(Outcome(OrbFindNextFileA(handle, &found_)), "0x3000001C") << handle;
-    EXPECT_EQ(Outcome(OrbFindClose(handle)), "0x3000001C") << handle;
+    EXPECT_EQ(Outcome(OrbFindNextFileA(handle, &found_)), "INVALID_HANDLE") << handle;
+    EXPECT_EQ(Outcome(OrbFindClose(handle)), "INVALID_HANDLE") << handle;
   }
   EXPECT_EQ(Next(), "..");
   EXPECT_EQ(Close(), "");
-  EXPECT_EQ(Close(), "0x3000001C");
-  EXPECT_EQ(Next(), "0x3000001C");
+  EXPECT_EQ(Close(), "INVALID_HANDLE");
+  EXPECT_EQ(Next(), "INVALID_HANDLE");
   EXPECT_EQ(OrbCloseFile(file), 1);
 }
 
 TEST_F(Find, searched_directory_counts_as_in_use) {
   ASSERT_EQ(First("D/"), ".");
-  EXPECT_EQ(Outcome(OrbDeleteFileA("D")), "0x30000022");
+  EXPECT_EQ(Outcome(OrbDeleteFileA("D")), "IN_USE");
   EXPECT_EQ(OrbSetCurrentDirectoryA("D"), 1);
   EXPECT_EQ(OrbSetCurrentDirectoryA("/"), 1);
   EXPECT_EQ(Close(), "");
@@ -423,20 +423,20 @@ TEST_F(Find, searched_directory_counts_as_in_use) {
 
 TEST_F(Find, unmount_with_an_open_search_fails_yet_unmounts_and_keeps_the_search) {  // Q9
   ASSERT_EQ(First("D/"), ".");
-  EXPECT_EQ(Outcome(OrbUnmountVolumeA("A")), "0x3000001C");
+  EXPECT_EQ(Outcome(OrbUnmountVolumeA("A")), "INVALID_HANDLE");
   EXPECT_EQ(OrbGetVolumeInfoA("A", nullptr, nullptr), 0);
   EXPECT_EQ(testhost::OpenHandles(), 0u);
   EXPECT_NE(g_FindTable[0].node, nullptr);
-  EXPECT_EQ(Next(), "0x3000001C");
-  EXPECT_EQ(Next(), "0x3000001C");
+  EXPECT_EQ(Next(), "INVALID_HANDLE");
+  EXPECT_EQ(Next(), "INVALID_HANDLE");
   EXPECT_EQ(Close(), "");
-  EXPECT_EQ(Close(), "0x3000001C");
+  EXPECT_EQ(Close(), "INVALID_HANDLE");
   EXPECT_EQ(NodesListed(), 0u);
 }
 
 TEST_F(Find, unmount_with_an_open_search_of_the_root_keeps_the_root_s_node_alone) {
   ASSERT_EQ(First("/"), ".");
-  EXPECT_EQ(Outcome(OrbUnmountVolumeA("A")), "0x3000001C");
+  EXPECT_EQ(Outcome(OrbUnmountVolumeA("A")), "INVALID_HANDLE");
   EXPECT_EQ(NodesListed(), 1u);
   EXPECT_EQ(g_FindTable[0].node->volume, nullptr);
   volume_ = Mount();
@@ -447,7 +447,7 @@ TEST_F(Find, unmount_with_an_open_search_of_the_root_keeps_the_root_s_node_alone
   EXPECT_EQ(search_, 0x20001u);
   EXPECT_EQ(Close(), "");
   search_ = old;
-  EXPECT_EQ(Next(), "0x3000001C");
+  EXPECT_EQ(Next(), "INVALID_HANDLE");
   EXPECT_EQ(Close(), "");
 }
 
@@ -466,7 +466,7 @@ TEST_F(Find, closing_a_volume_s_searches_closes_none) {
   EXPECT_EQ(GetError(), 0u);
   ASSERT_EQ(First("*"), ".");
   EXPECT_FALSE(OrbCloseVolumeFinds(volume_));
-  EXPECT_EQ(GetError(), 0x3000001Cu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_HANDLE);
   EXPECT_EQ(Next(), "..");
   EXPECT_EQ(Close(), "");
 }

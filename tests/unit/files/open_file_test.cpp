@@ -58,8 +58,8 @@ TEST_F(OpenFile, open_accepts_the_four_modes) {
 TEST_F(OpenFile, open_refuses_every_other_mode_bit) {
   MakeFile("F");
   for (uint32_t bit = 4; bit < 0x10000; bit <<= 1) {
-    EXPECT_EQ(OpenOutcome("F", bit), "0x3000000E") << bit;
-    EXPECT_EQ(OpenOutcome("F", bit | 3), "0x3000000E") << bit;
+    EXPECT_EQ(OpenOutcome("F", bit), "INVALID_ARGUMENT") << bit;
+    EXPECT_EQ(OpenOutcome("F", bit | 3), "INVALID_ARGUMENT") << bit;
   }
   EXPECT_EQ(OpenOutcome("F", 0x10003), "");  // the low 16 bits are passed on
 }
@@ -67,8 +67,8 @@ TEST_F(OpenFile, open_refuses_every_other_mode_bit) {
 TEST_F(OpenFile, open_of_a_read_only_file_for_writing_is_denied) {
   MakeFile("F");
   ASSERT_EQ(OrbSetFileAttributesA("F", 1), 1);
-  EXPECT_EQ(OpenOutcome("F", 2), "0x30000019");
-  EXPECT_EQ(OpenOutcome("F", 3), "0x30000019");
+  EXPECT_EQ(OpenOutcome("F", 2), "ACCESS_DENIED");
+  EXPECT_EQ(OpenOutcome("F", 3), "ACCESS_DENIED");
   EXPECT_EQ(OpenOutcome("F", 1), "");
 }
 
@@ -81,8 +81,8 @@ TEST_F(OpenFile, open_of_the_caller_s_own_flag_is_not_denied) {
 TEST_F(OpenFile, open_of_a_file_a_second_time_fails_whatever_the_modes) {
   MakeFile("F");
   ASSERT_EQ(OpenOutcome("F", 1), "");
-  EXPECT_EQ(OpenOutcome("F", 1), "0x30000016");
-  EXPECT_EQ(OpenOutcome("f", 0), "0x30000016");
+  EXPECT_EQ(OpenOutcome("F", 1), "ALREADY_OPEN");
+  EXPECT_EQ(OpenOutcome("f", 0), "ALREADY_OPEN");
   EXPECT_EQ(g_OpenFileTable[0].node->references, 1u);
 }
 
@@ -90,20 +90,20 @@ TEST_F(OpenFile, open_of_a_file_held_by_something_else_is_in_use) {
   MakeFile("F");
   ClearError();
   const NodeRef holder(OrbResolvePath("F"));
-  EXPECT_EQ(OpenOutcome("F", 1), "0x30000022");
+  EXPECT_EQ(OpenOutcome("F", 1), "IN_USE");
   EXPECT_EQ(holder.node->references, 1u);
 }
 
 TEST_F(OpenFile, open_code_table) {
   MakeFile("F");
   MakeDirectory("D");
-  EXPECT_EQ(OpenOutcome("X"), "0x30000013");
-  EXPECT_EQ(OpenOutcome("X/Y"), "0x30000014");
-  EXPECT_EQ(OpenOutcome(""), "0x30000014");
-  EXPECT_EQ(OpenOutcome("D"), "0x3000001D");
-  EXPECT_EQ(OpenOutcome("/"), "0x3000001D");
-  EXPECT_EQ(OpenOutcome("D/.."), "0x3000001D");
-  EXPECT_EQ(OpenOutcome("F/X"), "0x30000014");
+  EXPECT_EQ(OpenOutcome("X"), "FILE_NOT_FOUND");
+  EXPECT_EQ(OpenOutcome("X/Y"), "PATH_NOT_FOUND");
+  EXPECT_EQ(OpenOutcome(""), "PATH_NOT_FOUND");
+  EXPECT_EQ(OpenOutcome("D"), "WRONG_KIND");
+  EXPECT_EQ(OpenOutcome("/"), "WRONG_KIND");
+  EXPECT_EQ(OpenOutcome("D/.."), "WRONG_KIND");
+  EXPECT_EQ(OpenOutcome("F/X"), "PATH_NOT_FOUND");
   EXPECT_EQ(NodesListed(), 1u);
   EXPECT_EQ(OpenOutcome("F/"), "");  // a trailing "/" adds nothing
 }
@@ -118,19 +118,19 @@ TEST_F(OpenFile, open_decides_by_the_first_test_that_fails) {
   stranger.references = 1;
   stranger.record.attributes = ORB_NODE_DIRECTORY;
   EXPECT_EQ(OrbOpenFile(&stranger, 0xFFFF), kOpenFailed);
-  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(OrbOpenFile(nullptr, 0xFFFF), kOpenFailed);
-  EXPECT_EQ(GetError(), 0x30000014u);
-  EXPECT_EQ(OpenOutcome("D", 0xFFFF), "0x3000001D");
-  EXPECT_EQ(OpenOutcome("RO", 7), "0x3000000E");
+  EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(OpenOutcome("D", 0xFFFF), "WRONG_KIND");
+  EXPECT_EQ(OpenOutcome("RO", 7), "INVALID_ARGUMENT");
   ASSERT_EQ(OpenOutcome("RO", 1), "");
-  EXPECT_EQ(OpenOutcome("RO", 2), "0x30000019");  // before: already open
+  EXPECT_EQ(OpenOutcome("RO", 2), "ACCESS_DENIED");  // before: already open
   OpenFiles(0, 126);
-  EXPECT_EQ(OpenOutcome("RO", 1), "0x30000016");  // before: no slot
+  EXPECT_EQ(OpenOutcome("RO", 1), "ALREADY_OPEN");  // before: no slot
   const NodeRef holder(OrbResolvePath("F127"));
-  EXPECT_EQ(OpenOutcome("F127"), "0x30000018");  // before: in use
+  EXPECT_EQ(OpenOutcome("F127"), "TOO_MANY_OPEN_FILES");  // before: in use
   ASSERT_EQ(OrbCloseFile(0x10000), 1);
-  EXPECT_EQ(OpenOutcome("F127"), "0x30000022");
+  EXPECT_EQ(OpenOutcome("F127"), "IN_USE");
 }
 
 // ---- The table and its cursor ---------------------------------------------------------------------------------------
@@ -139,7 +139,7 @@ TEST_F(OpenFile, table_takes_128_files_and_no_more) {
   MakeFiles("F", 0, 128);
   for (uint32_t i = 0; i < 128; ++i) EXPECT_EQ(OrbOpenFileA(Name(i).c_str(), 1), 0x10000u + i);
   EXPECT_EQ(g_dwOpenFileCursor, 127u);
-  EXPECT_EQ(OpenOutcome("F128"), "0x30000018");
+  EXPECT_EQ(OpenOutcome("F128"), "TOO_MANY_OPEN_FILES");
   EXPECT_EQ(g_dwOpenFileCursor, 127u);  // all the way round
   EXPECT_EQ(NodesListed(), 129u);
 }
@@ -169,9 +169,9 @@ TEST_F(OpenFile, cursor_moves_for_every_slot_looked_at_before_the_double_is_met)
   MakeFiles("F", 0, 2);
   OpenFiles(0, 2);
   ASSERT_EQ(g_dwOpenFileCursor, 2u);
-  EXPECT_EQ(OpenOutcome("F0"), "0x30000016");  // met at once
+  EXPECT_EQ(OpenOutcome("F0"), "ALREADY_OPEN");  // met at once
   EXPECT_EQ(g_dwOpenFileCursor, 2u);
-  EXPECT_EQ(OpenOutcome("F2"), "0x30000016");  // slots 0 and 1 were looked at before: past slot 2, and 3 is free
+  EXPECT_EQ(OpenOutcome("F2"), "ALREADY_OPEN");  // slots 0 and 1 were looked at before: past slot 2, and 3 is free
   EXPECT_EQ(g_dwOpenFileCursor, 3u);
 }
 
@@ -180,7 +180,7 @@ TEST_F(OpenFile, double_is_met_behind_the_free_slot_too) {
   OpenFiles(0, 2);
   ASSERT_EQ(OrbCloseFile(0x10000), 1);
   g_dwOpenFileCursor = 0;
-  EXPECT_EQ(OpenOutcome("F2"), "0x30000016");
+  EXPECT_EQ(OpenOutcome("F2"), "ALREADY_OPEN");
   EXPECT_EQ(g_OpenFileTable[0].node, nullptr);
 }
 
@@ -188,7 +188,7 @@ TEST_F(OpenFile, open_that_fails_leaves_every_slot_as_it_was) {
   MakeFile("F");
   ClearError();
   const NodeRef holder(OrbResolvePath("F"));
-  EXPECT_EQ(OpenOutcome("F"), "0x30000022");
+  EXPECT_EQ(OpenOutcome("F"), "IN_USE");
   for (const OrbOpenFileEntry& slot : g_OpenFileTable) EXPECT_EQ(slot.node, nullptr);
 }
 
@@ -207,15 +207,15 @@ TEST_F(OpenFile, every_other_handle_is_invalid) {
   for (const OrbHandle handle : {0u, 1u, 0xFFFFu, 0x10001u, 0x1007Fu, 0x10080u, 0x1FFFFu, search, 0x30000u, 0x110000u,
                                  0x80010000u, 0xFFFFFFFFu}) {
     EXPECT_EQ(OrbGetFileSize(handle), 0xFFFFFFFFu) << handle;
-    EXPECT_EQ(GetError(), 0x3000001Cu) << handle;
+    EXPECT_EQ(GetError(), ORB_ERROR_INVALID_HANDLE) << handle;
     EXPECT_EQ(OrbSetFilePointer(handle, 0, 0), 0xFFFFFFFFu) << handle;
-    EXPECT_EQ(GetError(), 0x3000001Cu) << handle;
-    EXPECT_EQ(Outcome(OrbReadFile(handle, &byte, 1, &done)), "0x3000001C") << handle;
-    EXPECT_EQ(Outcome(OrbWriteFile(handle, &byte, 1, &done)), "0x3000001C") << handle;
+    EXPECT_EQ(GetError(), ORB_ERROR_INVALID_HANDLE) << handle;
+    EXPECT_EQ(Outcome(OrbReadFile(handle, &byte, 1, &done)), "INVALID_HANDLE") << handle;
+    EXPECT_EQ(Outcome(OrbWriteFile(handle, &byte, 1, &done)), "INVALID_HANDLE") << handle;
     EXPECT_EQ(done, 0u) << handle;
-    EXPECT_EQ(Outcome(OrbSetFileSize(handle, 0)), "0x3000001C") << handle;
-    EXPECT_EQ(Outcome(OrbFlushFileBuffers(handle)), "0x3000001C") << handle;
-    EXPECT_EQ(Outcome(OrbCloseFile(handle)), "0x3000001C") << handle;
+    EXPECT_EQ(Outcome(OrbSetFileSize(handle, 0)), "INVALID_HANDLE") << handle;
+    EXPECT_EQ(Outcome(OrbFlushFileBuffers(handle)), "INVALID_HANDLE") << handle;
+    EXPECT_EQ(Outcome(OrbCloseFile(handle)), "INVALID_HANDLE") << handle;
     ClearError();
     EXPECT_EQ(OrbGetHandleVolume(handle), nullptr) << handle;
     EXPECT_EQ(GetError(), 0u) << handle;
@@ -250,12 +250,12 @@ TEST_F(OpenFile, mode_0_allows_seek_size_flush_and_close_alone) {
   OrbU32 done = 77;
   EXPECT_EQ(OrbGetFileSize(file), 10u);
   EXPECT_EQ(OrbSetFilePointer(file, 4, 0), 4u);
-  EXPECT_EQ(Outcome(OrbReadFile(file, &byte, 1, &done)), "0x30000019");
+  EXPECT_EQ(Outcome(OrbReadFile(file, &byte, 1, &done)), "ACCESS_DENIED");
   EXPECT_EQ(done, 0u);
   done = 77;
-  EXPECT_EQ(Outcome(OrbWriteFile(file, &byte, 1, &done)), "0x30000019");
+  EXPECT_EQ(Outcome(OrbWriteFile(file, &byte, 1, &done)), "ACCESS_DENIED");
   EXPECT_EQ(done, 0u);
-  EXPECT_EQ(Outcome(OrbSetFileSize(file, 0)), "0x30000019");
+  EXPECT_EQ(Outcome(OrbSetFileSize(file, 0)), "ACCESS_DENIED");
   EXPECT_EQ(Outcome(OrbFlushFileBuffers(file)), "");
   EXPECT_EQ(Outcome(OrbCloseFile(file)), "");
 }
@@ -273,7 +273,7 @@ TEST_F(OpenFile, flush_that_fails_keeps_the_code_and_the_file_open) {
   MakeFile("F");
   const OrbHandle file = Open("F");
   FailNthCall(Call::kFlushFileBuffers, 1, coredll::kHostDiskFull);
-  EXPECT_EQ(Outcome(OrbFlushFileBuffers(file)), "0x3000001A");
+  EXPECT_EQ(Outcome(OrbFlushFileBuffers(file)), "DISK_FULL");
   EXPECT_EQ(volume_->failed, 0u);
   EXPECT_EQ(Outcome(OrbFlushFileBuffers(file)), "");
 }
@@ -285,15 +285,15 @@ TEST_F(OpenFile, close_flushes_and_frees_the_slot) {
   EXPECT_EQ(Calls(), "flush");
   EXPECT_EQ(g_OpenFileTable[0].node, nullptr);
   EXPECT_EQ(NodesListed(), 1u);
-  EXPECT_EQ(Outcome(OrbCloseFile(file)), "0x3000001C");
+  EXPECT_EQ(Outcome(OrbCloseFile(file)), "INVALID_HANDLE");
 }
 
 TEST_F(OpenFile, close_whose_flush_fails_frees_the_slot_all_the_same) {
   MakeFile("F");
   const OrbHandle file = Open("F");
   FailNthCall(Call::kFlushFileBuffers, 1, coredll::kHostNotReady);
-  EXPECT_EQ(Outcome(OrbCloseFile(file)), "0x30000006");
-  EXPECT_EQ(Outcome(OrbCloseFile(file)), "0x3000001C");
+  EXPECT_EQ(Outcome(OrbCloseFile(file)), "NOT_READY");
+  EXPECT_EQ(Outcome(OrbCloseFile(file)), "INVALID_HANDLE");
   EXPECT_EQ(NodesListed(), 1u);
 }
 
@@ -308,8 +308,10 @@ TEST_F(OpenFile, flush_and_close_report_what_the_host_says) {
   MakeFile("F");
   const struct {
     uint32_t host, code;
-  } rows[] = {{5, 0x30000019},  {6, 0x3000000B},   {8, 0x30000011},    {14, 0x30000011}, {19, 0x30000005},
-              {21, 0x30000006}, {112, 0x3000001A}, {1235, 0x30000007}, {2, 0x30000003},  {9999, 0x30000003}};
+  } rows[] = {{5, ORB_ERROR_ACCESS_DENIED},  {6, ORB_ERROR_DAMAGED_RECORD},   {8, ORB_ERROR_OUT_OF_MEMORY},
+              {14, ORB_ERROR_OUT_OF_MEMORY}, {19, ORB_ERROR_WRITE_PROTECTED}, {21, ORB_ERROR_NOT_READY},
+              {112, ORB_ERROR_DISK_FULL},    {1235, ORB_ERROR_ABORTED},       {2, ORB_ERROR_WRITE},
+              {9999, ORB_ERROR_WRITE}};
   for (const auto& row : rows) {
     const OrbHandle file = Open("F");
     FailNthCall(Call::kFlushFileBuffers, 1, row.host, Repeat::kFromThenOn);
@@ -320,7 +322,7 @@ TEST_F(OpenFile, flush_and_close_report_what_the_host_says) {
     EXPECT_EQ(GetError(), row.code) << row.host;
     EXPECT_EQ(testhost::FaultsFired(), 2u) << row.host;
     testhost::ClearFaults();
-    EXPECT_EQ(Outcome(OrbCloseFile(file)), "0x3000001C") << row.host;
+    EXPECT_EQ(Outcome(OrbCloseFile(file)), "INVALID_HANDLE") << row.host;
   }
   EXPECT_EQ(volume_->failed, 0u);
 }
@@ -348,7 +350,7 @@ TEST_F(OpenFile, closing_a_volume_s_files_goes_on_after_one_that_fails) {
   OpenFiles(0, 2);
   FailNthCall(Call::kFlushFileBuffers, 2, coredll::kHostNotReady);
   EXPECT_FALSE(OrbCloseVolumeFiles(volume_));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(Calls(), "flush / flush !21 / flush");
   for (const OrbOpenFileEntry& slot : g_OpenFileTable) EXPECT_EQ(slot.node, nullptr);
   ClearError();

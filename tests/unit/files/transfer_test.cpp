@@ -73,8 +73,8 @@ class Transfer : public TreeTest {
 
 TEST_F(Transfer, seek_of_each_origin_gives_the_position_or_the_code) {  // Q5
   OpenNew(Pattern(100));
-  constexpr uint32_t kSeek = 0x30000026;
-  constexpr uint32_t kBad = 0x3000000E;
+  constexpr uint32_t kSeek = ORB_ERROR_SEEK;
+  constexpr uint32_t kBad = ORB_ERROR_INVALID_ARGUMENT;
   const struct {
     uint32_t before;
     int32_t distance;
@@ -233,9 +233,9 @@ TEST_F(Transfer, read_changes_neither_node_nor_container) {
 TEST_F(Transfer, read_without_the_mode_is_denied_whatever_the_count) {
   MakeFile("F", Pattern(10));
   file_ = Open("F", ORB_OPEN_WRITE);
-  EXPECT_EQ(Read(1), "0x30000019");
+  EXPECT_EQ(Read(1), "ACCESS_DENIED");
   EXPECT_EQ(done_, 0u);
-  EXPECT_EQ(Read(0), "0x30000019");
+  EXPECT_EQ(Read(0), "ACCESS_DENIED");
 }
 
 TEST_F(Transfer, read_that_fails_keeps_what_it_had) {
@@ -243,7 +243,7 @@ TEST_F(Transfer, read_that_fails_keeps_what_it_had) {
   OpenNew(bytes);
   Seek(10);
   FailNthCall(Call::kReadFile, 3, kHostNotReady);
-  EXPECT_EQ(Read(2990), "0x30000006");
+  EXPECT_EQ(Read(2990), "NOT_READY");
   EXPECT_EQ(done_, 2038u);
   EXPECT_EQ(position(), 2048u);
   EXPECT_EQ(Part(buffer_, 0, 2038), Part(bytes, 10, 2038));
@@ -254,7 +254,7 @@ TEST_F(Transfer, read_that_fails_keeps_what_it_had) {
 TEST_F(Transfer, read_that_falls_short_is_damage) {
   OpenNew(Pattern(3000));
   testhost::ShortenNthRead(2, 1023);
-  EXPECT_EQ(Read(3000), "0x3000000A");
+  EXPECT_EQ(Read(3000), "DAMAGED_VOLUME");
   EXPECT_EQ(done_, 1024u);
   EXPECT_EQ(position(), 1024u);
 }
@@ -262,7 +262,7 @@ TEST_F(Transfer, read_that_falls_short_is_damage) {
 TEST_F(Transfer, read_of_a_block_that_the_map_does_not_name_is_damage) {
   OpenNew(Pattern(3000));
   node()->record.direct[1] = 0;
-  EXPECT_EQ(Read(3000), "0x3000000B");
+  EXPECT_EQ(Read(3000), "DAMAGED_RECORD");
   EXPECT_EQ(done_, 1024u);
   EXPECT_EQ(position(), 1024u);
 }
@@ -392,13 +392,13 @@ TEST_F(Transfer, write_of_nothing_checks_handle_and_mode_alone) {
   volume_->failed = 0;
   ASSERT_EQ(OrbCloseFile(file_), 1);
   file_ = Open("F", ORB_OPEN_READ);
-  EXPECT_EQ(Write({}), "0x30000019");
+  EXPECT_EQ(Write({}), "ACCESS_DENIED");
 }
 
 TEST_F(Transfer, write_without_the_mode_is_denied) {
   MakeFile("F");
   file_ = Open("F", ORB_OPEN_READ);
-  EXPECT_EQ(Write(Pattern(1)), "0x30000019");
+  EXPECT_EQ(Write(Pattern(1)), "ACCESS_DENIED");
   EXPECT_EQ(done_, 0u);
   EXPECT_EQ(Calls(), "");
 }
@@ -457,7 +457,7 @@ TEST_F(Transfer, write_stamps_a_file_of_the_volume_s_block_size_whatever_that_is
 TEST_F(Transfer, write_whose_extra_stamp_fails_counts_as_written) {
   OpenNew(Pattern(1024));
   FailNthCall(Call::kWriteFile, 3, kHostDiskFull);
-  EXPECT_EQ(Write(Pattern(10, 2)), "0x3000001A");
+  EXPECT_EQ(Write(Pattern(10, 2)), "DISK_FULL");
   EXPECT_EQ(done_, 10u);
   EXPECT_EQ(position(), 10u);
 }
@@ -468,7 +468,7 @@ TEST_F(Transfer, write_whose_data_fails_keeps_what_it_had_and_the_volume) {
   OpenNew(Pattern(100));
   Seek(100);
   FailNthCall(Call::kWriteFile, 6, kHostAccessDenied);  // data, mark, node, data, node, data
-  EXPECT_EQ(Write(Pattern(3000, 2)), "0x30000019");
+  EXPECT_EQ(Write(Pattern(3000, 2)), "ACCESS_DENIED");
   EXPECT_EQ(
       Calls(),
       "write block 3+100:924 / mark / write node 2 / size / write block 4 / write node 2 / size / write block 5 !5 / "
@@ -486,7 +486,7 @@ TEST_F(Transfer, write_whose_node_fails_has_counted_the_piece) {
   OpenNew(Pattern(100));
   Seek(100);
   FailNthCall(Call::kWriteFile, 5, kHostDiskFull);  // data, mark, node, data, node
-  EXPECT_EQ(Write(Pattern(3000, 2)), "0x3000001A");
+  EXPECT_EQ(Write(Pattern(3000, 2)), "DISK_FULL");
   EXPECT_EQ(done_, 924u + 1024u);
   EXPECT_EQ(position(), 2048u);
   EXPECT_EQ(size(), 2048u);
@@ -500,10 +500,10 @@ TEST_F(Transfer, write_whose_node_fails_has_counted_the_piece) {
 TEST_F(Transfer, write_on_a_failed_volume_fails) {
   OpenNew(Pattern(100));
   volume_->failed = 1;
-  EXPECT_EQ(Write(Pattern(10)), "0x30000003");
+  EXPECT_EQ(Write(Pattern(10)), "WRITE");
   EXPECT_EQ(done_, 0u);
   Seek(100);
-  EXPECT_EQ(Write(Pattern(2000)), "0x30000003");
+  EXPECT_EQ(Write(Pattern(2000)), "WRITE");
   EXPECT_EQ(done_, 0u);
   EXPECT_EQ(Calls(), "");
 }
@@ -513,10 +513,10 @@ TEST_F(Transfer, write_at_the_container_s_limit_writes_what_fits) {
   testhost::ResizeFile(u"VOL", 1040 + 1024u * ((0x80000000u - 1040) / 1024 - 1));  // one more block fits
   Seek(1000);
   testhost::ClearTrace();
-  EXPECT_EQ(Write(Pattern(3000)), "0x3000001B");
+  EXPECT_EQ(Write(Pattern(3000)), "VOLUME_FULL");
   EXPECT_EQ(done_, 24u + 1024u);
   EXPECT_EQ(size(), 2048u);
-  EXPECT_EQ(Write(Pattern(1)), "0x3000001B");
+  EXPECT_EQ(Write(Pattern(1)), "VOLUME_FULL");
   EXPECT_EQ(done_, 0u);
 }
 
@@ -526,9 +526,9 @@ TEST_F(Transfer, write_past_the_map_s_capacity_takes_no_block) {
   EXPECT_EQ(kCapacity, 67377152u);
   node()->record.size = kCapacity;
   Seek(kCapacity);
-  EXPECT_EQ(Write(Pattern(1)), "0x3000001B");
+  EXPECT_EQ(Write(Pattern(1)), "VOLUME_FULL");
   EXPECT_EQ(done_, 0u);
-  EXPECT_EQ(SetSize(kCapacity + 1), "0x3000001B");
+  EXPECT_EQ(SetSize(kCapacity + 1), "VOLUME_FULL");
   EXPECT_EQ(Calls(), "");
   node()->record.size = 0;
   g_OpenFileTable[0].position = 0;
@@ -543,13 +543,13 @@ TEST_F(Transfer, write_with_any_write_meeting_a_full_disk_leaves_a_lost_block_at
   });
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, writing),
             (Lines{
-                "write block 8+1014:10: 0x3000001A",
-                "mark: 0x30000003",
-                "write node 2: 0x3000001A",
-                "write block 9: 0x3000001A",
-                "write block 10: 0x3000001A, block-leaked",
-                "write node 2: 0x3000001A, block-leaked",
-                "clear: 0x3000001A, marked",
+                "write block 8+1014:10: DISK_FULL",
+                "mark: WRITE",
+                "write node 2: DISK_FULL",
+                "write block 9: DISK_FULL",
+                "write block 10: DISK_FULL, block-leaked",
+                "write node 2: DISK_FULL, block-leaked",
+                "clear: DISK_FULL, marked",
             }));
 }
 
@@ -562,16 +562,16 @@ TEST_F(Transfer, write_with_any_write_failing_otherwise_leaves_a_lost_block_at_m
   });
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostAccessDenied, Repeat::kOnce, writing),
             (Lines{
-                "write block 8+1014:10: 0x30000019",
-                "mark: 0x30000003",
-                "write node 2: 0x30000003, marked",
-                "write block 9: 0x30000019",
-                "write block 10: 0x30000003, marked block-leaked",
-                "write node 2: 0x30000003, marked block-leaked",
-                "clear: 0x30000019, marked",
+                "write block 8+1014:10: ACCESS_DENIED",
+                "mark: WRITE",
+                "write node 2: WRITE, marked",
+                "write block 9: ACCESS_DENIED",
+                "write block 10: WRITE, marked block-leaked",
+                "write node 2: WRITE, marked block-leaked",
+                "clear: ACCESS_DENIED, marked",
             }));
   EXPECT_EQ(FailEach(Call::kGetFileSize, kHostAccessDenied, Repeat::kOnce, writing),
-            (Lines{"size: 0x30000019", "size: 0x30000019, block-leaked"}));
+            (Lines{"size: ACCESS_DENIED", "size: ACCESS_DENIED, block-leaked"}));
 }
 
 TEST_F(Transfer, write_with_any_allocation_failing_leaves_a_lost_block_at_most) {
@@ -581,7 +581,7 @@ TEST_F(Transfer, write_with_any_allocation_failing_leaves_a_lost_block_at_most) 
     return Write(Pattern(20)).empty();
   });
   // A block taken at the container's end and not written does not exist; one that was written is lost.
-  EXPECT_EQ(FailEachAllocation(writing), (Lines{"0x30000011", "0x30000011, block-leaked"}));
+  EXPECT_EQ(FailEachAllocation(writing), (Lines{"OUT_OF_MEMORY", "OUT_OF_MEMORY, block-leaked"}));
 }
 
 TEST_F(Transfer, write_stopped_after_any_write_leaves_a_lost_block_at_most) {
@@ -657,21 +657,21 @@ TEST_F(Transfer, grow_with_any_write_meeting_a_full_disk_keeps_the_size_reached)
   });
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, growing),
             (Lines{
-                "write block 3: 0x3000001A",
-                "mark: 0x30000003",
-                "write node 2: 0x3000001A",
-                "write block 4: 0x3000001A",
-                "write node 2: 0x3000001A, block-leaked",
-                "clear: 0x3000001A, marked",
+                "write block 3: DISK_FULL",
+                "mark: WRITE",
+                "write node 2: DISK_FULL",
+                "write block 4: DISK_FULL",
+                "write node 2: DISK_FULL, block-leaked",
+                "clear: DISK_FULL, marked",
             }));
-  EXPECT_EQ(FailEachAllocation(growing), Lines{"0x30000011"});
-  EXPECT_EQ(FailEach(Call::kReadFile, kHostNotReady, Repeat::kOnce, growing), Lines{"read block 3: 0x30000006"});
+  EXPECT_EQ(FailEachAllocation(growing), Lines{"OUT_OF_MEMORY"});
+  EXPECT_EQ(FailEach(Call::kReadFile, kHostNotReady, Repeat::kOnce, growing), Lines{"read block 3: NOT_READY"});
 }
 
 TEST_F(Transfer, grow_whose_first_node_write_fails_has_the_zeroed_block_in_memory_and_the_next_call_stores_it) {
   OpenNew(Pattern(500));
   FailNthCall(Call::kWriteFile, 3, kHostDiskFull);
-  EXPECT_EQ(SetSize(2000), "0x3000001A");
+  EXPECT_EQ(SetSize(2000), "DISK_FULL");
   EXPECT_EQ(Writes(), "block 3 / mark / node 2 !112 / clear");
   EXPECT_EQ(OrbGetFileSize(file_), 1024u);
   EXPECT_EQ(Stored(2).size, 500u);
@@ -690,7 +690,7 @@ TEST_F(Transfer, grow_whose_first_node_write_fails_has_the_zeroed_block_in_memor
 TEST_F(Transfer, grow_whose_last_node_write_fails_is_stored_by_the_next_call_with_another_size) {
   OpenNew(Pattern(500));
   FailNthCall(Call::kWriteFile, 5, kHostDiskFull);
-  EXPECT_EQ(SetSize(2000), "0x3000001A");
+  EXPECT_EQ(SetSize(2000), "DISK_FULL");
   EXPECT_EQ(Writes(), "block 3 / mark / node 2 / block 4 / node 2 !112 / clear");
   EXPECT_EQ(OrbGetFileSize(file_), 2000u);
   EXPECT_EQ(Stored(2).size, 1024u);
@@ -785,14 +785,14 @@ TEST_F(Transfer, shrink_with_any_write_meeting_a_full_disk_loses_blocks_at_most)
   });
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, shrinking),
             (Lines{
-                "mark: 0x30000003",
-                "write node 2: 0x3000001A",
-                "write block 5: 0x3000001A, block-leaked",
-                "write header: 0x3000001A, block-leaked",
-                "write node 2: 0x3000001A",
-                "write block 5: 0x3000001A, block-leaked",
-                "write node 2: 0x3000001A",
-                "clear: 0x3000001A, marked",
+                "mark: WRITE",
+                "write node 2: DISK_FULL",
+                "write block 5: DISK_FULL, block-leaked",
+                "write header: DISK_FULL, block-leaked",
+                "write node 2: DISK_FULL",
+                "write block 5: DISK_FULL, block-leaked",
+                "write node 2: DISK_FULL",
+                "clear: DISK_FULL, marked",
             }));
 }
 
@@ -818,11 +818,11 @@ TEST_F(Transfer, set_size_to_the_size_it_has_stores_nothing) {
 TEST_F(Transfer, set_size_decides_by_handle_then_size_then_mode) {
   MakeFile("F", Pattern(10));
   file_ = Open("F", ORB_OPEN_READ);
-  EXPECT_EQ(Outcome(OrbSetFileSize(0x10001, 0x80000000)), "0x3000001C");
-  EXPECT_EQ(SetSize(0x80000000), "0x3000000E");
-  EXPECT_EQ(SetSize(0xFFFFFFFF), "0x3000000E");
-  EXPECT_EQ(SetSize(0x7FFFFFFF), "0x30000019");
-  EXPECT_EQ(SetSize(10), "0x30000019");
+  EXPECT_EQ(Outcome(OrbSetFileSize(0x10001, 0x80000000)), "INVALID_HANDLE");
+  EXPECT_EQ(SetSize(0x80000000), "INVALID_ARGUMENT");
+  EXPECT_EQ(SetSize(0xFFFFFFFF), "INVALID_ARGUMENT");
+  EXPECT_EQ(SetSize(0x7FFFFFFF), "ACCESS_DENIED");
+  EXPECT_EQ(SetSize(10), "ACCESS_DENIED");
   EXPECT_EQ(Calls(), "");
 }
 
@@ -830,7 +830,7 @@ TEST_F(Transfer, set_size_to_the_largest_fails_for_want_of_space) {
   OpenNew(Pattern(10));
   testhost::SetTracing(false);
   testhost::ResizeFile(u"VOL", 0x80000000u - 1040);  // one more block fits
-  EXPECT_EQ(SetSize(0x7FFFFFFF), "0x3000001B");
+  EXPECT_EQ(SetSize(0x7FFFFFFF), "VOLUME_FULL");
   EXPECT_EQ(size(), 2048u);
   testhost::SetTracing(true);
 }
@@ -838,8 +838,8 @@ TEST_F(Transfer, set_size_to_the_largest_fails_for_want_of_space) {
 TEST_F(Transfer, set_size_on_a_failed_volume_fails) {
   OpenNew(Pattern(1500));
   volume_->failed = 1;
-  EXPECT_EQ(SetSize(100), "0x30000003");
-  EXPECT_EQ(SetSize(9000), "0x30000003");
+  EXPECT_EQ(SetSize(100), "WRITE");
+  EXPECT_EQ(SetSize(9000), "WRITE");
   EXPECT_EQ(Writes(), "");
 }
 

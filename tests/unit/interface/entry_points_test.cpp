@@ -73,7 +73,7 @@ TEST_F(EntryPoints, null_pointer_fails_with_the_failure_value_and_touches_nothin
   };
   for (const auto& entry : calls) {
     EXPECT_EQ(entry.call(), entry.failure) << entry.name;
-    EXPECT_EQ(GetError(), 0x3000000Eu) << entry.name;
+    EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT) << entry.name;
   }
   EXPECT_EQ(TraceText(), "");
   EXPECT_EQ(FileBytes(u"VOL"), before);
@@ -127,7 +127,7 @@ TEST_F(EntryPoints, open_file_passes_on_the_low_16_bits_of_the_mode) {
   EXPECT_EQ(file, 0x10000u);
   OrbU32 done = 0;
   EXPECT_EQ(OrbWriteFile(file, "x", 1, &done), 0);
-  EXPECT_EQ(GetError(), 0x30000019u);
+  EXPECT_EQ(GetError(), ORB_ERROR_ACCESS_DENIED);
 }
 
 // ---- Codes of paths that lead nowhere -------------------------------------------------------------------------------
@@ -135,19 +135,19 @@ TEST_F(EntryPoints, open_file_passes_on_the_low_16_bits_of_the_mode) {
 TEST_F(EntryPoints, missing_last_name_is_file_not_found_where_the_object_is_meant) {
   FormatAndMount();
   EXPECT_EQ(OrbGetFileAttributesA("F"), 0xFFFFu);
-  EXPECT_EQ(GetError(), 0x30000013u);
+  EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(OrbSetFileAttributesA("F", 1), 0);
-  EXPECT_EQ(GetError(), 0x30000013u);
+  EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(OrbOpenFileA("F", 1), 0xFFFFFFFFu);
-  EXPECT_EQ(GetError(), 0x30000013u);
+  EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(OrbCopyFileA("F", "G"), 0);
-  EXPECT_EQ(GetError(), 0x30000013u);
+  EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
 }
 
 TEST_F(EntryPoints, missing_last_name_is_path_not_found_where_a_current_directory_is_meant) {
   FormatAndMount();
   EXPECT_EQ(OrbSetCurrentDirectoryA("D"), 0);
-  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
 }
 
 TEST_F(EntryPoints, more_specific_code_of_the_resolution_is_kept) {
@@ -155,7 +155,10 @@ TEST_F(EntryPoints, more_specific_code_of_the_resolution_is_kept) {
   const struct {
     const char* path;
     uint32_t code;
-  } paths[] = {{"NONE/F", 0x30000014}, {"B:/F", 0x30000012}, {"A B:/F", 0x3000000F}, {"", 0x30000014}};
+  } paths[] = {{"NONE/F", ORB_ERROR_PATH_NOT_FOUND},
+               {"B:/F", ORB_ERROR_NOT_MOUNTED},
+               {"A B:/F", ORB_ERROR_INVALID_NAME},
+               {"", ORB_ERROR_PATH_NOT_FOUND}};
   for (const auto& entry : paths) {
     SCOPED_TRACE(entry.path);
     EXPECT_EQ(OrbGetFileAttributesA(entry.path), 0xFFFFu);
@@ -175,14 +178,14 @@ TEST_F(EntryPoints, failed_read_during_resolution_keeps_its_code) {
   FormatAndMount();
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_EQ(OrbGetFileAttributesA("F"), 0xFFFFu);
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
 }
 
 TEST_F(EntryPoints, set_current_directory_to_a_file_fails_and_keeps_the_previous) {
   Volume* const volume = FormatAndMount();
   ASSERT_EQ(OrbCreateFileA("F", 0), 1);
   EXPECT_EQ(OrbSetCurrentDirectoryA("F"), 0);
-  EXPECT_EQ(GetError(), 0x3000001Du);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRONG_KIND);
   EXPECT_EQ(g_pCurrentDir, volume->root);
   EXPECT_EQ(NodesListed(), 1u);
 }
@@ -238,9 +241,9 @@ TEST_F(EntryPoints, copy_to_a_directory_that_does_not_resolve_keeps_the_source_i
   FormatAndMount();
   ASSERT_EQ(OrbCreateFileA("F", 0), 1);
   EXPECT_EQ(OrbCopyFileA("F", "NONE/G"), 0);
-  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(OrbOpenFileA("F", 1), 0xFFFFFFFFu);
-  EXPECT_EQ(GetError(), 0x30000022u);
+  EXPECT_EQ(GetError(), ORB_ERROR_IN_USE);
   EXPECT_EQ(NodesListed(), 2u);
 }
 
@@ -250,19 +253,19 @@ TEST_F(EntryPoints, move_to_a_directory_that_does_not_resolve_keeps_the_source_d
   ASSERT_EQ(OrbCreateDirectoryA("D"), 1);
   ASSERT_EQ(OrbCreateFileA("D/F", 0), 1);
   EXPECT_EQ(OrbMoveFileA("D/F", "NONE/G"), 0);
-  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(NodesListed(), 2u);
   ASSERT_EQ(OrbDeleteFileA("D/F"), 1);
   EXPECT_EQ(OrbDeleteFileA("D"), 0);
-  EXPECT_EQ(GetError(), 0x30000022u);
+  EXPECT_EQ(GetError(), ORB_ERROR_IN_USE);
 }
 
 TEST_F(EntryPoints, first_path_is_resolved_before_the_second) {
   FormatAndMount();
   EXPECT_EQ(OrbCopyFileA("F", "B:/G"), 0);
-  EXPECT_EQ(GetError(), 0x30000013u);
+  EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(OrbMoveFileA("NONE/F", "B:/G"), 0);
-  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
 }
 
 // ---- Commit ---------------------------------------------------------------------------------------------------------
@@ -296,7 +299,7 @@ TEST_F(EntryPoints, mutating_call_whose_commit_fails_returns_0_though_its_work_i
     ASSERT_NE(Mount(), nullptr);
     FailNthCall(Call::kWriteFile, writes, coredll::kHostAccessDenied);
     EXPECT_EQ(entry.call(), 0);
-    EXPECT_EQ(GetError(), 0x30000019u);
+    EXPECT_EQ(GetError(), ORB_ERROR_ACCESS_DENIED);
     Bytes marked = after;
     marked[kStateFlagsOffset] = 1;
     EXPECT_EQ(FileBytes(u"VOL"), marked);
@@ -322,7 +325,7 @@ TEST_F(EntryPoints, handle_call_whose_commit_fails_returns_0_though_its_work_is_
     const OrbHandle file = OrbOpenFileA("F", 3);
     FailNthCall(Call::kWriteFile, 4, coredll::kHostDiskFull);  // after block, mark and node
     EXPECT_EQ(call(file), 0);
-    EXPECT_EQ(GetError(), 0x3000001Au);
+    EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
     EXPECT_EQ(OrbGetFileSize(file), 4u);
     EXPECT_TRUE(testhost::IsMarkedDirty(FileBytes(u"VOL")));
     testhost::ClearFaults();
@@ -335,7 +338,7 @@ TEST_F(EntryPoints, failed_operation_is_committed_too) {
   FormatAndMount();
   FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);  // the node's record, after the mark
   EXPECT_EQ(OrbCreateFileA("F", 0), 0);
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_FALSE(testhost::IsMarkedDirty(FileBytes(u"VOL")));
   EXPECT_EQ(Outcome(OrbCreateFileA("F", 0)), "");
 }
@@ -353,9 +356,9 @@ TEST_F(EntryPoints, invalid_handle_means_no_commit) {
   volume->header.stateFlags = kVolumeDirty;
   OrbU32 done = 0;
   EXPECT_EQ(OrbWriteFile(0x10000, "x", 1, &done), 0);
-  EXPECT_EQ(GetError(), 0x3000001Cu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_HANDLE);
   EXPECT_EQ(OrbSetFileSize(0x10000, 1), 0);
-  EXPECT_EQ(GetError(), 0x3000001Cu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_HANDLE);
   EXPECT_EQ(TraceText(), "");
   volume->header.stateFlags = 0;
 }
@@ -383,7 +386,7 @@ TEST_F(EntryPoints, move_to_another_volume_commits_the_volume_of_the_target_only
   own->header.stateFlags = kVolumeDirty;
   other->header.stateFlags = kVolumeDirty;
   EXPECT_EQ(OrbMoveFileA("A:/F", "B:/F"), 0);
-  EXPECT_EQ(GetError(), 0x30000023u);
+  EXPECT_EQ(GetError(), ORB_ERROR_MOVE_NOT_ALLOWED);
   EXPECT_EQ(other->header.stateFlags, 0u);
   EXPECT_EQ(own->header.stateFlags, kVolumeDirty);
   own->header.stateFlags = 0;
@@ -411,7 +414,7 @@ TEST_F(EntryPoints, mutating_calls_on_a_failed_volume_return_0_and_write_nothing
   };
   for (const auto& call : calls) {
     EXPECT_EQ(call(), 0);
-    EXPECT_EQ(GetError(), 0x30000003u);
+    EXPECT_EQ(GetError(), ORB_ERROR_WRITE);
   }
   EXPECT_EQ(testhost::CallCount(Call::kWriteFile), 0u);
   EXPECT_EQ(OrbGetFileAttributesA("G"), 0u);  // reading goes on

@@ -63,7 +63,7 @@ TEST_F(WideForms, conversion_without_memory_returns_0_and_does_nothing) {
       FailNthAllocation(n);
       EXPECT_EQ(wide.call(), 0u);
       EXPECT_EQ(testhost::AllocationFaultsFired(), 1u);
-      EXPECT_EQ(GetError(), 0x30000011u);
+      EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
       EXPECT_EQ(testhost::AllocationsHeld(), held);
     }
   }
@@ -80,7 +80,7 @@ TEST_F(WideForms, conversion_that_the_platform_refuses_returns_0_and_does_nothin
       SCOPED_TRACE(wide.name + std::string(" ") + std::to_string(n));
       FailNthCall(Call::kWideToAnsi, n, coredll::kHostNoUnicodeTranslation);
       EXPECT_EQ(wide.call(), 0u);
-      EXPECT_EQ(GetError(), 0x3000000Eu);
+      EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
       EXPECT_EQ(testhost::AllocationsHeld(), held);
     }
   }
@@ -122,14 +122,14 @@ TEST_F(WideForms, null_string_is_an_invalid_argument_and_returns_0) {
   for (const auto& call : calls) {
     ClearError();
     EXPECT_EQ(call(), 0u);
-    EXPECT_EQ(GetError(), 0x3000000Eu);
+    EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
   }
   EXPECT_EQ(TraceText(), "");
 }
 
 TEST_F(WideForms, search_without_a_record_fails_with_the_failure_value) {
   EXPECT_EQ(OrbFindFirstFileW(u"*", nullptr), 0xFFFFFFFFu);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(g_FindTable[0].node, nullptr);
 }
 
@@ -138,7 +138,7 @@ TEST_F(WideForms, search_without_a_record_fails_with_the_failure_value) {
 TEST_F(WideForms, results_of_the_ansi_form_are_returned_unchanged) {
   EXPECT_EQ(OrbGetFileAttributesW(u"F"), 2u);
   EXPECT_EQ(OrbGetFileAttributesW(u"NONE"), 0xFFFFu);
-  EXPECT_EQ(GetError(), 0x30000013u);
+  EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(OrbOpenFileW(u"NONE", 1), 0xFFFFFFFFu);
   EXPECT_EQ(OrbOpenFileW(u"F", 3), 0x10000u);
   EXPECT_EQ(OrbCloseFile(0x10000), 1);
@@ -168,9 +168,9 @@ TEST_F(WideForms, names_are_worked_on_as_the_ansi_form_does) {
 
 TEST_F(WideForms, character_outside_ascii_is_an_invalid_name) {
   EXPECT_EQ(OrbCreateFileW(u"\u00C9", 0), 0);
-  EXPECT_EQ(GetError(), 0x3000000Fu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_NAME);
   EXPECT_EQ(OrbCreateFileW(u"\u4E2D", 0), 0);  // a question mark by now
-  EXPECT_EQ(GetError(), 0x3000000Fu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_NAME);
 }
 
 TEST_F(WideForms, container_name_goes_to_the_host_as_it_is) {
@@ -193,14 +193,14 @@ TEST_F(WideForms, current_directory_that_does_not_widen_fails) {
   OrbWideChar path[ORB_WIDE_PATH_BUFFER];
   FailNthCall(Call::kAnsiToWide, 1, coredll::kHostNoUnicodeTranslation);
   EXPECT_EQ(OrbGetCurrentDirectoryW(path), 0);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
 }
 
 TEST_F(WideForms, current_directory_where_there_is_none_fails_as_the_ansi_form) {
   ASSERT_EQ(OrbUnmountVolumeA("A"), 1);
   OrbWideChar path[ORB_WIDE_PATH_BUFFER];
   EXPECT_EQ(OrbGetCurrentDirectoryW(path), 0);
-  EXPECT_EQ(GetError(), 0x30000012u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_MOUNTED);
   EXPECT_EQ(testhost::CallCount(Call::kAnsiToWide), 0u);
 }
 
@@ -215,7 +215,7 @@ TEST_F(WideForms, full_path_that_does_not_widen_fails_and_leaks_nothing) {
   const size_t held = testhost::AllocationsHeld();
   FailNthCall(Call::kAnsiToWide, 1, coredll::kHostNoUnicodeTranslation);
   EXPECT_EQ(OrbGetFullPathNameW(path, u"F"), 0);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(testhost::AllocationsHeld(), held);
 }
 
@@ -239,23 +239,23 @@ TEST_F(WideForms, path_buffer_stays_as_it_was_where_the_ansi_form_fails) {
   const std::u16string untouched(ORB_WIDE_PATH_BUFFER, 0x7777);
   std::u16string path = untouched;
   EXPECT_EQ(OrbGetFullPathNameW(path.data(), u"NONE/X"), 0);
-  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(OrbGetFullPathNameW(path.data(), u""), 0);
-  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(OrbGetFullPathNameW(path.data(), u"B:/F"), 0);
-  EXPECT_EQ(GetError(), 0x30000012u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_MOUNTED);
   FailNthCall(Call::kWideToAnsi, 1, coredll::kHostNoUnicodeTranslation);
   EXPECT_EQ(OrbGetFullPathNameW(path.data(), u"F"), 0);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
   ASSERT_EQ(OrbSetCurrentDirectoryA("D"), 1);
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_EQ(OrbGetCurrentDirectoryW(path.data()), 0);
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   ASSERT_EQ(OrbUnmountVolumeA("A"), 1);
   EXPECT_EQ(OrbGetCurrentDirectoryW(path.data()), 0);
-  EXPECT_EQ(GetError(), 0x30000012u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_MOUNTED);
   EXPECT_EQ(OrbGetFullPathNameW(path.data(), u"F"), 0);
-  EXPECT_EQ(GetError(), 0x30000012u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_MOUNTED);
   EXPECT_EQ(path, untouched);
   EXPECT_EQ(testhost::CallCount(Call::kAnsiToWide), 0u);
 }
@@ -265,9 +265,9 @@ TEST_F(WideForms, search_record_stays_as_it_was_where_the_ansi_form_fails) {
   memset(&found, 0x77, sizeof found);
   const OrbFindDataW untouched = found;
   EXPECT_EQ(OrbFindFirstFileW(u"NONE*", &found), 0xFFFFFFFFu);
-  EXPECT_EQ(GetError(), 0x10000001u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MORE_ENTRIES);
   EXPECT_EQ(OrbFindNextFileW(0x20000, &found), 0);
-  EXPECT_EQ(GetError(), 0x3000001Cu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_HANDLE);
   EXPECT_EQ(memcmp(&found, &untouched, sizeof found), 0);
   EXPECT_EQ(testhost::CallCount(Call::kAnsiToWide), 0u);
 }
@@ -278,15 +278,15 @@ TEST_F(WideForms, conversion_whose_result_is_negative_fails_as_with_0) {
   const size_t held = testhost::AllocationsHeld();
   testhost::SetFailedConversion(-1);
   FailNthCall(Call::kAnsiToWide, 1, coredll::kHostNoUnicodeTranslation, Repeat::kFromThenOn);
-  EXPECT_EQ(Outcome(OrbGetFullPathNameW(path, u"F")), "0x3000000E");
-  EXPECT_EQ(Outcome(OrbGetCurrentDirectoryW(path)), "0x3000000E");
+  EXPECT_EQ(Outcome(OrbGetFullPathNameW(path, u"F")), "INVALID_ARGUMENT");
+  EXPECT_EQ(Outcome(OrbGetCurrentDirectoryW(path)), "INVALID_ARGUMENT");
   EXPECT_EQ(OrbFindFirstFileW(u"*", &found), 0xFFFFFFFFu);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
-  EXPECT_EQ(Outcome(OrbFindNextFileW(0x20000, &found)), "0x3000001C");  // nothing stayed open
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(Outcome(OrbFindNextFileW(0x20000, &found)), "INVALID_HANDLE");  // nothing stayed open
   FailNthCall(Call::kWideToAnsi, 1, coredll::kHostNoUnicodeTranslation, Repeat::kFromThenOn);
-  EXPECT_EQ(Outcome(OrbCreateFileW(u"NEW", 0)), "0x3000000E");
+  EXPECT_EQ(Outcome(OrbCreateFileW(u"NEW", 0)), "INVALID_ARGUMENT");
   EXPECT_EQ(OrbOpenFileW(u"F", 1), 0u);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
   testhost::ClearFaults();
   EXPECT_EQ(OrbGetFileAttributesA("NEW"), 0xFFFFu);
   EXPECT_EQ(testhost::AllocationsHeld(), held);
@@ -302,7 +302,7 @@ TEST_F(WideForms, search_fills_the_wide_record) {
   EXPECT_EQ(found.time.year, 2001);
   EXPECT_EQ(found.time.second, 6);
   EXPECT_EQ(OrbFindNextFileW(search, &found), 0);
-  EXPECT_EQ(GetError(), 0x10000001u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MORE_ENTRIES);
   EXPECT_EQ(OrbFindClose(search), 1);
 }
 
@@ -311,7 +311,7 @@ TEST_F(WideForms, first_name_that_does_not_widen_closes_the_search) {
   const size_t held = testhost::AllocationsHeld();
   FailNthCall(Call::kAnsiToWide, 1, coredll::kHostNoUnicodeTranslation);
   EXPECT_EQ(OrbFindFirstFileW(u"*", &found), 0xFFFFFFFFu);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(g_FindTable[0].node, nullptr);
   EXPECT_EQ(testhost::AllocationsHeld(), held);
 }
@@ -326,7 +326,7 @@ TEST_F(WideForms, next_name_that_does_not_widen_leaves_the_rest_of_the_record_ov
   found.time.year = 0x7777;
   FailNthCall(Call::kAnsiToWide, 1, coredll::kHostNoUnicodeTranslation);
   EXPECT_EQ(OrbFindNextFileW(search, &found), 0);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(found.attributes, 2u);  // F's
   EXPECT_EQ(found.size, 0u);
   EXPECT_EQ(found.time.year, 2001);

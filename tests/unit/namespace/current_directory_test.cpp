@@ -45,7 +45,7 @@ TEST_F(CurrentDirectory, set_again_to_the_same_keeps_one_reference) {
 
 TEST_F(CurrentDirectory, set_to_a_file_fails_and_keeps_the_previous_and_its_reference) {
   EXPECT_FALSE(OrbSetCurrentDirNode(file_));
-  EXPECT_EQ(GetError(), 0x3000001Du);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRONG_KIND);
   EXPECT_EQ(g_pCurrentDir, volume_->root);
   EXPECT_EQ(volume_->root->references, 2u);
   EXPECT_EQ(file_->references, 1u);
@@ -56,7 +56,7 @@ TEST_F(CurrentDirectory, set_to_a_node_that_is_not_on_the_list_fails_and_keeps_t
   stranger.references = 1;
   stranger.record.attributes = ORB_NODE_DIRECTORY;
   EXPECT_FALSE(OrbSetCurrentDirNode(&stranger));
-  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(g_pCurrentDir, volume_->root);
   EXPECT_EQ(volume_->root->references, 2u);
 }
@@ -64,7 +64,7 @@ TEST_F(CurrentDirectory, set_to_a_node_that_is_not_on_the_list_fails_and_keeps_t
 TEST_F(CurrentDirectory, set_to_a_file_that_is_not_valid_reports_the_validity_first) {
   OrbNode stranger = {};
   EXPECT_FALSE(OrbSetCurrentDirNode(&stranger));
-  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
 }
 
 TEST_F(CurrentDirectory, set_to_null_releases_the_reference_and_every_path_fails) {
@@ -72,9 +72,9 @@ TEST_F(CurrentDirectory, set_to_null_releases_the_reference_and_every_path_fails
   EXPECT_EQ(g_pCurrentDir, nullptr);
   EXPECT_EQ(volume_->root->references, 1u);
   EXPECT_EQ(OrbGetFileAttributesA("F"), 0xFFFFu);
-  EXPECT_EQ(GetError(), 0x30000012u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_MOUNTED);
   EXPECT_EQ(OrbGetFileAttributesA("A:/F"), 0xFFFFu);  // absolute ones, too
-  EXPECT_EQ(GetError(), 0x30000012u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_MOUNTED);
 }
 
 TEST_F(CurrentDirectory, set_to_null_twice_is_a_success) {

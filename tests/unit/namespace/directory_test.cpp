@@ -177,7 +177,7 @@ TEST_F(Directory, lookup_takes_one_buffer_and_gives_it_back) {
 TEST_F(Directory, lookup_whose_read_fails_is_0_with_the_code) {
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_EQ(OrbDirLookup(directory_, "."), 0u);
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
 }
 
 // ---- Where a scan ends ----------------------------------------------------------------------------------------------
@@ -239,7 +239,7 @@ TEST_F(Directory, size_of_0_or_above_what_a_volume_can_fill_is_damage) {
     for (const auto& operation : operations) {
       ClearError();
       EXPECT_FALSE(operation()) << size;
-      EXPECT_EQ(GetError(), 0x3000000Bu) << size;
+      EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD) << size;
     }
   }
   EXPECT_EQ(Calls(), "");
@@ -252,13 +252,13 @@ TEST_F(Directory, block_missing_from_the_map_is_damage) {
   DamageDirectory([](Bytes* image) { testhost::WriteU32(*image, testhost::NodeOffset(*image, 2) + 36, 0); });
   EXPECT_EQ(OrbDirLookup(directory_, "N031"), 3u);
   EXPECT_EQ(OrbDirLookup(directory_, "N032"), 0u);
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
 }
 
 TEST_F(Directory, block_beyond_the_container_cannot_be_read) {
   directory_->record.direct[0] = 1000;
   EXPECT_EQ(OrbDirLookup(directory_, "."), 0u);
-  EXPECT_EQ(GetError(), 0x3000000Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
 }
 
 // ---- What is no directory -------------------------------------------------------------------------------------------
@@ -283,7 +283,7 @@ TEST_F(Directory, operations_refuse_what_is_no_valid_directory) {
     for (const auto& operation : operations) {
       ClearError();
       EXPECT_FALSE(operation());
-      EXPECT_EQ(GetError(), 0x30000014u);
+      EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
     }
   }
   EXPECT_EQ(Calls(), "");
@@ -306,7 +306,7 @@ TEST_F(Directory, operations_without_memory_fail_and_change_nothing) {
     ClearError();
     FailNthAllocation(1);
     EXPECT_FALSE(operation());
-    EXPECT_EQ(GetError(), 0x30000011u);
+    EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   }
   EXPECT_EQ(Image(), before);
   EXPECT_EQ(Calls(), "");
@@ -318,7 +318,7 @@ TEST_F(Directory, opening_a_child_without_memory_for_block_or_node_fails_and_hol
     testhost::ClearTrace();
     FailNthAllocation(n);
     EXPECT_EQ(OrbDirOpenChild(volume_->root, "F"), nullptr) << n;
-    EXPECT_EQ(GetError(), 0x30000011u) << n;
+    EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY) << n;
     EXPECT_EQ(Calls(), n == 1 ? "" : "read block 2");
     EXPECT_EQ(NodesListed(), 2u) << n;
   }
@@ -329,7 +329,7 @@ TEST_F(Directory, add_at_a_block_border_without_memory_for_the_new_block_changes
   const Bytes before = Image();
   FailNthAllocation(1);
   EXPECT_FALSE(OrbDirAddEntry(directory_, "X", 3, false));
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(Calls(), "");
   EXPECT_EQ(directory_->record.size, 1024u);
   EXPECT_EQ(directory_->record.direct[1], 0u);
@@ -368,7 +368,7 @@ TEST_F(Directory, open_of_an_absent_name_is_null_without_an_error) {
 TEST_F(Directory, open_of_a_number_that_does_not_exist_is_damage) {
   DamageDirectory([](Bytes* image) { SetEntryNode(image, 2, 3, 500); });
   EXPECT_EQ(OrbDirOpenChild(volume_->root, "F"), nullptr);
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
 }
 
 // ---- The name of a node ---------------------------------------------------------------------------------------------
@@ -406,7 +406,7 @@ TEST_F(Directory, find_name_whose_read_fails_leaves_an_empty_name) {
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_FALSE(OrbDirFindName(name, directory_, 3));
   EXPECT_STREQ(name, "");
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
 }
 
 // ---- Appending ------------------------------------------------------------------------------------------------------
@@ -473,7 +473,7 @@ TEST_F(Directory, add_with_check_refuses_names_that_break_the_rule) {
   for (const char* name : {"", "A B", "A/B", "123456789012345678901234567890", "\xC4"}) {
     ClearError();
     EXPECT_FALSE(OrbDirAddEntry(directory_, name, 3, true)) << name;
-    EXPECT_EQ(GetError(), 0x3000000Fu) << name;
+    EXPECT_EQ(GetError(), ORB_ERROR_INVALID_NAME) << name;
   }
   EXPECT_EQ(Calls(), "");
 }
@@ -483,7 +483,7 @@ TEST_F(Directory, add_with_check_refuses_a_name_that_is_there_in_any_case) {
   for (const char* name : {"N002", "n002", ".", ".."}) {
     ClearError();
     EXPECT_FALSE(OrbDirAddEntry(directory_, name, 3, true)) << name;
-    EXPECT_EQ(GetError(), 0x30000015u) << name;
+    EXPECT_EQ(GetError(), ORB_ERROR_FILE_EXISTS) << name;
   }
   EXPECT_EQ(Writes(), "");
 }
@@ -491,14 +491,14 @@ TEST_F(Directory, add_with_check_refuses_a_name_that_is_there_in_any_case) {
 TEST_F(Directory, add_with_check_whose_lookup_fails_keeps_the_code) {
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_FALSE(OrbDirAddEntry(directory_, "X", 3, true));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(directory_->record.size, 64u);
 }
 
 TEST_F(Directory, add_whose_block_is_not_written_leaves_the_size) {
   FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
   EXPECT_FALSE(OrbDirAddEntry(directory_, "X", 3, false));
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(directory_->record.size, 64u);
   EXPECT_EQ(StoredEntry(3, 2).node, 0u);
   Commit();
@@ -507,12 +507,12 @@ TEST_F(Directory, add_whose_block_is_not_written_leaves_the_size) {
 TEST_F(Directory, add_whose_node_is_not_written_takes_the_size_back_and_leaves_the_entry_to_the_next) {
   FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
   EXPECT_FALSE(OrbDirAddEntry(directory_, "X", 3, false));
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(directory_->record.size, 64u);
   EXPECT_EQ(NameStored(3, 2), "X");
   Commit();
   EXPECT_EQ(OrbDirLookup(directory_, "X"), 3u);
-  EXPECT_EQ(Remove("X"), "0x3000000B");  // it stands past the size
+  EXPECT_EQ(Remove("X"), "DAMAGED_RECORD");  // it stands past the size
   EXPECT_EQ(NameStored(3, 2), "X");
   ClearError();
   EXPECT_TRUE(OrbDirAddEntry(directory_, "Y", 3, true));
@@ -567,10 +567,12 @@ TEST_F(Directory, rename_with_check_refuses_names_in_their_order) {  // D1
     const char* oldName;
     uint32_t code;
   } rows[] = {
-      {"X", ".", 0x3000000F},       {"X", "..", 0x3000000F},      {"", "N002", 0x3000000F},
-      {"A B", "N002", 0x3000000F},  {"N003", "N002", 0x30000015}, {"n003", "N002", 0x30000015},
-      {"n002", "N002", 0x30000015}, {"..", "N002", 0x30000015},   {"N003", "NONE", 0x30000015},
-      {"X", "NONE", 0x30000013},    {"X", "", 0x30000013},
+      {"X", ".", ORB_ERROR_INVALID_NAME},      {"X", "..", ORB_ERROR_INVALID_NAME},
+      {"", "N002", ORB_ERROR_INVALID_NAME},    {"A B", "N002", ORB_ERROR_INVALID_NAME},
+      {"N003", "N002", ORB_ERROR_FILE_EXISTS}, {"n003", "N002", ORB_ERROR_FILE_EXISTS},
+      {"n002", "N002", ORB_ERROR_FILE_EXISTS}, {"..", "N002", ORB_ERROR_FILE_EXISTS},
+      {"N003", "NONE", ORB_ERROR_FILE_EXISTS}, {"X", "NONE", ORB_ERROR_FILE_NOT_FOUND},
+      {"X", "", ORB_ERROR_FILE_NOT_FOUND},
   };
   for (const auto& row : rows) {
     ClearError();
@@ -585,7 +587,7 @@ TEST_F(Directory, rename_without_check_takes_the_names_as_they_are) {
   EXPECT_TRUE(OrbDirRenameEntry(directory_, "N003", "N002", false));
   EXPECT_EQ(NameStored(3, 2), "N003");
   EXPECT_FALSE(OrbDirRenameEntry(directory_, "X", "..", false));  // passed over, not found
-  EXPECT_EQ(GetError(), 0x30000013u);
+  EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
   Commit();
 }
 
@@ -593,15 +595,15 @@ TEST_F(Directory, rename_whose_lookup_or_scan_or_write_fails_keeps_the_code) {
   Fill(3);
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_FALSE(OrbDirRenameEntry(directory_, "X", "N002", true));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   ClearError();
   FailNthCall(Call::kReadFile, 2, coredll::kHostNotReady);
   EXPECT_FALSE(OrbDirRenameEntry(directory_, "X", "N002", true));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   ClearError();
   FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
   EXPECT_FALSE(OrbDirRenameEntry(directory_, "X", "N002", true));
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(NameStored(3, 2), "N002");
   Commit();
 }
@@ -699,13 +701,13 @@ TEST_F(Directory, remove_refuses_the_dots) {  // D1
   for (const char* name : {".", ".."}) {
     ClearError();
     EXPECT_EQ(OrbDirRemoveEntry(directory_, name, false), nullptr);
-    EXPECT_EQ(GetError(), 0x3000000Fu);
+    EXPECT_EQ(GetError(), ORB_ERROR_INVALID_NAME);
   }
   EXPECT_EQ(Calls(), "");
 }
 
 TEST_F(Directory, remove_of_an_absent_name_is_file_not_found) {
-  EXPECT_EQ(Remove("NONE"), "0x30000013");
+  EXPECT_EQ(Remove("NONE"), "FILE_NOT_FOUND");
   EXPECT_EQ(Calls(), "read block 3");
 }
 
@@ -713,7 +715,7 @@ TEST_F(Directory, remove_of_a_node_held_elsewhere_fails_and_changes_nothing) {
   Fill(3);
   const NodeRef holder(OrbNodeGet(volume_, 3));
   const Bytes before = Image();
-  EXPECT_EQ(Remove("N002"), "0x30000022");
+  EXPECT_EQ(Remove("N002"), "IN_USE");
   EXPECT_EQ(holder.node->references, 1u);
   EXPECT_EQ(directory_->record.size, 96u);
   EXPECT_EQ(Writes(), "");
@@ -724,7 +726,7 @@ TEST_F(Directory, remove_of_the_current_directory_says_so) {
   ASSERT_TRUE(OrbSetCurrentDirNode(directory_));
   const Bytes before = Image();
   EXPECT_EQ(OrbDirRemoveEntry(volume_->root, "D", false), nullptr);
-  EXPECT_EQ(GetError(), 0x30000020u);
+  EXPECT_EQ(GetError(), ORB_ERROR_CURRENT_DIRECTORY);
   EXPECT_EQ(directory_->references, 2u);
   EXPECT_EQ(Writes(), "");
   EXPECT_EQ(Image(), before);
@@ -736,7 +738,7 @@ TEST_F(Directory, remove_with_require_empty_refuses_a_directory_with_a_name) {
   MakeFile("D/E/X");
   ClearError();
   const Bytes before = Image();
-  EXPECT_EQ(Remove("E", true), "0x30000021");
+  EXPECT_EQ(Remove("E", true), "NOT_EMPTY");
   EXPECT_EQ(directory_->record.size, 96u);
   EXPECT_EQ(Writes(), "");
   EXPECT_EQ(Image(), before);
@@ -762,23 +764,23 @@ TEST_F(Directory, remove_whose_look_for_emptiness_fails_keeps_that_code) {
   MakeDirectory("D/E");
   ClearError();
   FailNthCall(Call::kReadFile, 3, coredll::kHostNotReady);  // after D's block and E's node
-  EXPECT_EQ(Remove("E", true), "0x30000006");
+  EXPECT_EQ(Remove("E", true), "NOT_READY");
   EXPECT_EQ(NodesListed(), 2u);
 }
 
 TEST_F(Directory, remove_whose_node_cannot_be_read_keeps_that_code) {
   Fill(3);
   FailNthCall(Call::kReadFile, 2, coredll::kHostNotReady);
-  EXPECT_EQ(Remove("N002"), "0x30000006");
+  EXPECT_EQ(Remove("N002"), "NOT_READY");
   EXPECT_EQ(Writes(), "");
 }
 
 TEST_F(Directory, remove_of_an_entry_that_names_its_own_directory_or_the_root_finds_them_held) {
   Fill(3);
   DamageDirectory([](Bytes* image) { SetEntryNode(image, 3, 2, 2); });
-  EXPECT_EQ(Remove("N002"), "0x30000022");
+  EXPECT_EQ(Remove("N002"), "IN_USE");
   DamageDirectory([](Bytes* image) { SetEntryNode(image, 3, 2, 1); });
-  EXPECT_EQ(Remove("N002"), "0x30000020");  // the root is the current directory
+  EXPECT_EQ(Remove("N002"), "CURRENT_DIRECTORY");  // the root is the current directory
   EXPECT_EQ(Writes(), "");
 }
 
@@ -786,7 +788,7 @@ TEST_F(Directory, remove_without_memory_for_the_second_block_changes_nothing) {
   Fill(34);
   const Bytes before = Image();
   FailNthAllocation(3);  // after the first block and the node
-  EXPECT_EQ(Remove("N002"), "0x30000011");
+  EXPECT_EQ(Remove("N002"), "OUT_OF_MEMORY");
   EXPECT_EQ(Image(), before);
   EXPECT_EQ(NodesListed(), 2u);
 }
@@ -796,7 +798,7 @@ TEST_F(Directory, remove_whose_hole_s_block_is_not_written_changes_nothing) {
   Fill(34);
   const Bytes before = Image();
   FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
-  EXPECT_EQ(Remove("N002"), "0x3000001A");
+  EXPECT_EQ(Remove("N002"), "DISK_FULL");
   EXPECT_EQ(Writes(), "mark / block 3 !112");
   EXPECT_EQ(NodesListed(), 2u);
   EXPECT_EQ(directory_->record.size, 34u * 32);
@@ -810,7 +812,7 @@ TEST_F(Directory, remove_whose_last_block_is_not_written_leaves_the_moved_entry_
   Fill(34);
   Bytes expected = Image();
   FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
-  EXPECT_EQ(Remove("N002"), "0x3000001A");
+  EXPECT_EQ(Remove("N002"), "DISK_FULL");
   EXPECT_EQ(Writes(), "mark / block 3 / block 4 !112");
   EXPECT_EQ(NodesListed(), 2u);
   EXPECT_EQ(directory_->record.size, 34u * 32);
@@ -823,7 +825,7 @@ TEST_F(Directory, remove_whose_node_is_not_written_leaves_a_size_that_is_one_ent
   Fill(34);
   Bytes expected = Image();
   FailNthCall(Call::kWriteFile, 4, coredll::kHostDiskFull);
-  EXPECT_EQ(Remove("N002"), "0x3000001A");
+  EXPECT_EQ(Remove("N002"), "DISK_FULL");
   EXPECT_EQ(Writes(), "mark / block 3 / block 4 / node 2 !112");
   EXPECT_EQ(NodesListed(), 2u);
   EXPECT_EQ(directory_->record.size, 33u * 32);  // who holds the directory knows better
@@ -853,7 +855,7 @@ TEST_F(Directory, remove_that_empties_a_block_with_a_write_failing_leaves_what_w
   for (const auto& stop : stops) {
     SCOPED_TRACE(stop.writes);
     FailNthCall(Call::kWriteFile, stop.write, coredll::kHostDiskFull);
-    EXPECT_EQ(Remove("N005"), "0x3000001A");
+    EXPECT_EQ(Remove("N005"), "DISK_FULL");
     EXPECT_EQ(Writes(), stop.writes);
     EXPECT_EQ(NodesListed(), 2u);
     EXPECT_EQ(NameStored(3, 5), stop.write == 2 ? "N005" : "N032");
@@ -893,7 +895,7 @@ TEST_F(Directory, is_empty_looks_at_the_third_entry_alone) {
 TEST_F(Directory, is_empty_that_cannot_be_read_is_false_with_the_code) {
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_FALSE(OrbDirIsEmpty(directory_));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
 }
 
 TEST_F(Directory, set_parent_writes_the_first_block_and_stamps_nothing) {
@@ -912,10 +914,10 @@ TEST_F(Directory, set_parent_writes_the_first_block_and_stamps_nothing) {
 TEST_F(Directory, set_parent_that_fails_keeps_the_code) {
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_FALSE(OrbDirSetParent(directory_, 77));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
   EXPECT_FALSE(OrbDirSetParent(directory_, 77));
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(StoredEntry(3, 1).node, 1u);
   Commit();
 }

@@ -109,7 +109,7 @@ TEST_F(Path, split_of_each_path_gives_its_volume) {
     const char* const rest = OrbSplitVolumeName(volume, row.path);
     if (row.rest == nullptr) {
       EXPECT_EQ(rest, nullptr) << row.path;
-      EXPECT_EQ(GetError(), 0x3000000Fu) << row.path;
+      EXPECT_EQ(GetError(), ORB_ERROR_INVALID_NAME) << row.path;
     } else {
       EXPECT_STREQ(rest, row.rest) << row.path;
       EXPECT_STREQ(volume, row.volume) << row.path;
@@ -142,7 +142,7 @@ TEST_F(Path, component_of_each_path_is_split_off) {
     const char* const rest = OrbNextPathComponent(component, row.position);
     if (row.rest == nullptr) {
       EXPECT_EQ(rest, nullptr) << row.position;
-      EXPECT_EQ(GetError(), 0x3000000Fu) << row.position;
+      EXPECT_EQ(GetError(), ORB_ERROR_INVALID_NAME) << row.position;
     } else {
       EXPECT_STREQ(rest, row.rest) << row.position;
       EXPECT_STREQ(component, row.component) << row.position;
@@ -191,21 +191,21 @@ TEST_F(Path, walk_table_from_the_root) {
       {"b:/D/x", "B 2 x"},
       {"B:D/.", "B 1 D"},
       {"B:/..", "B 1 "},
-      {"", "0x30000014"},
-      {"X/F", "0x30000014"},
-      {"D/X/F", "0x30000014"},
-      {"G/x", "0x30000014"},    // the parent is a file
-      {"G/x/y", "0x30000014"},  // on the way there is a file
-      {"G/.", "0x30000014"},
-      {"G/..", "0x30000014"},
-      {"C:/x", "0x30000012"},
-      {":x", "0x3000000F"},
-      {"D/E:x", "0x3000000F"},
-      {"D E:x", "0x3000000F"},
-      {"123456789012345678901234567890", "0x3000000F"},
+      {"", "PATH_NOT_FOUND"},
+      {"X/F", "PATH_NOT_FOUND"},
+      {"D/X/F", "PATH_NOT_FOUND"},
+      {"G/x", "PATH_NOT_FOUND"},    // the parent is a file
+      {"G/x/y", "PATH_NOT_FOUND"},  // on the way there is a file
+      {"G/.", "PATH_NOT_FOUND"},
+      {"G/..", "PATH_NOT_FOUND"},
+      {"C:/x", "NOT_MOUNTED"},
+      {":x", "INVALID_NAME"},
+      {"D/E:x", "INVALID_NAME"},
+      {"D E:x", "INVALID_NAME"},
+      {"123456789012345678901234567890", "INVALID_NAME"},
       {"12345678901234567890123456789", "A 1 12345678901234567890123456789"},
-      {"X/123456789012345678901234567890", "0x30000014"},  // X is looked up first
-      {"D/123456789012345678901234567890/x", "0x3000000F"},
+      {"X/123456789012345678901234567890", "PATH_NOT_FOUND"},  // X is looked up first
+      {"D/123456789012345678901234567890/x", "INVALID_NAME"},
   };
   for (const auto& row : rows) EXPECT_EQ(Walk(row.path), row.outcome) << row.path;
   EXPECT_EQ(NodesListed(), listed_);
@@ -238,9 +238,9 @@ TEST_F(Path, walk_on_another_volume_than_the_current_directory_s_starts_at_its_r
 TEST_F(Path, walk_without_a_current_directory_fails_for_every_path_but_the_empty_one) {  // Q12
   ASSERT_TRUE(OrbSetCurrentDirNode(nullptr));
   for (const char* path : {"x", "/x", "A:/x", "B:x", "C:/x", ":x", "/", "."}) {
-    EXPECT_EQ(Walk(path), "0x30000012") << path;
+    EXPECT_EQ(Walk(path), "NOT_MOUNTED") << path;
   }
-  EXPECT_EQ(Walk(""), "0x30000014");
+  EXPECT_EQ(Walk(""), "PATH_NOT_FOUND");
   ASSERT_TRUE(OrbSetCurrentDirNode(volume_->root));
 }
 
@@ -263,7 +263,7 @@ TEST_F(Path, walk_whose_reads_fail_keeps_the_code_and_no_reference) {
       const bool failed = testhost::FaultsFired() != 0;
       testhost::ClearFaults();
       if (!failed) break;
-      EXPECT_EQ(outcome, "0x30000006") << path << " " << n;
+      EXPECT_EQ(outcome, "NOT_READY") << path << " " << n;
       EXPECT_EQ(NodesListed(), listed_) << path << " " << n;
     }
   }
@@ -276,31 +276,31 @@ TEST_F(Path, walk_without_memory_fails_and_keeps_no_reference) {
     const bool failed = testhost::AllocationFaultsFired() != 0;
     testhost::ClearFaults();
     if (!failed) break;
-    EXPECT_EQ(outcome, "0x30000011") << n;
+    EXPECT_EQ(outcome, "OUT_OF_MEMORY") << n;
     EXPECT_EQ(NodesListed(), listed_) << n;
   }
 }
 
 TEST_F(Path, walk_up_from_a_directory_without_a_parent_entry_is_path_not_found) {
   Damage([](Bytes* image) { testhost::WriteU16(*image, testhost::BlockOffset(*image, 3) + 32, 0); });
-  EXPECT_EQ(Walk("A:/D/."), "0x30000014");
-  EXPECT_EQ(Walk("A:/D/.."), "0x30000014");
+  EXPECT_EQ(Walk("A:/D/."), "PATH_NOT_FOUND");
+  EXPECT_EQ(Walk("A:/D/.."), "PATH_NOT_FOUND");
 }
 
 TEST_F(Path, walk_up_to_a_parent_that_does_not_list_the_directory_is_path_not_found) {
   Damage([](Bytes* image) { testhost::WriteU16(*image, testhost::BlockOffset(*image, 3) + 32, 3); });  // ".." is E
-  EXPECT_EQ(Walk("A:/D/."), "0x30000014");
+  EXPECT_EQ(Walk("A:/D/."), "PATH_NOT_FOUND");
 }
 
 TEST_F(Path, walk_up_to_a_parent_that_is_a_file_is_path_not_found) {
   Damage([](Bytes* image) { testhost::WriteU16(*image, testhost::BlockOffset(*image, 3) + 32, 5); });  // ".." is G
-  EXPECT_EQ(Walk("A:/D/."), "0x30000014");
-  EXPECT_EQ(Walk("A:/D/../x"), "0x30000014");
+  EXPECT_EQ(Walk("A:/D/."), "PATH_NOT_FOUND");
+  EXPECT_EQ(Walk("A:/D/../x"), "PATH_NOT_FOUND");
 }
 
 TEST_F(Path, walk_through_a_name_of_a_node_that_does_not_exist_is_damage) {
   Damage([](Bytes* image) { testhost::WriteU16(*image, testhost::BlockOffset(*image, 2) + 64, 4000); });
-  EXPECT_EQ(Walk("A:/D/x"), "0x3000000B");
+  EXPECT_EQ(Walk("A:/D/x"), "DAMAGED_RECORD");
 }
 
 // ---- Resolving ------------------------------------------------------------------------------------------------------
@@ -310,12 +310,27 @@ TEST_F(Path, resolve_of_each_path_gives_its_node_or_code) {
     const char* path;
     const char* outcome;
   } rows[] = {
-      {"/", "A 1"},          {"D", "A 2"},       {"d/e/f", "A 4"},      {"D/E/", "A 3"},
+      {"/", "A 1"},
+      {"D", "A 2"},
+      {"d/e/f", "A 4"},
+      {"D/E/", "A 3"},
       {"D/E/F/", "A 4"},  // a trailing "/" adds nothing, not even behind a file
-      {"D/E/..", "A 2"},     {"D/..", "A 1"},    {"D/.", "A 2"},        {"A:", "A 1"},
-      {"B:", "B 1"},         {"B:d", "B 2"},     {"X", "missing"},      {"D/X", "missing"},
-      {"D/X/", "missing"},   {"A B", "missing"}, {"X/Y", "0x30000014"}, {"G/Y", "0x30000014"},
-      {"G/.", "0x30000014"}, {"", "0x30000014"}, {"C:/", "0x30000012"}, {"A B:/", "0x3000000F"},
+      {"D/E/..", "A 2"},
+      {"D/..", "A 1"},
+      {"D/.", "A 2"},
+      {"A:", "A 1"},
+      {"B:", "B 1"},
+      {"B:d", "B 2"},
+      {"X", "missing"},
+      {"D/X", "missing"},
+      {"D/X/", "missing"},
+      {"A B", "missing"},
+      {"X/Y", "PATH_NOT_FOUND"},
+      {"G/Y", "PATH_NOT_FOUND"},
+      {"G/.", "PATH_NOT_FOUND"},
+      {"", "PATH_NOT_FOUND"},
+      {"C:/", "NOT_MOUNTED"},
+      {"A B:/", "INVALID_NAME"},
   };
   for (const auto& row : rows) EXPECT_EQ(Resolve(row.path), row.outcome) << row.path;
   EXPECT_EQ(NodesListed(), listed_);
@@ -324,7 +339,7 @@ TEST_F(Path, resolve_of_each_path_gives_its_node_or_code) {
 TEST_F(Path, resolve_whose_last_reads_fail_keeps_the_code_and_no_reference) {
   for (uint32_t n = 1; n <= 6; ++n) {
     FailNthCall(Call::kReadFile, n, coredll::kHostNotReady);
-    EXPECT_EQ(Resolve("D/E/F"), "0x30000006") << n;
+    EXPECT_EQ(Resolve("D/E/F"), "NOT_READY") << n;
     EXPECT_EQ(NodesListed(), listed_) << n;
   }
   FailNthCall(Call::kReadFile, 7, coredll::kHostNotReady);

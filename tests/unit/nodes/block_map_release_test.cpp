@@ -229,7 +229,7 @@ TEST_F(BlockMapRelease, node_that_cannot_be_written_gives_nothing_back) {
     FailNthCall(Call::kWriteFile, 2, host);
     node_->record.size = 7 * 1024;
     EXPECT_FALSE(ReleaseFileBlocks(node_));
-    EXPECT_EQ(GetError(), host == coredll::kHostDiskFull ? 0x3000001Au : 0x30000006u);
+    EXPECT_EQ(GetError(), host == coredll::kHostDiskFull ? ORB_ERROR_DISK_FULL : ORB_ERROR_NOT_READY);
     EXPECT_EQ(FreedOrder(), Blocks());
     EXPECT_EQ(OnDisk().size, 7u * 1024);
     EXPECT_EQ(OnDisk().direct[0], blocks[0]);
@@ -241,7 +241,7 @@ TEST_F(BlockMapRelease, block_that_cannot_be_given_back_ends_it) {
   const Blocks blocks = Grow(5);
   node_->record.direct[2] = 0x00123456;
   EXPECT_FALSE(ReleaseFileBlocks(node_));
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   EXPECT_EQ(FreedOrder(), Part(blocks, 0, 2));
   EXPECT_EQ(OnDisk().size, 0u);
 }
@@ -250,7 +250,7 @@ TEST_F(BlockMapRelease, failed_write_of_the_chain_ends_it) {
   const Blocks blocks = Grow(5);
   FailNthCall(Call::kWriteFile, 6, coredll::kHostNotReady);  // mark, node, record, header, first entry, second entry
   EXPECT_FALSE(ReleaseFileBlocks(node_));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(volume_->failed, 1u);
   EXPECT_EQ(testhost::FreeChainOf(FileBytes(u"VOL"), blocks[0]).heap, Blocks({blocks[1]}));
 }
@@ -259,7 +259,7 @@ TEST_F(BlockMapRelease, no_memory_for_the_map_block_ends_it_after_the_direct_blo
   const Blocks blocks = Grow(7);
   FailNthAllocation(9);  // three for the first block given back, one for each of five more
   EXPECT_FALSE(ReleaseFileBlocks(node_));
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(FreedOrder(), Part(blocks, 0, 6));
 }
 
@@ -269,7 +269,7 @@ TEST_F(BlockMapRelease, no_memory_for_the_double_indirect_block_ends_it_after_th
   // 3 + 5 direct, the map, its 257 blocks, of which the one after a full record takes two (record and header).
   FailNthAllocation(3 + 5 + 1 + 257 + 1 + 1);
   EXPECT_FALSE(ReleaseFileBlocks(node_));
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(FreedOrder(), Joined({Part(blocks, 0, 6), {indirect}, Part(blocks, 6, 262)}));
 }
 
@@ -277,7 +277,7 @@ TEST_F(BlockMapRelease, map_block_that_cannot_be_read_ends_it_before_it_is_given
   const Blocks blocks = Grow(7);
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_FALSE(ReleaseFileBlocks(node_));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(FreedOrder(), Part(blocks, 0, 6));
 }
 
@@ -286,7 +286,7 @@ TEST_F(BlockMapRelease, double_indirect_block_that_cannot_be_read_ends_it_before
   const uint32_t indirect = node_->record.indirect;
   FailNthCall(Call::kReadFile, 2, coredll::kHostNotReady);
   EXPECT_FALSE(ReleaseFileBlocks(node_));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(FreedOrder(), Joined({Part(blocks, 0, 6), {indirect}, Part(blocks, 6, 262)}));
 }
 
@@ -294,7 +294,7 @@ TEST_F(BlockMapRelease, map_block_past_the_end_is_damage_of_the_volume) {
   const Blocks blocks = Grow(7);
   node_->record.indirect = 1000;
   EXPECT_FALSE(ReleaseFileBlocks(node_));
-  EXPECT_EQ(GetError(), 0x3000000Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
   EXPECT_EQ(FreedOrder(), Part(blocks, 0, 6));
 }
 
@@ -303,7 +303,7 @@ TEST_F(BlockMapRelease, number_in_a_map_block_that_lies_past_the_end_is_damage) 
   const uint32_t indirect = node_->record.indirect;
   PutWord(indirect, 1, 0xFFFFFFFF);
   EXPECT_FALSE(ReleaseFileBlocks(node_));
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   EXPECT_EQ(FreedOrder(), Joined({Part(blocks, 0, 6), {indirect}, {blocks[6]}}));
 }
 
@@ -311,7 +311,7 @@ TEST_F(BlockMapRelease, number_in_the_double_indirect_block_that_lies_past_the_e
   Grow(263);
   PutWord(node_->record.doubleIndirect, 0, 100000);
   EXPECT_FALSE(ReleaseFileBlocks(node_));
-  EXPECT_EQ(GetError(), 0x3000000Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
 }
 
 TEST_F(BlockMapRelease, maps_that_name_each_other_come_to_an_end) {

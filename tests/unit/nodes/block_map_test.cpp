@@ -98,7 +98,7 @@ TEST_F(BlockMapLookup, slot_beyond_the_map_is_damage_and_reads_nothing) {
   for (const uint32_t position : {65798u * 1024, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
     ClearError();
     EXPECT_EQ(LookupFileBlock(node_, position), 0u) << position;
-    EXPECT_EQ(GetError(), 0x3000000Bu) << position;
+    EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD) << position;
   }
   EXPECT_EQ(testhost::CallCount(), 0u);
 }
@@ -108,7 +108,7 @@ TEST_F(BlockMapLookup, missing_block_anywhere_on_the_way_is_damage) {
   const auto expectDamage = [this](uint32_t position, const char* what) {
     ClearError();
     EXPECT_EQ(LookupFileBlock(node_, position), 0u) << what;
-    EXPECT_EQ(GetError(), 0x3000000Bu) << what;
+    EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD) << what;
   };
   expectDamage(0, "direct slot");
   expectDamage(6 * 1024, "single-indirect block");
@@ -125,14 +125,14 @@ TEST_F(BlockMapLookup, missing_block_anywhere_on_the_way_is_damage) {
 TEST_F(BlockMapLookup, map_block_past_the_end_is_damage_of_the_volume) {
   node_->record.indirect = 10;
   EXPECT_EQ(LookupFileBlock(node_, 6 * 1024), 0u);
-  EXPECT_EQ(GetError(), 0x3000000Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
 }
 
 TEST_F(BlockMapLookup, map_block_out_of_reach_fails_at_the_host) {
   SetBlocks(20);
   node_->record.indirect = 0xFFFFFFFF;
   EXPECT_EQ(LookupFileBlock(node_, 7 * 1024), 0u);
-  EXPECT_EQ(GetError(), 0x30000004u);
+  EXPECT_EQ(GetError(), ORB_ERROR_READ);
 }
 
 TEST_F(BlockMapLookup, number_in_a_slot_is_returned_as_it_is) {
@@ -152,7 +152,7 @@ TEST_F(BlockMapLookup, failed_read_returns_0_with_its_code) {
   for (uint32_t n = 1; n <= 2; ++n) {
     FailNthCall(Call::kReadFile, n, coredll::kHostNotReady);
     EXPECT_EQ(LookupFileBlock(node_, 268288), 0u);
-    EXPECT_EQ(GetError(), 0x30000006u);
+    EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   }
 }
 
@@ -163,13 +163,13 @@ TEST_F(BlockMapSet, node_that_is_not_live_is_refused) {
   stranger.volume = volume_;
   stranger.references = 1;
   EXPECT_FALSE(SetFileBlock(&stranger, 0, 3));
-  EXPECT_EQ(GetError(), 0x30000007u);
+  EXPECT_EQ(GetError(), ORB_ERROR_ABORTED);
   EXPECT_FALSE(SetFileBlock(nullptr, 0, 3));
-  EXPECT_EQ(GetError(), 0x30000007u);
+  EXPECT_EQ(GetError(), ORB_ERROR_ABORTED);
   node_->references = 0;
   ClearError();
   EXPECT_FALSE(SetFileBlock(node_, 0, 3));
-  EXPECT_EQ(GetError(), 0x30000007u);
+  EXPECT_EQ(GetError(), ORB_ERROR_ABORTED);
   node_->references = 1;
   EXPECT_EQ(node_->record.direct[0], 0u);
 }
@@ -190,7 +190,7 @@ TEST_F(BlockMapSet, limit_is_the_size_and_one_in_whole_blocks) {  // M1, Q18
     node_->record.indirect = 10;
     ClearError();
     EXPECT_EQ(SetFileBlock(node_, c.logical * 1024, 7), c.allowed) << c.size << " " << c.logical;
-    EXPECT_EQ(GetError(), c.allowed ? 0u : 0x3000000Bu) << c.size << " " << c.logical;
+    EXPECT_EQ(GetError(), c.allowed ? 0u : ORB_ERROR_DAMAGED_RECORD) << c.size << " " << c.logical;
   }
   node_->record.size = 0;
 }
@@ -212,7 +212,7 @@ TEST_F(BlockMapSet, direct_slots_change_in_memory_alone) {
 TEST_F(BlockMapSet, block_beyond_the_map_is_refused_as_volume_full) {
   node_->record.size = 65798 * 1024;
   EXPECT_FALSE(SetFileBlock(node_, 65798 * 1024, 7));
-  EXPECT_EQ(GetError(), 0x3000001Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_VOLUME_FULL);
   EXPECT_EQ(testhost::CallCount(), 0u);
 }
 
@@ -261,13 +261,13 @@ TEST_F(BlockMapSet, cleared_slot_is_zero_and_its_map_block_stays) {  // M3
 TEST_F(BlockMapSet, single_indirect_block_missing_where_its_slot_is_not_0_is_damage) {
   node_->record.size = 7 * 1024;
   EXPECT_FALSE(SetFileBlock(node_, 7 * 1024, 7));
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   EXPECT_EQ(node_->record.indirect, 0u);
   EXPECT_EQ(testhost::CallCount(), 0u);
 }
 
 TEST_F(BlockMapSet, single_indirect_block_that_cannot_be_made_leaves_the_node) {
-  const uint32_t codes[] = {0x30000006, 0x3000001A};
+  const uint32_t codes[] = {ORB_ERROR_NOT_READY, ORB_ERROR_DISK_FULL};
   const uint32_t hosts[] = {coredll::kHostNotReady, coredll::kHostDiskFull};
   for (size_t i = 0; i < 2; ++i) {
     Start(1024);
@@ -337,14 +337,14 @@ TEST_F(BlockMapSet, second_level_block_missing_where_its_slot_is_not_0_is_damage
   node_->record.size = 263 * 1024;
   node_->record.doubleIndirect = 11;
   EXPECT_FALSE(SetFileBlock(node_, 263 * 1024, 7));
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   EXPECT_EQ(TraceText(), "seek 11280 / read 11280 4");
 }
 
 TEST_F(BlockMapSet, double_indirect_block_missing_where_the_slot_is_not_0_is_damage) {
   node_->record.size = 263 * 1024;
   EXPECT_FALSE(SetFileBlock(node_, 263 * 1024, 7));
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   EXPECT_EQ(testhost::CallCount(), 0u);
 }
 
@@ -352,7 +352,7 @@ TEST_F(BlockMapSet, double_indirect_block_missing_behind_its_first_second_level_
   SetBlocks(20);
   node_->record.size = (262 + 256) * 1024;
   EXPECT_FALSE(SetFileBlock(node_, (262 + 256) * 1024, 7));  // slot 0 of a second-level block, slot 1 of its parent
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   EXPECT_EQ(node_->record.doubleIndirect, 0u);
   EXPECT_EQ(volume_->header.freeChainHead, 0u);
   EXPECT_EQ(testhost::BlockCount(FileBytes(u"VOL")), 21u);
@@ -364,7 +364,7 @@ TEST_F(BlockMapSet, slot_of_the_double_indirect_block_that_cannot_be_read_fails_
   node_->record.doubleIndirect = 11;
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_FALSE(SetFileBlock(node_, 262 * 1024, 7));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(testhost::CallCount(Call::kWriteFile), 0u);
 }
 
@@ -374,7 +374,7 @@ TEST_F(BlockMapSet, slot_of_the_double_indirect_block_that_cannot_be_written_los
   node_->record.doubleIndirect = 11;
   FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
   EXPECT_FALSE(SetFileBlock(node_, 262 * 1024, 7));
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(WordAt(11, 0), 0u);
   EXPECT_EQ(volume_->header.freeChainHead, 0u);  // not given back: only a missing parent does that
   EXPECT_EQ(testhost::BlockCount(FileBytes(u"VOL")), 21u);
@@ -387,7 +387,7 @@ TEST_F(BlockMapSet, parent_that_meets_a_full_disk_gives_the_second_level_block_b
   node_->record.size = 262 * 1024;
   FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
   EXPECT_FALSE(SetFileBlock(node_, 262 * 1024, 7));
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(node_->record.doubleIndirect, 0u);
   EXPECT_EQ(volume_->header.freeChainHead, 21u);
   EXPECT_EQ(volume_->failed, 0u);
@@ -398,7 +398,7 @@ TEST_F(BlockMapSet, parent_that_meets_the_containers_limit_gives_the_second_leve
   const uint32_t second = (0x80000000u - 1024 - 1008 - 1040) / 1024 + 1;
   node_->record.size = 262 * 1024;
   EXPECT_FALSE(SetFileBlock(node_, 262 * 1024, 7));
-  EXPECT_EQ(GetError(), 0x3000001Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_VOLUME_FULL);
   EXPECT_EQ(node_->record.doubleIndirect, 0u);
   EXPECT_EQ(volume_->header.freeChainHead, second);
 }
@@ -408,7 +408,7 @@ TEST_F(BlockMapSet, parent_without_memory_gives_the_second_level_block_back) {
   node_->record.size = 262 * 1024;
   FailNthAllocation(2);
   EXPECT_FALSE(SetFileBlock(node_, 262 * 1024, 7));
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(node_->record.doubleIndirect, 0u);
   EXPECT_EQ(volume_->header.freeChainHead, 21u);
 }
@@ -420,7 +420,7 @@ TEST_F(BlockMapSet, parent_that_fails_for_another_reason_leaves_the_second_level
     node_->record.size = 262 * 1024;
     FailNthCall(call, call == Call::kGetFileSize ? 2 : 3, coredll::kHostNotReady);
     EXPECT_FALSE(SetFileBlock(node_, 262 * 1024, 7));
-    EXPECT_EQ(GetError(), 0x30000006u);
+    EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
     EXPECT_EQ(node_->record.doubleIndirect, 0u);
     EXPECT_EQ(volume_->header.freeChainHead, 0u);
     EXPECT_EQ(testhost::BlockCount(FileBytes(u"VOL")), 21u);
@@ -432,7 +432,7 @@ TEST_F(BlockMapSet, second_level_block_that_cannot_be_had_makes_nothing) {
   node_->record.size = 262 * 1024;
   testhost::ResizeFile(u"VOL", 0x7FFFFFFF);
   EXPECT_FALSE(SetFileBlock(node_, 262 * 1024, 7));
-  EXPECT_EQ(GetError(), 0x3000001Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_VOLUME_FULL);
   EXPECT_EQ(TraceText(), "size");
   EXPECT_EQ(node_->record.doubleIndirect, 0u);
 }
@@ -447,7 +447,7 @@ TEST_F(BlockMapSet, entry_of_an_existing_block_returns_that_block) {
 
 TEST_F(BlockMapSet, entry_of_no_block_makes_one_for_slot_0_only) {
   EXPECT_EQ(SetIndirectEntry(volume_, 0, 1, 7), 0u);
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   EXPECT_EQ(testhost::CallCount(), 0u);
   EXPECT_EQ(SetIndirectEntry(volume_, 0, 0, 7), 3u);
   EXPECT_EQ(WordAt(3, 0), 7u);
@@ -457,14 +457,14 @@ TEST_F(BlockMapSet, entry_that_cannot_be_written_returns_0) {
   SetBlocks(20);
   FailNthCall(Call::kWriteFile, 2, coredll::kHostNotReady);
   EXPECT_EQ(SetIndirectEntry(volume_, 10, 0, 7), 0u);
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(volume_->failed, 1u);
 }
 
 TEST_F(BlockMapSet, entry_of_a_new_block_that_cannot_be_written_returns_0) {
   FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
   EXPECT_EQ(SetIndirectEntry(volume_, 0, 0, 7), 0u);
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
 }
 
 // ---- Append ---------------------------------------------------------------------------------------------------------
@@ -507,7 +507,7 @@ TEST_F(BlockMapAppend, block_beyond_the_map_is_refused_before_a_block_is_taken) 
     Start(size.blockSize);
     node_->record.size = size.capacity * size.blockSize;
     EXPECT_FALSE(AppendFileBlock(node_, node_->record.size, "x", 1, kDataWrite));
-    EXPECT_EQ(GetError(), 0x3000001Bu);
+    EXPECT_EQ(GetError(), ORB_ERROR_VOLUME_FULL);
     EXPECT_EQ(testhost::CallCount(), 0u);
   }
 }
@@ -518,7 +518,7 @@ TEST_F(BlockMapAppend, block_whose_map_entry_fails_is_lost) {
   FailNthAllocation(1);  // the single-indirect block's padding; the data takes none
   const Bytes data = Pattern(1024);
   EXPECT_FALSE(AppendFileBlock(node_, 6 * 1024, data.data(), 1024, kDataWrite));
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(volume_->header.freeChainHead, 0u);
   EXPECT_EQ(testhost::BlockCount(FileBytes(u"VOL")), end + 1);
   EXPECT_EQ(node_->record.indirect, 0u);
@@ -571,10 +571,10 @@ TEST_F(BlockMapAppend, file_at_the_end_of_its_map_does_not_grow) {
   ASSERT_EQ(OrbSetFilePointer(file, 0, ORB_SEEK_END), 67377152u);
   OrbU32 done = 77;
   EXPECT_EQ(OrbWriteFile(file, "x", 1, &done), 0);
-  EXPECT_EQ(GetError(), 0x3000001Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_VOLUME_FULL);
   EXPECT_EQ(done, 0u);
   EXPECT_EQ(OrbSetFileSize(file, 67377153), 0);
-  EXPECT_EQ(GetError(), 0x3000001Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_VOLUME_FULL);
   EXPECT_EQ(OrbGetFileSize(file), 67377152u);
   EXPECT_EQ(testhost::CallCount(), 0u);
   node_->record.size = 0;

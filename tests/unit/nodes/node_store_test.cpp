@@ -95,7 +95,7 @@ TEST_F(NodeStore, create_accepts_bits_1_2_and_8_alone) {
     if ((attributes & 0xFFF4) == 0) continue;
     ClearError();
     ASSERT_EQ(OrbNodeCreate(volume_, static_cast<uint16_t>(attributes)), nullptr) << attributes;
-    ASSERT_EQ(GetError(), 0x3000000Eu) << attributes;
+    ASSERT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT) << attributes;
   }
   EXPECT_EQ(Calls(), "");
   EXPECT_EQ(NodesListed(), 1u);
@@ -168,7 +168,7 @@ TEST_F(NodeStore, create_without_a_free_number_fails) {
   Start(2, 1024);
   CreateUpTo(16);
   EXPECT_EQ(Create(), 0u);
-  EXPECT_EQ(GetError(), 0x30000017u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_FREE_NODE);
   EXPECT_EQ(Calls(), "");
   EXPECT_EQ(NodesListed(), 16u);
 }
@@ -176,7 +176,7 @@ TEST_F(NodeStore, create_without_a_free_number_fails) {
 TEST_F(NodeStore, create_on_a_volume_without_a_bitmap_fails) {
   Start(0, 1024);
   EXPECT_EQ(Create(), 0u);
-  EXPECT_EQ(GetError(), 0x30000017u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_FREE_NODE);
   EXPECT_EQ(NodesListed(), 1u);
 }
 
@@ -189,14 +189,14 @@ TEST_F(NodeStore, create_of_a_number_beyond_the_node_block_table_fails) {  // Q2
   testhost::ClearTrace();
   EXPECT_EQ(volume_->bitmap[3584 / 8], 0xFF);
   EXPECT_EQ(Create(), 0u);
-  EXPECT_EQ(GetError(), 0x30000017u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_FREE_NODE);
   EXPECT_EQ(Calls(), "");
 }
 
 TEST_F(NodeStore, create_without_memory_for_the_object_fails) {
   FailNthAllocation(1);
   EXPECT_EQ(Create(), 0u);
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(Calls(), "");
 }
 
@@ -204,7 +204,7 @@ TEST_F(NodeStore, create_without_memory_for_a_node_block_fails_and_changes_nothi
   CreateUpTo(16);
   FailNthAllocation(2);
   EXPECT_EQ(Create(), 0u);
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(Calls(), "");
   EXPECT_EQ(volume_->nodeTable[1], 0u);
   EXPECT_EQ(Create(), 17u);
@@ -214,7 +214,7 @@ TEST_F(NodeStore, create_without_memory_for_the_table_loses_the_block_and_leaves
   CreateUpTo(16);
   FailNthAllocation(3);
   EXPECT_EQ(Create(), 0u);
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(Writes(), "mark / block 3");
   EXPECT_EQ(volume_->nodeTable[1], 0u);
   EXPECT_EQ(Create(), 17u);
@@ -224,7 +224,7 @@ TEST_F(NodeStore, create_without_memory_for_the_table_loses_the_block_and_leaves
 TEST_F(NodeStore, create_whose_record_is_not_written_leaves_the_number_free) {
   FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
   EXPECT_EQ(Create(), 0u);
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(volume_->bitmap[0], 0x7F);
   EXPECT_EQ(NodesListed(), 1u);
   OrbCommitVolume(volume_);
@@ -234,7 +234,7 @@ TEST_F(NodeStore, create_whose_record_is_not_written_leaves_the_number_free) {
 TEST_F(NodeStore, create_whose_bitmap_is_not_written_leaves_the_number_free) {  // S4, V3
   FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
   EXPECT_EQ(Create(), 0u);
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(volume_->bitmap[0], 0x7F);
   EXPECT_EQ(Image()[1024], 0x7F);
   EXPECT_EQ(NodesListed(), 1u);
@@ -246,7 +246,7 @@ TEST_F(NodeStore, create_whose_table_is_not_written_leaves_the_table) {  // S4, 
   CreateUpTo(16);
   FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
   EXPECT_EQ(Create(), 0u);
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(volume_->nodeTable[1], 0u);
   EXPECT_EQ(testhost::NodeTableEntry(Image(), 1), 0u);
   EXPECT_EQ(volume_->bitmap[2], 0xFF);
@@ -258,10 +258,10 @@ TEST_F(NodeStore, create_that_fails_for_another_reason_than_a_full_disk_fails_th
   FailNthCall(Call::kWriteFile, 2, coredll::kHostNotReady);
   ClearError();
   EXPECT_EQ(OrbNodeCreate(volume_, 0), nullptr);
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(volume_->failed, 1u);
   EXPECT_EQ(OrbNodeCreate(volume_, 0), nullptr);
-  EXPECT_EQ(GetError(), 0x30000003u);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRITE);
 }
 
 // ---- Deletion -------------------------------------------------------------------------------------------------------
@@ -331,7 +331,7 @@ TEST_F(NodeStore, delete_of_a_node_that_others_hold_fails_and_takes_the_referenc
   OrbNodeAddRef(node);
   ClearError();
   EXPECT_FALSE(OrbNodeDelete(node));
-  EXPECT_EQ(GetError(), 0x30000022u);
+  EXPECT_EQ(GetError(), ORB_ERROR_IN_USE);
   EXPECT_EQ(node->references, 1u);
   EXPECT_EQ(Calls(), "");
   EXPECT_TRUE(testhost::NodeInUse(Image(), 2));
@@ -341,10 +341,10 @@ TEST_F(NodeStore, delete_of_a_node_that_is_not_valid_is_aborted) {
   OrbNode stranger = *volume_->root;
   ClearError();
   EXPECT_FALSE(OrbNodeDelete(&stranger));
-  EXPECT_EQ(GetError(), 0x30000007u);
+  EXPECT_EQ(GetError(), ORB_ERROR_ABORTED);
   EXPECT_EQ(stranger.references, volume_->root->references);
   EXPECT_FALSE(OrbNodeDelete(nullptr));
-  EXPECT_EQ(GetError(), 0x30000007u);
+  EXPECT_EQ(GetError(), ORB_ERROR_ABORTED);
   EXPECT_EQ(Calls(), "");
 }
 
@@ -355,7 +355,7 @@ TEST_F(NodeStore, delete_of_a_number_that_is_free_already_is_damage_and_takes_th
   held_.clear();
   ClearError();
   EXPECT_FALSE(OrbNodeDelete(node));
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   EXPECT_EQ(NodesListed(), 1u);
   EXPECT_EQ(Calls(), "");
 }
@@ -368,7 +368,7 @@ TEST_F(NodeStore, delete_of_a_number_outside_the_bitmap_is_damage) {
     node->record.number = static_cast<uint16_t>(number);
     ClearError();
     EXPECT_FALSE(OrbNodeDelete(node)) << number;
-    EXPECT_EQ(GetError(), 0x3000000Bu) << number;
+    EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD) << number;
     EXPECT_EQ(NodesListed(), 1u) << number;
     held_[0] = OrbNodeGet(volume_, 2);
   }
@@ -381,7 +381,7 @@ TEST_F(NodeStore, delete_whose_bitmap_is_not_written_leaves_all_as_it_was) {  //
   OrbNode* const node = OrbNodeGet(volume_, 2);
   FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
   EXPECT_FALSE(OrbNodeDelete(node));
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(volume_->bitmap[0], 0x3F);
   EXPECT_TRUE(testhost::NodeInUse(Image(), 2));
   EXPECT_EQ(Stored(2).size, 100u);
@@ -395,7 +395,7 @@ TEST_F(NodeStore, delete_whose_record_is_not_written_gives_no_block_back) {
   OrbNode* const node = OrbNodeGet(volume_, 2);
   FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
   EXPECT_FALSE(OrbNodeDelete(node));
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_FALSE(testhost::NodeInUse(Image(), 2));
   EXPECT_EQ(ChainHead(), 0u);
   EXPECT_EQ(NodesListed(), 1u);
@@ -406,7 +406,7 @@ TEST_F(NodeStore, delete_whose_table_is_not_written_keeps_the_node_block) {
   CreateUpTo(17);
   FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
   EXPECT_FALSE(DeleteNumber(17));
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(volume_->nodeTable[1], 3u);
   EXPECT_EQ(testhost::NodeTableEntry(Image(), 1), 3u);
   EXPECT_EQ(Create(), 17u);
@@ -423,10 +423,11 @@ TEST_F(NodeStore, delete_whose_node_block_cannot_be_given_back_has_lost_the_bloc
     const char* calls;
     uint32_t head;  // in memory
   } failures[] = {
-      {Call::kGetFileSize, 1, coredll::kHostAccessDenied, 0x30000019, "mark / write bitmap / write table / size !5", 0},
-      {Call::kWriteFile, 4, coredll::kHostDiskFull, 0x3000001A,
+      {Call::kGetFileSize, 1, coredll::kHostAccessDenied, ORB_ERROR_ACCESS_DENIED,
+       "mark / write bitmap / write table / size !5", 0},
+      {Call::kWriteFile, 4, coredll::kHostDiskFull, ORB_ERROR_DISK_FULL,
        "mark / write bitmap / write table / size / write block 3 !112", 3},
-      {Call::kWriteFile, 5, coredll::kHostDiskFull, 0x3000001A,
+      {Call::kWriteFile, 5, coredll::kHostDiskFull, ORB_ERROR_DISK_FULL,
        "mark / write bitmap / write table / size / write block 3 / write header !112", 3},
   };
   for (const auto& failure : failures) {
@@ -453,7 +454,7 @@ TEST_F(NodeStore, delete_whose_node_block_finds_no_memory_has_lost_the_block) {
   CreateUpTo(17);
   FailNthAllocation(2);  // after the table's copy: the chain's cache
   EXPECT_FALSE(DeleteNumber(17));
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(Calls(), "mark / write bitmap / write table / size / clear");
   EXPECT_EQ(volume_->nodeTable[1], 0u);
   EXPECT_EQ(testhost::NodeTableEntry(Image(), 1), 0u);

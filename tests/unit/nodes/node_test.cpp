@@ -131,7 +131,7 @@ TEST_F(Node, alloc_takes_a_dead_object_before_new_memory) {
 TEST_F(Node, alloc_without_memory_fails_and_leaves_the_list_alone) {
   testhost::FailNthAllocation(1);
   EXPECT_EQ(OrbNodeAlloc(), nullptr);
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(NodesListed(), 1u);
 }
 
@@ -199,18 +199,18 @@ TEST_F(Node, get_knows_a_record_by_the_number_it_was_asked_for) {  // Q26
 TEST_F(Node, get_whose_read_fails_keeps_the_code_and_leaves_no_object) {
   testhost::FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_EQ(Get(3), nullptr);
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(NodesListed(), 1u);
   testhost::ShortenNthRead(1, 63);
   EXPECT_EQ(Get(3), nullptr);
-  EXPECT_EQ(GetError(), 0x3000000Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
   EXPECT_EQ(NodesListed(), 1u);
 }
 
 TEST_F(Node, get_without_memory_fails) {
   testhost::FailNthAllocation(1);
   EXPECT_EQ(Get(3), nullptr);
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(Calls(), "");
 }
 
@@ -218,7 +218,7 @@ TEST_F(Node, number_that_no_volume_gives_out_is_a_damaged_record) {
   // 128 nodes; block 1 holds 1 to 16, the others have no node block.
   for (const unsigned number : {0u, 17u, 128u, 129u, 224u * 16 + 1, 65535u}) {
     EXPECT_EQ(Get(static_cast<uint16_t>(number)), nullptr) << number;
-    EXPECT_EQ(GetError(), 0x3000000Bu) << number;
+    EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD) << number;
   }
   EXPECT_EQ(Calls(), "");
   EXPECT_EQ(NodesListed(), 1u);
@@ -233,7 +233,7 @@ TEST_F(Node, number_above_the_bitmap_is_a_damaged_record_though_its_node_block_e
   EXPECT_NE(last, nullptr);
   OrbNodeRelease(last);
   EXPECT_EQ(Get(9), nullptr);
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
 }
 
 TEST_F(Node, number_beyond_the_node_block_table_is_a_damaged_record) {
@@ -243,9 +243,9 @@ TEST_F(Node, number_beyond_the_node_block_table_is_a_damaged_record) {
   EXPECT_NE(last, nullptr);
   OrbNodeRelease(last);
   EXPECT_EQ(Get(3585), nullptr);
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   EXPECT_EQ(Get(7168), nullptr);
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   volume_->nodeTable[kNodeTableEntries - 1] = 0;
 }
 
@@ -254,7 +254,7 @@ TEST_F(Node, root_of_a_volume_without_a_bitmap_is_there) {
   EXPECT_EQ(volume_->root->record.number, 1u);
   EXPECT_EQ(volume_->root->record.attributes, 0x000Eu);
   EXPECT_EQ(Get(2), nullptr);
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   ClearError();
   EXPECT_TRUE(OrbNodeWrite(volume_->root));
   EXPECT_EQ(Writes(), "mark / node 1");
@@ -264,10 +264,10 @@ TEST_F(Node, root_of_a_volume_without_a_bitmap_is_there) {
 TEST_F(Node, node_block_beyond_the_container_cannot_be_read) {
   volume_->nodeTable[1] = 1000;
   EXPECT_EQ(Get(17), nullptr);
-  EXPECT_EQ(GetError(), 0x3000000Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
   volume_->nodeTable[1] = 0x80000000;
   EXPECT_EQ(Get(17), nullptr);
-  EXPECT_EQ(GetError(), 0x30000004u);  // the host refuses the seek
+  EXPECT_EQ(GetError(), ORB_ERROR_READ);  // the host refuses the seek
   volume_->nodeTable[1] = 0;
 }
 
@@ -313,9 +313,9 @@ TEST_F(Node, write_of_a_node_that_is_not_valid_is_aborted) {
   OrbNode stranger = *volume_->root;
   ClearError();
   EXPECT_FALSE(OrbNodeWrite(&stranger));
-  EXPECT_EQ(GetError(), 0x30000007u);
+  EXPECT_EQ(GetError(), ORB_ERROR_ABORTED);
   EXPECT_FALSE(OrbNodeWrite(nullptr));
-  EXPECT_EQ(GetError(), 0x30000007u);
+  EXPECT_EQ(GetError(), ORB_ERROR_ABORTED);
   EXPECT_EQ(Calls(), "");
 }
 
@@ -325,7 +325,7 @@ TEST_F(Node, write_of_a_number_without_a_place_is_a_damaged_record) {
   for (const unsigned number : {0u, 17u, 129u, 65535u}) {
     node->record.number = static_cast<uint16_t>(number);
     EXPECT_FALSE(OrbNodeWrite(node)) << number;
-    EXPECT_EQ(GetError(), 0x3000000Bu) << number;
+    EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD) << number;
   }
   EXPECT_EQ(Calls(), "");
   OrbNodeRelease(node);
@@ -334,14 +334,14 @@ TEST_F(Node, write_of_a_number_without_a_place_is_a_damaged_record) {
 TEST_F(Node, write_that_fails_keeps_the_code) {
   testhost::FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);  // after the mark
   EXPECT_FALSE(OrbNodeWrite(volume_->root));
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(volume_->failed, 0u);
   testhost::FailNthCall(Call::kWriteFile, 1, coredll::kHostWriteProtected);
   EXPECT_FALSE(OrbNodeWrite(volume_->root));
-  EXPECT_EQ(GetError(), 0x30000005u);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRITE_PROTECTED);
   EXPECT_EQ(volume_->failed, 1u);
   EXPECT_FALSE(OrbNodeWrite(volume_->root));
-  EXPECT_EQ(GetError(), 0x30000003u);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRITE);
 }
 
 TEST_F(Node, stamp_and_write_takes_the_time_of_now_and_leaves_the_eighth_byte) {

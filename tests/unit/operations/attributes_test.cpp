@@ -58,12 +58,12 @@ TEST_F(Attributes, get_of_an_open_file_works) {
 
 TEST_F(Attributes, get_that_fails_returns_ffff_with_the_code) {  // Q2
   EXPECT_EQ(OrbGetFileAttributesA("X"), 0xFFFFu);
-  EXPECT_EQ(Get("X"), "0x30000013");
-  EXPECT_EQ(Get("X/Y"), "0x30000014");
-  EXPECT_EQ(Get(""), "0x30000014");
-  EXPECT_EQ(Get("B:/X"), "0x30000012");
+  EXPECT_EQ(Get("X"), "FILE_NOT_FOUND");
+  EXPECT_EQ(Get("X/Y"), "PATH_NOT_FOUND");
+  EXPECT_EQ(Get(""), "PATH_NOT_FOUND");
+  EXPECT_EQ(Get("B:/X"), "NOT_MOUNTED");
   testhost::FailNthCall(Call::kReadFile, 2, kHostNotReady);
-  EXPECT_EQ(Get("F"), "0x30000006");
+  EXPECT_EQ(Get("F"), "NOT_READY");
   EXPECT_EQ(NodesListed(), 1u);
 }
 
@@ -96,7 +96,7 @@ TEST_F(Attributes, set_to_the_value_it_has_still_commits) {
   EXPECT_EQ(Set("F", 0), "");
   EXPECT_EQ(Writes(), "clear");
   volume_->failed = 1;
-  EXPECT_EQ(Set("F", 0), "0x30000003");
+  EXPECT_EQ(Set("F", 0), "WRITE");
 }
 
 TEST_F(Attributes, set_refuses_every_other_bit_before_it_looks_at_the_path) {
@@ -104,24 +104,24 @@ TEST_F(Attributes, set_refuses_every_other_bit_before_it_looks_at_the_path) {
   for (uint32_t bit = 0; bit < 32; ++bit) {
     const int32_t attributes = static_cast<int32_t>(1u << bit);
     if (bit < 2) continue;
-    EXPECT_EQ(Set("F", attributes), "0x3000000E") << bit;
-    EXPECT_EQ(Set("NONE", attributes), "0x3000000E") << bit;
-    EXPECT_EQ(Set("", attributes), "0x3000000E") << bit;
+    EXPECT_EQ(Set("F", attributes), "INVALID_ARGUMENT") << bit;
+    EXPECT_EQ(Set("NONE", attributes), "INVALID_ARGUMENT") << bit;
+    EXPECT_EQ(Set("", attributes), "INVALID_ARGUMENT") << bit;
   }
-  EXPECT_EQ(Set("F", 4), "0x3000000E");
-  EXPECT_EQ(Set("F", -1), "0x3000000E");
-  EXPECT_EQ(Set("D", 8), "0x3000000E");
+  EXPECT_EQ(Set("F", 4), "INVALID_ARGUMENT");
+  EXPECT_EQ(Set("F", -1), "INVALID_ARGUMENT");
+  EXPECT_EQ(Set("D", 8), "INVALID_ARGUMENT");
   EXPECT_EQ(Calls(), "");
 }
 
 TEST_F(Attributes, set_table_of_bad_paths_gives_each_its_code) {
   testhost::ClearTrace();
-  EXPECT_EQ(Set("X", 1), "0x30000013");
-  EXPECT_EQ(Set("X/Y", 1), "0x30000014");
-  EXPECT_EQ(Set("D", 1), "0x3000001D");
-  EXPECT_EQ(Set("D", 0), "0x3000001D");
-  EXPECT_EQ(Set("/", 0), "0x3000001D");
-  EXPECT_EQ(Set("B:/F", 0), "0x30000012");
+  EXPECT_EQ(Set("X", 1), "FILE_NOT_FOUND");
+  EXPECT_EQ(Set("X/Y", 1), "PATH_NOT_FOUND");
+  EXPECT_EQ(Set("D", 1), "WRONG_KIND");
+  EXPECT_EQ(Set("D", 0), "WRONG_KIND");
+  EXPECT_EQ(Set("/", 0), "WRONG_KIND");
+  EXPECT_EQ(Set("B:/F", 0), "NOT_MOUNTED");
   EXPECT_EQ(Writes(), "");
   EXPECT_EQ(NodesListed(), 1u);
 }
@@ -131,10 +131,10 @@ TEST_F(Attributes, set_that_fails_early_does_not_commit) {
   const OrbHandle file = Open("F");
   volume_->header.stateFlags = kVolumeDirty;
   testhost::ClearTrace();
-  EXPECT_EQ(Set("F", 1), "0x30000022");
-  EXPECT_EQ(Set("D", 1), "0x3000001D");
-  EXPECT_EQ(Set("X", 1), "0x30000013");
-  EXPECT_EQ(Set("F", 4), "0x3000000E");
+  EXPECT_EQ(Set("F", 1), "IN_USE");
+  EXPECT_EQ(Set("D", 1), "WRONG_KIND");
+  EXPECT_EQ(Set("X", 1), "FILE_NOT_FOUND");
+  EXPECT_EQ(Set("F", 4), "INVALID_ARGUMENT");
   EXPECT_EQ(Writes(), "");
   volume_->header.stateFlags = 0;
   EXPECT_EQ(OrbCloseFile(file), 1);
@@ -142,7 +142,7 @@ TEST_F(Attributes, set_that_fails_early_does_not_commit) {
 
 TEST_F(Attributes, set_of_an_open_file_is_in_use_unless_nothing_changes) {
   const OrbHandle file = Open("F");
-  EXPECT_EQ(Set("F", 1), "0x30000022");
+  EXPECT_EQ(Set("F", 1), "IN_USE");
   EXPECT_EQ(Get("F"), "0");
   EXPECT_EQ(Set("F", 0), "");
   EXPECT_EQ(OrbCloseFile(file), 1);
@@ -152,7 +152,7 @@ TEST_F(Attributes, set_of_an_open_file_is_in_use_unless_nothing_changes) {
 TEST_F(Attributes, set_read_only_forbids_writing_and_allows_reading_and_deleting) {
   EXPECT_EQ(Set("F", 1), "");
   EXPECT_EQ(OrbOpenFileA("F", ORB_OPEN_WRITE), ORB_INVALID_HANDLE);
-  EXPECT_EQ(GetError(), 0x30000019u);
+  EXPECT_EQ(GetError(), ORB_ERROR_ACCESS_DENIED);
   EXPECT_EQ(Contents("F"), Pattern(10));
   EXPECT_EQ(Outcome(OrbDeleteFileA("F")), "");
 }
@@ -160,12 +160,12 @@ TEST_F(Attributes, set_read_only_forbids_writing_and_allows_reading_and_deleting
 TEST_F(Attributes, set_with_every_call_failing) {
   const Operation setting = {nullptr, [] { return OrbSetFileAttributesA("F", 1) != 0; }, nullptr};
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, setting),
-            (Lines{"mark: 0x30000003", "write node 2: 0x3000001A", "clear: 0x3000001A, marked"}));
+            (Lines{"mark: WRITE", "write node 2: DISK_FULL", "clear: DISK_FULL, marked"}));
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostAccessDenied, Repeat::kOnce, setting),
-            (Lines{"mark: 0x30000003", "write node 2: 0x30000003, marked", "clear: 0x30000019, marked"}));
+            (Lines{"mark: WRITE", "write node 2: WRITE, marked", "clear: ACCESS_DENIED, marked"}));
   EXPECT_EQ(FailEach(Call::kReadFile, kHostNotReady, Repeat::kOnce, setting),
-            (Lines{"read block 2: 0x30000006", "read node 2: 0x30000006"}));
-  EXPECT_EQ(FailEachAllocation(setting), (Lines{"0x30000011", "0x30000011"}));
+            (Lines{"read block 2: NOT_READY", "read node 2: NOT_READY"}));
+  EXPECT_EQ(FailEachAllocation(setting), (Lines{"OUT_OF_MEMORY", "OUT_OF_MEMORY"}));
 }
 
 }  // namespace

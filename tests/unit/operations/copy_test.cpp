@@ -202,12 +202,12 @@ TEST_F(Copy, table_of_bad_paths_gives_each_its_code) {
     const char* to;
     const char* outcome;
   } rows[] = {
-      {"X", "G", "0x30000013"},    {"D/X", "G", "0x30000013"},  {"X/Y", "G", "0x30000014"},
-      {"", "G", "0x30000014"},     {"B:/X", "G", "0x30000012"}, {"D", "G", "0x3000001D"},
-      {"/", "G", "0x3000001D"},    {"D", "F", "0x3000001D"},  // the kind is looked at first
-      {"D", "A B", "0x3000001D"},  {"F", "A B", "0x3000000F"},  {"F", "/", "0x3000000F"},
-      {"F", "D/..", "0x3000000F"}, {"F", "F", "0x30000015"},    {"F", "D", "0x30000015"},
-      {"F", "d/f", "0x30000015"},  {"F", "D/.", "0x30000015"},
+      {"X", "G", "FILE_NOT_FOUND"},  {"D/X", "G", "FILE_NOT_FOUND"}, {"X/Y", "G", "PATH_NOT_FOUND"},
+      {"", "G", "PATH_NOT_FOUND"},   {"B:/X", "G", "NOT_MOUNTED"},   {"D", "G", "WRONG_KIND"},
+      {"/", "G", "WRONG_KIND"},      {"D", "F", "WRONG_KIND"},  // the kind is looked at first
+      {"D", "A B", "WRONG_KIND"},    {"F", "A B", "INVALID_NAME"},   {"F", "/", "INVALID_NAME"},
+      {"F", "D/..", "INVALID_NAME"}, {"F", "F", "FILE_EXISTS"},      {"F", "D", "FILE_EXISTS"},
+      {"F", "d/f", "FILE_EXISTS"},   {"F", "D/.", "FILE_EXISTS"},
   };
   testhost::ClearTrace();
   for (const auto& row : rows) EXPECT_EQ(CopyFile(row.from, row.to), row.outcome) << row.from << " to " << row.to;
@@ -225,7 +225,7 @@ TEST_F(Copy, separators_behind_the_new_name_add_nothing) {
   EXPECT_EQ(Names("D"), Lines{"NEW"});
   EXPECT_EQ(Contents("NEW"), Pattern(1500));
   EXPECT_EQ(Contents("D/NEW"), Pattern(1500));
-  EXPECT_EQ(CopyFile("F", "D/"), "0x30000015");  // D itself, not what is below it
+  EXPECT_EQ(CopyFile("F", "D/"), "FILE_EXISTS");  // D itself, not what is below it
   EXPECT_EQ(Findings(), "");
 }
 
@@ -233,19 +233,19 @@ TEST_F(Copy, of_a_node_that_is_not_valid_is_of_the_wrong_kind) {
   OrbNode stranger = {};
   ClearError();
   EXPECT_FALSE(OrbCopyNodeTo(volume_->root, "G", &stranger));
-  EXPECT_EQ(GetError(), 0x3000001Du);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRONG_KIND);
   EXPECT_FALSE(OrbCopyNodeTo(volume_->root, "G", nullptr));
-  EXPECT_EQ(GetError(), 0x3000001Du);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRONG_KIND);
 }
 
 TEST_F(Copy, second_path_that_does_not_resolve_keeps_the_source_referenced) {
   LeavesThingsBehind();
   MakeFile("F");
-  EXPECT_EQ(CopyFile("F", "NONE/G"), "0x30000014");
+  EXPECT_EQ(CopyFile("F", "NONE/G"), "PATH_NOT_FOUND");
   EXPECT_EQ(NodesListed(), 2u);
   EXPECT_EQ(OrbOpenFileA("F", 1), ORB_INVALID_HANDLE);
-  EXPECT_EQ(GetError(), 0x30000022u);
-  EXPECT_EQ(Outcome(OrbDeleteFileA("F")), "0x30000022");
+  EXPECT_EQ(GetError(), ORB_ERROR_IN_USE);
+  EXPECT_EQ(Outcome(OrbDeleteFileA("F")), "IN_USE");
   EXPECT_EQ(CopyFile("F", "G"), "");  // it can still be copied
 }
 
@@ -263,14 +263,14 @@ TEST_F(Copy, kept_reference_can_be_let_go_after_its_volume_is_gone) {
 TEST_F(Copy, without_a_free_number_fails) {
   Start(1, 1024);
   MakeFiles("F", 2, 8);
-  EXPECT_EQ(CopyFile("F2", "X"), "0x30000017");
+  EXPECT_EQ(CopyFile("F2", "X"), "NO_FREE_NODE");
   EXPECT_EQ(Writes(), "");
 }
 
 TEST_F(Copy, of_a_source_whose_map_ends_early_leaves_the_copy_without_a_name) {
   MakeFile("F", Pattern(3000));
   Damage([](Bytes* image) { testhost::WriteU32(*image, testhost::NodeOffset(*image, 2) + 40, 0); });
-  EXPECT_EQ(CopyFile("F", "G"), "0x3000000B");
+  EXPECT_EQ(CopyFile("F", "G"), "DAMAGED_RECORD");
   EXPECT_EQ(NumberOf("G"), 0u);
   EXPECT_TRUE(testhost::NodeInUse(Image(), 3));
   EXPECT_EQ(Stored(3).size, 2048u);
@@ -325,14 +325,14 @@ TEST_F(Copy, of_a_source_whose_size_lies_just_below_2_to_the_32_ends) {
 TEST_F(Copy, of_attributes_that_no_creation_takes_fails) {
   MakeFile("F");
   Damage([](Bytes* image) { testhost::WriteU16(*image, testhost::NodeOffset(*image, 2) + 6, 0x0100); });
-  EXPECT_EQ(CopyFile("F", "G"), "0x3000000E");
+  EXPECT_EQ(CopyFile("F", "G"), "INVALID_ARGUMENT");
   EXPECT_EQ(Writes(), "");
 }
 
 TEST_F(Copy, that_fills_the_container_is_undone) {
   MakeFile("F", Pattern(3000));
   testhost::ResizeFile(u"VOL", 0x80000000u - 2 * 1024 - 512);
-  EXPECT_EQ(CopyFile("F", "G"), "0x3000001B");
+  EXPECT_EQ(CopyFile("F", "G"), "VOLUME_FULL");
   EXPECT_EQ(NumberOf("G"), 0u);
   EXPECT_FALSE(testhost::NodeInUse(testhost::FileBytes(u"VOL", 0, 4096), 3));
 }
@@ -343,16 +343,16 @@ TEST_F(Copy, with_any_write_meeting_a_full_disk_is_undone) {
   MakeFile("F", Pattern(1500));
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, Copying("F", "G")),
             (Lines{
-                "mark: 0x30000003",
-                "write node 3: 0x3000001A",
-                "write bitmap: 0x3000001A",
-                "write block 5: 0x3000001A",
-                "write node 3: 0x3000001A",
-                "write block 6: 0x3000001A",
-                "write node 3: 0x3000001A",
-                "write block 2: 0x3000001A",
-                "write node 1: 0x3000001A, dir-beyond-size",
-                "clear: 0x3000001A, marked",
+                "mark: WRITE",
+                "write node 3: DISK_FULL",
+                "write bitmap: DISK_FULL",
+                "write block 5: DISK_FULL",
+                "write node 3: DISK_FULL",
+                "write block 6: DISK_FULL",
+                "write node 3: DISK_FULL",
+                "write block 2: DISK_FULL",
+                "write node 1: DISK_FULL, dir-beyond-size",
+                "clear: DISK_FULL, marked",
             }));
 }
 
@@ -360,16 +360,16 @@ TEST_F(Copy, with_a_metadata_write_failing_otherwise_fails_the_volume_and_a_data
   MakeFile("F", Pattern(1500));
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostAccessDenied, Repeat::kOnce, Copying("F", "G")),
             (Lines{
-                "mark: 0x30000003",
-                "write node 3: 0x30000003, marked",
-                "write bitmap: 0x30000003, marked",
-                "write block 5: 0x30000019, node-leaked",
-                "write node 3: 0x30000003, marked block-leaked node-leaked",
-                "write block 6: 0x30000019, node-leaked",
-                "write node 3: 0x30000003, marked block-leaked node-leaked",
-                "write block 2: 0x30000003, marked node-leaked",
-                "write node 1: 0x30000003, marked append-interrupted",
-                "clear: 0x30000019, marked",
+                "mark: WRITE",
+                "write node 3: WRITE, marked",
+                "write bitmap: WRITE, marked",
+                "write block 5: ACCESS_DENIED, node-leaked",
+                "write node 3: WRITE, marked block-leaked node-leaked",
+                "write block 6: ACCESS_DENIED, node-leaked",
+                "write node 3: WRITE, marked block-leaked node-leaked",
+                "write block 2: WRITE, marked node-leaked",
+                "write node 1: WRITE, marked append-interrupted",
+                "clear: ACCESS_DENIED, marked",
             }));
 }
 
@@ -377,25 +377,25 @@ TEST_F(Copy, with_any_read_below_the_walks_failing_undoes_nothing) {
   MakeFile("F", Pattern(1500));
   EXPECT_EQ(FailEach(Call::kReadFile, kHostNotReady, Repeat::kOnce, Copying("F", "G")),
             (Lines{
-                "read block 2: 0x30000006",
-                "read node 2: 0x30000006",
-                "read block 2: 0x30000006",
-                "read block 3: 0x30000006, node-leaked",
-                "read block 4: 0x30000006, node-leaked",
-                "read block 2: 0x30000006, node-leaked",
+                "read block 2: NOT_READY",
+                "read node 2: NOT_READY",
+                "read block 2: NOT_READY",
+                "read block 3: NOT_READY, node-leaked",
+                "read block 4: NOT_READY, node-leaked",
+                "read block 2: NOT_READY, node-leaked",
             }));
 }
 
 TEST_F(Copy, with_the_size_query_failing_undoes_nothing) {
   MakeFile("F", Pattern(1500));
   EXPECT_EQ(FailEach(Call::kGetFileSize, kHostAccessDenied, Repeat::kOnce, Copying("F", "G")),
-            (Lines{"size: 0x30000019, node-leaked", "size: 0x30000019, node-leaked"}));
+            (Lines{"size: ACCESS_DENIED, node-leaked", "size: ACCESS_DENIED, node-leaked"}));
 }
 
 TEST_F(Copy, with_any_allocation_failing_is_undone) {
   MakeFile("F", Pattern(1500));
   const Lines lines = FailEachAllocation(Copying("F", "G"));
-  EXPECT_EQ(lines, Lines(6, "0x30000011"));  // two lookups, two nodes, the chunk, the parent's block
+  EXPECT_EQ(lines, Lines(6, "OUT_OF_MEMORY"));  // two lookups, two nodes, the chunk, the parent's block
 }
 
 }  // namespace

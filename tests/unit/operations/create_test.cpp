@@ -178,33 +178,33 @@ TEST_F(Create, table_of_bad_paths_gives_each_its_code) {
     uint32_t attributes;
     const char* outcome;
   } rows[] = {
-      {"ab", 0, "0x30000015"},
-      {"AB", 8, "0x30000015"},
-      {"d", 0, "0x30000015"},
-      {"d/a/..", 0, "0x30000015"},  // the root and the stored name D
-      {"d/..", 0, "0x3000000F"},    // the root and an empty name
-      {"/", 0, "0x3000000F"},
-      {".", 8, "0x3000000F"},
-      {"A:", 0, "0x3000000F"},
-      {"NEW/", 0, "0x3000000F"},  // nothing stands behind the last "/"
-      {"D/NEW//", 8, "0x3000000F"},
-      {"AB/", 0, "0x3000000F"},
-      {"A B", 0, "0x3000000F"},
-      {"A*", 0, "0x3000000F"},
-      {"A\\B", 0, "0x3000000F"},
-      {"\xE4", 0, "0x3000000F"},
-      {"123456789012345678901234567890", 0, "0x3000000F"},
-      {"A B", 0x10, "0x3000000F"},  // the name is looked at first
-      {"AB", 0x10, "0x30000015"},   // then whether it is there
-      {"X", 0x10, "0x3000000E"},
-      {"X", 4, "0x3000000E"},
-      {"X", 0x8000, "0x3000000E"},
-      {"X", 0x000C, "0x3000000E"},
-      {"NONE/X", 0, "0x30000014"},
-      {"NONE/X/", 0, "0x30000014"},  // the walk comes first
-      {"AB/X", 0, "0x30000014"},
-      {"", 0, "0x30000014"},
-      {"B:/X", 0, "0x30000012"},
+      {"ab", 0, "FILE_EXISTS"},
+      {"AB", 8, "FILE_EXISTS"},
+      {"d", 0, "FILE_EXISTS"},
+      {"d/a/..", 0, "FILE_EXISTS"},  // the root and the stored name D
+      {"d/..", 0, "INVALID_NAME"},   // the root and an empty name
+      {"/", 0, "INVALID_NAME"},
+      {".", 8, "INVALID_NAME"},
+      {"A:", 0, "INVALID_NAME"},
+      {"NEW/", 0, "INVALID_NAME"},  // nothing stands behind the last "/"
+      {"D/NEW//", 8, "INVALID_NAME"},
+      {"AB/", 0, "INVALID_NAME"},
+      {"A B", 0, "INVALID_NAME"},
+      {"A*", 0, "INVALID_NAME"},
+      {"A\\B", 0, "INVALID_NAME"},
+      {"\xE4", 0, "INVALID_NAME"},
+      {"123456789012345678901234567890", 0, "INVALID_NAME"},
+      {"A B", 0x10, "INVALID_NAME"},  // the name is looked at first
+      {"AB", 0x10, "FILE_EXISTS"},    // then whether it is there
+      {"X", 0x10, "INVALID_ARGUMENT"},
+      {"X", 4, "INVALID_ARGUMENT"},
+      {"X", 0x8000, "INVALID_ARGUMENT"},
+      {"X", 0x000C, "INVALID_ARGUMENT"},
+      {"NONE/X", 0, "PATH_NOT_FOUND"},
+      {"NONE/X/", 0, "PATH_NOT_FOUND"},  // the walk comes first
+      {"AB/X", 0, "PATH_NOT_FOUND"},
+      {"", 0, "PATH_NOT_FOUND"},
+      {"B:/X", 0, "NOT_MOUNTED"},
   };
   testhost::ClearTrace();
   const Bytes before = Image();
@@ -217,7 +217,7 @@ TEST_F(Create, table_of_bad_paths_gives_each_its_code) {
 TEST_F(Create, without_a_free_number_fails) {
   Start(1, 1024);
   MakeFiles("F", 2, 8);
-  EXPECT_EQ(CreateFile("X"), "0x30000017");
+  EXPECT_EQ(CreateFile("X"), "NO_FREE_NODE");
   EXPECT_EQ(Writes(), "");
   Delete("F5");
   EXPECT_EQ(CreateFile("X"), "");
@@ -229,12 +229,12 @@ TEST_F(Create, in_what_is_no_directory_is_path_not_found) {
   ClearError();
   const NodeRef file(OrbNodeGet(volume_, 2));
   EXPECT_FALSE(OrbCreateNodeAt(file.node, "X", 0));
-  EXPECT_EQ(GetError(), 0x30000014u);
+  EXPECT_EQ(GetError(), ORB_ERROR_PATH_NOT_FOUND);
 }
 
 TEST_F(Create, at_the_container_s_limit_a_file_fits_and_a_directory_does_not) {
   testhost::ResizeFile(u"VOL", 0x80000000u - 1024);
-  EXPECT_EQ(CreateFile("D", 8), "0x3000001B");
+  EXPECT_EQ(CreateFile("D", 8), "VOLUME_FULL");
   EXPECT_FALSE(testhost::NodeInUse(testhost::FileBytes(u"VOL", 0, 4096), 2));
   EXPECT_EQ(CreateFile("F"), "");
   testhost::ResizeFile(u"VOL", 3088);
@@ -245,64 +245,64 @@ TEST_F(Create, at_the_container_s_limit_a_file_fits_and_a_directory_does_not) {
 TEST_F(Create, file_with_any_write_meeting_a_full_disk_is_undone) {  // Q20
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, Creating("F")),
             (Lines{
-                "mark: 0x30000003",  // the mark that cannot be written fails the volume
-                "write node 2: 0x3000001A",
-                "write bitmap: 0x3000001A",
-                "write block 2: 0x3000001A",
-                "write node 1: 0x3000001A, dir-beyond-size",  // the entry stands past the size
-                "clear: 0x3000001A, marked",
+                "mark: WRITE",  // the mark that cannot be written fails the volume
+                "write node 2: DISK_FULL",
+                "write bitmap: DISK_FULL",
+                "write block 2: DISK_FULL",
+                "write node 1: DISK_FULL, dir-beyond-size",  // the entry stands past the size
+                "clear: DISK_FULL, marked",
             }));
 }
 
 TEST_F(Create, file_with_any_write_failing_otherwise_fails_the_volume_and_undoes_nothing) {  // Q20
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostAccessDenied, Repeat::kOnce, Creating("F")),
             (Lines{
-                "mark: 0x30000003",
-                "write node 2: 0x30000003, marked",
-                "write bitmap: 0x30000003, marked",
-                "write block 2: 0x30000003, marked node-leaked",
-                "write node 1: 0x30000003, marked append-interrupted",
-                "clear: 0x30000019, marked",
+                "mark: WRITE",
+                "write node 2: WRITE, marked",
+                "write bitmap: WRITE, marked",
+                "write block 2: WRITE, marked node-leaked",
+                "write node 1: WRITE, marked append-interrupted",
+                "clear: ACCESS_DENIED, marked",
             }));
 }
 
 TEST_F(Create, file_with_the_disk_full_from_a_write_on_leaves_what_could_not_be_undone) {
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kFromThenOn, Creating("F")),
             (Lines{
-                "mark: 0x30000003",
-                "write node 2: 0x3000001A, marked",
-                "write bitmap: 0x3000001A, marked",
-                "write block 2: 0x3000001A, marked node-leaked",
-                "write node 1: 0x3000001A, marked append-interrupted",
-                "clear: 0x3000001A, marked",
+                "mark: WRITE",
+                "write node 2: DISK_FULL, marked",
+                "write bitmap: DISK_FULL, marked",
+                "write block 2: DISK_FULL, marked node-leaked",
+                "write node 1: DISK_FULL, marked append-interrupted",
+                "clear: DISK_FULL, marked",
             }));
 }
 
 TEST_F(Create, directory_with_any_write_meeting_a_full_disk_is_undone) {
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, Creating("D", 8)),
             (Lines{
-                "mark: 0x30000003",
-                "write node 2: 0x3000001A",
-                "write bitmap: 0x3000001A",
-                "write block 3: 0x3000001A",
-                "write node 2: 0x3000001A",
-                "write block 2: 0x3000001A",
-                "write node 1: 0x3000001A, dir-beyond-size",
-                "clear: 0x3000001A, marked",
+                "mark: WRITE",
+                "write node 2: DISK_FULL",
+                "write bitmap: DISK_FULL",
+                "write block 3: DISK_FULL",
+                "write node 2: DISK_FULL",
+                "write block 2: DISK_FULL",
+                "write node 1: DISK_FULL, dir-beyond-size",
+                "clear: DISK_FULL, marked",
             }));
 }
 
 TEST_F(Create, directory_with_any_write_failing_otherwise_undoes_nothing) {
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostAccessDenied, Repeat::kOnce, Creating("D", 8)),
             (Lines{
-                "mark: 0x30000003",
-                "write node 2: 0x30000003, marked",
-                "write bitmap: 0x30000003, marked",
-                "write block 3: 0x30000003, marked node-leaked",
-                "write node 2: 0x30000003, marked block-leaked node-leaked",
-                "write block 2: 0x30000003, marked node-leaked",
-                "write node 1: 0x30000003, marked append-interrupted",
-                "clear: 0x30000019, marked",
+                "mark: WRITE",
+                "write node 2: WRITE, marked",
+                "write bitmap: WRITE, marked",
+                "write block 3: WRITE, marked node-leaked",
+                "write node 2: WRITE, marked block-leaked node-leaked",
+                "write block 2: WRITE, marked node-leaked",
+                "write node 1: WRITE, marked append-interrupted",
+                "clear: ACCESS_DENIED, marked",
             }));
 }
 
@@ -310,14 +310,14 @@ TEST_F(Create, with_a_new_node_block_and_any_write_meeting_a_full_disk_leaves_a_
   MakeFiles("F", 1, 15);
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, Creating("X")),
             (Lines{
-                "mark: 0x30000003",
-                "write block 3: 0x3000001A",
-                "write table: 0x3000001A, block-leaked",
-                "write node 17: 0x3000001A",  // an idle node block stays
-                "write bitmap: 0x3000001A",
-                "write block 2: 0x3000001A",
-                "write node 1: 0x3000001A, dir-beyond-size",
-                "clear: 0x3000001A, marked",
+                "mark: WRITE",
+                "write block 3: DISK_FULL",
+                "write table: DISK_FULL, block-leaked",
+                "write node 17: DISK_FULL",  // an idle node block stays
+                "write bitmap: DISK_FULL",
+                "write block 2: DISK_FULL",
+                "write node 1: DISK_FULL, dir-beyond-size",
+                "clear: DISK_FULL, marked",
             }));
 }
 
@@ -325,48 +325,48 @@ TEST_F(Create, with_a_new_parent_block_and_any_write_meeting_a_full_disk_leaves_
   MakeFiles("F", 1, 30);
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, Creating("X")),
             (Lines{
-                "mark: 0x30000003",
-                "write node 32: 0x3000001A",
-                "write bitmap: 0x3000001A",
-                "write block 4: 0x3000001A",
-                "write node 1: 0x3000001A, block-leaked",
-                "clear: 0x3000001A, marked",
+                "mark: WRITE",
+                "write node 32: DISK_FULL",
+                "write bitmap: DISK_FULL",
+                "write block 4: DISK_FULL",
+                "write node 1: DISK_FULL, block-leaked",
+                "clear: DISK_FULL, marked",
             }));
 }
 
 TEST_F(Create, with_any_read_failing_undoes_nothing) {
   EXPECT_EQ(FailEach(Call::kReadFile, kHostNotReady, Repeat::kOnce, Creating("D", 8)),
             (Lines{
-                "read block 2: 0x30000006",
-                "read block 2: 0x30000006, node-leaked",
+                "read block 2: NOT_READY",
+                "read block 2: NOT_READY, node-leaked",
             }));
 }
 
 TEST_F(Create, with_the_size_query_failing_undoes_nothing) {
   EXPECT_EQ(FailEach(Call::kGetFileSize, kHostAccessDenied, Repeat::kOnce, Creating("D", 8)),
             (Lines{
-                "size: 0x30000019, node-leaked",
+                "size: ACCESS_DENIED, node-leaked",
             }));
 }
 
 TEST_F(Create, with_any_seek_failing_is_like_its_transfer_failing_for_another_reason_than_a_full_disk) {
   EXPECT_EQ(FailEach(Call::kSetFilePointer, kHostDiskFull, Repeat::kOnce, Creating("F")),
             (Lines{
-                "seek 2064: 0x30000004",
-                "seek 52: 0x30000003",
-                "seek 1104: 0x30000003, marked",
-                "seek 1024: 0x30000003, marked",
-                "seek 2064: 0x30000004, node-leaked",
-                "seek 2064: 0x30000003, marked node-leaked",
-                "seek 1040: 0x30000003, marked append-interrupted",
-                "seek 52: 0x30000004, marked",
+                "seek 2064: READ",
+                "seek 52: WRITE",
+                "seek 1104: WRITE, marked",
+                "seek 1024: WRITE, marked",
+                "seek 2064: READ, node-leaked",
+                "seek 2064: WRITE, marked node-leaked",
+                "seek 1040: WRITE, marked append-interrupted",
+                "seek 52: READ, marked",
             }));
 }
 
 TEST_F(Create, with_any_allocation_failing_is_undone) {
   const Lines lines = FailEachAllocation(Creating("D", 8));
   ASSERT_EQ(lines.size(), 4u);  // lookup, node, first block, the parent's block
-  for (const std::string& line : lines) EXPECT_EQ(line, "0x30000011");
+  for (const std::string& line : lines) EXPECT_EQ(line, "OUT_OF_MEMORY");
 }
 
 // A new node block from the chain's last entry, the directory's first block from its emptied record, a new block for
@@ -379,14 +379,14 @@ TEST_F(Create, with_any_allocation_failing_while_all_grows_leaves_a_lost_block_a
   Resize("F1", 0);  // block 6 is the chain's record, block 5 its entry
   EXPECT_EQ(FailEachAllocation(Creating("E", 8)),
             (Lines{
-                "0x30000011",                // the lookup
-                "0x30000011",                // the node
-                "0x30000011",                // the node block
-                "0x30000011",                // the chain's record
-                "0x30000011, block-leaked",  // the table: the node block is written
-                "0x30000011",                // the first block
-                "0x30000011",                // the header, for the emptied record
-                "0x30000011",                // the parent's block
+                "OUT_OF_MEMORY",                // the lookup
+                "OUT_OF_MEMORY",                // the node
+                "OUT_OF_MEMORY",                // the node block
+                "OUT_OF_MEMORY",                // the chain's record
+                "OUT_OF_MEMORY, block-leaked",  // the table: the node block is written
+                "OUT_OF_MEMORY",                // the first block
+                "OUT_OF_MEMORY",                // the header, for the emptied record
+                "OUT_OF_MEMORY",                // the parent's block
             }));
   EXPECT_EQ(CreateFile("E", 8), "");
   EXPECT_EQ(
@@ -403,7 +403,7 @@ TEST_F(Create, with_the_last_allocation_failing_while_all_grows_gives_every_bloc
   Resize("F1", 2048);
   Resize("F1", 0);
   testhost::FailNthAllocation(8);
-  EXPECT_EQ(CreateFile("E", 8), "0x30000011");
+  EXPECT_EQ(CreateFile("E", 8), "OUT_OF_MEMORY");
   EXPECT_EQ(testhost::AllocationFaultsFired(), 1u);
   EXPECT_EQ(Writes(),
             "mark / block 6 / block 5 / table / block 5+0:64 / bitmap / header / block 6 / block 5+0:64 / "

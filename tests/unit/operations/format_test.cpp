@@ -141,7 +141,7 @@ TEST_F(Formatting, block_size_other_than_four_is_refused_before_anything_is_crea
   for (const uint32_t size :
        {0u, 1u, 512u, 1023u, 1025u, 1536u, 3072u, 16384u, 0x400u << 16, 0x80000000u, 0xFFFFFFFFu}) {
     EXPECT_EQ(OrbCreateVolumeEx(u"VOL", 16, size), 0) << size;
-    EXPECT_EQ(GetError(), 0x3000000Eu) << size;
+    EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT) << size;
   }
   EXPECT_EQ(testhost::CallCount(), 0u);
 }
@@ -151,7 +151,7 @@ TEST_F(Formatting, bitmap_above_the_limit_is_refused_before_anything_is_created)
   for (const auto& size : sizes) {
     for (const uint32_t m : {size.largest + 1, 0x80000000u, 0xFFFFFFFFu}) {
       EXPECT_EQ(OrbCreateVolumeEx(u"VOL", m, size.blockSize), 0) << size.blockSize << " " << m;
-      EXPECT_EQ(GetError(), 0x3000000Eu);
+      EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
     }
   }
   EXPECT_EQ(testhost::CallCount(), 0u);
@@ -160,13 +160,13 @@ TEST_F(Formatting, bitmap_above_the_limit_is_refused_before_anything_is_created)
 TEST_F(Formatting, bad_sizes_are_noticed_before_an_existing_container) {
   testhost::SetFile(u"VOL", Bytes{1});
   EXPECT_EQ(OrbCreateVolumeEx(u"VOL", 897, 1024), 0);
-  EXPECT_EQ(GetError(), 0x3000000Eu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_ARGUMENT);
 }
 
 TEST_F(Formatting, existing_container_is_refused_and_left_untouched) {
   testhost::SetFile(u"VOL", Bytes{1, 2, 3});
   EXPECT_EQ(OrbCreateVolume(u"VOL"), 0);
-  EXPECT_EQ(GetError(), 0x30000015u);
+  EXPECT_EQ(GetError(), ORB_ERROR_FILE_EXISTS);
   EXPECT_EQ(FileBytes(u"VOL"), (Bytes{1, 2, 3}));
   EXPECT_EQ(TraceText(), "create VOL !80");
 }
@@ -190,20 +190,21 @@ struct FailingCall {
 };
 
 const FailingCall kFailingCalls[] = {
-    {"create", 0x30000006, 0x30000001, 0x30000001, false, 0x30000013},
-    {"close of the new file", 0x30000006, 0x30000001, 0x30000001, false, 0x3000000A},
-    {"open", 0x30000006, 0x30000002, 0x30000002, false, 0x3000000A},
-    {"placeholder", 0x30000006, 0x3000001A, 0x30000003, true, 0x3000000A},
-    {"node-block table", 0x30000006, 0x3000001A, 0x30000003, true, 0x3000000A},
-    {"bitmap", 0x30000006, 0x3000001A, 0x30000003, true, 0x3000000A},
-    {"node block", 0x30000006, 0x3000001A, 0x30000003, true, 0x3000000A},
-    {"directory block", 0x30000006, 0x3000001A, 0x30000003, true, 0x3000000A},
-    {"flush", 0x30000006, 0x3000001A, 0x30000003, true, 0x3000000A},
-    {"seek to the mark", 0x30000006, 0x30000004, 0x30000004, true, 0x3000000A},
-    {"mark", 0x30000006, 0x3000001A, 0x30000003, true, 0x3000000A},
-    {"seek to the header", 0x30000006, 0x30000004, 0x30000004, true, 0x3000000A},
-    {"header", 0x30000006, 0x3000001A, 0x30000003, true, 0x3000000A},
-    {"close", 0x30000006, 0x3000001A, 0x30000003, false, 0},
+    {"create", ORB_ERROR_NOT_READY, ORB_ERROR_CANNOT_CREATE, ORB_ERROR_CANNOT_CREATE, false, ORB_ERROR_FILE_NOT_FOUND},
+    {"close of the new file", ORB_ERROR_NOT_READY, ORB_ERROR_CANNOT_CREATE, ORB_ERROR_CANNOT_CREATE, false,
+     ORB_ERROR_DAMAGED_VOLUME},
+    {"open", ORB_ERROR_NOT_READY, ORB_ERROR_CANNOT_OPEN, ORB_ERROR_CANNOT_OPEN, false, ORB_ERROR_DAMAGED_VOLUME},
+    {"placeholder", ORB_ERROR_NOT_READY, ORB_ERROR_DISK_FULL, ORB_ERROR_WRITE, true, ORB_ERROR_DAMAGED_VOLUME},
+    {"node-block table", ORB_ERROR_NOT_READY, ORB_ERROR_DISK_FULL, ORB_ERROR_WRITE, true, ORB_ERROR_DAMAGED_VOLUME},
+    {"bitmap", ORB_ERROR_NOT_READY, ORB_ERROR_DISK_FULL, ORB_ERROR_WRITE, true, ORB_ERROR_DAMAGED_VOLUME},
+    {"node block", ORB_ERROR_NOT_READY, ORB_ERROR_DISK_FULL, ORB_ERROR_WRITE, true, ORB_ERROR_DAMAGED_VOLUME},
+    {"directory block", ORB_ERROR_NOT_READY, ORB_ERROR_DISK_FULL, ORB_ERROR_WRITE, true, ORB_ERROR_DAMAGED_VOLUME},
+    {"flush", ORB_ERROR_NOT_READY, ORB_ERROR_DISK_FULL, ORB_ERROR_WRITE, true, ORB_ERROR_DAMAGED_VOLUME},
+    {"seek to the mark", ORB_ERROR_NOT_READY, ORB_ERROR_READ, ORB_ERROR_READ, true, ORB_ERROR_DAMAGED_VOLUME},
+    {"mark", ORB_ERROR_NOT_READY, ORB_ERROR_DISK_FULL, ORB_ERROR_WRITE, true, ORB_ERROR_DAMAGED_VOLUME},
+    {"seek to the header", ORB_ERROR_NOT_READY, ORB_ERROR_READ, ORB_ERROR_READ, true, ORB_ERROR_DAMAGED_VOLUME},
+    {"header", ORB_ERROR_NOT_READY, ORB_ERROR_DISK_FULL, ORB_ERROR_WRITE, true, ORB_ERROR_DAMAGED_VOLUME},
+    {"close", ORB_ERROR_NOT_READY, ORB_ERROR_DISK_FULL, ORB_ERROR_WRITE, false, 0},
 };
 
 void ExpectFailure(uint32_t n, uint32_t host, uint32_t code, const FailingCall& expected) {
@@ -238,12 +239,22 @@ TEST_F(Formatting, container_that_the_host_does_not_create_or_open_reports_why) 
   const struct {
     uint32_t host, create, open;
   } rows[] = {
-      {2, 0x30000001, 0x30000013},    {3, 0x30000014, 0x30000014},   {4, 0x30000001, 0x30000018},
-      {5, 0x30000001, 0x30000019},    {6, 0x30000001, 0x30000002},   {8, 0x30000011, 0x30000011},
-      {14, 0x30000011, 0x30000011},   {19, 0x30000005, 0x30000005},  {21, 0x30000006, 0x30000006},
-      {32, 0x30000001, 0x30000008},   {80, 0x30000015, 0x30000002},  {87, 0x30000001, 0x30000002},
-      {112, 0x30000001, 0x30000002},  {123, 0x3000000F, 0x3000000F}, {1235, 0x30000007, 0x30000007},
-      {9999, 0x30000001, 0x30000002},
+      {2, ORB_ERROR_CANNOT_CREATE, ORB_ERROR_FILE_NOT_FOUND},
+      {3, ORB_ERROR_PATH_NOT_FOUND, ORB_ERROR_PATH_NOT_FOUND},
+      {4, ORB_ERROR_CANNOT_CREATE, ORB_ERROR_TOO_MANY_OPEN_FILES},
+      {5, ORB_ERROR_CANNOT_CREATE, ORB_ERROR_ACCESS_DENIED},
+      {6, ORB_ERROR_CANNOT_CREATE, ORB_ERROR_CANNOT_OPEN},
+      {8, ORB_ERROR_OUT_OF_MEMORY, ORB_ERROR_OUT_OF_MEMORY},
+      {14, ORB_ERROR_OUT_OF_MEMORY, ORB_ERROR_OUT_OF_MEMORY},
+      {19, ORB_ERROR_WRITE_PROTECTED, ORB_ERROR_WRITE_PROTECTED},
+      {21, ORB_ERROR_NOT_READY, ORB_ERROR_NOT_READY},
+      {32, ORB_ERROR_CANNOT_CREATE, ORB_ERROR_CONTAINER_IN_USE},
+      {80, ORB_ERROR_FILE_EXISTS, ORB_ERROR_CANNOT_OPEN},
+      {87, ORB_ERROR_CANNOT_CREATE, ORB_ERROR_CANNOT_OPEN},
+      {112, ORB_ERROR_CANNOT_CREATE, ORB_ERROR_CANNOT_OPEN},
+      {123, ORB_ERROR_INVALID_NAME, ORB_ERROR_INVALID_NAME},
+      {1235, ORB_ERROR_ABORTED, ORB_ERROR_ABORTED},
+      {9999, ORB_ERROR_CANNOT_CREATE, ORB_ERROR_CANNOT_OPEN},
   };
   for (const auto& row : rows) {
     for (uint32_t n = 1; n <= 2; ++n) {
@@ -265,7 +276,7 @@ TEST_F(Formatting, short_write_ends_it_with_a_write_failure) {
   for (uint32_t n = 1; n <= 7; ++n) {
     testhost::ShortenNthWrite(n, 3);
     EXPECT_EQ(OrbCreateVolumeEx(u"VOL", 16, 1024), 0);
-    EXPECT_EQ(GetError(), 0x30000003u);
+    EXPECT_EQ(GetError(), ORB_ERROR_WRITE);
     EXPECT_EQ(testhost::CallCount(Call::kWriteFile), n);
     EXPECT_EQ(testhost::OpenHandles(), 1u);
     testhost::ResetHost();
@@ -284,13 +295,13 @@ TEST_F(Formatting, failing_allocation_ends_it_with_out_of_memory) {
     FailNthAllocation(n);
     EXPECT_EQ(OrbCreateVolumeEx(u"VOL", 16, 1024), 0);
     EXPECT_EQ(testhost::AllocationFaultsFired(), 1u);
-    EXPECT_EQ(GetError(), 0x30000011u);
+    EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
     EXPECT_EQ(LastCall(), after[n - 1]);
     EXPECT_EQ(testhost::OpenHandles(), 1u);
     EXPECT_EQ(testhost::AllocationsHeld(), 0u);
     testhost::DropHandles();
     EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0);
-    EXPECT_EQ(GetError(), 0x3000000Au);
+    EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
     testhost::ResetHost();
   }
 }
@@ -300,7 +311,7 @@ TEST_F(Formatting, half_written_container_is_in_use_until_the_process_ends) {  /
   ASSERT_EQ(OrbCreateVolumeEx(u"VOL", 16, 1024), 0);
   testhost::ClearFaults();
   EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0);
-  EXPECT_EQ(GetError(), 0x30000008u);
+  EXPECT_EQ(GetError(), ORB_ERROR_CONTAINER_IN_USE);
 }
 
 }  // namespace

@@ -71,12 +71,12 @@ TEST_F(FullPath, table_of_paths_gives_each_its_full_name) {
       {"dir/sub/..", "A:/DIR"},
       {"dir/../dir/sub/../x", "A:/DIR/X"},
       {"a:/dir/x", "A:/DIR/X"},
-      {"", "0x30000014"},
-      {"x/y", "0x30000014"},
-      {"dir/sub/file/x", "0x30000014"},
-      {"b:/x", "0x30000012"},
-      {"a b:/x", "0x3000000F"},
-      {"123456789012345678901234567890", "0x3000000F"},
+      {"", "PATH_NOT_FOUND"},
+      {"x/y", "PATH_NOT_FOUND"},
+      {"dir/sub/file/x", "PATH_NOT_FOUND"},
+      {"b:/x", "NOT_MOUNTED"},
+      {"a b:/x", "INVALID_NAME"},
+      {"123456789012345678901234567890", "INVALID_NAME"},
   };
   for (const auto& row : rows) EXPECT_EQ(Full(row.path), row.full) << row.path;
 }
@@ -97,9 +97,9 @@ TEST_F(FullPath, current_directory_is_the_full_path_of_the_dot) {
 
 TEST_F(FullPath, without_a_current_directory_fails) {
   ASSERT_EQ(OrbUnmountVolumeA("A"), 1);
-  EXPECT_EQ(Full("."), "0x30000012");
+  EXPECT_EQ(Full("."), "NOT_MOUNTED");
   memset(out_, 'x', sizeof out_);
-  EXPECT_EQ(Outcome(OrbGetCurrentDirectoryA(out_)), "0x30000012");
+  EXPECT_EQ(Outcome(OrbGetCurrentDirectoryA(out_)), "NOT_MOUNTED");
   EXPECT_STREQ(out_, "");
 }
 
@@ -138,8 +138,8 @@ TEST_F(FullPath, of_127_characters_succeeds_and_of_128_fails) {
   const std::string path = MakeChain(4, name);
   EXPECT_EQ(Full("LAST"), "A:" + path + "/LAST");
   EXPECT_EQ(strlen(out_), 127u);
-  EXPECT_EQ(Full("LAST5"), "0x30000010");
-  EXPECT_EQ(Full(name.c_str()), "0x30000010");
+  EXPECT_EQ(Full("LAST5"), "PATH_TOO_LONG");
+  EXPECT_EQ(Full(name.c_str()), "PATH_TOO_LONG");
   ASSERT_EQ(OrbSetCurrentDirectoryA("/"), 1);
 }
 
@@ -151,10 +151,10 @@ TEST_F(FullPath, whose_directories_are_127_characters_leaves_room_for_an_empty_n
   path += MakeChain(1, "EEEE");
   EXPECT_EQ(Full("."), "A:" + path);
   EXPECT_EQ(strlen(out_), 126u);
-  EXPECT_EQ(Full("x"), "0x30000010");  // the directories with their "/" fill the 127
+  EXPECT_EQ(Full("x"), "PATH_TOO_LONG");  // the directories with their "/" fill the 127
   MakeDirectory("F");
-  EXPECT_EQ(Full("F/."), "0x30000010");
-  EXPECT_EQ(Full("F/x"), "0x30000010");  // the directories alone are too long
+  EXPECT_EQ(Full("F/."), "PATH_TOO_LONG");
+  EXPECT_EQ(Full("F/x"), "PATH_TOO_LONG");  // the directories alone are too long
   ASSERT_EQ(OrbSetCurrentDirectoryA("/"), 1);
 }
 
@@ -174,7 +174,7 @@ TEST_F(FullPath, climbs_62_levels_above_the_parent_and_no_more) {
   EXPECT_EQ(BlockReads(), 2u + 61 + 61);
   EXPECT_EQ(NodeReads(), 1u + 60);  // the last directory and the root are held
   testhost::ClearTrace();
-  EXPECT_EQ(Full("x"), "0x30000010");
+  EXPECT_EQ(Full("x"), "PATH_TOO_LONG");
   EXPECT_EQ(BlockReads(), 62u + 62);
   EXPECT_EQ(NodeReads(), 61u);
   ASSERT_EQ(OrbSetCurrentDirectoryA("/"), 1);
@@ -183,7 +183,7 @@ TEST_F(FullPath, climbs_62_levels_above_the_parent_and_no_more) {
 TEST_F(FullPath, of_63_levels_gives_up_after_62_and_looks_up_no_name) {
   MakeChain(63);
   testhost::ClearTrace();
-  EXPECT_EQ(Full("x"), "0x30000010");
+  EXPECT_EQ(Full("x"), "PATH_TOO_LONG");
   EXPECT_EQ(BlockReads(), 62u);
   EXPECT_EQ(NodeReads(), 62u);
   ASSERT_EQ(OrbSetCurrentDirectoryA("/"), 1);
@@ -194,7 +194,7 @@ TEST_F(FullPath, of_a_directory_ring_gives_up_at_63_levels) {
   MakeDirectory("D/E");
   Damage([](Bytes* image) { testhost::WriteU16(*image, testhost::BlockOffset(*image, 3) + 32, 3); });  // D's ".." is E
   testhost::ClearTrace();
-  EXPECT_EQ(Full("D/x"), "0x30000010");
+  EXPECT_EQ(Full("D/x"), "PATH_TOO_LONG");
   EXPECT_EQ(BlockReads(), 1u + 62);  // the walk and 62 steps up
 }
 
@@ -214,7 +214,7 @@ TEST_F(FullPath, with_any_allocation_failing_is_empty) {
       EXPECT_EQ(n, 11u);  // before: the chain; twice a block and a node down; a block each way up; the two names
       break;
     }
-    EXPECT_EQ(full, "0x30000011") << n;
+    EXPECT_EQ(full, "OUT_OF_MEMORY") << n;
   }
 }
 
@@ -223,7 +223,7 @@ TEST_F(FullPath, with_any_read_failing_is_empty) {
   MakeDirectory("D/E");
   for (uint32_t n = 1; n <= 9; ++n) {
     testhost::FailNthCall(Call::kReadFile, n, kHostNotReady);
-    EXPECT_EQ(Full("D/E/x"), "0x30000006") << n;
+    EXPECT_EQ(Full("D/E/x"), "NOT_READY") << n;
     EXPECT_EQ(testhost::FaultsFired(), n);
   }
   testhost::FailNthCall(Call::kReadFile, 10, kHostNotReady);
@@ -233,7 +233,7 @@ TEST_F(FullPath, with_any_read_failing_is_empty) {
 TEST_F(FullPath, through_a_directory_without_a_parent_entry_is_damage) {
   MakeDirectory("D");
   Damage([](Bytes* image) { testhost::WriteU16(*image, testhost::BlockOffset(*image, 3) + 32, 0); });
-  EXPECT_EQ(Full("D/x"), "0x3000000B");
+  EXPECT_EQ(Full("D/x"), "DAMAGED_RECORD");
 }
 
 TEST_F(FullPath, through_a_parent_that_does_not_list_the_directory_is_damage) {
@@ -241,7 +241,7 @@ TEST_F(FullPath, through_a_parent_that_does_not_list_the_directory_is_damage) {
   MakeDirectory("E");
   MakeDirectory("E/F");
   Damage([](Bytes* image) { testhost::WriteU16(*image, testhost::BlockOffset(*image, 5) + 32, 2); });  // F's ".." is D
-  EXPECT_EQ(Full("E/F/x"), "0x3000000B");
+  EXPECT_EQ(Full("E/F/x"), "DAMAGED_RECORD");
 }
 
 TEST_F(FullPath, chain_is_released_up_to_its_first_null) {

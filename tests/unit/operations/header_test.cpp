@@ -35,18 +35,18 @@ struct HeaderFault {
 
 // In the order of the checks.
 const HeaderFault kFaults[] = {
-    {"signature", [](VolumeHeader& h) { h.signature ^= 0x20; }, 0x3000000A},
-    {"version", [](VolumeHeader& h) { h.version ^= 0x01000000; }, 0x30000009},
-    {"header size", [](VolumeHeader& h) { h.headerSize = 129; }, 0x3000000A},
-    {"node-block table size", [](VolumeHeader& h) { h.nodeTableSize = 892; }, 0x3000000A},
-    {"block size", [](VolumeHeader& h) { h.blockSize = 512; }, 0x3000000E},
-    {"block shift", [](VolumeHeader& h) { h.blockShift = 11; }, 0x3000000A},
-    {"bitmap size", [](VolumeHeader& h) { h.bitmapSize = 7169; }, 0x3000000E},
-    {"node-block table offset", [](VolumeHeader& h) { h.nodeTableOffset = 127; }, 0x3000000A},
-    {"bitmap offset", [](VolumeHeader& h) { h.bitmapOffset = 1025; }, 0x3000000A},
-    {"reserved offset", [](VolumeHeader& h) { h.reservedOffset += 1; }, 0x3000000A},
-    {"data offset", [](VolumeHeader& h) { h.dataOffset += 3; }, 0x3000000A},
-    {"dirty mark", [](VolumeHeader& h) { h.stateFlags |= 1; }, 0x3000000C},
+    {"signature", [](VolumeHeader& h) { h.signature ^= 0x20; }, ORB_ERROR_DAMAGED_VOLUME},
+    {"version", [](VolumeHeader& h) { h.version ^= 0x01000000; }, ORB_ERROR_WRONG_VERSION},
+    {"header size", [](VolumeHeader& h) { h.headerSize = 129; }, ORB_ERROR_DAMAGED_VOLUME},
+    {"node-block table size", [](VolumeHeader& h) { h.nodeTableSize = 892; }, ORB_ERROR_DAMAGED_VOLUME},
+    {"block size", [](VolumeHeader& h) { h.blockSize = 512; }, ORB_ERROR_INVALID_ARGUMENT},
+    {"block shift", [](VolumeHeader& h) { h.blockShift = 11; }, ORB_ERROR_DAMAGED_VOLUME},
+    {"bitmap size", [](VolumeHeader& h) { h.bitmapSize = 7169; }, ORB_ERROR_INVALID_ARGUMENT},
+    {"node-block table offset", [](VolumeHeader& h) { h.nodeTableOffset = 127; }, ORB_ERROR_DAMAGED_VOLUME},
+    {"bitmap offset", [](VolumeHeader& h) { h.bitmapOffset = 1025; }, ORB_ERROR_DAMAGED_VOLUME},
+    {"reserved offset", [](VolumeHeader& h) { h.reservedOffset += 1; }, ORB_ERROR_DAMAGED_VOLUME},
+    {"data offset", [](VolumeHeader& h) { h.dataOffset += 3; }, ORB_ERROR_DAMAGED_VOLUME},
+    {"dirty mark", [](VolumeHeader& h) { h.stateFlags |= 1; }, ORB_ERROR_NOT_CLEAN},
 };
 
 TEST_F(Header, fresh_one_passes_for_every_block_size) {
@@ -73,13 +73,13 @@ TEST_F(Header, of_two_faults_the_earlier_check_decides) {
   }
 }
 
-TEST_F(Header, all_of_it_zero_is_a_bad_signature) { EXPECT_EQ(CodeOf(VolumeHeader()), 0x3000000Au); }
+TEST_F(Header, all_of_it_zero_is_a_bad_signature) { EXPECT_EQ(CodeOf(VolumeHeader()), ORB_ERROR_DAMAGED_VOLUME); }
 
 TEST_F(Header, block_sizes_are_four) {
   for (const uint32_t size : {0u, 1u, 256u, 1023u, 1025u, 3072u, 16384u, 0x80000000u, 0xFFFFFC00u}) {
     VolumeHeader header = Fresh();
     header.blockSize = size;
-    EXPECT_EQ(CodeOf(header), 0x3000000Eu) << size;
+    EXPECT_EQ(CodeOf(header), ORB_ERROR_INVALID_ARGUMENT) << size;
   }
 }
 
@@ -95,7 +95,7 @@ TEST_F(Header, shift_of_32_or_more_is_damage) {
   VolumeHeader header = Fresh();
   for (uint32_t shift = 0; shift < 256; ++shift) {
     header.blockShift = shift;
-    EXPECT_EQ(CodeOf(header), shift == 10 ? 0u : 0x3000000Au) << shift;
+    EXPECT_EQ(CodeOf(header), shift == 10 ? 0u : ORB_ERROR_DAMAGED_VOLUME) << shift;
   }
 }
 
@@ -107,14 +107,14 @@ TEST_F(Header, bitmap_limit_depends_on_the_block_size) {
     header.bitmapSize += 1;
     header.reservedOffset += 1;
     header.dataOffset += 1;
-    EXPECT_EQ(CodeOf(header), 0x3000000Eu) << size.blockSize;
+    EXPECT_EQ(CodeOf(header), ORB_ERROR_INVALID_ARGUMENT) << size.blockSize;
   }
 }
 
 TEST_F(Header, reserved_region_may_be_there_where_the_data_follows_it) {
   VolumeHeader header = Fresh();
   header.reservedSize = 100;
-  EXPECT_EQ(CodeOf(header), 0x3000000Au);
+  EXPECT_EQ(CodeOf(header), ORB_ERROR_DAMAGED_VOLUME);
   header.dataOffset += 100;
   EXPECT_EQ(CodeOf(header), 0u);
 }
@@ -123,7 +123,7 @@ TEST_F(Header, reserved_region_does_not_wrap_around) {
   VolumeHeader header = Fresh();
   header.reservedSize = 0xFFFFFFFF;
   header.dataOffset -= 1;
-  EXPECT_EQ(CodeOf(header), 0x3000000Au);
+  EXPECT_EQ(CodeOf(header), ORB_ERROR_DAMAGED_VOLUME);
 }
 
 // A data area that began at 2^31 or behind it would lie in no container.
@@ -132,7 +132,7 @@ TEST_F(Header, reserved_region_ends_below_two_gigabytes) {
   ASSERT_EQ(header.reservedOffset, 1040u);
   header.reservedSize = 0x80000000u - 1040;
   header.dataOffset = 0x80000000u;
-  EXPECT_EQ(CodeOf(header), 0x3000000Au);
+  EXPECT_EQ(CodeOf(header), ORB_ERROR_DAMAGED_VOLUME);
   header.reservedSize -= 1;
   header.dataOffset -= 1;
   EXPECT_EQ(CodeOf(header), 0u);
@@ -143,9 +143,9 @@ TEST_F(Header, reserved_region_up_to_two_gigabytes_mounts_no_further_than_the_ro
     uint32_t reservedSize, code;
     const char* calls;
   } rows[] = {
-      {0x80000000u - 1040, 0x3000000A, "open VOL / seek 0 / read 0 128 / close"},
+      {0x80000000u - 1040, ORB_ERROR_DAMAGED_VOLUME, "open VOL / seek 0 / read 0 128 / close"},
       // The header is good; the root's block would be cut at 2^31.
-      {0x80000000u - 1040 - 1, 0x30000004,
+      {0x80000000u - 1040 - 1, ORB_ERROR_READ,
        "open VOL / seek 0 / read 0 128 / seek 128 / read 128 896 / seek 1024 / read 1024 16 / seek -1 !131 / close"},
   };
   for (const auto& row : rows) {

@@ -67,7 +67,7 @@ TEST_F(Mounting, volume_without_a_bitmap_holds_the_root_alone) {
   FormatAndMount(0, 1024);
   EXPECT_EQ(OrbGetFileAttributesA("/"), 0x000Eu);
   EXPECT_EQ(OrbCreateFileA("F", 0), 0);
-  EXPECT_EQ(GetError(), 0x30000017u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_FREE_NODE);
 }
 
 TEST_F(Mounting, record_holds_what_was_read) {  // V2
@@ -154,7 +154,7 @@ TEST_F(Mounting, every_other_character_is_refused) {
     if (legal.find(static_cast<char>(c)) != std::string::npos) continue;
     const char name[] = {'A', static_cast<char>(c), '\0'};
     EXPECT_FALSE(MountVolume(u"VOL", name)) << c;
-    EXPECT_EQ(GetError(), 0x3000000Fu) << c;
+    EXPECT_EQ(GetError(), ORB_ERROR_INVALID_NAME) << c;
   }
   EXPECT_EQ(testhost::CallCount(), 0u);
 }
@@ -164,14 +164,14 @@ TEST_F(Mounting, name_of_29_characters_is_accepted_and_of_30_refused) {
   EXPECT_EQ(Outcome(OrbMountVolume(u"VOL", u"ABCDEFGHIJKLMNOPQRSTUVWXYZ123")), "");
   EXPECT_STREQ(g_VolumeListHead.next->name, "ABCDEFGHIJKLMNOPQRSTUVWXYZ123");
   EXPECT_EQ(OrbMountVolume(u"VOL", u"ABCDEFGHIJKLMNOPQRSTUVWXYZ1234"), 0);
-  EXPECT_EQ(GetError(), 0x3000000Fu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_NAME);
 }
 
 TEST_F(Mounting, empty_name_or_one_with_space_slash_or_colon_is_refused) {
   Format();
   for (const char16_t* name : {u"", u"A B", u"A/B", u"A:", u" "}) {
     EXPECT_EQ(OrbMountVolume(u"VOL", name), 0);
-    EXPECT_EQ(GetError(), 0x3000000Fu);
+    EXPECT_EQ(GetError(), ORB_ERROR_INVALID_NAME);
   }
   EXPECT_EQ(TraceText(), "");
 }
@@ -180,25 +180,25 @@ TEST_F(Mounting, name_that_is_mounted_is_refused_in_any_letter_case_before_the_c
   FormatAndMount();
   Format(16, 1024, u"OTHER");
   EXPECT_EQ(OrbMountVolume(u"OTHER", u"a"), 0);
-  EXPECT_EQ(GetError(), 0x3000000Du);
+  EXPECT_EQ(GetError(), ORB_ERROR_ALREADY_MOUNTED);
   EXPECT_EQ(TraceText(), "");
 }
 
 TEST_F(Mounting, bad_name_is_noticed_before_a_missing_container) {
   EXPECT_EQ(OrbMountVolume(u"NONE", u"A B"), 0);
-  EXPECT_EQ(GetError(), 0x3000000Fu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_NAME);
 }
 
 TEST_F(Mounting, missing_container_is_file_not_found) {
   EXPECT_EQ(OrbMountVolume(u"NONE", u"A"), 0);
-  EXPECT_EQ(GetError(), 0x30000013u);
+  EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
   ExpectNothingLeft();
 }
 
 TEST_F(Mounting, container_that_is_mounted_is_in_use) {
   FormatAndMount();
   EXPECT_EQ(OrbMountVolume(u"VOL", u"B"), 0);
-  EXPECT_EQ(GetError(), 0x30000008u);
+  EXPECT_EQ(GetError(), ORB_ERROR_CONTAINER_IN_USE);
 }
 
 TEST_F(Mounting, error_is_cleared_first) {
@@ -269,7 +269,7 @@ TEST_F(Mounting, info_of_an_unknown_name_fails_and_leaves_the_results) {
   OrbU32 blockSize = 77;
   for (const char* name : {"B", "", "AA", "A B", "A:", "ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEFGHIJKLMNOPQRSTUVWXYZ"}) {
     EXPECT_EQ(OrbGetVolumeInfoA(name, &bitmapBytes, &blockSize), 0);
-    EXPECT_EQ(GetError(), 0x30000012u);
+    EXPECT_EQ(GetError(), ORB_ERROR_NOT_MOUNTED);
   }
   EXPECT_EQ(bitmapBytes, 77u);
   EXPECT_EQ(blockSize, 77u);
@@ -284,12 +284,18 @@ TEST_F(Mounting, failing_call_ends_it_with_the_calls_code_and_leaves_nothing) {
     const char* call;
     uint32_t notReady, badHandle, unknown;
   } calls[] = {
-      {"name conversion", 0x3000000E, 0x3000000E, 0x3000000E},    {"open", 0x30000006, 0x30000002, 0x30000002},
-      {"seek to the header", 0x30000006, 0x3000000B, 0x30000004}, {"header", 0x30000006, 0x3000000B, 0x30000004},
-      {"seek to the table", 0x30000006, 0x3000000B, 0x30000004},  {"table", 0x30000006, 0x3000000B, 0x30000004},
-      {"seek to the bitmap", 0x30000006, 0x3000000B, 0x30000004}, {"bitmap", 0x30000006, 0x3000000B, 0x30000004},
-      {"seek to the chain", 0x30000006, 0x3000000B, 0x30000004},  {"chain", 0x30000006, 0x3000000B, 0x30000004},
-      {"seek to the root", 0x30000006, 0x3000000B, 0x30000004},   {"root", 0x30000006, 0x3000000B, 0x30000004},
+      {"name conversion", ORB_ERROR_INVALID_ARGUMENT, ORB_ERROR_INVALID_ARGUMENT, ORB_ERROR_INVALID_ARGUMENT},
+      {"open", ORB_ERROR_NOT_READY, ORB_ERROR_CANNOT_OPEN, ORB_ERROR_CANNOT_OPEN},
+      {"seek to the header", ORB_ERROR_NOT_READY, ORB_ERROR_DAMAGED_RECORD, ORB_ERROR_READ},
+      {"header", ORB_ERROR_NOT_READY, ORB_ERROR_DAMAGED_RECORD, ORB_ERROR_READ},
+      {"seek to the table", ORB_ERROR_NOT_READY, ORB_ERROR_DAMAGED_RECORD, ORB_ERROR_READ},
+      {"table", ORB_ERROR_NOT_READY, ORB_ERROR_DAMAGED_RECORD, ORB_ERROR_READ},
+      {"seek to the bitmap", ORB_ERROR_NOT_READY, ORB_ERROR_DAMAGED_RECORD, ORB_ERROR_READ},
+      {"bitmap", ORB_ERROR_NOT_READY, ORB_ERROR_DAMAGED_RECORD, ORB_ERROR_READ},
+      {"seek to the chain", ORB_ERROR_NOT_READY, ORB_ERROR_DAMAGED_RECORD, ORB_ERROR_READ},
+      {"chain", ORB_ERROR_NOT_READY, ORB_ERROR_DAMAGED_RECORD, ORB_ERROR_READ},
+      {"seek to the root", ORB_ERROR_NOT_READY, ORB_ERROR_DAMAGED_RECORD, ORB_ERROR_READ},
+      {"root", ORB_ERROR_NOT_READY, ORB_ERROR_DAMAGED_RECORD, ORB_ERROR_READ},
   };
   uint32_t n = 0;
   for (const auto& expected : calls) {
@@ -319,10 +325,12 @@ TEST_F(Mounting, container_that_the_host_does_not_open_reports_why_and_leaves_no
   Format();
   const struct {
     uint32_t host, code;
-  } rows[] = {{2, 0x30000013},  {3, 0x30000014},   {4, 0x30000018},    {5, 0x30000019},
-              {8, 0x30000011},  {14, 0x30000011},  {19, 0x30000005},   {21, 0x30000006},
-              {32, 0x30000008}, {123, 0x3000000F}, {6, 0x30000002},    {80, 0x30000002},
-              {87, 0x30000002}, {112, 0x30000002}, {1235, 0x30000007}, {9999, 0x30000002}};
+  } rows[] = {{2, ORB_ERROR_FILE_NOT_FOUND},   {3, ORB_ERROR_PATH_NOT_FOUND}, {4, ORB_ERROR_TOO_MANY_OPEN_FILES},
+              {5, ORB_ERROR_ACCESS_DENIED},    {8, ORB_ERROR_OUT_OF_MEMORY},  {14, ORB_ERROR_OUT_OF_MEMORY},
+              {19, ORB_ERROR_WRITE_PROTECTED}, {21, ORB_ERROR_NOT_READY},     {32, ORB_ERROR_CONTAINER_IN_USE},
+              {123, ORB_ERROR_INVALID_NAME},   {6, ORB_ERROR_CANNOT_OPEN},    {80, ORB_ERROR_CANNOT_OPEN},
+              {87, ORB_ERROR_CANNOT_OPEN},     {112, ORB_ERROR_CANNOT_OPEN},  {1235, ORB_ERROR_ABORTED},
+              {9999, ORB_ERROR_CANNOT_OPEN}};
   for (const auto& row : rows) {
     testhost::ClearTrace();
     FailNthCall(Call::kCreateFile, 1, row.host);
@@ -350,7 +358,7 @@ TEST_F(Mounting, failing_allocation_ends_it_with_out_of_memory_and_leaves_nothin
     FailNthAllocation(++n);
     EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0) << n;
     EXPECT_EQ(testhost::AllocationFaultsFired(), 1u) << n;
-    EXPECT_EQ(GetError(), 0x30000011u) << n;
+    EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY) << n;
     EXPECT_EQ(TraceText(), expected) << n;
     ExpectNothingLeft();
   }
@@ -364,7 +372,7 @@ TEST_F(Mounting, container_that_ends_too_early_is_damaged) {
   for (const uint64_t size : std::initializer_list<uint64_t>{0, 1, 127, 128, 1023, 1024, 1039, 1040, 1103}) {
     testhost::ResizeFile(u"VOL", size);
     EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0) << size;
-    EXPECT_EQ(GetError(), 0x3000000Au) << size;
+    EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME) << size;
     ExpectNothingLeft();
     testhost::RemoveFile(u"VOL");
     Format();
@@ -378,7 +386,7 @@ TEST_F(Mounting, short_read_by_the_host_is_damage) {
   for (uint32_t n = 1; n <= 4; ++n) {
     testhost::ShortenNthRead(n, 5);
     EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0) << n;
-    EXPECT_EQ(GetError(), 0x3000000Au) << n;
+    EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME) << n;
     ExpectNothingLeft();
   }
 }
@@ -387,7 +395,7 @@ TEST_F(Mounting, root_without_a_node_block_is_damage) {
   Format();
   testhost::PatchFile(u"VOL", 128, Word(0));
   EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0);
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   ExpectNothingLeft();
 }
 
@@ -396,7 +404,7 @@ TEST_F(Mounting, root_in_a_block_out_of_reach_fails_at_the_host) {
   for (const uint32_t block : {0xFFFFFFFFu, 0x00400000u, 0x00200001u}) {
     testhost::PatchFile(u"VOL", 128, Word(block));
     EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0) << block;
-    EXPECT_EQ(GetError(), 0x30000004u) << block;
+    EXPECT_EQ(GetError(), ORB_ERROR_READ) << block;
     ExpectNothingLeft();
   }
 }
@@ -405,7 +413,7 @@ TEST_F(Mounting, root_that_is_no_directory_is_damage) {
   Format();
   testhost::PatchFile(u"VOL", 1040 + 6, Bytes{0x06, 0x00});
   EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0);
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   ExpectNothingLeft();
 }
 
@@ -413,10 +421,10 @@ TEST_F(Mounting, broken_head_of_the_free_chain_is_damage) {
   const struct {
     const char* what;
     uint32_t offset, value, code;
-  } faults[] = {{"signature", 0, 0x31434247, 0x3000000B},
-                {"count above the capacity", 8, 254, 0x3000000B},
-                {"count with the top bit set", 8, 0x80000000, 0x3000000B},
-                {"zero entry", 8, 1, 0x3000000B}};
+  } faults[] = {{"signature", 0, 0x31434247, ORB_ERROR_DAMAGED_RECORD},
+                {"count above the capacity", 8, 254, ORB_ERROR_DAMAGED_RECORD},
+                {"count with the top bit set", 8, 0x80000000, ORB_ERROR_DAMAGED_RECORD},
+                {"zero entry", 8, 1, ORB_ERROR_DAMAGED_RECORD}};
   for (const auto& fault : faults) {
     FormatWithChain();
     testhost::PatchFile(u"VOL", 3088 + fault.offset, Word(fault.value));
@@ -431,7 +439,7 @@ TEST_F(Mounting, head_of_the_free_chain_past_the_end_is_damage) {
   Format();
   testhost::PatchFile(u"VOL", 48, Word(3));
   EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0);
-  EXPECT_EQ(GetError(), 0x3000000Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
   ExpectNothingLeft();
 }
 
@@ -441,7 +449,7 @@ TEST_F(Mounting, container_that_was_not_left_clean_does_not_mount) {
   ASSERT_EQ(OrbCreateFileA("F", 0), 0);
   ASSERT_EQ(OrbUnmountVolumeA("A"), 1);
   EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0);
-  EXPECT_EQ(GetError(), 0x3000000Cu);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_CLEAN);
 }
 
 TEST_F(Mounting, failed_close_after_a_failed_mount_is_the_later_code) {
@@ -449,7 +457,7 @@ TEST_F(Mounting, failed_close_after_a_failed_mount_is_the_later_code) {
   testhost::PatchFile(u"VOL", 4, Bytes{'2'});
   FailNthCall(Call::kCloseHandle, 1, coredll::kHostNotReady);
   EXPECT_EQ(OrbMountVolume(u"VOL", u"A"), 0);
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   ExpectNothingLeft();
 }
 

@@ -147,16 +147,24 @@ TEST_F(Move, table_of_bad_paths_gives_each_its_code) {
     const char* to;
     const char* outcome;
   } rows[] = {
-      {"D/F", "B:/F", "0x30000023"},    {"D/X", "B:/F", "0x30000023"},  // the volumes are looked at first
-      {"B:/X", "D/F", "0x30000023"},    {"D/X", "E/X", "0x30000013"},  {"/", "E/X", "0x30000013"},
-      {"D/F", "E/F", "0x30000015"},     {"D/F", "e/f", "0x30000015"},  {"D/G", "E/F", "0x30000015"},
-      {"D/F", "/D", "0x30000015"},      {"D/F", "E/.", "0x30000015"},  // the root and E
-      {"D", "D/G/D", "0x30000022"},                                    // into its own child
-      {"D", "D/D", "0x30000022"},                                      // into itself: the destination is held
-      {"D", "D/G/H/D", "0x30000022"},                                  // further down
-      {"D/G", "D/G/H/G", "0x30000022"}, {"D/F", "D/G", "0x30000015"},  // a rename
-      {"D/F", "D/f", "0x30000015"},                                    // the name in another case is there
-      {"D/X", "D/Y", "0x30000013"},     {"E", "..", "0x3000000F"},     // a rename to nothing
+      {"D/F", "B:/F", "MOVE_NOT_ALLOWED"},
+      {"D/X", "B:/F", "MOVE_NOT_ALLOWED"},  // the volumes are looked at first
+      {"B:/X", "D/F", "MOVE_NOT_ALLOWED"},
+      {"D/X", "E/X", "FILE_NOT_FOUND"},
+      {"/", "E/X", "FILE_NOT_FOUND"},
+      {"D/F", "E/F", "FILE_EXISTS"},
+      {"D/F", "e/f", "FILE_EXISTS"},
+      {"D/G", "E/F", "FILE_EXISTS"},
+      {"D/F", "/D", "FILE_EXISTS"},
+      {"D/F", "E/.", "FILE_EXISTS"},  // the root and E
+      {"D", "D/G/D", "IN_USE"},       // into its own child
+      {"D", "D/D", "IN_USE"},         // into itself: the destination is held
+      {"D", "D/G/H/D", "IN_USE"},     // further down
+      {"D/G", "D/G/H/G", "IN_USE"},
+      {"D/F", "D/G", "FILE_EXISTS"},  // a rename
+      {"D/F", "D/f", "FILE_EXISTS"},  // the name in another case is there
+      {"D/X", "D/Y", "FILE_NOT_FOUND"},
+      {"E", "..", "INVALID_NAME"},  // a rename to nothing
   };
   const Bytes before = Image();
   testhost::ClearTrace();
@@ -175,7 +183,7 @@ TEST_F(Move, separators_behind_the_new_name_add_nothing) {
   EXPECT_EQ(Names("D"), (Lines{"G", "NEWER"}));
   EXPECT_EQ(MoveFile("D/G", "D/DIR/"), "");  // a rename
   EXPECT_EQ(Names("D"), (Lines{"DIR", "NEWER"}));
-  EXPECT_EQ(MoveFile("D/DIR", "E/"), "0x30000015");  // E itself, not what is below it
+  EXPECT_EQ(MoveFile("D/DIR", "E/"), "FILE_EXISTS");  // E itself, not what is below it
   EXPECT_EQ(Names("E"), Lines{});
   EXPECT_EQ(Findings(), "");
 }
@@ -189,7 +197,7 @@ TEST_F(Move, into_a_full_block_on_a_full_volume_changes_nothing) {
   const testhost::FileImage before = testhost::GetFile(u"VOL");
   for (const char* name : {"F", "G"}) {  // a file and a directory
     testhost::ClearTrace();
-    EXPECT_EQ(MoveFile((std::string("D/") + name).c_str(), (std::string("E/") + name).c_str()), "0x3000001B") << name;
+    EXPECT_EQ(MoveFile((std::string("D/") + name).c_str(), (std::string("E/") + name).c_str()), "VOLUME_FULL") << name;
     EXPECT_EQ(testhost::CallCount(Call::kWriteFile), 0u) << name;
   }
   EXPECT_EQ(testhost::GetFile(u"VOL"), before);
@@ -209,20 +217,20 @@ TEST_F(Move, dots_as_the_source_name_are_refused_by_the_operation_itself) {
   for (const char* name : {".", ".."}) {
     ClearError();
     EXPECT_FALSE(OrbMoveNode(volume_->root, "X", directory.node, name));
-    EXPECT_EQ(GetError(), 0x3000000Fu);
+    EXPECT_EQ(GetError(), ORB_ERROR_INVALID_NAME);
   }
 }
 
 TEST_F(Move, of_what_is_held_fails_and_changes_nothing) {
   const OrbHandle file = Open("D/F");
-  EXPECT_EQ(MoveFile("D/F", "E/F"), "0x30000022");
+  EXPECT_EQ(MoveFile("D/F", "E/F"), "IN_USE");
   EXPECT_EQ(OrbCloseFile(file), 1);
   ASSERT_EQ(OrbSetCurrentDirectoryA("D/G"), 1);
-  EXPECT_EQ(MoveFile("/D/G", "/E/G"), "0x30000020");
+  EXPECT_EQ(MoveFile("/D/G", "/E/G"), "CURRENT_DIRECTORY");
   ASSERT_EQ(OrbSetCurrentDirectoryA("/"), 1);
   OrbFindDataA found;
   const OrbHandle search = OrbFindFirstFileA("D/G/", &found);
-  EXPECT_EQ(MoveFile("D/G", "E/G"), "0x30000022");
+  EXPECT_EQ(MoveFile("D/G", "E/G"), "IN_USE");
   EXPECT_EQ(OrbFindClose(search), 1);
   EXPECT_EQ(Writes(), "");
   EXPECT_EQ(MoveFile("D/G", "E/G"), "");
@@ -239,12 +247,12 @@ TEST_F(Move, of_a_directory_above_the_current_one_is_allowed) {
 
 TEST_F(Move, second_path_that_does_not_resolve_keeps_the_source_directory_referenced) {
   LeavesThingsBehind();
-  EXPECT_EQ(MoveFile("D/F", "NONE/F"), "0x30000014");
+  EXPECT_EQ(MoveFile("D/F", "NONE/F"), "PATH_NOT_FOUND");
   EXPECT_EQ(NodesListed(), 2u);
   EXPECT_EQ(OrbSetFileAttributesA("D/F", 1), 1);  // the file itself is free
   EXPECT_EQ(Outcome(OrbDeleteFileA("D/F")), "");
   EXPECT_EQ(Outcome(OrbDeleteFileA("D/G")), "");
-  EXPECT_EQ(Outcome(OrbDeleteFileA("D")), "0x30000022");
+  EXPECT_EQ(Outcome(OrbDeleteFileA("D")), "IN_USE");
 }
 
 TEST_F(Move, kept_reference_can_be_let_go_after_its_volume_is_gone) {
@@ -264,7 +272,7 @@ TEST_F(Move, kept_reference_can_be_let_go_after_its_volume_is_gone) {
 TEST_F(Move, way_up_in_a_ring_ends_as_damage) {
   MakeDirectory("E/H");  // node 6, block 6: E's ".." becomes H, H's is E
   Damage([](Bytes* image) { testhost::WriteU16(*image, testhost::BlockOffset(*image, 4) + 32, 6); });
-  EXPECT_EQ(MoveFile("D/G", "E/H/G"), "0x3000000B");
+  EXPECT_EQ(MoveFile("D/G", "E/H/G"), "DAMAGED_RECORD");
   EXPECT_EQ(Writes(), "");
   EXPECT_EQ(NodesListed(), 1u);
   EXPECT_EQ(MoveFile("D/F", "E/H/F"), "");  // a file does not look up
@@ -284,7 +292,7 @@ TEST_F(Move, way_up_may_take_as_many_steps_as_the_volume_has_nodes) {
 
 TEST_F(Move, way_up_without_a_parent_entry_is_damage) {
   Damage([](Bytes* image) { testhost::WriteU16(*image, testhost::BlockOffset(*image, 4) + 32, 0); });
-  EXPECT_EQ(MoveFile("D/G", "E/G"), "0x3000000B");
+  EXPECT_EQ(MoveFile("D/G", "E/G"), "DAMAGED_RECORD");
   EXPECT_EQ(Writes(), "");
 }
 
@@ -293,25 +301,25 @@ TEST_F(Move, way_up_without_a_parent_entry_is_damage) {
 TEST_F(Move, with_any_write_meeting_a_full_disk_undoes_nothing) {
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, Moving("D/G", "E/G")),
             (Lines{
-                "mark: 0x30000003",
-                "write block 4: 0x3000001A",
-                "write node 3: 0x3000001A, append-interrupted",
-                "write block 5: 0x3000001A, two-names",
-                "write block 3: 0x3000001A, two-names",
-                "write node 2: 0x3000001A, removal-interrupted",
-                "clear: 0x3000001A, marked",
+                "mark: WRITE",
+                "write block 4: DISK_FULL",
+                "write node 3: DISK_FULL, append-interrupted",
+                "write block 5: DISK_FULL, two-names",
+                "write block 3: DISK_FULL, two-names",
+                "write node 2: DISK_FULL, removal-interrupted",
+                "clear: DISK_FULL, marked",
             }));
 }
 
 TEST_F(Move, with_any_write_failing_otherwise_fails_the_volume) {
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostAccessDenied, Repeat::kFromThenOn, Moving("D/F", "E/F")),
             (Lines{
-                "mark: 0x30000003",
-                "write block 4: 0x30000003, marked",
-                "write node 3: 0x30000003, marked append-interrupted",
-                "write block 3: 0x30000003, marked two-names",
-                "write node 2: 0x30000003, marked removal-interrupted",
-                "clear: 0x30000019, marked",
+                "mark: WRITE",
+                "write block 4: WRITE, marked",
+                "write node 3: WRITE, marked append-interrupted",
+                "write block 3: WRITE, marked two-names",
+                "write node 2: WRITE, marked removal-interrupted",
+                "clear: ACCESS_DENIED, marked",
             }));
 }
 
@@ -344,27 +352,27 @@ class MoveNode : public Move {
 TEST_F(MoveNode, with_any_read_failing_undoes_nothing) {
   EXPECT_EQ(FailEach(Call::kReadFile, kHostNotReady, Repeat::kOnce, MovingNode()),
             (Lines{
-                "read block 3: 0x30000006",             // the source's name
-                "read node 5: 0x30000006",              // its node
-                "read block 4: 0x30000006",             // the way up
-                "read block 4: 0x30000006",             // the new name
-                "read block 4: 0x30000006",             // its block
-                "read block 5: 0x30000006, two-names",  // the moved directory's first block
-                "read block 3: 0x30000006, two-names",
-                "read node 5: 0x30000006, two-names",
+                "read block 3: NOT_READY",             // the source's name
+                "read node 5: NOT_READY",              // its node
+                "read block 4: NOT_READY",             // the way up
+                "read block 4: NOT_READY",             // the new name
+                "read block 4: NOT_READY",             // its block
+                "read block 5: NOT_READY, two-names",  // the moved directory's first block
+                "read block 3: NOT_READY, two-names",
+                "read node 5: NOT_READY, two-names",
             }));
 }
 
 TEST_F(MoveNode, with_any_allocation_failing_undoes_nothing) {
   EXPECT_EQ(FailEachAllocation(MovingNode()), (Lines{
-                                                  "0x30000011",
-                                                  "0x30000011",
-                                                  "0x30000011",
-                                                  "0x30000011",
-                                                  "0x30000011",
-                                                  "0x30000011, two-names",
-                                                  "0x30000011, two-names",
-                                                  "0x30000011, two-names",
+                                                  "OUT_OF_MEMORY",
+                                                  "OUT_OF_MEMORY",
+                                                  "OUT_OF_MEMORY",
+                                                  "OUT_OF_MEMORY",
+                                                  "OUT_OF_MEMORY",
+                                                  "OUT_OF_MEMORY, two-names",
+                                                  "OUT_OF_MEMORY, two-names",
+                                                  "OUT_OF_MEMORY, two-names",
                                               }));
 }
 
@@ -387,15 +395,15 @@ TEST_F(Move, rename_table_of_bad_paths_gives_each_its_code) {
     const char* name;
     const char* outcome;
   } rows[] = {
-      {"D/F", "G", "0x30000015"},   {"D/F", "F", "0x30000015"},
-      {"D/F", "f", "0x30000015"},   {"D/F", ".", "0x30000015"},
-      {"D/F", "..", "0x30000015"},  {"D/F", "", "0x3000000F"},
-      {"D/F", "A/B", "0x3000000F"},  // a bare name, not a path
-      {"D/F", "E:X", "0x3000000F"}, {"D/F", "123456789012345678901234567890", "0x3000000F"},
-      {"D/X", "Y", "0x30000013"},   {"D/X", "G", "0x30000015"},  // the new name is looked at first
-      {"/", "X", "0x30000013"},     {"X/Y", "Z", "0x30000014"},
-      {"D/F/G", "Z", "0x30000014"}, {"", "X", "0x30000014"},
-      {"B:/F", "X", "0x30000012"},
+      {"D/F", "G", "FILE_EXISTS"},      {"D/F", "F", "FILE_EXISTS"},
+      {"D/F", "f", "FILE_EXISTS"},      {"D/F", ".", "FILE_EXISTS"},
+      {"D/F", "..", "FILE_EXISTS"},     {"D/F", "", "INVALID_NAME"},
+      {"D/F", "A/B", "INVALID_NAME"},  // a bare name, not a path
+      {"D/F", "E:X", "INVALID_NAME"},   {"D/F", "123456789012345678901234567890", "INVALID_NAME"},
+      {"D/X", "Y", "FILE_NOT_FOUND"},   {"D/X", "G", "FILE_EXISTS"},  // the new name is looked at first
+      {"/", "X", "FILE_NOT_FOUND"},     {"X/Y", "Z", "PATH_NOT_FOUND"},
+      {"D/F/G", "Z", "PATH_NOT_FOUND"}, {"", "X", "PATH_NOT_FOUND"},
+      {"B:/F", "X", "NOT_MOUNTED"},
   };
   testhost::ClearTrace();
   for (const auto& row : rows) EXPECT_EQ(RenameFile(row.path, row.name), row.outcome) << row.path << " to " << row.name;
@@ -425,13 +433,13 @@ TEST_F(Move, rename_works_on_what_is_open_searched_or_current) {  // Q8
 TEST_F(Move, rename_with_every_call_failing_changes_one_name_or_none) {
   const Operation renaming = {nullptr, [] { return OrbRenameFileA("D/F", "X") != 0; }, nullptr};
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, renaming),
-            (Lines{"mark: 0x30000003", "write block 3: 0x3000001A", "clear: 0x3000001A, marked"}));
+            (Lines{"mark: WRITE", "write block 3: DISK_FULL", "clear: DISK_FULL, marked"}));
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostAccessDenied, Repeat::kOnce, renaming),
-            (Lines{"mark: 0x30000003", "write block 3: 0x30000003, marked", "clear: 0x30000019, marked"}));
+            (Lines{"mark: WRITE", "write block 3: WRITE, marked", "clear: ACCESS_DENIED, marked"}));
   EXPECT_EQ(FailEach(Call::kReadFile, kHostNotReady, Repeat::kOnce, renaming),
-            (Lines{"read block 2: 0x30000006", "read node 2: 0x30000006", "read block 3: 0x30000006",
-                   "read block 3: 0x30000006"}));
-  EXPECT_EQ(FailEachAllocation(renaming), (Lines{"0x30000011", "0x30000011", "0x30000011", "0x30000011"}));
+            (Lines{"read block 2: NOT_READY", "read node 2: NOT_READY", "read block 3: NOT_READY",
+                   "read block 3: NOT_READY"}));
+  EXPECT_EQ(FailEachAllocation(renaming), (Lines{"OUT_OF_MEMORY", "OUT_OF_MEMORY", "OUT_OF_MEMORY", "OUT_OF_MEMORY"}));
 }
 
 }  // namespace

@@ -123,21 +123,21 @@ TEST_F(Remove, table_of_bad_paths_gives_each_its_code) {
     const char* path;
     const char* outcome;
   } rows[] = {
-      {"X", "0x30000013"},
-      {"D/X", "0x30000013"},
-      {"/", "0x30000013"},  // the root and an empty name
-      {"..", "0x30000013"},
-      {"A:", "0x30000013"},
-      {"D", "0x30000021"},
-      {"D/E", "0x30000021"},
-      {"D/E/.", "0x30000021"},  // E itself
-      {"X/Y", "0x30000014"},
-      {"D/E/F/G", "0x30000014"},
-      {"D/E/F/.", "0x30000014"},
-      {"", "0x30000014"},
-      {"B:/X", "0x30000012"},
-      {"A B", "0x30000013"},  // the rule of names is not asked
-      {"123456789012345678901234567890", "0x3000000F"},
+      {"X", "FILE_NOT_FOUND"},
+      {"D/X", "FILE_NOT_FOUND"},
+      {"/", "FILE_NOT_FOUND"},  // the root and an empty name
+      {"..", "FILE_NOT_FOUND"},
+      {"A:", "FILE_NOT_FOUND"},
+      {"D", "NOT_EMPTY"},
+      {"D/E", "NOT_EMPTY"},
+      {"D/E/.", "NOT_EMPTY"},  // E itself
+      {"X/Y", "PATH_NOT_FOUND"},
+      {"D/E/F/G", "PATH_NOT_FOUND"},
+      {"D/E/F/.", "PATH_NOT_FOUND"},
+      {"", "PATH_NOT_FOUND"},
+      {"B:/X", "NOT_MOUNTED"},
+      {"A B", "FILE_NOT_FOUND"},  // the rule of names is not asked
+      {"123456789012345678901234567890", "INVALID_NAME"},
   };
   const Bytes before = Image();
   testhost::ClearTrace();
@@ -154,7 +154,7 @@ TEST_F(Remove, dots_name_the_directory_they_lead_to) {
   EXPECT_EQ(DeleteFile("D/E/F/."), "");
   EXPECT_EQ(Names("D/E"), Lines{});
   MakeDirectory("D/E/F");
-  EXPECT_EQ(DeleteFile("D/E/F/.."), "0x30000021");  // E, which holds F
+  EXPECT_EQ(DeleteFile("D/E/F/.."), "NOT_EMPTY");  // E, which holds F
   EXPECT_EQ(DeleteFile("d/e/f/"), "");
   EXPECT_EQ(DeleteFile("D/E/."), "");
   EXPECT_EQ(DeleteFile("D"), "");
@@ -165,14 +165,14 @@ TEST_F(Remove, dots_are_refused_by_the_operation_itself) {
   for (const char* name : {".", ".."}) {
     ClearError();
     EXPECT_FALSE(OrbDeleteNodeAt(volume_->root, name));
-    EXPECT_EQ(GetError(), 0x3000000Fu);
+    EXPECT_EQ(GetError(), ORB_ERROR_INVALID_NAME);
   }
 }
 
 TEST_F(Remove, open_file_is_in_use_and_stays) {
   MakeFile("F", Pattern(100));
   const OrbHandle file = Open("F");
-  EXPECT_EQ(DeleteFile("F"), "0x30000022");
+  EXPECT_EQ(DeleteFile("F"), "IN_USE");
   EXPECT_EQ(Writes(), "");
   EXPECT_EQ(OrbCloseFile(file), 1);
   EXPECT_EQ(DeleteFile("F"), "");
@@ -182,9 +182,9 @@ TEST_F(Remove, current_directory_says_so_and_stays) {
   MakeDirectory("D");
   MakeDirectory("D/E");
   ASSERT_EQ(OrbSetCurrentDirectoryA("D/E"), 1);
-  EXPECT_EQ(DeleteFile("/D/E"), "0x30000020");
-  EXPECT_EQ(DeleteFile("."), "0x30000020");
-  EXPECT_EQ(DeleteFile(".."), "0x30000021");  // D is not the current directory, but not empty
+  EXPECT_EQ(DeleteFile("/D/E"), "CURRENT_DIRECTORY");
+  EXPECT_EQ(DeleteFile("."), "CURRENT_DIRECTORY");
+  EXPECT_EQ(DeleteFile(".."), "NOT_EMPTY");  // D is not the current directory, but not empty
   ASSERT_EQ(OrbSetCurrentDirectoryA("/"), 1);
   EXPECT_EQ(DeleteFile("D/E"), "");
 }
@@ -193,7 +193,7 @@ TEST_F(Remove, searched_directory_is_in_use) {
   MakeDirectory("D");
   OrbFindDataA found;
   const OrbHandle search = OrbFindFirstFileA("D/", &found);
-  EXPECT_EQ(DeleteFile("D"), "0x30000022");
+  EXPECT_EQ(DeleteFile("D"), "IN_USE");
   EXPECT_EQ(OrbFindClose(search), 1);
   EXPECT_EQ(DeleteFile("D"), "");
 }
@@ -201,8 +201,8 @@ TEST_F(Remove, searched_directory_is_in_use) {
 TEST_F(Remove, number_that_is_free_already_loses_the_name_and_reports_damage) {
   MakeFile("F", Pattern(1024));
   Damage([](Bytes* image) { (*image)[1024] = 0x7F; });
-  EXPECT_EQ(DeleteFile("F"), "0x3000000B");
-  EXPECT_EQ(DeleteFile("F"), "0x30000013");
+  EXPECT_EQ(DeleteFile("F"), "DAMAGED_RECORD");
+  EXPECT_EQ(DeleteFile("F"), "FILE_NOT_FOUND");
   EXPECT_EQ(NodesListed(), 1u);
 }
 
@@ -213,15 +213,15 @@ TEST_F(Remove, with_any_write_meeting_a_full_disk_leaves_what_was_written) {
   MakeFile("F", Pattern(1500));
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, Deleting("F")),
             (Lines{
-                "mark: 0x30000003",
-                "write block 2: 0x3000001A",
-                "write node 1: 0x3000001A, removal-interrupted node-leaked",
-                "write bitmap: 0x3000001A, node-leaked",
-                "write node 3: 0x3000001A, block-leaked",
-                "write block 3: 0x3000001A, block-leaked",
-                "write header: 0x3000001A, block-leaked",
-                "write block 3: 0x3000001A, block-leaked",
-                "clear: 0x3000001A, marked",
+                "mark: WRITE",
+                "write block 2: DISK_FULL",
+                "write node 1: DISK_FULL, removal-interrupted node-leaked",
+                "write bitmap: DISK_FULL, node-leaked",
+                "write node 3: DISK_FULL, block-leaked",
+                "write block 3: DISK_FULL, block-leaked",
+                "write header: DISK_FULL, block-leaked",
+                "write block 3: DISK_FULL, block-leaked",
+                "clear: DISK_FULL, marked",
             }));
 }
 
@@ -230,15 +230,15 @@ TEST_F(Remove, with_any_write_failing_otherwise_fails_the_volume) {
   MakeFile("F", Pattern(1500));
   EXPECT_EQ(FailEach(Call::kWriteFile, kHostAccessDenied, Repeat::kOnce, Deleting("F")),
             (Lines{
-                "mark: 0x30000003",
-                "write block 2: 0x30000003, marked",
-                "write node 1: 0x30000003, marked removal-interrupted node-leaked",
-                "write bitmap: 0x30000003, marked node-leaked",
-                "write node 3: 0x30000003, marked block-leaked",
-                "write block 3: 0x30000003, marked block-leaked",
-                "write header: 0x30000003, marked block-leaked",
-                "write block 3: 0x30000003, marked block-leaked",
-                "clear: 0x30000019, marked",
+                "mark: WRITE",
+                "write block 2: WRITE, marked",
+                "write node 1: WRITE, marked removal-interrupted node-leaked",
+                "write bitmap: WRITE, marked node-leaked",
+                "write node 3: WRITE, marked block-leaked",
+                "write block 3: WRITE, marked block-leaked",
+                "write header: WRITE, marked block-leaked",
+                "write block 3: WRITE, marked block-leaked",
+                "clear: ACCESS_DENIED, marked",
             }));
 }
 
@@ -246,9 +246,9 @@ TEST_F(Remove, with_any_read_failing_changes_nothing_or_stops_where_it_is) {
   MakeFile("F", Pattern(7 * 1024));
   EXPECT_EQ(FailEach(Call::kReadFile, kHostNotReady, Repeat::kOnce, Deleting("F")),
             (Lines{
-                "read block 2: 0x30000006",
-                "read node 2: 0x30000006",
-                "read block 10: 0x30000006, block-leaked",
+                "read block 2: NOT_READY",
+                "read node 2: NOT_READY",
+                "read block 10: NOT_READY, block-leaked",
             }));
 }
 
@@ -256,15 +256,15 @@ TEST_F(Remove, with_any_size_query_failing_stops_where_it_is) {
   MakeFile("F", Pattern(1500));
   EXPECT_EQ(FailEach(Call::kGetFileSize, kHostAccessDenied, Repeat::kOnce, Deleting("F")),
             (Lines{
-                "size: 0x30000019, block-leaked",
-                "size: 0x30000019, block-leaked",
+                "size: ACCESS_DENIED, block-leaked",
+                "size: ACCESS_DENIED, block-leaked",
             }));
 }
 
 TEST_F(Remove, with_any_allocation_failing_leaves_leaks_at_most) {
   MakeFile("F", Pattern(7 * 1024));
-  Lines expected(13, "0x30000011, block-leaked");
-  expected[0] = expected[1] = "0x30000011";  // the parent's block and the node: before anything is written
+  Lines expected(13, "OUT_OF_MEMORY, block-leaked");
+  expected[0] = expected[1] = "OUT_OF_MEMORY";  // the parent's block and the node: before anything is written
   // The chain's first record (cache, copy and header), five entries, the map block's contents, itself and its one
   // block.
   EXPECT_EQ(FailEachAllocation(Deleting("F")), expected);
@@ -283,18 +283,18 @@ TEST_F(Remove, with_any_allocation_failing_while_all_shrinks_leaves_leaks_at_mos
   ASSERT_EQ(testhost::FreeChainOf(Image(), ChainHead()).heap.size(), 253u);
   const Lines lines = FailEachAllocation(Deleting("V"));
   EXPECT_EQ(lines, (Lines{
-                       "0x30000011",                            // the parent's block
-                       "0x30000011",                            // the node
-                       "0x30000011, block-leaked node-leaked",  // the new record, in the parent's second block
-                       "0x30000011, block-leaked node-leaked",  // the header that names it
-                       "0x30000011, block-leaked",              // the six direct blocks
-                       "0x30000011, block-leaked", "0x30000011, block-leaked", "0x30000011, block-leaked",
-                       "0x30000011, block-leaked", "0x30000011, block-leaked",
-                       "0x30000011, block-leaked",  // the map block's contents
-                       "0x30000011, block-leaked",  // the map block
-                       "0x30000011, block-leaked",  // its one block
-                       "0x30000011",                // the table: the node block stays, idle
-                       "0x30000011, block-leaked",  // the node block
+                       "OUT_OF_MEMORY",                            // the parent's block
+                       "OUT_OF_MEMORY",                            // the node
+                       "OUT_OF_MEMORY, block-leaked node-leaked",  // the new record, in the parent's second block
+                       "OUT_OF_MEMORY, block-leaked node-leaked",  // the header that names it
+                       "OUT_OF_MEMORY, block-leaked",              // the six direct blocks
+                       "OUT_OF_MEMORY, block-leaked", "OUT_OF_MEMORY, block-leaked", "OUT_OF_MEMORY, block-leaked",
+                       "OUT_OF_MEMORY, block-leaked", "OUT_OF_MEMORY, block-leaked",
+                       "OUT_OF_MEMORY, block-leaked",  // the map block's contents
+                       "OUT_OF_MEMORY, block-leaked",  // the map block
+                       "OUT_OF_MEMORY, block-leaked",  // its one block
+                       "OUT_OF_MEMORY",                // the table: the node block stays, idle
+                       "OUT_OF_MEMORY, block-leaked",  // the node block
                    }));
   const std::string record = std::to_string(Stored(1).direct[1]);
   const std::string nodes = std::to_string(testhost::NodeTableEntry(Image(), 2));
@@ -311,12 +311,12 @@ TEST_F(Remove, of_an_emptied_parent_block_with_any_write_failing_shows_the_order
   EXPECT_EQ(
       FailEach(Call::kWriteFile, kHostDiskFull, Repeat::kOnce, Deleting("F32")),
       (Lines{
-          "mark: 0x30000003",
-          "write block 4: 0x3000001A, block-leaked node-leaked",  // the chain's record, in the directory's last block
-          "write header: 0x3000001A, block-leaked node-leaked",
-          "write node 1: 0x3000001A, last-block-freed node-leaked",
-          "write bitmap: 0x3000001A, node-leaked",
-          "clear: 0x3000001A, marked",
+          "mark: WRITE",
+          "write block 4: DISK_FULL, block-leaked node-leaked",  // the chain's record, in the directory's last block
+          "write header: DISK_FULL, block-leaked node-leaked",
+          "write node 1: DISK_FULL, last-block-freed node-leaked",
+          "write bitmap: DISK_FULL, node-leaked",
+          "clear: DISK_FULL, marked",
       }));
 }
 

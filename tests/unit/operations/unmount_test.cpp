@@ -113,7 +113,7 @@ TEST_F(Unmounting, unknown_name_or_one_no_volume_can_have_changes_nothing) {
   Volume* const volume = FormatAndMount();
   for (const char* name : {"B", "", "AA", "A ", "A:", "/", "ABCDEFGHIJKLMNOPQRSTUVWXYZ1234"}) {
     EXPECT_EQ(OrbUnmountVolumeA(name), 0) << name;
-    EXPECT_EQ(GetError(), 0x30000012u) << name;
+    EXPECT_EQ(GetError(), ORB_ERROR_NOT_MOUNTED) << name;
   }
   EXPECT_EQ(g_VolumeListHead.next, volume);
   EXPECT_EQ(TraceText(), "");
@@ -186,7 +186,7 @@ TEST_F(Unmounting, open_files_are_flushed_and_closed_first) {
   EXPECT_EQ(Outcome(OrbUnmountVolumeA("A")), "");
   EXPECT_EQ(TraceText(), "flush / flush / close");
   EXPECT_EQ(OrbGetFileSize(0x10000), 0xFFFFFFFFu);
-  EXPECT_EQ(GetError(), 0x3000001Cu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_HANDLE);
 }
 
 TEST_F(Unmounting, open_files_of_other_volumes_stay_open) {
@@ -208,7 +208,7 @@ TEST_F(Unmounting, file_that_does_not_flush_makes_it_fail_but_it_goes_on) {
   testhost::ClearTrace();
   FailNthCall(Call::kFlushFileBuffers, 1, coredll::kHostNotReady);
   EXPECT_EQ(OrbUnmountVolumeA("A"), 0);
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(TraceText(), "flush !21 / flush / close");
   EXPECT_EQ(g_VolumeListHead.next, nullptr);
   EXPECT_EQ(g_OpenFileTable[0].node, nullptr);
@@ -218,7 +218,7 @@ TEST_F(Unmounting, container_that_does_not_close_makes_it_fail_but_it_is_done) {
   FormatAndMount();
   FailNthCall(Call::kCloseHandle, 1, coredll::kHostNotReady);
   EXPECT_EQ(OrbUnmountVolumeA("A"), 0);
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(g_VolumeListHead.next, nullptr);
   EXPECT_EQ(testhost::AllocationsHeld(), 0u);
 }
@@ -229,11 +229,11 @@ TEST_F(Unmounting, open_search_makes_it_fail_and_keeps_its_slot) {  // N3
   const OrbHandle search = OrbFindFirstFileA("*", &found);
   ASSERT_EQ(search, 0x20000u);
   EXPECT_EQ(OrbUnmountVolumeA("A"), 0);
-  EXPECT_EQ(GetError(), 0x3000001Cu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_HANDLE);
   EXPECT_EQ(g_VolumeListHead.next, nullptr);
   EXPECT_NE(g_FindTable[0].node, nullptr);
   EXPECT_EQ(OrbFindNextFileA(search, &found), 0);
-  EXPECT_EQ(GetError(), 0x3000001Cu);
+  EXPECT_EQ(GetError(), ORB_ERROR_INVALID_HANDLE);
   EXPECT_EQ(Outcome(OrbFindClose(search)), "");
   EXPECT_EQ(NodesListed(), 0u);
   EXPECT_EQ(testhost::AllocationsHeld(), 0u);

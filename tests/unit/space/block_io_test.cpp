@@ -75,9 +75,9 @@ TEST_F(BlockIo, bytes_of_a_block_out_of_reach_are_refused_by_the_host_and_not_fo
     for (const uint32_t offset : {0u, 1u, 64u, 1020u}) {
       Bytes word(4);
       EXPECT_FALSE(ReadBlockBytes(word.data(), volume_, block, offset, 4));
-      EXPECT_EQ(GetError(), 0x30000004u);
+      EXPECT_EQ(GetError(), ORB_ERROR_READ);
       EXPECT_FALSE(WriteBlockBytes("abcd", volume_, block, kDataWrite, offset, 4));
-      EXPECT_EQ(GetError(), 0x30000004u);
+      EXPECT_EQ(GetError(), ORB_ERROR_READ);
     }
   }
   EXPECT_EQ(testhost::CallCount(Call::kReadFile), 0u);
@@ -111,7 +111,7 @@ TEST_F(BlockIo, block_cut_by_two_gigabytes_is_out_of_reach) {
     ClearError();
     testhost::ClearTrace();
     EXPECT_FALSE(call());
-    EXPECT_EQ(GetError(), 0x30000004u);
+    EXPECT_EQ(GetError(), ORB_ERROR_READ);
     EXPECT_EQ(TraceText(), "seek -1 !131");
   }
   EXPECT_EQ(testhost::GetFile(u"VOL"), before);
@@ -142,22 +142,22 @@ TEST_F(BlockIo, byte_range_of_a_block_is_read_alone) {
 TEST_F(BlockIo, read_past_the_end_of_the_container_is_damage) {
   testhost::ResizeFile(u"VOL", 3087);
   EXPECT_FALSE(ReadBlock(bytes_.data(), volume_, 2));
-  EXPECT_EQ(GetError(), 0x3000000Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
   EXPECT_FALSE(ReadBlock(bytes_.data(), volume_, 3));
-  EXPECT_EQ(GetError(), 0x3000000Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
   EXPECT_EQ(volume_->failed, 0u);
 }
 
 TEST_F(BlockIo, short_read_is_damage) {
   testhost::ShortenNthRead(1, 1023);
   EXPECT_FALSE(ReadBlock(bytes_.data(), volume_, 1));
-  EXPECT_EQ(GetError(), 0x3000000Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
 }
 
 TEST_F(BlockIo, failed_seek_fails_the_read_with_its_code) {
   FailNthCall(Call::kSetFilePointer, 1, coredll::kHostInvalidParameter);
   EXPECT_FALSE(ReadBlock(bytes_.data(), volume_, 1));
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   EXPECT_EQ(TraceText(), "seek 1040 !87");
   EXPECT_EQ(volume_->failed, 0u);
 }
@@ -165,7 +165,7 @@ TEST_F(BlockIo, failed_seek_fails_the_read_with_its_code) {
 TEST_F(BlockIo, failed_read_fails_with_its_code) {
   FailNthCall(Call::kReadFile, 1, coredll::kHostAccessDenied);
   EXPECT_FALSE(ReadBlock(bytes_.data(), volume_, 1));
-  EXPECT_EQ(GetError(), 0x30000019u);
+  EXPECT_EQ(GetError(), ORB_ERROR_ACCESS_DENIED);
   EXPECT_EQ(volume_->failed, 0u);
 }
 
@@ -206,10 +206,10 @@ TEST_F(BlockIo, failed_data_write_leaves_the_volume_writable) {
   const struct {
     Call call;
     uint32_t host, code;
-  } failures[] = {{Call::kSetFilePointer, coredll::kHostNotReady, 0x30000006},
-                  {Call::kWriteFile, coredll::kHostNotReady, 0x30000006},
-                  {Call::kWriteFile, coredll::kHostDiskFull, 0x3000001A},
-                  {Call::kWriteFile, 9999, 0x30000003}};
+  } failures[] = {{Call::kSetFilePointer, coredll::kHostNotReady, ORB_ERROR_NOT_READY},
+                  {Call::kWriteFile, coredll::kHostNotReady, ORB_ERROR_NOT_READY},
+                  {Call::kWriteFile, coredll::kHostDiskFull, ORB_ERROR_DISK_FULL},
+                  {Call::kWriteFile, 9999, ORB_ERROR_WRITE}};
   for (const auto& failure : failures) {
     FailNthCall(failure.call, 1, failure.host);
     EXPECT_FALSE(WriteBlock(bytes_.data(), volume_, 2, kDataWrite));
@@ -218,7 +218,7 @@ TEST_F(BlockIo, failed_data_write_leaves_the_volume_writable) {
   }
   testhost::ShortenNthWrite(1, 1023);
   EXPECT_FALSE(WriteBlock(bytes_.data(), volume_, 2, kDataWrite));
-  EXPECT_EQ(GetError(), 0x30000003u);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRITE);
   EXPECT_EQ(volume_->failed, 0u);
   EXPECT_TRUE(WriteBlock(bytes_.data(), volume_, 2, kDataWrite));
 }
@@ -268,9 +268,9 @@ TEST_F(BlockIo, mark_that_cannot_be_written_fails_the_volume_whatever_the_code) 
   const struct {
     Call call;
     uint32_t host, code;
-  } failures[] = {{Call::kSetFilePointer, coredll::kHostNotReady, 0x30000006},
-                  {Call::kWriteFile, coredll::kHostNotReady, 0x30000006},
-                  {Call::kWriteFile, coredll::kHostDiskFull, 0x3000001A}};
+  } failures[] = {{Call::kSetFilePointer, coredll::kHostNotReady, ORB_ERROR_NOT_READY},
+                  {Call::kWriteFile, coredll::kHostNotReady, ORB_ERROR_NOT_READY},
+                  {Call::kWriteFile, coredll::kHostDiskFull, ORB_ERROR_DISK_FULL}};
   for (const auto& failure : failures) {
     FailNthCall(failure.call, 1, failure.host);
     EXPECT_FALSE(WriteBlock(bytes_.data(), volume_, 2, kMetadataWrite));
@@ -287,10 +287,10 @@ TEST_F(BlockIo, failed_metadata_write_fails_the_volume) {  // B3
   const struct {
     Call call;
     uint32_t n, host, code;
-  } failures[] = {{Call::kSetFilePointer, 2, coredll::kHostNotReady, 0x30000006},
-                  {Call::kWriteFile, 2, coredll::kHostNotReady, 0x30000006},
-                  {Call::kWriteFile, 2, coredll::kHostNotEnoughMemory, 0x30000011},
-                  {Call::kWriteFile, 2, 9999, 0x30000003}};
+  } failures[] = {{Call::kSetFilePointer, 2, coredll::kHostNotReady, ORB_ERROR_NOT_READY},
+                  {Call::kWriteFile, 2, coredll::kHostNotReady, ORB_ERROR_NOT_READY},
+                  {Call::kWriteFile, 2, coredll::kHostNotEnoughMemory, ORB_ERROR_OUT_OF_MEMORY},
+                  {Call::kWriteFile, 2, 9999, ORB_ERROR_WRITE}};
   for (const auto& failure : failures) {
     FailNthCall(failure.call, failure.n, failure.host);
     EXPECT_FALSE(WriteBlock(bytes_.data(), volume_, 2, kMetadataWrite));
@@ -305,14 +305,14 @@ TEST_F(BlockIo, failed_metadata_write_fails_the_volume) {  // B3
 TEST_F(BlockIo, short_metadata_write_fails_the_volume) {
   testhost::ShortenNthWrite(2, 1000);
   EXPECT_FALSE(WriteBlock(bytes_.data(), volume_, 2, kMetadataWrite));
-  EXPECT_EQ(GetError(), 0x30000003u);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRITE);
   EXPECT_EQ(volume_->failed, 1u);
 }
 
 TEST_F(BlockIo, metadata_write_that_meets_a_full_disk_leaves_the_volume_usable) {  // B3, Q21
   FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
   EXPECT_FALSE(WriteBlock(bytes_.data(), volume_, 2, kMetadataWrite));
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(volume_->failed, 0u);
   EXPECT_TRUE(OrbCommitVolume(volume_));
   EXPECT_FALSE(IsMarked());
@@ -335,7 +335,7 @@ TEST_F(BlockIo, failed_volume_refuses_every_write_without_a_call) {  // B3, V5
   for (const auto& write : writes) {
     ClearError();
     EXPECT_FALSE(write());
-    EXPECT_EQ(GetError(), 0x30000003u);
+    EXPECT_EQ(GetError(), ORB_ERROR_WRITE);
   }
   EXPECT_EQ(testhost::CallCount(), 0u);
   EXPECT_EQ(volume_->failed, 1u);
@@ -345,7 +345,7 @@ TEST_F(BlockIo, data_write_after_a_failed_metadata_write_is_refused_while_reads_
   FailNthCall(Call::kWriteFile, 2, coredll::kHostNotReady);
   ASSERT_FALSE(WriteBlock(bytes_.data(), volume_, 2, kMetadataWrite));
   EXPECT_FALSE(WriteBlock(bytes_.data(), volume_, 2, kDataWrite));
-  EXPECT_EQ(GetError(), 0x30000003u);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRITE);
   ClearError();
   EXPECT_TRUE(ReadBlock(bytes_.data(), volume_, 2));
   EXPECT_EQ(GetError(), 0u);
@@ -371,9 +371,9 @@ TEST_F(BlockIo, commit_that_cannot_be_written_fails_the_volume_whatever_the_code
   const struct {
     Call call;
     uint32_t host, code;
-  } failures[] = {{Call::kSetFilePointer, coredll::kHostNotReady, 0x30000006},
-                  {Call::kWriteFile, coredll::kHostNotReady, 0x30000006},
-                  {Call::kWriteFile, coredll::kHostDiskFull, 0x3000001A}};
+  } failures[] = {{Call::kSetFilePointer, coredll::kHostNotReady, ORB_ERROR_NOT_READY},
+                  {Call::kWriteFile, coredll::kHostNotReady, ORB_ERROR_NOT_READY},
+                  {Call::kWriteFile, coredll::kHostDiskFull, ORB_ERROR_DISK_FULL}};
   for (const auto& failure : failures) {
     ASSERT_TRUE(MarkVolumeDirty(volume_));
     FailNthCall(failure.call, 1, failure.host);
@@ -437,11 +437,11 @@ TEST_F(BlockIo, header_and_table_are_written_from_one_copy_and_the_bitmap_from_n
 TEST_F(BlockIo, header_or_table_without_memory_for_the_copy_is_not_written) {
   FailNthAllocation(1);
   EXPECT_FALSE(StoreVolumeHeader(volume_));
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   ClearError();
   FailNthAllocation(1);
   EXPECT_FALSE(StoreNodeBlockTable(volume_));
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(testhost::CallCount(), 0u);
   EXPECT_EQ(volume_->failed, 0u);
 }
@@ -456,7 +456,7 @@ TEST_F(BlockIo, fixed_table_that_cannot_be_written_fails_the_volume_and_frees_it
     volume_->header.stateFlags = 0;
     FailNthCall(Call::kWriteFile, 2, coredll::kHostWriteProtected);
     EXPECT_FALSE(store());
-    EXPECT_EQ(GetError(), 0x30000005u);
+    EXPECT_EQ(GetError(), ORB_ERROR_WRITE_PROTECTED);
     EXPECT_EQ(volume_->failed, 1u);
     EXPECT_EQ(testhost::AllocationsHeld(), held);
   }

@@ -77,14 +77,14 @@ TEST_F(FreeChain, alloc_in_an_empty_data_area_is_block_1) {
 TEST_F(FreeChain, alloc_at_the_end_of_a_container_without_its_data_area_is_damage) {
   testhost::ResizeFile(u"VOL", 1039);
   EXPECT_EQ(AllocBlock(volume_), 0u);
-  EXPECT_EQ(GetError(), 0x3000000Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
 }
 
 TEST_F(FreeChain, alloc_without_the_containers_size_fails_with_the_querys_code_and_changes_nothing) {
   const Bytes before = FileBytes(u"VOL");
   FailNthCall(Call::kGetFileSize, 1, coredll::kHostNotReady);
   EXPECT_EQ(AllocBlock(volume_), 0u);
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(TraceText(), "size !21");
   EXPECT_EQ(volume_->header.freeChainHead, 0u);
   EXPECT_EQ(volume_->freeChain, nullptr);
@@ -110,11 +110,11 @@ TEST_F(FreeChain, block_cut_by_two_gigabytes_is_neither_given_out_nor_taken_back
   EXPECT_EQ(AllocBlock(volume_), last);
   testhost::ResizeFile(u"VOL", 1124u + last * 1024);
   EXPECT_EQ(AllocBlock(volume_), 0u);
-  EXPECT_EQ(GetError(), 0x3000001Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_VOLUME_FULL);
   ClearError();
   testhost::ResizeFile(u"VOL", 0x7FFFFFFF);
   EXPECT_FALSE(FreeBlock(volume_, last + 1));
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
   EXPECT_EQ(testhost::CallCount(Call::kWriteFile), 0u);
 }
 
@@ -130,7 +130,7 @@ TEST_F(FreeChain, growth_ends_below_two_gigabytes_for_every_block_size) {
       testhost::ResizeFile(u"VOL", size);
       ClearError();
       EXPECT_EQ(AllocBlock(volume_), 0u) << blockSize << " " << size;
-      EXPECT_EQ(GetError(), 0x3000001Bu) << blockSize << " " << size;
+      EXPECT_EQ(GetError(), ORB_ERROR_VOLUME_FULL) << blockSize << " " << size;
     }
   }
 }
@@ -193,7 +193,7 @@ TEST_F(FreeChain, block_0_or_one_beyond_the_end_is_refused) {
   for (const uint32_t block : {0u, 22u, 0x00200001u, 0x00400001u, 0x80000000u, 0xFFFFFFFFu}) {
     testhost::ClearTrace();
     EXPECT_FALSE(FreeBlock(volume_, block)) << block;
-    EXPECT_EQ(GetError(), 0x3000000Bu) << block;
+    EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD) << block;
     EXPECT_EQ(TraceText(), "size");
   }
   EXPECT_EQ(volume_->header.freeChainHead, 0u);
@@ -202,14 +202,14 @@ TEST_F(FreeChain, block_0_or_one_beyond_the_end_is_refused) {
 TEST_F(FreeChain, container_size_is_asked_for_before_the_block_is_judged) {
   FailNthCall(Call::kGetFileSize, 1, coredll::kHostNotReady);
   EXPECT_FALSE(FreeBlock(volume_, 0));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
 }
 
 TEST_F(FreeChain, free_without_the_containers_size_changes_nothing) {
   const Bytes fresh = FileBytes(u"VOL");
   FailNthCall(Call::kGetFileSize, 1, coredll::kHostNotReady);
   EXPECT_FALSE(FreeBlock(volume_, 20));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(TraceText(), "size !21");
   EXPECT_EQ(volume_->header.freeChainHead, 0u);
   EXPECT_EQ(volume_->freeChain, nullptr);
@@ -219,7 +219,7 @@ TEST_F(FreeChain, free_without_the_containers_size_changes_nothing) {
   const Bytes before = FileBytes(u"VOL");
   FailNthCall(Call::kGetFileSize, 1, coredll::kHostAccessDenied);
   EXPECT_FALSE(FreeBlock(volume_, 3));
-  EXPECT_EQ(GetError(), 0x30000019u);
+  EXPECT_EQ(GetError(), ORB_ERROR_ACCESS_DENIED);
   EXPECT_EQ(TraceText(), "size !5");
   EXPECT_EQ(volume_->header.freeChainHead, 20u);
   EXPECT_EQ(Cached(), Blocks({9}));
@@ -230,7 +230,7 @@ TEST_F(FreeChain, free_without_the_containers_size_changes_nothing) {
 TEST_F(FreeChain, failed_volume_takes_nothing_back_and_makes_no_call) {
   volume_->failed = 1;
   EXPECT_FALSE(FreeBlock(volume_, 20));
-  EXPECT_EQ(GetError(), 0x30000003u);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRITE);
   EXPECT_EQ(testhost::CallCount(), 0u);
 }
 
@@ -390,7 +390,7 @@ TEST_F(FreeChain, load_refuses_a_record_that_fails_its_check_and_releases_the_ca
     ASSERT_TRUE(LoadFreeChain(volume_));
     testhost::PatchFile(u"VOL", 20496 + 4 * fault.word, Word(fault.value));
     EXPECT_FALSE(LoadFreeChain(volume_)) << fault.what;
-    EXPECT_EQ(GetError(), 0x3000000Bu) << fault.what;
+    EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD) << fault.what;
     EXPECT_EQ(volume_->freeChain, nullptr) << fault.what;
     EXPECT_EQ(volume_->header.freeChainHead, 20u);
   }
@@ -417,7 +417,7 @@ TEST_F(FreeChain, load_of_a_record_past_the_end_fails_as_the_read_and_releases_t
   Free({20});
   volume_->header.freeChainHead = 21;
   EXPECT_FALSE(LoadFreeChain(volume_));
-  EXPECT_EQ(GetError(), 0x3000000Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
   EXPECT_EQ(volume_->freeChain, nullptr);
 }
 
@@ -425,7 +425,7 @@ TEST_F(FreeChain, load_that_cannot_read_keeps_the_reads_code_and_releases_the_ca
   Free({20});
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_FALSE(LoadFreeChain(volume_));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(volume_->freeChain, nullptr);
 }
 
@@ -434,7 +434,7 @@ TEST_F(FreeChain, load_without_memory_fails) {
   DropCache();
   FailNthAllocation(1);
   EXPECT_FALSE(LoadFreeChain(volume_));
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(TraceText(), "");
 }
 
@@ -452,7 +452,7 @@ TEST_F(FreeChain, alloc_without_memory_for_the_cache_leaves_the_head) {
   DropCache();
   FailNthAllocation(1);
   EXPECT_EQ(AllocBlock(volume_), 0u);
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(volume_->header.freeChainHead, 20u);
   EXPECT_EQ(TraceText(), "");
 }
@@ -461,7 +461,7 @@ TEST_F(FreeChain, alloc_without_memory_for_the_copy_has_taken_the_block_from_the
   Free({20, 9, 3});
   FailNthAllocation(1);
   EXPECT_EQ(AllocBlock(volume_), 0u);
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(TraceText(), "");
   EXPECT_EQ(Cached(), Blocks({9}));
   EXPECT_EQ(OnDisk(20).heap, Blocks({3, 9}));
@@ -470,7 +470,7 @@ TEST_F(FreeChain, alloc_without_memory_for_the_copy_has_taken_the_block_from_the
 TEST_F(FreeChain, alloc_whose_record_cannot_be_written_has_taken_the_block_from_the_cache) {
   const struct {
     uint32_t host, code, failed;
-  } failures[] = {{coredll::kHostDiskFull, 0x3000001A, 0}, {coredll::kHostNotReady, 0x30000006, 1}};
+  } failures[] = {{coredll::kHostDiskFull, ORB_ERROR_DISK_FULL, 0}, {coredll::kHostNotReady, ORB_ERROR_NOT_READY, 1}};
   Free({20, 9, 3, 5});
   Blocks left = {5, 9};
   for (const auto& failure : failures) {
@@ -489,7 +489,7 @@ TEST_F(FreeChain, alloc_whose_head_cannot_be_read_releases_the_cache) {  // V4
   DropCache();
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_EQ(AllocBlock(volume_), 0u);
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(volume_->freeChain, nullptr);
   EXPECT_EQ(volume_->header.freeChainHead, 20u);
   EXPECT_EQ(AllocBlock(volume_), 9u);
@@ -499,7 +499,7 @@ TEST_F(FreeChain, alloc_of_an_empty_record_without_memory_for_the_header_leaves_
   Free({20});
   FailNthAllocation(1);
   EXPECT_EQ(AllocBlock(volume_), 0u);
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(volume_->header.freeChainHead, 20u);
   EXPECT_EQ(TraceText(), "");
   EXPECT_EQ(AllocBlock(volume_), 20u);
@@ -513,7 +513,7 @@ TEST_F(FreeChain, alloc_of_an_empty_record_whose_header_cannot_be_written_has_mo
     volume_->chainCapacity = 253;
     FailNthCall(Call::kWriteFile, 2, host);
     EXPECT_EQ(AllocBlock(volume_), 0u);
-    EXPECT_EQ(GetError(), host == coredll::kHostDiskFull ? 0x3000001Au : 0x30000006u);
+    EXPECT_EQ(GetError(), host == coredll::kHostDiskFull ? ORB_ERROR_DISK_FULL : ORB_ERROR_NOT_READY);
     EXPECT_EQ(volume_->header.freeChainHead, 20u);
     EXPECT_EQ(volume_->freeChain, nullptr);
     EXPECT_EQ(HeadOnDisk(), 19u);
@@ -527,7 +527,7 @@ TEST_F(FreeChain, alloc_of_an_empty_record_whose_header_cannot_be_written_has_mo
 TEST_F(FreeChain, alloc_of_the_last_record_whose_header_cannot_be_written_has_ended_the_chain_in_memory) {
   const struct {
     uint32_t host, code, failed;
-  } failures[] = {{coredll::kHostDiskFull, 0x3000001A, 0}, {coredll::kHostNotReady, 0x30000006, 1}};
+  } failures[] = {{coredll::kHostDiskFull, ORB_ERROR_DISK_FULL, 0}, {coredll::kHostNotReady, ORB_ERROR_NOT_READY, 1}};
   for (const auto& failure : failures) {
     Free({20});
     FailNthCall(Call::kWriteFile, 2, failure.host);
@@ -551,7 +551,7 @@ TEST_F(FreeChain, alloc_of_an_empty_record_whose_successor_cannot_be_read_fails_
   Free({19});
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_EQ(AllocBlock(volume_), 0u);
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(HeadOnDisk(), 20u);
   EXPECT_EQ(volume_->header.freeChainHead, 20u);
   EXPECT_EQ(volume_->freeChain, nullptr);
@@ -563,14 +563,14 @@ TEST_F(FreeChain, alloc_of_an_empty_record_whose_successor_is_broken_is_damage) 
   Free({19});
   testhost::PatchFile(u"VOL", 20496, Bytes{'X'});
   EXPECT_EQ(AllocBlock(volume_), 0u);
-  EXPECT_EQ(GetError(), 0x3000000Bu);
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_RECORD);
 }
 
 TEST_F(FreeChain, free_without_memory_for_the_copy_has_put_the_block_into_the_cache) {
   Free({20, 9});
   FailNthAllocation(1);
   EXPECT_FALSE(FreeBlock(volume_, 3));
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(TraceText(), "size");
   EXPECT_EQ(Cached(), Blocks({3, 9}));
   EXPECT_EQ(volume_->header.freeChainHead, 20u);
@@ -580,7 +580,7 @@ TEST_F(FreeChain, free_whose_record_cannot_be_written_has_put_the_block_into_the
   Free({20, 9});
   FailNthCall(Call::kWriteFile, 2, coredll::kHostNotReady);
   EXPECT_FALSE(FreeBlock(volume_, 3));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(Cached(), Blocks({3, 9}));
   EXPECT_EQ(OnDisk(20).heap, Blocks({9}));
   EXPECT_EQ(volume_->header.freeChainHead, 20u);
@@ -591,7 +591,7 @@ TEST_F(FreeChain, free_whose_record_meets_a_full_disk_has_put_the_block_into_the
   Free({20, 9});
   FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
   EXPECT_FALSE(FreeBlock(volume_, 3));
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(TraceText(), "size / seek 52 / write 52 4 / seek 20496 / write 20496 1024 !112");
   EXPECT_EQ(Cached(), Blocks({3, 9}));
   EXPECT_EQ(OnDisk(20).heap, Blocks({9}));
@@ -607,12 +607,12 @@ TEST_F(FreeChain, free_whose_head_cannot_be_loaded_fails_without_a_cache_and_lea
   const Bytes before = FileBytes(u"VOL");
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_FALSE(FreeBlock(volume_, 3));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(volume_->freeChain, nullptr);
   EXPECT_EQ(volume_->header.freeChainHead, 20u);
   FailNthAllocation(1);
   EXPECT_FALSE(FreeBlock(volume_, 3));
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(volume_->freeChain, nullptr);
   EXPECT_EQ(volume_->header.freeChainHead, 20u);
   EXPECT_EQ(testhost::CallCount(Call::kWriteFile), 0u);
@@ -626,7 +626,7 @@ TEST_F(FreeChain, free_as_the_first_record_without_memory_leaves_no_chain) {
     testhost::ClearTrace();
     FailNthAllocation(n);
     EXPECT_FALSE(FreeBlock(volume_, 20));
-    EXPECT_EQ(GetError(), 0x30000011u);
+    EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
     EXPECT_EQ(volume_->header.freeChainHead, 0u);
     EXPECT_EQ(volume_->freeChain, nullptr);
     EXPECT_EQ(TraceText(), "size");
@@ -638,7 +638,7 @@ TEST_F(FreeChain, free_as_a_new_record_without_memory_for_the_copy_leaves_the_he
   volume_->chainCapacity = 1;
   FailNthAllocation(1);
   EXPECT_FALSE(FreeBlock(volume_, 19));
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(volume_->header.freeChainHead, 20u);
   EXPECT_EQ(AllocBlock(volume_), 9u);
 }
@@ -646,7 +646,7 @@ TEST_F(FreeChain, free_as_a_new_record_without_memory_for_the_copy_leaves_the_he
 TEST_F(FreeChain, free_as_a_new_record_that_cannot_be_written_has_moved_the_head) {
   FailNthCall(Call::kWriteFile, 2, coredll::kHostDiskFull);
   EXPECT_FALSE(FreeBlock(volume_, 20));
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(volume_->header.freeChainHead, 20u);
   EXPECT_EQ(HeadOnDisk(), 0u);
 }
@@ -654,7 +654,7 @@ TEST_F(FreeChain, free_as_a_new_record_that_cannot_be_written_has_moved_the_head
 TEST_F(FreeChain, free_as_a_new_record_whose_header_is_not_written_leaves_a_lost_block_on_disk) {
   FailNthCall(Call::kWriteFile, 3, coredll::kHostNotReady);
   EXPECT_FALSE(FreeBlock(volume_, 20));
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(OnDisk(20).signature, kFreeChainSignature);
   EXPECT_EQ(HeadOnDisk(), 0u);
   EXPECT_EQ(volume_->header.freeChainHead, 20u);
@@ -664,7 +664,7 @@ TEST_F(FreeChain, free_as_a_new_record_whose_header_is_not_written_leaves_a_lost
 TEST_F(FreeChain, free_as_a_new_record_without_memory_for_the_header_has_moved_the_head) {
   FailNthAllocation(3);  // after the cache and the record's copy
   EXPECT_FALSE(FreeBlock(volume_, 20));
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(volume_->header.freeChainHead, 20u);
   EXPECT_EQ(HeadOnDisk(), 0u);
 }
@@ -713,7 +713,7 @@ TEST_F(FreeChain, new_block_whose_write_fails_is_lost) {  // Q19
   const Bytes data = Pattern(1024);
   FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
   EXPECT_EQ(AllocWriteBlock(data.data(), volume_, kDataWrite), 0u);
-  EXPECT_EQ(GetError(), 0x3000001Au);
+  EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_TRUE(Cached().empty());
   EXPECT_TRUE(OnDisk(20).heap.empty());
 }
@@ -722,7 +722,7 @@ TEST_F(FreeChain, padded_block_without_memory_is_lost) {
   Free({20, 9});
   FailNthAllocation(2);  // after the record's copy
   EXPECT_EQ(AllocWriteBlockPadded("x", volume_, kDataWrite, 1), 0u);
-  EXPECT_EQ(GetError(), 0x30000011u);
+  EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_TRUE(OnDisk(20).heap.empty());
 }
 
@@ -730,17 +730,17 @@ TEST_F(FreeChain, failed_volume_gives_no_new_block_and_makes_no_call) {
   volume_->failed = 1;
   const Bytes data = Pattern(1024);
   EXPECT_EQ(AllocWriteBlock(data.data(), volume_, kDataWrite), 0u);
-  EXPECT_EQ(GetError(), 0x30000003u);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRITE);
   ClearError();
   EXPECT_EQ(AllocWriteBlockPadded("x", volume_, kDataWrite, 1), 0u);
-  EXPECT_EQ(GetError(), 0x30000003u);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRITE);
   EXPECT_EQ(testhost::CallCount(), 0u);
 }
 
 TEST_F(FreeChain, new_block_that_cannot_be_had_is_not_written) {
   FailNthCall(Call::kGetFileSize, 1, coredll::kHostNotReady);
   EXPECT_EQ(AllocWriteBlockPadded("x", volume_, kDataWrite, 1), 0u);
-  EXPECT_EQ(GetError(), 0x30000006u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NOT_READY);
   EXPECT_EQ(testhost::CallCount(Call::kWriteFile), 0u);
 }
 

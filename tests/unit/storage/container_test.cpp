@@ -52,15 +52,18 @@ class Container : public LibraryTest {
 
 // ---- What the host's codes mean -------------------------------------------------------------------------------------
 
-const Codes kCreateCodes = {{3, 0x30000014},  {8, 0x30000011},  {14, 0x30000011},  {19, 0x30000005},
-                            {21, 0x30000006}, {80, 0x30000015}, {123, 0x3000000F}, {1235, 0x30000007}};
+const Codes kCreateCodes = {{3, ORB_ERROR_PATH_NOT_FOUND}, {8, ORB_ERROR_OUT_OF_MEMORY},
+                            {14, ORB_ERROR_OUT_OF_MEMORY}, {19, ORB_ERROR_WRITE_PROTECTED},
+                            {21, ORB_ERROR_NOT_READY},     {80, ORB_ERROR_FILE_EXISTS},
+                            {123, ORB_ERROR_INVALID_NAME}, {1235, ORB_ERROR_ABORTED}};
 
-const Codes kWriteCodes = {{5, 0x30000019},  {6, 0x3000000B},  {8, 0x30000011},   {14, 0x30000011},
-                           {19, 0x30000005}, {21, 0x30000006}, {112, 0x3000001A}, {1235, 0x30000007}};
+const Codes kWriteCodes = {{5, ORB_ERROR_ACCESS_DENIED},  {6, ORB_ERROR_DAMAGED_RECORD},   {8, ORB_ERROR_OUT_OF_MEMORY},
+                           {14, ORB_ERROR_OUT_OF_MEMORY}, {19, ORB_ERROR_WRITE_PROTECTED}, {21, ORB_ERROR_NOT_READY},
+                           {112, ORB_ERROR_DISK_FULL},    {1235, ORB_ERROR_ABORTED}};
 
 TEST_F(Container, create_translates_the_code_of_the_failed_creation) {
   ExpectTranslation(
-      Call::kCreateFile, [] { return ContainerCreate(u"NEW"); }, kCreateCodes, 0x30000001);
+      Call::kCreateFile, [] { return ContainerCreate(u"NEW"); }, kCreateCodes, ORB_ERROR_CANNOT_CREATE);
   EXPECT_FALSE(testhost::FileExists(u"NEW"));
 }
 
@@ -72,24 +75,24 @@ TEST_F(Container, create_translates_the_code_of_the_failed_close_alike) {
         testhost::RemoveFile(u"NEW");
         return created;
       },
-      kCreateCodes, 0x30000001);
+      kCreateCodes, ORB_ERROR_CANNOT_CREATE);
 }
 
 TEST_F(Container, open_translates_the_code) {
   ExpectTranslation(
       Call::kCreateFile, [] { return ContainerOpen(u"VOL") != kNoContainer; },
-      {{2, 0x30000013},
-       {3, 0x30000014},
-       {4, 0x30000018},
-       {5, 0x30000019},
-       {8, 0x30000011},
-       {14, 0x30000011},
-       {19, 0x30000005},
-       {21, 0x30000006},
-       {32, 0x30000008},
-       {123, 0x3000000F},
-       {1235, 0x30000007}},
-      0x30000002);
+      {{2, ORB_ERROR_FILE_NOT_FOUND},
+       {3, ORB_ERROR_PATH_NOT_FOUND},
+       {4, ORB_ERROR_TOO_MANY_OPEN_FILES},
+       {5, ORB_ERROR_ACCESS_DENIED},
+       {8, ORB_ERROR_OUT_OF_MEMORY},
+       {14, ORB_ERROR_OUT_OF_MEMORY},
+       {19, ORB_ERROR_WRITE_PROTECTED},
+       {21, ORB_ERROR_NOT_READY},
+       {32, ORB_ERROR_CONTAINER_IN_USE},
+       {123, ORB_ERROR_INVALID_NAME},
+       {1235, ORB_ERROR_ABORTED}},
+      ORB_ERROR_CANNOT_OPEN);
 }
 
 TEST_F(Container, read_translates_the_code) {
@@ -100,8 +103,13 @@ TEST_F(Container, read_translates_the_code) {
         uint32_t done = 0;
         return ContainerRead(file_, &byte, 1, &done);
       },
-      {{5, 0x30000019}, {6, 0x3000000B}, {8, 0x30000011}, {14, 0x30000011}, {21, 0x30000006}, {1235, 0x30000007}},
-      0x30000004);
+      {{5, ORB_ERROR_ACCESS_DENIED},
+       {6, ORB_ERROR_DAMAGED_RECORD},
+       {8, ORB_ERROR_OUT_OF_MEMORY},
+       {14, ORB_ERROR_OUT_OF_MEMORY},
+       {21, ORB_ERROR_NOT_READY},
+       {1235, ORB_ERROR_ABORTED}},
+      ORB_ERROR_READ);
 }
 
 TEST_F(Container, write_translates_the_code) {
@@ -111,38 +119,43 @@ TEST_F(Container, write_translates_the_code) {
         uint32_t done = 0;
         return ContainerWrite(file_, "x", 1, &done);
       },
-      kWriteCodes, 0x30000003);
+      kWriteCodes, ORB_ERROR_WRITE);
   EXPECT_EQ(FileBytes(u"VOL").size(), 10u);
 }
 
 TEST_F(Container, flush_translates_the_code_as_write_does) {
   ExpectTranslation(
-      Call::kFlushFileBuffers, [this] { return ContainerFlush(file_); }, kWriteCodes, 0x30000003);
+      Call::kFlushFileBuffers, [this] { return ContainerFlush(file_); }, kWriteCodes, ORB_ERROR_WRITE);
 }
 
 TEST_F(Container, close_translates_the_code_as_write_does) {
   ExpectTranslation(
-      Call::kCloseHandle, [this] { return ContainerClose(file_); }, kWriteCodes, 0x30000003);
+      Call::kCloseHandle, [this] { return ContainerClose(file_); }, kWriteCodes, ORB_ERROR_WRITE);
 }
 
 TEST_F(Container, seek_translates_the_code) {
   ExpectTranslation(
       Call::kSetFilePointer, [this] { return ContainerSeek(file_, 0, 0) != kSeekFailed; },
-      {{5, 0x30000019},
-       {6, 0x3000000B},
-       {8, 0x30000011},
-       {14, 0x30000011},
-       {21, 0x30000006},
-       {87, 0x3000000B},
-       {1235, 0x30000007}},
-      0x30000004);
+      {{5, ORB_ERROR_ACCESS_DENIED},
+       {6, ORB_ERROR_DAMAGED_RECORD},
+       {8, ORB_ERROR_OUT_OF_MEMORY},
+       {14, ORB_ERROR_OUT_OF_MEMORY},
+       {21, ORB_ERROR_NOT_READY},
+       {87, ORB_ERROR_DAMAGED_RECORD},
+       {1235, ORB_ERROR_ABORTED}},
+      ORB_ERROR_READ);
 }
 
 TEST_F(Container, size_query_translates_the_code) {
   ExpectTranslation(
       Call::kGetFileSize, [this] { return ContainerGetSize(file_) != kSizeFailed; },
-      {{5, 0x30000019}, {6, 0x3000000B}, {8, 0x30000011}, {14, 0x30000011}, {21, 0x30000006}, {1235, 0x30000007}},
-      0x30000004);
+      {{5, ORB_ERROR_ACCESS_DENIED},
+       {6, ORB_ERROR_DAMAGED_RECORD},
+       {8, ORB_ERROR_OUT_OF_MEMORY},
+       {14, ORB_ERROR_OUT_OF_MEMORY},
+       {21, ORB_ERROR_NOT_READY},
+       {1235, ORB_ERROR_ABORTED}},
+      ORB_ERROR_READ);
 }
 
 // ---- Create and open ------------------------------------------------------------------------------------------------
@@ -165,7 +178,7 @@ TEST_F(Container, create_asks_for_a_new_exclusive_random_access_file) {
 
 TEST_F(Container, create_of_an_existing_file_fails_and_leaves_it_unchanged) {
   EXPECT_FALSE(ContainerCreate(u"VOL"));
-  EXPECT_EQ(GetError(), 0x30000015u);
+  EXPECT_EQ(GetError(), ORB_ERROR_FILE_EXISTS);
   EXPECT_EQ(FileBytes(u"VOL"), (Bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
   EXPECT_EQ(TraceText(), "create VOL !80");
 }
@@ -173,7 +186,7 @@ TEST_F(Container, create_of_an_existing_file_fails_and_leaves_it_unchanged) {
 TEST_F(Container, create_that_cannot_close_fails_though_the_file_is_there) {
   FailNthCall(Call::kCloseHandle, 1, coredll::kHostFileNotFound);
   EXPECT_FALSE(ContainerCreate(u"NEW"));
-  EXPECT_EQ(GetError(), 0x30000001u);  // this host code means nothing to a creation
+  EXPECT_EQ(GetError(), ORB_ERROR_CANNOT_CREATE);  // this host code means nothing to a creation
   EXPECT_TRUE(testhost::FileExists(u"NEW"));
 }
 
@@ -190,12 +203,12 @@ TEST_F(Container, open_asks_for_an_existing_exclusive_random_access_file) {
 
 TEST_F(Container, open_of_a_missing_file_fails) {
   EXPECT_EQ(ContainerOpen(u"NONE"), kNoContainer);
-  EXPECT_EQ(GetError(), 0x30000013u);
+  EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
 }
 
 TEST_F(Container, open_of_a_file_that_is_open_fails) {
   EXPECT_EQ(ContainerOpen(u"VOL"), 0xFFFFFFFFu);
-  EXPECT_EQ(GetError(), 0x30000008u);
+  EXPECT_EQ(GetError(), ORB_ERROR_CONTAINER_IN_USE);
 }
 
 TEST_F(Container, open_of_the_memory_file_touches_nothing_even_where_there_is_none) {
@@ -240,7 +253,7 @@ TEST_F(Container, short_write_fails_and_is_counted) {
   testhost::ShortenNthWrite(1, 2);
   uint32_t done = 0;
   EXPECT_FALSE(ContainerWrite(file_, "abc", 3, &done));
-  EXPECT_EQ(GetError(), 0x30000003u);
+  EXPECT_EQ(GetError(), ORB_ERROR_WRITE);
   EXPECT_EQ(done, 2u);
   EXPECT_EQ(g_dwWriteCount, 1u);
 }
@@ -264,7 +277,7 @@ TEST_F(Container, seek_hands_on_distance_and_method) {
 
 TEST_F(Container, seek_before_the_start_fails) {
   EXPECT_EQ(ContainerSeek(file_, -1, 0), 0xFFFFFFFFu);
-  EXPECT_EQ(GetError(), 0x30000004u);  // the host's code 131 has no meaning of its own
+  EXPECT_EQ(GetError(), ORB_ERROR_READ);  // the host's code 131 has no meaning of its own
 }
 
 TEST_F(Container, size_is_the_hosts) {
@@ -455,7 +468,7 @@ TEST_F(Container, read_of_the_memory_file_before_it_was_made_fails) {
   uint32_t done = 0;
   uint8_t byte = 0;
   EXPECT_FALSE(ContainerRead(ContainerOpen(u"??MEM??"), &byte, 1, &done));
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
 }
 
 }  // namespace

@@ -39,14 +39,14 @@ TEST_F(MemoryFile, create_loads_the_library_and_binds_six_entry_points_by_name) 
 TEST_F(MemoryFile, create_without_the_library_fails) {
   testhost::SetMemFilePresent(false);
   EXPECT_FALSE(MemFileCreate());
-  EXPECT_EQ(GetError(), 0x30000028u);
+  EXPECT_EQ(GetError(), ORB_ERROR_MEMFILE_NOT_FOUND);
   EXPECT_EQ(TraceText({Call::kLoadLibrary, Call::kGetProcAddress}), "load memfile.dll !126");
 }
 
 TEST_F(MemoryFile, create_without_its_entry_point_fails_and_leaves_the_library_loaded) {
   HideProcedure(u"CreateMemFile");
   EXPECT_FALSE(MemFileCreate());
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   EXPECT_EQ(MemFile().references, 1u);
 }
 
@@ -67,7 +67,7 @@ TEST_F(MemoryFile, failing_to_load_again_keeps_what_is_loaded) {
   ASSERT_TRUE(MemFileCreate());
   FailNthCall(Call::kLoadLibrary, 1, coredll::kHostNotEnoughMemory);
   EXPECT_FALSE(MemFileCreate());
-  EXPECT_EQ(GetError(), 0x30000028u);
+  EXPECT_EQ(GetError(), ORB_ERROR_MEMFILE_NOT_FOUND);
   EXPECT_TRUE(Write(1));
   EXPECT_TRUE(MemFileDelete());
   EXPECT_EQ(MemFile().frees, 1u);
@@ -78,19 +78,19 @@ TEST_F(MemoryFile, failing_to_load_again_keeps_what_is_loaded) {
 
 TEST_F(MemoryFile, calls_before_loading_fail_and_return_0) {
   EXPECT_FALSE(Read(1));
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   ClearError();
   EXPECT_FALSE(Write(1));
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   ClearError();
   EXPECT_EQ(MemFileSeek(5, 0), 0u);
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   ClearError();
   EXPECT_EQ(MemFileGetSize(), 0u);
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   ClearError();
   EXPECT_FALSE(MemFileDelete());
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   EXPECT_EQ(testhost::CallCount(), 0u);
 }
 
@@ -100,20 +100,20 @@ TEST_F(MemoryFile, missing_entry_point_fails_its_own_call_alone) {
   EXPECT_TRUE(Write(4));
   EXPECT_EQ(MemFileGetSize(), 4u);
   EXPECT_FALSE(Read(1));
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
 }
 
 TEST_F(MemoryFile, each_missing_entry_point_fails_with_the_same_code) {
   for (const char16_t* name : {u"WriteMemFile", u"SeekMemFile", u"GetMemFileSize"}) HideProcedure(name);
   ASSERT_TRUE(MemFileCreate());
   EXPECT_FALSE(Write(1));
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   ClearError();
   EXPECT_EQ(MemFileSeek(1, 0), 0u);
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   ClearError();
   EXPECT_EQ(MemFileGetSize(), 0u);
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
 }
 
 // ---- Results --------------------------------------------------------------------------------------------------------
@@ -159,7 +159,7 @@ TEST_F(MemoryFile, delete_without_its_entry_point_fails_but_unloads) {
   HideProcedure(u"DeleteMemFile");
   ASSERT_TRUE(MemFileCreate());
   EXPECT_FALSE(MemFileDelete());
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   EXPECT_EQ(MemFile().frees, 1u);
 }
 
@@ -167,10 +167,10 @@ TEST_F(MemoryFile, calls_after_the_deletion_find_no_library) {
   ASSERT_TRUE(MemFileCreate());
   ASSERT_TRUE(MemFileDelete());
   EXPECT_FALSE(Read(1));
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   ClearError();
   EXPECT_FALSE(MemFileDelete());
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   EXPECT_EQ(MemFile().frees, 1u);
 }
 
@@ -178,7 +178,7 @@ TEST_F(MemoryFile, calls_after_the_deletion_find_no_library) {
 
 TEST_F(MemoryFile, mounting_before_formatting_fails_at_the_header_and_leaves_nothing) {
   EXPECT_EQ(OrbMountVolume(u"??MEM??", u"A"), 0);
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   EXPECT_EQ(MemFile().loads, 0u);
   EXPECT_EQ(testhost::AllocationsHeld(), 0u);
 }
@@ -186,14 +186,14 @@ TEST_F(MemoryFile, mounting_before_formatting_fails_at_the_header_and_leaves_not
 TEST_F(MemoryFile, formatting_without_the_library_fails) {
   testhost::SetMemFilePresent(false);
   EXPECT_EQ(OrbCreateVolumeEx(u"??MEM??", 16, 1024), 0);
-  EXPECT_EQ(GetError(), 0x30000028u);
+  EXPECT_EQ(GetError(), ORB_ERROR_MEMFILE_NOT_FOUND);
   EXPECT_TRUE(testhost::FileNames().empty());
 }
 
 TEST_F(MemoryFile, mounting_without_the_library_does_not_look_for_it) {
   testhost::SetMemFilePresent(false);
   EXPECT_EQ(OrbMountVolume(u"??MEM??", u"A"), 0);
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   EXPECT_EQ(testhost::CallCount(Call::kLoadLibrary), 0u);
 }
 
@@ -201,7 +201,7 @@ TEST_F(MemoryFile, formatting_with_a_library_that_does_not_load_fails_whatever_t
   for (const uint32_t host : {coredll::kHostNotEnoughMemory, coredll::kHostAccessDenied, coredll::kHostNotReady}) {
     FailNthCall(Call::kLoadLibrary, 1, host);
     EXPECT_EQ(OrbCreateVolume(u"??MEM??"), 0);
-    EXPECT_EQ(GetError(), 0x30000028u) << host;
+    EXPECT_EQ(GetError(), ORB_ERROR_MEMFILE_NOT_FOUND) << host;
   }
   EXPECT_EQ(MemFile().loads, 0u);
 }
@@ -240,7 +240,7 @@ TEST_F(MemoryFile, formatting_twice_loads_twice_and_unmounting_unloads_once) {  
   EXPECT_EQ(MemFile().frees, 1u);
   EXPECT_EQ(MemFile().references, 1u);
   EXPECT_EQ(OrbMountVolume(u"??MEM??", u"A"), 0);  // nothing is bound any more
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
 }
 
 TEST_F(MemoryFile, unmounting_without_the_delete_entry_point_fails_but_is_done) {
@@ -248,7 +248,7 @@ TEST_F(MemoryFile, unmounting_without_the_delete_entry_point_fails_but_is_done) 
   ASSERT_EQ(OrbCreateVolumeEx(u"??MEM??", 16, 1024), 1);
   ASSERT_EQ(OrbMountVolume(u"??MEM??", u"A"), 1);
   EXPECT_EQ(OrbUnmountVolumeA("A"), 0);
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   EXPECT_EQ(MemFile().references, 0u);
   EXPECT_EQ(g_VolumeListHead.next, nullptr);
 }
@@ -278,9 +278,9 @@ TEST_F(MemoryFile, nothing_guards_a_memory_volume_against_being_mounted_twice) {
   EXPECT_EQ(OrbMountVolume(u"??MEM??", u"B"), 1);
   EXPECT_EQ(OrbUnmountVolumeA("B"), 1);
   EXPECT_EQ(OrbCreateFileA("A:/F", 0), 0);  // the memory file is gone
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   EXPECT_EQ(OrbUnmountVolumeA("A"), 0);
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
 }
 
 TEST_F(MemoryFile, files_on_a_memory_volume_keep_their_data) {
@@ -303,7 +303,8 @@ TEST_F(MemoryFile, failed_metadata_write_to_the_memory_file_fails_the_volume) {
   ASSERT_EQ(OrbMountVolume(u"??MEM??", u"A"), 1);
   FailNthCall(Call::kWriteMemFile, 1, coredll::kHostDiskFull);
   EXPECT_EQ(OrbCreateFileA("F", 0), 0);
-  EXPECT_EQ(GetError(), 0x30000003u);  // the write failed without a code, so the volume failed and refused the commit
+  EXPECT_EQ(GetError(),
+            ORB_ERROR_WRITE);  // the write failed without a code, so the volume failed and refused the commit
   EXPECT_EQ(g_VolumeListHead.next->failed, 1u);
 }
 
@@ -312,20 +313,20 @@ TEST_F(MemoryFile, failed_metadata_write_to_the_memory_file_fails_the_volume) {
 TEST_F(MemoryFile, volume_without_the_create_entry_point_is_not_formatted) {
   HideProcedure(u"CreateMemFile");
   EXPECT_EQ(OrbCreateVolumeEx(u"??MEM??", 16, 1024), 0);
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   EXPECT_EQ(TraceText(), "");
   EXPECT_EQ(OrbCreateVolume(u"??MEM??"), 0);
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   EXPECT_EQ(MemFile().references, 2u);  // nothing unloads what was loaded
 }
 
 TEST_F(MemoryFile, volume_without_the_write_entry_point_is_not_formatted) {
   HideProcedure(u"WriteMemFile");
   EXPECT_EQ(OrbCreateVolumeEx(u"??MEM??", 16, 1024), 0);
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   EXPECT_EQ(TraceText(), "memcreate");
   EXPECT_EQ(OrbMountVolume(u"??MEM??", u"A"), 0);
-  EXPECT_EQ(GetError(), 0x3000000Au);  // the memory file is empty
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);  // the memory file is empty
   EXPECT_EQ(testhost::AllocationsHeld(), 0u);
 }
 
@@ -335,7 +336,7 @@ TEST_F(MemoryFile, volume_without_the_read_entry_point_is_formatted_but_does_not
   Format();
   EXPECT_EQ(testhost::MemFileImage().ToBytes(), testhost::FileBytes(u"VOL"));
   EXPECT_EQ(OrbMountVolume(u"??MEM??", u"A"), 0);
-  EXPECT_EQ(GetError(), 0x30000027u);
+  EXPECT_EQ(GetError(), ORB_ERROR_NO_MEMFILE);
   EXPECT_EQ(TraceText(), "memseek 0");
   EXPECT_EQ(testhost::AllocationsHeld(), 0u);
 }
@@ -344,7 +345,7 @@ TEST_F(MemoryFile, volume_without_the_read_entry_point_is_formatted_but_does_not
 // header are written where the memory file ends, and the call succeeds with the code set.
 TEST_F(MemoryFile, volume_without_the_seek_entry_point_is_formatted_in_the_wrong_order_and_does_not_mount) {
   HideProcedure(u"SeekMemFile");
-  EXPECT_EQ(Outcome(OrbCreateVolumeEx(u"??MEM??", 16, 1024)), "success with 0x30000027");
+  EXPECT_EQ(Outcome(OrbCreateVolumeEx(u"??MEM??", 16, 1024)), "success with NO_MEMFILE");
   EXPECT_EQ(
       TraceText(),
       "memcreate / memwrite 0 128 / memwrite 128 896 / memwrite 1024 16 / memwrite 1040 1024 / memwrite 2064 1024 "
@@ -357,7 +358,7 @@ TEST_F(MemoryFile, volume_without_the_seek_entry_point_is_formatted_in_the_wrong
   expected.insert(expected.end(), header.begin(), header.end());
   EXPECT_EQ(testhost::MemFileImage().ToBytes(), expected);
   EXPECT_EQ(OrbMountVolume(u"??MEM??", u"A"), 0);
-  EXPECT_EQ(GetError(), 0x3000000Au);  // the read at the end finds nothing
+  EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);  // the read at the end finds nothing
   EXPECT_EQ(TraceText(), "memread 3220 128 =0");
   EXPECT_EQ(testhost::AllocationsHeld(), 0u);
 }
@@ -368,14 +369,14 @@ TEST_F(MemoryFile, volume_without_the_size_entry_point_takes_files_but_no_blocks
   EXPECT_EQ(Outcome(OrbCreateVolumeEx(u"??MEM??", 16, 1024)), "");
   EXPECT_EQ(Outcome(OrbMountVolume(u"??MEM??", u"A")), "");
   EXPECT_EQ(Outcome(OrbCreateFileA("F", 0)), "");
-  EXPECT_EQ(Outcome(OrbCreateDirectoryA("D")), "0x30000027");
+  EXPECT_EQ(Outcome(OrbCreateDirectoryA("D")), "NO_MEMFILE");
   EXPECT_EQ(OrbGetFileAttributesA("D"), 0xFFFFu);
   EXPECT_TRUE(testhost::NodeInUse(testhost::MemFileImage().ToBytes(), 3));  // D's number stays taken
   const OrbHandle file = OrbOpenFileA("F", ORB_OPEN_WRITE);
   OrbU32 done = 77;
-  EXPECT_EQ(Outcome(OrbWriteFile(file, "x", 1, &done)), "0x30000027");
+  EXPECT_EQ(Outcome(OrbWriteFile(file, "x", 1, &done)), "NO_MEMFILE");
   EXPECT_EQ(done, 0u);
-  EXPECT_EQ(Outcome(OrbSetFileSize(file, 1)), "0x30000027");
+  EXPECT_EQ(Outcome(OrbSetFileSize(file, 1)), "NO_MEMFILE");
   EXPECT_EQ(OrbGetFileSize(file), 0u);
   EXPECT_EQ(Outcome(OrbCloseFile(file)), "");
   EXPECT_EQ(Outcome(OrbDeleteFileA("F")), "");

@@ -76,7 +76,7 @@ TEST_F(Time, export_clears_the_error) {
 
 TEST_F(Time, export_without_a_stamp_is_an_invalid_argument_and_reads_no_clock) {
   OrbGetTime(nullptr);
-  EXPECT_EQ(OrbGetLastError(), 0x3000000Eu);
+  EXPECT_EQ(OrbGetLastError(), ORB_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(testhost::CallCount(Call::kGetSystemTime), 0u);
 }
 
