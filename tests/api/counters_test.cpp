@@ -170,7 +170,7 @@ TEST_F(CountersOnVolumeTest, failures_that_need_no_container_count_nothing) {
   EXPECT_EQ((Counts{g_dwReadCount, g_dwWriteCount, g_dwSeekCount}), before);
 }
 
-// ---- Transfers --------------------------------------------------------------------------------------------------------
+// ---- Transfers ------------------------------------------------------------------------------------------------------
 
 // Writes: data, mark, record, mark.
 TEST_F(CountersOnVolumeTest, write_first_block) {
@@ -262,7 +262,7 @@ TEST_F(CountersOnVolumeTest, set_size_grown_from_1500_to_5000) {
   Close(file);
 }
 
-// ---- The variables ------------------------------------------------------------------------------------------------------
+// ---- The variables --------------------------------------------------------------------------------------------------
 
 TEST_F(CountersOnVolumeTest, counters_callers_may_set_them) {
   MakeFile("F", Pattern(1, 100));

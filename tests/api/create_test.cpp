@@ -122,7 +122,7 @@ TEST_P(CreateTest, nodes_all_taken_fails_no_free_node) {
 
 INSTANTIATE_TEST_SUITE_P(Forms, CreateTest, ::testing::ValuesIn(EveryVariant()), VariantName);
 
-// ---- What a container holds afterwards --------------------------------------------------------------------------------
+// ---- What a container holds afterwards ------------------------------------------------------------------------------
 
 class CreatedImageTest : public ApiTest {
  protected:
@@ -228,7 +228,7 @@ TEST_F(ApiTest, nodes_beyond_the_table_fail_no_free_node) {
   EXPECT_EQ(Ended(OrbCreateFileA("X", 0)), Succeeded());
 }
 
-// ---- A container that cannot grow -------------------------------------------------------------------------------------
+// ---- A container that cannot grow -----------------------------------------------------------------------------------
 
 class FullContainerTest : public ApiTest, public ::testing::WithParamInterface<Variant> {
  protected:

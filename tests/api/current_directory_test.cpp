@@ -104,7 +104,7 @@ TEST_P(CurrentDirectoryTest, set_another_volume_moves_there) {
   EXPECT_EQ(List("OTHER:/*"), (std::vector<std::string>{".", "..", "F"}));
 }
 
-// ---- Full path names --------------------------------------------------------------------------------------------------
+// ---- Full path names ------------------------------------------------------------------------------------------------
 
 TEST_P(CurrentDirectoryTest, full_path_of_anything_is_absolute_and_in_upper_case) {
   GoTo("Logs");

@@ -4,7 +4,8 @@
 namespace api {
 namespace {
 
-// Node 2 is /D, 3 /D/E, 4 /D/E/F of 7 blocks (data 5 to 10 and 12, map 11 or 12), 5 /BIG of 264 blocks, 6 /G of 10 bytes.
+// Node 2 is /D, 3 /D/E, 4 /D/E/F of 7 blocks (data 5 to 10 and 12, map 11 or 12), 5 /BIG of 264 blocks, 6 /G of 10
+// bytes.
 class DamageTest : public ApiTest {
  protected:
   static constexpr OrbU32 kD = 2;
@@ -104,7 +105,7 @@ class DamageFormTest : public DamageTest, public ::testing::WithParamInterface<V
   }
 };
 
-// ---- Entries and nodes ------------------------------------------------------------------------------------------------
+// ---- Entries and nodes ----------------------------------------------------------------------------------------------
 
 TEST_P(DamageFormTest, entry_number_above_the_bitmap_fails_damaged_record) {
   MountWithEntry(1, 4, 8 * 64 + 1);
@@ -147,7 +148,7 @@ TEST_P(DamageFormTest, table_block_beyond_the_end_fails_damaged_volume) {
   ExpectNodeOfGToFail(ORB_ERROR_DAMAGED_VOLUME);
 }
 
-// ---- Files ------------------------------------------------------------------------------------------------------------
+// ---- Files ----------------------------------------------------------------------------------------------------------
 
 TEST_F(DamageTest, file_direct_slot_empty_reads_up_to_it) {
   MountWithNode(kF, 32 + 4 * 2, 0);
@@ -231,7 +232,7 @@ TEST_P(DamageFormTest, file_block_beyond_the_end_cannot_be_given_back) {
   EXPECT_EQ(Attributes("G"), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
 }
 
-// ---- Directories ------------------------------------------------------------------------------------------------------
+// ---- Directories ----------------------------------------------------------------------------------------------------
 
 TEST_P(DamageFormTest, directory_of_no_size_fails_damaged_record) {
   MountWithNode(kD, 16, 0);
@@ -294,7 +295,7 @@ TEST_P(DamageFormTest, directory_ring_of_two_fails_without_hanging) {
   EXPECT_EQ(Ended(orb->moveFile("X", "D/E/X")), damaged_);
 }
 
-// ---- The free chain -----------------------------------------------------------------------------------------------------
+// ---- The free chain -------------------------------------------------------------------------------------------------
 
 TEST_F(DamageTest, chain_next_record_damaged_fails_when_it_is_needed) {
   Mount(kFirst, "VOL");
@@ -313,7 +314,7 @@ TEST_F(DamageTest, chain_next_record_damaged_fails_when_it_is_needed) {
 
 INSTANTIATE_TEST_SUITE_P(Forms, DamageFormTest, ::testing::ValuesIn(EveryFormOnHost()), VariantName);
 
-// ---- Anything at all ------------------------------------------------------------------------------------------------------
+// ---- Anything at all ------------------------------------------------------------------------------------------------
 
 // Uses all that a container seems to hold, whatever the outcome, as long as each outcome is one that exists.
 class Rummage {

@@ -239,7 +239,7 @@ TEST_P(FindTest, handle_not_of_a_search_fails_invalid_handle) {
   Close(file);
 }
 
-// ---- A directory that changes under its search ------------------------------------------------------------------------
+// ---- A directory that changes under its search ----------------------------------------------------------------------
 
 TEST_P(FindTest, name_added_during_a_search_is_found) {
   Found found;
@@ -362,7 +362,7 @@ TEST_P(FindTableTest, slot_of_a_search_that_found_nothing_is_free_again) {
 INSTANTIATE_TEST_SUITE_P(Forms, FindTableTest,
                          ::testing::Values(Variant{&kAnsiForm, kFirst}, Variant{&kWideForm, kMemory}), VariantName);
 
-// ---- The callers' records, byte by byte ---------------------------------------------------------------------------------
+// ---- The callers' records, byte by byte -----------------------------------------------------------------------------
 
 static_assert(sizeof(OrbTime) == 8 && sizeof(OrbFindDataA) == 48 && sizeof(OrbFindDataW) == 136, "callers know these");
 static_assert(offsetof(OrbFindDataA, time) == 4 && offsetof(OrbFindDataA, size) == 12 &&
@@ -418,7 +418,7 @@ TEST_F(FindRecordTest, entry_of_number_0_ends_the_listing) {
   EXPECT_EQ(Ended(OrbGetFileAttributesA("H")), Failed(ORB_ERROR_FILE_NOT_FOUND, ORB_INVALID_ATTRIBUTES));
 }
 
-// ---- Large directories --------------------------------------------------------------------------------------------------
+// ---- Large directories ----------------------------------------------------------------------------------------------
 
 struct DirectorySizes {
   OrbU32 blockSize;

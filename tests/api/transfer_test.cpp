@@ -58,7 +58,7 @@ class TransferTest : public ApiTest, public ::testing::WithParamInterface<Geomet
   OrbHandle file_ = 0;
 };
 
-// ---- Writing and reading back -----------------------------------------------------------------------------------------
+// ---- Writing and reading back ---------------------------------------------------------------------------------------
 
 TEST_P(TransferTest, write_every_size_around_the_blocks_is_read_back) {
   OrbU32 seed = 1;
@@ -227,7 +227,7 @@ TEST_P(TransferTest, read_of_nothing_succeeds) {
   EXPECT_EQ(Position(), 3u);
 }
 
-// ---- Positions --------------------------------------------------------------------------------------------------------
+// ---- Positions ------------------------------------------------------------------------------------------------------
 
 TEST_P(TransferTest, seek_from_the_beginning_reaches_all_of_the_file) {
   WriteAt(file_, 0, Pattern(1, 1000));
@@ -286,7 +286,7 @@ TEST_P(TransferTest, seek_empty_file_knows_0_alone) {
   }
 }
 
-// ---- Sizes ------------------------------------------------------------------------------------------------------------
+// ---- Sizes ----------------------------------------------------------------------------------------------------------
 
 TEST_P(TransferTest, set_size_above_the_largest_fails_invalid_argument) {
   WriteAt(file_, 0, Pattern(1, 10));
@@ -366,7 +366,7 @@ INSTANTIATE_TEST_SUITE_P(Volumes, TransferTest,
                                            Geometry{8192, kFirst}, Geometry{1024, kMemory}, Geometry{8192, kMemory}),
                          GeometryName);
 
-// ---- The largest map ----------------------------------------------------------------------------------------------------
+// ---- The largest map ------------------------------------------------------------------------------------------------
 
 TEST_F(ApiTest, set_size_beyond_the_map_fails_volume_full) {
   constexpr OrbU32 kCapacity = (6 + 256 + 256 * 256) * 1024;
@@ -387,7 +387,7 @@ TEST_F(ApiTest, set_size_beyond_the_map_fails_volume_full) {
   EXPECT_EQ(Ended(OrbDeleteFileA("F")), Succeeded());
 }
 
-// ---- Time stamps --------------------------------------------------------------------------------------------------------
+// ---- Time stamps ----------------------------------------------------------------------------------------------------
 
 class StampTest : public ApiTest {
  protected:
@@ -477,7 +477,7 @@ TEST_F(StampTest, stamp_after_opening_and_closing_stays) {
   ExpectOld();
 }
 
-// ---- Bytes --------------------------------------------------------------------------------------------------------------
+// ---- Bytes ----------------------------------------------------------------------------------------------------------
 
 class TransferImageTest : public ApiTest {
  protected:

@@ -1,6 +1,7 @@
-// Lets every operation meet a failure at every host call and every allocation. The call fails with the code that stands for
-// the failure, what the volume may still do is as it should be, nothing is leaked in memory, and the disk holds exactly
-// what was written up to there - or, where the operation undoes itself for want of space or memory, what is listed.
+// Lets every operation meet a failure at every host call and every allocation. The call fails with the code that stands
+// for the failure, what the volume may still do is as it should be, nothing is leaked in memory, and the disk holds
+// exactly what was written up to there - or, where the operation undoes itself for want of space or memory, what is
+// listed.
 #include <algorithm>
 #include <ostream>
 #include <set>
@@ -18,7 +19,7 @@ using testhost::CallRecord;
 using testhost::FileImage;
 using testhost::Operation;
 
-// ---- What a failure must lead to -------------------------------------------------------------------------------------
+// ---- What a failure must lead to ------------------------------------------------------------------------------------
 
 // The library's code for a host code met in a call.
 uint32_t CodeFor(Call call, uint32_t hostCode) {
@@ -60,8 +61,8 @@ Purpose PurposeOfPosition(const Plain& plain, uint64_t position, size_t write) {
   return plain.dataWrites.count(write) != 0 ? Purpose::kData : Purpose::kMetadata;
 }
 
-// What a seek or write is for: that of the plain run in its place, as far as the two go together; metadata behind that, for
-// only undoing and the commit come then. A seek whose next call is a read is for that.
+// What a seek or write is for: that of the plain run in its place, as far as the two go together; metadata behind that,
+// for only undoing and the commit come then. A seek whose next call is a read is for that.
 Purpose PurposeOf(const Plain& plain, const std::vector<CallRecord>& calls, size_t i) {
   const CallRecord& call = calls[i];
   const bool seek = call.call == Call::kSetFilePointer;
@@ -78,9 +79,9 @@ struct Answer {
   bool failed = false;  // the volume
 };
 
-// The code of the last call that failed stands, unless a failure failed the volume before the commit: the commit then says
-// that the volume refuses writes. Failing to write the mark fails the volume whatever the code; failing to write other
-// metadata does unless the disk is full.
+// The code of the last call that failed stands, unless a failure failed the volume before the commit: the commit then
+// says that the volume refuses writes. Failing to write the mark fails the volume whatever the code; failing to write
+// other metadata does unless the disk is full.
 Answer ExpectedAnswer(const Plain& plain, const std::vector<CallRecord>& calls) {
   Answer expected;
   bool marked = false;
@@ -102,7 +103,7 @@ Answer ExpectedAnswer(const Plain& plain, const std::vector<CallRecord>& calls) 
   return expected;
 }
 
-// ---- What the library holds ------------------------------------------------------------------------------------------
+// ---- What the library holds -----------------------------------------------------------------------------------------
 
 struct Holdings {
   uint32_t references = 0;
@@ -130,7 +131,7 @@ Holdings Held() {
   return held;
 }
 
-// ---- The tests -------------------------------------------------------------------------------------------------------
+// ---- The tests ------------------------------------------------------------------------------------------------------
 
 constexpr uint32_t kDiskFull = 112;
 constexpr uint32_t kAccessDenied = 5;
@@ -278,8 +279,8 @@ FailingOperation::Disk FailingOperation::Judge(uint32_t n, uint32_t perName, con
   return disk;
 }
 
-// The disk should hold what the whole operation writes, up to the failure; and then the mark is taken off, unless the volume
-// failed.
+// The disk should hold what the whole operation writes, up to the failure; and then the mark is taken off, unless the
+// volume failed.
 FailingOperation::Disk FailingOperation::JudgeDisk(const std::vector<CallRecord>& calls, bool failed) const {
   size_t writes = 0;
   bool marked = false;
@@ -309,8 +310,8 @@ void FailingOperation::ExpectVolumeRefusesWrites() {
   EXPECT_EQ(testhost::CallCount(Call::kWriteFile), 0u);
 }
 
-// Where a directory still names its last block though that is free again, the block would be given to the next file: see
-// hazard_test.cpp.
+// Where a directory still names its last block though that is free again, the block would be given to the next file:
+// see hazard_test.cpp.
 void FailingOperation::ExpectVolumeGoesOn(const inspect::Report& disk) {
   if (disk.Count(inspect::Kind::kLastBlockFreed) != 0) return;
   EXPECT_EQ(UseVolume(), "");

@@ -1,5 +1,5 @@
-// Stops formatting after every single write, and lets every host call and allocation of it fail: an unfinished container
-// is never taken for a volume, and never for a file that could be formatted again.
+// Stops formatting after every single write, and lets every host call and allocation of it fail: an unfinished
+// container is never taken for a volume, and never for a file that could be formatted again.
 #include <algorithm>
 #include <ostream>
 

@@ -1,5 +1,6 @@
-// The few places where the order of writes leaves a volume in use with more than a leak: the mark was lost, or the call that
-// met a full disk was the one that stores a directory's size. What follows from it is stated here, exactly; repair mends it.
+// The few places where the order of writes leaves a volume in use with more than a leak: the mark was lost, or the call
+// that met a full disk was the one that stores a directory's size. What follows from it is stated here, exactly; repair
+// mends it.
 #include "crash/operation_test.h"
 
 namespace orba {
@@ -41,7 +42,8 @@ void RunOnFullDisk(const Operation& operation, uint32_t write) {
 
 class FullDisk : public LibraryTest {};
 
-// The size on the disk counts an entry whose number is cleared already. The next name goes behind it, where nobody looks.
+// The size on the disk counts an entry whose number is cleared already. The next name goes behind it, where nobody
+// looks.
 TEST_F(FullDisk, under_the_node_of_a_directory_that_lost_its_last_entry_hides_the_next_name) {
   RunOnFullDisk(Named("delete_empty_file_1024"), 3);
   EXPECT_EQ(Disk(), "removal-interrupted 1, node-leaked 1");
@@ -84,8 +86,8 @@ TEST_F(FullDisk, under_the_node_of_the_root_that_gave_its_last_block_back_is_put
   EXPECT_EQ(Repaired(), "clean");
 }
 
-// The slot is cleared on the disk, the size is not stored: what is in the blocks before can be read, the last cannot, and
-// nothing can be added.
+// The slot is cleared on the disk, the size is not stored: what is in the blocks before can be read, the last cannot,
+// and nothing can be added.
 TEST_F(FullDisk, under_the_node_of_a_directory_that_gave_an_indirect_block_back_refuses_new_names) {
   RunOnFullDisk(Named("delete_empty_file_alone_in_indirect_block_1024"), 5);
   EXPECT_EQ(Disk(), "shrink-interrupted 1, node-leaked 1");
@@ -111,8 +113,8 @@ TEST_F(FullDisk, under_the_node_of_a_directory_that_got_an_entry_leaves_the_name
   EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
 }
 
-// A search ends where the size does when it goes on from there, so that it lists nothing, yet the directory is not empty to
-// what looks at its third entry. A name made and deleted again clears it.
+// A search ends where the size does when it goes on from there, so that it lists nothing, yet the directory is not
+// empty to what looks at its third entry. A name made and deleted again clears it.
 TEST_F(FullDisk, under_the_node_of_an_empty_directory_that_got_an_entry_keeps_it_from_being_deleted) {
   FormatAndMount();
   ASSERT_EQ(OrbCreateDirectoryA("D"), 1);
@@ -138,7 +140,7 @@ TEST_F(FullDisk, under_the_node_of_an_empty_directory_that_got_an_entry_keeps_it
   EXPECT_EQ(Disk(), "clean");
 }
 
-// ---- The mark lost: the header was the first metadata that the operation wrote -----------------------------------------
+// ---- The mark lost: the header was the first metadata that the operation wrote --------------------------------------
 
 class MarkLost : public LibraryTest {
  protected:

@@ -1,5 +1,5 @@
-// The fixture for tests that go through all operations. Each operation is prepared once; a test then begins it again and
-// again from there, upsets it and looks at what it leaves.
+// The fixture for tests that go through all operations. Each operation is prepared once; a test then begins it again
+// and again from there, upsets it and looks at what it leaves.
 #pragma once
 
 #include <set>
@@ -27,8 +27,8 @@ class OperationTest : public LibraryTest, public ::testing::WithParamInterface<c
   // The container after 0, 1, 2 ... writes.
   const std::vector<StopState>& states() const { return *states_; }
 
-  // Which writes of the whole operation, counted from 0, are of file data: the block is a file's in the end, and what is
-  // written is no free-chain record. `writes` are all of them.
+  // Which writes of the whole operation, counted from 0, are of file data: the block is a file's in the end, and what
+  // is written is no free-chain record. `writes` are all of them.
   std::set<size_t> DataWrites(const std::vector<testhost::CallRecord>& writes) const;
 
  private:
@@ -36,12 +36,12 @@ class OperationTest : public LibraryTest, public ::testing::WithParamInterface<c
   const std::vector<StopState>* states_ = nullptr;
 };
 
-// Makes a file in the root directory of volume A, which is mounted, reads it again and deletes it. Result: "", or which step
-// failed with which code.
+// Makes a file in the root directory of volume A, which is mounted, reads it again and deletes it. Result: "", or which
+// step failed with which code.
 std::string UseVolume();
 
-// What is there now that was not there before: "", or the kinds of findings. One leaked block more is not told: it may have
-// been taken out of the free chain in memory.
+// What is there now that was not there before: "", or the kinds of findings. One leaked block more is not told: it may
+// have been taken out of the free chain in memory.
 std::string Worse(const inspect::Report& before, const inspect::Report& after);
 
 // The container after 0, 1, 2 ... writes of its repair, which is expected to be able to mend all.

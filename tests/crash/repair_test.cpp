@@ -1,5 +1,6 @@
-// Repairs what every operation leaves after every single write: one run makes it clean and mountable, and keeps all that the
-// operation had nothing to do with. The same where the repair itself is stopped after any of its writes and run again.
+// Repairs what every operation leaves after every single write: one run makes it clean and mountable, and keeps all
+// that the operation had nothing to do with. The same where the repair itself is stopped after any of its writes and
+// run again.
 #include <algorithm>
 #include <string_view>
 

@@ -1,6 +1,6 @@
 // Stops every operation after every single write. What is left is inspected: never damage, the dirty mark where it is
-// promised, interrupted operations exactly as listed, leaks otherwise; and all that the operation has nothing to do with is
-// there, byte for byte.
+// promised, interrupted operations exactly as listed, leaks otherwise; and all that the operation has nothing to do
+// with is there, byte for byte.
 #include "crash/operation_test.h"
 
 namespace orba {
@@ -30,9 +30,9 @@ TEST_P(StoppedOperation, leaves_what_is_listed) {
   Count("operations stopped");
 }
 
-// The mark goes on the disk before the first metadata and off it at the very end; file data needs none. The one exception:
-// where the header is the first metadata, its copy was taken before the mark was set and takes it off again, until a later
-// header puts it back.
+// The mark goes on the disk before the first metadata and off it at the very end; file data needs none. The one
+// exception: where the header is the first metadata, its copy was taken before the mark was set and takes it off again,
+// until a later header puts it back.
 TEST_P(StoppedOperation, is_marked_from_its_first_metadata_write_to_its_end) {
   const std::vector<testhost::CallRecord> writes = WritesOfOperation();
   const std::set<size_t> data = DataWrites(writes);
@@ -61,8 +61,8 @@ TEST_P(StoppedOperation, leaves_everything_else_as_it_is) {
   Count("untouched files and directories compared", bystanders.count() * states().size());
 }
 
-// A marked container is refused. One without the mark mounts, and so does one whose mark was taken off by force; everything
-// else can be read through the library then.
+// A marked container is refused. One without the mark mounts, and so does one whose mark was taken off by force;
+// everything else can be read through the library then.
 TEST_P(StoppedOperation, is_refused_while_marked) {
   const testhost::Bystanders bystanders(states().front().image, operation().touched);
   for (const StopState& state : states()) {
@@ -76,8 +76,8 @@ TEST_P(StoppedOperation, is_refused_while_marked) {
   }
 }
 
-// Where the mark was lost, the container mounts as it is, and can be used; but for a directory that still names a block it
-// gave back: see hazard_test.cpp.
+// Where the mark was lost, the container mounts as it is, and can be used; but for a directory that still names a block
+// it gave back: see hazard_test.cpp.
 TEST_P(StoppedOperation, can_be_used_where_the_mark_was_lost) {
   for (const StopState& state : states()) {
     if (state.report.marked || state.report.IsClean()) continue;

@@ -90,8 +90,8 @@ class Loader : public testing::Test {
   device::Image* image_ = nullptr;
 };
 
-// The rights to read and write the page that holds `address`, as the system lists them: "r-". The emulator does not list
-// the right to execute.
+// The rights to read and write the page that holds `address`, as the system lists them: "r-". The emulator does not
+// list the right to execute.
 std::string RightsOf(const void* address) {
   const auto wanted = reinterpret_cast<uintptr_t>(address);
   std::ifstream maps("/proc/self/maps");

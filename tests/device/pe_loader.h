@@ -28,8 +28,9 @@ void UnloadImage(Image* image);
 // Returns null if the image does not export `name`.
 void* FindExport(const Image& image, const char* name);
 
-// Adds `delta` to every address that the table of base relocations names: kinds 0 (padding), 3 (word), 5 (ARM move pair)
-// and 7 (Thumb-2 move pair). Returns false on any other kind, or where the table or what it names leaves the image.
+// Adds `delta` to every address that the table of base relocations names: kinds 0 (padding), 3 (word), 5 (ARM move
+// pair) and 7 (Thumb-2 move pair). Returns false on any other kind, or where the table or what it names leaves the
+// image.
 //   image    `imageSize` bytes, the whole image as mapped
 bool Relocate(uint8_t* image, uint32_t imageSize, uint32_t tableRva, uint32_t tableSize, uint32_t delta);
 

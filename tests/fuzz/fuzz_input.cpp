@@ -229,7 +229,8 @@ std::uint64_t PlaceOf(const Base& base, Class type, std::uint32_t number) {
   return places.empty() ? std::uint64_t{number} * base.bytes.size() / 0x10000 : places[number % places.size()];
 }
 
-// A header that agrees with itself: a smaller bitmap leaves the rest of its bytes reserved, a larger one moves all blocks.
+// A header that agrees with itself: a smaller bitmap leaves the rest of its bytes reserved, a larger one moves all
+// blocks.
 void SetBitmapSize(const Base& base, std::uint32_t size, Bytes* image) {
   const auto blocks = static_cast<std::uint32_t>(base.firstBlock);
   const std::uint32_t end = 1024 + size;

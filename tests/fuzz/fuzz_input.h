@@ -1,5 +1,5 @@
-// What the bytes of a fuzz input mean: a container, nearly always a damaged one, and what to do with it. Every row of bytes
-// means something; bytes that are missing are zeros.
+// What the bytes of a fuzz input mean: a container, nearly always a damaged one, and what to do with it. Every row of
+// bytes means something; bytes that are missing are zeros.
 //
 // An input that begins with "ORBA" is the container itself. Any other holds:
 //   byte 0  the sound container to begin with, one of a few

@@ -1,5 +1,6 @@
-// Fuzz target: a container that holds anything is mounted and used by every export. Whatever it holds, each call ends after a
-// bounded number of host calls with one of the codes that orba.h documents for it, and nothing is held when all is unmounted.
+// Fuzz target: a container that holds anything is mounted and used by every export. Whatever it holds, each call ends
+// after a bounded number of host calls with one of the codes that orba.h documents for it, and nothing is held when all
+// is unmounted.
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -35,7 +36,7 @@ constexpr std::size_t kListed = 150;    // objects looked at in one listing of t
 constexpr std::size_t kHandles = 6;     // open files, and searches, at a time
 constexpr std::uint32_t kChunk = 5000;  // bytes of a transfer
 
-// ---- Outcomes ---------------------------------------------------------------------------------------------------------
+// ---- Outcomes -------------------------------------------------------------------------------------------------------
 
 // Without faults of the host these may come of any damage to a container.
 const Codes kOfDamage = {ORB_ERROR_READ, ORB_ERROR_WRITE, ORB_ERROR_DAMAGED_VOLUME, ORB_ERROR_DAMAGED_RECORD};
@@ -63,7 +64,7 @@ bool Do(const char* name, const Codes& codes, Call call) {
 // For calls whose failure value may be a result as well.
 bool NoError() { return OrbGetLastError() == 0; }
 
-// ---- A session --------------------------------------------------------------------------------------------------------
+// ---- A session ------------------------------------------------------------------------------------------------------
 
 class Session {
  public:
@@ -174,7 +175,7 @@ void Session::ReadSome(const std::string& path) {
   Do("OrbCloseFile", {}, [&] { return OrbCloseFile(file) != 0; });
 }
 
-// ---- Steps ------------------------------------------------------------------------------------------------------------
+// ---- Steps ----------------------------------------------------------------------------------------------------------
 
 void Session::Open(const Choice& choice) {
   if (files_.size() == kHandles) {
@@ -337,7 +338,7 @@ void Session::Close() {
   for (const OrbHandle search : searches_) Do("OrbFindClose", {}, [&] { return OrbFindClose(search) != 0; });
 }
 
-// ---- The end ----------------------------------------------------------------------------------------------------------
+// ---- The end --------------------------------------------------------------------------------------------------------
 
 // Nodes that are still held belong to no volume, and there are no more of them than was kept by design.
 void LetGoOfKeptNodes(std::uint32_t kept) {

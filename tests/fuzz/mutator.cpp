@@ -1,5 +1,5 @@
-// How clang's fuzzer makes a new input of an old one: mostly byte by byte as it likes, sometimes by one whole patch more, and
-// now and then from nothing.
+// How clang's fuzzer makes a new input of an old one: mostly byte by byte as it likes, sometimes by one whole patch
+// more, and now and then from nothing.
 #include <algorithm>
 
 #include "fuzz/fuzz_input.h"

@@ -1,5 +1,6 @@
-// Fuzz target: a container that holds anything is checked, drawn, dumped, repaired and recovered without being mounted. What
-// repair says it can repair comes out clean, and the library reads every file of it, with the bytes that recovery copies.
+// Fuzz target: a container that holds anything is checked, drawn, dumped, repaired and recovered without being mounted.
+// What repair says it can repair comes out clean, and the library reads every file of it, with the bytes that recovery
+// copies.
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,7 +33,7 @@ using orba::inspect::PlanRepair;
 using orba::inspect::Report;
 using Tree = std::map<std::string, Bytes>;  // by path; directories end in "/" and hold nothing
 
-// ---- Looking ----------------------------------------------------------------------------------------------------------
+// ---- Looking --------------------------------------------------------------------------------------------------------
 
 void Dump(const MemoryImage& image, const Report& report, std::uint32_t number) {
   Require(!DumpNode(image, report, number).empty(), "a node's dump says something");
@@ -61,7 +62,7 @@ void Look(const MemoryImage& image, const Report& report, const std::vector<Choi
   DrawSvg(report);
 }
 
-// ---- Reading the repaired container through the library ---------------------------------------------------------------
+// ---- Reading the repaired container through the library -------------------------------------------------------------
 
 Bytes ReadAll(const std::string& path, OrbU32 size) {
   const OrbHandle file = OrbOpenFileA(path.c_str(), ORB_OPEN_READ);
@@ -112,7 +113,7 @@ Tree ReadThroughLibrary(const Bytes& container) {
   return tree;
 }
 
-// ---- Repair -----------------------------------------------------------------------------------------------------------
+// ---- Repair ---------------------------------------------------------------------------------------------------------
 
 class BytesTarget : public orba::inspect::Target {
  public:

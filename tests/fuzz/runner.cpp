@@ -1,5 +1,5 @@
-// Runs a fuzz target without a fuzzer: on the files given, or on random inputs made from a row of seeds. The target runs in
-// a child process, so that whatever goes wrong, the input that did it is known and kept.
+// Runs a fuzz target without a fuzzer: on the files given, or on random inputs made from a row of seeds. The target
+// runs in a child process, so that whatever goes wrong, the input that did it is known and kept.
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -1,4 +1,5 @@
-// One call of the interface, as a record: chosen, printed, kept in a file and made again. Stands on the interface alone.
+// One call of the interface, as a record: chosen, printed, kept in a file and made again. Stands on the interface
+// alone.
 #pragma once
 
 #include <cstdint>
@@ -57,7 +58,7 @@ std::string Print(const Call& call);
 bool Save(const Call& call, std::FILE* file);
 bool Load(Call* call, std::FILE* file);
 
-// ---- Containers ------------------------------------------------------------------------------------------------------
+// ---- Containers -----------------------------------------------------------------------------------------------------
 
 struct Sizes {
   std::uint32_t bitmapBytes, blockSize;
@@ -68,8 +69,8 @@ constexpr int kContainerCount = 8;
 constexpr Sizes kAtStart[] = {{16, 1024}, {2, 2048}, {32, 4096}, {0, 1024}, {16, 1024}};
 constexpr int kStartCount = 5;
 
-// This one is nearly as large as a container can be. What can still be had is what one file takes until its map needs two
-// blocks at once, and one block to fail for the second.
+// This one is nearly as large as a container can be. What can still be had is what one file takes until its map needs
+// two blocks at once, and one block to fail for the second.
 constexpr int kNearlyFull = 4;
 constexpr std::uint32_t kRoomLeft = 265;
 

@@ -15,8 +15,8 @@ namespace model {
 
 class Chooser {
  public:
-  // Of `count` calls in all. The same seed chooses the same calls, as long as the model does what it did. With `toTheEnd`
-  // one file grows, late in the sequence, as far as the map of its blocks goes.
+  // Of `count` calls in all. The same seed chooses the same calls, as long as the model does what it did. With
+  // `toTheEnd` one file grows, late in the sequence, as far as the map of its blocks goes.
   Chooser(std::uint32_t seed, std::uint32_t count, bool toTheEnd, const Model& m)
       : random_(seed), model_(m), quiet_(toTheEnd ? count / 2 : ~0u) {}
 

@@ -1,6 +1,6 @@
-// The host as the library sees it, where the test has it in hand. The clock stands still during a call and goes on between
-// calls, so that each time stamp tells which call set it. Making files durable is counted and not done: the containers
-// are thrown away, and waiting for the disk would take most of the time. Stands on the C library alone.
+// The host as the library sees it, where the test has it in hand. The clock stands still during a call and goes on
+// between calls, so that each time stamp tells which call set it. Making files durable is counted and not done: the
+// containers are thrown away, and waiting for the disk would take most of the time. Stands on the C library alone.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,8 @@
 // Drives the library and the model side by side with random calls and compares every result, code, listing and byte.
 //
-// Each sequence runs in a child process, so that it starts with a fresh library and a crash or a hang is a finding like any
-// other. A sequence that fails is shortened: calls are left out as long as it still fails, and what remains is printed.
+// Each sequence runs in a child process, so that it starts with a fresh library and a crash or a hang is a finding like
+// any other. A sequence that fails is shortened: calls are left out as long as it still fails, and what remains is
+// printed.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -54,7 +55,7 @@ constexpr Mistake kMistakes[] = {
 };
 static_assert(sizeof kMistakes / sizeof kMistakes[0] == static_cast<std::size_t>(Wrong::kCount), "a text for each");
 
-// ---- One sequence, in a child ----------------------------------------------------------------------------------------
+// ---- One sequence, in a child ---------------------------------------------------------------------------------------
 
 constexpr int kSame = 0, kDifferent = 10;
 constexpr char kCallsFile[] = "model-calls";
@@ -100,7 +101,7 @@ int RunSeed(const Options& options, std::uint32_t seed, std::FILE* file) {
   return pair.difference.empty() ? kSame : kDifferent;
 }
 
-// ---- Shortening ------------------------------------------------------------------------------------------------------
+// ---- Shortening -----------------------------------------------------------------------------------------------------
 
 // The calls that a failing seed makes, up to the one that fails. A seed makes the same calls each time.
 std::vector<Call> CallsOf(const Options& options, std::uint32_t seed) {
@@ -159,7 +160,7 @@ void Explain(const Options& options, std::uint32_t seed, int status) {
   std::remove(kCallsFile);
 }
 
-// ---- Options ---------------------------------------------------------------------------------------------------------
+// ---- Options --------------------------------------------------------------------------------------------------------
 
 std::uint32_t Number(const char* text) { return static_cast<std::uint32_t>(std::strtoul(text, nullptr, 0)); }
 

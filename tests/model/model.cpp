@@ -64,7 +64,7 @@ int Model::NewNode(int volume, bool directory, std::uint32_t attributes) {
   return lastNode_;
 }
 
-// ---- Formatting ------------------------------------------------------------------------------------------------------
+// ---- Formatting -----------------------------------------------------------------------------------------------------
 
 Result Model::Format(int container, std::uint32_t bitmapBytes, std::uint32_t blockSize, bool folderExists) {
   if (blockSize != 1024 && blockSize != 2048 && blockSize != 4096 && blockSize != 8192) {
@@ -99,7 +99,7 @@ std::uint64_t Model::LeaveRoom(int container, std::uint64_t room) {
   return skipped;
 }
 
-// ---- Node numbers and blocks -----------------------------------------------------------------------------------------
+// ---- Node numbers and blocks ----------------------------------------------------------------------------------------
 
 // The lowest number, and a block for its record where there is none yet.
 std::uint32_t Model::TakeNumber(int volume, std::uint32_t* number) {
@@ -181,7 +181,7 @@ std::uint32_t Model::AddEntry(int directory, const std::string& name, int node) 
   return 0;
 }
 
-// ---- Names and paths -------------------------------------------------------------------------------------------------
+// ---- Names and paths ------------------------------------------------------------------------------------------------
 
 int Model::Lookup(int directory, const std::string& name) const {
   for (const Entry& entry : At(directory).entries) {
@@ -263,7 +263,7 @@ std::uint32_t Model::Resolve(const std::string& path, std::uint32_t missing, int
   return *node == 0 ? missing : 0;
 }
 
-// ---- Who holds a node ------------------------------------------------------------------------------------------------
+// ---- Who holds a node -----------------------------------------------------------------------------------------------
 
 int Model::OtherHolders(int node) const {
   int holders = At(node).kept + (node == current_ ? 1 : 0);
@@ -283,7 +283,7 @@ std::uint32_t Model::NewName(int directory, const std::string& name) const {
   return Lookup(directory, name) != 0 ? ORB_ERROR_FILE_EXISTS : 0;
 }
 
-// ---- Volumes ---------------------------------------------------------------------------------------------------------
+// ---- Volumes --------------------------------------------------------------------------------------------------------
 
 Result Model::Mount(int container, const std::string& name) {
   if (!Legal(name)) return Failed(ORB_ERROR_INVALID_NAME);
@@ -337,7 +337,7 @@ Result Model::VolumeInfo(const std::string& name, std::uint32_t* bitmapBytes, st
   return Ok();
 }
 
-// ---- Files and directories by name -----------------------------------------------------------------------------------
+// ---- Files and directories by name ----------------------------------------------------------------------------------
 
 Result Model::Create(const std::string& path, std::uint32_t attributes) {
   attributes &= 0xFFFF;
@@ -490,7 +490,7 @@ Result Model::SetAttributes(const std::string& path, std::int32_t attributes) {
   return Ok();
 }
 
-// ---- Open files ------------------------------------------------------------------------------------------------------
+// ---- Open files -----------------------------------------------------------------------------------------------------
 
 OpenFile* Model::FileOf(std::uint32_t handle) {
   const std::uint32_t slot = handle & 0xFFFF;
@@ -613,7 +613,7 @@ Result Model::Close(std::uint32_t handle) {
   return Ok();
 }
 
-// ---- Current directory and searches ----------------------------------------------------------------------------------
+// ---- Current directory and searches ---------------------------------------------------------------------------------
 
 Result Model::SetCurrentDirectory(const std::string& path) {
   int node = 0;
@@ -700,7 +700,7 @@ Result Model::FindClose(std::uint32_t handle) {
   return Ok();
 }
 
-// ---- What the test asks ----------------------------------------------------------------------------------------------
+// ---- What the test asks ---------------------------------------------------------------------------------------------
 
 std::vector<std::string> Model::Paths(bool directories) const {
   std::vector<std::string> paths;

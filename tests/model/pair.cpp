@@ -75,7 +75,7 @@ std::int64_t HostSize(const std::string& name) {
 
 }  // namespace
 
-// ---- Comparing -------------------------------------------------------------------------------------------------------
+// ---- Comparing ------------------------------------------------------------------------------------------------------
 
 void Pair::Expect(bool same, const std::string& what) {
   if (!same && difference.empty()) difference = where_ + what;
@@ -110,7 +110,7 @@ void Pair::CompareFound(const Result& expected, std::uint32_t value, const Found
   if (!Same(time, want.stamp)) Expect(false, "time of " + name + ": " + Text(time) + ", expected " + Text(want.stamp));
 }
 
-// ---- One call on both sides ------------------------------------------------------------------------------------------
+// ---- One call on both sides -----------------------------------------------------------------------------------------
 
 void Pair::Perform(const Call& c) {
   model_.now += kStep;
@@ -340,7 +340,7 @@ void Pair::PerformErrorState(const Call& c) {
   Expect(Same(time, model_.now), "the time is " + Text(time) + ", expected " + Text(model_.now));
 }
 
-// ---- Looking at what a call did --------------------------------------------------------------------------------------
+// ---- Looking at what a call did -------------------------------------------------------------------------------------
 
 // Asked before the call and after it: a name may lead elsewhere then.
 std::vector<int> Pair::DirectoriesOf(const Call& c) const {
@@ -474,7 +474,7 @@ void Pair::Walk(int root) {
   for (const int file : model_.Tree(root, false)) CompareBytes(file);
 }
 
-// ---- Beginning and end -----------------------------------------------------------------------------------------------
+// ---- Beginning and end ----------------------------------------------------------------------------------------------
 
 void Pair::Prepare() {
   model_.now = kStart;

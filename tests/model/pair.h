@@ -29,8 +29,8 @@ class Pair {
   //   - the bytes of the file that it wrote, resized or made by copying;
   //   - after a mount, everything on the volume.
   // Each of them is what the exports say: where a directory is being searched already, or no slot is free, that code.
-  // Of a file above 1 MiB only the bytes before the position and before the end are read, and a file that is not open for
-  // reading is closed and opened again to read it; where it could not be opened again, its bytes have to wait.
+  // Of a file above 1 MiB only the bytes before the position and before the end are read, and a file that is not open
+  // for reading is closed and opened again to read it; where it could not be opened again, its bytes have to wait.
   void Run(const Call& call);
 
   // Everything that is mounted, as it stands; then unmounts, mounts every container and compares it whole, and has it

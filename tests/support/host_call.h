@@ -1,5 +1,5 @@
-// How the test host's calls are carried out; for the test host's own sources. Each call makes one HostCall, which counts
-// it, lets time pass, finds out whether it is to fail, and leaves its record in the trace when it ends.
+// How the test host's calls are carried out; for the test host's own sources. Each call makes one HostCall, which
+// counts it, lets time pass, finds out whether it is to fail, and leaves its record in the trace when it ends.
 #pragma once
 
 #include "support/test_host.h"

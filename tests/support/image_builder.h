@@ -1,5 +1,5 @@
-// Makes container images byte by byte, without the library: what it lays down follows from the format alone. Tests start
-// from a valid image and then break it, byte by byte as well.
+// Makes container images byte by byte, without the library: what it lays down follows from the format alone. Tests
+// start from a valid image and then break it, byte by byte as well.
 #pragma once
 
 #include <cstdint>
@@ -37,8 +37,8 @@ class ImageBuilder {
   // A block of zeros at the container's end, in use by nobody.
   std::uint32_t AppendBlock();
 
-  // Appends a block with these contents and enters it as the node's next logical block, with the map blocks that it needs.
-  // The size stays.
+  // Appends a block with these contents and enters it as the node's next logical block, with the map blocks that it
+  // needs. The size stays.
   std::uint32_t AppendToNode(std::uint16_t node, const Bytes& contents);
 
   // A free chain: each list becomes one record that lists those blocks, sorted, the first list the head. Records are

@@ -16,7 +16,7 @@ namespace {
 namespace inspect = orba::inspect;
 using std::to_string;
 
-// ---- Lists of verdicts -----------------------------------------------------------------------------------------------
+// ---- Lists of verdicts ----------------------------------------------------------------------------------------------
 
 // A verdict as its words and the numbers between them.
 struct Parts {
@@ -114,7 +114,7 @@ std::string Range(size_t first, size_t end) {
   return end - first == 1 ? to_string(first) : to_string(first) + "-" + to_string(end - 1);
 }
 
-// ---- Bystanders ------------------------------------------------------------------------------------------------------
+// ---- Bystanders -----------------------------------------------------------------------------------------------------
 
 std::string NameOfNode(const inspect::Model& model, const inspect::NodeInfo& node) {
   if (node.names.empty()) return "";

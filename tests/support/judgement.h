@@ -42,8 +42,8 @@ FileImage Unmarked(FileImage image);
 //   1-4 marked
 //   5-9 marked, block-leaked 5 to 1
 //   10 clean
-// A run of at least three that differ in one number alone, which rises or falls by one each time, is one line as well; so is
-// one in which two to four verdicts come round at least three times:
+// A run of at least three that differ in one number alone, which rises or falls by one each time, is one line as well;
+// so is one in which two to four verdicts come round at least three times:
 //   3-9 in turn marked, node-leaked 1; marked, block-leaked 1, node-leaked 1
 std::string VerdictList(const std::vector<std::string>& verdicts, size_t number = 0);
 
@@ -56,8 +56,8 @@ class Bystanders {
   // Those of a sound container whose path is not in `except`.
   Bystanders(const FileImage& image, const std::vector<std::string>& except);
 
-  // "" where each of them is there in this other state of the container, under its own name and within reach of the root,
-  // with an identical record and identical contents; else which is not, and why.
+  // "" where each of them is there in this other state of the container, under its own name and within reach of the
+  // root, with an identical record and identical contents; else which is not, and why.
   std::string MissingFrom(const FileImage& image, const orba::inspect::Report& report) const;
 
   // The same for files alone, given what a volume holds by name (ReadVolume). File names are unique in the container.

@@ -15,7 +15,7 @@ namespace {
 OrbHandle g_File;       // what Open opened last
 uint32_t g_FilesNamed;  // names given out by MakeFiles
 
-// ---- Making a situation ----------------------------------------------------------------------------------------------
+// ---- Making a situation ---------------------------------------------------------------------------------------------
 
 const orba::Volume* Changed() { return orba::VolumeFind("A", nullptr); }
 uint32_t BlockSize() { return Changed()->header.blockSize; }
@@ -92,8 +92,8 @@ uint32_t BlocksTaken(uint32_t dataBlocks) {
   return dataBlocks + 2 + (dataBlocks - 6 - slots + slots - 1) / slots;
 }
 
-// Puts this many blocks into the free chain, which is empty: the first becomes a record that lists the others, as far as it
-// can hold them.
+// Puts this many blocks into the free chain, which is empty: the first becomes a record that lists the others, as far
+// as it can hold them.
 void FreeBlocks(uint32_t count) {
   LeaveRoomInNodeBlock(2);
   uint32_t dataBlocks = 1;
@@ -126,7 +126,7 @@ void MakeBystanders() {
   MakeDirectory("/FILL");
 }
 
-// ---- The list --------------------------------------------------------------------------------------------------------
+// ---- The list -------------------------------------------------------------------------------------------------------
 
 // The part of a text behind a heading, up to the next heading, or to the end.
 std::string Section(const std::string& text, const std::string& heading) {
@@ -251,8 +251,8 @@ void AddCreations(List list) {
 
 void AddWrites(List list) {
   const uint32_t block = list.blockSize();
-  // A file of `size` bytes is opened and `count` bytes are written at `position`. `before` comes ahead of the file, `after`
-  // behind it.
+  // A file of `size` bytes is opened and `count` bytes are written at `position`. `before` comes ahead of the file,
+  // `after` behind it.
   const auto add = [&](const std::string& name, uint32_t size, uint32_t position, uint32_t count,
                        std::function<void()> after = {}) {
     list.Add(

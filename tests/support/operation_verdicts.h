@@ -1,5 +1,5 @@
-// What each operation leaves where it is stopped, and where it meets a full disk or the end of memory: the expectations for
-// the tests of operations, and the place to look the order of writes up. A row reads
+// What each operation leaves where it is stopped, and where it meets a full disk or the end of memory: the expectations
+// for the tests of operations, and the place to look the order of writes up. A row reads
 //   0 clean                               before the first write
 //   1-2 marked                            after one write, and after two: nothing amiss but the dirty mark
 //   3 marked, node-leaked 1               after three: one node that nothing names

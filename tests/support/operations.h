@@ -1,9 +1,10 @@
-// Every operation that changes a volume, in every situation that makes a difference to what it writes: what stands ready
-// before it, the call itself, and what is left where it is stopped between two writes. Tests run through the list to stop
-// the operations, to make them fail and to repair what they leave. Stands on the library's interface and the test host.
+// Every operation that changes a volume, in every situation that makes a difference to what it writes: what stands
+// ready before it, the call itself, and what is left where it is stopped between two writes. Tests run through the list
+// to stop the operations, to make them fail and to repair what they leave. Stands on the library's interface and the
+// test host.
 //
-// The volume that an operation changes is A, in container u"VOL"; a copy from another volume reads B, in u"SOURCE". Both
-// hold files and directories that no operation has anything to do with. File names are unique in a volume.
+// The volume that an operation changes is A, in container u"VOL"; a copy from another volume reads B, in u"SOURCE".
+// Both hold files and directories that no operation has anything to do with. File names are unique in a volume.
 #pragma once
 
 #include <stdint.h>
@@ -27,18 +28,18 @@ struct Operation {
   std::vector<std::string> touched;  // the files and directories on A that the call may change
   std::string states;                // VerdictList of what the container is after 0, 1, 2 ... writes
 
-  // A call that fails leaves what a stop at the same place leaves, unmarked where the volume goes on; but for want of space
-  // or memory it may undo what it has done so far. VerdictLists of what is left then: where the n-th write met a full disk,
-  // where the n-th allocation failed, where it and all later ones did. Counted from 1, those n alone where it is not as after
-  // a stop.
+  // A call that fails leaves what a stop at the same place leaves, unmarked where the volume goes on; but for want of
+  // space or memory it may undo what it has done so far. VerdictLists of what is left then: where the n-th write met a
+  // full disk, where the n-th allocation failed, where it and all later ones did. Counted from 1, those n alone where
+  // it is not as after a stop.
   std::string fullDisk;
   std::string noMemory;
   std::string endOfMemory;
 
   uint32_t sourceBlockSize = 0;  // of volume B; 0 = there is no such volume
 
-  // Of a call with two paths: the names that it looks up for the first and for the second. A failure while it looks for the
-  // second deliberately leaves a reference to what the first led to.
+  // Of a call with two paths: the names that it looks up for the first and for the second. A failure while it looks for
+  // the second deliberately leaves a reference to what the first led to.
   uint32_t firstPathNames = 0;
   uint32_t secondPathNames = 0;
 };
@@ -53,12 +54,12 @@ void Must(bool done, const std::string& what);
 // Makes the containers of an operation's situation. Before and after, nothing is mounted and there are no files.
 FileSet Prepare(const Operation& operation);
 
-// Puts the prepared files in place, mounts them and opens what the operation needs; an empty trace. The clock then is later
-// than when they were prepared.
+// Puts the prepared files in place, mounts them and opens what the operation needs; an empty trace. The clock then is
+// later than when they were prepared.
 void Begin(const Operation& operation, const FileSet& prepared);
 
-// The states of the container after 0, 1, 2 ... writes of the whole operation; nothing is mounted afterwards. Throws where
-// the operation fails.
+// The states of the container after 0, 1, 2 ... writes of the whole operation; nothing is mounted afterwards. Throws
+// where the operation fails.
 std::vector<FileImage> StopStates(const Operation& operation, const FileSet& prepared);
 
 // Mounts a container as A. False, with the error code set, where that fails.

@@ -46,8 +46,8 @@ FileName WideName(const char* text);
 
 // ---- Files ----------------------------------------------------------------------------------------------------------
 // Names are compared exactly and name files, never directories. An empty name meets host error 3, an unpaired surrogate
-// 123, a missing file 2, a second open 32 whatever the share modes. Only the library goes through handles: the functions
-// below work on open files too and appear in no trace or journal.
+// 123, a missing file 2, a second open 32 whatever the share modes. Only the library goes through handles: the
+// functions below work on open files too and appear in no trace or journal.
 
 // All files by name. Cheap to copy.
 using FileSet = std::map<FileName, FileImage>;
@@ -228,8 +228,8 @@ class WriteJournal {
 };
 
 // ---- The memory-file library ----------------------------------------------------------------------------------------
-// LoadLibraryW("memfile.dll") finds it. It behaves as memfile.h says; when the last reference is freed, its file is gone.
-// Calling an entry point while it is not loaded ends the program, as it would.
+// LoadLibraryW("memfile.dll") finds it. It behaves as memfile.h says; when the last reference is freed, its file is
+// gone. Calling an entry point while it is not loaded ends the program, as it would.
 
 // Whether it can be found (at first yes). Procedures hidden are not found by GetProcAddressW.
 void SetMemFilePresent(bool present);

@@ -1,4 +1,5 @@
-// Repair of containers broken in one way each. Every one is also repaired from each state in which a first repair may stop.
+// Repair of containers broken in one way each. Every one is also repaired from each state in which a first repair may
+// stop.
 #include "inspect/repair/repair.h"
 
 #include <gtest/gtest.h>
@@ -351,7 +352,7 @@ TEST(RepairStray, two_nodes_without_name_none_is_guessed) {
   EXPECT_EQ(files.at("/LOST.FND/NODE0012"), was.at("/FULL/F6"));
 }
 
-// ---- Erased flash: every byte 0xFF, and a bitmap that calls every node free ------------------------------------------
+// ---- Erased flash: every byte 0xFF, and a bitmap that calls every node free -----------------------------------------
 
 // node 7 /FULL with F2 to F39 as nodes 8 to 45, 46 /P, 47 /P/Q, 48 /P/Q/R: three node blocks. Three blocks are free.
 struct Wide : Small {
@@ -401,7 +402,7 @@ TEST(RepairErased, bitmap_first_nodes_and_root_keeps_what_zeros_would_keep) {
   EXPECT_EQ(files.at("/LOST.FND/NODE0046/Q/R"), was.at("/P/Q/R"));
 }
 
-// ---- The first bytes lost: where the blocks lie must be made out from the rest -----------------------------------------
+// ---- The first bytes lost: where the blocks lie must be made out from the rest --------------------------------------
 
 // 40 directories of two files each. With the largest bitmap but a few bytes, so that no block begins at a round place.
 ImageBuilder Directories(std::uint32_t blockSize) {
@@ -466,7 +467,7 @@ TEST(RepairFirstBytesLost, traces_that_contradict_each_other_are_hopeless) {
   EXPECT_FALSE(PlanRepair(MemoryImage(bytes), testimage::kRepairTime).possible);
 }
 
-// ----------------------------------------------------------------------------------------------------------------------
+// ---------------------------------------------------------------------------------------------------------------------
 
 TEST(RepairErased, record_with_data_but_no_name_is_linked_under_lost_found) {
   Wide image;

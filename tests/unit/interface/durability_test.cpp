@@ -1,4 +1,5 @@
-// Which calls make a volume durable on its host, as orba.h says under DURABLE: closing and flushing a file, and none other.
+// Which calls make a volume durable on its host, as orba.h says under DURABLE: closing and flushing a file, and none
+// other.
 #include <gtest/gtest.h>
 
 #include "support/test_host.h"

@@ -476,7 +476,7 @@ TEST_F(PosixOpen, open_what_another_program_holds_a_lease_on_fails_with_32_at_on
   EXPECT_EQ(32u, code);
 }
 
-// ---- File systems that lack locks -------------------------------------------------------------------------------------
+// ---- File systems that lack locks -----------------------------------------------------------------------------------
 
 constexpr int kUnsupported[] = {ENOLCK, ENOSYS, EOPNOTSUPP};
 

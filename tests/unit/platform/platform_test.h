@@ -51,8 +51,8 @@ uint32_t CreateCode(const std::string& path);
 void Write(coredll::Handle file, const std::string& bytes);
 std::string Read(coredll::Handle file, uint32_t count);
 
-// Makes a file system of `bytes` in memory and its root the current folder; `readOnly` when it is to be write-protected.
-// False where the system does not permit that. For children of the test.
+// Makes a file system of `bytes` in memory and its root the current folder; `readOnly` when it is to be
+// write-protected. False where the system does not permit that. For children of the test.
 bool EnterScratch(uint32_t bytes, bool readOnly);
 
 }  // namespace orba

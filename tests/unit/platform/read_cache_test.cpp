@@ -322,7 +322,7 @@ TEST_F(PosixReadCache, read_without_memory_that_is_interrupted_goes_on) {
   EXPECT_EQ(2u, Calls(Line(3), 100));
 }
 
-// ---- Everything at once -----------------------------------------------------------------------------------------------
+// ---- Everything at once ---------------------------------------------------------------------------------------------
 
 // Random reads and writes of a file longer than the cache, some of them cut short, beside a copy in memory.
 class PosixReadCacheRandom : public PosixReadCache, public ::testing::WithParamInterface<uint32_t> {};
