@@ -4,7 +4,6 @@
 #include <algorithm>
 
 #include "orba.h"
-#include "support/operation_verdicts.h"
 #include "support/operations.h"
 #include "volume/volume.h"
 
@@ -128,25 +127,6 @@ void MakeBystanders() {
 
 // ---- The list -------------------------------------------------------------------------------------------------------
 
-// The part of a text behind a heading, up to the next heading, or to the end.
-std::string Section(const std::string& text, const std::string& heading) {
-  const size_t at = text.find(heading);
-  if (at == std::string::npos) return "";
-  const size_t start = at + heading.size();
-  size_t end = text.find(":\n", start);
-  if (end != std::string::npos) end = text.rfind('\n', end - 1) + 1;
-  return text.substr(start, end - start);
-}
-
-void TakeVerdicts(const std::string& verdicts, Operation* operation) {
-  const std::string kEndOfMemory = "end of memory:\n";
-  operation->states = Section(verdicts, "");
-  operation->fullDisk = Section(verdicts, "full disk:\n");
-  operation->noMemory = Section(verdicts, "no memory:\n");
-  const bool other = verdicts.find(kEndOfMemory) != std::string::npos;
-  operation->endOfMemory = other ? Section(verdicts, kEndOfMemory) : operation->noMemory;
-}
-
 class List {
  public:
   explicit List(std::vector<Operation>* list, uint32_t blockSize) : list_(list), blockSize_(blockSize) {}
@@ -163,7 +143,6 @@ class List {
     };
     operation.run = std::move(run);
     operation.touched = touched;
-    TakeVerdicts(VerdictsOf(name, std::to_string(blockSize_)), &operation);
     list_->push_back(std::move(operation));
     return list_->back();
   }

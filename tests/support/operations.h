@@ -26,15 +26,6 @@ struct Operation {
   std::function<void()> begin;       // opens the file that the call works on; each time after mounting. May be empty
   std::function<bool()> run;         // the call: its result
   std::vector<std::string> touched;  // the files and directories on A that the call may change
-  std::string states;                // VerdictList of what the container is after 0, 1, 2 ... writes
-
-  // A call that fails leaves what a stop at the same place leaves, unmarked where the volume goes on; but for want of
-  // space or memory it may undo what it has done so far. VerdictLists of what is left then: where the n-th write met a
-  // full disk, where the n-th allocation failed, where it and all later ones did. Counted from 1, those n alone where
-  // it is not as after a stop.
-  std::string fullDisk;
-  std::string noMemory;
-  std::string endOfMemory;
 
   uint32_t sourceBlockSize = 0;  // of volume B; 0 = there is no such volume
 
