@@ -414,7 +414,6 @@ Problem Reader::ReadEntries(const Node& directory, std::uint64_t index, std::uin
 bool Reader::VisitEntries(const Node& directory, const EntryVisitor& visit, std::vector<Problem>* problems,
                           Budget* budget) {
   const std::uint32_t size = directory.size();
-  const std::uint32_t perBlock = geometry_.entriesPerBlock();
   if (size == 0 || size > kMostDirectoryBytes || size % kDirEntrySize != 0) {
     problems->push_back(MakeProblem(Trouble::kDirectorySize, directory.number));
   }
@@ -423,22 +422,27 @@ bool Reader::VisitEntries(const Node& directory, const EntryVisitor& visit, std:
   std::vector<std::uint8_t> bytes(geometry_.blockSize);
   for (std::uint64_t index = 0; index < blocks; ++index) {
     const Problem problem = ReadEntries(directory, index, bytes.data(), budget);
-    if (problem) {
-      problems->push_back(problem);
-      if (problem.trouble == Trouble::kCrossed) return true;
-      ended = true;
-      continue;
-    }
-    for (std::uint32_t slot = 0; slot < perBlock; ++slot) {
-      const auto at = static_cast<std::uint32_t>(index * perBlock + slot);
-      const OrbDirEntry entry = DecodeEntry(&bytes[slot * kDirEntrySize]);
-      const bool past = at >= size / kDirEntrySize;
-      ended |= entry.node == 0;
-      if (past && ended) break;
-      if (entry.node == 0 || IsDotInItsPlace(entry, at)) continue;
-      const auto place = past ? Listed::Place::kPastSize : ended ? Listed::Place::kBehindHole : Listed::Place::kListed;
-      if (!visit(entry, at, place)) return false;
-    }
+    if (problem) problems->push_back(problem);
+    if (problem.trouble == Trouble::kCrossed) break;
+    ended |= problem.trouble != Trouble::kNone;
+    if (!problem && !VisitBlock(directory, index, bytes, visit, &ended)) return false;
+  }
+  return true;
+}
+
+// `*ended` is set where an entry without a number is met.
+bool Reader::VisitBlock(const Node& directory, std::uint64_t index, const std::vector<std::uint8_t>& bytes,
+                        const EntryVisitor& visit, bool* ended) const {
+  const std::uint32_t perBlock = geometry_.entriesPerBlock();
+  for (std::uint32_t slot = 0; slot < perBlock; ++slot) {
+    const auto at = static_cast<std::uint32_t>(index * perBlock + slot);
+    const OrbDirEntry entry = DecodeEntry(&bytes[slot * kDirEntrySize]);
+    const bool past = at >= EntryCount(directory.record);
+    *ended |= entry.node == 0;
+    if (past && *ended) break;
+    if (entry.node == 0 || IsDotInItsPlace(entry, at)) continue;
+    const auto place = past ? Listed::Place::kPastSize : *ended ? Listed::Place::kBehindHole : Listed::Place::kListed;
+    if (!visit(entry, at, place)) return false;
   }
   return true;
 }

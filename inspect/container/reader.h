@@ -201,6 +201,8 @@ class Reader {
   bool IsForeign(const std::uint8_t* bytes, bool first) const;
   Problem ReadEntries(const Node& directory, std::uint64_t index, std::uint8_t* out, Budget* budget);
   bool VisitEntries(const Node& directory, const EntryVisitor& visit, std::vector<Problem>* problems, Budget* budget);
+  bool VisitBlock(const Node& directory, std::uint64_t index, const std::vector<std::uint8_t>& bytes,
+                  const EntryVisitor& visit, bool* ended) const;
 
   const Image& image_;
   VolumeHeader header_ = {};
