@@ -85,8 +85,8 @@ constexpr Words kWords[] = {
     {"block-foreign", "block {b} should hold its entries from logical block {i} on, but holds something else"},
     {"directory-loop", "it leads back to a directory above it"},
     {"directory-again", "it is another name of a directory that was listed already"},
-    {"name-illegal", "no path can hold its name"},
-    {"name-reserved", "its name is reserved for the directory itself and the one above it"},
+    {"name-illegal", "its name is damaged: no path can hold it"},
+    {"name-reserved", "its name is damaged: it is that of the directory itself or the one above it"},
     {"name-twice", "an earlier entry has the same name"},
 };
 static_assert(std::size(kWords) == static_cast<std::size_t>(Trouble::kNameTwice) + 1, "words for every trouble");

@@ -47,9 +47,11 @@ class AddressTest(ToolTest):
     def test_empty_argument_is_usage(self):
         self.assertIn("an operand is empty where CONTAINER[:/PATH] should stand", self.fails(16, "ls", ""))
 
-    def test_container_name_that_is_no_utf8_is_refused(self):
-        message = self.fails(1, "ls", b"\xff.orb".decode(errors="surrogateescape"))
-        self.assertIn("its name is not UTF-8", message)
+    def test_container_name_that_is_no_utf8_can_be_looked_into_but_not_changed(self):
+        name = b"\xff.orb".decode(errors="surrogateescape")
+        self.assertIn("its name is not UTF-8", self.fails(1, "mkdir", name + ":/D"))
+        self.path("card.orb").rename(self.path(name))
+        self.assertEqual(self.ok("cat", name + ":/LOGS/DAY1.TXT"), "LOGS/DAY1.TXT")
 
     def test_wildcards_star_matches_across_dots(self):
         self.assertEqual(self.ok("cat", "card.orb:/LOGS/DAY*.TXT"), "LOGS/DAY.A.TXTLOGS/DAY1.TXTLOGS/DAY2.TXT")

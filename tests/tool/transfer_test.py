@@ -6,7 +6,7 @@ import signal
 import subprocess
 import unittest
 
-from support import LIMIT, ORBA, ToolTest, obey_modes
+from support import BLOCK_1, LIMIT, NODE_SIZE, ORBA, ToolTest, obey_modes
 
 ALL_BYTES = bytes(range(256)) * 40
 
@@ -583,10 +583,60 @@ class GetTest(ToolTest):
         with open(self.path("card.orb"), "rb") as container:
             offset = container.read().index(b"Y.TXT\0")
         self.patch("card.orb", offset, b"../Y\0")
-        message = self.fails(1, "get", "card.orb:/TREE", "out")
-        self.assertIn("cannot get card.orb:/TREE/../Y: its name is damaged", message)
-        self.assertIn("orba check card.orb", message)
-        self.assertEqual(self.host_names(), ["card.orb", "tree"])
+        result = self.orba("get", "card.orb:/TREE", "out")
+        self.assertEqual(result.status, 1, result)
+        self.assertIn("no path leads to card.orb:/TREE/../Y: its name is damaged", result.err)
+        self.assertIn("orba check card.orb", result.err)
+        self.assertIn("orba recover card.orb DIR", result.err)
+        self.assertEqual(self.host_names(), ["card.orb", "out", "tree"])
+        self.assertNotIn("Y", self.host_names("out"))
+
+    def test_get_reserved_name_is_told_and_the_others_arrive(self):
+        with open(self.path("card.orb"), "rb") as container:
+            offset = container.read().index(b"Y.TXT\0")
+        self.patch("card.orb", offset, b"..\0")
+        for arguments in (["get", "card.orb:/TREE", "out"], ["ls", "card.orb:/TREE"]):
+            result = self.orba(*arguments)
+            self.assertEqual(result.status, 1, result)
+            self.assertIn("no path leads to card.orb:/TREE/..: its name is damaged: it is that of the directory itself or "
+                          "the one above it\n", result.err)
+        self.assertEqual(self.contents("out"), {"SUB": None, "SUB/X.BIN": ALL_BYTES})
+
+    def test_get_unreadable_file_is_told_and_leaves_nothing(self):
+        with open(self.path("card.orb"), "rb") as container:
+            contents = container.read()
+        entry = contents.index(b"Y.TXT\0") - 2
+        node = int.from_bytes(contents[entry:entry + 2], "little")
+        self.patch("card.orb", BLOCK_1 + (node - 1) * NODE_SIZE + 32, b"\xff\xff\xff\x7f")
+        result = self.orba("get", "card.orb:/TREE", "out")
+        self.assertEqual(result.status, 1, result)
+        self.assertIn("orba: cannot read card.orb:/TREE/Y.TXT beyond byte 0: logical block 0 is block 2147483647, which the "
+                      "container does not hold\n", result.err)
+        self.assertEqual(self.contents("out"), {"SUB": None, "SUB/X.BIN": ALL_BYTES})
+
+    def test_get_crossed_maps_ends_in_proportion_to_the_container(self):
+        self.format("x.orb", "--block-size", "1024", "--nodes", "400")
+        self.write("big", bytes(300 * 1024))
+        self.write("small", b"s")
+        self.ok("put", "big", "x.orb:/A")
+        for number in range(300):
+            self.write(f"many/F{number}", b"s")
+        self.ok("put", "many", "x.orb")
+        contents = bytearray(self.read("x.orb"))
+        first = contents.index(b"INO1")  # the root's, in block 1
+        table = [int.from_bytes(contents[128 + 4 * i:132 + 4 * i], "little") for i in range(224)]
+        slots = [first + (block - 1) * 1024 + 64 * i for block in table if block for i in range(16)]
+        giant = next(slot for slot in slots if contents[slot + 16:slot + 20] == (300 * 1024).to_bytes(4, "little"))
+        for slot in slots:  # every file becomes the large one
+            if contents[slot + 16:slot + 20] == (1).to_bytes(4, "little"):
+                contents[slot + 16:slot + 64] = contents[giant + 16:giant + 64]
+        self.write("x.orb", bytes(contents))
+        result = self.orba("get", "-q", "x.orb", "out")
+        self.assertEqual(result.status, 1, result)
+        self.assertIn("block maps are crossed: they name the same blocks over and over\n", result.err)
+        total = sum(len(data) for data in self.contents("out").values() if data is not None)
+        self.assertLess(total, 4 * len(contents))
+        self.assertGreater(total, len(contents) // 2)
 
 
 class CatTest(ToolTest):

@@ -6,6 +6,7 @@
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"
 #include "tools/orba/interrupt.h"
+#include "tools/orba/look.h"
 #include "tools/orba/name_rule.h"
 #include "tools/orba/place.h"
 #include "tools/orba/session.h"
@@ -183,31 +184,51 @@ std::string AttributeLine(const Match& match) {
   return letter(ORB_ATTRIBUTE_READ_ONLY, "r") + letter(ORB_ATTRIBUTE_USER, "u") + "  " + match.address.Text() + "\n";
 }
 
-// The files that a match stands for: itself, or with `recursive` all below it.
-std::vector<Match> FilesOf(Walker* walker, const Match& match, bool recursive) {
+// The files that a match stands for: itself, or with `recursive` all below it. `list` lists a directory.
+template <typename List>
+std::vector<Match> FilesOf(const List& list, const Match& match, bool recursive) {
   if (!recursive || !match.item.IsDirectory()) return {match};
   std::vector<Match> files;
-  for (const Item& item : walker->List(match.address)) {
-    for (Match& below : FilesOf(walker, {match.address.Child(item.name), item}, true)) {
-      files.push_back(std::move(below));
-    }
+  for (const Item& item : list(match)) {
+    for (Match& below : FilesOf(list, {match.address.Child(item.name), item}, true)) files.push_back(std::move(below));
   }
   return files;
+}
+
+// Prints attributes, or changes them where `session` is given.
+int ForEachFile(const std::vector<Match>& files, const AttributeChange& change, Session* session) {
+  return ForEach(files, [&](const Match& file) {
+    CheckInterrupt();
+    if (session != nullptr) return ChangeAttributes(session, file, change);
+    Print(AttributeLine(file));
+  });
+}
+
+int ShowAttributes(const std::vector<std::string>& addresses, bool recursive) {
+  Look look;
+  int status = kSuccess;
+  const int found = ForEach(addresses, [&](const std::string& operand) {
+    for (const Match& match : Expand(&look, ParseAddress(operand), "find")) {
+      LookWalker walker(&look);
+      const auto list = [&walker](const Match& directory) { return walker.List(directory); };
+      const int shown = ForEachFile(FilesOf(list, match, recursive), {}, nullptr);
+      if (shown != kSuccess) status = shown;
+    }
+  });
+  return look.Finish(found != kSuccess ? found : status);
 }
 
 int RunAttribute(const AttributeOptions& options) {
   std::vector<std::string> addresses;
   const AttributeChange change = TakeChange(options, &addresses);
-  Session session(change.Any() ? Session::kChange : Session::kLook);
+  if (!change.Any()) return ShowAttributes(addresses, options.recursive);
+  Session session;
   Walker walker(&session);
   int status = kSuccess;
+  const auto list = [&walker](const Match& directory) { return walker.List(directory.address); };
   const int found = ForEach(addresses, [&](const std::string& operand) {
     for (const Match& match : Expand(&session, ParseAddress(operand), "find")) {
-      const int changed = ForEach(FilesOf(&walker, match, options.recursive), [&](const Match& file) {
-        CheckInterrupt();
-        if (change.Any()) return ChangeAttributes(&session, file, change);
-        Print(AttributeLine(file));
-      });
+      const int changed = ForEachFile(FilesOf(list, match, options.recursive), change, &session);
       if (changed != kSuccess) status = changed;
     }
   });

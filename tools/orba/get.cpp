@@ -3,49 +3,41 @@
 #include <cerrno>
 #include <memory>
 
-#include "inspect/container/names.h"
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"
 #include "tools/orba/host_file.h"
 #include "tools/orba/interrupt.h"
-#include "tools/orba/place.h"
-#include "tools/orba/session.h"
+#include "tools/orba/look.h"
 #include "tools/orba/terminal.h"
-#include "tools/orba/volume_file.h"
-#include "tools/orba/walk.h"
 
 namespace orba::tool {
 
 namespace {
 
-constexpr OrbU32 kPiece = 256 * 1024;
-
 // ---- cat ------------------------------------------------------------------------------------------------------------
 
-void PrintFile(Session* session, const Match& match) {
+void PrintFile(Look* look, const Match& match) {
   if (match.item.IsDirectory()) {
     throw Failure("cannot read " + match.address.Text(), "it is a directory (" + CodeText(ORB_ERROR_WRONG_KIND) + ")",
                   "copy it and everything below it with: orba get", ORB_ERROR_WRONG_KIND);
   }
-  VolumeFile file(session, match.address, ORB_OPEN_READ);
-  std::vector<char> buffer(kPiece);
-  while (const OrbU32 count = file.Read(buffer.data(), kPiece)) {
-    CheckInterrupt();
-    Print(buffer.data(), count);
-  }
+  look->Read(match, [](const std::uint8_t* bytes, std::size_t count) {
+    Print(bytes, count);
+    return true;
+  });
 }
 
 int RunCat(const std::vector<std::string>& operands) {
-  Session session(Session::kLook);
+  Look look;
   int status = kSuccess;
   const int found = ForEach(operands, [&](const std::string& operand) {
-    const std::vector<Match> matches = Expand(&session, ParseAddress(operand), "read");
-    const int read = ForEach(matches, [&](const Match& match) { PrintFile(&session, match); });
+    look.BeginWalk();
+    const std::vector<Match> matches = Expand(&look, ParseAddress(operand), "read");
+    const int read = ForEach(matches, [&](const Match& match) { PrintFile(&look, match); });
     if (read != kSuccess) status = read;
   });
-  session.Close();
-  return found != kSuccess ? found : status;
+  return look.Finish(found != kSuccess ? found : status);
 }
 
 Run DefineCat(Syntax* syntax) {
@@ -89,9 +81,17 @@ std::string HostName(const GetOptions& options, const std::string& name) {
 
 class Planner {
  public:
-  Planner(const GetOptions& options, Session* session) : options_(options), walker_(session) {}
+  Planner(const GetOptions& options, Look* look) : options_(options), look_(look) {}
 
-  void Add(const Match& source, const std::string& target) {
+  void AddTree(const Match& source, const std::string& target) {
+    LookWalker walker(look_);
+    Add(&walker, source, target);
+  }
+
+  Plan Take() { return std::move(plan_); }
+
+ private:
+  void Add(LookWalker* walker, const Match& source, const std::string& target) {
     const bool exists = HostFileExists(target);
     if (!source.item.IsDirectory()) {
       if (exists && options_.noClobber) return;
@@ -105,19 +105,11 @@ class Planner {
       return;
     }
     plan_.steps.push_back({source, target});
-    for (const Item& item : walker_.List(source.address)) AddChild(source.address, item, target);
-  }
-
-  Plan Take() { return std::move(plan_); }
-
- private:
-  void AddChild(const Address& directory, const Item& item, const std::string& target) {
-    const Address address = directory.Child(item.name);
-    // A damaged name could lead out of the target.
-    if (inspect::IsLegalName(item.name)) return Add({address, item}, JoinPath(target, HostName(options_, item.name)));
-    plan_.refusals.emplace_back("cannot get " + address.Text(), "its name is damaged",
-                                "look for more damage with: orba check " + ShellWord(address.container) +
-                                    "\nfetch everything with: orba recover " + ShellWord(address.container) + " DIR");
+    for (const Item& item : walker->List(source)) {
+      // A damaged name could lead out of the target; the walker has told of it.
+      const Match child = {source.address.Child(item.name), item};
+      if (item.named) Add(walker, child, JoinPath(target, HostName(options_, item.name)));
+    }
   }
 
   void RefuseExisting(const std::string& target, const std::string& container) {
@@ -134,18 +126,18 @@ class Planner {
   }
 
   const GetOptions& options_;
-  Walker walker_;
+  Look* look_;
   Plan plan_;
 };
 
 // A directory as target takes the sources under their names; else the only source becomes the target.
-Plan MakePlan(const GetOptions& options, Session* session, int* status) {
+Plan MakePlan(const GetOptions& options, Look* look, int* status) {
   std::vector<std::string> operands = options.operands;
   const std::string target = operands.size() > 1 ? operands.back() : ".";
   if (operands.size() > 1) operands.pop_back();
   std::vector<Match> sources;
   *status = ForEach(operands, [&](const std::string& operand) {
-    for (Match& match : Expand(session, ParseAddress(operand), "get")) sources.push_back(std::move(match));
+    for (Match& match : Expand(look, ParseAddress(operand), "get")) sources.push_back(std::move(match));
   });
   const bool intoDirectory = IsHostDirectory(target);
   const bool asDirectory = target.back() == '/' && !(sources.size() == 1 && sources[0].item.IsDirectory());
@@ -156,23 +148,22 @@ Plan MakePlan(const GetOptions& options, Session* session, int* status) {
   if (!intoDirectory && (sources.size() > 1 || operands.size() > 1 || asDirectory) && !sources.empty()) {
     throw HostFailure("cannot get anything into " + target, HostFileExists(target) ? ENOTDIR : ENOENT);
   }
-  Planner planner(options, session);
+  Planner planner(options, look);
   for (const Match& source : sources) {
+    if (!source.item.named) continue;
     const bool named = intoDirectory && !source.address.IsRoot();
-    planner.Add(source, named ? JoinPath(target, HostName(options, source.address.Name())) : target);
+    planner.AddTree(source, named ? JoinPath(target, HostName(options, source.address.Name())) : target);
   }
   return planner.Take();
 }
 
-void CopyOut(Session* session, const Step& step, bool overwrite, Progress* progress) {
-  VolumeFile file(session, step.source.address, ORB_OPEN_READ);
+void CopyOut(Look* look, const Step& step, bool overwrite, Progress* progress) {
   NewHostFile written(step.target);
-  std::vector<char> buffer(kPiece);
-  while (const OrbU32 count = file.Read(buffer.data(), kPiece)) {
-    CheckInterrupt();
-    written.Write(buffer.data(), count);
+  look->Read(step.source, [&](const std::uint8_t* bytes, std::size_t count) {
+    written.Write(bytes, count);
     progress->Advance(count);
-  }
+    return true;
+  });
   written.Publish(step.source.item.time, overwrite);
   progress->Advance(Progress::kFile);
 }
@@ -184,7 +175,7 @@ void StampDirectories(const Plan& plan) {
   }
 }
 
-int CarryOut(const GetOptions& options, Session* session, const Plan& plan) {
+int CarryOut(const GetOptions& options, Look* look, const Plan& plan) {
   Progress progress("get", plan.work, options.quiet);
   std::string missing;  // a directory that could not be made, with a "/" at its end
   const int status = ForEach(plan.steps, [&](const Step& step) {
@@ -196,7 +187,7 @@ int CarryOut(const GetOptions& options, Session* session, const Plan& plan) {
       MakeHostDirectory(step.target);
       missing.clear();
     } else {
-      CopyOut(session, step, options.force, &progress);
+      CopyOut(look, step, options.force, &progress);
     }
     if (options.verbose) Print(step.source.address.Text() + " -> " + Visible(step.target) + "\n");
   });
@@ -208,17 +199,17 @@ int RunGet(const GetOptions& options) {
   if (options.operands.size() > 1 && options.operands.back() == "-") {
     return RunCat({options.operands.begin(), options.operands.end() - 1});
   }
-  Session session(Session::kLook);
+  Look look;
   int found = kSuccess;
-  const Plan plan = MakePlan(options, &session, &found);
+  const Plan plan = MakePlan(options, &look, &found);
   if (!plan.refusals.empty()) {
     ReportAll(plan.refusals);
     Report("nothing was written");
-    return kFailed;
+    return look.Finish(kFailed);
   }
-  const int status = CarryOut(options, &session, plan);
-  session.Close();
-  return found != kSuccess ? found : status;
+  look.BeginWalk();
+  const int status = CarryOut(options, &look, plan);
+  return look.Finish(found != kSuccess ? found : status);
 }
 
 Run DefineGet(Syntax* syntax) {

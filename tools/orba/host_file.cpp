@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <utility>
 
@@ -65,15 +64,6 @@ void WriteFully(int descriptor, const std::string& what, const void* buffer, std
     bytes += part;
     count -= static_cast<std::size_t>(part);
   }
-}
-
-Descriptor OpenTemporaryFile() {
-  const char* const chosen = std::getenv("TMPDIR");
-  std::string path = JoinPath(chosen != nullptr && chosen[0] != '\0' ? chosen : "/tmp", ".orba-XXXXXX");
-  Descriptor file(host::CreateTemporary(&path));
-  if (file.get() < 0) throw HostFailure("cannot make a temporary file " + path, errno);
-  host::Remove(path);
-  return file;
 }
 
 std::vector<std::string> ListHostDirectory(const std::string& path) {

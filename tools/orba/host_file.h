@@ -43,9 +43,6 @@ std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std
 // `what` is what it is about, as in "cannot write WHAT".
 void WriteFully(int descriptor, const std::string& what, const void* buffer, std::size_t count);
 
-// A new file without a name, below TMPDIR or /tmp, gone when it is closed.
-Descriptor OpenTemporaryFile();
-
 // The names in a directory, sorted, "." and ".." left out.
 std::vector<std::string> ListHostDirectory(const std::string& path);
 

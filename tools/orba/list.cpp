@@ -12,10 +12,8 @@
 #include "tools/orba/each.h"
 #include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
-#include "tools/orba/place.h"
-#include "tools/orba/session.h"
+#include "tools/orba/look.h"
 #include "tools/orba/terminal.h"
-#include "tools/orba/walk.h"
 
 namespace orba::tool {
 
@@ -75,11 +73,11 @@ std::string TimeText(const OrbTime& time) {
 
 class Lister {
  public:
-  Lister(const ListOptions& options, Session* session) : options_(options), session_(session), walker_(session) {}
+  Lister(const ListOptions& options, Look* look) : options_(options), look_(look) {}
 
   void ListOperand(const std::string& operand) {
     const Address pattern = ParseAddress(operand);
-    std::vector<Match> matches = Expand(session_, pattern, "list");
+    std::vector<Match> matches = Expand(look_, pattern, "list");
     const bool several = matches.size() > 1 || options_.operands.size() > 1 || options_.recursive;
     const auto firstDirectory = std::stable_partition(
         matches.begin(), matches.end(), [this](const Match& m) { return options_.itself || !m.item.IsDirectory(); });
@@ -90,19 +88,22 @@ class Lister {
     }
     Sort(options_, &files);
     if (!files.empty()) PrintItems(files);
-    for (auto match = firstDirectory; match != matches.end(); ++match) ListDirectory(match->address, several);
+    for (auto match = firstDirectory; match != matches.end(); ++match) {
+      LookWalker walker(look_);
+      ListDirectory(&walker, *match, several);
+    }
   }
 
  private:
-  void ListDirectory(const Address& directory, bool headed) {
-    std::vector<Item> items = walker_.List(directory);
+  void ListDirectory(LookWalker* walker, const Match& directory, bool headed) {
+    std::vector<Item> items = walker->List(directory);
     Sort(options_, &items);
-    if (headed) Print((printed_ ? "\n" : "") + directory.Text() + ":\n");
+    if (headed) Print((printed_ ? "\n" : "") + directory.address.Text() + ":\n");
     PrintItems(items);
     printed_ = true;
     if (!options_.recursive) return;
     for (const Item& item : items) {
-      if (item.IsDirectory()) ListDirectory(directory.Child(item.name), true);
+      if (item.IsDirectory()) ListDirectory(walker, {directory.address.Child(item.name), item}, true);
     }
   }
 
@@ -135,22 +136,20 @@ class Lister {
 
   // On a terminal a "/" tells directories also where there are no colours.
   static std::string NameText(const Item& item) {
-    const bool marked = item.IsDirectory() && IsTerminal(Stream::kOutput) && item.name.back() != '/';
+    const bool marked =
+        item.IsDirectory() && IsTerminal(Stream::kOutput) && (item.name.empty() || item.name.back() != '/');
     return inspect::Printable(item.name) + (marked ? "/" : "");
   }
 
   const ListOptions& options_;
-  Session* session_;
-  Walker walker_;
+  Look* look_;
   bool printed_ = false;
 };
 
 int RunList(const ListOptions& options) {
-  Session session(Session::kLook);
-  Lister lister(options, &session);
-  const int status = ForEach(options.operands, [&](const std::string& operand) { lister.ListOperand(operand); });
-  session.Close();
-  return status;
+  Look look;
+  Lister lister(options, &look);
+  return look.Finish(ForEach(options.operands, [&](const std::string& operand) { lister.ListOperand(operand); }));
 }
 
 Run DefineList(Syntax* syntax) {
@@ -181,7 +180,7 @@ struct TreeCounts {
   bool drawn = false;
 };
 
-void PrintBranches(Walker* walker, const Address& directory, const std::string& indent, std::uint32_t levels,
+void PrintBranches(LookWalker* walker, const Match& directory, const std::string& indent, std::uint32_t levels,
                    TreeCounts* counts) {
   const bool utf8 = host::IsUtf8();
   const std::vector<Item> items = walker->List(directory);
@@ -192,27 +191,27 @@ void PrintBranches(Walker* walker, const Address& directory, const std::string& 
     ++(item.IsDirectory() ? counts->directories : counts->files);
     if (!item.IsDirectory() || levels == 1) continue;
     const char* const below = last ? "    " : (utf8 ? "│   " : "|   ");
-    PrintBranches(walker, directory.Child(item.name), indent + below, levels == 0 ? 0 : levels - 1, counts);
+    const Match child = {directory.address.Child(item.name), item};
+    PrintBranches(walker, child, indent + below, levels == 0 ? 0 : levels - 1, counts);
   }
 }
 
 int RunTree(const TreeOptions& options) {
-  Session session(Session::kLook);
-  Walker walker(&session);
+  Look look;
   TreeCounts counts;
   const int status = ForEach(options.operands, [&](const std::string& operand) {
-    for (const Match& match : Expand(&session, ParseAddress(operand), "list")) {
+    for (const Match& match : Expand(&look, ParseAddress(operand), "list")) {
       Print(PaintedName(match.item, match.address.Text()) + "\n");
       counts.drawn = true;
-      if (match.item.IsDirectory()) PrintBranches(&walker, match.address, "", options.levels, &counts);
+      LookWalker walker(&look);
+      if (match.item.IsDirectory()) PrintBranches(&walker, match, "", options.levels, &counts);
     }
   });
   if (counts.drawn) {
     Print("\n" + inspect::Counted(counts.directories, "directory", "directories") + ", " +
           inspect::Counted(counts.files, "file") + "\n");
   }
-  session.Close();
-  return status;
+  return look.Finish(status);
 }
 
 Run DefineTree(Syntax* syntax) {
@@ -244,15 +243,12 @@ std::uint64_t BlocksTaken(std::uint64_t size, std::uint64_t blockSize) {
 
 class UsageCounter {
  public:
-  UsageCounter(const UsageOptions& options, Session* session)
-      : options_(options), session_(session), walker_(session) {}
+  UsageCounter(const UsageOptions& options, Look* look) : options_(options), look_(look), walker_(look) {}
 
   std::uint64_t Count(const Match& match, bool top) {
     std::uint64_t used = Own(match);
     if (match.item.IsDirectory()) {
-      for (const Item& item : walker_.List(match.address)) {
-        used += Count({match.address.Child(item.name), item}, false);
-      }
+      for (const Item& item : walker_.List(match)) used += Count({match.address.Child(item.name), item}, false);
     }
     const bool shown = top || (!options_.summary && (match.item.IsDirectory() || options_.all));
     if (shown) Print(Text(used) + "\t" + match.address.Text() + "\n");
@@ -261,7 +257,7 @@ class UsageCounter {
 
  private:
   std::uint64_t Own(const Match& match) {
-    const std::uint64_t blockSize = session_->BlockSize(match.address);
+    const std::uint64_t blockSize = look_->BlockSize(match.address);
     if (options_.bytes) return match.item.IsDirectory() ? 0 : match.item.size;
     return BlocksTaken(match.item.size, blockSize) * blockSize;
   }
@@ -272,18 +268,17 @@ class UsageCounter {
   }
 
   const UsageOptions& options_;
-  Session* session_;
-  Walker walker_;
+  Look* look_;
+  LookWalker walker_;
 };
 
 int RunUsage(const UsageOptions& options) {
-  Session session(Session::kLook);
-  UsageCounter counter(options, &session);
-  const int status = ForEach(options.operands, [&](const std::string& operand) {
-    for (const Match& match : Expand(&session, ParseAddress(operand), "measure")) counter.Count(match, true);
-  });
-  session.Close();
-  return status;
+  Look look;
+  return look.Finish(ForEach(options.operands, [&](const std::string& operand) {
+    for (const Match& match : Expand(&look, ParseAddress(operand), "measure")) {
+      UsageCounter(options, &look).Count(match, true);
+    }
+  }));
 }
 
 Run DefineUsage(Syntax* syntax) {

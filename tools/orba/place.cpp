@@ -42,7 +42,12 @@ std::optional<Item> FindItem(Session* session, const Address& address) {
 }
 
 Item GetItem(Session* session, const Address& address, const char* action) {
-  const std::optional<Item> item = FindItem(session, address);
+  MountedPlaces places(session);
+  return GetItem(&places, address, action);
+}
+
+Item GetItem(Places* places, const Address& address, const char* action) {
+  const std::optional<Item> item = places->Find(address);
   if (!item.has_value()) {
     throw LibraryFailure(std::string("cannot ") + action + " " + address.Text(), address.container,
                          ORB_ERROR_FILE_NOT_FOUND);

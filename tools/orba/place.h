@@ -1,5 +1,5 @@
-// Places inside mounted containers: what stands there, and changing that, in the library's calls. Everything here throws
-// a Failure that has the address where the library refuses. Stands on session.
+// Places inside mounted containers: what stands there, and changing that, in the library's calls. Everything here
+// throws a Failure that has the address where the library refuses. Stands on session.
 #pragma once
 
 #include <optional>
@@ -19,18 +19,42 @@ struct Item {
   OrbU32 attributes = 0;
   OrbU32 size = 0;
   OrbTime time = {};
+  OrbU32 node = 0;    // its number, where the container is not mounted
+  bool named = true;  // a path leads to it: its name is legal and no earlier one is equal
 
   bool IsDirectory() const { return (attributes & ORB_ATTRIBUTE_DIRECTORY) != 0; }
   bool IsReadOnly() const { return (attributes & ORB_ATTRIBUTE_READ_ONLY) != 0; }
 };
 
+// Where places are looked up: mounted containers, or such as are looked into without mounting them.
+class Places {
+ public:
+  virtual ~Places() = default;
+
+  // What stands at the address; nothing where the name, or a directory on the way, is missing.
+  virtual std::optional<Item> Find(const Address& address) = 0;
+  // What a directory holds, "." and ".." left out, sorted by name.
+  virtual std::vector<Item> List(const Address& directory) = 0;
+};
+
+// What stands at the address; what is missing is a failure: "cannot ACTION card.orb:/A.TXT".
+Item GetItem(Places* places, const Address& address, const char* action);
+
 // What stands at the address; nothing where the name, or a directory on the way, is missing.
 std::optional<Item> FindItem(Session* session, const Address& address);
-// The same, but what is missing is a failure: "cannot ACTION card.orb:/A.TXT".
 Item GetItem(Session* session, const Address& address, const char* action);
 
-// What a directory holds, "." and ".." left out, sorted by name.
 std::vector<Item> ListItems(Session* session, const Address& directory);
+
+class MountedPlaces : public Places {
+ public:
+  explicit MountedPlaces(Session* session) : session_(session) {}
+  std::optional<Item> Find(const Address& address) override { return FindItem(session_, address); }
+  std::vector<Item> List(const Address& directory) override { return ListItems(session_, directory); }
+
+ private:
+  Session* session_;
+};
 
 void CreateFile(Session* session, const Address& address);
 void CreateDirectory(Session* session, const Address& address);

@@ -2,28 +2,9 @@
 
 #include "tools/orba/failure.h"
 #include "tools/orba/mount_failure.h"
-#include "tools/orba/raw_container.h"
 #include "tools/orba/utf8.h"
 
 namespace orba::tool {
-
-namespace {
-
-bool IsReadOnly(OrbU32 code) { return code == ORB_ERROR_ACCESS_DENIED || code == ORB_ERROR_WRITE_PROTECTED; }
-
-// A copy in a file without a name.
-Descriptor CopyForLooking(const std::string& container) {
-  const RawContainer original(container);  // while it is open nobody changes it
-  const Descriptor source = OpenForReading(container == "-" ? "./-" : container);
-  Descriptor copy = OpenTemporaryFile();
-  std::vector<char> buffer(256 * 1024);
-  while (const std::size_t count = ReadFully(source.get(), container, buffer.data(), buffer.size())) {
-    WriteFully(copy.get(), "a copy of " + container + " to look into", buffer.data(), count);
-  }
-  return copy;
-}
-
-}  // namespace
 
 void Require(OrbBool done, const char* action, const Address& address) {
   if (done == 0) throw LibraryFailure(std::string("cannot ") + action + " " + address.Text(), address.container);
@@ -70,11 +51,7 @@ const Session::Volume& Session::Mount(const Address& address) {
   const host::Status status = host::StatusOf(container);
   if (status.kind == host::Kind::kNothing || volumes_.count(status.id) == 0) {
     const std::string name = "V" + std::to_string(++mounted_);
-    OrbU32 code = MountAs(name, container);
-    if (IsReadOnly(code) && purpose_ == kLook && status.kind == host::Kind::kFile) {
-      copies_.push_back(CopyForLooking(container));
-      code = MountAs(name, host::PathOfOpenFile(copies_.back().get()));
-    }
+    const OrbU32 code = MountAs(name, container);
     if (code != ORB_ERROR_NONE) throw MountFailure(address, code, status);
     volumes_[status.id] = {name, container};
   }

@@ -1,5 +1,5 @@
-// The mounted containers of one run. A container is mounted when it is first needed and unmounted when the session ends.
-// Stands on address, host_file and failure.
+// The mounted containers of one run. A container is mounted when it is first needed and unmounted when the session
+// ends. Stands on address, host_file and failure.
 #pragma once
 
 #include <map>
@@ -16,11 +16,7 @@ namespace orba::tool {
 // Every member but the destructor throws a Failure with the address where the library refuses.
 class Session {
  public:
-  // The library opens containers for writing. With kLook alone, one that the host lets us only read is read from a
-  // copy.
-  enum Purpose { kLook, kChange };
-
-  explicit Session(Purpose purpose = kChange) : purpose_(purpose) {}
+  Session() = default;
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
@@ -42,8 +38,6 @@ class Session {
 
   const Volume& Mount(const Address& address);
   OrbU32 MountAs(const std::string& volume, const std::string& container);
-  Purpose purpose_;
-  std::vector<Descriptor> copies_;  // of what can only be read
   // The same container may be written in several ways.
   std::map<std::string, host::FileId> ids_;
   std::map<host::FileId, Volume> volumes_;

@@ -10,25 +10,26 @@ namespace orba::tool {
 
 namespace {
 
-void ExpandBelow(Session* session, const Address& directory, const Address& pattern, std::size_t depth,
+void ExpandBelow(Places* places, const Address& directory, const Address& pattern, std::size_t depth,
                  std::vector<Match>* matches) {
   const bool last = depth + 1 == pattern.names.size();
   std::vector<Item> items;
   if (HasWildcard(pattern.names[depth])) {
-    for (Item& item : ListItems(session, directory)) {
+    for (Item& item : places->List(directory)) {
       if (Matches(item.name, pattern.names[depth])) items.push_back(std::move(item));
     }
-  } else if (const std::optional<Item> item = FindItem(session, directory.Child(pattern.names[depth]))) {
+  } else if (const std::optional<Item> item = places->Find(directory.Child(pattern.names[depth]))) {
     items.push_back(*item);
   }
   for (const Item& item : items) {
     const Address address = directory.Child(item.name);
     if (last && (item.IsDirectory() || !pattern.asDirectory)) matches->push_back({address, item});
-    if (!last && item.IsDirectory()) ExpandBelow(session, address, pattern, depth + 1, matches);
+    if (!last && item.IsDirectory()) ExpandBelow(places, address, pattern, depth + 1, matches);
   }
 }
 
-// The address with the end alone of a long path, for a message.
+}  // namespace
+
 std::string Shortened(const Address& address) {
   constexpr std::size_t kLongest = 60;
   std::string text = address.Text();
@@ -36,15 +37,18 @@ std::string Shortened(const Address& address) {
   return address.container + ":..." + text.substr(text.size() - kLongest);
 }
 
-}  // namespace
-
 std::vector<Match> Expand(Session* session, const Address& pattern, const char* action) {
+  MountedPlaces places(session);
+  return Expand(&places, pattern, action);
+}
+
+std::vector<Match> Expand(Places* places, const Address& pattern, const char* action) {
   std::vector<Match> matches;
   const bool wild = std::any_of(pattern.names.begin(), pattern.names.end(), HasWildcard);
-  if (!wild) return {{pattern, GetItem(session, pattern, action)}};
+  if (!wild) return {{pattern, GetItem(places, pattern, action)}};
   Address root = pattern;
   root.names.clear();
-  ExpandBelow(session, root, pattern, 0, &matches);
+  ExpandBelow(places, root, pattern, 0, &matches);
   if (matches.empty()) {
     throw LibraryFailure(std::string("cannot ") + action + " " + pattern.Text(), pattern.container,
                          ORB_ERROR_NO_MORE_ENTRIES);

@@ -15,7 +15,11 @@ struct Match {
 
 // The places that an address with wildcards, in any of its names, stands for, sorted. One without stands for itself.
 // Throws when there is none.
+std::vector<Match> Expand(Places* places, const Address& pattern, const char* action);
 std::vector<Match> Expand(Session* session, const Address& pattern, const char* action);
+
+// The address with the end alone of a long path, for a message.
+std::string Shortened(const Address& address);
 
 // Lists directory after directory of one walk and notices when they contain each other: then there would be no end.
 class Walker {

@@ -62,9 +62,6 @@ std::ptrdiff_t WriteAt(int file, std::uint64_t offset, const void* bytes, std::s
 bool Truncate(int file, std::uint64_t size);
 bool Sync(int file);  // all that was written is on the disk; true as well where the host cannot sync such a file
 
-// A path under which an open file can be opened again though its name is gone.
-std::string PathOfOpenFile(int file);
-
 enum class Lock { kTaken, kRefused, kUnknownHere };
 // As the library locks containers: ends when the file is closed. Never waits.
 Lock LockFile(int file, bool exclusive);

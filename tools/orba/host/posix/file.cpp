@@ -124,8 +124,6 @@ bool Sync(int file) {
   return result == 0 || errno == EINVAL;
 }
 
-std::string PathOfOpenFile(int file) { return "/proc/self/fd/" + std::to_string(file); }
-
 Lock LockFile(int file, bool exclusive) {
   if (flock(file, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB) == 0) return Lock::kTaken;
   return errno == EWOULDBLOCK ? Lock::kRefused : Lock::kUnknownHere;
