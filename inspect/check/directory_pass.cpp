@@ -25,7 +25,7 @@ bool HoldsChainRecord(const Work& work, const std::vector<std::uint8_t>& bytes, 
 
 bool IsDot(const OrbDirEntry& entry) { return NameOf(entry) == "." || NameOf(entry) == ".."; }
 
-// Something else than a directory's block: several entries, and not one with a name that an entry can have.
+// Something else than a directory's block: several entries, and none of them with a name that an entry can have.
 bool IsForeign(const Work& work, const std::vector<std::uint8_t>& bytes) {
   constexpr std::uint32_t kEnough = 6;  // a few may be damaged entries
   std::uint32_t entries = 0;
@@ -136,7 +136,7 @@ void CheckName(Work* work, const NodeInfo& directory, const Entry& entry) {
   }
 }
 
-// True when the entry names a node that can have names.
+// True when the entry refers to a node that can have names.
 bool CheckTarget(Work* work, const NodeInfo& directory, const Entry& entry) {
   const Model& model = work->report.model;
   const std::uint16_t number = entry.record.node;
@@ -212,7 +212,7 @@ void Spread(Model* model, std::uint16_t start, Reach reach) {
   }
 }
 
-// From a node that is named, but not from the root: climbs until a directory comes up twice.
+// From a node that has a name but cannot be reached from the root: climbs until a directory comes up twice.
 std::uint16_t FindInCycle(const Model& model, std::uint16_t number) {
   std::vector<bool> seen(model.nodes.size());
   while (!seen[number]) {
@@ -238,7 +238,7 @@ bool IsInterruptedMove(const Model& model, const NodeInfo& node) {
          !LiesIn(model, node.names[1].directory, node.number);
 }
 
-// A directory's first two entries, the one naming the node itself.
+// A directory's first two entries, of which the first refers to the node itself.
 bool BeginsAsDirectory(const NodeInfo& node, const std::vector<std::uint8_t>& first) {
   const OrbDirEntry self = DecodeEntry(&first[0]);
   return NameOf(self) == "." && self.node == node.number && NameOf(DecodeEntry(&first[kDirEntrySize])) == "..";

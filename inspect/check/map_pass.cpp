@@ -14,7 +14,7 @@ struct MapWalk {
   MapSummary* map;
   std::vector<DirectoryBlock> directory;  // blocks to take entries from
   bool doubleEnded = false;               // an empty slot of the double-indirect block was met
-  MapSlot outside = {};                   // the first of a run of slots that name blocks beyond the container's end
+  MapSlot outside = {};                   // the first of a run of slots with blocks beyond the container's end
   std::uint32_t outsideCount = 0;
 
   bool Visit(const MapSlot& slot);
@@ -31,7 +31,7 @@ bool MapWalk::Visit(const MapSlot& slot) {
   return false;
 }
 
-// True to go down into it: each map block is entered once, whoever names it, so that no walk runs without end.
+// True to go down into it: each map block is entered once, whoever refers to it, so that every walk ends.
 bool MapWalk::VisitMapBlock(const MapSlot& slot) {
   const std::uint32_t number = node.number;
   const auto index = static_cast<std::uint32_t>(slot.index);
@@ -124,7 +124,7 @@ void MapWalk::EndOutside() {
 }
 
 // A shrink takes the last block out of an indirect block before it stores the smaller size; so does a directory when
-// its last block falls empty.
+// its last block becomes empty.
 bool IsInterruptedShrink(const NodeInfo& node, const MapSummary& map, std::uint32_t blockSize) {
   return map.holes == 1 && map.firstHole + 1 == map.needed && map.firstHole >= kDirectBlocks &&
          (!node.IsDirectory() || node.record.size % blockSize == kDirEntrySize);

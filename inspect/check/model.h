@@ -49,7 +49,7 @@ struct NameRef {
 
 enum class NodeState : std::uint8_t {
   kFree,  // not in use
-  kLost,  // in use, but its record cannot be had
+  kLost,  // in use, but its record cannot be read
   kUsed,
 };
 
@@ -62,7 +62,7 @@ enum class Reach : std::uint8_t {
 
 // What a walk over a node's block map found. Indices are logical blocks.
 struct MapSummary {
-  bool sizeImpossible = false;  // no map can hold so much: what is missing tells nothing
+  bool sizeImpossible = false;  // no map can hold so much: what is missing means nothing
   std::uint64_t needed = 0;     // blocks that the size needs, at most what a map can hold
   std::uint64_t present = 0;    // of those, slots with a block of the container
   std::uint64_t end = 0;        // one past the last of them
@@ -109,7 +109,7 @@ struct NodeInfo {
   std::uint16_t parent = 0;  // the directory through which it was reached first, 0 = none
   std::uint32_t parentEntry = 0;
 
-  // By the contents where these speak against the attributes.
+  // By the contents where these contradict the attributes.
   bool IsDirectory() const { return ((record.attributes & ORB_NODE_DIRECTORY) != 0) != wrongKind; }
   bool IsNamed() const { return !names.empty() || !pending.empty(); }
 };
@@ -124,8 +124,8 @@ struct Model {
   VolumeHeader header = {};
   std::vector<std::uint32_t> table;  // 224 block numbers as they stand
   std::vector<std::uint8_t> bitmap;
-  std::vector<NodeInfo> nodes;         // by number; [0] is nobody
-  std::vector<BlockInfo> blocks;       // by number; [0] is nobody
+  std::vector<NodeInfo> nodes;         // by number; [0] is unused
+  std::vector<BlockInfo> blocks;       // by number; [0] is unused
   std::vector<ChainRecordInfo> chain;  // the records that could be read, head first
   bool tailNamed = false;              // something refers to the block that the container's end cuts through
 

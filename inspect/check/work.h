@@ -43,16 +43,16 @@ struct Work {
   bool HasTail() const { return image.Size() > geometry().BlockOffset(geometry().blocks + 1); }
 
   // Notes that `block`, which the container holds, serves `owner`. False when something else owned it before; that is
-  // reported, with the place of the field that names it.
+  // reported, with the place of the field that refers to it.
   bool Claim(std::uint32_t block, const BlockInfo& owner, std::uint64_t offset);
 };
 
 enum ChainMark : std::uint8_t { kNotInChain, kListed, kRecord };
 
-// Pass 1, check_chain.cpp: follows the free chain and marks its blocks. No claims yet.
+// Pass 1, chain_pass.cpp: follows the free chain and marks its blocks. No claims yet.
 void WalkChain(Work* work);
 
-// Pass 2, check_map.cpp: claims the blocks of a node in use; takes a directory's entries (ParseDirectory).
+// Pass 2, map_pass.cpp: claims the blocks of a node in use; takes a directory's entries (ParseDirectory).
 void WalkNode(Work* work, NodeInfo* node);
 
 // A directory's block, as its map gives it.
@@ -62,15 +62,15 @@ struct DirectoryBlock {
 };
 void ParseDirectory(Work* work, NodeInfo* directory, const std::vector<DirectoryBlock>& blocks);
 
-// Before that, check_directory.cpp: sees whether the attributes of a node in use lie about what it is.
+// Before that, directory_pass.cpp: sees whether the attributes of a node in use contradict its contents.
 void JudgeKind(Work* work, NodeInfo* node);
 
-// Pass 3, check_directory.cpp: judges entries and names, then what the root leads to.
+// Pass 3, directory_pass.cpp: judges entries and names, then what the root leads to.
 void CheckEntries(Work* work);
 void CheckReach(Work* work);
 void CheckNames(Work* work);
 
-// Pass 4, check_chain.cpp: claims the chain's blocks where nothing else has.
+// Pass 4, chain_pass.cpp: claims the chain's blocks where nothing else has.
 void ClaimChain(Work* work);
 
 }  // namespace orba::inspect

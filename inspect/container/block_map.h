@@ -12,7 +12,7 @@ namespace orba::inspect {
 
 // The levels of a block map.
 enum class MapLevel : std::uint8_t {
-  kData,      // a slot that names a block of the node's contents
+  kData,      // a slot with a block of the node's contents
   kIndirect,  // the record's indirect field
   kDouble,    // the record's double-indirect field
   kSecond,    // a slot of the double-indirect block
@@ -36,21 +36,21 @@ struct MapPath {
 MapPath PathTo(const Geometry& geometry, std::uint64_t index);
 
 // Visits the slots of the node record at byte `nodeOffset`, in logical order, a map block's own slot before the slots
-// in it. For a slot that names a map block the visitor's result says whether to go down into it, which is done where
-// the container holds that block; the visitor must see to it that no walk runs without end. For data slots the result
-// means nothing. A map block that cannot be read is passed over. Slots of missing map blocks are not visited.
+// in it. For the slot of a map block the visitor's result says whether to go down into that block, which is done where
+// the container holds it; the visitor must see to it that every walk ends. For data slots the result is ignored. Map
+// blocks that cannot be read are skipped, and slots of missing ones are not visited.
 void VisitMap(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t nodeOffset,
               const std::function<bool(const MapSlot&)>& visit);
 
-// What a block, which the container holds, shows itself to be.
+// What the contents of a block, which the container holds, look like.
 enum class Contents : std::uint8_t {
   kAny,        // perhaps block numbers
-  kNoNumbers,  // it names blocks that no container can have; a few such slots of a map may be damaged ones
+  kNoNumbers,  // numbers of blocks that no container can have; a few such slots of a map may be damaged
   kNodes,      // node records with the numbers of their places
   kDirectory,  // a directory's first entries
 };
 
-// All but kAny cannot be a block-map block.
+// Anything but kAny cannot be a block-map block.
 Contents ContentsOf(const Image& image, const Geometry& geometry, std::uint32_t block);
 
 // The block that holds logical block `index`, by the slots on its way alone; 0 when there is none, or none that the

@@ -23,8 +23,8 @@ std::uint32_t ShiftOf(std::uint32_t blockSize) {
   return shift;
 }
 
-// The block size that the node slots from `offset` on, numbered from 1, speak for: the smallest that holds them all. A
-// slot may be damaged here and there. 0 when these are no node slots.
+// The block size that follows from the node slots from `offset` on, numbered from 1: the smallest that holds them all.
+// Single slots may be damaged. 0 when these are not node slots.
 std::uint32_t BlockSizeBySlots(const Image& image, std::uint64_t offset) {
   std::uint32_t sound = 0;
   std::uint32_t end = 0;
@@ -67,7 +67,7 @@ bool BearsTheRoot(const Image& image, const Geometry& geometry) {
   return entry.node == kRootNode && NameOf(entry) == ".";
 }
 
-// What the header says twice over about bitmap and data area. Block 1 is where formatting puts the root's node block,
+// What the header says twice about bitmap and data area. Block 1 is where formatting puts the root's node block,
 // and the root is never deleted: it decides.
 Geometry FromRedundancy(const Image& image, const VolumeHeader& header) {
   const std::uint32_t bitmaps[] = {header.bitmapSize, header.reservedOffset - kBitmapOffset,
@@ -85,7 +85,7 @@ Geometry FromRedundancy(const Image& image, const VolumeHeader& header) {
   return {};
 }
 
-// Looks for the root's node block behind every bitmap that could be.
+// Looks for the root's node block behind a bitmap of every possible size.
 Geometry FromSearch(const Image& image) {
   std::vector<std::uint8_t> bytes(kLargestBitmap + kNodeMarkSize);
   const std::uint64_t size = image.Size();

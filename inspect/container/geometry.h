@@ -1,5 +1,5 @@
-// Where things lie in a container: the block size, the bitmap's size and all that follows from them. Learnt from the
-// header, and where that is damaged from what the container holds. Stands on image and bytes.
+// Where things lie in a container: the block size, the bitmap's size and all that follows from them. Taken from
+// the header, and where that is damaged from the rest of the container. Stands on image and fields.
 #pragma once
 
 #include <cstdint>
@@ -65,9 +65,9 @@ struct Geometry {
 bool FieldsAgree(const VolumeHeader& header);
 
 // The geometry of the container: the header's where its fields agree and the root lies where they say. Otherwise
-// everything that the header says twice over is tried until block 1, the root's node block for all time, bears it out;
-// then that block is searched for, at last whatever else tells where blocks begin (layout_search.h). Fields that agree
-// give way only to a geometry by which the root is found. A geometry that is not known when all fails.
+// everything that the header says twice is tried until block 1, which always is the root's node block, confirms it;
+// then that block is searched for, and at last whatever else shows where blocks begin (layout_search.h). Fields that
+// agree give way only to a geometry by which the root is found. When all fails, a geometry that is not known.
 Geometry FindGeometry(const Image& image, const VolumeHeader& header);
 
 // What formatting would have written, with the chain head and the flags of `header` kept.

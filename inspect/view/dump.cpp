@@ -86,7 +86,7 @@ std::string StateText(const Model& model, const NodeInfo& node) {
 std::string UseText(const Model& model, std::uint32_t block) {
   const BlockInfo& info = model.blocks[block];
   std::string text = Name(info.use);
-  if (info.use == BlockUse::kNothing) text = "nothing names it";
+  if (info.use == BlockUse::kNothing) text = "nothing refers to it";
   if (info.use == BlockUse::kNodeBlock) text += " of table entry " + to_string(info.index);
   if (info.use == BlockUse::kFile || info.use == BlockUse::kDirectory) {
     text = "logical block " + to_string(info.index) + " of " + Name(info.use) + " " + PathOf(model, info.node);
@@ -94,7 +94,7 @@ std::string UseText(const Model& model, std::uint32_t block) {
   if (info.use == BlockUse::kMap) {
     text = "block map of " + PathOf(model, info.node) + " from logical block " + to_string(info.index);
   }
-  return text + (info.shared ? ", and something else's too" : "");
+  return text + (info.shared ? ", and in use elsewhere too" : "");
 }
 
 // ---- The records ----------------------------------------------------------------------------------------------------
@@ -325,7 +325,7 @@ std::string DumpDirectory(const Image& image, const Report& report, std::uint32_
   const Geometry& geometry = model.geometry;
   if (!model.IsNode(number)) return "node " + to_string(number) + ": the volume does not have it\n";
   const NodeInfo& node = model.nodes[number];
-  if (!node.readable || !node.IsDirectory()) return "node " + to_string(number) + ": no directory\n";
+  if (!node.readable || !node.IsDirectory()) return "node " + to_string(number) + ": not a directory\n";
   std::string text = StateText(model, node) + ", node " + to_string(number) + ", " +
                      Counted(EntryCount(node.record), "entry", "entries") + "\n";
   for (std::uint64_t index = 0; index < std::min(geometry.BlocksFor(node.record.size), geometry.mapCapacity());

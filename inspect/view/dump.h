@@ -1,6 +1,6 @@
-// Annotated bytes: what lies where in a container, for eyes. Every line begins with the byte offset in the container,
-// then the bytes, then what they mean. Nothing here judges; that is check's business, whose report is taken for
-// orientation.
+// Annotated bytes: what lies where in a container. Every line begins with the byte offset in the container, then the
+// bytes, then what they mean. Nothing here judges: that is the checker's task, whose report says what to expect where.
+// Stands on check.
 #pragma once
 
 #include <cstdint>
@@ -11,8 +11,8 @@
 
 namespace orba::inspect {
 
-// Each takes the report of a check of the same image, and answers with whole lines. What the container does not hold is
-// said in a line.
+// Each takes the report of a check of the same image and returns whole lines, one of them for what the container does
+// not hold.
 std::string DumpHeader(const Image& image);
 std::string DumpTable(const Report& report);
 std::string DumpBitmap(const Report& report);

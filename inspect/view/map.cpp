@@ -212,7 +212,7 @@ std::string SvgCells(const Model& model, const Grid& grid) {
 
 std::string DrawMap(const Report& report, const MapStyle& style) {
   const Model& model = report.model;
-  if (model.blocks.empty()) return "the container's blocks cannot be made out\n";
+  if (model.blocks.empty()) return "the container's blocks cannot be told apart\n";
   const std::uint32_t columns = std::max<std::uint32_t>(1, style.columns);
   const Grid grid = MakeGrid(model, columns, style.rows);
   std::string text = Summary(report, grid) + "\n";

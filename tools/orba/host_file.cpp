@@ -4,9 +4,10 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <ctime>
+#include <cstdlib>
 #include <utility>
 
+#include "inspect/container/date.h"
 #include "tools/orba/failure.h"
 #include "tools/orba/interrupt.h"
 
@@ -151,35 +152,20 @@ std::string PlaceToWrite(const std::string& path) {
 
 namespace {
 
-std::tm CalendarTime(const OrbTime& time) {
-  std::tm utc = {};
-  utc.tm_year = time.year - 1900;
-  utc.tm_mon = time.month - 1;
-  utc.tm_mday = time.day;
-  utc.tm_hour = time.hour;
-  utc.tm_min = time.minute;
-  utc.tm_sec = time.second;
-  return utc;
+TimeStamp StampOf(const OrbTime& time) {
+  return {time.year, time.month, time.day, time.hour, time.minute, time.second, 0};
 }
 
 }  // namespace
 
-bool IsDate(const OrbTime& time) {
-  constexpr OrbU16 kFirstYear = 1601;  // that devices know
-  const std::tm utc = CalendarTime(time);
-  std::tm sane = utc;
-  host::UtcSeconds(&sane);  // turns the 30th of February into a day of March
-  return time.year >= kFirstYear && sane.tm_mon == utc.tm_mon && sane.tm_mday == utc.tm_mday &&
-         sane.tm_hour == utc.tm_hour && sane.tm_min == utc.tm_min && sane.tm_sec == utc.tm_sec;
-}
+bool IsDate(const OrbTime& time) { return inspect::IsDate(StampOf(time)); }
 
 namespace {
 
 // What the host cannot keep becomes the present time, not another one.
 void Stamp(int descriptor, const OrbTime& time) {
   if (!IsDate(time)) return;
-  std::tm utc = CalendarTime(time);
-  const std::int64_t seconds = host::UtcSeconds(&utc);
+  const std::int64_t seconds = inspect::SecondsSince1970(StampOf(time));
   constexpr std::int64_t kCoarsest = 2;  // seconds that file systems count in
   const bool kept =
       host::SetTime(descriptor, seconds) && std::abs(host::StatusOf(descriptor).changed - seconds) < kCoarsest;

@@ -104,7 +104,7 @@ TEST(Dump, blocks_of_each_use_are_shown) {
             "00003424  00 00 00 00 00 00 00 00 ..  slots 1 to 255      none\n");
   EXPECT_EQ(Line(dump(12), 0), "block 12: logical block 6 of file /D/B");
   EXPECT_EQ(dump(14),
-            "block 14: nothing names it\n"
+            "block 14: nothing refers to it\n"
             "00003820  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00   \"................\"\n"
             "*\n");
   EXPECT_EQ(Line(dump(15), 0), "block 15: free");
@@ -133,7 +133,7 @@ TEST(Dump, directory_entries_are_shown_with_their_nodes) {
   EXPECT_EQ(
       Line(text, 2),
       "00001420  03 00 2e 00 00 00 00 00     entry 0             .                             node 3, directory /D");
-  EXPECT_EQ(DumpDirectory(checked.image, checked.report, 2), "node 2: no directory\n");
+  EXPECT_EQ(DumpDirectory(checked.image, checked.report, 2), "node 2: not a directory\n");
 }
 
 TEST(Dump, any_bytes_never_crash) {
@@ -180,7 +180,7 @@ TEST(DrawMap, block_used_twice_and_colour) {
 }
 
 TEST(DrawMap, layout_unknown_says_so) {
-  EXPECT_EQ(DrawMap(Check(MemoryImage(Bytes(5000))), {}), "the container's blocks cannot be made out\n");
+  EXPECT_EQ(DrawMap(Check(MemoryImage(Bytes(5000))), {}), "the container's blocks cannot be told apart\n");
 }
 
 TEST(DrawSvg, runs_are_rectangles_with_tooltips) {

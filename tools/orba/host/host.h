@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
 #include <string>
 #include <utility>
 #include <vector>
@@ -68,7 +67,6 @@ Lock LockFile(int file, bool exclusive);
 
 bool SetTime(int file, std::int64_t seconds);  // of the last change, since 1970
 bool SetTimeToNow(int file);
-std::int64_t UtcSeconds(std::tm* utc);  // since 1970; carries fields that are too large over into the next
 
 // ---- Names ----------------------------------------------------------------------------------------------------------
 

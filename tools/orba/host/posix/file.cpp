@@ -137,8 +137,6 @@ bool SetTime(int file, std::int64_t seconds) {
 
 bool SetTimeToNow(int file) { return futimens(file, nullptr) == 0; }
 
-std::int64_t UtcSeconds(std::tm* utc) { return timegm(utc); }
-
 bool Rename(const std::string& from, const std::string& to, bool overwrite) {
   if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), overwrite ? 0 : RENAME_NOREPLACE) == 0) return true;
   // Not every file system knows the renaming that never replaces.
