@@ -1,6 +1,6 @@
 // The GoogleTest fixture for white-box tests of the library on the test host. Every test starts with an empty host and
 // a library without volumes, nodes or handles. At its end what it mounted is unmounted, and then nothing may be left:
-// no host handle, no node, no memory. A test of what deliberately stays behind says so.
+// no host handle, no node, no memory. A test of what stays behind on purpose says so.
 #pragma once
 
 #include <stdint.h>

@@ -70,6 +70,13 @@ TEST(Name, dots_are_told_from_all_other_names) {
 
 // ---- Case -----------------------------------------------------------------------------------------------------------
 
+TEST(Name, letters_are_a_to_z_in_either_case_and_no_other_byte) {
+  for (unsigned character = 0; character < 256; ++character) {
+    const char c = static_cast<char>(character);
+    EXPECT_EQ(IsLetter(c), (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z')) << character;
+  }
+}
+
 TEST(Name, upper_case_changes_letters_a_to_z_alone) {
   for (unsigned character = 0; character < 256; ++character) {
     const char c = static_cast<char>(character);

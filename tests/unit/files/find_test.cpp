@@ -161,7 +161,7 @@ TEST_F(Find, search_goes_on_through_the_blocks) {
   EXPECT_EQ(Close(), "");
 }
 
-TEST_F(Find, each_call_takes_one_buffer_and_gives_it_back) {
+TEST_F(Find, each_call_takes_one_buffer_and_frees_it) {
   ASSERT_EQ(First("*"), ".");
   const uint32_t calls = testhost::AllocationCalls();
   const size_t held = testhost::AllocationsHeld();

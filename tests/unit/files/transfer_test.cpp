@@ -796,7 +796,7 @@ TEST_F(Transfer, shrink_with_any_write_meeting_a_full_disk_loses_blocks_at_most)
             }));
 }
 
-TEST_F(Transfer, shrink_out_of_the_map_stopped_in_between_is_half_made) {
+TEST_F(Transfer, shrink_out_of_the_map_stopped_in_between_is_unfinished) {
   OpenNew(Pattern(7 * 1024));
   testhost::WriteJournal journal(u"VOL");
   ASSERT_EQ(SetSize(6 * 1024), "");

@@ -165,7 +165,7 @@ TEST_F(Directory, lookup_beyond_six_blocks_goes_through_the_map) {
                          "+0:4 / block 9");
 }
 
-TEST_F(Directory, lookup_takes_one_buffer_and_gives_it_back) {
+TEST_F(Directory, lookup_takes_one_buffer_and_frees_it) {
   Fill(70);
   const uint32_t calls = testhost::AllocationCalls();
   const size_t held = testhost::AllocationsHeld();
@@ -261,9 +261,9 @@ TEST_F(Directory, block_beyond_the_container_cannot_be_read) {
   EXPECT_EQ(GetError(), ORB_ERROR_DAMAGED_VOLUME);
 }
 
-// ---- What is no directory -------------------------------------------------------------------------------------------
+// ---- What is not a directory ----------------------------------------------------------------------------------------
 
-TEST_F(Directory, operations_refuse_what_is_no_valid_directory) {
+TEST_F(Directory, operations_refuse_what_is_not_a_valid_directory) {
   OrbNode stranger = *volume_->root;
   NodeRef file(OrbNodeGet(volume_, 3));
   testhost::ClearTrace();
@@ -586,7 +586,7 @@ TEST_F(Directory, rename_without_check_takes_the_names_as_they_are) {
   Fill(4);
   EXPECT_TRUE(OrbDirRenameEntry(directory_, "N003", "N002", false));
   EXPECT_EQ(NameStored(3, 2), "N003");
-  EXPECT_FALSE(OrbDirRenameEntry(directory_, "X", "..", false));  // passed over, not found
+  EXPECT_FALSE(OrbDirRenameEntry(directory_, "X", "..", false));  // skipped, not found
   EXPECT_EQ(GetError(), ORB_ERROR_FILE_NOT_FOUND);
   Commit();
 }
@@ -649,7 +649,7 @@ TEST_F(Directory, remove_from_another_block_writes_the_hole_s_block_before_the_l
   Commit();
 }
 
-TEST_F(Directory, remove_of_the_only_entry_of_a_block_gives_the_block_back_unwritten) {  // D4
+TEST_F(Directory, remove_of_the_only_entry_of_a_block_frees_the_block_unwritten) {  // D4
   Fill(33);
   EXPECT_EQ(Remove("N032"), "");
   // Block 4 becomes the free chain's record.

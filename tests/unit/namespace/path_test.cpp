@@ -303,6 +303,11 @@ TEST_F(Path, walk_through_a_name_of_a_node_that_does_not_exist_is_damage) {
   EXPECT_EQ(Walk("A:/D/x"), "DAMAGED_RECORD");
 }
 
+TEST_F(Path, end_in_a_separator_is_told_from_all_other_ends) {
+  for (const char* path : {"/", "//", "A/", "A:/", "A:/B//"}) EXPECT_TRUE(EndsInSeparator(path)) << path;
+  for (const char* path : {"", "A", "/A", "A:", "A:/B", "A/B.", "A\\"}) EXPECT_FALSE(EndsInSeparator(path)) << path;
+}
+
 // ---- Resolving ------------------------------------------------------------------------------------------------------
 
 TEST_F(Path, resolve_of_each_path_gives_its_node_or_code) {

@@ -32,7 +32,7 @@ Blocks Part(const Blocks& blocks, size_t from, size_t to) {
 
 // ---- Order ----------------------------------------------------------------------------------------------------------
 
-TEST_F(BlockMapRelease, node_is_written_empty_and_stamped_before_any_block_is_given_back) {
+TEST_F(BlockMapRelease, node_is_written_empty_and_stamped_before_any_block_is_freed) {
   Grow(2);
   testhost::SetClock({2005, 7, 0, 8, 9, 10, 11, 0});
   testhost::WriteJournal journal(u"VOL");
@@ -64,7 +64,7 @@ TEST_F(BlockMapRelease, everything_but_size_blocks_and_stamp_of_the_node_stays) 
   EXPECT_EQ(0, memcmp(&record, &node_->record, sizeof record));
 }
 
-TEST_F(BlockMapRelease, direct_blocks_are_given_back_in_slot_order) {
+TEST_F(BlockMapRelease, direct_blocks_are_freed_in_slot_order) {
   const Blocks blocks = Grow(4);
   EXPECT_TRUE(ReleaseFileBlocks(node_));
   EXPECT_EQ(FreedOrder(), blocks);
@@ -77,7 +77,7 @@ TEST_F(BlockMapRelease, seven_blocks_are_six_the_map_block_and_its_one) {
   EXPECT_EQ(FreedOrder(), Joined({Part(blocks, 0, 6), {indirect}, {blocks[6]}}));
 }
 
-TEST_F(BlockMapRelease, full_single_indirect_block_is_given_back_to_its_last_slot) {
+TEST_F(BlockMapRelease, full_single_indirect_block_is_freed_to_its_last_slot) {
   const Blocks blocks = Grow(262);
   const uint32_t indirect = node_->record.indirect;
   EXPECT_TRUE(ReleaseFileBlocks(node_));
@@ -212,7 +212,7 @@ TEST_F(BlockMapRelease, tree_is_its_map_block_and_what_it_lists) {
   EXPECT_EQ(FreedOrder(), Blocks({10, 12, 11}));
 }
 
-TEST_F(BlockMapRelease, tree_is_read_before_its_map_block_is_given_back) {
+TEST_F(BlockMapRelease, tree_is_read_before_its_map_block_is_freed) {
   SetBlocks(20);
   PutWord(10, 0, 12);
   EXPECT_TRUE(ReleaseIndirectTree(volume_, 10));  // the map block becomes a free-chain record, which overwrites it
@@ -223,7 +223,7 @@ TEST_F(BlockMapRelease, tree_is_read_before_its_map_block_is_given_back) {
 
 // ---- Failures -------------------------------------------------------------------------------------------------------
 
-TEST_F(BlockMapRelease, node_that_cannot_be_written_gives_nothing_back) {
+TEST_F(BlockMapRelease, node_that_cannot_be_written_frees_nothing) {
   const Blocks blocks = Grow(7);
   for (const uint32_t host : {coredll::kHostDiskFull, coredll::kHostNotReady}) {
     FailNthCall(Call::kWriteFile, 2, host);
@@ -237,7 +237,7 @@ TEST_F(BlockMapRelease, node_that_cannot_be_written_gives_nothing_back) {
   }
 }
 
-TEST_F(BlockMapRelease, block_that_cannot_be_given_back_ends_it) {
+TEST_F(BlockMapRelease, block_that_cannot_be_freed_ends_it) {
   const Blocks blocks = Grow(5);
   node_->record.direct[2] = 0x00123456;
   EXPECT_FALSE(ReleaseFileBlocks(node_));
@@ -257,7 +257,7 @@ TEST_F(BlockMapRelease, failed_write_of_the_chain_ends_it) {
 
 TEST_F(BlockMapRelease, no_memory_for_the_map_block_ends_it_after_the_direct_blocks) {
   const Blocks blocks = Grow(7);
-  FailNthAllocation(9);  // three for the first block given back, one for each of five more
+  FailNthAllocation(9);  // three for the first block freed, one for each of five more
   EXPECT_FALSE(ReleaseFileBlocks(node_));
   EXPECT_EQ(GetError(), ORB_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(FreedOrder(), Part(blocks, 0, 6));
@@ -273,7 +273,7 @@ TEST_F(BlockMapRelease, no_memory_for_the_double_indirect_block_ends_it_after_th
   EXPECT_EQ(FreedOrder(), Joined({Part(blocks, 0, 6), {indirect}, Part(blocks, 6, 262)}));
 }
 
-TEST_F(BlockMapRelease, map_block_that_cannot_be_read_ends_it_before_it_is_given_back) {
+TEST_F(BlockMapRelease, map_block_that_cannot_be_read_ends_it_before_it_is_freed) {
   const Blocks blocks = Grow(7);
   FailNthCall(Call::kReadFile, 1, coredll::kHostNotReady);
   EXPECT_FALSE(ReleaseFileBlocks(node_));
@@ -281,7 +281,7 @@ TEST_F(BlockMapRelease, map_block_that_cannot_be_read_ends_it_before_it_is_given
   EXPECT_EQ(FreedOrder(), Part(blocks, 0, 6));
 }
 
-TEST_F(BlockMapRelease, double_indirect_block_that_cannot_be_read_ends_it_before_it_is_given_back) {
+TEST_F(BlockMapRelease, double_indirect_block_that_cannot_be_read_ends_it_before_it_is_freed) {
   const Blocks blocks = Grow(263);
   const uint32_t indirect = node_->record.indirect;
   FailNthCall(Call::kReadFile, 2, coredll::kHostNotReady);

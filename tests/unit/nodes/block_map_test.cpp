@@ -376,13 +376,13 @@ TEST_F(BlockMapSet, slot_of_the_double_indirect_block_that_cannot_be_written_los
   EXPECT_FALSE(SetFileBlock(node_, 262 * 1024, 7));
   EXPECT_EQ(GetError(), ORB_ERROR_DISK_FULL);
   EXPECT_EQ(WordAt(11, 0), 0u);
-  EXPECT_EQ(volume_->header.freeChainHead, 0u);  // not given back: only a missing parent does that
+  EXPECT_EQ(volume_->header.freeChainHead, 0u);  // not freed: only a missing parent does that
   EXPECT_EQ(testhost::BlockCount(FileBytes(u"VOL")), 21u);
 }
 
-// ---- Set: a half-made double-indirect tree --------------------------------------------------------------------------
+// ---- Set: an unfinished double-indirect tree ------------------------------------------------------------------------
 
-TEST_F(BlockMapSet, parent_that_meets_a_full_disk_gives_the_second_level_block_back) {
+TEST_F(BlockMapSet, parent_that_meets_a_full_disk_frees_the_second_level_block) {
   SetBlocks(20);
   node_->record.size = 262 * 1024;
   FailNthCall(Call::kWriteFile, 3, coredll::kHostDiskFull);
@@ -393,7 +393,7 @@ TEST_F(BlockMapSet, parent_that_meets_a_full_disk_gives_the_second_level_block_b
   EXPECT_EQ(volume_->failed, 0u);
 }
 
-TEST_F(BlockMapSet, parent_that_meets_the_containers_limit_gives_the_second_level_block_back) {
+TEST_F(BlockMapSet, parent_that_meets_the_containers_limit_frees_the_second_level_block) {
   testhost::ResizeFile(u"VOL", 0x80000000u - 1024 - 1008);  // on a block border: room for one block
   const uint32_t second = (0x80000000u - 1024 - 1008 - 1040) / 1024 + 1;
   node_->record.size = 262 * 1024;
@@ -403,7 +403,7 @@ TEST_F(BlockMapSet, parent_that_meets_the_containers_limit_gives_the_second_leve
   EXPECT_EQ(volume_->header.freeChainHead, second);
 }
 
-TEST_F(BlockMapSet, parent_without_memory_gives_the_second_level_block_back) {
+TEST_F(BlockMapSet, parent_without_memory_frees_the_second_level_block) {
   SetBlocks(20);
   node_->record.size = 262 * 1024;
   FailNthAllocation(2);

@@ -295,7 +295,7 @@ TEST_F(NodeStore, delete_marks_the_number_free_before_it_empties_the_record_and_
   OrbCommitVolume(volume_);
 }
 
-TEST_F(NodeStore, delete_of_the_last_node_of_a_node_block_gives_the_block_back) {  // S3
+TEST_F(NodeStore, delete_of_the_last_node_of_a_node_block_frees_the_block) {  // S3
   CreateUpTo(18);
   ASSERT_TRUE(DeleteNumber(17));
   EXPECT_EQ(Calls(), "mark / write bitmap / clear");
@@ -389,7 +389,7 @@ TEST_F(NodeStore, delete_whose_bitmap_is_not_written_leaves_all_as_it_was) {  //
   OrbCommitVolume(volume_);
 }
 
-TEST_F(NodeStore, delete_whose_record_is_not_written_gives_no_block_back) {
+TEST_F(NodeStore, delete_whose_record_is_not_written_frees_no_block) {
   MakeFile("F", Pattern(100));
   ClearError();
   OrbNode* const node = OrbNodeGet(volume_, 2);
@@ -413,8 +413,8 @@ TEST_F(NodeStore, delete_whose_table_is_not_written_keeps_the_node_block) {
   EXPECT_EQ(volume_->nodeTable[1], 3u);
 }
 
-// The table on disk no longer names the block, the chain does not list it yet.
-TEST_F(NodeStore, delete_whose_node_block_cannot_be_given_back_has_lost_the_block) {
+// The table on disk no longer refers to the block, the chain does not list it yet.
+TEST_F(NodeStore, delete_whose_node_block_cannot_be_freed_has_lost_the_block) {
   CreateUpTo(17);
   const testhost::FileSet files = testhost::Snapshot();
   const struct {

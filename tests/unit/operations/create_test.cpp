@@ -224,7 +224,7 @@ TEST_F(Create, without_a_free_number_fails) {
   EXPECT_EQ(NumberOf("X"), 5u);
 }
 
-TEST_F(Create, in_what_is_no_directory_is_path_not_found) {
+TEST_F(Create, in_what_is_not_a_directory_is_path_not_found) {
   MakeFile("F");
   ClearError();
   const NodeRef file(OrbNodeGet(volume_, 2));
@@ -396,7 +396,7 @@ TEST_F(Create, with_any_allocation_failing_while_all_grows_leaves_a_lost_block_a
 }
 
 // The undoing puts the directory's block into the chain as a new record, and the node block behind it.
-TEST_F(Create, with_the_last_allocation_failing_while_all_grows_gives_every_block_back) {
+TEST_F(Create, with_the_last_allocation_failing_while_all_grows_frees_every_block) {
   MakeDirectory("D");
   MakeFile("D/J");
   MakeFiles("F", 1, 29);

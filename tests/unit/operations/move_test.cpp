@@ -87,7 +87,7 @@ TEST_F(Move, into_a_full_block_writes_the_destination_s_new_block_first) {
   EXPECT_EQ(Findings(), "");
 }
 
-TEST_F(Move, of_the_only_name_in_a_block_gives_the_source_s_block_back) {
+TEST_F(Move, of_the_only_name_in_a_block_frees_the_source_s_block) {
   MakeFiles("D/N", 1, 29);  // with F and G 31 names; N29 is alone in D's second block
   const std::string block = std::to_string(Stored(2).direct[1]);
   EXPECT_EQ(MoveFile("D/N29", "E/N29"), "");

@@ -38,7 +38,7 @@ TEST_F(Remove, file_with_blocks_writes_the_emptied_node_before_the_chain) {
   EXPECT_EQ(Findings(), "");
 }
 
-TEST_F(Remove, file_of_seven_blocks_gives_back_the_direct_blocks_the_map_block_and_its_one) {
+TEST_F(Remove, file_of_seven_blocks_frees_the_direct_blocks_the_map_block_and_its_one) {
   MakeFile("F", Pattern(7 * 1024));  // blocks 3 to 8, 9 the seventh, 10 the map's
   ASSERT_EQ(Stored(2).indirect, 10u);
   EXPECT_EQ(DeleteFile("F"), "");
@@ -50,7 +50,7 @@ TEST_F(Remove, file_of_seven_blocks_gives_back_the_direct_blocks_the_map_block_a
   EXPECT_EQ(Findings(), "");
 }
 
-TEST_F(Remove, directory_gives_its_block_back) {
+TEST_F(Remove, directory_frees_its_block) {
   MakeDirectory("D");
   EXPECT_EQ(DeleteFile("D"), "");
   EXPECT_EQ(
@@ -60,7 +60,7 @@ TEST_F(Remove, directory_gives_its_block_back) {
   EXPECT_EQ(Findings(), "");
 }
 
-TEST_F(Remove, last_node_of_a_node_block_gives_the_node_block_back) {
+TEST_F(Remove, last_node_of_a_node_block_frees_the_node_block) {
   MakeFiles("F", 2, 17);  // node 17 is the first in block 3
   EXPECT_EQ(DeleteFile("F17"), "");
   EXPECT_EQ(
@@ -70,7 +70,7 @@ TEST_F(Remove, last_node_of_a_node_block_gives_the_node_block_back) {
   EXPECT_EQ(Findings(), "");
 }
 
-TEST_F(Remove, only_name_in_a_block_gives_the_parent_s_block_back_before_the_parent_s_node) {
+TEST_F(Remove, only_name_in_a_block_frees_the_parent_s_block_before_the_parent_s_node) {
   MakeFiles("F", 2, 32);  // F32 is the first of the root's second block, block 4; nodes 17 to 32 are in block 3
   ASSERT_EQ(Stored(1).direct[1], 4u);
   EXPECT_EQ(DeleteFile("F32"), "");
@@ -286,7 +286,7 @@ TEST_F(Remove, with_any_allocation_failing_while_all_shrinks_leaves_leaks_at_mos
                        "OUT_OF_MEMORY",                            // the parent's block
                        "OUT_OF_MEMORY",                            // the node
                        "OUT_OF_MEMORY, block-leaked node-leaked",  // the new record, in the parent's second block
-                       "OUT_OF_MEMORY, block-leaked node-leaked",  // the header that names it
+                       "OUT_OF_MEMORY, block-leaked node-leaked",  // the header that refers to it
                        "OUT_OF_MEMORY, block-leaked",              // the six direct blocks
                        "OUT_OF_MEMORY, block-leaked", "OUT_OF_MEMORY, block-leaked", "OUT_OF_MEMORY, block-leaked",
                        "OUT_OF_MEMORY, block-leaked", "OUT_OF_MEMORY, block-leaked",

@@ -85,7 +85,7 @@ TEST_F(BlockIo, bytes_of_a_block_out_of_reach_are_refused_by_the_host_and_not_fo
 }
 
 // A data area that begins 1124 bytes into the container: 2097150 blocks end before 2^31, the next would begin there and
-// be cut. It is no block, not even the part of it that lies below.
+// be cut. It is not a block, not even the part of it that lies below.
 TEST_F(BlockIo, block_cut_by_two_gigabytes_is_out_of_reach) {
   ASSERT_EQ(OrbUnmountVolumeA("A"), 1);
   testhost::RemoveFile(u"VOL");

@@ -88,7 +88,7 @@ class FreeChainModel : public LibraryTest {
     ExpectHeap(std::vector<uint32_t>(record->heap, record->heap + record->count), expected);
   }
 
-  // Takes and gives back blocks at random, more of one and more of the other by turns.
+  // Takes and frees blocks at random, more of one and more of the other by turns.
   void Run(uint32_t blockSize, uint32_t capacity, uint32_t operations, uint32_t turn, uint32_t seed) {
     Volume* const volume = FormatAndMount(16, blockSize);
     testhost::SetTracing(false);

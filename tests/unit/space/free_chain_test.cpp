@@ -137,7 +137,7 @@ TEST_F(FreeChain, growth_ends_below_two_gigabytes_for_every_block_size) {
 
 // ---- Giving blocks back ---------------------------------------------------------------------------------------------
 
-TEST_F(FreeChain, first_block_given_back_becomes_an_empty_record_and_then_the_head) {
+TEST_F(FreeChain, first_block_freed_becomes_an_empty_record_and_then_the_head) {
   EXPECT_TRUE(FreeBlock(volume_, 20));
   EXPECT_EQ(TraceText(), "size / seek 52 / write 52 4 / seek 20496 / write 20496 1024 / seek 0 / write 0 128");
   Bytes record(1024);
@@ -148,7 +148,7 @@ TEST_F(FreeChain, first_block_given_back_becomes_an_empty_record_and_then_the_he
   EXPECT_EQ(0, memcmp(volume_->freeChain, record.data(), 1024));
 }
 
-TEST_F(FreeChain, next_block_given_back_is_one_write_of_the_record) {
+TEST_F(FreeChain, next_block_freed_is_one_write_of_the_record) {
   Free({20});
   EXPECT_TRUE(FreeBlock(volume_, 9));
   EXPECT_EQ(TraceText(), "size / seek 52 / write 52 4 / seek 20496 / write 20496 1024");
@@ -171,14 +171,14 @@ TEST_F(FreeChain, equal_entries_may_stand_side_by_side) {
   EXPECT_EQ(AllocBlock(volume_), 7u);
 }
 
-TEST_F(FreeChain, block_that_was_never_written_is_given_back_without_a_change) {
+TEST_F(FreeChain, block_that_was_never_written_is_freed_without_a_change) {
   EXPECT_TRUE(FreeBlock(volume_, 21));
   EXPECT_EQ(TraceText(), "size");
   EXPECT_EQ(volume_->header.freeChainHead, 0u);
   EXPECT_EQ(AllocBlock(volume_), 21u);
 }
 
-TEST_F(FreeChain, block_written_in_part_is_given_back_without_a_change) {
+TEST_F(FreeChain, block_written_in_part_is_freed_without_a_change) {
   for (const uint32_t part : {1u, 1023u}) {
     testhost::ResizeFile(u"VOL", 1040 + 20 * 1024 + part);
     EXPECT_TRUE(FreeBlock(volume_, 21)) << part;
