@@ -1,7 +1,8 @@
 /* memfile.h - the memory-file library: one file per process that lives in memory, with a position.
  *
  * The container "??MEM??" is this file. liborba loads the library by name when a volume is formatted there and finds
- * the entry points by theirs. Needs malloc, calloc, free and memcpy/memset of the C library, nothing else.
+ * the entry points by theirs. Needs calloc, free and memcpy/memset of the C library, on Linux its mapping calls,
+ * nothing else.
  *
  * Results are 1 for success and 0 for failure where nothing else is said. A failed call changes neither the file nor
  * its position. Every call but CreateMemFile fails while there is no memory file, and with a null pointer where one is

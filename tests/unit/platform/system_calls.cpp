@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <stdarg.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/uio.h>
@@ -21,6 +22,7 @@ struct Order {
 Order g_orders[systemcalls::kCalls];
 uint32_t g_counts[systemcalls::kCalls];
 int64_t g_blocks;
+int64_t g_mapped;
 bool g_clocksStopped;
 timespec g_now;
 
@@ -45,6 +47,7 @@ void systemcalls::Reset() {
   for (Order& order : g_orders) order = {};
   for (uint32_t& count : g_counts) count = 0;
   g_blocks = 0;
+  g_mapped = 0;
   g_clocksStopped = false;
 }
 
@@ -66,6 +69,8 @@ void systemcalls::FailNth(Call call, uint32_t n, int error) {
 void systemcalls::ShortenNext(Call call, size_t bytes) { g_orders[call].limit = bytes; }
 
 int64_t systemcalls::BlocksHeld() { return g_blocks; }
+
+int64_t systemcalls::BytesMapped() { return g_mapped; }
 
 void systemcalls::StopClocks(timespec now) {
   g_clocksStopped = true;
@@ -89,6 +94,11 @@ ssize_t __real_preadv(int descriptor, const iovec* pieces, int count, off_t offs
 ssize_t __real_pwrite(int descriptor, const void* buffer, size_t count, off_t offset);
 int __real_fdatasync(int descriptor);
 int __real_fsync(int descriptor);
+void* __real_mmap(void* address, size_t size, int access, int flags, int descriptor, off_t offset);
+int __real_munmap(void* address, size_t size);
+void* __real_mremap(void* address, size_t oldSize, size_t newSize, int flags);
+int __real_mprotect(void* address, size_t size, int access);
+int __real_madvise(void* address, size_t size, int advice);
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* block, size_t size);
@@ -158,6 +168,32 @@ ssize_t __wrap_pwrite(int descriptor, const void* buffer, size_t count, off_t of
 int __wrap_fdatasync(int descriptor) { return Refuse(kFdatasync) ? -1 : __real_fdatasync(descriptor); }
 
 int __wrap_fsync(int descriptor) { return Refuse(kFsync) ? -1 : __real_fsync(descriptor); }
+
+void* __wrap_mmap(void* address, size_t size, int access, int flags, int descriptor, off_t offset) {
+  void* mapping = Refuse(kMmap) ? MAP_FAILED : __real_mmap(address, size, access, flags, descriptor, offset);
+  if (mapping != MAP_FAILED) g_mapped += static_cast<int64_t>(size);
+  return mapping;
+}
+
+int __wrap_munmap(void* address, size_t size) {
+  if (Refuse(kMunmap)) return -1;
+  g_mapped -= static_cast<int64_t>(size);
+  return __real_munmap(address, size);
+}
+
+void* __wrap_mremap(void* address, size_t oldSize, size_t newSize, int flags) {
+  void* mapping = Refuse(kMremap) ? MAP_FAILED : __real_mremap(address, oldSize, newSize, flags);
+  if (mapping != MAP_FAILED) g_mapped += static_cast<int64_t>(newSize) - static_cast<int64_t>(oldSize);
+  return mapping;
+}
+
+int __wrap_mprotect(void* address, size_t size, int access) {
+  return Refuse(kMprotect) ? -1 : __real_mprotect(address, size, access);
+}
+
+int __wrap_madvise(void* address, size_t size, int advice) {
+  return Refuse(kMadvise) ? -1 : __real_madvise(address, size, advice);
+}
 
 void* __wrap_malloc(size_t size) {
   void* block = Refuse(kMalloc) ? nullptr : __real_malloc(size);

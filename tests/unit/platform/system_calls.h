@@ -23,6 +23,11 @@ enum Call {
   kPwrite,
   kFdatasync,
   kFsync,
+  kMmap,
+  kMunmap,
+  kMremap,
+  kMprotect,
+  kMadvise,
   kMalloc,  // from here on no system calls
   kCalloc,
   kRealloc,
@@ -45,6 +50,9 @@ void ShortenNext(Call call, size_t bytes);
 
 // Blocks from malloc, calloc and realloc that were not freed since the last reset.
 int64_t BlocksHeld();
+
+// Bytes of address space from mmap and mremap that were not given back since the last reset.
+int64_t BytesMapped();
 
 // From now until the reset every clock shows this time.
 void StopClocks(timespec now);
