@@ -1,5 +1,5 @@
-// What the workloads need of whoever keeps files in a single host file or in memory. One volume, one open file at a time.
-// A call that fails ends the program: a benchmark that measures failures would look fast.
+// What the workloads need of whoever keeps files in a single host file or in memory. One volume, one open file at a
+// time. A call that fails ends the program: a benchmark that measures failures would look fast.
 #pragma once
 
 #include <cstddef>

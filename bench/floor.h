@@ -1,5 +1,5 @@
-// The floor: the container calls of a workload on a plain file or plain memory, one system call or one copy each, with no
-// file system at all.
+// The floor: the container calls of a workload on a plain file or plain memory, one system call or one copy each, with
+// no file system at all.
 #pragma once
 
 #include "bench/trace.h"

@@ -1,7 +1,7 @@
 // The workloads on orba and its peers, and on the floor below orba: its own container calls with no file system. Each
 // repetition is one whole workload in a new volume; the repetitions of all come in turn, so that a busy machine slows
-// everybody. Times are processor time per operation, the kernel's included: nothing here waits for a disk, so that is the
-// time it takes where nobody else is busy. script/bench runs this and reads the results.
+// everybody. Times are processor time per operation, the kernel's included: nothing here waits for a disk, so that is
+// the time it takes where nobody else is busy. script/bench runs this and reads the results.
 //
 //   workloads FOLDER_OF_TRACES [Google Benchmark's options]     works in the current folder
 #include <benchmark/benchmark.h>

@@ -82,7 +82,7 @@ class CallCounts {
   const OrbU32 reads_, writes_, seeks_;
 };
 
-// ---- Transfers of a whole file: the arguments are the block size and the bytes of a call ------------------------------
+// ---- Transfers of a whole file: the arguments are the block size and the bytes of a call ----------------------------
 
 template <typename Transfer>
 void TransferThroughFile(benchmark::State& state, Transfer transfer) {
@@ -139,7 +139,7 @@ void TransferThroughHost(benchmark::State& state, Transfer transfer) {
 void HostRead(benchmark::State& state) { TransferThroughHost(state, pread); }
 void HostWrite(benchmark::State& state) { TransferThroughHost(state, pwrite); }
 
-// ---- Names: the argument is how many entries the directory holds -----------------------------------------------------
+// ---- Names: the argument is how many entries the directory holds ----------------------------------------------------
 
 void FillDirectory(int64_t entries) {
   for (int64_t i = 0; i < entries; ++i) Require(OrbCreateFileA(Numbered("B:/F", i).c_str(), 0) != 0, "creating");

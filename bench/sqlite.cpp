@@ -1,5 +1,5 @@
-// Files as rows of an SQLite database, each operation a transaction of its own. The bytes of a large file are a blob that
-// is written and read in pieces; its row is inserted with zeros first, for a blob cannot grow.
+// Files as rows of an SQLite database, each operation a transaction of its own. The bytes of a large file are a blob
+// that is written and read in pieces; its row is inserted with zeros first, for a blob cannot grow.
 #include <sqlite3.h>
 
 #include <cstdio>

@@ -250,7 +250,7 @@ def directory_first_block_text(c):
 
 @case("wide")
 def directory_last_block_given_back(c):
-    """The last block of /WIDE, with one entry, is a record of the free chain, as a removal leaves it that was stopped."""
+    """The last block of /WIDE, with one entry, is a record of the free chain, as a stopped removal leaves it."""
     block = c.data_block("/WIDE", 6)
     c.put(c.block(block), b"FBC1" + bytes(1020))
     c.put_word(at.CHAIN_HEAD, block)

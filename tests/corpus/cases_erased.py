@@ -44,5 +44,5 @@ def erased_first_4096_bytes(c):
 
 @case("plain")
 def erased_first_4096_bytes_default(c):
-    """The first 4096 bytes are zeros: all before the data area and the first half of the block of nodes, all nodes used."""
+    """The first 4096 bytes are zeros: all before the data area and the first half of the node block, all nodes used."""
     c.put(0, bytes(4096))

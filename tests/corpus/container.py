@@ -1,8 +1,8 @@
 """Sound containers, made with the real orba, and the places in them that a case breaks.
 
-Knows the layout just well enough to find a field by what it means: the slot for logical block 7 of a file, the entry of a
-name, the second record of the free chain. All places are looked up in the sound container, so that one damage does not hide
-the place of the next.
+Knows the layout just well enough to find a field by what it means: the slot for logical block 7 of a file, the entry of
+a name, the second record of the free chain. All places are looked up in the sound container, so that one damage does
+not hide the place of the next.
 """
 import functools
 import os
@@ -33,8 +33,8 @@ NEXT, COUNT, ENTRIES = 4, 8, 12
 
 
 class Container:
-    """The bytes of one container, to be changed at will. Numbers of blocks and nodes are plain integers, places are byte
-    offsets; files and directories go by their paths in the sound container."""
+    """The bytes of one container, to be changed at will. Numbers of blocks and nodes are plain integers, places are
+    byte offsets; files and directories go by their paths in the sound container."""
 
     def __init__(self, sound):
         self.sound = bytes(sound)
@@ -206,8 +206,8 @@ class _Maker:
 
 
 def _tree(folder):
-    """Blocks of 1024 bytes. Files on each side of the borders of the block map, directories four deep, one of three blocks,
-    two free nodes between the used ones and a free chain of one record."""
+    """Blocks of 1024 bytes. Files on each side of the borders of the block map, directories four deep, one of three
+    blocks, two free nodes between the used ones and a free chain of one record."""
     maker = _Maker(folder, "--block-size", 1024, "--nodes", 96)
     maker.directory("/A", "/A/B", "/A/B/C", "/LOGS")
     maker.file("/EMPTY.TXT", 0)
@@ -224,8 +224,8 @@ def _tree(folder):
 
 
 def _wide(folder):
-    """Blocks of 1024 bytes. A directory /WIDE of seven blocks, one more than its record has direct slots, with the files
-    W000 to W190 in it; its last block holds one entry. No block is free."""
+    """Blocks of 1024 bytes. A directory /WIDE of seven blocks, one more than its record has direct slots, with the
+    files W000 to W190 in it; its last block holds one entry. No block is free."""
     maker = _Maker(folder, "--block-size", 1024, "--nodes", 224)
     maker.directory("/WIDE")
     maker.files("/WIDE", [f"W{i:03}" for i in range(191)], 20)

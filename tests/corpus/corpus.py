@@ -1,16 +1,17 @@
 #!/usr/bin/env python3
-"""The corpus of damaged containers: each is made by a case that says in one sentence what it breaks, and comes with what
-`orba check` has to say about it, what `orba repair` does and what is left of the files then, in expected/NAME.txt.
+"""The corpus of damaged containers: each is made by a case that says in one sentence what it breaks, and comes with
+what `orba check` has to say about it, what `orba repair` does and what is left of the files then, in expected/NAME.txt.
 
     corpus.py                 tests every case (ORBA names the program under test)
     corpus.py GROUP|NAME...   tests some
     corpus.py --write FOLDER [GROUP|NAME...]   writes the damaged containers for people to look at
-    corpus.py --update [GROUP|NAME...]         writes what is expected anew. Read every change: it is the verdict on the tool
+    corpus.py --update [GROUP|NAME...]         writes what is expected anew. Read every change: it is the verdict on the
+                                               tool
 
-For every case: check tells the same in text and JSON; check, the dry run, recover and a repair that is refused change no byte;
-the dry run shows what the repair does. After one repair check finds the container clean, a second repair changes no byte,
-the library mounts it and reads every file, and undo brings the damage back byte by byte. Recover copies out the very files
-that a repair leaves.
+For every case: check tells the same in text and JSON; check, the dry run, recover and a repair that is refused change
+no byte; the dry run shows what the repair does. After one repair check finds the container clean, a second repair
+changes no byte, the library mounts it and reads every file, and undo brings the damage back byte by byte. Recover
+copies out the very files that a repair leaves.
 """
 import argparse
 import functools

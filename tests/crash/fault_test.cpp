@@ -146,7 +146,8 @@ class FailingOperation : public OperationTest {
   void SetUp() override;
 
   // The operation again and again, with one host call after the other failing; with one write after the other; with one
-  // allocation after the other. Result of the last two: the VerdictList of what is left where it is not as after a stop.
+  // allocation after the other. Result of the last two: the VerdictList of what is left where it is not as after a
+  // stop.
   void FailEachCall(uint32_t hostCode, Repeat repeat);
   std::string FailEachWrite(uint32_t hostCode, Repeat repeat);
   std::string FailEachAllocation(Repeat repeat);

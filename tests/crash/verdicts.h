@@ -29,8 +29,8 @@ void ExpectVerdicts(const testhost::Operation& operation, Situation situation, c
 // From now on verdicts are kept, not compared.
 void KeepVerdicts();
 
-// Writes the files of all operations whose verdicts were kept with each block size in each situation. Result: false where
-// a file cannot be written.
+// Writes the files of all operations whose verdicts were kept with each block size in each situation. Result: false
+// where a file cannot be written.
 bool UpdateVerdicts();
 
 }  // namespace orba

@@ -1,7 +1,7 @@
 """Checks what script/dist built: image_test.py DIST OBJECTS
 
-DIST holds the images, OBJECTS what they were linked from. llvm-readobj and binutils tell what is in them, so nothing here
-rests on elf2pe's own idea of its work.
+DIST holds the images, OBJECTS what they were linked from. llvm-readobj and binutils tell what is in them, so nothing
+here rests on elf2pe's own idea of its work.
 """
 
 import os
@@ -139,7 +139,8 @@ class DeviceImage:
     def test_image_elf_has_nothing_to_run_or_bind_at_start(self):
         names = re.findall(r"^ *\[ *\d+\] (\S+)", run("arm-none-eabi-readelf", "-S", "-W", self.elf), re.M)
         self.assertIn(".text", names)
-        starting = [name for name in names if re.match(r"\.(preinit_|init_|fini_)array|\.[cd]tors|\.got|\.plt|\.dyn", name)]
+        bound = re.compile(r"\.(preinit_|init_|fini_)array|\.[cd]tors|\.got|\.plt|\.dyn")
+        starting = [name for name in names if bound.match(name)]
         self.assertEqual([], starting)
 
     def test_image_checksum_is_right(self):

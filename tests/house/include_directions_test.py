@@ -38,7 +38,8 @@ class IncludeDirections(unittest.TestCase):
                          self.faults(src__space__block_io_cpp='#include "space/cache.h"\n'))
 
     def test_include_of_a_host_folder_is_found(self):
-        self.assertEqual(["src/space/block_io.cpp:1: includes src/platform/posix/handles.h, which has no place among the floors"],
+        self.assertEqual(["src/space/block_io.cpp:1: includes src/platform/posix/handles.h, which has no place among "
+                          "the floors"],
                          self.faults(src__space__block_io_cpp='#include "platform/posix/handles.h"\n',
                                      src__platform__posix__handles_h=""))
 
@@ -68,7 +69,8 @@ class IncludeDirections(unittest.TestCase):
                          self.faults(src__platform__posix__files_cpp="#include <fcntl.h>\n#include <mutex>\n"))
 
     def test_inspection_that_uses_the_library_is_found(self):
-        self.assertEqual(["inspect/container/reader.cpp:2: inspect/ does not include src/nodes/block_map.h"], self.faults(
+        fault = "inspect/container/reader.cpp:2: inspect/ does not include src/nodes/block_map.h"
+        self.assertEqual([fault], self.faults(
             src__volume__layout_h="", src__nodes__block_map_h="",
             inspect__container__reader_cpp='#include "volume/layout.h"\n#include "nodes/block_map.h"\n'))
 

@@ -4,9 +4,10 @@
   invariants.py ROOT
 
 A header in src/ numbers its layer's invariants ("//   D1  entry 0 is ..."), inspect/check/check.h what must hold in a
-container. A test that watches one ends its first line, or the comment above it, with the number ("// D1, D4"); the table
-of findings in inspect/check/finding.cpp has the numbers that do not hold ("C6, D1"), and each of the checker's is there.
-docs/compatibility.md numbers what may not change ("**Q1. ..."); the code that keeps to it cites the number in a comment.
+container. A test that watches one ends its first line, or the comment above it, with the number ("// D1, D4"); the
+table of findings in inspect/check/finding.cpp has the numbers that do not hold ("C6, D1"), and each of the checker's is
+there. docs/compatibility.md numbers what may not change ("**Q1. ..."); the code that keeps to it cites the number in a
+comment.
 """
 import pathlib
 import re

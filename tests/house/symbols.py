@@ -4,7 +4,8 @@
   symbols.py exports LIBRARY DEF FUNCTIONS DATA   its exports are the names in DEF, so many functions and data
   symbols.py needs LIBRARY                        it needs the C library and the loader, no C++ run time
   symbols.py constructors LIBRARY OBJECTS...      nothing runs when it is loaded, beyond the C start-up code
-  symbols.py calls OBJECTS...                     these call malloc, calloc, free, mem*, str*, the device, and each other
+  symbols.py calls OBJECTS...                     these call malloc, calloc, free, mem*, str*, the device and
+                                                  each other
 """
 import argparse
 import re

@@ -5,8 +5,8 @@
 
   - every link of a page leads to a file, a folder or a heading that is there;
   - every page of docs/ stands in docs/README.md;
-  - the text stands by itself: no path of somebody's machine, no address of a host, no number of a ticket or of a part of
-    a document that is not here.
+  - the text stands by itself: no path of somebody's machine, no address of a host, no number of a ticket or of a part
+    of a document that is not here.
 """
 import pathlib
 import re

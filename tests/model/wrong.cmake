@@ -1,6 +1,7 @@
-# Runs PROGRAM with a model that is wrong in one thing (KIND) and requires that the comparison finds it: exit status 1, and
-# a sequence shortened to at most 10 calls, with what differs behind it.
-execute_process(COMMAND "${PROGRAM}" --wrong ${KIND} --seed ${SEED} --seeds 10 RESULT_VARIABLE status OUTPUT_VARIABLE text)
+# Runs PROGRAM with a model that is wrong in one thing (KIND) and requires that the comparison finds it: exit status 1,
+# and a sequence shortened to at most 10 calls, with what differs behind it.
+execute_process(COMMAND "${PROGRAM}" --wrong ${KIND} --seed ${SEED} --seeds 10
+                RESULT_VARIABLE status OUTPUT_VARIABLE text)
 message("${text}")
 if(NOT status EQUAL 1)
   message(FATAL_ERROR "exit status ${status}, expected 1")

@@ -131,7 +131,8 @@ class CheckTest(DamageTest):
     def test_documentation_tells_every_field_and_kind_of_the_json(self):
         self.cut_first_block(4)
         report = json.loads(self.check("--json").out)
-        kinds = re.findall(r'k(?:Note|Leak|Interrupted|Damage), "([a-z-]+)"', (TOP / "inspect/check/finding.cpp").read_text())
+        findings = (TOP / "inspect/check/finding.cpp").read_text()
+        kinds = re.findall(r'k(?:Note|Leak|Interrupted|Damage), "([a-z-]+)"', findings)
         self.assertGreater(len(kinds), 50)
         text = (TOP / "docs/orba-tool.md").read_text()
         for word in [*report, *report["findings"][0], "error", *kinds]:
@@ -425,8 +426,8 @@ class RecoverTest(DamageTest):
         result = self.orba("recover", "card.orb", "out")
         self.assertEqual(result.status, 1)
         self.assertEqual(result.err, "orba: cannot write out/X: File exists (EEXIST, 17)\n"
-                                     "      recover into another folder, or use --force to overwrite it, --no-clobber to "
-                                     "leave it alone\n")
+                                     "      recover into another folder, or use --force to overwrite it, --no-clobber "
+                                     "to leave it alone\n")
         self.assertEqual(self.contents("out"), {"LOGS": None, "LOGS/DAY1.TXT": b"one" * 2000, "X": b"mine"})
 
     def test_recover_force_overwrites_and_no_clobber_leaves_alone(self):

@@ -72,7 +72,8 @@ class ListTest(ToolTest):
         self.assertEqual(self.ok("ls", "co:/lon.orb:/"), "")
         message = self.fails(1, "ls", "card.orb/")
         self.assertIn("cannot open card.orb/: a folder on the way to it is missing, or is not a folder "
-                      "(ORB_ERROR_PATH_NOT_FOUND, 0x30000014)\n      the root of that container is card.orb:/\n", message)
+                      "(ORB_ERROR_PATH_NOT_FOUND, 0x30000014)\n"
+                      "      the root of that container is card.orb:/\n", message)
         self.assertNotIn("mkdir", self.fails(1, "ls", "none/card.orb"))
 
     def test_ls_of_what_is_no_container_points_to_check_alone(self):
@@ -132,8 +133,8 @@ class ListTest(ToolTest):
             before = self.read("card.orb")
             result = self.orba(*arguments)
             self.assertEqual((result.status, result.out), (0, clean), result)
-            self.assertEqual(result.err, "orba: warning: card.orb is marked: an update of it was interrupted, and what it "
-                                         "changed may be incomplete\n")
+            self.assertEqual(result.err, "orba: warning: card.orb is marked: an update of it was interrupted, and what "
+                                         "it changed may be incomplete\n")
             self.assertEqual(self.read("card.orb"), before)
             self.patch("card.orb", STATE_FLAGS, b"\0")
 

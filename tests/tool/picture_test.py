@@ -154,8 +154,8 @@ class MapTest(PictureTest):
         self.assertIn("block 3: directories, /LOGS", titles)
         self.assertIn("blocks 7 to 13: files, /X", titles)
         texts = [text.text for text in picture.iter(SVG + "text")]
-        self.assertEqual(texts, ["card.orb: 14 blocks of 1024 bytes", "nodes 1", "directories 2", "block maps 1", "files 7",
-                                 "free 3", "leaked 0", "used twice 0", "1"])
+        self.assertEqual(texts, ["card.orb: 14 blocks of 1024 bytes", "nodes 1", "directories 2", "block maps 1",
+                                 "files 7", "free 3", "leaked 0", "used twice 0", "1"])
         swatches = [rectangle.get("fill") for rectangle in picture.iter(SVG + "rect") if rectangle.get("width") == "12"]
         self.assertEqual(len(set(swatches)), 8)
         self.assertEqual(self.ok("map", "--svg", "-", "card.orb"), self.read("card.svg").decode())

@@ -598,8 +598,8 @@ class GetTest(ToolTest):
         for arguments in (["get", "card.orb:/TREE", "out"], ["ls", "card.orb:/TREE"]):
             result = self.orba(*arguments)
             self.assertEqual(result.status, 1, result)
-            self.assertIn("no path leads to card.orb:/TREE/..: its name is damaged: it is that of the directory itself or "
-                          "the one above it\n", result.err)
+            self.assertIn("no path leads to card.orb:/TREE/..: its name is damaged: it is that of the directory itself "
+                          "or the one above it\n", result.err)
         self.assertEqual(self.contents("out"), {"SUB": None, "SUB/X.BIN": ALL_BYTES})
 
     def test_get_unreadable_file_is_told_and_leaves_nothing(self):
@@ -610,8 +610,8 @@ class GetTest(ToolTest):
         self.patch("card.orb", BLOCK_1 + (node - 1) * NODE_SIZE + 32, b"\xff\xff\xff\x7f")
         result = self.orba("get", "card.orb:/TREE", "out")
         self.assertEqual(result.status, 1, result)
-        self.assertIn("orba: cannot read card.orb:/TREE/Y.TXT beyond byte 0: logical block 0 is block 2147483647, which the "
-                      "container does not hold\n", result.err)
+        self.assertIn("orba: cannot read card.orb:/TREE/Y.TXT beyond byte 0: logical block 0 is block 2147483647, "
+                      "which the container does not hold\n", result.err)
         self.assertEqual(self.contents("out"), {"SUB": None, "SUB/X.BIN": ALL_BYTES})
 
     def test_get_crossed_maps_ends_in_proportion_to_the_container(self):

@@ -1,6 +1,5 @@
-// Files of the host: opened for reading, written under a temporary name until they are whole, stamped with the times that
-// a container holds. Stands on failure,
-// interrupt and host.
+// Files of the host: opened for reading, written under a temporary name until they are whole, stamped with the times
+// that a container holds. Stands on failure, interrupt and host.
 #pragma once
 
 #include <cstddef>

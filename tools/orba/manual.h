@@ -1,5 +1,5 @@
-// Everything that explains the command line, made from the commands' records and their syntax: the help, the manual page
-// and the completion. Stands on command.
+// Everything that explains the command line, made from the commands' records and their syntax: the help, the manual
+// page and the completion. Stands on command.
 #pragma once
 
 #include <string>

@@ -1,6 +1,6 @@
 // Files behind 32-bit handles. Position and size belong to the handle: the exclusive lock keeps the size ours, so
-// seeking and asking for the size need no system call. It keeps the bytes ours as well, so those read lately are cached;
-// a write is one positional call, at once.
+// seeking and asking for the size need no system call. It keeps the bytes ours as well, so those read lately are
+// cached; a write is one positional call, at once.
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>

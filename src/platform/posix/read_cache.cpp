@@ -146,8 +146,8 @@ Part FirstPart(const ReadCache* cache, uint64_t begin, uint64_t end) {
   return {line, begin - LineStart(cache, line), static_cast<uint32_t>(Smaller(end, LineEnd(cache, line)) - begin)};
 }
 
-// Whoever reads a line's worth reads whole blocks; from the first of them on, lines begin where blocks do. What was read
-// before is forgotten.
+// Whoever reads a line's worth reads whole blocks; from the first of them on, lines begin where blocks do. What was
+// read before is forgotten.
 void FitLines(ReadCache* cache, uint64_t position) {
   cache->fitted = true;
   const auto offset = static_cast<uint32_t>(position % kCacheLineSize);

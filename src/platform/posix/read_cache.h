@@ -2,8 +2,8 @@
 // lines of 4 KiB, each taken from the heap when it is first needed. Reads that go on where the last ones ended fetch
 // lines ahead. Nothing is held back: a write goes to the file, and then into the lines that hold its place.
 //
-// Bytes are copied out of lines, never mapped: a medium that fails stays an error code, a file that was cut a short read.
-// Stands on the C library alone.
+// Bytes are copied out of lines, never mapped: a medium that fails stays an error code, a file that was cut a short
+// read. Stands on the C library alone.
 //
 // The lines agree with the file as long as all writes come through this cache, which is what the exclusive lock on the
 // file is for. A line at the file's end holds zeros behind the end, as the file will once it grows.
@@ -24,8 +24,8 @@ struct ReadCache;
 ReadCache* NewReadCache();
 void FreeReadCache(ReadCache* cache);  // null: nothing
 
-// Reads `count` bytes at `position`, all of them before `size`, the file's size, from the lines or the file. `cache` may
-// be null: from the file then, as where memory for a line is lacking.
+// Reads `count` bytes at `position`, all of them before `size`, the file's size, from the lines or the file. `cache`
+// may be null: from the file then, as where memory for a line is lacking.
 //   returns  0, `*done` the bytes read: fewer than `count` only where the file proves shorter than `size`;
 //            errno, `*done` the bytes read before the failure. A line that could not be read in full is not kept.
 int ReadCached(ReadCache* cache, int descriptor, uint64_t size, uint64_t position, void* buffer, uint32_t count,
