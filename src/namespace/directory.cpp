@@ -47,8 +47,8 @@ bool WriteDirBlock(const OrbDirEntry* entries, const OrbNode* directory, uint32_
 
 // What to look for in a directory: an entry, and the bits of it that count.
 struct SoughtEntry {
-  alignas(uint32_t) OrbDirEntry entry = {};
-  alignas(uint32_t) OrbDirEntry counts = {};
+  alignas(size_t) OrbDirEntry entry = {};
+  alignas(size_t) OrbDirEntry counts = {};
 };
 
 // A name counts up to its terminator. Of a letter the bit that tells lower from upper case does not, whatever case the
@@ -61,9 +61,9 @@ void SeekName(SoughtEntry* sought, const char* name) {
   } while (name[i++] != '\0');
 }
 
-// Compares word by word; nearly every entry differs in the first.
+// Compares by the machine's words; nearly every entry differs in the first or second.
 bool IsSought(const SoughtEntry& sought, const OrbDirEntry* entry) {
-  using Word [[gnu::may_alias]] = uint32_t;
+  using Word [[gnu::may_alias]] = size_t;
   const Word* const words = reinterpret_cast<const Word*>(entry);
   const Word* const wanted = reinterpret_cast<const Word*>(&sought.entry);
   const Word* const counts = reinterpret_cast<const Word*>(&sought.counts);
