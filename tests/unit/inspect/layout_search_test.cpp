@@ -1,0 +1,126 @@
+#include "inspect/container/layout_search.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "inspect/container/image.h"
+#include "tests/support/image_builder.h"
+
+namespace orba::inspect {
+namespace {
+
+using testimage::Bytes;
+using testimage::ImageBuilder;
+
+Layout Search(const ImageBuilder& image) { return SearchLayout(MemoryImage(image.bytes())); }
+
+// All in front of block `first` is lost.
+void EraseBefore(ImageBuilder* image, std::uint32_t first) {
+  std::fill_n(image->bytes().begin(), image->BlockOffset(first), std::uint8_t{0});
+}
+
+// 40 files and 3 directories: a node block for each of the larger block sizes, three for the smallest.
+ImageBuilder Tree(std::uint32_t blockSize, std::uint32_t bitmapBytes) {
+  ImageBuilder image(blockSize, bitmapBytes);
+  std::uint16_t directory = 1;
+  for (int i = 0; i < 3; ++i) directory = image.AddDirectory(directory, "D");
+  for (int i = 0; i < 40; ++i) image.AddFile(directory, "F" + std::to_string(i), 100);
+  return image;
+}
+
+TEST(SearchLayout, lost_header_table_and_bitmap_are_made_good) {
+  for (const std::uint32_t blockSize : {1024u, 2048u, 4096u, 8192u}) {
+    for (const std::uint32_t bitmapBytes : {8u, 100u, 896u}) {
+      ImageBuilder image = Tree(blockSize, bitmapBytes);
+      EraseBefore(&image, 1);
+      EXPECT_EQ(Search(image).blockSize, blockSize) << bitmapBytes;
+      EXPECT_EQ(Search(image).dataOffset, 1024 + bitmapBytes) << blockSize;
+    }
+  }
+}
+
+TEST(SearchLayout, lost_first_block_is_made_good_too) {
+  for (const std::uint32_t blockSize : {1024u, 2048u, 4096u, 8192u}) {
+    ImageBuilder image = Tree(blockSize, 60);
+    for (int i = 0; i < 150; ++i) image.AddFile(1, "G" + std::to_string(i), 0);  // more node blocks
+    image.AddDirectory(1, "E");
+    EraseBefore(&image, 2);
+    EXPECT_EQ(Search(image).blockSize, blockSize);
+    EXPECT_EQ(Search(image).dataOffset, 1084u) << blockSize;
+  }
+}
+
+TEST(SearchLayout, two_witnesses_are_enough_and_one_is_not) {
+  ImageBuilder image(1024, 8);  // the root's directory in block 2, and the first node block
+  EraseBefore(&image, 1);
+  EXPECT_EQ(Search(image).blockSize, 1024u);
+  EXPECT_EQ(Search(image).dataOffset, 1032u);
+  EraseBefore(&image, 2);
+  EXPECT_EQ(Search(image).blockSize, 0u);
+}
+
+// Four slots of the first node block fit a block of any size, and nothing else is there.
+TEST(SearchLayout, sizes_that_are_supported_alike_are_none) {
+  ImageBuilder image(1024, 8);
+  std::fill_n(image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(5)), 12 * 64, std::uint8_t{0});
+  EraseBefore(&image, 1);
+  EXPECT_EQ(Search(image).blockSize, 1024u);  // the root's directory lies where block 2 of this size would
+  std::fill_n(image.bytes().begin() + static_cast<std::ptrdiff_t>(image.BlockOffset(2)), 1024, std::uint8_t{0});
+  EXPECT_EQ(Search(image).blockSize, 0u);
+}
+
+TEST(SearchLayout, directories_that_lie_elsewhere_contradict) {
+  ImageBuilder image = Tree(1024, 8);
+  for (std::uint16_t node = 1; node <= 4; ++node) {
+    image.Put32(image.NodeOffset(node) + 32, image.MappedBlock(node, 0) + 1);
+  }
+  EraseBefore(&image, 1);
+  EXPECT_EQ(Search(image).blockSize, 0u);
+}
+
+TEST(SearchLayout, deleted_directories_lie_where_they_may) {
+  ImageBuilder image = Tree(1024, 8);
+  EraseBefore(&image, 1);
+  const std::uint32_t old = image.AppendBlock();  // the dots of a node that is a file now
+  image.Put16(image.BlockOffset(old), 10);
+  image.PutText(image.BlockOffset(old) + 2, ".");
+  image.Put16(image.BlockOffset(old) + 32, 1);
+  image.PutText(image.BlockOffset(old) + 34, "..");
+  EXPECT_EQ(Search(image).blockSize, 1024u);
+  EXPECT_EQ(Search(image).dataOffset, 1032u);
+}
+
+TEST(SearchLayout, data_area_begins_no_later_than_behind_the_largest_bitmap) {
+  ImageBuilder image = Tree(1024, 896);
+  EraseBefore(&image, 1);
+  EXPECT_EQ(Search(image).dataOffset, 1920u);
+  image.bytes().insert(image.bytes().begin(), 1);  // one byte more in front
+  EXPECT_EQ(Search(image).blockSize, 0u);
+}
+
+// A scan goes by pieces of 64 KiB; the node block and the directory each begin in one piece and end in the next.
+TEST(SearchLayout, records_across_the_pieces_of_the_scan_are_found) {
+  for (const std::uint32_t shift : {1u, 20u, 32u, 63u, 64u, 65u}) {
+    ImageBuilder image(1024, 64 + 8 + shift);
+    for (int i = 0; i < 14; ++i) image.AddFile(1, "F" + std::to_string(i), i == 0 ? 61 * 1024 : 0);
+    image.AddFile(1, "NODE17", 0);  // its node block begins before 64 KiB
+    const std::uint16_t directory = image.AddDirectory(1, "D");
+    ASSERT_GT(image.NodeOffset(directory), 65536u - 1024);
+    EraseBefore(&image, 1);
+    EXPECT_EQ(Search(image).blockSize, 1024u) << shift;
+    EXPECT_EQ(Search(image).dataOffset, 1024 + 72 + shift);
+  }
+}
+
+TEST(SearchLayout, anything_else_has_no_layout) {
+  EXPECT_EQ(SearchLayout(MemoryImage({})).blockSize, 0u);
+  EXPECT_EQ(SearchLayout(MemoryImage(Bytes(63))).blockSize, 0u);
+  EXPECT_EQ(SearchLayout(MemoryImage(Bytes(200000))).blockSize, 0u);
+  EXPECT_EQ(SearchLayout(MemoryImage(testimage::Pattern(200000, 1))).blockSize, 0u);
+}
+
+}  // namespace
+}  // namespace orba::inspect
