@@ -12,7 +12,7 @@ if(ORBA_TESTS)
   target_link_libraries(elf2pe_tests PRIVATE GTest::gtest_main)
   gtest_discover_tests(elf2pe_tests DISCOVERY_MODE PRE_TEST)
   add_test(NAME elf2pe_usage COMMAND elf2pe --machine sparc a b)
-  set_tests_properties(elf2pe_usage PROPERTIES PASS_REGULAR_EXPRESSION "--machine is arm or thumb2, not sparc")
+  set_tests_properties(elf2pe_usage PROPERTIES PASS_REGULAR_EXPRESSION "--machine is arm, thumb or thumb2, not sparc")
 
   # What the builds of the library exchange containers with.
   add_executable(exchange tests/device/exchange.cpp)

@@ -7,6 +7,10 @@
 
 #include "platform/coredll.h"
 
+// C++ headers declare these two in more than one form.
+extern "C" char* PlainStrchr(const char* text, int c) __asm__("strchr");
+extern "C" char* PlainStrrchr(const char* text, int c) __asm__("strrchr");
+
 namespace device {
 
 namespace {
@@ -49,13 +53,13 @@ const Import* FindImport(const char* name) {
       {"memmove", AddressOf(memmove)},
       {"memset", AddressOf(memset)},
       {"strcat", AddressOf(strcat)},
-      {"strchr", AddressOf(static_cast<char* (*)(char*, int)>(strchr))},
+      {"strchr", AddressOf(PlainStrchr)},
       {"strcmp", AddressOf(strcmp)},
       {"strcpy", AddressOf(strcpy)},
       {"strlen", AddressOf(strlen)},
       {"strncmp", AddressOf(strncmp)},
       {"strncpy", AddressOf(strncpy)},
-      {"strrchr", AddressOf(static_cast<char* (*)(char*, int)>(strrchr))},
+      {"strrchr", AddressOf(PlainStrrchr)},
   };
   for (const Import& import : kCoredll) {
     if (std::strcmp(import.name, name) == 0) return &import;

@@ -311,6 +311,12 @@ Bytes Mapped(const Bytes& file) {
 
 std::string StringAt(const Bytes& image, uint32_t rva) { return reinterpret_cast<const char*>(image.data()) + rva; }
 
+TEST(PeImage, pe_machine_is_stored_as_given) {
+  for (const auto& [machine, value] : {std::pair(pe::kMachineArm, 0x01C0), std::pair(pe::kMachineThumb, 0x01C2)}) {
+    EXPECT_EQ(value, HeadersOf(elf2pe::BuildPe(MakeImage(), kExports, {machine, 5, 0, "COREDLL.dll"})).file.machine);
+  }
+}
+
 TEST(PeImage, pe_headers_say_what_was_asked) {
   const Bytes file = elf2pe::BuildPe(MakeImage(), kExports, {pe::kMachineArmThumb2, 8, 1, "COREDLL.dll"});
   const pe::NtHeaders headers = HeadersOf(file);

@@ -23,7 +23,6 @@ IMPORT_LIST = os.path.join(ROOT, "src/platform/ce/coredll.def")
 CODE, READ_ONLY, READ_WRITE, RELOCATIONS = 0x60000020, 0x40000040, 0xC0000040, 0x42000040
 SECTION_FLAGS = {".text": CODE, ".rdata": READ_ONLY, ".data": READ_WRITE, ".idata": READ_WRITE, ".edata": READ_ONLY,
                  ".reloc": RELOCATIONS}
-CODE_LIMIT = 20 * 1024
 LINKED_BASE, MOVED_BASE = 0x10000000, 0x24680000
 
 
@@ -50,13 +49,13 @@ def disassembly(elf, *options):
     return {int(address, 16): instruction for address, instruction in lines}
 
 
-def differs_from_armv4t(elf):
-    """The addresses of the instructions that mean something else, or nothing, to an ARMv4T processor."""
+def differs_from(processor, elf):
+    """The number of instructions, and the addresses of those that mean something else, or nothing, to a processor."""
     with tempfile.NamedTemporaryFile() as plain:
         run("arm-none-eabi-objcopy", "-R", ".ARM.attributes", elf, plain.name)
         for_any = disassembly(plain.name)
-        for_v4t = disassembly(plain.name, "-m", "armv4t")
-    return len(for_any), [hex(address) for address in for_any if for_any[address] != for_v4t.get(address)]
+        for_processor = disassembly(plain.name, "-m", processor)
+    return len(for_any), [hex(address) for address in for_any if for_any[address] != for_processor.get(address)]
 
 
 def pe_checksum(data):
@@ -151,37 +150,69 @@ class DeviceImage:
         self.assertEqual(pe_checksum(data), stored)
 
 
-class Armv4Image(DeviceImage):
-    build, machine, version, thumb = "ce-armv4", 0x1C0, (4, 0), False
+class OldImage(DeviceImage):
+    """Code for a processor of long ago, from start to end."""
 
-    def test_image_attributes_say_armv_4_t(self):
+    processor = architecture = None
+
+    def test_image_attributes_say_its_architecture(self):
         objects = [os.path.join(OBJECTS, self.build, name) for name in os.listdir(os.path.join(OBJECTS, self.build))]
         objects = [name for name in objects if name.endswith((".o", ".elf"))]
         self.assertIn(self.elf, objects)
         for name in objects:
             attributes = run("arm-none-eabi-readelf", "-A", name)
-            self.assertEqual(["v4T"], re.findall(r"Tag_CPU_arch: (\S+)", attributes), name)
+            self.assertEqual([self.architecture], re.findall(r"Tag_CPU_arch: (\S+)", attributes), name)
 
-    def test_image_code_is_armv_4_t_throughout(self):
-        count, later = differs_from_armv4t(self.elf)
+    def test_image_code_is_of_its_processor_throughout(self):
+        count, later = differs_from(self.processor, self.elf)
         self.assertGreater(count, 200)
         self.assertEqual([], later)
+
+
+class Armv4Image(OldImage):
+    build, machine, version, thumb = "ce-armv4", 0x1C0, (4, 0), False
+    processor, architecture, limit = "armv4", "v4", 20 * 1024
+
+    def test_image_code_never_branches_to_thumb(self):
+        code = disassembly(self.elf).values()
+        self.assertEqual([], [instruction for instruction in code if re.match(r"bl?x", instruction)])
+
+
+class Armv4iImage(OldImage):
+    build, machine, version, thumb = "ce-armv4i", 0x1C2, (5, 0), True
+    processor, architecture, limit = "armv4t", "v4T", 13824
+
+    def test_image_code_returns_to_either_kind_of_code(self):
+        # A load into pc stays in Thumb code on ARMv4T, and its callers may be ARM code.
+        code = disassembly(self.elf).values()
+        self.assertEqual([], [instruction for instruction in code if re.match(r"pop\s.*\bpc\b", instruction)])
+        self.assertGreater(len([instruction for instruction in code if re.match(r"bx\s", instruction)]), 4)
 
 
 class Armv7Image(DeviceImage):
     build, machine, version, thumb = "ce-armv7", 0x1C4, (8, 0), True
 
 
-class Armv4Orba(Armv4Image, unittest.TestCase):
-    image = "orba"
-
+class LimitedCode:
     def test_image_code_fits_its_limit(self):
         sections = images.sections(self.dll)
         size = sections[".text"][1] + sections[".rdata"][1]
-        self.assertLessEqual(size, CODE_LIMIT)
+        self.assertLessEqual(size, self.limit)
+
+
+class Armv4Orba(LimitedCode, Armv4Image, unittest.TestCase):
+    image = "orba"
 
 
 class Armv4Memfile(Armv4Image, unittest.TestCase):
+    image = "memfile"
+
+
+class Armv4iOrba(LimitedCode, Armv4iImage, unittest.TestCase):
+    image = "orba"
+
+
+class Armv4iMemfile(Armv4iImage, unittest.TestCase):
     image = "memfile"
 
 
@@ -234,7 +265,8 @@ class Disassembler(unittest.TestCase):
         source = ".arch armv7-a\n.arm\nmov r0, r1\nclz r0, r1\nblx r2\nmovw r0, #4\nldrd r0, r1, [r2]\nbx lr\n"
         with tempfile.NamedTemporaryFile(suffix=".o") as made:
             subprocess.run(["arm-none-eabi-as", "-o", made.name, "-"], input=source, check=True, text=True)
-            self.assertEqual((6, ["0x4", "0x8", "0xc", "0x10"]), differs_from_armv4t(made.name))
+            self.assertEqual((6, ["0x4", "0x8", "0xc", "0x10"]), differs_from("armv4t", made.name))
+            self.assertEqual((6, ["0x4", "0x8", "0xc", "0x10", "0x14"]), differs_from("armv4", made.name))
 
 
 if __name__ == "__main__":

@@ -57,7 +57,8 @@ Headers ReadHeaders(const Bytes& file) {
   const pe::OptionalHeader& optional = headers.nt.optional;
   Require(headers.nt.signature == pe::kPeSignature && optional.magic == pe::kOptionalMagic, "is no PE32 image");
   const uint16_t machine = headers.nt.file.machine;
-  Require(machine == pe::kMachineArm || machine == pe::kMachineArmThumb2, "is not for an ARM processor");
+  Require(machine == pe::kMachineArm || machine == pe::kMachineThumb || machine == pe::kMachineArmThumb2,
+          "is not for an ARM processor");
   Require(headers.nt.file.characteristics == pe::kDllCharacteristics, "is no relocatable DLL");
   Require(optional.subsystem == pe::kSubsystemWindowsCe, "is not for Windows CE");
   Require(optional.sectionAlignment == pe::kSectionAlignment && optional.sizeOfImage <= kMaxImageSize,

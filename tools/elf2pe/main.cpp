@@ -17,8 +17,8 @@ namespace {
 using elf2pe::ConvertError;
 
 constexpr char kUsage[] =
-    "usage: elf2pe --machine arm|thumb2 --ce-version MAJOR.MINOR --exports FILE.def --imports-from LIBRARY\n"
-    "              INPUT.elf OUTPUT.dll\n"
+    "usage: elf2pe --machine arm|thumb|thumb2 --ce-version MAJOR.MINOR --exports FILE.def\n"
+    "              --imports-from LIBRARY INPUT.elf OUTPUT.dll\n"
     "Turns an ARM program linked with `ld -q` and device.ld into a Windows CE DLL.\n";
 
 struct Arguments {
@@ -29,8 +29,9 @@ struct Arguments {
 
 uint16_t ParseMachine(const std::string& text) {
   if (text == "arm") return pe::kMachineArm;
+  if (text == "thumb") return pe::kMachineThumb;
   if (text == "thumb2") return pe::kMachineArmThumb2;
-  throw ConvertError("--machine is arm or thumb2, not " + text);
+  throw ConvertError("--machine is arm, thumb or thumb2, not " + text);
 }
 
 void ParseVersion(const std::string& text, elf2pe::PeOptions* options) {

@@ -12,7 +12,8 @@ constexpr uint32_t kPeSignature = 0x00004550;  // "PE\0\0"
 constexpr uint32_t kSectionAlignment = 0x1000;
 constexpr uint32_t kFileAlignment = 0x200;
 
-constexpr uint16_t kMachineArm = 0x01C0;        // ARM and Thumb with interworking, up to Windows CE 7
+constexpr uint16_t kMachineArm = 0x01C0;        // ARM, up to Windows CE 7
+constexpr uint16_t kMachineThumb = 0x01C2;      // ARM and Thumb with interworking, Windows CE 5 to 7
 constexpr uint16_t kMachineArmThumb2 = 0x01C4;  // Thumb-2, from the 2013 generation on
 
 // Executable, 32-bit, a DLL, without line numbers and local symbols.

@@ -18,7 +18,7 @@
 namespace elf2pe {
 
 struct PeOptions {
-  uint16_t machine;         // pe::kMachineArm or pe::kMachineArmThumb2
+  uint16_t machine;         // pe::kMachineArm, kMachineThumb or kMachineArmThumb2
   uint16_t subsystemMajor;  // the Windows CE version the image asks for
   uint16_t subsystemMinor;
   std::string importLibrary;  // every import comes from this one library
