@@ -1,15 +1,16 @@
-// Recovery: copies everything readable out of a damaged container and touches nothing in it. It copies what repair would
-// leave: names and directories as far as they survive, nodes without a name under LOST.FND. Stands on repair.
+// Recovery: copies everything readable out of a damaged container and touches nothing in it. It copies what repair
+// would leave, as a reader finds it there: names and directories as far as they survive, nodes without a name under
+// LOST.FND. Knows no host: where copies go, a Shelf says. Stands on repair and the reader.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "inspect/check/check.h"
 #include "inspect/container/image.h"
+#include "volume/layout.h"
 
 namespace orba::inspect {
 
@@ -20,12 +21,13 @@ struct Recovered {
   std::uint64_t bytes = 0;
   std::vector<std::string> repairs;  // what had to be set right first; the copies are as if it had been
   std::vector<std::string> renamed;  // "/AUX -> _AUX": names that hosts do not take
-  std::vector<std::string>
-      failures;                  // "/A/B: what failed": files and directories that the host did not take, or not whole
-  std::uint64_t unreadable = 0;  // ranges that the host could not read; the copies have zeros there
+  // "/A/B: what failed": what the shelf did not take, or what cannot be read, or not whole.
+  std::vector<std::string> failures;
+  std::uint64_t unreadable = 0;  // sectors of 512 bytes that the host could not read; the copies have zeros there
 };
 
-// Where copies go. Each call answers with an empty text, or with what went wrong.
+// Where copies go. Paths begin with the directory that Recover was given; their names lie behind a "/" each. Each call
+// answers with an empty text, or with what went wrong.
 class Shelf {
  public:
   // Hands the contents of a file to `take`, piece by piece, until `take` returns false. False when they are not whole.
@@ -34,25 +36,18 @@ class Shelf {
   virtual ~Shelf() = default;
 
   // One that is there is fine.
-  virtual std::string MakeDirectory(const std::filesystem::path& path) = 0;
-  virtual std::string WriteFile(const std::filesystem::path& path, const TimeStamp& time, const Contents& contents) = 0;
+  virtual std::string MakeDirectory(const std::string& path) = 0;
+  virtual std::string WriteFile(const std::string& path, const TimeStamp& time, const Contents& contents) = 0;
 };
 
-// Copies into `directory` of the shelf. `step`, where given, is called with each path before it is copied.
-Recovered Recover(const Image& image, const std::filesystem::path& directory, Shelf* shelf,
+// Copies into `directory` of the shelf, directories before what they hold. `step`, where given, is called with each
+// path before it is copied.
+Recovered Recover(const Image& image, const std::string& directory, Shelf* shelf,
                   const std::function<void(const std::string&)>& step = nullptr);
 
-// Copies into a directory of the host, which is made when it is missing; files that are there already are not overwritten
-// but reported as failures.
-Recovered Recover(const Image& image, const std::filesystem::path& directory,
-                  const std::function<void(const std::string&)>& step = nullptr);
-
-// Hands the contents of a file to `take`, in order, block by block. False when a block is missing or unreadable, or `take`
-// returns false; what was handed over before counts.
-bool ReadContents(const Image& image, const Geometry& geometry, const OrbNodeRecord& file,
-                  const std::function<bool(const std::uint8_t*, std::size_t)>& take);
-
-// A name that every desktop takes for a file: the reserved names of some are put behind "_", and a dot at the end before one.
+// A name that every desktop takes for a file: the reserved names of some are put behind "_", and a dot at the end
+// before one. In a name that the rule for names refuses "_" stands for each character outside of it; "." and ".." as
+// well as no name at all become such a row, too.
 std::string HostName(const std::string& name);
 
 }  // namespace orba::inspect

@@ -6,16 +6,21 @@
 #include <set>
 
 #include "inspect/container/image.h"
-#include "inspect/repair/recover.h"
+#include "inspect/container/reader.h"
 #include "inspect/view/report.h"
 
 namespace testimage {
 
+using orba::inspect::Budget;
 using orba::inspect::Check;
 using orba::inspect::MemoryImage;
+using orba::inspect::Node;
+using orba::inspect::Onward;
 using orba::inspect::Plan;
 using orba::inspect::PlanRepair;
+using orba::inspect::Reader;
 using orba::inspect::Report;
+using orba::inspect::Step;
 
 namespace {
 
@@ -55,23 +60,27 @@ std::size_t WriteCount(const Plan& plan) {
 
 std::map<std::string, Bytes> Tree(const Bytes& container) {
   const MemoryImage image(container);
-  const Report report = Check(image);
+  Reader reader(image);
+  Node root;
   std::map<std::string, Bytes> tree;
-  for (const auto& node : report.model.nodes) {
-    if (node.reach != orba::inspect::Reach::kRoot) continue;
-    const std::string path = PathOf(report.model, node.number);
-    if (node.IsDirectory()) {
-      tree[path == "/" ? path : path + "/"] = {};
-      continue;
+  if (reader.Root(&root).IsFailure()) return tree;
+  tree["/"] = {};
+  Budget budget(reader.geometry());
+  const auto take = [&](const Step& step) {
+    if (step.what != Step::What::kEntry || step.entry->problem.IsFailure()) return Onward::kOn;
+    if (step.entry->node.directory) {
+      tree[step.path + "/"] = {};
+      return Onward::kOn;
     }
     Bytes contents;
-    const bool whole =
-        ReadContents(image, report.model.geometry, node.record, [&](const std::uint8_t* bytes, std::size_t n) {
-          contents.insert(contents.end(), bytes, bytes + n);
-          return true;
-        });
-    if (whole) tree[path] = contents;
-  }
+    const auto append = [&contents](const std::uint8_t* bytes, std::size_t count) {
+      contents.insert(contents.end(), bytes, bytes + count);
+      return true;
+    };
+    if (!reader.ReadAll(step.entry->node, append, &budget)) tree[step.path] = contents;
+    return Onward::kOn;
+  };
+  Walk(&reader, root, "", take, &budget);
   return tree;
 }
 

@@ -38,18 +38,18 @@ class Folder : public inspect::Shelf {
  public:
   Folder(const RecoverOptions& options, const std::string& container) : options_(options), container_(container) {}
 
-  std::string MakeDirectory(const std::filesystem::path& path) override {
+  std::string MakeDirectory(const std::string& path) override {
     return Try([&] {
       // What already stands in the folder may be a link that leads out of it.
       const bool link = path != options_.directory && std::filesystem::is_symlink(path);
-      if (link) throw HostFailure("cannot make the directory " + path.string(), EEXIST, "remove the link of this name");
-      MakeHostDirectory(path.string());
+      if (link) throw HostFailure("cannot make the directory " + path, EEXIST, "remove the link of this name");
+      MakeHostDirectory(path);
       return true;
     });
   }
 
-  std::string WriteFile(const std::filesystem::path& path, const TimeStamp& time, const Contents& contents) override {
-    return Try([&] { return Write(path.string(), time, contents); });
+  std::string WriteFile(const std::string& path, const TimeStamp& time, const Contents& contents) override {
+    return Try([&] { return Write(path, time, contents); });
   }
 
   const std::vector<Failure>& failures() const { return failures_; }
