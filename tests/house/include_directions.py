@@ -9,6 +9,7 @@
     symbols of names, the black-box tests and the examples the public header;
   - no two files include each other, however many others lie between;
   - above src/platform/ nothing is compiled conditionally, and the only system headers are four plain C ones;
+  - inspect/ knows no host: it includes no header of files, clocks or threads, and calls no file function of <cstdio>;
   - no C++ header anywhere that ships on a device.
 """
 import pathlib
@@ -47,6 +48,12 @@ NEIGHBOURS = {
 }
 
 CORE_SYSTEM_HEADERS = {"stddef.h", "stdint.h", "stdlib.h", "string.h"}
+INSPECTION_SYSTEM_HEADERS = {
+    "algorithm", "array", "cstddef", "cstdint", "cstdio", "cstring", "functional", "iterator", "limits", "map",
+    "memory", "numeric", "optional", "set", "string", "tuple", "type_traits", "unordered_map", "unordered_set",
+    "utility", "vector"}
+HOST_CALL = re.compile(
+    r"\bstd::(FILE|fopen|fread|fwrite|fclose|fseek|fflush|fputs|fprintf|printf|puts|remove|rename|getenv)\b")
 SOURCES = {".h", ".cpp", ".c"}
 INCLUDE = re.compile(r'\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')
 CONDITIONAL = re.compile(r"\s*#\s*(if|ifdef|ifndef|elif|else)\b")
@@ -96,7 +103,7 @@ def read(root):
         for file in sorted((root / folder).rglob("*")):
             if file.suffix in SOURCES:
                 path = file.relative_to(root).as_posix()
-                quoted, system, conditions = [], [], []
+                quoted, system, conditions, calls = [], [], [], []
                 for number, line in enumerate(file.read_text(encoding="utf-8").splitlines(), 1):
                     include = INCLUDE.match(line)
                     if include and include[1]:
@@ -105,7 +112,9 @@ def read(root):
                         system.append((number, include[2]))
                     elif CONDITIONAL.match(line):
                         conditions.append(number)
-                files[path] = (quoted, system, conditions)
+                    elif HOST_CALL.search(line):
+                        calls.append((number, HOST_CALL.search(line)[0]))
+                files[path] = (quoted, system, conditions, calls)
     return files
 
 
@@ -141,13 +150,17 @@ def faults_of_place(path, quoted):
             yield f"{path}:{number}: includes its neighbour {file}"
 
 
-def faults_of_host(path, system, conditions):
+def faults_of_host(path, system, conditions, calls):
     core = path.startswith("src/") and not path.startswith("src/platform/")
     for number, header in system:
         if core and header not in CORE_SYSTEM_HEADERS:
             yield f"{path}:{number}: <{header}> is not among the headers the library needs"
         elif path.startswith(("src/platform/", "memfile/")) and not header.endswith(".h"):
             yield f"{path}:{number}: <{header}> belongs to the C++ run time"
+        elif path.startswith("inspect/") and header not in INSPECTION_SYSTEM_HEADERS:
+            yield f"{path}:{number}: <{header}> may belong to a host"
+    if path.startswith("inspect/"):
+        yield from (f"{path}:{number}: {call} belongs to a host" for number, call in calls)
     if core:
         yield from (f"{path}:{number}: compiles conditionally above src/platform/" for number in conditions)
 
@@ -176,9 +189,9 @@ def faults(root):
     files = read(root)
     if not any(path.startswith("src/") for path in files):
         yield f"{root}: no sources found"
-    for path, (quoted, system, conditions) in files.items():
+    for path, (quoted, system, conditions, calls) in files.items():
         yield from faults_of_place(path, quoted)
-        yield from faults_of_host(path, system, conditions)
+        yield from faults_of_host(path, system, conditions, calls)
     for cycle in cycles(files):
         yield "include each other: " + " -> ".join(cycle)
 

@@ -83,6 +83,15 @@ class IncludeDirections(unittest.TestCase):
         self.assertEqual(["inspect/check.cpp: has no place among the rooms of include_directions.py"],
                          self.faults(src__files__find_h="", inspect__check_cpp=""))
 
+    def test_host_header_in_the_inspection_is_found(self):
+        self.assertEqual(["inspect/view/map.cpp:2: <filesystem> may belong to a host"], self.faults(
+            src__files__find_h="", inspect__view__map_cpp="#include <string>\n#include <filesystem>\n"))
+
+    def test_file_of_the_host_in_the_inspection_is_found(self):
+        self.assertEqual(["inspect/view/map.cpp:3: std::fopen belongs to a host"], self.faults(
+            src__files__find_h="",
+            inspect__view__map_cpp='#include <cstdio>\n\nauto a = std::fopen("a", "r");\nauto b = std::snprintf;\n'))
+
     def test_black_box_test_that_looks_inside_is_found(self):
         self.assertEqual(["tests/api/open_test.cpp:1: tests/api/ does not include src/base/error.h"], self.faults(
             src__base__error_h="", tests__api__open_test_cpp='#include "../../src/base/error.h"\n'))
