@@ -167,6 +167,11 @@ bool Reader::IsFreeBit(std::uint32_t number) const {
   return byte < bitmap_.size() && (bitmap_[byte] & BitmapBit(number)) != 0;
 }
 
+std::uint32_t Reader::NodeBlocks() const {
+  return static_cast<std::uint32_t>(
+      std::count_if(table_.begin(), table_.end(), [](std::uint32_t b) { return b != 0; }));
+}
+
 std::uint32_t Reader::FreeNodes() const {
   std::uint32_t count = 0;
   if (!readable()) return count;

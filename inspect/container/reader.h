@@ -150,6 +150,8 @@ class Reader {
   const Geometry& geometry() const { return geometry_; }
   const Image& image() const { return image_; }
 
+  // Blocks of node records that the table refers to.
+  std::uint32_t NodeBlocks() const;
   // Numbers that are free and can be given out.
   std::uint32_t FreeNodes() const;
   // The free chain's blocks, its records included, each once. `problem`, where given, tells where the chain breaks off.

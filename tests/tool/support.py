@@ -125,15 +125,19 @@ class ToolTest(unittest.TestCase):
         """One run; its status and the calls by which it changed the host's disk, with paths below the scratch folder.
         `at` lets one of them fail: see host_calls.c."""
         log = self.folder.parent / (self.folder.name + ".calls")
-        changes = {"LD_PRELOAD": HOST_CALLS, "HOST_CALLS_LOG": str(log), "ASAN_OPTIONS": "verify_asan_link_order=0"}
-        if at is not None:
-            changes["HOST_CALLS_AT"] = at
         try:
-            status = self.orba(*arguments, stdin=stdin, environment=changes).status
+            environment = {**self.failing(at), "HOST_CALLS_LOG": str(log)}
+            status = self.orba(*arguments, stdin=stdin, environment=environment).status
             calls = log.read_text(errors="surrogateescape") if log.exists() else ""
         finally:
             log.unlink(missing_ok=True)
         return status, calls.replace(str(self.folder.resolve()), "").splitlines()
+
+    @staticmethod
+    def failing(at):
+        """The environment in which a call to the host fails."""
+        return {"LD_PRELOAD": HOST_CALLS, "ASAN_OPTIONS": "verify_asan_link_order=0",
+                **({} if at is None else {"HOST_CALLS_AT": at})}
 
     def wait_until(self, condition):
         """Waits for what must come, without a word on how long it may take."""

@@ -1,6 +1,7 @@
 """put, get and cat: between the host and a container."""
 import fcntl
 import os
+import re
 import resource
 import signal
 import subprocess
@@ -144,20 +145,100 @@ class PutTest(ToolTest):
     def test_put_file_of_two_gibibytes_is_refused(self):
         with open(self.path("huge"), "wb") as huge:
             huge.truncate(1 << 31)
-        self.assertIn("cannot put huge: it has 2147483648 bytes, and files of a container have at most 2147483647",
-                      self.fails(1, "put", "huge", "card.orb"))
+        self.assertIn("cannot put huge: it has 2147483648 bytes, and with blocks of 4096 bytes a file has at most "
+                      "2147483647\n      leave it out, or split it\n", self.fails(1, "put", "huge", "card.orb"))
 
-    def test_put_more_files_than_nodes_stops_and_keeps_the_rest(self):
+    def test_put_more_files_than_nodes_puts_nothing(self):
         self.ok("format", "--nodes", "8", "small.orb")
-        for number in range(10):
+        for number in range(8):
             self.write(f"tree/F{number}", b"x")
-        message = self.fails(1, "put", "tree/.", "small.orb")
-        self.assertEqual(message.count("ORB_ERROR_NO_FREE_NODE, 0x30000017"), 1)
-        self.assertIn("cannot create small.orb:/F7: the container holds as many files and directories as it can",
-                      message)
-        self.assertIn("orba format --nodes N", message)
-        self.assertEqual(self.listing("small.orb"), [f"F{number}" for number in range(7)])
+        before = self.read("small.orb")
+        self.assertEqual(self.fails(1, "put", "tree/.", "small.orb"),
+                         "orba: cannot put all of it into small.orb: these are 8 files and directories, and it has "
+                         "room for 7 more (ORB_ERROR_NO_FREE_NODE, 0x30000017)\n"
+                         "      use a container for more: orba format --nodes N, at most 28672 with --block-size 8192\n"
+                         "orba: nothing was put\n")
+        self.assertEqual(self.read("small.orb"), before)
+        self.path("tree/F7").unlink()
+        self.ok("put", "tree/.", "small.orb")
+        self.assertEqual(len(self.listing("small.orb")), 7)
         self.assert_clean("small.orb")
+
+    def test_put_of_a_file_too_large_for_the_blocks_names_the_block_size_that_holds_it(self):
+        self.ok("format", "-b", "1024", "small.orb")
+        largest = 1024 * (6 + 256 + 256 * 256)
+        with open(self.path("huge"), "wb") as huge:
+            huge.truncate(largest + 1)
+        before = self.read("small.orb")
+        self.assertEqual(self.fails(1, "put", "huge", "small.orb"),
+                         f"orba: cannot put huge: it has {largest + 1} bytes, and with blocks of 1024 bytes a file has "
+                         f"at most {largest}\n"
+                         "      use a container with larger blocks: orba format --block-size 2048\n"
+                         "orba: nothing was put\n")
+        self.assertEqual(self.read("small.orb"), before)
+
+    def test_put_of_more_than_a_container_holds_puts_nothing(self):
+        for name in ("a", "b"):
+            with open(self.path(name), "wb") as large:
+                large.truncate(1 << 30)
+        before = self.read("card.orb")
+        message = self.fails(1, "put", "a", "b", "card.orb")
+        self.assertIn("orba: cannot put all of it into card.orb: it takes 2.1G (524802 blocks), and ", message)
+        self.assertIn("orba: nothing was put\n", message)
+        self.assertEqual(self.read("card.orb"), before)
+
+    def test_put_takes_just_what_it_says(self):
+        """The largest file that is let in fits, one byte more is refused."""
+        self.ok("format", "-b", "1024", "--nodes", "104", "small.orb")
+        with open(self.path("small.orb"), "r+b") as container:  # all but 300 blocks are taken by nobody
+            container.truncate((1 << 31) - 1 - 300 * 1024)
+        info = self.ok("info", "small.orb")
+        room = int(re.search(r"appendable blocks +(\d+)", info)[1])
+        size = (room - 3) * 1024  # contents, and three blocks that say where they are
+        self.write("big", bytes(size + 1))
+        before = os.stat(self.path("small.orb")).st_size
+        self.assertIn(f"({room + 1} blocks), and a container has room for ", self.fails(1, "put", "big", "small.orb"))
+        self.assertEqual(os.stat(self.path("small.orb")).st_size, before)
+        self.write("big", bytes(size))
+        self.ok("put", "big", "small.orb")
+
+    def test_put_of_trees_deeper_than_can_be_walked_is_refused(self):
+        os.makedirs(self.path("deep/" + "d/" * 511))
+        self.ok("put", "deep", "card.orb")
+        self.assertIn("\n512 directories, 0 files\n", self.ok("tree", "card.orb"))
+        self.ok("rm", "-r", "card.orb:/DEEP")
+        os.makedirs(self.path("deep/" + "d/" * 512))
+        message = self.fails(1, "put", "deep", "card.orb")
+        self.assertIn("d: it would lie more than 512 directories deep\n", message)
+        self.assertIn("orba: nothing was put\n", message)
+        self.assertEqual(self.listing(), [])
+
+    def test_put_syncs_once_or_after_each_file(self):
+        for name in "abc":
+            self.write("tree/" + name, b"x" * 5000)
+        status, calls = self.host_calls("put", "tree", "card.orb")
+        self.assertEqual((status, calls.count("sync /card.orb"), calls[-1]), (0, 1, "sync /card.orb"))
+        status, calls = self.host_calls("put", "-f", "--sync=each", "tree", "card.orb")
+        self.assertEqual(status, 0)
+        self.assertGreaterEqual(calls.count("sync /card.orb"), 3)
+        self.assertEqual(calls[-1], "sync /card.orb")
+        status, _ = self.host_calls("put", "-f", "tree", "card.orb", at="sync card.orb 1 5")
+        self.assertEqual(status, 1)
+
+    def test_a_pipe_from_the_container_itself_stores_the_right_contents_or_fails(self):
+        sizes = {"NONE": 0, "SMALL": 3000, "PIECE": 256 << 10, "LARGE": 2_000_000}
+        for name, size in sizes.items():
+            self.write(name, os.urandom(size))
+            self.ok("put", name, "card.orb")
+        for _ in range(10):
+            for name in sizes:
+                done = subprocess.run(f"'{ORBA}' cat card.orb:/{name} | '{ORBA}' put -f - card.orb:/COPY", shell=True,
+                                      cwd=self.folder, capture_output=True, check=False, timeout=LIMIT)
+                if done.returncode == 0 and not done.stderr:
+                    self.assertEqual(self.orba("cat", "card.orb:/COPY").raw, self.read(name), name)
+                else:
+                    self.assertIn(b"another program has the container open", done.stderr)
+        self.assert_clean()
 
     def test_put_onto_a_full_disk_takes_the_partial_file_away(self):
         self.write("small", bytes(1000))
@@ -233,12 +314,19 @@ class PutTest(ToolTest):
                       self.fails(1, "put", "x", "card.orb:/~orba-1.tmp"))
         self.assertEqual(self.listing(), [])
 
-    def test_put_to_the_longest_path_has_room_for_no_temporary_name(self):
-        folder = "card.orb:" + "".join(f"/{letter * 29}" for letter in "ABCD")
+    def test_put_below_long_paths_writes_under_a_temporary_name(self):
+        folder = "card.orb:" + "".join(f"/{letter * 19}" for letter in "ABCDEFG")
         self.ok("mkdir", "-p", folder)
-        self.write("x", b"x")
-        self.ok("put", "x", folder)  # "V1:", four names of 29 and this one
-        self.assertEqual(self.ok("cat", folder + "/X"), "x")
+        self.write("x", b"first" * 1000)
+        self.ok("put", "x", folder)
+        self.write("x", b"second")
+        self.ok("put", "-f", "x", folder)
+        self.assertEqual(self.ok("cat", folder + "/X"), "second")
+        self.ok("cp", folder + "/X", folder + "/Y")
+        self.put_text("card.orb:/Z", "third")
+        self.ok("cp", "-f", "card.orb:/Z", folder + "/Y")
+        self.ok("mv", "-f", folder + "/Y", folder + "/X")
+        self.assertEqual(self.ok("cat", folder + "/X"), "third")
         self.assertEqual(self.listing(folder), ["X"])
         self.assert_clean()
 

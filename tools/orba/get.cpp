@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <set>
 
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
@@ -56,6 +57,7 @@ struct GetOptions {
   bool quiet = false;
   bool verbose = false;
   bool recursive = false;  // trees come whole anyway
+  std::string sync = "end";
 };
 
 struct Step {
@@ -157,14 +159,14 @@ Plan MakePlan(const GetOptions& options, Look* look, int* status) {
   return planner.Take();
 }
 
-void CopyOut(Look* look, const Step& step, bool overwrite, Progress* progress) {
+void CopyOut(const GetOptions& options, Look* look, const Step& step, Progress* progress) {
   NewHostFile written(step.target);
   look->Read(step.source, [&](const std::uint8_t* bytes, std::size_t count) {
     written.Write(bytes, count);
     progress->Advance(count);
     return true;
   });
-  written.Publish(step.source.item.time, overwrite);
+  written.Publish(step.source.item.time, options.force, options.sync == "each");
   progress->Advance(Progress::kFile);
 }
 
@@ -177,7 +179,8 @@ void StampDirectories(const Plan& plan) {
 
 int CarryOut(const GetOptions& options, Look* look, const Plan& plan) {
   Progress progress("get", plan.work, options.quiet);
-  std::string missing;  // a directory that could not be made, with a "/" at its end
+  std::string missing;                // a directory that could not be made, with a "/" at its end
+  std::set<std::string> directories;  // that files were written into
   const int status = ForEach(plan.steps, [&](const Step& step) {
     CheckInterrupt();
     if (!missing.empty() && step.target.compare(0, missing.size(), missing) == 0) return;
@@ -187,11 +190,14 @@ int CarryOut(const GetOptions& options, Look* look, const Plan& plan) {
       MakeHostDirectory(step.target);
       missing.clear();
     } else {
-      CopyOut(look, step, options.force, &progress);
+      const std::string directory = ParentOf(step.target);
+      if (directories.insert(directory).second) SweepTemporaries(directory);
+      CopyOut(options, look, step, &progress);
     }
     if (options.verbose) Print(step.source.address.Text() + " -> " + Visible(step.target) + "\n");
   });
   StampDirectories(plan);
+  if (options.sync == "end") SyncDisks(directories);
   return status;
 }
 
@@ -217,6 +223,9 @@ Run DefineGet(Syntax* syntax) {
   syntax->Flag("-f,--force", &options->force, "overwrite files that are there");
   syntax->Flag("-n,--no-clobber", &options->noClobber, "leave files alone that are there, and get the others");
   syntax->Exclude("--force", "--no-clobber");
+  syntax->Choice("--sync", "WHEN", &options->sync, {"end", "each"},
+                 "when the files are on the disk: at the end of the command (unless you say otherwise) or each as it "
+                 "is complete");
   syntax->Flag("--lower", &options->lower, "names on the host in lower case");
   syntax->Flag("-v,--verbose", &options->verbose, "print each file");
   syntax->Flag("-q,--quiet", &options->quiet, "draw no progress");
@@ -249,7 +258,8 @@ const Command kGetCommand = {
     "overwritten with --force, and left alone with --no-clobber, which continues an interrupted get. Through a "
     "symbolic link the file that it leads to is overwritten; devices, pipes and the like are refused.\n\n"
     "Each file is written under a temporary name and renamed when it is complete, so an interrupted get leaves no "
-    "incomplete files.",
+    "incomplete files. When get ends well, all of it is on the disk. A loss of power before may leave files that are "
+    "incomplete under their names; --sync=each rules that out and takes much longer.",
     "orba get card.orb:/LOGS  # into the current directory\n"
     "orba get 'card.orb:/LOGS/*.TXT' backup\n"
     "orba get --lower card.orb backup",

@@ -179,13 +179,52 @@ void StampHostDirectory(const std::string& path, const OrbTime& time) {
   if (directory.get() >= 0) Stamp(directory.get(), time);  // another user's directory keeps its own time
 }
 
+namespace {
+
+constexpr const char* kTemporaryName = ".orba-XXXXXX";
+
+bool IsTemporaryHostName(const std::string& name) {
+  const std::string pattern = kTemporaryName;
+  const std::size_t fixed = pattern.find('X');
+  return name.size() == pattern.size() && name.compare(0, fixed, pattern, 0, fixed) == 0;
+}
+
+}  // namespace
+
+void SweepTemporaries(const std::string& directory) {
+  for (const std::string& name : ListHostDirectory(directory)) {
+    if (!IsTemporaryHostName(name)) continue;
+    const std::string path = JoinPath(directory, name);
+    if (host::OwnStatusOf(path).kind != host::Kind::kFile) continue;
+    const Descriptor file = OpenForWriting(path);
+    // Whoever is writing it holds a lock.
+    if (file.get() < 0 || host::LockFile(file.get(), true) != host::Lock::kTaken || !host::Remove(path)) continue;
+    Report("removed " + Visible(path) + ", which an interrupted get or recover had left");
+  }
+}
+
+void SyncDisks(const std::set<std::string>& directories) {
+  std::set<std::uint64_t> done;
+  for (const std::string& directory : directories) {
+    const host::Status status = host::StatusOf(directory);
+    if (status.kind == host::Kind::kNothing || !done.insert(status.id.first).second) continue;
+    if (!host::SyncDisk(directory)) throw HostFailure("cannot sync what was written to " + directory, errno);
+  }
+}
+
 NewHostFile::NewHostFile(std::string path) : path_(std::move(path)), place_(PlaceToWrite(path_)) {
   const std::size_t slash = place_.rfind('/');
-  temporary_ = (slash == std::string::npos ? "" : place_.substr(0, slash + 1)) + ".orba-XXXXXX";
-  descriptor_ = host::CreateTemporary(&temporary_);
-  if (descriptor_ >= 0) return;
-  temporary_.clear();
-  Fail();
+  for (;;) {
+    temporary_ = (slash == std::string::npos ? "" : place_.substr(0, slash + 1)) + kTemporaryName;
+    descriptor_ = host::CreateTemporary(&temporary_);
+    if (descriptor_ < 0) {
+      temporary_.clear();
+      Fail();
+    }
+    // Another run that sweeps takes what is not locked yet; then a new one is needed.
+    if (host::LockFile(descriptor_, true) != host::Lock::kRefused) return;
+    host::Close(descriptor_);
+  }
 }
 
 NewHostFile::~NewHostFile() {
@@ -195,10 +234,12 @@ NewHostFile::~NewHostFile() {
 
 void NewHostFile::Write(const void* buffer, std::size_t count) { WriteFully(descriptor_, path_, buffer, count); }
 
-void NewHostFile::Publish(const OrbTime& time, bool overwrite) {
+void NewHostFile::Publish(const OrbTime& time, bool overwrite, bool sync) {
   Stamp(descriptor_, time);
+  if (sync && !host::Sync(descriptor_)) Fail();
   if (!host::Close(std::exchange(descriptor_, -1)) || !host::Rename(temporary_, place_, overwrite)) Fail();
   temporary_.clear();
+  if (sync) SyncDirectory(ParentOf(place_));
 }
 
 void NewHostFile::Fail() const { throw HostFailure("cannot write " + path_, errno); }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -72,6 +73,13 @@ bool IsDate(const OrbTime& time);  // of the calendar
 // Stamps a directory with a time, as far as the host can keep it; another one is never set.
 void StampHostDirectory(const std::string& path, const OrbTime& time);
 
+// Removes what interrupted runs have left of files that were being written in a directory, and reports each. Those of
+// runs that are still at work stay.
+void SweepTemporaries(const std::string& directory);
+
+// Has all that was written below these directories, each a place of its own, on the disk. Throws a Failure.
+void SyncDisks(const std::set<std::string>& directories);
+
 // A file that is being written: beside its place, under a name of its own, and gone again unless it is published.
 class NewHostFile {
  public:
@@ -83,8 +91,8 @@ class NewHostFile {
   void Write(const void* buffer, std::size_t count);
 
   // Stamps the file, as far as the host can keep the time, and gives it its name. Without `overwrite` fails where the
-  // name is taken by now.
-  void Publish(const OrbTime& time, bool overwrite);
+  // name is taken by now. With `sync`, contents and name are on the disk then.
+  void Publish(const OrbTime& time, bool overwrite, bool sync = false);
 
  private:
   [[noreturn]] void Fail() const;

@@ -14,6 +14,7 @@
 #include "tools/orba/host_file.h"
 #include "tools/orba/look.h"
 #include "tools/orba/terminal.h"
+#include "tools/orba/weigh.h"
 
 namespace orba::tool {
 
@@ -230,16 +231,6 @@ struct UsageOptions {
   bool bytes = false;
   bool human = false;
 };
-
-// Blocks that contents of `size` bytes take, block-map blocks included: six fit into the node, each map block holds a
-// quarter as many numbers as it has bytes.
-std::uint64_t BlocksTaken(std::uint64_t size, std::uint64_t blockSize) {
-  const std::uint64_t slots = blockSize / 4;
-  const std::uint64_t data = (size + blockSize - 1) / blockSize;
-  if (data <= 6) return data;
-  if (data <= 6 + slots) return data + 1;
-  return data + 2 + (data - 6 - slots + slots - 1) / slots;
-}
 
 class UsageCounter {
  public:

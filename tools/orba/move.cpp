@@ -191,10 +191,17 @@ void CopyFile(const TransferOptions& options, Session* session, const Address& s
   if (session->PathOf(source) == session->PathOf(target)) {
     throw Failure(what, "source and target are the same", "use another target");
   }
-  if (!MayOverwrite(session, what, target, options.force)) return CopyPlainly(session, source, target);
+  const bool replaces = MayOverwrite(session, what, target, options.force);
   const Address beside = TemporaryBeside(session, target);
-  CopyPlainly(session, source, beside);
-  Replace(session, beside, target);
+  try {
+    CopyPlainly(session, source, beside);
+    CheckInterrupt();  // the library's copying is one call
+    if (!replaces) Rename(session, beside, target.Name());
+  } catch (...) {
+    OrbDeleteFileA(session->PathOf(beside).c_str());
+    throw;
+  }
+  if (replaces) Replace(session, beside, target);
 }
 
 // Copies trees. What cannot be copied is reported, the rest still is.
@@ -288,8 +295,9 @@ const Command kCopyCommand = {
     "copy files and directories inside a container or to another one",
     "Copies files into the directory TARGET, or a single one to the name TARGET; with -r also directories, into ones "
     "that are there already if need be. Files keep their attributes and time stamps; new directories get the "
-    "present time. With --force a copy is made under the temporary name ~ORBA-1.TMP and renamed when it is "
-    "complete. SOURCE and TARGET are both addresses: the way to and from the host is put and get.",
+    "present time. A copy is made under the temporary name ~ORBA-1.TMP and renamed when it is complete; a signal ends "
+    "cp behind the file that is being copied. SOURCE and TARGET are both addresses: between the host and a container "
+    "it is put and get.",
     "orba cp card.orb:/CONFIG.INI card.orb:/CONFIG.OLD\n"
     "orba cp -r card.orb:/LOGS archive.orb:/",
     DefineCopy,

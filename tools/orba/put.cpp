@@ -2,9 +2,15 @@
 // conflict checked; only a plan without a refusal is carried out.
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <set>
+#include <thread>
 
+#include "inspect/check/finding.h"
 #include "inspect/container/names.h"
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
@@ -15,9 +21,12 @@
 #include "tools/orba/name_rule.h"
 #include "tools/orba/place.h"
 #include "tools/orba/session.h"
+#include "tools/orba/standard_input.h"
 #include "tools/orba/temporary.h"
 #include "tools/orba/terminal.h"
 #include "tools/orba/volume_file.h"
+#include "tools/orba/walk.h"
+#include "tools/orba/weigh.h"
 #include "tools/orba/wildcard.h"
 
 namespace orba::tool {
@@ -32,6 +41,7 @@ struct PutOptions {
   bool quiet = false;
   bool verbose = false;
   bool recursive = false;  // trees are put whole anyway
+  std::string sync = "end";
 };
 
 struct Source {
@@ -44,8 +54,7 @@ struct Step {
   Address target;
   std::uint64_t size = 0;
   bool isDirectory = false;
-  bool replaces = false;  // a file is there
-  OrbU32 attributes = 0;  // of that file
+  std::optional<Item> replaced;  // the file that is there
 };
 
 struct Plan {
@@ -54,6 +63,7 @@ struct Plan {
   std::vector<Failure> skipped;
   std::vector<std::pair<std::string, Address>> renamed;
   std::uint64_t work = 0;
+  std::optional<Failure> noRoom;  // for all of it
 };
 
 Failure TakenTarget(const Address& target, const char* kind, const std::string& advice) {
@@ -73,16 +83,21 @@ Failure Unreachable(const std::string& path, int error) {
 
 class Planner {
  public:
-  Planner(const PutOptions& options, Session* session, const std::string& container)
-      : options_(options), session_(session) {
-    container_ = host::StatusOf(container);
-  }
+  Planner(const PutOptions& options, Session* session, const Address& target)
+      : options_(options),
+        session_(session),
+        container_(host::StatusOf(target.container)),
+        blockSize_(session->BlockSize(target)),
+        scales_(blockSize_) {}
 
   // Plans what goes into one directory of the container, which `exists` or is planned to.
   void AddAll(const Address& directory, bool exists, const std::vector<Source>& sources) {
     Siblings siblings;
     if (exists) {
-      for (Item& item : ListItems(session_, directory)) siblings.existing.emplace(item.name, item);
+      for (Item& item : ListItems(session_, directory)) {
+        if (IsTemporaryName(item.name) && !item.IsDirectory()) scales_.AddLeft(item.size);  // it goes before
+        siblings.existing.emplace(item.name, item);
+      }
     }
     const std::vector<std::string> names = ChooseNames(sources, &siblings);
     for (std::size_t i = 0; i < sources.size(); ++i) {
@@ -112,7 +127,10 @@ class Planner {
     AddAll(directory, exists, children);
   }
 
-  Plan Take() { return std::move(plan_); }
+  Plan Take(const std::string& container) {
+    plan_.noRoom = scales_.Refusal(container);
+    return std::move(plan_);
+  }
 
  private:
   struct Siblings {
@@ -182,12 +200,8 @@ class Planner {
     } else if (container_.kind != host::Kind::kNothing && status.id == container_.id) {
       plan_.skipped.emplace_back("cannot put " + source.path, "it is the container itself",
                                  "a container cannot hold itself; to copy all it holds: orba cp -r");
-    } else if (status.size > ORB_MAX_FILE_SIZE) {
-      plan_.refusals.emplace_back("cannot put " + source.path,
-                                  "it has " + std::to_string(status.size) +
-                                      " bytes, and files of a container have at most " +
-                                      std::to_string(ORB_MAX_FILE_SIZE),
-                                  "leave it out, or split it");
+    } else if (status.size > LargestFile(blockSize_)) {
+      plan_.refusals.push_back(TooLarge(source.path, status.size));
     } else {
       AddFile(source, target, there, status.size);
     }
@@ -203,7 +217,17 @@ class Planner {
       plan_.refusals.push_back(TakenTarget(target, "a file of this name is there", "rename or remove it first"));
       return;
     }
-    if (there == nullptr) plan_.steps.push_back({source.path, target, 0, true});
+    if (target.names.size() > Walker::kDeepest) {
+      plan_.refusals.emplace_back("cannot put " + source.path,
+                                  "it would lie more than " + std::to_string(Walker::kDeepest) + " directories deep",
+                                  "put a part of the tree, or pack it into one file");
+      return;
+    }
+    if (there == nullptr) {
+      plan_.steps.push_back({source.path, target, 0, true, std::nullopt});
+      scales_.AddDirectory();
+      AddEntry(target);
+    }
     ++depth_;
     try {
       AddContents(source.path, target, there != nullptr);
@@ -227,17 +251,46 @@ class Planner {
     } else if (there != nullptr && there->IsReadOnly()) {
       plan_.refusals.push_back(ReadOnlyFailure("cannot overwrite " + target.Text(), target, "it"));
     } else {
-      plan_.steps.push_back(
-          {source.path, target, size, false, there != nullptr, there != nullptr ? there->attributes : 0});
+      std::optional<Item> replaced;
+      if (there != nullptr) replaced = *there;
+      scales_.AddFile(size, there != nullptr ? std::optional<std::uint64_t>(there->size) : std::nullopt);
+      if (there == nullptr) AddEntry(target);
+      plan_.steps.push_back({source.path, target, size, false, replaced});
       plan_.work += size + Progress::kFile;
     }
+  }
+
+  void AddEntry(const Address& target) {
+    const Address directory = target.Parent();
+    const std::string path = directory.Path();
+    if (sizes_.count(path) == 0) {
+      const std::optional<Item> item = FindItem(session_, directory);
+      sizes_[path] = item.has_value() ? item->size : 0;
+    }
+    scales_.AddEntry(path, sizes_[path]);
+  }
+
+  Failure TooLarge(const std::string& path, std::uint64_t size) const {
+    const std::uint64_t largest = LargestFile(blockSize_);
+    const std::string why = "it has " + std::to_string(size) + " bytes, and with blocks of " +
+                            std::to_string(blockSize_) + " bytes a file has at most " + std::to_string(largest);
+    constexpr std::uint32_t kSizes[] = {2048, 4096, 8192};
+    for (const std::uint32_t blockSize : kSizes) {
+      if (size > LargestFile(blockSize)) continue;
+      return Failure("cannot put " + path, why,
+                     "use a container with larger blocks: orba format --block-size " + std::to_string(blockSize));
+    }
+    return Failure("cannot put " + path, why, "leave it out, or split it");
   }
 
   const PutOptions& options_;
   Session* session_;
   Plan plan_;
-  unsigned depth_ = 0;  // below what the command line names
+  unsigned depth_ = 0;  // below the operands
   host::Status container_;
+  std::uint64_t blockSize_;
+  Scales scales_;
+  std::map<std::string, std::uint64_t> sizes_;  // of directories, 0 for a planned one
 };
 
 // What the last operand refers to decides where the sources go and under which names.
@@ -247,7 +300,7 @@ Plan MakePlan(const PutOptions& options, Session* session) {
   RequireLegal(target);
   const std::optional<Item> there = FindItem(session, target);
   const bool intoDirectory = there.has_value() && there->IsDirectory();
-  Planner planner(options, session, target.container);
+  Planner planner(options, session, target);
   if (!intoDirectory) {
     if (sources.size() > 1 || (target.asDirectory && !IsHostDirectory(sources[0]))) {
       throw LibraryFailure("cannot put anything into " + target.Text(), target.container,
@@ -255,7 +308,7 @@ Plan MakePlan(const PutOptions& options, Session* session) {
     }
     GetItem(session, target.Parent(), "find");
     planner.AddNamed({sources[0], target.Name()}, target);
-    return planner.Take();
+    return planner.Take(target.container);
   }
   std::vector<Source> named;
   for (const std::string& source : sources) {
@@ -270,17 +323,18 @@ Plan MakePlan(const PutOptions& options, Session* session) {
     }
   }
   planner.AddAll(target, true, named);
-  return planner.Take();
+  return planner.Take(target.container);
 }
 
-void CopyIn(Session* session, const std::string& source, const Address& target, Progress* progress) {
+using Read = std::function<std::size_t(void* buffer, std::size_t count)>;
+
+void CopyIn(Session* session, const Read& read, const Address& target, Progress* progress) {
   constexpr std::size_t kPiece = 256 * 1024;
-  const Descriptor file = OpenForReading(source);
   std::vector<char> buffer(kPiece);
-  std::size_t count = ReadFully(file.get(), source, buffer.data(), kPiece);
+  std::size_t count = read(buffer.data(), kPiece);
   if (count == 0) return;
   VolumeFile written(session, target, ORB_OPEN_WRITE);
-  for (; count > 0; count = ReadFully(file.get(), source, buffer.data(), kPiece)) {
+  for (; count > 0; count = read(buffer.data(), kPiece)) {
     CheckInterrupt();
     written.Write(buffer.data(), static_cast<OrbU32>(count));
     progress->Advance(count);
@@ -290,88 +344,142 @@ void CopyIn(Session* session, const std::string& source, const Address& target, 
 
 class Writer {
  public:
-  Writer(Session* session, Progress* progress) : session_(session), progress_(progress) {}
+  Writer(Session* session, StandardInput* input, Progress* progress)
+      : session_(session), input_(input), progress_(progress) {}
 
   void Do(const Step& step) {
     progress_->SetItem(step.target.Path());
     if (!step.isDirectory) return WriteWhole(step);
-    if (!FindItem(session_, step.target).has_value())
-      CreateDirectory(session_, step.target);  // two sources may share it
+    if (!made_.insert(session_->PathOf(step.target)).second) return;  // two sources may share it
+    CreateDirectory(session_, step.target);
+    temporary_[session_->PathOf(step.target)] = FreeTemporaryName({});
   }
 
  private:
-  // A file has its name when it is whole; one that does not come in whole goes again.
+  // A file has its name when it is complete; one that does not come in whole goes again.
   void WriteWhole(const Step& step) {
-    Sweep(step.target.Parent());
-    const Address beside = TemporaryBeside(session_, step.target);
-    CreateFile(session_, beside);
+    Address beside = step.target.Parent();
+    const std::string directory = session_->PathOf(beside);
+    beside = beside.Child(TemporaryIn(beside, directory));
+    beside.standsFor = step.target.Text();
     try {
-      CopyIn(session_, step.source, beside, progress_);
-      if (step.attributes != 0) SetAttributes(session_, beside, step.attributes);
-      if (!step.replaces && beside.names != step.target.names) Rename(session_, beside, step.target.Name());
+      CreateFile(session_, beside);
+      Fill(step, beside);
+      if (step.replaced.has_value() && step.replaced->attributes != 0) {
+        SetAttributes(session_, beside, step.replaced->attributes);
+      }
+      if (!step.replaced.has_value()) Rename(session_, beside, step.target.Name());
     } catch (...) {
       OrbDeleteFileA(session_->PathOf(beside).c_str());
+      temporary_.erase(directory);  // it may be there still
       throw;
     }
-    if (step.replaces) Replace(session_, beside, step.target);
+    if (step.replaced.has_value()) Replace(session_, beside, step.target);
   }
 
-  // Takes away what an interrupted run has left in the directory.
-  void Sweep(const Address& directory) {
-    if (!swept_.insert(session_->PathOf(directory)).second) return;
-    for (const Item& item : ListItems(session_, directory)) {
-      if (item.IsDirectory() || !IsTemporaryName(item.name)) continue;
-      const Address left = directory.Child(item.name);
-      Delete(session_, left);
-      Report("removed " + left.Text() + ", which an interrupted put, cp or mv had left");
+  void Fill(const Step& step, const Address& beside) {
+    if (input_ != nullptr) {
+      return CopyIn(
+          session_, [this](void* to, std::size_t count) { return input_->Read(to, count); }, beside, progress_);
     }
+    const Descriptor file = OpenForReading(step.source);
+    const auto read = [&](void* to, std::size_t count) { return ReadFully(file.get(), step.source, to, count); };
+    CopyIn(session_, read, beside, progress_);
+  }
+
+  // A free temporary name in a directory, which is looked through once. What an interrupted run has left there goes.
+  const std::string& TemporaryIn(const Address& directory, const std::string& path) {
+    const auto known = temporary_.find(path);
+    if (known != temporary_.end()) return known->second;
+    std::vector<Item> left;
+    for (const Item& item : ListItems(session_, directory)) {
+      if (!IsTemporaryName(item.name)) continue;
+      if (item.IsDirectory()) {
+        left.push_back(item);
+        continue;
+      }
+      const Address address = directory.Child(item.name);
+      Delete(session_, address);
+      Report("removed " + address.Text() + ", which an interrupted put, cp or mv had left");
+    }
+    return temporary_[path] = FreeTemporaryName(left);
   }
 
   Session* session_;
+  StandardInput* input_;  // where that is the source
   Progress* progress_;
-  std::set<std::string> swept_;
+  std::set<std::string> made_;                    // directories, as the session has their paths
+  std::map<std::string, std::string> temporary_;  // names by directory
 };
 
 void PrintPair(const std::string& source, const Address& target) {
   Print(Visible(source) + " -> " + target.Text() + "\n");
 }
 
-int CarryOut(const PutOptions& options, Session* session, const Plan& plan) {
+int CarryOut(const PutOptions& options, Session* session, StandardInput* input, const Plan& plan) {
   int status = plan.skipped.empty() ? kSuccess : kFailed;
   Progress progress("put", plan.work, options.quiet);
-  Writer writer(session, &progress);
+  Writer writer(session, input, &progress);
   const Address* missing = nullptr;  // a directory that could not be made
+  std::size_t leftOut = 0;
+  bool stopped = false;
   for (const Step& step : plan.steps) {
     CheckInterrupt();
-    if (missing != nullptr && missing->Holds(step.target)) continue;
+    if (stopped || (missing != nullptr && missing->Holds(step.target))) {
+      ++leftOut;
+      continue;
+    }
     try {
       writer.Do(step);
       if (options.verbose) PrintPair(step.source, step.target);
     } catch (const Failure& failure) {
       Report(failure);
       status = kFailed;
-      if (failure.IsFinal()) break;
+      stopped = failure.IsFinal();
       if (step.isDirectory) missing = &step.target;
     }
     if (!step.isDirectory) progress.Advance(Progress::kFile);
   }
+  if (leftOut > 0) {
+    Report(inspect::Counted(leftOut, "more file or directory was", "more files and directories were") + " left out");
+  }
+  return status;
+}
+
+int PutAll(const PutOptions& options, StandardInput* input) {
+  Session session(options.sync == "each" ? Session::kEach : Session::kAtTheEnd);
+  const Plan plan = MakePlan(options, &session);
+  ReportAll(plan.skipped);
+  if (!plan.refusals.empty() || plan.noRoom.has_value()) {
+    ReportAll(plan.refusals);
+    if (plan.noRoom.has_value()) Report(*plan.noRoom);
+    Report("nothing was put");
+    return kFailed;
+  }
+  for (const auto& [source, target] : plan.renamed) PrintPair(source, target);
+  const int status = CarryOut(options, &session, input, plan);
+  session.Close();
   return status;
 }
 
 int RunPut(const PutOptions& options) {
   if (options.operands.size() < 2) throw UsageFailure("put", "there must be a source and a target");
-  Session session;
-  const Plan plan = MakePlan(options, &session);
-  ReportAll(plan.skipped);
-  if (!plan.refusals.empty()) {
-    ReportAll(plan.refusals);
-    Report("nothing was put");
-    return kFailed;
+  if (std::find(options.operands.begin(), options.operands.end() - 1, "-") == options.operands.end() - 1) {
+    return PutAll(options, nullptr);
   }
-  for (const auto& [source, target] : plan.renamed) PrintPair(source, target);
-  const int status = CarryOut(options, &session, plan);
-  session.Close();
-  return status;
+  StandardInput input;
+  for (unsigned tries = 0;; ++tries) {
+    try {
+      return PutAll(options, &input);
+    } catch (const Failure& failure) {
+      constexpr unsigned kMost = 50;
+      if (failure.code() != ORB_ERROR_CONTAINER_IN_USE || tries == kMost) throw;
+    }
+    // Perhaps it is in use by the program that writes to us; at its end that lets go of it.
+    CheckInterrupt();
+    input.TakeAll();
+    if (tries > 0) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
 }
 
 Run DefinePut(Syntax* syntax) {
@@ -380,6 +488,9 @@ Run DefinePut(Syntax* syntax) {
   syntax->Flag("-n,--no-clobber", &options->noClobber, "leave files alone that are there, and put the others");
   syntax->Exclude("--force", "--no-clobber");
   syntax->Flag("--rename", &options->rename, "store what has no legal name under a legal, unique one, and say which");
+  syntax->Choice("--sync", "WHEN", &options->sync, {"end", "each"},
+                 "when what was put is on the disk: at the end of the command (unless you say otherwise) or after each "
+                 "file");
   syntax->Flag("-v,--verbose", &options->verbose, "print each file");
   syntax->Flag("-q,--quiet", &options->quiet, "draw no progress");
   syntax->Flag("-r,-R,--recursive", &options->recursive, "accepted for habit: directories are always put whole");
@@ -400,7 +511,9 @@ const Command kPutCommand = {
     "--no-clobber, which continues an interrupted put.\n\n"
     "A file is written under the temporary name ~ORBA-1.TMP, with the first free number, in its directory, and renamed "
     "when it is complete. So --no-clobber can trust what has its name, also after a loss of power (and orba repair); "
-    "the temporary file that is left then is removed by the next put into its directory.\n\n"
+    "the temporary file that is left then is removed by the next put into its directory. When put ends well, all of "
+    "it is on the disk. What a loss of power before leaves depends on how much the host had written; --sync=each has "
+    "each file on the disk before the next one, and takes much longer.\n\n"
     "All names are checked before anything is written. Names that a container cannot hold are refused, and nothing is "
     "put; --rename makes them legal: other characters become \"_\", long names are shortened, a number tells equal "
     "names of one directory apart. A source has the same new name in every run, so that --force and --no-clobber "

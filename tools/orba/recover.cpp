@@ -155,6 +155,7 @@ int RunRecover(const RecoverOptions& options) {
         progress.Advance(Progress::kFile);
       });
   Progress::Hide();
+  if (recovered.possible) SyncDisks({options.directory});
   if (!recovered.possible) {
     if (isNew) host::RemoveDirectory(options.directory);
     const std::string why = recovered.failures.empty() ? "nothing can be made out" : recovered.failures[0];

@@ -1,5 +1,9 @@
 #include "tools/orba/session.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
 #include "tools/orba/failure.h"
 #include "tools/orba/mount_failure.h"
 #include "tools/orba/utf8.h"
@@ -29,17 +33,21 @@ std::u16string WideName(const std::string& container) {
   return wide;
 }
 
+Session::Session(Syncs syncs) {
+  if (syncs == kAtTheEnd) host::TakeOverSyncs();
+}
+
 Session::~Session() {
   for (const auto& [id, volume] : volumes_) OrbUnmountVolumeA(volume.name.c_str());
 }
 
 void Session::Close() {
   while (!volumes_.empty()) {
-    const Volume volume = volumes_.begin()->second;
+    const Volume volume = std::move(volumes_.begin()->second);
     volumes_.erase(volumes_.begin());
-    if (OrbUnmountVolumeA(volume.name.c_str()) == 0) {
-      throw LibraryFailure("cannot close " + volume.container, volume.container);
-    }
+    const std::string what = "cannot close " + volume.container;
+    if (OrbUnmountVolumeA(volume.name.c_str()) == 0) throw LibraryFailure(what, volume.container);
+    if (!host::Sync(volume.file.get())) throw HostFailure(what, errno);
   }
   ids_.clear();
 }
@@ -53,7 +61,7 @@ const Session::Volume& Session::Mount(const Address& address) {
     const std::string name = "V" + std::to_string(++mounted_);
     const OrbU32 code = MountAs(name, container);
     if (code != ORB_ERROR_NONE) throw MountFailure(address, code, status);
-    volumes_[status.id] = {name, container};
+    volumes_.emplace(status.id, Volume{name, container, OpenForReading(container == "-" ? "./-" : container)});
   }
   ids_[container] = status.id;
   return volumes_.at(status.id);
@@ -76,7 +84,7 @@ OrbU32 Session::BlockSize(const Address& address) {
 OrbU32 Session::NodeLimit(const Address& address) {
   OrbU32 bitmapBytes = 0;
   Require(OrbGetVolumeInfoA(Mount(address).name.c_str(), &bitmapBytes, nullptr), "use", address);
-  return 8 * bitmapBytes;
+  return std::max<OrbU32>(8 * bitmapBytes, 1);  // the root is there even when the bitmap is empty
 }
 
 }  // namespace orba::tool

@@ -16,12 +16,16 @@ namespace orba::tool {
 // Every member but the destructor throws a Failure with the address where the library refuses.
 class Session {
  public:
-  Session() = default;
+  // When changes are on the disk: all at once when the session closes, or each file's when the library closes it. A
+  // loss of power before leaves what the host has written by then.
+  enum Syncs { kAtTheEnd, kEach };
+
+  explicit Session(Syncs syncs = kAtTheEnd);
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  // Unmounts everything; throws when a container did not close cleanly.
+  // Unmounts everything; throws when a container did not close cleanly or not all of it is on the disk.
   void Close();
 
   // The path by which the library knows the place, such as "V1:/LOGS". Mounts the container.
@@ -34,6 +38,7 @@ class Session {
   struct Volume {
     std::string name;
     std::string container;  // as it was written first
+    Descriptor file;        // to sync it: its name may lead to another one by then
   };
 
   const Volume& Mount(const Address& address);

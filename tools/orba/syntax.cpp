@@ -98,6 +98,16 @@ void Syntax::Text(const char* names, const char* value, std::string* text, const
   }).takes = std::string("a ") + value;
 }
 
+void Syntax::Choice(const char* names, const char* value, std::string* text, const std::vector<std::string>& choices,
+                    const char* meaning) {
+  Option& option = Add(names, value, meaning, [text, choices](const std::string& given) {
+    *text = given;
+    return std::find(choices.begin(), choices.end(), given) != choices.end();
+  });
+  option.choices = choices;
+  option.takes = Alternatives(choices);
+}
+
 void Syntax::Number(const char* names, const char* value, std::uint32_t* number, Numbers range, const char* meaning) {
   Add(names, value, meaning, Within(range, number, NumberIn)).takes = RangeText("a number", range);
 }

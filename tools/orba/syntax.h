@@ -39,6 +39,9 @@ class Syntax {
   void Flag(const char* names, bool* on, const char* meaning);
   void Text(const char* names, const char* value, std::string* text, const char* meaning);
 
+  void Choice(const char* names, const char* value, std::string* text, const std::vector<std::string>& choices,
+              const char* meaning);
+
   // Decimal or 0x hexadecimal, from `lowest` to `highest`. Sizes may end in K or M: 1024 and 1048576 bytes.
   using Numbers = std::pair<std::uint32_t, std::uint32_t>;
   static constexpr Numbers kAll = {0, UINT32_MAX};

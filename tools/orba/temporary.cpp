@@ -1,5 +1,6 @@
 #include "tools/orba/temporary.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace orba::tool {
@@ -8,6 +9,8 @@ namespace {
 
 constexpr const char* kTemporaryName = "~ORBA-";
 constexpr const char* kTemporaryEnding = ".TMP";
+
+std::string NumberedName(unsigned number) { return kTemporaryName + std::to_string(number) + kTemporaryEnding; }
 
 }  // namespace
 
@@ -20,12 +23,19 @@ bool IsTemporaryName(const std::string& name) {
          number.find_first_not_of("0123456789") == std::string::npos;
 }
 
+std::string FreeTemporaryName(const std::vector<Item>& items) {
+  for (unsigned number = 1;; ++number) {
+    const std::string name = NumberedName(number);
+    const auto same = [&name](const Item& item) { return item.name == name; };
+    if (std::none_of(items.begin(), items.end(), same)) return name;
+  }
+}
+
 Address TemporaryBeside(Session* session, const Address& target) {
   Address beside;
   unsigned number = 0;
   do {
-    beside = target.Parent().Child(kTemporaryName + std::to_string(++number) + kTemporaryEnding);
-    if (session->PathOf(beside).size() > ORB_MAX_PATH) return target;
+    beside = target.Parent().Child(NumberedName(++number));
   } while (FindItem(session, beside).has_value());
   beside.standsFor = target.Text();
   return beside;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "tools/orba/place.h"
 
@@ -11,8 +12,11 @@ namespace orba::tool {
 
 bool IsTemporaryName(const std::string& name);
 
+// The first temporary name that is not among the items of a directory.
+std::string FreeTemporaryName(const std::vector<Item>& items);
+
 // A temporary name beside `target` that is free, for the file that is to take its place. Messages call it by the
-// target's name. Where the path would be too long, the target itself.
+// target's name.
 Address TemporaryBeside(Session* session, const Address& target);
 
 // Puts the finished file `temporary` in the place of the file `target` of the same directory. A stop in between leaves

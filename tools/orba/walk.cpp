@@ -57,11 +57,15 @@ std::vector<Match> Expand(Places* places, const Address& pattern, const char* ac
 }
 
 std::vector<Item> Walker::List(const Address& directory) {
-  const bool sane = listed_++ < session_->NodeLimit(directory) && directory.names.size() <= kDeepest;
-  if (sane) return ListItems(session_, directory);
-  throw LibraryFailure("cannot list " + Shortened(directory) + ": directories contain each other, or lie more than " +
-                           std::to_string(kDeepest) + " deep",
-                       directory.container, ORB_ERROR_DAMAGED_RECORD);
+  const std::string what = "cannot list " + Shortened(directory);
+  if (directory.names.size() > kDeepest) {
+    throw Failure(what, "it lies more than " + std::to_string(kDeepest) + " directories deep",
+                  "begin with a directory further down");
+  }
+  if (listed_++ >= session_->NodeLimit(directory)) {
+    throw LibraryFailure(what + ": directories contain each other", directory.container, ORB_ERROR_DAMAGED_RECORD);
+  }
+  return ListItems(session_, directory);
 }
 
 }  // namespace orba::tool

@@ -24,7 +24,7 @@ std::string Shortened(const Address& address);
 // Lists directory after directory of one walk and notices when they contain each other: then there would be no end.
 class Walker {
  public:
-  // No sane container nests deeper: beyond 62 levels not even the library can tell a full path.
+  // Walks go no deeper. Beyond 62 levels not even the library can tell a full path.
   static constexpr std::size_t kDeepest = 512;
 
   explicit Walker(Session* session) : session_(session) {}

@@ -15,7 +15,7 @@ namespace orba::tool::host {
 
 enum class Kind { kNothing, kFile, kDirectory, kLink, kPipe, kSocket, kDevice };
 
-using FileId = std::pair<std::uint64_t, std::uint64_t>;  // differs between any two files
+using FileId = std::pair<std::uint64_t, std::uint64_t>;  // disk and number: differs between any two files
 
 struct Status {
   Kind kind = Kind::kNothing;
@@ -57,9 +57,14 @@ std::ptrdiff_t Write(int file, const void* bytes, std::size_t count);
 std::ptrdiff_t ReadAt(int file, std::uint64_t offset, void* bytes, std::size_t count);
 std::ptrdiff_t WriteAt(int file, std::uint64_t offset, const void* bytes, std::size_t count);
 
+bool Rewind(int file);  // Read begins at the front again
+
 // These two go on where a signal stops them.
 bool Truncate(int file, std::uint64_t size);
 bool Sync(int file);  // all that was written is on the disk; true as well where the host cannot sync such a file
+
+// All that was written to the disk on which the path lies, names too.
+bool SyncDisk(const std::string& path);
 
 enum class Lock { kTaken, kRefused, kUnknownHere };
 // As the library locks containers: ends when the file is closed. Never waits.
@@ -67,6 +72,9 @@ Lock LockFile(int file, bool exclusive);
 
 bool SetTime(int file, std::int64_t seconds);  // of the last change, since 1970
 bool SetTimeToNow(int file);
+
+// From here on the library leaves it to this program when its containers are synced.
+void TakeOverSyncs();
 
 // ---- Names ----------------------------------------------------------------------------------------------------------
 

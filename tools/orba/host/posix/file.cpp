@@ -108,6 +108,8 @@ std::ptrdiff_t WriteAt(int file, std::uint64_t offset, const void* bytes, std::s
   return pwrite(file, bytes, count, static_cast<off_t>(offset));
 }
 
+bool Rewind(int file) { return lseek(file, 0, SEEK_SET) == 0; }
+
 bool Truncate(int file, std::uint64_t size) {
   int result = 0;
   do {
@@ -124,6 +126,15 @@ bool Sync(int file) {
   return result == 0 || errno == EINVAL;
 }
 
+bool SyncDisk(const std::string& path) {
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  const bool done = file >= 0 && syncfs(file) == 0;
+  const int error = errno;
+  if (file >= 0) close(file);
+  errno = error;
+  return done;
+}
+
 Lock LockFile(int file, bool exclusive) {
   if (flock(file, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB) == 0) return Lock::kTaken;
   return errno == EWOULDBLOCK ? Lock::kRefused : Lock::kUnknownHere;
@@ -136,6 +147,8 @@ bool SetTime(int file, std::int64_t seconds) {
 }
 
 bool SetTimeToNow(int file) { return futimens(file, nullptr) == 0; }
+
+void TakeOverSyncs() { setenv("ORBA_SYNC", "caller", 1); }
 
 bool Rename(const std::string& from, const std::string& to, bool overwrite) {
   if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), overwrite ? 0 : RENAME_NOREPLACE) == 0) return true;
