@@ -5,12 +5,11 @@ add_executable(elf2pe ${elf2pe_sources})
 
 if(ORBA_TESTS)
   find_package(GTest REQUIRED)
-  include(GoogleTest)
   list(FILTER elf2pe_sources EXCLUDE REGEX "/main\\.cpp$")
   add_executable(elf2pe_tests tests/device/elf2pe_test.cpp ${elf2pe_sources})
   target_include_directories(elf2pe_tests PRIVATE tools/elf2pe)
   target_link_libraries(elf2pe_tests PRIVATE GTest::gtest_main)
-  gtest_discover_tests(elf2pe_tests DISCOVERY_MODE PRE_TEST)
+  orba_gtest(elf2pe_tests SHARDS 1 LABEL unit)
   add_test(NAME elf2pe_usage COMMAND elf2pe --machine sparc a b)
   set_tests_properties(elf2pe_usage PROPERTIES PASS_REGULAR_EXPRESSION "--machine is arm, thumb or thumb2, not sparc")
 
