@@ -1,5 +1,5 @@
-# Programs for ARM processors as old as ARMv4T, with the C library for bare machines: Debian's libraries for Linux on ARM
-# need a later processor.
+# Programs for ARM processors as old as ARMv4T, with the C library for bare machines: Debian's libraries for Linux on
+# ARM need a later processor.
 set(CMAKE_SYSTEM_NAME Generic)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_C_COMPILER arm-none-eabi-gcc)

@@ -6,8 +6,8 @@
 
 #include "memfile/memfile.h"
 
-// Provides memory for the bytes from `begin` to before `end`, which is above `begin` and at most MEMFILE_MAX_SIZE. False
-// without memory; whatever the result, no byte changes its value.
+// Provides memory for the bytes from `begin` to before `end`, which is above `begin` and at most MEMFILE_MAX_SIZE.
+// False without memory; whatever the result, no byte changes its value.
 bool ProvidePages(MemFileU32 begin, MemFileU32 end);
 
 // Copies `count` bytes from or to `position`. Bytes that were never written to are zeros. What is written to must have

@@ -1,7 +1,8 @@
-// The bytes lie one behind the other: those of a small file in a block from the heap, which costs less to get and to give
-// back, those of a larger one in a mapping. Addresses for the largest file are reserved at once, which takes no
-// memory; as the file grows, more of them are made accessible where they are. Where so many addresses are not to be had,
-// or the process has a limit on them, the mapping is only as long as needed and moves to grow; its pages are not copied.
+// The bytes lie one behind the other: those of a small file in a block from the heap, which costs less to get and to
+// give back, those of a larger one in a mapping. Addresses for the largest file are reserved at once, which takes no
+// memory; as the file grows, more of them are made accessible where they are. Where so many addresses are not to be
+// had, or the process has a limit on them, the mapping is only as long as needed and moves to grow; its pages are not
+// copied.
 #include "memfile/pages.h"
 
 #include <stdint.h>

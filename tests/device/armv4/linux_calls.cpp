@@ -1,6 +1,6 @@
 // The kernel's calls for a program on bare Linux, compiled with Linux's headers: under the names that the host layer of
-// the library and the loader of images use, and those of linux.h. Linux's C library itself is not linked, for it needs a
-// later processor.
+// the library and the loader of images use, and those of linux.h. Linux's C library itself is not linked, for it needs
+// a later processor.
 #include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
@@ -36,7 +36,7 @@ long High(int64_t value) { return static_cast<long>(value >> 32); }
 
 }  // namespace
 
-// ---- What Linux's headers declare ------------------------------------------------------------------------------------
+// ---- What Linux's headers declare -----------------------------------------------------------------------------------
 
 extern "C" {
 
@@ -114,7 +114,7 @@ int munmap(void* address, size_t size) noexcept {
   return static_cast<int>(Result(Call(SYS_munmap, Word(address), static_cast<long>(size))));
 }
 
-// ---- What the other half needs ---------------------------------------------------------------------------------------
+// ---- What the other half needs --------------------------------------------------------------------------------------
 
 long linux_file_status(int file, unsigned* mode, long long* size) {
   struct stat64 status;
