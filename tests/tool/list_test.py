@@ -3,9 +3,11 @@ import fcntl
 import os
 import re
 import resource
+import signal
+import subprocess
 import unittest
 
-from support import STATE_FLAGS, ToolTest, obey_modes
+from support import LIMIT, ORBA, STATE_FLAGS, ToolTest, obey_modes
 
 
 class ListTest(ToolTest):
@@ -160,8 +162,46 @@ class ListTest(ToolTest):
             self.ok("get", "card.orb", "out")
             fcntl.flock(container, fcntl.LOCK_EX)
             for arguments in (["ls", "card.orb"], ["cat", "card.orb:/README"], ["du", "card.orb"], ["df", "card.orb"]):
+                message = self.fails(1, *arguments)
                 self.assertIn("cannot open card.orb: another program has the container open "
-                              "(ORB_ERROR_CONTAINER_IN_USE", self.fails(1, *arguments))
+                              "(ORB_ERROR_CONTAINER_IN_USE", message)
+                self.assertIn("      wait until it is free with: --wait\n", message)
+
+    def test_a_busy_container_is_waited_for_as_long_as_asked(self):
+        for arguments in (["ls", "card.orb"], ["cat", "card.orb:/README"], ["check", "card.orb"],
+                          ["mkdir", "-p", "card.orb:/LOGS"]):
+            with open(self.path("card.orb"), "rb") as container:
+                fcntl.flock(container, fcntl.LOCK_EX)
+                status = 8 if arguments[0] == "check" else 1
+                self.assertIn("another program has the container open", self.fails(status, *arguments, "--wait=0"))
+                self.assertIn("another program has the container open", self.fails(status, *arguments, "--wait=1"))
+                waiting = subprocess.Popen([ORBA, *arguments, "--wait"], cwd=self.folder, env=self.environment(),
+                                           stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+                with self.assertRaises(subprocess.TimeoutExpired):
+                    waiting.wait(0.3)
+            self.assertEqual(waiting.wait(LIMIT), 0, arguments)
+            self.assertEqual(waiting.stderr.read(), b"")
+            waiting.stderr.close()
+
+    def test_waiting_ends_with_a_signal(self):
+        with open(self.path("card.orb"), "rb") as container:
+            fcntl.flock(container, fcntl.LOCK_EX)
+            waiting = subprocess.Popen([ORBA, "ls", "--wait", "card.orb"], cwd=self.folder, env=self.environment(),
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+            with self.assertRaises(subprocess.TimeoutExpired):
+                waiting.wait(0.3)
+            waiting.terminate()
+            self.assertEqual(waiting.wait(LIMIT), -signal.SIGTERM)
+            waiting.stderr.close()
+
+    def test_what_holds_a_busy_container_is_named(self):
+        with open(self.path("card.orb"), "rb") as container:
+            fcntl.flock(container, fcntl.LOCK_EX)
+            with open("/proc/locks", encoding="ascii") as locks:
+                if not any(f" {os.getpid()} " in line for line in locks):
+                    return  # this system does not tell
+            self.assertIn(f"      it is open in process {os.getpid()} (", self.fails(1, "ls", "card.orb"))
+            self.assertIn(f"      it is open in process {os.getpid()} (", self.fails(1, "mkdir", "card.orb:/X"))
 
 
 class ReadOnlyContainerTest(ToolTest):

@@ -1,5 +1,7 @@
 #include "tools/orba/commands.h"
 
+#include "tools/orba/patience.h"
+
 namespace orba::tool {
 
 const std::vector<const Command*>& Commands() {
@@ -15,6 +17,8 @@ const std::vector<const Command*>& Commands() {
 Definition Define(const Command& command) {
   Definition definition;
   definition.run = command.define(&definition.syntax);
+  definition.syntax.NumberOrBare("--wait", "SECONDS", WaitOption(), {0, kForever - 1}, kForever,
+                                 "while another program has the container open, wait for it, at most so long");
   definition.syntax.Help();
   return definition;
 }

@@ -105,6 +105,7 @@ std::string Row(const std::string& name, const std::string& meaning, std::size_t
 std::string OptionLabel(const Option& option) {
   std::string label;
   for (const std::string& name : option.names) label += (label.empty() ? "" : ", ") + name;
+  if (option.mayBeBare) return label + "[=" + option.value + "]";
   return option.value.empty() ? label : label + " " + option.value;
 }
 

@@ -2,6 +2,7 @@
 
 #include "orba.h"
 #include "tools/orba/host_file.h"
+#include "tools/orba/patience.h"
 
 namespace orba::tool {
 
@@ -45,6 +46,7 @@ Failure MountFailure(const Address& address, std::uint32_t code, const host::Sta
     return Failure(what, "a folder on the way to it is missing, or is not a folder" + coded,
                    container.back() == '/' ? AdviceOnMissing(address) : "check the name", code);
   }
+  if (code == ORB_ERROR_CONTAINER_IN_USE) return BusyFailure(container, host::HolderOf(container));
   if (code != ORB_ERROR_FILE_NOT_FOUND) return LibraryFailure(what, container, code);
   return Failure(what, "there is no such container" + coded, AdviceOnMissing(address), code);
 }

@@ -6,6 +6,7 @@
 #include "tools/orba/failure.h"
 #include "tools/orba/host/host.h"
 #include "tools/orba/interrupt.h"
+#include "tools/orba/patience.h"
 
 namespace orba::tool {
 
@@ -40,8 +41,9 @@ Descriptor Open(const std::string& path, RawContainer::Access access, int* refus
 RawContainer::RawContainer(const std::string& path, Access access)
     : path_(path), file_(Open(path, access, &refusal_)), target_(file_.get()) {
   // The library locks the same way. A file system without locks has no one to keep out.
-  if (host::LockFile(file_.get(), access == kWrite) == host::Lock::kRefused) {
-    throw LibraryFailure("cannot open " + path, path, ORB_ERROR_CONTAINER_IN_USE);
+  Patience patience;
+  while (host::LockFile(file_.get(), access == kWrite) == host::Lock::kRefused) {
+    if (!patience.WaitMore()) throw BusyFailure(path, host::HolderOf(file_.get()));
   }
   Reread();
 }

@@ -6,6 +6,7 @@
 
 #include "tools/orba/failure.h"
 #include "tools/orba/mount_failure.h"
+#include "tools/orba/patience.h"
 #include "tools/orba/utf8.h"
 
 namespace orba::tool {
@@ -59,7 +60,9 @@ const Session::Volume& Session::Mount(const Address& address) {
   const host::Status status = host::StatusOf(container);
   if (status.kind == host::Kind::kNothing || volumes_.count(status.id) == 0) {
     const std::string name = "V" + std::to_string(++mounted_);
-    const OrbU32 code = MountAs(name, container);
+    Patience patience;
+    OrbU32 code = MountAs(name, container);
+    while (code == ORB_ERROR_CONTAINER_IN_USE && patience.WaitMore()) code = MountAs(name, container);
     if (code != ORB_ERROR_NONE) throw MountFailure(address, code, status);
     volumes_.emplace(status.id, Volume{name, container, OpenForReading(container == "-" ? "./-" : container)});
   }

@@ -83,7 +83,7 @@ std::optional<std::uint64_t> SizeIn(const std::string& text) {
 
 Option& Syntax::Add(const char* names, const char* value, const char* meaning,
                     std::function<bool(const std::string&)> take) {
-  options_.push_back({Split(names), value, meaning, {}, std::move(take), ""});
+  options_.push_back({Split(names), value, meaning, {}, std::move(take), "", false});
   return options_.back();
 }
 
@@ -115,6 +115,17 @@ void Syntax::Number(const char* names, const char* value, std::uint32_t* number,
 void Syntax::Number(const char* names, const char* value, std::optional<std::uint32_t>* number, Numbers range,
                     const char* meaning) {
   Add(names, value, meaning, Within(range, number, NumberIn)).takes = RangeText("a number", range);
+}
+
+void Syntax::NumberOrBare(const char* names, const char* value, std::optional<std::uint32_t>* number, Numbers range,
+                          std::uint32_t bare, const char* meaning) {
+  const auto within = Within(range, number, NumberIn);
+  Option& option = Add(names, value, meaning, [=](const std::string& text) {
+    if (text.empty()) *number = bare;
+    return text.empty() || within(text);
+  });
+  option.takes = RangeText("a number", range);
+  option.mayBeBare = true;
 }
 
 void Syntax::Size(const char* names, const char* value, std::optional<std::uint32_t>* size, Numbers range,
@@ -196,8 +207,9 @@ class Parser {
     const Option& option = syntax_.options()[number];
     for (const std::string& name : option.names) {
       if (IsLong(name)) {
-        longNames_.push_back({name.c_str() + 2, option.value.empty() ? no_argument : required_argument, nullptr,
-                              kLong + static_cast<int>(number)});
+        const int valued = option.mayBeBare ? optional_argument : required_argument;
+        longNames_.push_back(
+            {name.c_str() + 2, option.value.empty() ? no_argument : valued, nullptr, kLong + static_cast<int>(number)});
       } else {
         letters_ += name[1] + std::string(option.value.empty() ? "" : ":");
       }

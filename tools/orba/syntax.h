@@ -19,7 +19,8 @@ struct Option {
 
   // Puts the value, empty for a flag, in its place. False for one that the option does not take.
   std::function<bool(const std::string& text)> take;
-  std::string takes;  // what it does take: "a number from 1 to 9"
+  std::string takes;       // what it does take: "a number from 1 to 9"
+  bool mayBeBare = false;  // the value may be left out, and else stands behind a "=" in the same word
 };
 
 // An argument without a name of its own, known by its place among the operands.
@@ -48,6 +49,9 @@ class Syntax {
   void Number(const char* names, const char* value, std::uint32_t* number, Numbers range, const char* meaning);
   void Number(const char* names, const char* value, std::optional<std::uint32_t>* number, Numbers range,
               const char* meaning);
+  // One of which the value may be left out: "--wait" and "--wait=5". It is `bare` then.
+  void NumberOrBare(const char* names, const char* value, std::optional<std::uint32_t>* number, Numbers range,
+                    std::uint32_t bare, const char* meaning);
   void Size(const char* names, const char* value, std::optional<std::uint32_t>* size, Numbers range,
             const char* meaning);
   void SizeOutOf(const char* names, const char* value, std::uint32_t* size, const std::vector<std::uint32_t>& choices,

@@ -66,6 +66,10 @@ bool Sync(int file);  // all that was written is on the disk; true as well where
 // All that was written to the disk on which the path lies, names too.
 bool SyncDisk(const std::string& path);
 
+// The program that keeps others from locking the file: "process 1234 (orba)"; empty where the system does not tell.
+std::string HolderOf(int file);
+std::string HolderOf(const std::string& path);
+
 enum class Lock { kTaken, kRefused, kUnknownHere };
 // As the library locks containers: ends when the file is closed. Never waits.
 Lock LockFile(int file, bool exclusive);
@@ -105,6 +109,7 @@ bool IsUtf8();                    // the console shows characters beyond ASCII
 // past the limit for the size of files with EFBIG, and one that has to wait is ended by a signal (EINTR).
 void CatchSignals();
 int CaughtSignal();                   // 0 while none has come
+void Pause(int milliseconds);         // less when a signal came
 void AwaitInput(int file);            // returns when there is something to read, or the end, or when a signal came
 [[noreturn]] void DieOf(int signal);  // ends the program the way the signal would have
 

@@ -61,6 +61,11 @@ void CatchSignals() {
 
 int CaughtSignal() { return g_signal; }
 
+void Pause(int milliseconds) {
+  pollfd waiting = {g_wake[0], POLLIN, 0};
+  poll(&waiting, 1, milliseconds);
+}
+
 void AwaitInput(int file) {
   pollfd waiting[2] = {{file, POLLIN, 0}, {g_wake[0], POLLIN, 0}};
   while (poll(waiting, 2, -1) < 0 && errno == EINTR && g_signal == 0) continue;

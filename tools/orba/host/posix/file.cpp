@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -133,6 +134,35 @@ bool SyncDisk(const std::string& path) {
   if (file >= 0) close(file);
   errno = error;
   return done;
+}
+
+std::string HolderOf(int file) {
+  struct stat status = {};
+  if (fstat(file, &status) != 0) return "";
+  char wanted[64];  // as /proc/locks has the file: "08:01:1234"
+  std::snprintf(wanted, sizeof wanted, " %02x:%02x:%llu ", major(status.st_dev), minor(status.st_dev),
+                static_cast<unsigned long long>(status.st_ino));
+  const std::unique_ptr<FILE, int (*)(FILE*)> locks(fopen("/proc/locks", "re"), fclose);
+  char line[256];
+  while (locks != nullptr && fgets(line, sizeof line, locks.get()) != nullptr) {
+    int process = 0;
+    const bool ours = std::strstr(line, wanted) != nullptr && std::strstr(line, "->") == nullptr;
+    if (!ours || std::sscanf(line, "%*s %*s %*s %*s %d", &process) != 1 || process <= 0) continue;
+    char name[32] = "";
+    const std::string path = "/proc/" + std::to_string(process) + "/comm";
+    const std::unique_ptr<FILE, int (*)(FILE*)> comm(fopen(path.c_str(), "re"), fclose);
+    const bool named = comm != nullptr && fgets(name, sizeof name, comm.get()) != nullptr;
+    name[std::strcspn(name, "\n")] = '\0';
+    return "process " + std::to_string(process) + (named ? std::string(" (") + name + ")" : "");
+  }
+  return "";
+}
+
+std::string HolderOf(const std::string& path) {
+  const int file = OpenForReading(path);
+  const std::string holder = HolderOf(file);
+  if (file >= 0) Close(file);
+  return holder;
 }
 
 Lock LockFile(int file, bool exclusive) {
