@@ -113,7 +113,9 @@ int FetchRun(const ReadCache* cache, const Run& run, int descriptor, uint64_t ne
       const uint64_t there = *reached > start ? *reached - start : 0;
       pieces[count++] = {run.lines[i]->bytes + there, static_cast<size_t>(end - start - there)};
     }
-    const ssize_t moved = preadv(descriptor, pieces, count, static_cast<off_t>(*reached));
+    const auto position = static_cast<off_t>(*reached);
+    const ssize_t moved = count == 1 ? pread(descriptor, pieces[0].iov_base, pieces[0].iov_len, position)
+                                     : preadv(descriptor, pieces, count, position);
     if (moved < 0 && errno == EINTR) continue;
     if (moved < 0) return errno;
     if (moved == 0) break;

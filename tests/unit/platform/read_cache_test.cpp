@@ -225,7 +225,7 @@ TEST_F(PosixReadCache, write_that_fails_half_way_reads_back_as_the_file_holds_it
 TEST_F(PosixReadCache, read_that_fails_is_made_again_next_time) {
   char buffer[8];
   uint32_t done = 77;
-  systemcalls::FailNext(systemcalls::kPreadv, EIO);
+  systemcalls::FailNext(systemcalls::kPread, EIO);
   EXPECT_EQ(0, ReadFile(file_, buffer, 8, &done, nullptr));
   EXPECT_EQ(31u, GetLastError());
   EXPECT_EQ(0u, done);
@@ -248,7 +248,7 @@ TEST_F(PosixReadCache, read_across_kept_lines_into_one_that_fails_tells_what_was
 TEST_F(PosixReadCache, failure_of_what_is_only_fetched_ahead_is_not_the_readers) {
   ExpectContents(Line(3), kCacheLineSize);
   systemcalls::ShortenNext(systemcalls::kPreadv, kCacheLineSize + 7);  // of two lines; the rest would fail
-  systemcalls::FailNth(systemcalls::kPreadv, 2, EIO);
+  systemcalls::FailNext(systemcalls::kPread, EIO);
   EXPECT_EQ(1u, Calls(Line(4), kCacheLineSize));
   char byte;
   uint32_t done = 77;
@@ -339,6 +339,7 @@ TEST_P(PosixReadCacheRandom, every_byte_is_the_files) {
     const uint32_t count = 1 + random(random(8) == 0 ? 70000 : 5000);
     const uint32_t position = random(random(4) == 0 ? size : 40 * kCacheLineSize);
     if (random(10) == 0) systemcalls::ShortenNext(systemcalls::kPreadv, 1 + random(6000));
+    if (random(10) == 0) systemcalls::ShortenNext(systemcalls::kPread, 1 + random(3000));
     if (random(10) == 0) systemcalls::ShortenNext(systemcalls::kPwrite, 1 + random(3000));
     if (random(20) == 0) systemcalls::FailNext(systemcalls::kMalloc, ENOMEM);
     if (random(3) == 0 && size < 2 * kSize) {

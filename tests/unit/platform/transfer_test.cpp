@@ -160,7 +160,7 @@ TEST_F(PosixTransfer, read_across_the_end_succeeds_short_with_one_system_call) {
   EXPECT_EQ(3u, done_);
   EXPECT_STREQ("789", buffer_);
   EXPECT_EQ(10u, Position());
-  EXPECT_EQ(1u, systemcalls::Count(systemcalls::kPreadv));
+  EXPECT_EQ(1u, systemcalls::Count(systemcalls::kPread));
   EXPECT_EQ(1u, systemcalls::CountAll());
 }
 
@@ -179,23 +179,23 @@ TEST_F(PosixTransfer, read_count_0_succeeds_without_a_buffer) {
 }
 
 TEST_F(PosixTransfer, read_interrupted_goes_on) {
-  systemcalls::FailNext(systemcalls::kPreadv, EINTR);
+  systemcalls::FailNext(systemcalls::kPread, EINTR);
   EXPECT_EQ("0123456789", Read(file_, 10));
-  EXPECT_EQ(2u, systemcalls::Count(systemcalls::kPreadv));
+  EXPECT_EQ(2u, systemcalls::Count(systemcalls::kPread));
 }
 
 TEST_F(PosixTransfer, read_cut_short_by_the_host_goes_on) {
-  systemcalls::ShortenNext(systemcalls::kPreadv, 3);
+  systemcalls::ShortenNext(systemcalls::kPread, 3);
   EXPECT_EQ("0123456789", Read(file_, 10));
-  EXPECT_EQ(2u, systemcalls::Count(systemcalls::kPreadv));
+  EXPECT_EQ(2u, systemcalls::Count(systemcalls::kPread));
   EXPECT_EQ(10u, Position());
 }
 
 TEST_F(PosixTransfer, read_cut_short_and_interrupted_goes_on) {
-  systemcalls::ShortenNext(systemcalls::kPreadv, 3);
-  systemcalls::FailNth(systemcalls::kPreadv, 2, EINTR);
+  systemcalls::ShortenNext(systemcalls::kPread, 3);
+  systemcalls::FailNth(systemcalls::kPread, 2, EINTR);
   EXPECT_EQ("0123456789", Read(file_, 10));
-  EXPECT_EQ(3u, systemcalls::Count(systemcalls::kPreadv));
+  EXPECT_EQ(3u, systemcalls::Count(systemcalls::kPread));
 }
 
 TEST_F(PosixTransfer, read_host_refusals_have_their_codes_and_move_nothing) {
@@ -204,7 +204,7 @@ TEST_F(PosixTransfer, read_host_refusals_have_their_codes_and_move_nothing) {
                                   {EISDIR, 5},  {EFAULT, 87}, {ECANCELED, 1235}};
   for (const RefusedCase& refused : refusals) {
     done_ = 77;
-    systemcalls::FailNext(systemcalls::kPreadv, refused.error);
+    systemcalls::FailNext(systemcalls::kPread, refused.error);
     EXPECT_EQ(0, ReadFile(file_, buffer_, 4, &done_, nullptr));
     EXPECT_EQ(refused.code, GetLastError()) << "errno " << refused.error;
     EXPECT_EQ(0u, done_);
@@ -213,8 +213,8 @@ TEST_F(PosixTransfer, read_host_refusals_have_their_codes_and_move_nothing) {
 }
 
 TEST_F(PosixTransfer, read_that_fails_half_way_tells_what_was_moved) {
-  systemcalls::ShortenNext(systemcalls::kPreadv, 3);
-  systemcalls::FailNth(systemcalls::kPreadv, 2, EIO);
+  systemcalls::ShortenNext(systemcalls::kPread, 3);
+  systemcalls::FailNth(systemcalls::kPread, 2, EIO);
   EXPECT_EQ(0, ReadFile(file_, buffer_, 10, &done_, nullptr));
   EXPECT_EQ(31u, GetLastError());
   EXPECT_EQ(3u, done_);
