@@ -76,7 +76,9 @@ Contents MapWalk::ContentsOfMap(std::uint32_t block) {
   if (work->entered[block]) return Contents::kAny;
   const auto known = work->noMaps.find(block);
   if (known != work->noMaps.end()) return known->second;
-  const Contents contents = ContentsOf(work->image, work->geometry(), block);
+  std::vector<std::uint8_t> bytes(work->geometry().blockSize);
+  if (!work->Read(work->geometry().BlockOffset(block), bytes.data(), bytes.size())) return Contents::kAny;
+  const Contents contents = ContentsOf(work->geometry(), bytes);
   if (contents != Contents::kAny) work->noMaps.emplace(block, contents);
   return contents;
 }

@@ -89,12 +89,10 @@ void VisitMap(const Image& image, const Geometry& geometry, const OrbNodeRecord&
   }
 }
 
-Contents ContentsOf(const Image& image, const Geometry& geometry, std::uint32_t block) {
-  std::vector<std::uint8_t> bytes(geometry.blockSize);
-  if (!image.Read(geometry.BlockOffset(block), bytes.data(), bytes.size())) return Contents::kAny;
-  if (HoldsNodes(geometry, bytes)) return Contents::kNodes;
-  if (AreDots(bytes.data())) return Contents::kDirectory;
-  return HoldsNoNumbers(geometry, bytes) ? Contents::kNoNumbers : Contents::kAny;
+Contents ContentsOf(const Geometry& geometry, const std::vector<std::uint8_t>& block) {
+  if (HoldsNodes(geometry, block)) return Contents::kNodes;
+  if (AreDots(block.data())) return Contents::kDirectory;
+  return HoldsNoNumbers(geometry, block) ? Contents::kNoNumbers : Contents::kAny;
 }
 
 std::uint32_t FindBlock(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t index) {

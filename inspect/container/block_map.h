@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <vector>
 
 #include "inspect/container/geometry.h"
 #include "inspect/container/image.h"
@@ -42,7 +43,7 @@ MapPath PathTo(const Geometry& geometry, std::uint64_t index);
 void VisitMap(const Image& image, const Geometry& geometry, const OrbNodeRecord& node, std::uint64_t nodeOffset,
               const std::function<bool(const MapSlot&)>& visit);
 
-// What the contents of a block, which the container holds, look like.
+// What the bytes of a block look like.
 enum class Contents : std::uint8_t {
   kAny,        // perhaps block numbers
   kNoNumbers,  // numbers of blocks that no container can have; a few such slots of a map may be damaged
@@ -51,7 +52,7 @@ enum class Contents : std::uint8_t {
 };
 
 // Anything but kAny cannot be a block-map block.
-Contents ContentsOf(const Image& image, const Geometry& geometry, std::uint32_t block);
+Contents ContentsOf(const Geometry& geometry, const std::vector<std::uint8_t>& block);
 
 // The block that holds logical block `index`, by the slots on its way alone; 0 when there is none, or none that the
 // container holds.

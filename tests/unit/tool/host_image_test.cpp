@@ -68,5 +68,22 @@ TEST_F(FileImageTest, container_checks_as_in_memory) {
   EXPECT_EQ(ToJson(Check(*image)), ToJson(Check(MemoryImage(builder.bytes()))));
 }
 
+// A read that fails leaves nothing behind that a later one could take for the file's bytes.
+TEST_F(FileImageTest, file_cut_meanwhile_is_refused_until_its_bytes_are_back) {
+  const Bytes bytes = Pattern(100000, 7);
+  Store(bytes);
+  const auto image = FileImage::Open(path_);
+  ASSERT_NE(image, nullptr);
+  std::filesystem::resize_file(path_, 10000);
+  Bytes out(100);
+  EXPECT_FALSE(image->Read(50000, out.data(), out.size()));
+  EXPECT_FALSE(image->Read(50000, out.data(), out.size()));
+  EXPECT_TRUE(image->Read(5000, out.data(), out.size()));
+  EXPECT_FALSE(image->Read(5000, Bytes(60000).data(), 60000));
+  Store(bytes);
+  EXPECT_TRUE(image->Read(50000, out.data(), out.size()));
+  EXPECT_EQ(out, Bytes(bytes.begin() + 50000, bytes.begin() + 50100));
+}
+
 }  // namespace
 }  // namespace orba::tool

@@ -1,0 +1,195 @@
+// What a check says, word for word, of containers that are each damaged in one way.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "inspect/check/check.h"
+#include "inspect/container/image.h"
+#include "inspect/view/report.h"
+#include "tests/support/image_builder.h"
+#include "tests/unit/inspect/expected_texts.h"
+
+namespace orba::inspect {
+namespace {
+
+using testimage::Bytes;
+using testimage::ImageBuilder;
+using testtext::ExpectTexts;
+
+// The lines of the findings.
+std::string Lines(const Image& image) {
+  const Report report = Check(image);
+  const std::string text = ToText(report);
+  std::size_t end = 0;
+  for (std::size_t i = 0; i < report.findings.size(); ++i) end = text.find('\n', end) + 1;
+  return text.substr(0, end);
+}
+
+// blocks: 1 nodes, 2 root, 3 and 4 A (node 2), 5 D (node 3), 6 to 12 B (node 4) in D, 13 its map, 14 E (node 5) in D
+struct Small : ImageBuilder {
+  Small() : ImageBuilder(1024, 32) {
+    AddFile(1, "A", 1500);
+    AddDirectory(1, "D");
+    AddFile(3, "B", 7 * 1024);
+    AddDirectory(3, "E");
+  }
+};
+
+// A file F (node 2) with 600 blocks: two second-level blocks.
+struct Long : ImageBuilder {
+  Long() : ImageBuilder(1024, 32) { AddFile(1, "F", 600 * 1024); }
+  std::uint32_t Double() const { return Get32(NodeOffset(2) + 60); }
+};
+
+// A container of which one byte cannot be read.
+struct Bad : MemoryImage {
+  explicit Bad(std::uint64_t at) : MemoryImage(Small().bytes()), bad(at) {}
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    return !(offset <= bad && bad < offset + count) && MemoryImage::Read(offset, out, count);
+  }
+  std::uint64_t bad;
+};
+
+template <class Builder>
+std::string After(const std::function<void(Builder*)>& change) {
+  Builder image;
+  change(&image);
+  return Lines(MemoryImage(image.bytes()));
+}
+
+// What is done to a Small or a Long container, and says so itself.
+#define SMALL(...)                                                           \
+  {                                                                          \
+#__VA_ARGS__, [] { return After<Small>([](Small* i) { __VA_ARGS__; }); } \
+  }
+#define LONG(...)                                                          \
+  {                                                                        \
+#__VA_ARGS__, [] { return After<Long>([](Long* i) { __VA_ARGS__; }); } \
+  }
+#define BAD(at)                                           \
+  {                                                       \
+    "unreadable byte " #at, [] { return Lines(Bad(at)); } \
+  }
+
+TEST(CheckText, header_fields_say_what_they_should_be) {
+  ExpectTexts("check_header", {
+    SMALL(i->Put32(24, 33)), SMALL(i->Put32(44, 0xB)), SMALL(i->Put32(44, 0x20A)),
+        SMALL(i->Put8(56, 1); i->Put8(127, 1)), SMALL(i->Put8(127, 1)), SMALL(i->Put32(52, 2)),
+        SMALL(i->PutText(0, "ARBO"); i->PutText(4, "1.1 ")),
+  });
+}
+
+TEST(CheckText, container_of_a_wrong_length_says_where_it_ends) {
+  ExpectTexts("check_length", {
+                                  SMALL(i->bytes().resize(1023)),
+                                  SMALL(i->bytes().resize(1055)),
+                                  SMALL(i->bytes().resize(1056)),
+                                  SMALL(i->bytes().resize(i->bytes().size() + 1)),
+                                  SMALL(i->bytes().resize(i->bytes().size() - 1)),
+                              });
+}
+
+TEST(CheckText, bytes_that_the_host_cannot_read_are_placed) {
+  ExpectTexts("check_unreadable", {
+                                      BAD(100),
+                                      BAD(200),
+                                      BAD(1030),
+                                      BAD(1100),
+                                      BAD(2090),
+                                      BAD(5200),
+                                      BAD(13400),
+                                  });
+}
+
+TEST(CheckText, table_and_bitmap_are_checked_against_each_other) {
+  ExpectTexts("check_table", {
+    SMALL(i->Put32(i->TableOffset(1), 15)), SMALL(i->Put32(i->TableOffset(1), 14)),
+        SMALL(i->Put32(i->TableOffset(16), 14)), SMALL(i->Put32(i->TableOffset(1), i->AppendBlock())),
+        SMALL(i->SetFree(17, false); i->SetFree(18, false); i->SetFree(20, false)), SMALL(i->SetFree(1, true)),
+        SMALL(i->SetFree(2, true)), SMALL(i->Put32(i->TableOffset(0), 0)),
+  });
+}
+
+TEST(CheckText, node_records_are_judged_field_by_field) {
+  ExpectTexts("check_nodes", {
+    SMALL(i->PutText(i->NodeOffset(2), "X")), SMALL(i->Put16(i->NodeOffset(2) + 4, 9)),
+        SMALL(i->Put16(i->NodeOffset(2) + 6, 0x10)), SMALL(i->Put16(i->NodeOffset(2) + 6, 0x8)),
+        SMALL(i->Put16(i->NodeOffset(3) + 6, 0x0)),
+        SMALL(i->Put16(i->NodeOffset(1) + 6, 0x0); i->Put8(i->EntryOffset(1, 0), 9)),
+        SMALL(i->Put8(i->NodeOffset(2) + 15, 1)), SMALL(i->Put8(i->NodeOffset(2) + 31, 1)),
+        SMALL(i->Put8(i->NodeOffset(2) + 10, 0)), SMALL(i->SetSize(2, 0x80000000)),
+  });
+}
+
+TEST(CheckText, block_maps_are_judged_slot_by_slot) {
+  ExpectTexts("check_maps", {
+    SMALL(i->Put32(i->MapOffset(2, 0), 0)), SMALL(i->Put32(i->MapOffset(2, 1), 15)),
+        SMALL(i->Put32(i->MapOffset(4, 1), 100); i->Put32(i->MapOffset(4, 2), 200)),
+        SMALL(i->Put32(i->MapOffset(4, 1), 100); i->Put32(i->MapOffset(4, 3), 200)),
+        SMALL(i->Put32(i->NodeOffset(4) + 56, 99)), SMALL(i->Put32(i->NodeOffset(4) + 56, 0)),
+        SMALL(i->Put32(i->NodeOffset(4) + 60, i->AppendBlock()); i->Put32(i->NodeOffset(4) + 56, 0);
+              i->SetSize(4, 6144)),
+        SMALL(i->Put32(i->NodeOffset(4) + 56, 1)), SMALL(i->Put32(i->NodeOffset(4) + 56, 14)),
+        SMALL(i->Put32(i->NodeOffset(4) + 56, 6)),
+        SMALL(i->Put32(i->MapOffset(2, 2), i->AppendBlock()); i->Put32(i->MapOffset(2, 4), i->AppendBlock())),
+        SMALL(i->Put32(i->MapOffset(2, 1), 3)), SMALL(i->Put32(i->MapOffset(2, 1), 1)),
+        SMALL(i->Put32(i->MapOffset(2, 1), 13)), SMALL(i->SetSize(4, 6144)), SMALL(i->Put32(i->MapOffset(4, 6), 0)),
+  });
+}
+
+TEST(CheckText, long_maps_are_judged_on_every_level) {
+  ExpectTexts("check_long_maps", {
+    LONG(static_cast<void>(i)), LONG(i->Put32(i->BlockOffset(i->Double()), 0)),
+        LONG(i->Put32(i->BlockOffset(i->Double()) + 4, 0)), LONG(i->Put32(i->BlockOffset(i->Double()) + 4, 9999)),
+        LONG(i->Put32(i->MapOffset(2, 599), 0)), LONG(i->SetSize(2, 599 * 1024)), LONG(i->SetSize(2, 598 * 1024)),
+        LONG(i->Put32(i->MapOffset(2, 300), 0); i->Put32(i->MapOffset(2, 599), 0)),
+  });
+}
+
+TEST(CheckText, directories_are_judged_entry_by_entry) {
+  ExpectTexts("check_directories", {
+    SMALL(i->SetSize(3, 100)), SMALL(i->SetSize(3, 32)), SMALL(i->SetSize(3, 96)), SMALL(i->SetSize(1, 64)),
+        SMALL(i->SetSize(3, 160)), SMALL(i->SetSize(3, 192)), SMALL(i->Put16(i->EntryOffset(3, 2), 0)),
+        SMALL(i->Put16(i->EntryOffset(3, 5), 7)), SMALL(i->Put16(i->EntryOffset(3, 0), 4)),
+        SMALL(i->PutText(i->EntryOffset(3, 0) + 2, "X")), SMALL(i->Put16(i->EntryOffset(3, 1), 2)),
+        SMALL(i->PutText(i->EntryOffset(1, 1) + 2, "X")), SMALL(i->PutText(i->EntryOffset(3, 2) + 2, " ")),
+        SMALL(i->PutText(i->EntryOffset(3, 2) + 2, "b")), SMALL(i->PutText(i->EntryOffset(3, 2) + 2, "e")),
+        SMALL(i->Put16(i->EntryOffset(3, 2), 300)), SMALL(i->Put16(i->EntryOffset(3, 2), 1)),
+        SMALL(i->Put16(i->EntryOffset(3, 2), 6)),
+        SMALL(std::fill_n(&i->bytes()[i->NodeOffset(4)], 64, std::uint8_t{0xEE})),
+        SMALL(i->AddEntry(1, "B2", 4); i->AddEntry(5, "B3", 4)), SMALL(i->AddEntry(1, "B2", 4)),
+        SMALL(i->Put16(i->EntryOffset(1, 3), 5)),
+        SMALL(std::fill_n(&i->bytes()[i->BlockOffset(14)], 1024, std::uint8_t{0xEE})),
+  });
+}
+
+TEST(CheckText, free_chain_is_judged_record_by_record) {
+  ExpectTexts("check_chain", {
+    SMALL(i->Put32(48, 16)), SMALL(i->Put32(48, 14)),
+        SMALL(i->SetChain({{i->AppendBlock()}}); i->Put32(i->BlockOffset(16) + 4, 99)),
+        SMALL(i->SetChain({{i->AppendBlock()}}); i->Put32(i->BlockOffset(16) + 4, 16)),
+        SMALL(i->SetChain({{i->AppendBlock()}}); i->Put32(i->BlockOffset(16) + 8, 254)),
+        SMALL(i->SetChain({{i->AppendBlock()}}); i->Put32(i->BlockOffset(16) + 12, 0)),
+        SMALL(i->SetChain({{i->AppendBlock()}}); i->Put32(i->BlockOffset(16) + 12, 17)),
+        SMALL(i->SetChain({{i->AppendBlock(), i->AppendBlock(), i->AppendBlock()}});
+              i->Put32(i->BlockOffset(18) + 20, 15)),
+        SMALL(i->SetChain({{i->AppendBlock()}}); i->Put32(i->BlockOffset(16) + 12, 16)), SMALL(i->SetChain({{14}})),
+        SMALL(i->SetChain({{i->AppendBlock()}, {i->AppendBlock()}})),
+        SMALL(i->SetChain({{i->AppendBlock()}}); i->Put32(48, 15)),
+        SMALL(i->SetChain({{i->AppendBlock()}}); i->Put32(i->BlockOffset(16) + 12, 1)),
+        SMALL(i->SetChain({{i->AppendBlock()}}); i->Put32(i->BlockOffset(16) + 12, 13)),
+  });
+}
+
+TEST(CheckText, leaks_are_told_by_rows) {
+  ExpectTexts("check_leaks", {
+    SMALL(i->AppendBlock()), SMALL(i->AppendBlock(); i->AppendBlock()), SMALL(i->AddNode(0)),
+        SMALL(const std::uint16_t node = i->AddNode(8); i->AddEntry(1, "X", node)),
+  });
+}
+
+}  // namespace
+}  // namespace orba::inspect
