@@ -29,8 +29,8 @@ OPERATIONS = {
     "read-64K": "read 64 KiB in order", "read-4K": "read 4 KiB in order", "random-read": "read 4 KiB anywhere",
     "random-overwrite": "overwrite 4 KiB anywhere", "create": "create an empty file", "look-up": "look a file up",
     "enumerate": "list a file", "small-files": "create a file of 2,000 bytes", "delete": "delete a file of 2,000 bytes",
-    "rename": "rename a file", "format-mount": "format, mount, unmount", "mount-full": "mount and unmount a full volume",
-    "delete-64M": "delete a file of 64 MiB"}
+    "rename": "rename a file", "format-mount": "format, mount, unmount",
+    "mount-full": "mount and unmount a full volume", "delete-64M": "delete a file of 64 MiB"}
 
 
 def load(path):
@@ -106,8 +106,8 @@ def page_text(results, rounds, chart):
         BEGIN, "",
         f"Medians of {rounds} rounds on {machine()}.", "",
         f"![Processor time of each operation, in microseconds]({chart})", "",
-        "orba on a host file: microseconds an operation, how many times as long the best peer and the floor take for it, "
-        "and", "what it costs in container calls and in system calls.", "",
+        "orba on a host file: microseconds an operation, how many times as long the best peer and the floor take for "
+        "it,", "and what it costs in container calls and in system calls.", "",
         *table(["operation", "us", "to the best peer", "to the floor", "reads", "writes", "seeks", "system calls"],
                ratio_rows(results)), "",
         "Everybody, in microseconds an operation:", "",

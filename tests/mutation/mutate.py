@@ -4,9 +4,9 @@
   mutate.py [--count N | --all] [--seed N] [--jobs N] [--build FOLDER] [--list] [PATH...]
 
 Without PATH: src/ and inspect/. A change that does not compile, or that compiles to the very same code, is not counted.
-The others run through the tests that could notice, the quick ones first. Those that no test notices are survivors: a test
-is missing, or the change makes no difference. Of the latter equivalents.txt keeps a list with reasons. Exit status 1
-where there are survivors that are not on the list.
+The others run through the tests that could notice, the quick ones first. Those that no test notices are survivors: a
+test is missing, or the change makes no difference. Of the latter equivalents.txt keeps a list with reasons. Exit status
+1 where there are survivors that are not on the list.
 
 Nothing of the source tree or of the build folder is changed: a changed source is compiled aside, and the test programs
 are linked anew with its object in the place of the other.
@@ -51,7 +51,8 @@ STEP = re.compile(r"\+\+|--")
 NUMBER = re.compile(r"(?<![\w.\"'])(0[xX][0-9a-fA-F]+|0|[1-9][0-9]*)(u|U|ull|ULL)?(?![\w.\"'])")
 TRUTH = re.compile(r"\b(true|false)\b")
 GUARD = re.compile(r"\b(if|while) \(")
-STATEMENT = re.compile(r"^ +(?!return\b|const\b|case\b|default\b|using\b|static_assert\b|else\b|if\b|for\b|while\b|do\b)"
+STATEMENT = re.compile(r"^ +(?!return\b|const\b|case\b|default\b|using\b|static_assert\b|else\b|if\b|for\b"
+                       r"|while\b|do\b)"
                        r"[\w:>*(][\w:.>()\[\]*-]*(?:\(.*\)|(?: [-+*/|&^%]?= .*)|\+\+|--);$")
 JUMP = re.compile(r"^ +(continue|break);$")
 
@@ -184,8 +185,8 @@ class Build:
     def link(self, target, path, made, scratch):
         """The program with the changed object in it."""
         if target not in self.links:
-            lines = subprocess.run(["ninja", "-t", "commands", "-s", f"bin/{target}"], cwd=self.folder, capture_output=True,
-                                   text=True, check=True).stdout.strip().splitlines()
+            lines = subprocess.run(["ninja", "-t", "commands", "-s", f"bin/{target}"], cwd=self.folder,
+                                   capture_output=True, text=True, check=True).stdout.strip().splitlines()
             line = lines[-1].removeprefix(": && ").removesuffix(" && :")
             self.links[target] = shlex.split(line)
         program = scratch / "bin" / target  # libraries are looked for beside it
@@ -267,7 +268,8 @@ def tests_for(path):
 
 def chosen_files(build, paths):
     files = [path for path in build.compile
-             if tests_for(path) and any(path.startswith(wanted.rstrip("/") + "/") or path == wanted for wanted in paths)]
+             if tests_for(path)
+             and any(path.startswith(wanted.rstrip("/") + "/") or path == wanted for wanted in paths)]
     if not files:
         sys.exit(f"mutate: no source among {' '.join(paths)}")
     return sorted(files)
