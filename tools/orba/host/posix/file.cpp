@@ -160,7 +160,7 @@ std::string HolderOf(int file) {
 
 std::string HolderOf(const std::string& path) {
   const int file = OpenForReading(path);
-  const std::string holder = HolderOf(file);
+  std::string holder = HolderOf(file);
   if (file >= 0) Close(file);
   return holder;
 }
