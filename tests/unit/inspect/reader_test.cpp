@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <random>
 #include <set>
 
 #include "tests/support/image_builder.h"
@@ -624,6 +625,70 @@ TEST(Reader, walk_long_chain_of_directories_is_gone_down) {
   Opened opened(image);
   const Strings told = WalkAll(&opened.reader);
   EXPECT_EQ(told.size(), 6001u);
+}
+
+// Counts the bytes that are read.
+struct Counting : MemoryImage {
+  using MemoryImage::MemoryImage;
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    read += count;
+    return MemoryImage::Read(offset, out, count);
+  }
+  mutable std::uint64_t read = 0;
+};
+
+// Walks over everything and reads it. Result: the bytes handed over.
+std::uint64_t ReadEverything(const Image& image) {
+  Reader reader(image);
+  Node root;
+  if (reader.Root(&root).IsFailure()) return 0;
+  Budget budget(reader.geometry());
+  std::uint64_t bytes = 0;
+  const auto read = [&](const Step& step) {
+    if (step.what == Step::What::kEntry && !step.entry->node.directory && !step.entry->problem.IsFailure()) {
+      reader.ReadAll(
+          step.entry->node,
+          [&bytes](const std::uint8_t*, std::size_t count) {
+            bytes += count;
+            return true;
+          },
+          &budget);
+    }
+    return Onward::kOn;
+  };
+  Walk(&reader, root, "", read, &budget);
+  return bytes;
+}
+
+TEST(Reader, damage_of_all_kinds_work_is_in_proportion_to_the_container) {
+  ImageBuilder sound(1024, 64);
+  std::vector<std::uint16_t> directories = {1};
+  for (int i = 0; i < 12; ++i) directories.push_back(sound.AddDirectory(directories[i / 3], "D" + std::to_string(i)));
+  for (int i = 0; i < 100; ++i) sound.AddFile(directories[i % 13], "F" + std::to_string(i), i % 10 == 0 ? 9000u : 900u);
+  const std::uint32_t metadata = 1024 + 64 + 40 * 1024;
+  std::minstd_rand random(7);
+  for (int round = 0; round < 200; ++round) {
+    Bytes damaged = sound.bytes();
+    for (int i = 0; i < 1 + round; ++i) {
+      const std::size_t at = 128 + random() % metadata;
+      const std::size_t from = random() % (damaged.size() - 64);
+      switch (random() % 3) {
+        case 0:
+          damaged[at] = static_cast<std::uint8_t>(random());
+          break;
+        case 1:  // a record copied over another
+          std::copy_n(damaged.begin() + static_cast<long>(from / 32 * 32), 32,
+                      damaged.begin() + static_cast<long>(at / 32 * 32));
+          break;
+        default:
+          damaged[at] ^= static_cast<std::uint8_t>(1u << random() % 8);
+      }
+    }
+    const Counting image(damaged);
+    const std::uint64_t bytes = ReadEverything(image);
+    EXPECT_LE(bytes, 4 * damaged.size()) << round;
+    EXPECT_LE(image.read, 12 * damaged.size() + (4u << 20)) << round;
+  }
 }
 
 TEST(Reader, budget_is_free_for_what_is_met_once_and_ends_for_the_rest) {
