@@ -184,6 +184,36 @@ TEST(CheckText, free_chain_is_judged_record_by_record) {
   });
 }
 
+// A chain whose head lists the record behind it.
+struct Listed : Small {
+  Listed() {
+    AppendBlock();
+    const std::vector<std::uint32_t> records = SetChain({{15}, {15}});
+    Put32(BlockOffset(records[0]) + 12, records[1]);
+  }
+};
+
+TEST(CheckText, record_that_is_listed_is_told_apart_from_a_block_listed_twice) {
+  ExpectTexts("check_listed_record", {{"listed", [] { return After<Listed>([](Listed*) {}); }}});
+}
+
+// A directory of more than one block, which stands in its map twice.
+TEST(CheckText, directory_block_with_two_places_gives_its_entries_once) {
+  ExpectTexts("check_directory_block_twice", {
+    SMALL(i->Put32(i->MapOffset(3, 1), 5); i->SetSize(3, 2048)),
+        SMALL(i->Put32(i->MapOffset(3, 1), 5); i->SetSize(3, 1024 + 128))
+  });
+}
+
+TEST(CheckText, directory_without_its_dots_is_one_by_its_entries) {
+  ExpectTexts("check_without_dots", {
+    SMALL(i->Put32(i->EntryOffset(3, 0) + 2, 0); i->Put32(i->EntryOffset(3, 0), 0xFFFF0009);
+          i->PutText(i->EntryOffset(3, 1) + 2, "XX")),
+        SMALL(i->Put32(i->EntryOffset(3, 0), 0xFFFF0009); i->PutText(i->EntryOffset(3, 1) + 2, "XX");
+              i->Put16(i->EntryOffset(3, 2), 99); i->Put16(i->EntryOffset(3, 3), 99))
+  });
+}
+
 TEST(CheckText, leaks_are_told_by_rows) {
   ExpectTexts("check_leaks", {
     SMALL(i->AppendBlock()), SMALL(i->AppendBlock(); i->AppendBlock()), SMALL(i->AddNode(0)),

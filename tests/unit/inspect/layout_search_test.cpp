@@ -115,6 +115,75 @@ TEST(SearchLayout, records_across_the_pieces_of_the_scan_are_found) {
   }
 }
 
+// Slots `first` on, `count` of them, in a row from byte `offset` on.
+void PutSlots(Bytes* bytes, std::size_t offset, std::uint16_t first, std::uint16_t count) {
+  for (std::uint16_t i = 0; i < count; ++i) {
+    std::uint8_t* slot = &(*bytes)[offset + 64u * i];
+    std::memcpy(slot, "INO1", 4);
+    slot[4] = static_cast<std::uint8_t>((first + i) & 0xFF);
+    slot[5] = static_cast<std::uint8_t>((first + i) >> 8);
+  }
+}
+
+Layout Search(const Bytes& bytes) { return SearchLayout(MemoryImage(bytes)); }
+
+TEST(SearchLayout, node_blocks_alone_are_enough) {
+  Bytes bytes(300000);
+  PutSlots(&bytes, 1100 + 1024 * 9, 17, 16);
+  EXPECT_EQ(Search(bytes).blockSize, 0u);
+  PutSlots(&bytes, 1100 + 1024 * 30, 49, 16);
+  EXPECT_EQ(Search(bytes).blockSize, 1024u);
+  EXPECT_EQ(Search(bytes).dataOffset, 1100u);
+}
+
+TEST(SearchLayout, slots_that_fill_no_block_contradict) {
+  Bytes bytes(300000);
+  PutSlots(&bytes, 1100 + 1024 * 9, 17, 16);
+  PutSlots(&bytes, 1100 + 1024 * 30, 49, 16);
+  PutSlots(&bytes, 1100 + 1024 * 50, 81, 15);
+  EXPECT_EQ(Search(bytes).blockSize, 0u);
+}
+
+TEST(SearchLayout, runs_of_fewer_than_four_slots_say_nothing) {
+  Bytes bytes(300000);
+  PutSlots(&bytes, 1100 + 1024 * 9, 17, 16);
+  PutSlots(&bytes, 1100 + 1024 * 30, 49, 16);
+  for (std::size_t block = 50; block < 60; ++block) PutSlots(&bytes, 1100 + 1024 * block, 81, 3);
+  EXPECT_EQ(Search(bytes).blockSize, 1024u);
+  PutSlots(&bytes, 1100 + 1024 * 50, 81, 4);
+  EXPECT_EQ(Search(bytes).blockSize, 0u);
+}
+
+TEST(SearchLayout, slots_without_a_number_are_none) {
+  Bytes bytes(300000);
+  PutSlots(&bytes, 1100 + 1024 * 9, 17, 16);
+  PutSlots(&bytes, 1100 + 1024 * 30, 49, 16);
+  for (std::size_t block = 50; block < 60; ++block) {
+    for (std::size_t i = 0; i < 8; ++i) PutSlots(&bytes, 1100 + 1024 * block + 64 * i, 0, 1);
+  }
+  EXPECT_EQ(Search(bytes).blockSize, 1024u);
+}
+
+TEST(SearchLayout, record_at_the_beginning_of_a_piece_is_found) {
+  for (const std::size_t start :
+       {std::size_t{65536}, std::size_t{65537}, std::size_t{65536 - 200}, std::size_t{65536 - 129}}) {
+    Bytes bytes(300000);
+    PutSlots(&bytes, start, 17, 16);
+    PutSlots(&bytes, start + 3 * 1024, 49, 16);
+    EXPECT_EQ(Search(bytes).blockSize, 1024u) << start;
+    EXPECT_EQ(Search(bytes).dataOffset, 1024 + start % 1024) << start;
+  }
+}
+
+TEST(SearchLayout, last_record_of_a_container_is_found) {
+  Bytes bytes(1100 + 1024 * 31);
+  PutSlots(&bytes, 1100 + 1024 * 9, 17, 16);
+  PutSlots(&bytes, 1100 + 1024 * 30, 49, 16);
+  EXPECT_EQ(Search(bytes).blockSize, 1024u);
+  bytes.pop_back();
+  EXPECT_EQ(Search(bytes).blockSize, 0u);
+}
+
 TEST(SearchLayout, anything_else_has_no_layout) {
   EXPECT_EQ(SearchLayout(MemoryImage({})).blockSize, 0u);
   EXPECT_EQ(SearchLayout(MemoryImage(Bytes(63))).blockSize, 0u);

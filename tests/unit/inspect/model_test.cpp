@@ -110,6 +110,34 @@ TEST(Model, blocks_know_their_use_owner_and_place) {
   EXPECT_EQ(model.chain[1].count, 1u);
 }
 
+TEST(Model, block_that_cannot_be_a_map_block_is_known) {
+  Small image;
+  image.Put32(image.NodeOffset(4) + 56, 1);
+  EXPECT_TRUE(ModelOf(image).blocks[1].noMap);
+  image.Put32(image.NodeOffset(4) + 56, 5);
+  EXPECT_TRUE(ModelOf(image).blocks[5].noMap);
+  EXPECT_FALSE(ModelOf(image).blocks[1].noMap);
+}
+
+// "FBC1" reads as an entry of node 16966, which is in use here; the chain says what the block is.
+TEST(Model, last_block_of_a_directory_that_is_in_the_chain_is_a_record) {
+  ImageBuilder image(8192, 2200);
+  const std::uint16_t directory = image.AddDirectory(1, "D");
+  for (int i = 0; i < 255; ++i) image.AddFile(directory, "F" + std::to_string(i), 0);
+  const std::uint32_t last = image.MappedBlock(directory, 1);
+  ASSERT_NE(last, 0u);
+  image.Put32(ImageBuilder::TableOffset(132), image.AppendBlock());
+  image.SetFree(16966, false);
+  image.PutText(image.NodeOffset(16966), "INO1");
+  image.Put16(image.NodeOffset(16966) + 4, 16966);
+  for (std::uint32_t at = 0; at < 8192; ++at) image.Put8(image.BlockOffset(last) + at, 0);
+  image.PutText(image.BlockOffset(last), "FBC1");
+  ASSERT_EQ(ModelOf(image).nodes[16966].state, NodeState::kUsed);
+  EXPECT_FALSE(ModelOf(image).nodes[directory].directory.lastBlockIsRecord);
+  image.Put32(48, last);
+  EXPECT_TRUE(ModelOf(image).nodes[directory].directory.lastBlockIsRecord);
+}
+
 TEST(Model, uses_have_words) {
   EXPECT_STREQ(Name(BlockUse::kNothing), "nothing");
   EXPECT_STREQ(Name(BlockUse::kNodeBlock), "node block");
