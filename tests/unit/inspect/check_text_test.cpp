@@ -205,6 +205,27 @@ TEST(CheckText, directory_block_with_two_places_gives_its_entries_once) {
   });
 }
 
+// A directory D (node 2) with an entry alone in its seventh block, the first behind the direct ones.
+struct Large : ImageBuilder {
+  Large() : ImageBuilder(1024, 32) {
+    AddDirectory(1, "D");
+    for (int n = 2; n < 6 * 32 + 1; ++n) AddFile(2, "F" + std::to_string(n), 0);
+  }
+};
+
+#define LARGE(...)                                                           \
+  {                                                                          \
+#__VA_ARGS__, [] { return After<Large>([](Large* i) { __VA_ARGS__; }); } \
+  }
+
+TEST(CheckText, directory_shrinks_by_a_block_with_one_entry) {
+  ExpectTexts("check_directory_shrink", {
+    LARGE(static_cast<void>(i)), LARGE(i->Put32(i->MapOffset(2, 6), 0)),
+        LARGE(i->AddFile(2, "LAST", 0); i->Put32(i->MapOffset(2, 6), 0)), LARGE(i->SetSize(2, 6 * 1024)),
+        LARGE(i->SetSize(2, 6 * 1024); i->Put16(i->EntryOffset(2, 6 * 32), 0))
+  });
+}
+
 TEST(CheckText, directory_without_its_dots_is_one_by_its_entries) {
   ExpectTexts("check_without_dots", {
     SMALL(i->Put32(i->EntryOffset(3, 0) + 2, 0); i->Put32(i->EntryOffset(3, 0), 0xFFFF0009);
