@@ -39,7 +39,12 @@ class Backend {
   virtual void Close() = 0;
 };
 
-std::unique_ptr<Backend> MakeOrba(bool inMemory);
+enum class OrbaIn {
+  kFile,
+  kAlignedFile,
+  kMemory
+};  // aligned: with a bitmap that lets blocks begin on the host's pages
+std::unique_ptr<Backend> MakeOrba(OrbaIn in);
 std::unique_ptr<Backend> MakeExt2();
 std::unique_ptr<Backend> MakeSqlite(bool writeAheadLog);
 

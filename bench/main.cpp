@@ -74,8 +74,9 @@ void RunFloor(benchmark::State& state, const std::string& trace, bool inMemory, 
 
 void Register(const std::string& traces) {
   const std::pair<const char*, std::function<std::unique_ptr<Backend>()>> backends[] = {
-      {"orba-file", [] { return bench::MakeOrba(false); }},
-      {"orba-memory", [] { return bench::MakeOrba(true); }},
+      {"orba-file", [] { return bench::MakeOrba(bench::OrbaIn::kFile); }},
+      {"orba-aligned", [] { return bench::MakeOrba(bench::OrbaIn::kAlignedFile); }},
+      {"orba-memory", [] { return bench::MakeOrba(bench::OrbaIn::kMemory); }},
       {"ext2", [] { return bench::MakeExt2(); }},
       {"sqlite-off", [] { return bench::MakeSqlite(false); }},
       {"sqlite-wal", [] { return bench::MakeSqlite(true); }},

@@ -14,14 +14,17 @@ constexpr char kContainerName[] = "bench.orba";
 
 class Orba : public Backend {
  public:
-  explicit Orba(bool inMemory) : container_(inMemory ? kMemory : kContainer), inMemory_(inMemory) {}
+  explicit Orba(OrbaIn in)
+      : container_(in == OrbaIn::kMemory ? kMemory : kContainer),
+        inMemory_(in == OrbaIn::kMemory),
+        bitmapBytes_(in == OrbaIn::kAlignedFile ? 3072 : 1024) {}
   ~Orba() override { std::remove(kContainerName); }
   Orba(const Orba&) = delete;
   Orba& operator=(const Orba&) = delete;
 
   void FormatAndMount() override {
     if (!inMemory_) std::remove(kContainerName);
-    Require(OrbCreateVolume(container_) != 0, "formatting");
+    Require(OrbCreateVolumeEx(container_, bitmapBytes_, 4096) != 0, "formatting");
     Mount();
   }
   void Mount() override { Require(OrbMountVolume(container_, u"B") != 0, "mounting"); }
@@ -79,11 +82,12 @@ class Orba : public Backend {
 
   const char16_t* container_;
   bool inMemory_;
+  OrbU32 bitmapBytes_;
   OrbHandle file_ = ORB_INVALID_HANDLE;
 };
 
 }  // namespace
 
-std::unique_ptr<Backend> MakeOrba(bool inMemory) { return std::make_unique<Orba>(inMemory); }
+std::unique_ptr<Backend> MakeOrba(OrbaIn in) { return std::make_unique<Orba>(in); }
 
 }  // namespace bench

@@ -12,7 +12,7 @@ int main(int count, char** arguments) {
     return 2;
   }
   for (const bench::Workload& workload : bench::Workloads()) {
-    const std::unique_ptr<bench::Backend> orba = bench::MakeOrba(false);
+    const std::unique_ptr<bench::Backend> orba = bench::MakeOrba(bench::OrbaIn::kFile);
     bench::Trace trace;
     std::vector<bench::Call> calls;
     bench::RecordCalls(&calls);
