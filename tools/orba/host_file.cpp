@@ -39,8 +39,9 @@ Descriptor OpenForWriting(const std::string& path) {
 
 void SyncDirectory(const std::string& path) {
   const Descriptor directory(host::OpenDirectory(path));
-  if (directory.get() < 0 || !host::Sync(directory.get()))
+  if (directory.get() < 0 || !host::Sync(directory.get())) {
     throw HostFailure("cannot sync the directory " + path, errno);
+  }
 }
 
 std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std::size_t count) {
@@ -145,7 +146,7 @@ std::string PlaceToWrite(const std::string& path) {
     throw Failure(what, "it is not an ordinary file but " + KindText(status.kind), "use another name");
   }
   if (!link) return path;
-  const std::string place = host::RealPath(path);
+  std::string place = host::RealPath(path);
   if (place.empty()) throw HostFailure(what, errno);
   return place;
 }

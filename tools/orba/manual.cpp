@@ -55,13 +55,15 @@ constexpr Topic kTopics[] = {
      "and map work without mounting. Nothing overwrites a file, on the host or in a container, unless --force is "
      "given. An interrupt (Ctrl-C) is obeyed between two steps, so that the container is left clean; a second one "
      "ends the program at once.\n\n"
-     "ls, tree, du, cat, get and attrib look into a container that may only be read through a temporary copy of it; "
-     "everything that changes a container must be able to write to it.",
+     "What changes files, in a container or on the host, has everything on the disk once, before it ends with status "
+     "0; "
+     "a loss of power of this machine before that can leave files incomplete under their names. put and get take "
+     "--sync=each against that.",
      false},
     {"Environment",
      "NO_COLOR, when set, turns colours off, and so does TERM=dumb. COLUMNS is the width of a line where the terminal "
-     "does not tell. Colours, columns and progress appear on a terminal only. TMPDIR is where temporary copies lie, "
-     "/tmp if it is not set.",
+     "does not tell. Colours, columns and progress appear on a terminal only. TMPDIR is where put keeps what "
+     "comes from standard input while the container is busy, /tmp if it is not set.",
      false},
 };
 

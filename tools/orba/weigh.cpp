@@ -40,9 +40,9 @@ Room RoomOf(const std::string& container, inspect::Reader* reader, std::uint64_t
   room.diskBlocks = free + std::min(appendable, host::FreeSpace(container) / geometry.blockSize);
   room.nodes = reader->FreeNodes();
   const std::uint64_t used = geometry.nodeLimit() - std::min<std::uint64_t>(room.nodes, geometry.nodeLimit());
-  const std::uint64_t slots = std::uint64_t{reader->NodeBlocks()} * geometry.nodesPerBlock();
-  if (used + nodes > slots)
-    room.nodeBlocks = (used + nodes - slots + geometry.nodesPerBlock() - 1) / geometry.nodesPerBlock();
+  const std::uint64_t perBlock = geometry.nodesPerBlock();
+  const std::uint64_t slots = reader->NodeBlocks() * perBlock;
+  if (used + nodes > slots) room.nodeBlocks = (used + nodes - slots + perBlock - 1) / perBlock;
   return room;
 }
 
