@@ -117,13 +117,25 @@ int LockRange(int descriptor, short type) {
   struct flock range = {};
   range.l_type = type;
   range.l_whence = SEEK_SET;
-  return fcntl(descriptor, F_OFD_SETLK, &range);
+  int result;
+  do {
+    result = fcntl(descriptor, F_OFD_SETLK, &range);
+  } while (result != 0 && errno == EINTR);
+  return result;
+}
+
+int LockWhole(int descriptor, int operation) {
+  int result;
+  do {
+    result = flock(descriptor, operation);  // on a network it may take long enough to be interrupted
+  } while (result != 0 && errno == EINTR);
+  return result;
 }
 
 // Locks the descriptor's file as its file system can: as a whole, else all of its range, else not at all. 0, or errno.
 int TakeLock(int descriptor, Lock* lock) {
   *lock = Lock::kWhole;
-  if (flock(descriptor, LOCK_EX | LOCK_NB) == 0) return 0;
+  if (LockWhole(descriptor, LOCK_EX | LOCK_NB) == 0) return 0;
   if (!LockUnsupported(errno)) return errno;
   *lock = Lock::kRange;
   if (LockRange(descriptor, F_WRLCK) == 0) return 0;
@@ -135,7 +147,7 @@ int TakeLock(int descriptor, Lock* lock) {
 
 // Closing alone would leave the lock with a process forked off meanwhile.
 void EndLock(const OpenFile& file) {
-  if (file.lock == Lock::kWhole) flock(file.descriptor, LOCK_UN);
+  if (file.lock == Lock::kWhole) LockWhole(file.descriptor, LOCK_UN);
   if (file.lock == Lock::kRange) LockRange(file.descriptor, F_UNLCK);
 }
 

@@ -217,7 +217,9 @@ int ReadCached(ReadCache* cache, int descriptor, uint64_t size, uint64_t positio
       memcpy(to + *done, run.lines[part.line - run.first]->bytes + part.offset, part.length);
       *done += part.length;
     }
-    if (reached < needed) return error;
+    // What cannot be read may lie in the lines beside the asked bytes.
+    if (error != 0) return ReadPlain(descriptor, position, to, count, done);
+    if (reached < needed) return 0;
   }
   return 0;
 }

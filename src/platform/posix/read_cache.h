@@ -27,7 +27,8 @@ void FreeReadCache(ReadCache* cache);  // null: nothing
 // Reads `count` bytes at `position`, all of them before `size`, the file's size, from the lines or the file. `cache`
 // may be null: from the file then, as where memory for a line is lacking.
 //   returns  0, `*done` the bytes read: fewer than `count` only where the file proves shorter than `size`;
-//            errno, `*done` the bytes read before the failure. A line that could not be read in full is not kept.
+//            errno, `*done` the bytes read before the failure. Only a failure within the asked bytes counts: where the
+//            rest of their lines cannot be read, they alone are. A line that could not be read in full is not kept.
 int ReadCached(ReadCache* cache, int descriptor, uint64_t size, uint64_t position, void* buffer, uint32_t count,
                uint32_t* done);
 

@@ -346,6 +346,15 @@ TEST_F(PosixOpen, open_interrupted_goes_on) {
   EXPECT_EQ(2u, systemcalls::Count(systemcalls::kOpen));
 }
 
+TEST_F(PosixOpen, lock_interrupted_goes_on) {
+  MakeFile("old", "contents");
+  systemcalls::FailNext(systemcalls::kFlock, EINTR);
+  EXPECT_EQ(0u, OpenCode(Path("old")));
+  systemcalls::FailNext(systemcalls::kFlock, ENOLCK);
+  systemcalls::FailNext(systemcalls::kFcntl, EINTR);
+  EXPECT_EQ(0u, OpenCode(Path("old")));
+}
+
 TEST_F(PosixOpen, create_whose_lock_fails_fails_and_creates_nothing) {
   systemcalls::FailNext(systemcalls::kFlock, EIO);
   EXPECT_EQ(31u, CreateCode(Path("new")));

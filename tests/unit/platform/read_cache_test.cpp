@@ -225,7 +225,7 @@ TEST_F(PosixReadCache, write_that_fails_half_way_reads_back_as_the_file_holds_it
 TEST_F(PosixReadCache, read_that_fails_is_made_again_next_time) {
   char buffer[8];
   uint32_t done = 77;
-  systemcalls::FailNext(systemcalls::kPread, EIO);
+  systemcalls::FailNext(systemcalls::kPread, EIO, 2);  // the line, then the bytes
   EXPECT_EQ(0, ReadFile(file_, buffer, 8, &done, nullptr));
   EXPECT_EQ(31u, GetLastError());
   EXPECT_EQ(0u, done);
@@ -237,6 +237,7 @@ TEST_F(PosixReadCache, read_across_kept_lines_into_one_that_fails_tells_what_was
   std::string buffer(2 * kCacheLineSize, '?');
   uint32_t done = 77;
   systemcalls::FailNext(systemcalls::kPreadv, EIO);
+  systemcalls::FailNext(systemcalls::kPread, EIO);
   SetFilePointer(file_, static_cast<int32_t>(Line(3)), nullptr, coredll::kFileBegin);
   EXPECT_EQ(0, ReadFile(file_, buffer.data(), 2 * kCacheLineSize, &done, nullptr));
   EXPECT_EQ(31u, GetLastError());
@@ -248,13 +249,25 @@ TEST_F(PosixReadCache, read_across_kept_lines_into_one_that_fails_tells_what_was
 TEST_F(PosixReadCache, failure_of_what_is_only_fetched_ahead_is_not_the_readers) {
   ExpectContents(Line(3), kCacheLineSize);
   systemcalls::ShortenNext(systemcalls::kPreadv, kCacheLineSize + 7);  // of two lines; the rest would fail
-  systemcalls::FailNext(systemcalls::kPread, EIO);
+  systemcalls::FailNext(systemcalls::kPread, EIO, 2);
   EXPECT_EQ(1u, Calls(Line(4), kCacheLineSize));
   char byte;
   uint32_t done = 77;
   EXPECT_EQ(0, ReadFile(file_, &byte, 1, &done, nullptr));
   EXPECT_EQ(31u, GetLastError());
   EXPECT_EQ(1u, Calls(Line(5), kCacheLineSize));
+}
+
+TEST_F(PosixReadCache, failure_of_what_lies_beside_in_the_line_is_not_the_readers) {
+  systemcalls::FailNext(systemcalls::kPread, EIO);
+  EXPECT_EQ(2u, Calls(Line(3) + 100, 50));
+  EXPECT_EQ(1u, Calls(Line(3) + 100, 50));  // nothing was kept
+}
+
+TEST_F(PosixReadCache, failure_of_all_because_of_what_is_fetched_ahead_is_not_the_readers) {
+  ExpectContents(Line(3), kCacheLineSize);
+  systemcalls::FailNext(systemcalls::kPreadv, EIO);  // of two lines
+  EXPECT_EQ(2u, Calls(Line(4), kCacheLineSize));
 }
 
 TEST_F(PosixReadCache, read_of_a_file_that_was_cut_is_short_and_keeps_no_line_in_part) {

@@ -15,6 +15,7 @@ constexpr size_t kNoLimit = SIZE_MAX;
 
 struct Order {
   uint32_t failAfter = 0;  // counts down; 0 = no failure ordered
+  uint32_t times = 0;      // failures from then on
   int error = 0;
   size_t limit = kNoLimit;
 };
@@ -31,6 +32,7 @@ bool Refuse(systemcalls::Call call) {
   g_counts[call]++;
   Order& order = g_orders[call];
   if (order.failAfter == 0 || --order.failAfter != 0) return false;
+  if (--order.times != 0) order.failAfter = 1;
   errno = order.error;
   return true;
 }
@@ -59,10 +61,11 @@ uint32_t systemcalls::CountAll() {
   return sum;
 }
 
-void systemcalls::FailNext(Call call, int error) { FailNth(call, 1, error); }
+void systemcalls::FailNext(Call call, int error, uint32_t times) { FailNth(call, 1, error, times); }
 
-void systemcalls::FailNth(Call call, uint32_t n, int error) {
+void systemcalls::FailNth(Call call, uint32_t n, int error, uint32_t times) {
   g_orders[call].failAfter = n;
+  g_orders[call].times = times;
   g_orders[call].error = error;
 }
 

@@ -41,9 +41,10 @@ void Reset();
 uint32_t Count(Call call);
 uint32_t CountAll();
 
-// The next call, or the n-th from now, fails with `error` and is not made. For allocations the error is ENOMEM.
-void FailNext(Call call, int error);
-void FailNth(Call call, uint32_t n, int error);
+// The next call, or the n-th from now, fails with `error` and is not made, and so do those after it up to `times`. For
+// allocations the error is ENOMEM.
+void FailNext(Call call, int error, uint32_t times = 1);
+void FailNth(Call call, uint32_t n, int error, uint32_t times = 1);
 
 // The next pread, preadv or pwrite moves at most `bytes`, which may be 0.
 void ShortenNext(Call call, size_t bytes);

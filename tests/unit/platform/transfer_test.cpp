@@ -204,7 +204,7 @@ TEST_F(PosixTransfer, read_host_refusals_have_their_codes_and_move_nothing) {
                                   {EISDIR, 5},  {EFAULT, 87}, {ECANCELED, 1235}};
   for (const RefusedCase& refused : refusals) {
     done_ = 77;
-    systemcalls::FailNext(systemcalls::kPread, refused.error);
+    systemcalls::FailNext(systemcalls::kPread, refused.error, 2);  // the line, then the bytes
     EXPECT_EQ(0, ReadFile(file_, buffer_, 4, &done_, nullptr));
     EXPECT_EQ(refused.code, GetLastError()) << "errno " << refused.error;
     EXPECT_EQ(0u, done_);
@@ -214,7 +214,7 @@ TEST_F(PosixTransfer, read_host_refusals_have_their_codes_and_move_nothing) {
 
 TEST_F(PosixTransfer, read_that_fails_half_way_tells_what_was_moved) {
   systemcalls::ShortenNext(systemcalls::kPread, 3);
-  systemcalls::FailNth(systemcalls::kPread, 2, EIO);
+  systemcalls::FailNth(systemcalls::kPread, 2, EIO, 2);
   EXPECT_EQ(0, ReadFile(file_, buffer_, 10, &done_, nullptr));
   EXPECT_EQ(31u, GetLastError());
   EXPECT_EQ(3u, done_);
