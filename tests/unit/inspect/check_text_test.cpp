@@ -120,6 +120,7 @@ TEST(CheckText, node_records_are_judged_field_by_field) {
         SMALL(i->Put16(i->NodeOffset(3) + 6, 0x0)),
         SMALL(i->Put16(i->NodeOffset(1) + 6, 0x0); i->Put8(i->EntryOffset(1, 0), 9)),
         SMALL(i->Put8(i->NodeOffset(2) + 15, 1)), SMALL(i->Put8(i->NodeOffset(2) + 31, 1)),
+        SMALL(i->Put8(i->NodeOffset(2) + 24, 1)), SMALL(i->Put8(i->NodeOffset(2) + 20, 1)),
         SMALL(i->Put8(i->NodeOffset(2) + 10, 0)), SMALL(i->SetSize(2, 0x80000000)),
   });
 }
@@ -152,7 +153,9 @@ TEST(CheckText, long_maps_are_judged_on_every_level) {
 TEST(CheckText, directories_are_judged_entry_by_entry) {
   ExpectTexts("check_directories", {
     SMALL(i->SetSize(3, 100)), SMALL(i->SetSize(3, 32)), SMALL(i->SetSize(3, 96)), SMALL(i->SetSize(1, 64)),
-        SMALL(i->SetSize(3, 160)), SMALL(i->SetSize(3, 192)), SMALL(i->Put16(i->EntryOffset(3, 2), 0)),
+        SMALL(i->SetSize(3, 160)), SMALL(i->SetSize(3, 192)),
+        SMALL(i->AddFile(5, "X", 0); i->Put16(i->EntryOffset(5, 2), 0)), SMALL(i->Put16(i->EntryOffset(5, 1), 0)),
+        SMALL(i->Put16(i->EntryOffset(5, 0), 0)), SMALL(i->Put16(i->EntryOffset(3, 2), 0)),
         SMALL(i->Put16(i->EntryOffset(3, 5), 7)), SMALL(i->Put16(i->EntryOffset(3, 0), 4)),
         SMALL(i->PutText(i->EntryOffset(3, 0) + 2, "X")), SMALL(i->Put16(i->EntryOffset(3, 1), 2)),
         SMALL(i->PutText(i->EntryOffset(1, 1) + 2, "X")), SMALL(i->PutText(i->EntryOffset(3, 2) + 2, " ")),

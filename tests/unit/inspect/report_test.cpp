@@ -75,6 +75,14 @@ TEST(ReportText, layout_unknown_has_no_summary) {
       "damaged: damage 3, interrupted 0, leak 0, note 0\n");
 }
 
+TEST(ReportText, largest_container_has_room_for_a_number_of_blocks) {
+  Small image;
+  image.bytes().resize(4095);
+  EXPECT_EQ(Inspect(image).totals.appendableBlocks, 2097148u);  // up to 2147483647 bytes
+  image.bytes().push_back(0);
+  EXPECT_EQ(Inspect(image).totals.appendableBlocks, 2097147u);
+}
+
 // A directory with more bad names than findings are kept.
 struct Many : ImageBuilder {
   Many() : ImageBuilder(8192, 32) {
