@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <set>
 #include <string>
 
@@ -136,6 +137,22 @@ TEST(Finding, number_picks_the_text) {
             "1 byte follows the last whole block; the next block appended overwrites it");
   EXPECT_EQ(SentenceOf(Kind::kTrailingBytes, {0, 0, 9, 2}, {{true, 5}}),
             "2 bytes follow the last whole block; they begin block 5, which is in use");
+}
+
+// The table of the tool's page has every kind with its severity, in the order of the code.
+TEST(Finding, page_of_the_tool_lists_every_kind) {
+  std::string expected, found;
+  for (const KindInfo& info : AllKinds()) {
+    expected += std::string("| `") + info.name + "` | " + Name(info.severity) + " |\n";
+  }
+  std::ifstream page(ORBA_TOOL_PAGE);
+  bool listed = false;
+  for (std::string line; std::getline(page, line);) {
+    listed |= line.rfind("| `unreadable` |", 0) == 0;
+    listed &= line.rfind("| `", 0) == 0;
+    if (listed) found += line.substr(0, line.find('|', line.find('|', 1) + 1) + 1) + "\n";
+  }
+  EXPECT_EQ(found, expected);
 }
 
 TEST(Counted, number_chooses_the_noun) {
