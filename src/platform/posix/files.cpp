@@ -24,7 +24,8 @@ enum class Lock : uint8_t { kWhole, kRange, kNone };
 struct OpenFile {
   int descriptor;  // kUnused while the entry is free
   Lock lock;
-  bool synced;  // flushed by this handle, and not written to since
+  bool synced;    // flushed by this handle, and not written to since
+  uint32_t lost;  // the host code with which a flush failed, or 0
   uint64_t position;
   uint64_t size;
   posix::ReadCache* cache;  // null before the first read, and without memory or a lock
@@ -188,6 +189,7 @@ uint32_t OpenInto(OpenFile* entry, const char* path, bool create) {
   if (create) SyncFolderOf(path);
   entry->descriptor = descriptor;
   entry->synced = false;
+  entry->lost = coredll::kHostNoError;
   entry->position = 0;
   entry->cache = nullptr;
   g_openFiles++;
@@ -298,16 +300,18 @@ bool CallerSyncs() {
 
 }  // namespace
 
-// What nothing was written to since this handle's last flush has nothing to be made durable.
+// What nothing was written to since this handle's last flush has nothing to be made durable. Once a flush has failed,
+// all fail: the kernel reports what it could not store a single time, and may have dropped it.
 int32_t coredll::FlushFileBuffers(Handle handle) {
   OpenFile* file = FindOpenFile(handle);
   if (file == nullptr) return 0;
+  if (file->lost != kHostNoError) return posix::Fail(file->lost);
   if (file->synced || CallerSyncs()) return 1;
   int result;
   do {
     result = fdatasync(file->descriptor);  // the size is part of what it makes durable
   } while (result != 0 && errno == EINTR);
-  if (result != 0) return FailErrno();
+  if (result != 0) return posix::Fail(file->lost = posix::HostErrorFromErrno(errno));
   file->synced = true;
   return 1;
 }
