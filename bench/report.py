@@ -19,11 +19,11 @@ import sys
 BEGIN, END = "<!-- measured: begin -->", "<!-- measured: end -->"
 PEERS = ["ext2", "sqlite-off", "sqlite-wal"]
 TITLES = {
-    "orba-file": "orba", "orba-aligned": "orba, aligned", "orba-memory": "orba, in memory", "ext2": "ext2", "sqlite-off": "SQLite, no journal",
-    "sqlite-wal": "SQLite, WAL", "floor-file": "floor, file", "floor-memory": "floor, memory"}
+    "orba-file": "orba", "orba-aligned": "orba, aligned", "orba-memory": "orba, in memory", "ext2": "ext2",
+    "sqlite-off": "SQLite, no journal", "sqlite-wal": "SQLite, WAL", "floor-file": "floor, file", "floor-memory": "floor, memory"}
 COLOURS = {
-    "orba-file": "#c0392b", "orba-aligned": "#8e44ad", "orba-memory": "#e59866", "ext2": "#1f618d", "sqlite-off": "#1e8449",
-    "sqlite-wal": "#82c09a", "floor-file": "#555555", "floor-memory": "#aaaaaa"}
+    "orba-file": "#c0392b", "orba-aligned": "#8e44ad", "orba-memory": "#e59866", "ext2": "#1f618d",
+    "sqlite-off": "#1e8449", "sqlite-wal": "#82c09a", "floor-file": "#555555", "floor-memory": "#aaaaaa"}
 OPERATIONS = {
     "write-64K": "append 64 KiB", "write-4K": "append 4 KiB", "write-100": "append 100 bytes",
     "read-64K": "read 64 KiB in order", "read-4K": "read 4 KiB in order", "random-read": "read 4 KiB anywhere",

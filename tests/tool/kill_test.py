@@ -1,4 +1,4 @@
-"""put, get, cp, mv and rm, killed before each single call that changes the host's disk, on paths above 127 characters."""
+"""put, get, cp, mv and rm, killed before each call that changes the host's disk, on paths above 127 characters."""
 import unittest
 
 from support import ToolTest
