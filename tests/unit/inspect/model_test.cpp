@@ -204,10 +204,10 @@ TEST(AreLegal, root_has_its_own_attributes) {
 }
 
 TEST(AreLegal, files_may_have_two_flags_and_directories_none) {
-  for (const std::uint32_t attributes : {0x0000, 0x0001, 0x0002, 0x0003, 0x0008}) {
+  for (const std::uint32_t attributes : {0x0000u, 0x0001u, 0x0002u, 0x0003u, 0x0008u}) {
     EXPECT_TRUE(AreLegal(2, static_cast<std::uint16_t>(attributes))) << attributes;
   }
-  for (const std::uint32_t attributes : {0x0004, 0x0009, 0x000A, 0x0010, 0x8000}) {
+  for (const std::uint32_t attributes : {0x0004u, 0x0009u, 0x000Au, 0x0010u, 0x8000u}) {
     EXPECT_FALSE(AreLegal(2, static_cast<std::uint16_t>(attributes))) << attributes;
   }
 }
