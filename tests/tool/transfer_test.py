@@ -343,6 +343,11 @@ class PutTest(ToolTest):
         self.assertIn("      the way from container to container is: orba cp\n",
                       self.fails(1, "put", "other.orb:/X", "card.orb"))
 
+    def test_put_names_that_are_no_text_are_shown_safely(self):
+        with open(os.fsencode(self.path("x")) + b"\xff\xc2\x9b", "wb"):
+            pass
+        self.assertIn("cannot put ./x\\xFF\\xC2\\x9B: ", self.fails(1, "put", ".", "card.orb"))
+
     def test_put_names_with_line_ends_and_escapes_are_shown_safely(self):
         self.write("tree/a\nb")
         self.write("tree/c\x1b[2Jd")

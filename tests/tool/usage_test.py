@@ -28,6 +28,15 @@ class UsageTest(ToolTest):
             widest = max(self.ok(*arguments).splitlines(), key=len)
             self.assertLess(len(widest), 80, widest)
 
+    def test_help_follows_the_width_of_the_terminal(self):
+        for columns, widest in ((20, 40), (60, 60), (120, 120), (300, 200)):
+            for arguments in (["--help"], ["put", "--help"]):
+                lines = self.on_terminal(*arguments, columns=columns).out.splitlines()
+                prose = [line for line in lines if not line.startswith("  ") or "--help" not in line]
+                longest = max(len(line) for line in prose if " orba " not in f" {line}" and "  " not in line.strip())
+                self.assertLess(longest, widest)
+                self.assertGreater(longest, widest - 16)
+
     def test_help_of_each_command_has_usage_options_and_an_example(self):
         for name in COMMANDS:
             text = self.ok(name, "--help")
@@ -266,7 +275,7 @@ class CompletionTest(ToolTest):
                               start_new_session=True) as shell:
             os.close(slave)
             seen = b""
-            for typed in (b"orba ca\tcard.or\t\b:/lo\tday\t\n", b"exit\n"):
+            for typed in (b"orba ca\tcard.or\t:/lo\tday\t\n", b"exit\n"):
                 while not seen.endswith(b"ready> "):
                     seen += os.read(master, 4096)
                 os.write(master, typed)
@@ -278,6 +287,13 @@ class CompletionTest(ToolTest):
                 pass
         os.close(master)
         self.assertIn(b"what the file holds", seen)
+
+    def test_completion_of_a_container_leaves_room_for_a_path(self):
+        self.format()
+        self.write("cash", b"no container")
+        self.assertEqual(self.complete("orba", "ls", "car"), ["card.orb"])
+        self.assertEqual(self.complete("orba", "ls", "cas"), [])  # the shell's own completion
+        self.assertEqual(self.complete("orba", "ls", "ca"), [])
 
     def test_completion_runs_no_command_that_a_name_spells(self):
         self.format()

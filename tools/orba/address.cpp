@@ -64,7 +64,7 @@ std::string Address::Path() const {
 
 std::string Address::Text() const {
   if (!standsFor.empty()) return standsFor;
-  std::string text = container + ":";
+  std::string text = Visible(container) + ":";
   for (const std::string& name : names) text += "/" + inspect::Printable(name);
   return names.empty() ? text + "/" : text;
 }

@@ -1,5 +1,6 @@
 #include "tools/orba/failure.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -8,6 +9,7 @@
 #include "orba.h"
 #include "tools/orba/host/host.h"
 #include "tools/orba/terminal.h"
+#include "tools/orba/utf8.h"
 
 namespace orba::tool {
 
@@ -101,15 +103,24 @@ const ResultCode& Row(std::uint32_t code) {
   return kUnknownCode;
 }
 
-// The text with control characters as "\x0A", and a backslash before each of `others`.
+// The text with control characters, and bytes that are not UTF-8, as "\x0A", and a backslash before each of `others`.
 std::string Escaped(const std::string& text, const char* others) {
   std::string escaped;
-  for (const char c : text) {
-    char number[8];
-    std::snprintf(number, sizeof number, "\\x%02X", static_cast<unsigned>(static_cast<unsigned char>(c)));
-    const bool control = c == '\x7f' || (c >= 0 && c < ' ');
-    if (!control && std::strchr(others, c) != nullptr) escaped += '\\';
-    escaped += control ? number : std::string(1, c);
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t start = at;
+    const std::uint32_t character = NextCharacter(text, &at);
+    at = std::max(at, start + 1);
+    const bool control = character < ' ' || (character >= 0x7F && character < 0xA0) || character == kNoCharacter;
+    if (!control) {
+      if (at == start + 1 && std::strchr(others, text[start]) != nullptr) escaped += '\\';
+      escaped.append(text, start, at - start);
+      continue;
+    }
+    for (std::size_t i = start; i < at; ++i) {
+      char number[8];
+      std::snprintf(number, sizeof number, "\\x%02X", static_cast<unsigned>(static_cast<unsigned char>(text[i])));
+      escaped += number;
+    }
   }
   return escaped;
 }

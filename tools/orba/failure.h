@@ -59,7 +59,8 @@ Failure HostFailure(const std::string& what, int error, const std::string& advic
 // "ORB_ERROR_NOT_CLEAN, 0x3000000C"
 std::string CodeText(std::uint32_t code);
 
-// The text with control characters as "\x0A": names of the host may hold anything, terminal commands included.
+// The text with control characters, and bytes that are not UTF-8, as "\x0A": names of the host may hold anything,
+// terminal commands included.
 std::string Visible(const std::string& text);
 
 // The word as a shell takes it: quoted where that is needed.

@@ -9,6 +9,7 @@
 #include "base/name_symbols.h"
 #include "inspect/container/names.h"
 #include "tools/orba/command.h"
+#include "tools/orba/terminal.h"
 
 #ifndef ORBA_VERSION
 #error "the build must define the version"
@@ -20,7 +21,11 @@ const char* const kVersion = ORBA_VERSION;
 
 namespace {
 
-constexpr std::size_t kLine = 79;
+// Where nobody looks on, a line has 79 columns at most; on a terminal what it has room for.
+std::size_t Line() {
+  if (!IsTerminal(Stream::kOutput)) return 79;
+  return std::clamp<std::size_t>(Width(Stream::kOutput), 40, 200) - 1;
+}
 
 constexpr const char* kPurpose =
     "makes, fills, lists, checks, repairs and draws containers: files that hold a whole file system each.";
@@ -84,7 +89,7 @@ std::string Wrapped(const std::string& text, const std::string& first, const std
   std::string line = first;
   bool empty = true;
   for (const std::string& word : Split(text, " ")) {
-    if (!empty && line.size() + 1 + word.size() > kLine) {
+    if (!empty && line.size() + 1 + word.size() > Line()) {
       lines += line + "\n";
       line = indent;
       empty = true;
@@ -210,6 +215,17 @@ _orba_inside() {
   [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == */ ]] && compopt -o nospace
 }
 
+# Completes the name of a container, which a path may follow. Other files of the host are left to the shell.
+_orba_container() {
+  local files magic
+  _orba_plain "$1"
+  mapfile -t files < <(compgen -f -- "$plain")
+  [[ ${#files[@]} -eq 1 && -f ${files[0]} ]] && { LC_ALL=C read -rN 4 magic <"${files[0]}"; } 2>/dev/null || return
+  [[ $magic == ORBA ]] || return
+  COMPREPLY=("${files[0]}")
+  compopt -o nospace
+}
+
 _orba() {
   local word=${COMP_WORDS[COMP_CWORD]} last=${COMP_WORDS[COMP_CWORD - 1]}
   local commands="@commands@" command= options= words= plain= operands=0 i
@@ -244,7 +260,9 @@ _orba() {
   elif [[ $word == *:/* ]]; then  # in quotes
     _orba_plain "$word"
     _orba_inside "${plain%:/*}" "/${plain##*:/}" "${plain%:/*}:"
-  fi  # else files of the host
+  else
+    _orba_container "$word"
+  fi
 }
 complete -o default -o filenames -F _orba orba
 )-";

@@ -25,7 +25,7 @@ bool IsTemporaryName(const std::string& name) {
 
 std::string FreeTemporaryName(const std::vector<Item>& items) {
   for (unsigned number = 1;; ++number) {
-    const std::string name = NumberedName(number);
+    std::string name = NumberedName(number);
     const auto same = [&name](const Item& item) { return item.name == name; };
     if (std::none_of(items.begin(), items.end(), same)) return name;
   }
