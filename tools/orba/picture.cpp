@@ -207,7 +207,7 @@ int RunMap(const MapOptions& options) {
     throw LibraryFailure("cannot make out " + container.path(), container.path(), ORB_ERROR_DAMAGED_VOLUME);
   }
   if (!options.svg.empty()) {
-    WriteSvg(options, container.path(), inspect::DrawSvg(report, ValidUtf8(Visible(container.path()))));
+    WriteSvg(options, container.path(), inspect::DrawSvg(report, Visible(container.path())));
     return kSuccess;
   }
   // A row begins with a block number of nine columns; sixteens are easy to count.
