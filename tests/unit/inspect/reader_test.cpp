@@ -124,6 +124,28 @@ TEST(Reader, header_erased_problem_said_and_contents_read) {
   EXPECT_EQ(opened.Contents(opened.Find("/A")), Pattern(1500, 1501));
 }
 
+TEST(Reader, header_field_damaged_is_said) {
+  for (const std::uint32_t offset : {0u, 4u, 8u, 40u}) {
+    Small image;
+    image.Put32(offset, image.Get32(offset) ^ 0x100);
+    Opened opened(image);
+    EXPECT_EQ(Troubles(opened.reader.problems()), Found{Trouble::kHeaderDamaged}) << offset;
+    EXPECT_EQ(opened.Contents(opened.Find("/A")), Pattern(1500, 1501)) << offset;
+  }
+}
+
+TEST(Reader, host_cannot_read_the_tables_is_said) {
+  const Small image;
+  const Unreadable table(image.bytes(), 500, 501);
+  EXPECT_EQ(Troubles(Reader(table).problems()), Found{Trouble::kHostCannotRead});
+  const Unreadable bitmap(image.bytes(), 1030, 1031);
+  Reader reader(bitmap);
+  Node node;
+  EXPECT_EQ(Troubles(reader.problems()), Found{Trouble::kHostCannotRead});
+  EXPECT_FALSE(reader.Find("/A", &node));
+  EXPECT_EQ(reader.FreeNodes(), 0u);
+}
+
 TEST(Reader, no_container_every_call_says_so) {
   const MemoryImage image(Bytes(5000, 7));
   Reader reader(image);
@@ -167,6 +189,31 @@ TEST(Reader, free_chain_is_counted_with_its_records) {
   Problem problem;
   EXPECT_EQ(opened.reader.FreeBlocks(&problem), 4u);
   EXPECT_FALSE(problem);
+}
+
+TEST(Reader, free_chain_full_record_is_counted) {
+  Small image;
+  std::vector<std::uint32_t> blocks;
+  for (std::uint32_t i = 0; i < 253; ++i) blocks.push_back(image.AppendBlock());
+  image.SetChain({blocks});
+  Problem problem;
+  EXPECT_EQ(Opened(image).reader.FreeBlocks(&problem), 254u);
+  EXPECT_FALSE(problem);
+}
+
+TEST(Reader, free_chain_broken_is_counted_up_to_there) {
+  Small sound;
+  const std::uint32_t behind = sound.AppendBlock();
+  const std::vector<std::uint32_t> records = sound.SetChain({{}, {behind}});
+  const std::uint64_t second = sound.BlockOffset(records[1]);
+  for (const auto& [offset, value] : std::vector<std::pair<std::uint64_t, std::uint32_t>>{
+           {second, 0x31434247}, {second + 8, 254}, {sound.BlockOffset(records[0]) + 4, 1000000}}) {
+    Small image = sound;
+    image.Put32(offset, value);
+    Problem problem;
+    EXPECT_EQ(Opened(image).reader.FreeBlocks(&problem), offset < second ? 1u : 2u) << offset;
+    EXPECT_EQ(problem.trouble, Trouble::kBlockForeign) << offset;
+  }
 }
 
 TEST(Reader, free_chain_in_a_circle_is_counted_once_and_said) {
@@ -269,6 +316,120 @@ TEST(Reader, node_signature_and_number_gone_is_taken_when_its_fields_are_sound) 
   image.Put16(image.NodeOffset(image.a) + 4, 0);
   Opened opened(image);
   EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeNumber);
+}
+
+TEST(Reader, node_without_signature_and_number_is_judged_by_each_field) {
+  struct Field {
+    std::uint32_t offset, width, value;
+    bool sound;
+  };
+  const std::uint32_t blocks = Small().Blocks();
+  const Field fields[] = {
+      {6, 2, 1, true},           {6, 2, 2, true},
+      {6, 2, 3, true},           {6, 2, 4, false},
+      {6, 2, 9, false},          {10, 1, 13, false},
+      {16, 4, 0x7FFFFFFF, true}, {16, 4, 0x80000000, false},
+      {20, 4, 1, false},         {28, 4, 1, false},
+      {32, 4, blocks, true},     {32, 4, blocks + 1, false},
+      {52, 4, blocks, true},     {52, 4, blocks + 1, false},
+      {56, 4, blocks, true},     {56, 4, blocks + 1, false},
+      {60, 4, blocks, true},     {60, 4, blocks + 1, false},
+  };
+  for (const Field& field : fields) {
+    Small image;
+    const std::uint64_t slot = image.NodeOffset(image.a);
+    image.Put32(slot, 0);
+    image.Put16(slot + 4, 0);
+    if (field.width == 1) image.Put8(slot + field.offset, static_cast<std::uint8_t>(field.value));
+    if (field.width == 2) image.Put16(slot + field.offset, static_cast<std::uint16_t>(field.value));
+    if (field.width == 4) image.Put32(slot + field.offset, field.value);
+    EXPECT_EQ(Opened(image).FindTrouble("/A"), field.sound ? Trouble::kNodeNumber : Trouble::kNodeLost)
+        << field.offset << " " << field.value;
+  }
+}
+
+TEST(Reader, node_with_signature_or_number_is_taken_whatever_its_fields) {
+  for (const bool signature : {true, false}) {
+    Small image;
+    const std::uint64_t slot = image.NodeOffset(image.a);
+    if (signature) {
+      image.Put16(slot + 4, 0);
+    } else {
+      image.Put32(slot, 0);
+    }
+    image.Put32(slot + 20, 7);
+    EXPECT_FALSE(ToText({Opened(image).FindTrouble("/A"), 0, 0, 0}) == ToText({Trouble::kNodeLost, 0, 0, 0}));
+    EXPECT_EQ(Opened(image).Find("/A").size(), 1500u);
+  }
+}
+
+TEST(Reader, directory_without_dots_is_one_as_long_as_a_name_leads_somewhere) {
+  const auto kindOf = [](const ImageBuilder& image, std::uint16_t number) {
+    Opened opened(image);
+    Node node;
+    return opened.reader.ReadNode(number, &node).trouble;
+  };
+  Small image;
+  for (const std::uint32_t entry : {0u, 1u}) image.PutText(image.EntryOffset(image.d, entry) + 2, "XX");
+  image.Put16(image.EntryOffset(image.d, 0), 200);
+  EXPECT_EQ(kindOf(image, image.d), Trouble::kNone);  // B and E lead somewhere
+  image.PutText(image.EntryOffset(image.d, 3) + 2, "?");
+  EXPECT_EQ(kindOf(image, image.d), Trouble::kNone);  // B does
+  image.SetFree(image.b, true);
+  EXPECT_EQ(kindOf(image, image.d), Trouble::kNodeKind);
+  image.SetFree(image.b, false);
+  image.Put16(image.EntryOffset(image.d, 2), 257);
+  EXPECT_EQ(kindOf(image, image.d), Trouble::kNodeKind);
+  image.Put16(image.EntryOffset(image.d, 2), kRootNode);
+  EXPECT_EQ(kindOf(image, image.d), Trouble::kNodeKind);
+  Small first = image;
+  first.PutText(first.EntryOffset(first.d, 0) + 2, std::string(".\0", 2));
+  EXPECT_EQ(kindOf(first, first.d), Trouble::kNone);
+  Small own = image;
+  own.Put16(own.EntryOffset(own.d, 0), own.d);
+  EXPECT_EQ(kindOf(own, own.d), Trouble::kNone);
+  Small second = image;
+  second.PutText(second.EntryOffset(second.d, 1) + 2, std::string("..\0", 3));
+  EXPECT_EQ(kindOf(second, second.d), Trouble::kNone);
+}
+
+TEST(Reader, directory_of_zeros_is_one) {
+  Small image;
+  const auto block = static_cast<long>(image.BlockOffset(image.MappedBlock(image.e, 0)));
+  std::fill_n(image.bytes().begin() + block, 1024, std::uint8_t{0});
+  Opened opened(image);
+  EXPECT_TRUE(opened.Find("/D/E").directory);
+  EXPECT_EQ(opened.FindTrouble("/D/E"), Trouble::kNone);
+}
+
+TEST(Reader, directory_kind_is_told_by_its_second_block_too) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t directory = image.AddDirectory(1, "D");
+  for (int i = 0; i < 40; ++i) image.AddFile(directory, "F" + std::to_string(i), 0u);
+  const auto first = static_cast<long>(image.BlockOffset(image.MappedBlock(directory, 0)));
+  std::fill_n(image.bytes().begin() + first, 1024, std::uint8_t{0xEE});
+  Opened opened(image);
+  EXPECT_TRUE(opened.Find("/D").directory);
+  EXPECT_EQ(opened.FindTrouble("/D/F39"), Trouble::kNone);
+}
+
+TEST(Reader, file_that_only_looks_like_a_directory_is_a_file) {
+  const auto isDirectory = [](std::uint32_t size, std::uint16_t number, const std::string& dot,
+                              const std::string& dots) {
+    ImageBuilder image(1024, 32);
+    Bytes contents(size, 0);
+    contents[0] = static_cast<std::uint8_t>(number);
+    std::copy(dot.begin(), dot.end(), contents.begin() + 2);
+    std::copy(dots.begin(), dots.end(), contents.begin() + 34);
+    image.AddFile(1, "F", contents);
+    return Opened(image).Find("/F").directory;
+  };
+  EXPECT_TRUE(isDirectory(64, 2, ".", ".."));
+  EXPECT_TRUE(isDirectory(96, 2, ".", ".."));
+  EXPECT_FALSE(isDirectory(65, 2, ".", ".."));
+  EXPECT_FALSE(isDirectory(64, 3, ".", ".."));
+  EXPECT_FALSE(isDirectory(64, 2, "X", ".."));
+  EXPECT_FALSE(isDirectory(64, 2, ".", "."));
 }
 
 TEST(Reader, directory_with_a_files_attributes_is_a_directory) {
@@ -485,6 +646,52 @@ TEST(Reader, list_reserved_and_illegal_and_equal_names_are_told) {
                                        Trouble::kNameIllegal, Trouble::kNameTwice, Trouble::kNone}));
 }
 
+TEST(Reader, list_dots_behind_their_places_are_told) {
+  ImageBuilder image(1024, 32);
+  image.AddEntry(1, "..", 1);
+  image.AddEntry(1, ".", 1);
+  EXPECT_EQ(Names(Opened(image).reader.List(Opened(image).Find("/"))), (Strings{"..", "."}));
+}
+
+TEST(Reader, list_few_illegal_names_do_not_make_a_block_foreign) {
+  for (const int names : {5, 6}) {
+    ImageBuilder image(1024, 32);
+    const std::uint16_t file = image.AddFile(1, "A", 5);
+    for (int i = 0; i < 29; ++i) image.AddEntry(1, "A" + std::to_string(i), file);
+    for (int i = 0; i < names; ++i) image.AddEntry(1, "?" + std::to_string(i), file);
+    Opened opened(image);
+    const Listing listing = opened.reader.List(opened.Find("/"));
+    EXPECT_EQ(Troubles(listing.problems), names == 6 ? Found{Trouble::kBlockForeign} : Found{});
+    EXPECT_EQ(listing.entries.size(), names == 6 ? 30u : 35u);
+  }
+}
+
+TEST(Reader, list_sizes_that_no_directory_has_are_told) {
+  for (const std::uint32_t size : {0u, 65u, 0x400020u}) {
+    Small image;
+    image.SetSize(image.d, size);
+    Opened opened(image);
+    Node node;
+    ASSERT_FALSE(opened.reader.ReadNode(image.d, &node).IsFailure());
+    const Listing listing = opened.reader.List(node);
+    ASSERT_FALSE(listing.problems.empty()) << size;
+    EXPECT_EQ(listing.problems[0].trouble, Trouble::kDirectorySize) << size;
+    EXPECT_EQ(listing.entries.size(), size == 0 ? 0u : 2u);
+  }
+}
+
+TEST(Reader, list_block_that_the_host_cannot_read_is_told) {
+  const Small image;
+  const std::uint32_t block = image.MappedBlock(image.e, 0);
+  const Unreadable host(image.bytes(), image.BlockOffset(block) + 70, image.BlockOffset(block) + 71);
+  Reader reader(host);
+  Node node;
+  ASSERT_FALSE(reader.ReadNode(image.e, &node));
+  const Listing listing = reader.List(node);
+  ASSERT_EQ(Troubles(listing.problems), Found{Trouble::kHostCannotRead});
+  EXPECT_EQ(listing.problems[0].block, block);
+}
+
 TEST(Reader, list_dots_that_are_others_are_entries) {
   Small image;
   image.PutText(image.EntryOffset(1, 0) + 2, "X");
@@ -539,6 +746,26 @@ TEST(Reader, list_last_block_back_in_the_free_chain_is_no_entry) {
   const Listing listing = opened.reader.List(opened.Find("/D"));
   EXPECT_EQ(Troubles(listing.problems), Found{Trouble::kBlockForeign});
   EXPECT_EQ(listing.entries.size(), 30u);
+}
+
+TEST(Reader, list_entry_that_reads_like_a_chain_record_is_an_entry_when_its_node_is_in_use) {
+  ImageBuilder image(8192, 7168);  // "FB" is node 16966 here, and "C1" its name
+  const std::uint16_t directory = image.AddDirectory(1, "D");
+  for (int i = 0; i < 254; ++i) image.AddEntry(directory, "F" + std::to_string(i), 2);
+  image.AddEntry(directory, "C1", 16966);
+  Opened free(image);
+  EXPECT_EQ(Troubles(free.reader.List(free.Find("/D")).problems), Found{Trouble::kBlockForeign});
+  image.SetFree(16966, false);
+  Opened used(image);
+  const Listing listing = used.reader.List(used.Find("/D"));
+  EXPECT_TRUE(listing.problems.empty());
+  EXPECT_EQ(listing.entries.back().name, "C1");
+  image.Put32(image.EntryOffset(directory, 256) + 4, 1);  // a next record
+  Opened chained(image);
+  EXPECT_EQ(Troubles(chained.reader.List(chained.Find("/D")).problems), Found{Trouble::kBlockForeign});
+  image.Put32(image.EntryOffset(directory, 256) + 8, 2046);  // more entries than a record holds
+  Opened counted(image);
+  EXPECT_TRUE(counted.reader.List(counted.Find("/D")).problems.empty());
 }
 
 TEST(Reader, list_impossible_size_is_told_and_bounded) {
