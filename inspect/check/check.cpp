@@ -33,7 +33,8 @@ void CheckHeader(Work* work) {
   if (sound.reservedSize != 0) {
     work->Add(Kind::kReservedRegion, {0, 0, offsetof(VolumeHeader, reservedSize)}, {{sound.reservedSize}});
   }
-  if ((header.stateFlags & ~kVolumeDirty) != 0) {
+  const std::uint32_t known = work->report.marked ? kVolumeDirty | kRepairMark : kVolumeDirty;
+  if ((header.stateFlags & ~known) != 0) {
     work->Add(Kind::kHeaderReserved, {0, 0, kStateFlagsOffset}, {{true}});
   }
 }

@@ -60,6 +60,9 @@ struct Geometry {
   }
 };
 
+// Beside kVolumeDirty in the state flags: the mark is a repair's own, and no operation of the library was stopped.
+constexpr std::uint32_t kRepairMark = 2;
+
 // True when the header's sizes and offsets agree with each other and with the limits, so that a mount would take them.
 // Signature, version, state flags and reserved bytes do not matter here.
 bool FieldsAgree(const VolumeHeader& header);

@@ -11,33 +11,30 @@ namespace orba::inspect {
 
 namespace {
 
-using std::to_string;
-
-std::uint32_t FirstNode(const Geometry& geometry, std::uint32_t index) { return index * geometry.nodesPerBlock() + 1; }
-
 // ---- Node-block table -----------------------------------------------------------------------------------------------
 
-// Slots of the block that carry the signature and the number they would have as node block `index`.
-std::uint32_t GoodSlots(const RepairWork& work, std::uint32_t block, std::uint32_t index) {
+// A slot of the block is that of a node in use, as node block `index`. The block stays in its place for it, whatever
+// became of the other slots.
+bool HoldsUsedNode(const RepairWork& work, std::uint32_t block, std::uint32_t index) {
   const std::vector<std::uint8_t> bytes = work.GetBlock(block);
-  std::uint32_t good = 0;
-  for (std::uint32_t i = 0; i < work.geometry().nodesPerBlock(); ++i) {
+  const std::uint32_t first = work.geometry().firstNode(index);
+  for (std::uint32_t i = 0; i < work.geometry().nodesPerBlock() && work.model().IsNode(first + i); ++i) {
     const std::uint8_t* slot = &bytes[i * kNodeSize];
-    if (Get32(slot) == kNodeSignature && Get16(slot + 4) == FirstNode(work.geometry(), index) + i) ++good;
+    if (IsSlotOf(slot, first + i) && work.model().nodes[first + i].state != NodeState::kFree) return true;
   }
-  return good;
+  return false;
 }
 
 bool HasSignature(const RepairWork& work, std::uint32_t block) {
   const std::vector<std::uint8_t> bytes = work.GetBlock(block);
   for (std::uint32_t i = 0; i < work.geometry().nodesPerBlock(); ++i) {
-    if (Get32(&bytes[i * kNodeSize]) == kNodeSignature) return true;
+    if (HasNodeSignature(&bytes[i * kNodeSize])) return true;
   }
   return false;
 }
 
 bool IsNeeded(const RepairWork& work, std::uint32_t index) {
-  const std::uint32_t first = FirstNode(work.geometry(), index);
+  const std::uint32_t first = work.geometry().firstNode(index);
   for (std::uint32_t i = 0; i < work.geometry().nodesPerBlock() && work.model().IsNode(first + i); ++i) {
     if (work.model().nodes[first + i].state != NodeState::kFree) return true;
   }
@@ -55,15 +52,16 @@ std::vector<bool> FindNamed(const RepairWork& work) {
   return named;
 }
 
-// How many nodes in use the block would bring back as node block `index`. In a lost block a node is in use when the bitmap,
-// a name or the data that it holds says so.
+// How many nodes in use the block would bring back as node block `index`. In a lost block a node is in use when the
+// bitmap, a name or the data that it holds says so.
 std::uint32_t Worth(const RepairWork& work, std::uint32_t block, std::uint32_t index, const std::vector<bool>& named) {
   const std::vector<std::uint8_t> bytes = work.GetBlock(block);
-  const std::uint32_t first = FirstNode(work.geometry(), index);
+  const std::uint32_t first = work.geometry().firstNode(index);
   const bool lost = work.IsLost(block);
   std::uint32_t worth = 0;
   for (std::uint32_t i = 0; i < work.geometry().nodesPerBlock() && work.model().IsNode(first + i); ++i) {
     const OrbNodeRecord record = DecodeNode(&bytes[i * kNodeSize]);
+    if (record.signature == kNodeSignature && record.number != first + i) continue;  // another's
     const bool used = work.model().nodes[first + i].state != NodeState::kFree ||
                       (lost && (named[first + i] || HoldsData(work, first + i, record)));
     if (used && IsPlausible(work.geometry(), first + i, record)) ++worth;
@@ -71,27 +69,23 @@ std::uint32_t Worth(const RepairWork& work, std::uint32_t block, std::uint32_t i
   return worth;
 }
 
-// The index that the block's slots speak for, or none when too few of them agree. The rest may have been overwritten.
-constexpr std::uint32_t kNoIndex = kNodeTableEntries;
-constexpr std::uint32_t kEnoughSlots = 8;  // half of the smallest block's
-
-std::uint32_t IndexOf(const RepairWork& work, std::uint32_t block) {
-  const Geometry& geometry = work.geometry();
-  const std::uint32_t perBlock = geometry.nodesPerBlock();
-  if (perBlock == 0) return kNoIndex;
-  for (const std::uint32_t slot : {0u, 1u, perBlock / 2, perBlock - 1}) {  // either half of the block may be lost
-    std::uint8_t bytes[6];
-    if (!work.image.Read(geometry.BlockOffset(block) + slot * kNodeSize, bytes, sizeof bytes)) return kNoIndex;
-    const std::uint32_t first = Get16(bytes + 4) - slot;
-    if (Get32(bytes) != kNodeSignature || first % perBlock != 1) continue;
-    const std::uint32_t index = first / perBlock;
-    if (index < kNodeTableEntries && GoodSlots(work, block, index) >= kEnoughSlots) return index;
+// The indices that slots of the block speak for, by the number of those slots.
+std::map<std::uint32_t, std::uint32_t> CountVotes(const RepairWork& work, std::uint32_t block) {
+  const std::vector<std::uint8_t> bytes = work.GetBlock(block);
+  const std::uint32_t perBlock = work.geometry().nodesPerBlock();
+  std::map<std::uint32_t, std::uint32_t> votes;
+  for (std::uint32_t i = 0; i < perBlock; ++i) {
+    const std::uint8_t* slot = &bytes[i * kNodeSize];
+    const std::uint32_t number = NodeNumber(slot);
+    const std::uint32_t first = number - i;
+    if (!HasNodeSignature(slot) || number <= i || first % perBlock != 1) continue;
+    if (first / perBlock < kNodeTableEntries) ++votes[first / perBlock];
   }
-  return kNoIndex;
+  return votes;
 }
 
-// Blocks that may have been node blocks before the table lost them, by their index: those that nothing names or that stand
-// in the wrong place of the table, and block 1, where the first node block lies for all time.
+// Blocks that may have been node blocks before the table lost them, by their index: those that nothing names or that
+// stand in the wrong place of the table, and block 1, where the first node block lies for all time.
 struct Candidates {
   bool searched = false;
   std::multimap<std::uint32_t, std::uint32_t> blocks;
@@ -102,8 +96,7 @@ Candidates FindCandidates(const RepairWork& work) {
   Candidates candidates = {true, {}, FindNamed(work)};
   for (std::uint32_t block = 1; block < work.model().blocks.size(); ++block) {
     if (!work.IsLoose(block) && work.model().blocks[block].use != BlockUse::kNodeBlock && block != 1) continue;
-    const std::uint32_t index = IndexOf(work, block);
-    if (index != kNoIndex) candidates.blocks.emplace(index, block);
+    for (const auto& [index, slots] : CountVotes(work, block)) candidates.blocks.emplace(index, block);
   }
   return candidates;
 }
@@ -125,10 +118,15 @@ std::uint32_t PickNodeBlock(const RepairWork& work, const Candidates& candidates
 bool IsRightEntry(const RepairWork& work, std::uint32_t index) {
   const std::uint32_t block = work.model().table[index];
   if (!work.geometry().Holds(block) || index >= work.geometry().tableEntries()) return false;
+  if (HoldsUsedNode(work, block, index)) return true;
+  std::map<std::uint32_t, std::uint32_t> votes = CountVotes(work, block);
+  const std::uint32_t own = votes[index];
+  for (const auto& [other, slots] : votes) {
+    if (slots > own) return false;
+  }
   const BlockInfo& owner = work.model().blocks[block];
-  const std::uint32_t spoken = IndexOf(work, block);
-  if (spoken != kNoIndex) return spoken == index;
-  return owner.use == BlockUse::kNodeBlock && owner.index == index && !owner.shared && HasSignature(work, block);
+  return own > 0 ||
+         (owner.use == BlockUse::kNodeBlock && owner.index == index && !owner.shared && HasSignature(work, block));
 }
 
 // Entries in a row are one action.
@@ -136,10 +134,11 @@ void ClearEntries(RepairWork* work, const std::vector<std::uint32_t>& entries) {
   for (std::size_t first = 0; first < entries.size();) {
     std::size_t end = first + 1;
     while (end < entries.size() && entries[end] == entries[end - 1] + 1) ++end;
-    work->Begin(end - first == 1 ? "clears table entry " + to_string(entries[first]) + ": it names no node block"
-                                 : "clears table entries " + to_string(entries[first]) + " to " +
-                                       to_string(entries[end - 1]) + ": they name no node blocks");
-    for (; first < end; ++first) work->PutWord(kHeaderSize + 4 * entries[first], kNoBlock);
+    Action& action = work->Begin(ActionKind::kClearTable);
+    action.count = end - first;
+    action.first = entries[first];
+    action.last = entries[end - 1];
+    for (; first < end; ++first) work->PutWord(TableEntryOffset(entries[first]), kNoBlock);
   }
 }
 
@@ -160,10 +159,11 @@ void FixHeader(RepairWork* work) {
       0) {
     return;
   }
-  work->Begin("writes the header anew, for blocks of " + to_string(work->geometry().blockSize) +
-              " bytes and a bitmap of " + to_string(work->geometry().bitmapSize) + " bytes");
+  Action& action = work->Begin(ActionKind::kWriteHeader);
+  action.first = work->geometry().blockSize;
+  action.last = work->geometry().bitmapSize;
   VolumeHeader header = SoundHeader(work->geometry(), work->model().header);
-  header.stateFlags = kVolumeDirty;
+  header.stateFlags = kVolumeDirty | (work->model().header.stateFlags & kRepairMark);
   std::uint8_t bytes[kHeaderSize];
   EncodeHeader(header, bytes);
   work->Put(0, bytes, sizeof bytes);
@@ -184,10 +184,21 @@ void FixTable(RepairWork* work) {
       cleared.push_back(index);
       continue;
     }
-    work->Begin("points table entry " + to_string(index) + " at block " + to_string(found) + ", which holds its nodes");
-    work->PutWord(kHeaderSize + 4 * index, found);
+    Action& action = work->Begin(ActionKind::kPointTable);
+    action.first = index;
+    action.block = found;
+    work->PutWord(TableEntryOffset(index), found);
   }
   ClearEntries(work, cleared);
+}
+
+bool IsCopyOfAnother(const Model& model, const NodeInfo& node) {
+  const std::uint16_t other = node.record.number;
+  if (node.record.signature != kNodeSignature || other == node.number || !model.IsNode(other)) return false;
+  const OrbNodeRecord& record = model.nodes[other].record;
+  return model.nodes[other].offset != 0 && record.signature == kNodeSignature && record.number == other &&
+         record.direct[0] != kNoBlock && std::equal(record.direct, record.direct + kDirectBlocks, node.record.direct) &&
+         record.indirect == node.record.indirect && record.doubleIndirect == node.record.doubleIndirect;
 }
 
 void FixSlots(RepairWork* work) {
@@ -196,13 +207,12 @@ void FixSlots(RepairWork* work) {
     if (node.record.signature == kNodeSignature && node.record.number == node.number) continue;
     std::uint8_t bytes[kNodeSize];
     EncodeNode(EmptyNode(node.number), bytes);
-    if (node.readable) {
-      work->Begin("writes signature and number into the slot of node " + to_string(node.number));
-      work->Put(node.offset, bytes, 6);
+    if (node.readable && !IsCopyOfAnother(work->model(), node)) {
+      work->Begin(ActionKind::kSignSlot, node.number);
+      work->Put(node.offset, bytes, kNodeMarkSize);
     } else if (node.number != kRootNode) {
-      work->Begin(
-          "clears the slot of node " + to_string(node.number) +
-          (node.state == NodeState::kFree ? ", which is free" : ", whose record is lost, and gives the node back"));
+      work->Begin(node.state == NodeState::kFree ? ActionKind::kClearFreeSlot : ActionKind::kClearLostSlot,
+                  node.number);
       if (node.state != NodeState::kFree) work->SetFree(node.number, true);
       work->Put(node.offset, bytes, sizeof bytes);
     }
@@ -211,9 +221,9 @@ void FixSlots(RepairWork* work) {
 
 void FixBitmap(RepairWork* work) {
   const Model& model = work->model();
-  const auto bits = static_cast<std::uint32_t>(model.bitmap.size() * 8);
+  const std::uint32_t bits = model.bits();
   if (bits > 0 && model.IsFreeBit(kRootNode)) {
-    work->Begin("notes in the bitmap that the root's node is in use");
+    work->Begin(ActionKind::kUseRoot);
     work->SetFree(kRootNode, false);
   }
   const auto placeless = [&](std::uint32_t number) {
@@ -223,10 +233,10 @@ void FixBitmap(RepairWork* work) {
     std::uint32_t end = first;
     while (placeless(end)) ++end;
     if (end == first) continue;
-    work->Begin("notes in the bitmap that " + (end - first == 1
-                                                   ? "node " + to_string(first) + " is free: no node block holds it"
-                                                   : "nodes " + to_string(first) + " to " + to_string(end - 1) +
-                                                         " are free: no node block holds them"));
+    Action& action = work->Begin(ActionKind::kFreeNumbers);
+    action.count = end - first;
+    action.first = first;
+    action.last = end - 1;
     for (; first < end; ++first) work->SetFree(first, true);
   }
 }
@@ -246,8 +256,7 @@ void FixRecords(RepairWork* work) {
     EncodeNode(node.record, was);
     EncodeNode(record, is);
     if (std::equal(std::begin(was), std::end(was), std::begin(is))) continue;
-    work->Begin("gives " + NodeName(*work, node.number) + " attributes " + to_string(record.attributes) +
-                " and clears its reserved bytes");
+    work->Begin(ActionKind::kFixRecord, node.number).first = record.attributes;
     work->PutNode(node.number, record);
   }
 }
@@ -261,8 +270,7 @@ void FixRoot(RepairWork* work) {
   record.time = work->now;
   record.time.reserved = 0;
   record.size = block != kNoBlock ? work->geometry().blockSize : 2 * kDirEntrySize;
-  work->Begin(block != kNoBlock ? "makes a new root node for the directory in block " + to_string(block)
-                                : "makes a new, empty root directory");
+  work->Begin(block != kNoBlock ? ActionKind::kMakeRootRecord : ActionKind::kMakeRoot).block = block;
   if (block == kNoBlock) block = work->Take(NewDirectoryBlock(work->geometry(), kRootNode, kRootNode));
   if (block == kNoBlock) return;
   record.direct[0] = block;
@@ -276,7 +284,7 @@ void FixRoot(RepairWork* work) {
   }
   EncodeNode(record, bytes.data());
   const std::uint32_t nodeBlock = work->Take(bytes);
-  if (nodeBlock != kNoBlock) work->PutWord(kHeaderSize, nodeBlock);
+  if (nodeBlock != kNoBlock) work->PutWord(TableEntryOffset(0), nodeBlock);
 }
 
 std::vector<std::uint8_t> NewDirectoryBlock(const Geometry& geometry, std::uint16_t number, std::uint16_t parent) {

@@ -1,5 +1,5 @@
-// Repair of block maps: every slot names a block of the container that is the node's alone, and there are as many as the
-// size says.
+// Repair of block maps: every slot names a block of the container that is the node's alone, and there are as many as
+// the size says.
 #include <algorithm>
 
 #include "inspect/container/block_map.h"
@@ -11,8 +11,6 @@
 namespace orba::inspect {
 
 namespace {
-
-using std::to_string;
 
 // Visits every slot of every node in use, going down into each map block once.
 void VisitAll(RepairWork* work, const std::function<bool(const NodeInfo&, const MapSlot&)>& visit) {
@@ -38,13 +36,14 @@ struct Owner {
 };
 
 // Slots of one node that go for one reason are one action.
-void ClearSlot(RepairWork* work, const NodeInfo& node, const MapSlot& slot, const char* why) {
-  const std::string tail = " out of " + NodeName(*work, node.number) + ": " + why;
-  RepairWork::Clearing& last = work->clearing;
-  const bool more = last.node == node.number && last.why == why && last.action == work->actions.size();
-  if (!more) work->Begin("takes block " + to_string(slot.block) + tail);
-  last = {node.number, why, work->actions.size(), more ? last.count + 1 : 1};
-  if (more) work->actions.back().text = "takes " + Counted(last.count, "block") + tail;
+void ClearSlot(RepairWork* work, const NodeInfo& node, const MapSlot& slot, ActionKind why) {
+  const bool more =
+      !work->actions.empty() && work->actions.back().kind == why && work->actions.back().node == node.number;
+  if (more) {
+    ++work->actions.back().count;
+  } else {
+    work->Begin(why, node.number).block = slot.block;
+  }
   work->PutWord(slot.offset, kNoBlock);
 }
 
@@ -53,16 +52,15 @@ void SplitDirectories(RepairWork* work, const NodeInfo& node, const MapSlot& slo
   const bool mine = Get16(work->GetBlock(slot.block).data()) == node.number;
   const NodeInfo& other = mine ? work->model().nodes[owner.node] : node;
   std::uint32_t block = work->FindDirectoryBlock(other.number);
-  work->Begin("gives " + NodeName(*work, other.number) +
-              (block != kNoBlock ? " its own first block " + to_string(block) + " back" : " a first block of its own") +
-              ": block " + to_string(slot.block) + " is another directory's");
+  Action& action = work->Begin(block != kNoBlock ? ActionKind::kSplitReturn : ActionKind::kSplitNew, other.number);
+  action.block = block;
+  action.first = slot.block;
   if (block == kNoBlock) block = work->Take(NewDirectoryBlock(work->geometry(), other.number, kRootNode));
   work->PutWord(other.offset + offsetof(OrbNodeRecord, direct), block);
 }
 
 void CopyBlock(RepairWork* work, const NodeInfo& node, const MapSlot& slot) {
-  work->Begin("gives " + NodeName(*work, node.number) + " a copy of block " + to_string(slot.block) +
-              ", which something else uses too");
+  work->Begin(ActionKind::kCopyBlock, node.number).block = slot.block;
   work->PutWord(slot.offset, work->Take(work->GetBlock(slot.block)));  // no block left: better none than a shared one
 }
 
@@ -78,8 +76,8 @@ bool LooksLikeMap(const RepairWork& work, std::uint32_t block) {
   return true;
 }
 
-// One walk over every slot. The first walk settles what block-map blocks share, and nothing else: until then a change to a
-// slot could be a change to somebody's data.
+// One walk over every slot. The first walk settles what block-map blocks share, and nothing else: until then a change
+// to a slot could be a change to somebody's data.
 struct Unsharing {
   RepairWork* work;
   bool mapsOnly;
@@ -96,7 +94,7 @@ bool Unsharing::Visit(const NodeInfo& node, const MapSlot& slot) {
   if (map && !work->CanEnter(slot.block)) return false;  // FixSlotsOutside takes it out
   const bool shared = work->model().blocks[slot.block].shared;
   if (map && shared && !LooksLikeMap(*work, slot.block)) {
-    ClearSlot(work, node, slot, "something else's, and no block numbers");
+    ClearSlot(work, node, slot, ActionKind::kTakeForeignMap);
     return false;
   }
   Owner& owner = owners[slot.block];
@@ -109,7 +107,7 @@ bool Unsharing::Visit(const NodeInfo& node, const MapSlot& slot) {
   }
   if (mapsOnly && !involvesMap) return false;
   if (strayExtra) {
-    ClearSlot(work, node, slot, "past the size and something else's");
+    ClearSlot(work, node, slot, ActionKind::kTakeStray);
   } else {
     Separate(node, slot, owner);
   }
@@ -118,8 +116,9 @@ bool Unsharing::Visit(const NodeInfo& node, const MapSlot& slot) {
 
 void Unsharing::Separate(const NodeInfo& node, const MapSlot& slot, const Owner& owner) {
   const bool firstOfDirectory = node.IsDirectory() && slot.level == MapLevel::kData && slot.index == 0;
-  if (owner.node == node.number) {
-    ClearSlot(work, node, slot, "there already");
+  const bool read = !node.IsDirectory() && !owner.map && slot.level == MapLevel::kData && slot.index < node.map.needed;
+  if (owner.node == node.number && !read) {
+    ClearSlot(work, node, slot, ActionKind::kTakeTwice);
   } else if (firstOfDirectory && owner.firstOfDirectory) {
     SplitDirectories(work, node, slot, owner);
   } else {
@@ -140,8 +139,8 @@ std::uint32_t SizeOf(const RepairWork& work, std::uint64_t blocks) {
   return static_cast<std::uint32_t>(std::min(blocks, most) * work.geometry().blockSize);
 }
 
-// Growth wrote the new block but not the size. A directory's new entry is counted when it gives its node a name; a file's
-// new block is let go.
+// Growth wrote the new block but not the size. A directory's new entry is counted when it gives its node a name; a
+// file's new block is let go.
 void FinishGrowth(RepairWork* work, const NodeInfo& node) {
   const MapSummary& map = node.map;
   if (node.IsDirectory() && work->geometry().Holds(map.extraBlock)) {
@@ -150,20 +149,19 @@ void FinishGrowth(RepairWork* work, const NodeInfo& node) {
     const bool names = work->model().IsNode(entry.node) && work->model().nodes[entry.node].state == NodeState::kUsed &&
                        work->model().nodes[entry.node].names.empty() && entry.node != kRootNode;
     if (names && IsLegalName(NameOf(entry)) && Get16(&bytes[kDirEntrySize]) == 0) {
-      work->Begin("counts the entry \"" + NameOf(entry) + "\" that was added to " + NodeName(*work, node.number));
+      work->Begin(ActionKind::kCountGrown, node.number).name = NameOf(entry);
       SetSize(work, node, node.record.size + kDirEntrySize);
       return;
     }
   }
-  work->Begin("takes block " + to_string(map.extraBlock) + ", with which it was about to grow, out of " +
-              NodeName(*work, node.number));
+  work->Begin(ActionKind::kUndoGrowth, node.number).block = map.extraBlock;
   work->PutWord(map.extraOffset, kNoBlock);
 }
 
 // Blocks past the size: those that follow it without a gap make the node longer, the others go.
 void FixExtras(RepairWork* work, const NodeInfo& node) {
   std::uint64_t end = node.map.needed;
-  work->Begin("corrects the size of " + NodeName(*work, node.number) + ", which has blocks past its size");
+  work->Begin(ActionKind::kFixSize, node.number);
   VisitMap(work->image, work->geometry(), node.record, node.offset, [&](const MapSlot& slot) {
     if (slot.level != MapLevel::kData) return work->CanEnter(slot.block);
     if (slot.index < node.map.needed || slot.block == kNoBlock) return false;
@@ -180,7 +178,7 @@ void FixExtras(RepairWork* work, const NodeInfo& node) {
 void MakeFirstBlock(RepairWork* work, const NodeInfo& node) {
   std::uint32_t block = work->FindDirectoryBlock(node.number);
   const bool found = block != kNoBlock;
-  work->Begin("gives " + NodeName(*work, node.number) + (found ? " its first block back" : " a new first block"));
+  work->Begin(found ? ActionKind::kReturnFirst : ActionKind::kNewFirst, node.number);
   if (!found) block = work->Take(NewDirectoryBlock(work->geometry(), node.number, kRootNode));
   if (block == kNoBlock) return;
   OrbNodeRecord record = work->GetNode(node.number);
@@ -208,8 +206,7 @@ std::vector<std::uint64_t> MissingBlocks(const RepairWork& work, const NodeInfo&
 
 bool Fill(RepairWork* work, const NodeInfo& node, const std::vector<std::uint64_t>& missing) {
   const std::vector<std::uint8_t> zeros(work->geometry().blockSize);
-  work->Begin("fills " + Counted(missing.size(), "missing block") + " of " + NodeName(*work, node.number) +
-              " with zeros");
+  work->Begin(ActionKind::kFillHoles, node.number).count = missing.size();
   for (const std::uint64_t index : missing) {
     OrbNodeRecord record = work->GetNode(node.number);
     const std::uint32_t block = work->Take(zeros);
@@ -226,11 +223,11 @@ void FixUnneeded(RepairWork* work, const NodeInfo& node) {
   if (node.record.indirect == kNoBlock && needed <= kDirectBlocks) {
     OrbNodeRecord record = node.record;
     record.doubleIndirect = kNoBlock;
-    work->Begin("takes the double-indirect block, which serves nothing, out of " + NodeName(*work, node.number));
+    work->Begin(ActionKind::kTakeDouble, node.number);
     work->PutNode(node.number, record);
   } else if (node.map.doubleGap) {
     bool ended = false;
-    work->Begin("takes block-map blocks that serve nothing out of " + NodeName(*work, node.number));
+    work->Begin(ActionKind::kTakeUnneeded, node.number);
     VisitMap(work->image, work->geometry(), node.record, node.offset, [&](const MapSlot& slot) {
       if (slot.level == MapLevel::kDouble) return true;
       if (slot.level != MapLevel::kSecond) return false;
@@ -252,15 +249,14 @@ void FixMap(RepairWork* work, const NodeInfo& node) {
     return MakeFirstBlock(work, node);
   }
   if (map.end < map.needed || tooLarge) {
-    work->Begin("cuts " + NodeName(*work, node.number) + " off after " + Counted(map.end, "block") + ": " +
-                (map.shrinkInterrupted ? "the next was being given back" : "the rest is not there"));
+    work->Begin(map.shrinkInterrupted ? ActionKind::kCutShrunk : ActionKind::kCutMissing, node.number).count = map.end;
     return CutNode(work, node.number, map.end, SizeOf(*work, map.end));
   }
   if (map.present == map.needed) return FixUnneeded(work, node);
   const std::vector<std::uint64_t> missing = MissingBlocks(*work, node);
   // A file of holes is not worth the space that its zeros would take.
   if (missing.size() <= map.present + 256 && Fill(work, node, missing)) return;
-  work->Begin("cuts " + NodeName(*work, node.number) + " off before its first missing block");
+  work->Begin(ActionKind::kCutHole, node.number);
   CutNode(work, node.number, missing.front(), SizeOf(*work, missing.front()));
 }
 
@@ -277,13 +273,12 @@ void FillTail(RepairWork* work) {
     if (slot.level != MapLevel::kData || slot.block != tail || slot.index >= node.map.needed) return true;
     const std::uint64_t left = slot.index * geometry.blockSize + (size - geometry.BlockOffset(tail));
     if (!node.IsDirectory() && node.map.end <= slot.index && left < node.record.size) {
-      work->Begin("cuts " + NodeName(*work, node.number) + " off after " + Counted(left, "byte") +
-                  ": the rest is not there");
+      work->Begin(ActionKind::kCutTail, node.number).count = left;
       SetSize(work, node, static_cast<std::uint32_t>(left));
     }
     return true;
   });
-  work->Begin("fills block " + to_string(tail) + ", in which the container ends, up with zeros");
+  work->Begin(ActionKind::kFillTail).block = tail;
   const std::vector<std::uint8_t> zeros(static_cast<std::size_t>(end - size));
   work->Put(size, zeros.data(), zeros.size());
 }
@@ -292,17 +287,17 @@ void FixSlotsOutside(RepairWork* work) {
   VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) {
     if (slot.block == kNoBlock) return false;
     if (!work->geometry().Holds(slot.block)) {
-      ClearSlot(work, node, slot, "beyond the container's end");
+      ClearSlot(work, node, slot, ActionKind::kTakeOutside);
       return false;
     }
     if (slot.level != MapLevel::kData && !work->CanEnter(slot.block)) {
-      ClearSlot(work, node, slot, "no block numbers in it");
+      ClearSlot(work, node, slot, ActionKind::kTakeNoNumbers);
       return false;
     }
     const std::vector<std::uint64_t>& foreign = node.directory.foreign;
     const bool data = slot.level == MapLevel::kData;
     if (data && std::binary_search(foreign.begin(), foreign.end(), slot.index)) {
-      ClearSlot(work, node, slot, "no entries in it");
+      ClearSlot(work, node, slot, ActionKind::kTakeNoEntries);
     }
     return true;
   });
@@ -334,29 +329,29 @@ bool SetMapSlot(RepairWork* work, OrbNodeRecord* record, std::uint64_t index, st
   const std::uint64_t slots = work->geometry().mapSlots();
   const auto newMap = [&](std::uint64_t slot, std::uint32_t value) {
     std::vector<std::uint8_t> bytes(work->geometry().blockSize);
-    Put32(&bytes[static_cast<std::size_t>(4 * slot)], value);
+    Put32(&bytes[static_cast<std::size_t>(kWordSize * slot)], value);
     return work->Take(bytes);
   };
   if (index < kDirectBlocks + slots) {
     const std::uint64_t slot = index - kDirectBlocks;
     if (record->indirect == kNoBlock) return (record->indirect = newMap(slot, block)) != kNoBlock;
-    work->PutWord(work->geometry().BlockOffset(record->indirect) + 4 * slot, block);
+    work->PutWord(work->geometry().SlotOffset(record->indirect, slot), block);
     return true;
   }
   const std::uint64_t high = (index - kDirectBlocks - slots) / slots;
   const std::uint64_t low = (index - kDirectBlocks - slots) % slots;
   std::uint32_t second = kNoBlock;
   if (record->doubleIndirect != kNoBlock) {
-    second = Get32(&work->GetBlock(record->doubleIndirect)[static_cast<std::size_t>(4 * high)]);
+    second = Get32(&work->GetBlock(record->doubleIndirect)[static_cast<std::size_t>(kWordSize * high)]);
   }
   if (second != kNoBlock) {
-    work->PutWord(work->geometry().BlockOffset(second) + 4 * low, block);
+    work->PutWord(work->geometry().SlotOffset(second, low), block);
     return true;
   }
   second = newMap(low, block);
   if (second == kNoBlock) return false;
   if (record->doubleIndirect == kNoBlock) return (record->doubleIndirect = newMap(high, second)) != kNoBlock;
-  work->PutWord(work->geometry().BlockOffset(record->doubleIndirect) + 4 * high, second);
+  work->PutWord(work->geometry().SlotOffset(record->doubleIndirect, high), second);
   return true;
 }
 

@@ -117,6 +117,8 @@ class Judge {
   std::map<std::pair<std::uint16_t, std::uint32_t>, std::uint32_t> foundAt_;  // by directory and entry
   std::unordered_map<std::uint32_t, std::vector<std::uint32_t>> bySize_;      // found_, by size
 
+  std::unordered_map<std::uint16_t, Node> standsFor_;  // copies under /LOST.FND, by the node before
+
   Pool all_ = {false, {}, {}};
   Pool lostFound_ = {true, {}, {}};
 
@@ -277,6 +279,8 @@ void Judge::CompareFile(const Listed& entry, const Pair& pair, const Listed* mat
     if (at != foundAt_.end()) found = &found_[at->second];
   }
   if (found != nullptr) found->stays = true;
+  // The record of a file that was removed, or another's that holds nothing: nothing is there to be read.
+  if (entry.node.size() == 0 && (entry.node.free || entry.node.record.number != entry.number)) return;
   if (!IsWhole(&before_, entry.node, &beforeBudget_)) {
     if (found == nullptr || !IsWhole(&after_, found->node, nullptr)) return;
     found->matched = true;
@@ -372,6 +376,12 @@ void Judge::Fill(Pool* pool, std::uint32_t size) {
 bool Judge::FindMissing(const Missing& missing) {
   constexpr int kMostTries = 16;
   Pool* const pool = missing.weak ? &all_ : &lostFound_;
+  // What one node was read as by several paths, one copy stands for.
+  const auto copy = standsFor_.find(missing.node.number);
+  if (copy != standsFor_.end() && IsSame(missing.node, copy->second)) {
+    ++promise_.kept;
+    return true;
+  }
   Fill(pool, missing.node.size());
   if (pool->byHash.empty()) return false;
   auto at = pool->byHash.equal_range(Hash(&before_, missing.node));
@@ -381,7 +391,10 @@ bool Judge::FindMissing(const Missing& missing) {
     found.matched = true;
     keptNodes_[missing.node.number] = true;
     ++promise_.kept;
-    if (!missing.weak) pool->byHash.erase(at.first);
+    if (!missing.weak) {
+      standsFor_.emplace(missing.node.number, found.node);
+      pool->byHash.erase(at.first);
+    }
     return true;
   }
   return false;
@@ -389,17 +402,19 @@ bool Judge::FindMissing(const Missing& missing) {
 
 // One object may have lost a name, or all, to the operation that the mark vouches for.
 void Judge::Excuse(const std::vector<Missing>& missing) {
-  std::uint16_t node = before_.marked() ? vouched_.node : 0;
+  const bool vouches = before_.marked() && !vouched_.none;
+  std::uint16_t node = vouches ? vouched_.node : 0;
   for (const Missing& file : missing) {
-    const bool any = before_.marked() && vouched_.node == 0 && (node == 0 || node == file.node.number);
+    const bool any = vouches && vouched_.node == 0 && (node == 0 || node == file.node.number);
     const bool meant = node != 0 && node == file.node.number;
     const bool removed = vouched_.removal && vouched_.node == file.node.number;
     if ((any || meant) && (file.node.size() == 0 || keptNodes_[file.node.number] || removed)) {
       node = file.node.number;
       ++promise_.excused;
-    } else if (promise_.losses.size() < kMostLosses) {
-      promise_.losses.push_back(PathOf(file.place));
+      continue;
     }
+    promise_.lostFiles.push_back({places_[file.place].name, file.node.number, file.node.record});
+    if (promise_.losses.size() < kMostLosses) promise_.losses.push_back(PathOf(file.place));
   }
 }
 

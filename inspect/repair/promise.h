@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "inspect/container/image.h"
+#include "volume/layout.h"
 
 namespace orba::inspect {
 
@@ -30,6 +31,14 @@ namespace orba::inspect {
 struct Vouched {
   std::uint16_t node = 0;  // 0 = not known: any one
   bool removal = false;    // it was being removed: what it holds may go
+  bool none = false;       // the mark is not an operation's: it vouches for nothing
+};
+
+// A file that would be lost: the last name of its path, its node and its record before.
+struct Loss {
+  std::string name;
+  std::uint16_t node = 0;
+  OrbNodeRecord record = {};
 };
 
 struct Promise {
@@ -41,6 +50,7 @@ struct Promise {
       0;  // files that stay where they are and can now be read whole: cut off or filled up with zeros
   std::uint32_t toLost = 0;         // files that come to lie under /LOST.FND
   std::vector<std::string> losses;  // the paths of files that would be lost, fit for messages: the first kMostLosses
+  std::vector<Loss> lostFiles;      // all of them
 
   std::uint32_t lost() const { return readable - kept - excused; }
   bool holds() const { return lost() == 0; }

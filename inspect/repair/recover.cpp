@@ -164,7 +164,7 @@ Recovered Recover(const Image& image, const std::string& directory, Shelf* shelf
   }
   PatchedImage repaired(forgiving);
   for (const Action& action : plan.actions) {
-    result.repairs.push_back(action.text);
+    result.repairs.push_back(ToText(action));
     for (const Write& write : action.writes) repaired.Write(write.offset, write.bytes.data(), write.bytes.size());
   }
   Copy(repaired, shelf, step, &result).Run(directory);

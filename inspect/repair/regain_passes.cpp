@@ -1,6 +1,6 @@
 // Repair of what has lost the one field that led to it but is still there: directories without their record, block-map
-// blocks and blocks of entries without the slot that named them. Only lost blocks are taken for it (RepairWork::IsLost), and
-// only where what they hold fits what is missing, and nothing else does.
+// blocks and blocks of entries without the slot that named them. Only lost blocks are taken for it
+// (RepairWork::IsLost), and only where what they hold fits what is missing, and nothing else does.
 #include <algorithm>
 #include <map>
 
@@ -12,8 +12,6 @@
 namespace orba::inspect {
 
 namespace {
-
-using std::to_string;
 
 // ---- Directories without a record -----------------------------------------------------------------------------------
 
@@ -30,9 +28,9 @@ Names FindNames(const Model& model) {
   return names;
 }
 
-// The lost blocks that begin with the dots of a lost node, by that node. The directory that ".." names must be lost as well
-// or name the node in return: what a deleted directory left does not pass for one. Nor does it where the bitmap calls the
-// node free: a directory is empty when it is deleted, so its third entry names no node.
+// The lost blocks that begin with the dots of a lost node, by that node. The directory that ".." names must be lost as
+// well or name the node in return: what a deleted directory left does not pass for one. Nor does it where the bitmap
+// calls the node free: a directory is empty when it is deleted, so its third entry names no node.
 using Directories = std::map<std::uint16_t, std::uint32_t>;
 
 // No record tells what the node was.
@@ -61,9 +59,7 @@ Directories FindDirectories(const RepairWork& work) {
 }
 
 OrbNodeRecord DirectoryRecord(const RepairWork& work, std::uint16_t number, std::uint32_t block) {
-  OrbNodeRecord record = {};
-  record.signature = kNodeSignature;
-  record.number = number;
+  OrbNodeRecord record = EmptyNode(number);
   if (block == kNoBlock) return record;
   record.attributes = ORB_NODE_DIRECTORY;
   record.time = work.now;
@@ -76,12 +72,11 @@ OrbNodeRecord DirectoryRecord(const RepairWork& work, std::uint16_t number, std:
 // A node block for table entry `index`, with records of the directories alone; its other nodes are free from now on.
 void MakeNodeBlock(RepairWork* work, std::uint32_t index, const Directories& directories) {
   const Geometry& geometry = work->geometry();
-  work->Begin("makes a new block for the nodes of table entry " + to_string(index) +
-              ", with the directories among them");
+  work->Begin(ActionKind::kMakeNodeBlock).first = index;
   std::vector<std::uint8_t> bytes(geometry.blockSize);
   std::vector<std::pair<std::uint32_t, bool>> bits;  // to be set: node, free
   for (std::uint32_t i = 0; i < geometry.nodesPerBlock(); ++i) {
-    const auto number = static_cast<std::uint16_t>(index * geometry.nodesPerBlock() + i + 1);
+    const auto number = static_cast<std::uint16_t>(geometry.firstNode(index) + i);
     const auto found = directories.find(number);
     const bool lost = work->model().IsNode(number) && work->model().nodes[number].state == NodeState::kLost;
     if (found == directories.end() && lost && number != kRootNode) bits.emplace_back(number, true);
@@ -92,7 +87,7 @@ void MakeNodeBlock(RepairWork* work, std::uint32_t index, const Directories& dir
   }
   for (const auto& [number, free] : bits) work->SetFree(number, free);
   const std::uint32_t block = work->Take(bytes);
-  if (block != kNoBlock) work->PutWord(kHeaderSize + 4 * index, block);
+  if (block != kNoBlock) work->PutWord(TableEntryOffset(index), block);
 }
 
 // ---- Block-map blocks without a slot --------------------------------------------------------------------------------
@@ -110,7 +105,8 @@ using Maps = std::map<std::uint32_t, std::vector<std::uint32_t>>;
 std::uint64_t CountSlots(const RepairWork& work, std::uint32_t block) {
   const std::vector<std::uint8_t> bytes = work.GetBlock(block);
   std::uint64_t count = 0;
-  while (4 * count < bytes.size() && Get32(&bytes[static_cast<std::size_t>(4 * count)]) != kNoBlock) ++count;
+  while (kWordSize * count < bytes.size() && Get32(&bytes[static_cast<std::size_t>(kWordSize * count)]) != kNoBlock)
+    ++count;
   return count;
 }
 
@@ -187,7 +183,58 @@ struct MissingEntries {
 // Lost blocks by the number of entries in them.
 using EntryBlocks = std::map<std::uint32_t, std::vector<std::uint32_t>>;
 
+// ---- Records without a slot -----------------------------------------------------------------------------------------
+
+// Node records in lost blocks that can be those of files and directories in use, by their numbers. A number that comes
+// up with two records is left out.
+using Records = std::map<std::uint16_t, OrbNodeRecord>;
+
+Records FindRecords(const RepairWork& work) {
+  Records records;
+  std::set<std::uint16_t> twice;
+  for (std::uint32_t block = 1; block < work.model().blocks.size(); ++block) {
+    if (!work.IsLost(block)) continue;
+    const std::vector<std::uint8_t> bytes = work.GetBlock(block);
+    for (std::uint32_t i = 0; i < work.geometry().nodesPerBlock(); ++i) {
+      const std::uint8_t* slot = &bytes[i * kNodeSize];
+      if (!HasNodeSignature(slot)) continue;
+      const OrbNodeRecord record = DecodeNode(slot);
+      if (!IsPlausible(work.geometry(), record.number, record) || record.size == 0) continue;
+      const auto [first, fresh] = records.emplace(record.number, record);
+      if (!fresh && !std::equal(slot, slot + kNodeSize, Encoded(first->second).begin())) twice.insert(record.number);
+    }
+  }
+  for (const std::uint16_t number : twice) records.erase(number);
+  return records;
+}
+
 }  // namespace
+
+std::vector<std::uint8_t> Encoded(const OrbNodeRecord& record) {
+  std::vector<std::uint8_t> bytes(kNodeSize);
+  EncodeNode(record, bytes.data());
+  return bytes;
+}
+
+void RegainRecords(RepairWork* work) {
+  const Model& model = work->model();
+  if (work->report.totals.leakedBlocks == 0) return;
+  std::vector<const NodeInfo*> lost;
+  for (const NodeInfo& node : model.nodes) {
+    const bool own = node.record.signature == kNodeSignature && node.record.number == node.number;
+    const bool mended = node.readable && !IsCopyOfAnother(model, node);
+    if (node.offset != 0 && !own && !mended) lost.push_back(&node);
+  }
+  if (lost.empty()) return;
+  const Records records = FindRecords(*work);
+  for (const NodeInfo* node : lost) {
+    const auto found = records.find(node->number);
+    if (found == records.end() || !HoldsData(*work, node->number, found->second)) continue;
+    work->Begin(ActionKind::kReturnRecord, node->number);
+    work->PutNode(node->number, found->second);
+    if (node->state == NodeState::kFree) work->SetFree(node->number, false);
+  }
+}
 
 std::uint32_t CountNamelessEntries(const RepairWork& work, std::uint32_t block) {
   const Model& model = work.model();
@@ -258,8 +305,9 @@ void Append(RepairWork* work, std::uint16_t directory, const EntryBlocks& blocks
     if (at->first != full && at->second.size() > 1) return;
     for (const std::uint32_t block : at->second) {
       OrbNodeRecord record = work->GetNode(directory);
-      work->Begin("gives " + NodeName(*work, directory) + " its block " + to_string(block) + " with " +
-                  Counted(at->first, "entry", "entries") + " back");
+      Action& action = work->Begin(ActionKind::kReturnEntries, directory);
+      action.block = block;
+      action.count = at->first;
       if (!SetMapSlot(work, &record, record.size / work->geometry().blockSize, block)) return;
       record.size += work->geometry().blockSize;
       work->PutNode(directory, record);
@@ -274,8 +322,7 @@ void RegainDirectories(RepairWork* work) {
   for (const auto& [number, block] : directories) {
     const std::uint32_t index = (number - 1u) / work->geometry().nodesPerBlock();
     if (work->model().nodes[number].offset != 0) {
-      work->Begin("makes a new record of node " + to_string(number) + " for the directory in block " +
-                  to_string(block));
+      work->Begin(ActionKind::kMakeRecord, number).block = block;
       work->PutNode(number, DirectoryRecord(*work, number, block));
       work->regained.insert(number);
     } else if (work->model().table[index] == kNoBlock && work->regained.count(number) == 0) {
@@ -300,8 +347,9 @@ void RegainMaps(RepairWork* work) {
   }
   for (const auto& [block, slots] : claims) {
     if (slots.size() != 1) continue;
-    work->Begin("gives " + NodeName(*work, slots[0]->node) + " its block-map block " + to_string(block) +
-                " back, which leads to " + Counted(slots[0]->blocks, "block"));
+    Action& action = work->Begin(ActionKind::kReturnMap, slots[0]->node);
+    action.block = block;
+    action.count = slots[0]->blocks;
     work->PutWord(slots[0]->slot.offset, block);
   }
 }
@@ -311,16 +359,17 @@ void RegainEntries(RepairWork* work) {
   const std::uint16_t growing = FindFullDirectory(*work);
   if (missing.empty() && growing == 0) return;
   EntryBlocks blocks = FindEntryBlocks(*work);
-  // Slots that need as many entries as each other get their blocks in the order in which these lie. There must be just as
-  // many, and all slots must be one directory's.
+  // Slots that need as many entries as each other get their blocks in the order in which these lie. There must be just
+  // as many, and all slots must be one directory's.
   std::map<std::uint32_t, std::vector<const MissingEntries*>> needs;
   for (const MissingEntries& slot : missing) needs[slot.count].push_back(&slot);
   for (const auto& [count, slots] : needs) {
     const std::vector<std::uint32_t>& fit = blocks[count];
     if (fit.size() != slots.size() || slots.front()->directory != slots.back()->directory) continue;
     for (std::size_t i = 0; i < fit.size(); ++i) {
-      work->Begin("gives " + NodeName(*work, slots[i]->directory) + " its block " + to_string(fit[i]) + " with " +
-                  Counted(count, "entry", "entries") + " back");
+      Action& action = work->Begin(ActionKind::kReturnEntries, slots[i]->directory);
+      action.block = fit[i];
+      action.count = count;
       work->PutWord(slots[i]->offset, fit[i]);
     }
   }

@@ -1,6 +1,8 @@
 #include "inspect/repair/repair.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "inspect/container/fields.h"
 #include "inspect/container/names.h"
@@ -12,15 +14,11 @@ namespace {
 
 using std::to_string;
 
-constexpr std::uint32_t kChainHeadOffset = 48;
-
-constexpr Pass kPasses[] = {FixHeader,         FillTail,       FixTable,
-                            RegainDirectories, FixSlots,       FixBitmap,
-                            ReviveNodes,       FixRecords,     DropGivenBackBlocks,
-                            RegainMaps,        RegainEntries,  Unshare,
-                            FixSlotsOutside,   FixMaps,        FixRoot,
-                            FixDirectorySizes, RemoveEntries,  FixEntries,
-                            BreakCycles,       FixLeakedNodes, FixChain};
+constexpr Pass kPasses[] = {FixHeader,   FillTail,         FixTable,          RegainDirectories, RegainRecords,
+                            FixSlots,    FixBitmap,        ReviveNodes,       FixRecords,        DropFreedBlocks,
+                            RegainMaps,  RegainEntries,    Unshare,           FixSlotsOutside,   FixMaps,
+                            FixRoot,     UndoTornRemovals, FixDirectorySizes, FixNames,          FixEntries,
+                            BreakCycles, FixLeakedNodes,   FixChain};
 
 // Far more rounds than any damage takes; a guard against passes that undo each other.
 constexpr int kMostRounds = 100;
@@ -34,6 +32,47 @@ bool RunRound(RepairWork* work) {
   }
   return false;
 }
+
+void MakeClean(RepairWork* work) {
+  for (int round = 0; round < kMostRounds; ++round) {
+    if (!RunRound(work)) break;
+  }
+  work->Recheck();
+}
+
+// ---- The promise ----------------------------------------------------------------------------------------------------
+
+// The ranges that the plan writes, from start to end, in order and without overlaps.
+std::vector<std::pair<std::uint64_t, std::uint64_t>> WrittenRanges(const std::vector<Action>& actions) {
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges;
+  for (const Action& action : actions) {
+    for (const Write& write : action.writes) ranges.emplace_back(write.offset, write.offset + write.bytes.size());
+  }
+  std::sort(ranges.begin(), ranges.end());
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> merged;
+  for (const auto& range : ranges) {
+    if (merged.empty() || range.first > merged.back().second) {
+      merged.push_back(range);
+    } else {
+      merged.back().second = std::max(merged.back().second, range.second);
+    }
+  }
+  return merged;
+}
+
+Promise Judge(const RepairWork& work, const Image& before) {
+  const auto ranges = WrittenRanges(work.actions);
+  const auto touched = [&](std::uint64_t offset, std::uint64_t count) {
+    const auto behind = std::upper_bound(ranges.begin(), ranges.end(), std::make_pair(offset, ~std::uint64_t{0}));
+    if (behind != ranges.begin() && std::prev(behind)->second > offset) return true;
+    return behind != ranges.end() && behind->first < offset + count;
+  };
+  Vouched vouched = work.vouched;
+  vouched.none = !work.marked;
+  return JudgePromise(before, work.image, vouched, touched);
+}
+
+// ---- Ends -----------------------------------------------------------------------------------------------------------
 
 // Where what is in use ends.
 std::uint64_t EndOfUse(const Model& model) {
@@ -73,7 +112,7 @@ bool Mounts(const Report& report) {
 }
 
 void ClearMark(RepairWork* work) {
-  work->Begin("clears the mark of an update in progress");
+  work->Begin(ActionKind::kClearMark);
   work->PutWord(kStateFlagsOffset, 0);
   work->Recheck();
 }
@@ -95,26 +134,41 @@ bool LosesAll(const Plan& plan) {
   return !IsWholeAndEmpty(nodes[kRootNode]) && std::any_of(nodes.begin(), nodes.end(), isLoss);
 }
 
-}  // namespace
+// Files can be added before anything is repaired: the layout, the root and the container's end are as they should be.
+bool CanKeepFirst(const RepairWork& work) {
+  const Report& report = work.report;
+  const NodeInfo& root = work.model().nodes[kRootNode];
+  return report.Count(Kind::kHeaderField) == 0 && !work.model().tailNamed && IsWhole(root) &&
+         root.directory.holes == 0 && root.directory.past == 0 && root.record.size % kDirEntrySize == 0 &&
+         std::none_of(root.entries.begin(), root.entries.end(),
+                      [&](const Entry& entry) { return work.model().blocks[entry.block].shared; });
+}
 
-Plan PlanRepair(const Image& image, const TimeStamp& now) {
+// A plan. Files that it would cost but for copies are named in `losses`: these copies are made first, where that is
+// possible, else last. Without them the plan may break the promise.
+Plan Draft(const Image& image, const TimeStamp& now, Report before, const std::vector<Loss>* losses) {
   Plan plan;
-  plan.before = Check(image);
-  plan.problem = Hopeless(plan.before);
-  if (!plan.problem.empty()) {
-    plan.after = plan.before;
-    return plan;
-  }
+  plan.before = std::move(before);
   plan.possible = true;
   RepairWork work(image, now);
+  work.marked = plan.before.marked && (plan.before.model.header.stateFlags & kRepairMark) == 0;
   work.budget = plan.before.model.geometry.blocks + 1024u;
   for (const BlockInfo& block : plan.before.model.blocks) {
     work.wasFree.push_back(block.use == BlockUse::kFree || block.use == BlockUse::kChainRecord);
   }
-  for (int round = 0; round < kMostRounds; ++round) {
-    if (!RunRound(&work)) break;
-  }
   work.Recheck();
+  if (losses != nullptr && CanKeepFirst(work)) {
+    work.careful = true;
+    KeepCopies(&work, image, *losses);
+    work.careful = false;
+  }
+  MakeClean(&work);
+  plan.promise = Judge(work, image);
+  if (losses != nullptr && !plan.promise.holds()) {
+    KeepCopies(&work, image, plan.promise.lostFiles);
+    MakeClean(&work);
+    plan.promise = Judge(work, image);
+  }
   if (!work.report.IsClean()) {
     plan.problem = Counted(work.report.Count(Severity::kDamage) + work.report.Count(Severity::kInterrupted) +
                                work.report.Count(Severity::kLeak),
@@ -129,26 +183,50 @@ Plan PlanRepair(const Image& image, const TimeStamp& now) {
   return plan;
 }
 
+}  // namespace
+
+Plan PlanRepair(const Image& image, const TimeStamp& now) {
+  Plan plan;
+  plan.before = Check(image);
+  plan.problem = Hopeless(plan.before);
+  if (!plan.problem.empty()) {
+    plan.after = plan.before;
+    return plan;
+  }
+  plan = Draft(image, now, std::move(plan.before), nullptr);
+  if (!plan.promise.holds()) {
+    const std::vector<Loss> losses = plan.promise.lostFiles;
+    plan = Draft(image, now, std::move(plan.before), &losses);
+  }
+  return plan;
+}
+
 std::string ToText(const Plan& plan) {
   std::string text;
   if (LosesAll(plan)) text += "nothing of what the container held can be saved: it will be empty\n";
   for (std::size_t i = 0; i < plan.actions.size(); ++i) {
     const Action& action = plan.actions[i];
-    text += to_string(i + 1) + ". " + action.text + " (" + Counted(action.writes.size(), "write") + ")\n";
+    text += to_string(i + 1) + ". " + ToText(action) + " (" + Counted(action.writes.size(), "write") + ")\n";
   }
   if (plan.possible && plan.actions.empty()) text += "nothing to repair\n";
   if (!plan.problem.empty()) text += plan.problem + "\n";
+  if (plan.possible && !plan.actions.empty()) text += ToText(plan.promise);
   return text;
 }
 
 // ---- Writing --------------------------------------------------------------------------------------------------------
 
-void RepairWork::Begin(std::string text) {
+Action& RepairWork::Begin(ActionKind kind, std::uint16_t node) {
   if (actions.empty() && !report.marked) {
-    actions.push_back({"marks the container as being updated", {}});
-    PutWord(kStateFlagsOffset, report.model.header.stateFlags | kVolumeDirty);
+    actions.emplace_back();
+    PutWord(kStateFlagsOffset, report.model.header.stateFlags | kVolumeDirty | kRepairMark);
   }
-  actions.push_back({std::move(text), {}});
+  actions.emplace_back();
+  Action& action = actions.back();
+  action.kind = kind;
+  action.node = node;
+  if (node != 0) action.path = PathOf(model(), node);
+  return action;
 }
 
 void RepairWork::Put(std::uint64_t offset, const void* bytes, std::size_t count) {
@@ -183,8 +261,8 @@ void RepairWork::PutEntry(std::uint64_t offset, const OrbDirEntry& entry) {
 }
 
 void RepairWork::SetFree(std::uint32_t node, bool free) {
-  const std::uint64_t offset = kBitmapOffset + (node - 1) / 8;
-  const auto mask = static_cast<std::uint8_t>(0x80 >> ((node - 1) % 8));
+  const std::uint64_t offset = BitmapByteOffset(node);
+  const std::uint8_t mask = BitmapBit(node);
   std::uint8_t byte = 0;
   image.Read(offset, &byte, 1);
   byte = static_cast<std::uint8_t>(free ? byte | mask : byte & ~mask);
@@ -223,12 +301,17 @@ std::uint32_t RepairWork::NextLoose(std::uint32_t* next, bool lost) const {
 
 std::uint32_t RepairWork::Take(const std::vector<std::uint8_t>& contents) {
   if (budget == 0) return kNoBlock;
-  DropChain(this);
-  std::uint32_t block = NextLoose(&nextFree_, false);
+  std::uint32_t block = kNoBlock;
+  if (!careful) {
+    DropChain(this);
+    block = NextLoose(&nextFree_, false);
+  }
   if (block == kNoBlock) {
     const std::uint64_t size = std::max<std::uint64_t>(image.Size(), geometry().dataOffset);
     block = static_cast<std::uint32_t>((size - geometry().dataOffset) / geometry().blockSize + 1);
-    if (geometry().BlockOffset(block) + geometry().blockSize >= kContainerLimit) block = NextLoose(&nextLost_, true);
+    if (geometry().BlockOffset(block) + geometry().blockSize >= kContainerLimit) {
+      block = careful ? kNoBlock : NextLoose(&nextLost_, true);
+    }
     if (block == kNoBlock) return kNoBlock;
   }
   --budget;
@@ -255,26 +338,57 @@ std::uint32_t RepairWork::FindDirectoryBlock(std::uint16_t number) {
   return found == directoryBlocks_.end() ? kNoBlock : found->second;
 }
 
+// In a careful repair nodes are free beyond doubt: their records are there, and empty.
+bool RepairWork::CanTake(const NodeInfo& node) const {
+  if (node.state != NodeState::kFree) return false;
+  const OrbNodeRecord& record = node.record;
+  return !careful || (node.offset != 0 && record.signature == kNodeSignature && record.number == node.number &&
+                      record.size == 0 && record.direct[0] == kNoBlock && referred_.count(node.number) == 0);
+}
+
+RepairWork::NewNode RepairWork::TakeNode() {
+  if (careful && referred_.empty()) {
+    for (const NodeInfo& directory : model().nodes) {
+      for (const Entry& entry : directory.entries) referred_.insert(entry.record.node);
+    }
+  }
+  while (nextNode_ < model().nodes.size() && !CanTake(model().nodes[nextNode_])) ++nextNode_;
+  if (nextNode_ >= model().nodes.size() || nextNode_ > model().bits()) return {};
+  const std::uint32_t perBlock = geometry().nodesPerBlock();
+  const std::uint32_t index = (nextNode_ - 1) / perBlock;
+  std::uint32_t block = model().table[index];
+  if (block == kNoBlock) block = nodeBlocks_[index];
+  if (block == kNoBlock) {
+    std::vector<std::uint8_t> bytes(geometry().blockSize);
+    for (std::uint32_t i = 0; i < perBlock; ++i) {
+      EncodeNode(EmptyNode(static_cast<std::uint16_t>(geometry().firstNode(index) + i)), &bytes[i * kNodeSize]);
+    }
+    block = Take(bytes);
+    if (block == kNoBlock) return {};
+    PutWord(TableEntryOffset(index), block);
+    nodeBlocks_[index] = block;
+  }
+  const auto number = static_cast<std::uint16_t>(nextNode_++);
+  return {number, geometry().NodeOffset(block, (number - 1) % perBlock)};
+}
+
 void RepairWork::Recheck() {
   report = Check(image);
   changed = false;
   nextFree_ = 1;
   nextLost_ = 1;
+  nextNode_ = 1;
+  nodeBlocks_.clear();
+  referred_.clear();
   directoryBlocks_.clear();
   directoryBlocksRead_ = false;
-}
-
-std::string NodeName(const RepairWork& work, std::uint16_t number) {
-  const std::string path = PathOf(work.model(), number);
-  const std::string node = "(node " + to_string(number) + ")";
-  return path == node ? node : path + " " + node;
 }
 
 void DropChain(RepairWork* work) {
   std::uint8_t bytes[4] = {};
   work->image.Read(kChainHeadOffset, bytes, sizeof bytes);
   if (Get32(bytes) == kNoBlock) return;
-  work->actions.back().text += "; drops the free chain for now";
+  work->actions.back().dropsChain = true;
   work->PutWord(kChainHeadOffset, kNoBlock);
 }
 

@@ -1,6 +1,6 @@
-// Repair of nodes that the bitmap calls free but which are in use. The bitmap is one bit against a whole record: deleting a
-// node leaves a record of size 0 without blocks, and takes its name away first. So an entry that names the node speaks for
-// it, and so does a record that holds data.
+// Repair of nodes that the bitmap calls free but which are in use. The bitmap is one bit against a whole record:
+// deleting a node leaves a record of size 0 without blocks, and takes its name away first. So an entry that names the
+// node speaks for it, and so does a record that holds data.
 #include <algorithm>
 
 #include "inspect/container/fields.h"
@@ -10,8 +10,6 @@
 namespace orba::inspect {
 
 namespace {
-
-using std::to_string;
 
 // The blocks that the record itself names, in its order.
 std::vector<std::uint32_t> NamedBlocks(const OrbNodeRecord& record) {
@@ -41,25 +39,18 @@ bool HasEntries(const RepairWork& work, std::uint32_t block) {
   return Get16(number) != 0;
 }
 
-void Revive(RepairWork* work, std::uint32_t number, const std::string& why) {
-  work->Begin("notes in the bitmap that node " + to_string(number) + ", which " + why + ", is in use");
-  work->SetFree(number, false);
-}
-
-bool CanBeRevived(const RepairWork& work, std::uint32_t number) {
-  const Model& model = work.model();
-  if (!model.IsNode(number) || number > model.bitmap.size() * 8) return false;
-  const NodeInfo& node = model.nodes[number];
-  return node.state == NodeState::kFree && node.readable && IsPlausible(work.geometry(), number, node.record);
-}
+// What is left of a node that was removed too.
+bool IsEmptied(const OrbNodeRecord& record) { return record.size == 0 && NamedBlocks(record).empty(); }
 
 void ReviveNamed(RepairWork* work, std::vector<bool>* revived) {
   for (const NodeInfo& directory : work->model().nodes) {
     for (const Entry& entry : directory.entries) {
       const std::uint16_t number = entry.record.node;
       if (!NamesNode(*work, entry) || (*revived)[number] || !CanBeRevived(*work, number)) continue;
+      if (IsEmptied(work->model().nodes[number].record)) continue;  // FixNames knows more of its name
       (*revived)[number] = true;
-      Revive(work, number, "\"" + NameOf(entry.record) + "\" names");
+      work->Begin(ActionKind::kUseNamed, number).name = NameOf(entry.record);
+      work->SetFree(number, false);
     }
   }
 }
@@ -73,11 +64,19 @@ void ReviveWithData(RepairWork* work, const std::vector<bool>& revived) {
     if (std::any_of(blocks.begin(), blocks.end(), isTaken)) continue;
     for (const std::uint32_t block : blocks) taken[block] = true;
     if (revived[node.number]) continue;
-    Revive(work, node.number, "has " + Counted(node.record.size, "byte") + " in blocks that nothing else uses");
+    work->Begin(ActionKind::kUseWithData, node.number).count = node.record.size;
+    work->SetFree(node.number, false);
   }
 }
 
 }  // namespace
+
+bool CanBeRevived(const RepairWork& work, std::uint32_t number) {
+  const Model& model = work.model();
+  if (!model.IsNode(number) || number > model.bitmap.size() * 8) return false;
+  const NodeInfo& node = model.nodes[number];
+  return node.state == NodeState::kFree && node.readable && IsPlausible(work.geometry(), number, node.record);
+}
 
 bool NamesNode(const RepairWork& work, const Entry& entry) {
   return entry.index >= 2 && !entry.pastSize && work.model().IsNode(entry.record.node) &&

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "inspect/container/block_map.h"
 #include "inspect/container/fields.h"
 #include "inspect/container/names.h"
 #include "inspect/repair/work.h"
@@ -13,20 +14,15 @@ namespace {
 using std::to_string;
 
 constexpr char kLostFound[] = "LOST.FND";
-constexpr std::uint32_t kChainHeadOffset = 48;
-
-bool IsLeaked(const NodeInfo& node) {
-  return node.state == NodeState::kUsed && node.number != kRootNode && node.names.empty() && node.pending.empty();
-}
 
 bool HoldsNothing(const NodeInfo& node) {
   if (!node.IsDirectory()) return node.record.size == 0;
   return std::none_of(node.entries.begin(), node.entries.end(), [](const Entry& entry) { return entry.index >= 2; });
 }
 
-std::set<std::string> NamesIn(const NodeInfo& directory) {
-  std::set<std::string> names;
-  for (const Entry& entry : directory.entries) names.insert(UpperCase(NameOf(entry.record)));
+Names NamesIn(const NodeInfo& directory) {
+  Names names;
+  for (const Entry& entry : directory.entries) names.Add(UpperCase(NameOf(entry.record)));
   return names;
 }
 
@@ -56,42 +52,14 @@ LostFound FindLostFound(const Model& model) {
   }
 }
 
-// The lowest free number, with a node block to hold it; 0 when there is none.
-std::uint16_t TakeNode(RepairWork* work, std::uint64_t* offset) {
-  const Model& model = work->model();
-  const Geometry& geometry = work->geometry();
-  std::uint32_t number = 1;
-  while (number < model.nodes.size() && model.nodes[number].state != NodeState::kFree) ++number;
-  if (number >= model.nodes.size() || number > model.bitmap.size() * 8) return 0;
-  const std::uint32_t index = (number - 1) / geometry.nodesPerBlock();
-  std::uint32_t block = model.table[index];
-  if (block == kNoBlock) {
-    std::vector<std::uint8_t> bytes(geometry.blockSize);
-    for (std::uint32_t i = 0; i < geometry.nodesPerBlock(); ++i) {
-      OrbNodeRecord record = {};
-      record.signature = kNodeSignature;
-      record.number = static_cast<std::uint16_t>(index * geometry.nodesPerBlock() + i + 1);
-      EncodeNode(record, &bytes[i * kNodeSize]);
-    }
-    block = work->Take(bytes);
-    if (block == kNoBlock) return 0;
-    work->PutWord(kHeaderSize + 4 * index, block);
-  }
-  *offset = geometry.BlockOffset(block) + (number - 1) % geometry.nodesPerBlock() * kNodeSize;
-  return static_cast<std::uint16_t>(number);
-}
-
 // In the order in which the library makes a directory: block, record, bitmap, entry.
 void MakeLostFound(RepairWork* work, const std::string& name) {
-  work->Begin("makes the directory /" + name);
-  std::uint64_t offset = 0;
-  const std::uint16_t number = TakeNode(work, &offset);
+  work->Begin(ActionKind::kMakeLostFound).newName = "/" + name;
+  const auto [number, offset] = work->TakeNode();
   if (number == 0) return;
   const std::uint32_t block = work->Take(NewDirectoryBlock(work->geometry(), number, kRootNode));
   if (block == kNoBlock) return;
-  OrbNodeRecord record = {};
-  record.signature = kNodeSignature;
-  record.number = number;
+  OrbNodeRecord record = EmptyNode(number);
   record.attributes = ORB_NODE_DIRECTORY;
   record.time = work->now;
   record.time.reserved = 0;
@@ -104,13 +72,15 @@ void MakeLostFound(RepairWork* work, const std::string& name) {
   AddEntry(work, kRootNode, name, number);
 }
 
-void Link(RepairWork* work, const NodeInfo& node, const LostFound& lost, std::set<std::string>* taken) {
+void Link(RepairWork* work, const NodeInfo& node, const LostFound& lost, Names* names) {
   const std::uint16_t directory = lost.number;
   char wish[16];
   std::snprintf(wish, sizeof wish, "NODE%04u", static_cast<unsigned>(node.number));
-  const std::string name = UniqueName(wish, taken);
-  work->Begin("links node " + to_string(node.number) + ", which has " + Counted(node.record.size, "byte") +
-              " but no name, as " + (directory == kRootNode ? "/" : "/" + lost.name + "/") + name);
+  const auto best = work->bestNames.find(node.number);
+  const std::string name = names->Unique(best == work->bestNames.end() ? wish : best->second);
+  Action& action = work->Begin(ActionKind::kLink, node.number);
+  action.count = node.record.size;
+  action.newName = (directory == kRootNode ? "/" : "/" + lost.name + "/") + name;
   if (node.IsDirectory()) {
     const std::uint64_t dots = FindEntry(*work, node.record, 1);
     OrbDirEntry up = {};
@@ -134,16 +104,61 @@ bool IsChainSound(const Report& report) {
 
 }  // namespace
 
+std::uint16_t AddCopy(RepairWork* work, const OrbNodeRecord& like, const Image& from) {
+  const Geometry& geometry = work->geometry();
+  const auto [number, offset] = work->TakeNode();
+  if (number == 0) return 0;
+  OrbNodeRecord record = like;
+  std::fill(std::begin(record.direct), std::end(record.direct), kNoBlock);
+  record.indirect = record.doubleIndirect = kNoBlock;
+  std::vector<std::uint8_t> bytes(geometry.blockSize);
+  for (std::uint64_t index = 0; index < geometry.BlocksFor(like.size); ++index) {
+    const std::uint32_t block = FindBlock(from, geometry, like, index);
+    if (block == kNoBlock || !from.Read(geometry.BlockOffset(block), bytes.data(), bytes.size())) return 0;
+    const std::uint32_t copy = work->Take(bytes);
+    if (copy == kNoBlock || !SetMapSlot(work, &record, index, copy)) return 0;
+  }
+  record.signature = kNodeSignature;
+  record.number = number;
+  std::uint8_t slot[kNodeSize];
+  EncodeNode(record, slot);
+  work->Put(offset, slot, sizeof slot);
+  work->SetFree(number, false);
+  return number;
+}
+
+void KeepCopies(RepairWork* work, const Image& before, const std::vector<Loss>& losses) {
+  LostFound lost = FindLostFound(work->model());
+  if (lost.number == 0) {
+    MakeLostFound(work, lost.name);
+    work->Recheck();
+    lost = FindLostFound(work->model());
+  }
+  if (lost.number == 0) return;
+  work->budget = work->geometry().blocks + 1024u;
+  Names names = NamesIn(work->model().nodes[lost.number]);
+  std::set<std::uint16_t> copied;  // one copy stands for all names of a node
+  for (const Loss& loss : losses) {
+    if (!copied.insert(loss.node).second) continue;
+    const std::string name = names.Unique(IsLegalName(loss.name) ? UpperCase(loss.name) : "FILE");
+    Action& action = work->Begin(ActionKind::kKeepCopy);
+    action.name = loss.name;
+    action.newName = "/" + lost.name + "/" + name;
+    const std::uint16_t copy = AddCopy(work, loss.record, before);
+    if (copy == 0 || !AddEntry(work, lost.number, name, copy)) return;
+  }
+}
+
 void FixLeakedNodes(RepairWork* work) {
   const Model& model = work->model();
   bool left = false;
   for (const NodeInfo& node : model.nodes) {
-    if (!IsLeaked(node)) continue;
+    if (!IsNameless(node)) continue;
     if (!HoldsNothing(node)) {
       left = true;
       continue;
     }
-    work->Begin("gives node " + to_string(node.number) + " back: it holds nothing and has no name");
+    work->Begin(ActionKind::kFreeNode, node.number);
     work->SetFree(node.number, true);
   }
   if (!left || work->changed) return;
@@ -151,9 +166,9 @@ void FixLeakedNodes(RepairWork* work) {
   if (lost.number == 0) MakeLostFound(work, lost.name);
   if (work->changed) return;
   if (lost.number == 0) lost.number = kRootNode;  // no node or no block is left for it
-  std::set<std::string> taken = NamesIn(model.nodes[lost.number]);
+  Names names = NamesIn(model.nodes[lost.number]);
   for (const NodeInfo& node : model.nodes) {
-    if (IsLeaked(node)) Link(work, node, lost, &taken);
+    if (IsNameless(node)) Link(work, node, lost, &names);
   }
 }
 
@@ -168,16 +183,19 @@ void FixChain(RepairWork* work) {
   const std::size_t capacity = geometry.chainCapacity();
   const std::size_t records = (free.size() + capacity) / (capacity + 1);
   std::size_t end = free.size() - records;
-  work->Begin("builds the free chain anew: " + Counted(free.size(), "block") + " in " + Counted(records, "record"));
+  Action& action = work->Begin(ActionKind::kBuildChain);
+  action.count = free.size();
+  action.first = static_cast<std::uint32_t>(records);
   if (work->model().header.freeChainHead != kNoBlock) work->PutWord(kChainHeadOffset, kNoBlock);
   std::uint32_t next = kNoBlock;
   for (std::size_t i = 0; i < records; ++i) {
     const std::size_t count = i + 1 < records ? capacity : end;
-    std::vector<std::uint8_t> bytes(geometry.blockSize);
-    Put32(&bytes[0], kFreeChainSignature);
-    Put32(&bytes[4], next);
-    Put32(&bytes[8], static_cast<std::uint32_t>(count));
-    for (std::size_t k = 0; k < count; ++k) Put32(&bytes[kFreeChainHeader + 4 * k], free[end - count + k]);
+    ChainRecord record;
+    record.next = next;
+    record.count = static_cast<std::uint32_t>(count);
+    record.heap.assign(free.begin() + static_cast<std::ptrdiff_t>(end - count),
+                       free.begin() + static_cast<std::ptrdiff_t>(end));
+    const std::vector<std::uint8_t> bytes = EncodeChain(record, geometry.blockSize);
     end -= count;
     next = free[free.size() - 1 - i];
     work->Put(geometry.BlockOffset(next), bytes.data(), bytes.size());

@@ -88,7 +88,7 @@ Bytes Repaired(const Bytes& container, std::string* texts) {
   const Plan plan = PlanRepair(MemoryImage(container), kRepairTime);
   if (texts != nullptr) {
     texts->clear();
-    for (const auto& action : plan.actions) *texts += action.text + "\n";
+    for (const auto& action : plan.actions) *texts += ToText(action) + "\n";
   }
   EXPECT_TRUE(plan.IsComplete()) << ToText(plan) << ToText(plan.after);
   const Bytes after = AfterWrites(plan, container, WriteCount(plan));

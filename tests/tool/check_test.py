@@ -25,7 +25,11 @@ class DamageTest(ToolTest):
         self.put_text("card.orb:/X", "x")
 
     def lose_logs(self):
-        """LOGS leads nowhere: its entry in the root names a free node."""
+        """LOGS has lost its name: its entry in the root is all zeros."""
+        self.patch("card.orb", self.read("card.orb").index(b"\x02\x00LOGS\0"), bytes(32))
+
+    def damage_number_of_logs(self):
+        """The entry of LOGS in the root refers to a free node."""
         self.patch("card.orb", self.read("card.orb").index(b"\x02\x00LOGS\0"), b"\x63\x00")
 
     def cut_first_block(self, node):
@@ -176,7 +180,7 @@ class RepairTest(DamageTest):
         self.mark_dirty()
         result = self.orba("repair", "card.orb")
         self.assertEqual((result.status, result.err), (1, ""))
-        self.assertRegex(result.out, r"^1\. .*mark.*\nrepaired\n$")
+        self.assertRegex(result.out, r"^1\. .*mark.*\nkeeps 2 of 2 readable files\nrepaired\n$")
         self.assert_clean()
         self.assertEqual(self.listing(), ["LOGS", "X"])
 
@@ -198,6 +202,14 @@ class RepairTest(DamageTest):
         self.assertIn("card.orb:/LOST.FND", found)
         self.assertEqual(self.ok("cat", "card.orb:/LOST.FND/NODE*/DAY1.TXT"), "one" * 2000)
         self.assertEqual(self.ok("cat", "card.orb:/X"), "x")
+
+    def test_repair_gives_the_only_node_without_a_name_to_the_entry_that_leads_nowhere(self):
+        sound = self.read("card.orb")
+        self.damage_number_of_logs()
+        result = self.orba("repair", "card.orb")
+        self.assertEqual((result.status, result.err), (1, ""), result)
+        self.assertIn("\nkeeps 1 of 1 readable file; 1 more comes back\n", result.out)
+        self.assertEqual(self.read("card.orb"), sound)
 
     def test_repair_that_stops_half_way_is_ended_by_another_or_undone(self):
         self.lose_logs()

@@ -30,6 +30,7 @@ struct RepairOptions {
   std::string container;
   std::string undo;
   bool dryRun = false;
+  bool force = false;
   bool verbose = false;
   bool quiet = false;
 };
@@ -139,6 +140,15 @@ int Repair(const RepairOptions& options) {
     FlushOutput();  // what is going to be done is said before it is done
   }
   if (options.dryRun) return kDamageLeft;
+  if (plan.BreaksPromise() && !options.force) {
+    const std::string word = ShellWord(path);
+    Report(Failure("will not repair " + path,
+                   "it would cost " + inspect::Counted(plan.promise.lost(), "file") + " that can be read now, first " +
+                       plan.promise.losses.front() + ": no room is left for copies",
+                   "fetch what can be read with: orba recover " + word +
+                       " DIR\nthen repair all the same with: orba repair --force " + word));
+    return kDamageLeft;
+  }
   Apply(options, &container, plan);
   return JudgeRepair(options, &container);
 }
@@ -146,6 +156,7 @@ int Repair(const RepairOptions& options) {
 Run DefineRepair(Syntax* syntax) {
   auto options = std::make_shared<RepairOptions>();
   syntax->Flag("-n,--dry-run", &options->dryRun, "show the plan and change nothing");
+  syntax->Flag("-f,--force", &options->force, "also where that costs files that can be read now");
   syntax->Text("--undo", "FILE", &options->undo, "keep in a new file what it takes to undo the repair");
   syntax->Flag("-v,--verbose", &options->verbose, "all of a long plan, not its first 40 lines");
   syntax->Flag("-q,--quiet", &options->quiet, "the exit status alone");
@@ -217,7 +228,8 @@ const Command kRepairCommand = {
     "make a container consistent and mountable again",
     "Prints its plan, then carries it out: finishes or undoes interrupted updates, frees leaked space, rebuilds "
     "the list of free blocks and clears the update mark last. What has data but no name appears as "
-    "/LOST.FND/NODEnnnn. Data that can be kept is never deleted.\n\n"
+    "/LOST.FND/NODEnnnn. Whatever can be read before can be read after, at its path or under /LOST.FND; the plan ends "
+    "by saying so. Where there is no room to keep it all, nothing is changed unless --force is given.\n\n"
     "A repair may be interrupted at any time and run again. Of a long plan only the first 40 lines are shown; "
     "--dry-run --verbose shows it all. With --undo, a file keeps all that is overwritten, and "
     "orba undo takes the repair back.\n\n"

@@ -1,0 +1,414 @@
+// Repair of names: which node an entry is the name of, and which entry a node keeps.
+//
+// May assume: node records, bitmap and block maps are sound, and each directory whose blocks are all there (IsWhole)
+// counts its entries right. Changes: entries, and for copies new nodes and blocks.
+//
+// One principle decides: what a path reads is not taken away. Two names of a file are two files from now on, the second
+// with a copy; a name is removed only where it leads to nothing, where the same directory has it twice, or where the
+// mark vouches for an operation that was about to remove it. A directory cannot be copied and keeps the name that its
+// ".." speaks for. Entries are given other nodes only where one node has lost its name and nothing else can be meant.
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <tuple>
+
+#include "inspect/container/fields.h"
+#include "inspect/container/names.h"
+#include "inspect/repair/work.h"
+
+namespace orba::inspect {
+
+namespace {
+
+// ---- Removing -------------------------------------------------------------------------------------------------------
+
+// By directory, places in it to be given up, highest first, each with the action without its writes.
+using Removals = std::map<std::uint16_t, std::map<std::uint32_t, Action, std::greater<>>>;
+
+void RemoveAll(RepairWork* work, const Removals& removals) {
+  for (const auto& [directory, places] : removals) {
+    for (const auto& [index, why] : places) {
+      work->Begin(why.kind, directory) = why;
+      RemoveEntry(work, directory, index);
+    }
+  }
+}
+
+// A removal of `entry` from `directory`.
+Action Removal(const RepairWork& work, ActionKind kind, std::uint16_t directory, const Entry& entry) {
+  Action action;
+  action.kind = kind;
+  action.node = directory;
+  action.path = PathOf(work.model(), directory);
+  action.name = NameOf(entry.record);
+  action.first = entry.record.node;
+  return action;
+}
+
+// Which of a file's names came last, as far as that can still be told.
+std::size_t NewestName(const Model& model, const std::vector<NameRef>& names) {
+  const auto rank = [&](const NameRef& name) {
+    const NodeInfo& directory = model.nodes[name.directory];
+    const TimeStamp& time = directory.record.time;
+    const bool last = model.EntryOf(name).index + 1 == EntryCount(directory.record);
+    return std::make_tuple(last, time.year, time.month, time.day, time.hour, time.minute, time.second, name.directory);
+  };
+  std::size_t newest = 0;
+  for (std::size_t i = 1; i < names.size(); ++i) {
+    if (rank(names[i]) > rank(names[newest])) newest = i;
+  }
+  return newest;
+}
+
+bool HasLegalName(const Entry& entry) { return IsLegalName(NameOf(entry.record)); }
+bool HasLegalName(const Model& model, const NameRef& name) { return HasLegalName(model.EntryOf(name)); }
+
+// The one to keep; a legal one if there is any.
+NameRef RightName(const Model& model, const NodeInfo& node) {
+  std::vector<NameRef> names;
+  std::copy_if(node.names.begin(), node.names.end(), std::back_inserter(names),
+               [&](const NameRef& name) { return HasLegalName(model, name); });
+  if (names.empty()) names = node.names;
+  if (node.IsDirectory()) {
+    const std::uint16_t up = DotDotOf(node);
+    for (const NameRef& name : names) {
+      if (name.directory == up) return name;
+    }
+  }
+  // Two names in one directory: the first is the one that a path finds.
+  for (const NameRef& name : names) {
+    if (name.directory != names[0].directory) return names[NewestName(model, names)];
+  }
+  return names[0];
+}
+
+// ---- What the mark vouches for --------------------------------------------------------------------------------------
+
+std::uint32_t CountNames(const NodeInfo& node) { return static_cast<std::uint32_t>(node.names.size()); }
+
+// The only node that the predicate holds for; null when there is none, or another one.
+template <typename Predicate>
+const NodeInfo* FindOnly(const Model& model, const Predicate& predicate) {
+  const NodeInfo* found = nullptr;
+  for (const NodeInfo& node : model.nodes) {
+    if (!predicate(node)) continue;
+    if (found != nullptr) return nullptr;
+    found = &node;
+  }
+  return found;
+}
+
+// The only node that has lost its name; copies that repair made wait for theirs.
+const NodeInfo* FindOnlyNameless(const RepairWork& work) {
+  return FindOnly(work.model(),
+                  [&](const NodeInfo& node) { return IsNameless(node) && work.bestNames.count(node.number) == 0; });
+}
+
+// A move was stopped before it took the old name away: the only node with two names has them in two directories.
+bool IsStoppedMove(const RepairWork& work, const NodeInfo& node) {
+  const Model& model = work.model();
+  return node.names.size() == 2 && node.names[0].directory != node.names[1].directory &&
+         HasLegalName(model, node.names[0]) && HasLegalName(model, node.names[1]);
+}
+
+// A removal fills the hole with the last entry and clears that, both in one block, and the front of the block alone was
+// written, up to within the hole: the hole names the last entry's node, by a name that is partly another's.
+bool IsStoppedRemoval(const RepairWork& work, const NodeInfo& node) {
+  const Model& model = work.model();
+  if (node.names.size() != 2 || node.names[0].directory != node.names[1].directory) return false;
+  const Entry& hole = model.EntryOf(node.names[0]);
+  const Entry& last = model.EntryOf(node.names[1]);
+  return hole.block == last.block && last.index + 1 == EntryCount(model.nodes[node.names[0].directory].record);
+}
+
+// The name that the stopped operation was about to take away is removed, at most one in a repair.
+bool FinishStopped(RepairWork* work) {
+  const Model& model = work->model();
+  if (!work->marked || work->vouched.node != 0) return false;
+  const NodeInfo* const node = FindOnly(model, [](const NodeInfo& at) { return at.names.size() > 1; });
+  if (node == nullptr) return false;
+  const bool removal = IsStoppedRemoval(*work, *node);
+  if (!removal && !IsStoppedMove(*work, *node)) return false;
+  const NameRef right = removal ? node->names[1] : RightName(model, *node);
+  const NameRef wrong = right.entry == node->names[0].entry && right.directory == node->names[0].directory
+                            ? node->names[1]
+                            : node->names[0];
+  if (!IsWhole(model.nodes[wrong.directory])) return false;
+  work->vouched.node = node->number;
+  Action action = Removal(*work, ActionKind::kRemoveSecond, wrong.directory, model.EntryOf(wrong));
+  action.other = right.directory;
+  action.otherPath = PathOf(model, right.directory);
+  action.newName = NameOf(model.EntryOf(right).record);
+  work->Begin(action.kind, action.node) = action;
+  RemoveEntry(work, wrong.directory, model.EntryOf(wrong).index);
+  return true;
+}
+
+// ---- Second names ---------------------------------------------------------------------------------------------------
+
+// The directory has the name already, for the same node.
+bool IsAgain(const Model& model, const NodeInfo& node, const NameRef& name) {
+  const std::string wanted = UpperCase(NameOf(model.EntryOf(name).record));
+  return std::any_of(node.names.begin(), node.names.end(), [&](const NameRef& other) {
+    return other.directory == name.directory && other.entry < name.entry &&
+           UpperCase(NameOf(model.EntryOf(other).record)) == wanted;
+  });
+}
+
+// Gives the second names of files nodes and contents of their own. What cannot be copied is left for removal.
+void CopySecondNames(RepairWork* work) {
+  const Model& model = work->model();
+  for (const NodeInfo& node : model.nodes) {
+    if (node.names.size() < 2 || node.IsDirectory()) continue;
+    const NameRef right = RightName(model, node);
+    for (const NameRef& name : node.names) {
+      const bool keep = name.directory == right.directory && name.entry == right.entry;
+      if (keep || !HasLegalName(model, name) || IsAgain(model, node, name) || !IsWhole(model.nodes[name.directory])) {
+        continue;
+      }
+      const Entry& entry = model.EntryOf(name);
+      Action& action = work->Begin(ActionKind::kCopyNode, name.directory);
+      action.name = NameOf(entry.record);
+      action.newName = NameOf(model.EntryOf(right).record);
+      action.other = right.directory;
+      action.otherPath = PathOf(model, right.directory);
+      action.first = node.number;
+      const std::uint16_t copy = AddCopy(work, node.record, work->image);
+      if (copy != 0) work->PutHalf(entry.offset, copy);
+    }
+  }
+}
+
+void CollectSecondNames(const RepairWork& work, Removals* removals) {
+  const Model& model = work.model();
+  for (const NodeInfo& node : model.nodes) {
+    if (node.names.size() < 2) continue;
+    const NameRef right = RightName(model, node);
+    for (const NameRef& name : node.names) {
+      const bool keep = name.directory == right.directory && name.entry == right.entry;
+      if (keep || !IsWhole(model.nodes[name.directory])) continue;
+      const Entry& entry = model.EntryOf(name);
+      Action action = Removal(work, ActionKind::kRemoveSecond, name.directory, entry);
+      action.other = right.directory;
+      action.otherPath = PathOf(model, right.directory);
+      action.newName = NameOf(model.EntryOf(right).record);
+      (*removals)[name.directory][entry.index] = action;
+    }
+  }
+}
+
+// ---- Entries whose number was damaged -------------------------------------------------------------------------------
+
+bool IsOneBitAway(std::uint32_t a, std::uint32_t b) {
+  const std::uint32_t other = a ^ b;
+  return other != 0 && (other & (other - 1)) == 0;
+}
+
+// Numbers are given out in order: the entry stands before or behind that of the node's neighbour.
+bool StandsBeside(const Model& model, const NameRef& name, std::uint16_t node) {
+  const std::vector<Entry>& entries = model.nodes[name.directory].entries;
+  const bool behind = name.entry > 2 && entries[name.entry - 1].record.node + 1 == node;
+  const bool before = name.entry + 1 < entries.size() && entries[name.entry + 1].record.node == node + 1;
+  return behind || before;
+}
+
+// Which of the two names was `lost`'s before its number was damaged; null when that cannot be told. An illegal name is
+// the damaged one; a directory's ".." tells where its name stands; else the one in `lost`'s place, if the other is not
+// in it as well.
+const NameRef* DamagedName(const Model& model, const NodeInfo& node, const NodeInfo& lost) {
+  const NameRef& first = node.names[0];
+  const NameRef& second = node.names[1];
+  const bool apart = first.directory != second.directory;
+  const auto canBe = [&](const NameRef& name) {
+    const bool right = apart && node.IsDirectory() && DotDotOf(node) == name.directory;
+    return !right && (!lost.IsDirectory() || DotDotOf(lost) == name.directory);
+  };
+  if (canBe(first) != canBe(second)) return canBe(first) ? &first : &second;
+  if (!canBe(first)) return nullptr;
+  const bool legal = HasLegalName(model, first);
+  if (legal != HasLegalName(model, second)) return legal ? &second : &first;
+  const bool beside = StandsBeside(model, first, lost.number);
+  if (beside == StandsBeside(model, second, lost.number)) return nullptr;
+  return beside ? &first : &second;
+}
+
+// What the entry was read as until now is kept, where that was a file.
+void Repoint(RepairWork* work, std::uint16_t directory, const Entry& entry, std::uint16_t lost) {
+  Action& action = work->Begin(ActionKind::kRepoint, directory);
+  action.name = NameOf(entry.record);
+  action.first = lost;
+  action.last = entry.record.node;
+  const bool file = work->model().RefersToUsed(entry.record) && !work->model().nodes[entry.record.node].IsDirectory();
+  if (file && HasLegalName(entry)) {
+    const std::uint16_t copy = AddCopy(work, work->model().nodes[entry.record.node].record, work->image);
+    if (copy == 0) return;
+    work->bestNames[copy] = NameOf(entry.record);
+  }
+  work->PutHalf(entry.offset, lost);
+}
+
+// One entry's number was damaged and is another node's now: that node has two names, and one has lost its own.
+void RepointSecondName(RepairWork* work, const NodeInfo& lost, const NodeInfo* onlyTwice) {
+  const Model& model = work->model();
+  const NodeInfo* twice = nullptr;
+  for (std::uint32_t bit = 1; bit < 0x10000; bit <<= 1) {
+    const std::uint32_t number = lost.number ^ bit;
+    if (!model.IsNode(number) || CountNames(model.nodes[number]) != 2) continue;
+    if (twice != nullptr) return;
+    twice = &model.nodes[number];
+  }
+  if (twice == nullptr) twice = onlyTwice;
+  if (twice == nullptr || IsAgain(model, *twice, twice->names[1])) return;
+  const NameRef* const name = DamagedName(model, *twice, lost);
+  if (name == nullptr || !IsWhole(model.nodes[name->directory])) return;
+  const Entry& entry = model.EntryOf(*name);
+  const bool likely = lost.IsDirectory() || IsOneBitAway(entry.record.node, lost.number) || !HasLegalName(model, *name);
+  if (likely) Repoint(work, name->directory, entry, lost.number);
+}
+
+// An entry that leads to no node, in a directory that is whole.
+struct Dangling {
+  std::uint16_t directory;
+  const Entry* entry;
+};
+
+std::vector<Dangling> FindDangling(const Model& model) {
+  std::vector<Dangling> found;
+  for (const NodeInfo& directory : model.nodes) {
+    if (!IsWhole(directory)) continue;
+    for (const Entry& entry : directory.entries) {
+      if (entry.index >= 2 && !entry.pastSize && !model.RefersToUsed(entry.record))
+        found.push_back({directory.number, &entry});
+    }
+  }
+  return found;
+}
+
+bool CanBeNameOf(const Dangling& name, const NodeInfo& node) {
+  return !node.IsDirectory() || DotDotOf(node) == name.directory;
+}
+
+// The only node without a name that the entry can have been the name of before one bit of its number was damaged.
+const NodeInfo* FindOneBitAway(const Model& model, const Dangling& name) {
+  const NodeInfo* found = nullptr;
+  for (std::uint32_t bit = 1; bit < 0x10000; bit <<= 1) {
+    const std::uint32_t number = name.entry->record.node ^ bit;
+    if (!model.IsNode(number) || !IsNameless(model.nodes[number]) || !CanBeNameOf(name, model.nodes[number])) continue;
+    if (model.nodes[number].record.size == 0) continue;  // a bit of the bitmap may be what was damaged
+    if (found != nullptr) return nullptr;
+    found = &model.nodes[number];
+  }
+  return found;
+}
+
+// Entries that lead to no node get the nodes without a name that they can have been the names of, where that is
+// certain.
+void RepointDangling(RepairWork* work) {
+  const Model& model = work->model();
+  const std::vector<Dangling> dangling = FindDangling(model);
+  if (dangling.empty()) return;
+  std::map<std::uint16_t, std::vector<const Dangling*>> claims;  // by node
+  for (const Dangling& name : dangling) {
+    const NodeInfo* const node = FindOneBitAway(model, name);
+    if (node != nullptr) claims[node->number].push_back(&name);
+  }
+  for (const auto& [node, names] : claims) {
+    if (names.size() == 1) Repoint(work, names[0]->directory, *names[0]->entry, node);
+  }
+  if (work->changed || dangling.size() != 1) return;
+  const NodeInfo* const lost = FindOnlyNameless(*work);
+  if (lost != nullptr && IsPlausible(work->geometry(), lost->number, lost->record) && CanBeNameOf(dangling[0], *lost)) {
+    Repoint(work, dangling[0].directory, *dangling[0].entry, lost->number);
+  }
+}
+
+void RepointSecondNames(RepairWork* work) {
+  const Model& model = work->model();
+  const NodeInfo* const onlyTwice = FindOnly(model, [](const NodeInfo& node) { return node.names.size() > 1; });
+  const bool single = onlyTwice != nullptr && CountNames(*onlyTwice) == 2 && FindOnlyNameless(*work) != nullptr;
+  for (const NodeInfo& node : model.nodes) {
+    if (IsNameless(node)) RepointSecondName(work, node, single ? onlyTwice : nullptr);
+    if (work->changed) return;
+  }
+}
+
+// ---- Entries that lead nowhere --------------------------------------------------------------------------------------
+
+void CollectUseless(const RepairWork& work, const NodeInfo& directory, Removals* removals) {
+  std::map<std::string, std::uint16_t> seen;
+  for (const Entry& entry : directory.entries) {
+    if (entry.index < 2 || entry.pastSize) continue;
+    const auto [first, fresh] = seen.emplace(UpperCase(NameOf(entry.record)), entry.record.node);
+    const bool again = !fresh && first->second == entry.record.node;
+    if (!again && !entry.doubled && work.model().RefersToUsed(entry.record)) continue;
+    const ActionKind kind = again || entry.doubled ? ActionKind::kRemoveTwice : ActionKind::kRemoveDangling;
+    (*removals)[directory.number][entry.index] = Removal(work, kind, directory.number, entry);
+  }
+}
+
+// A node that the bitmap calls free, and that was emptied as one that was removed is: only a name speaks for it.
+bool ReviveEmpty(RepairWork* work) {
+  for (const Dangling& name : FindDangling(work->model())) {
+    if (!NamesNode(*work, *name.entry) || !CanBeRevived(*work, name.entry->record.node)) continue;
+    work->Begin(ActionKind::kUseNamed, name.entry->record.node).name = NameOf(name.entry->record);
+    work->SetFree(name.entry->record.node, false);
+  }
+  return work->changed;
+}
+
+}  // namespace
+
+void UndoTornRemovals(RepairWork* work) {
+  const Model& model = work->model();
+  if (!work->marked || work->vouched.node != 0) return;
+  const NodeInfo* const lost = FindOnlyNameless(*work);
+  if (lost == nullptr) return;
+  const NodeInfo* const directory =
+      FindOnly(model, [](const NodeInfo& node) { return IsWhole(node) && node.directory.removalInterrupted; });
+  if (directory == nullptr || !CanBeNameOf({directory->number, nullptr}, *lost)) return;
+  std::uint8_t bytes[kDirEntrySize];
+  if (!work->image.Read(directory->directory.holeOffset, bytes, sizeof bytes)) return;
+  const std::string name = NameOf(DecodeEntry(bytes));
+  const bool legal = IsLegalName(name) && UpperCase(name) == name;
+  const bool there = std::any_of(directory->entries.begin(), directory->entries.end(),
+                                 [&](const Entry& entry) { return UpperCase(NameOf(entry.record)) == name; });
+  if (!legal || there) return;
+  work->vouched.node = lost->number;
+  Action& action = work->Begin(ActionKind::kRestoreEntry, directory->number);
+  action.name = name;
+  action.first = lost->number;
+  work->PutHalf(directory->directory.holeOffset, lost->number);
+}
+
+void FixNames(RepairWork* work) {
+  RepointDangling(work);
+  if (work->changed || ReviveEmpty(work)) return;
+  RepointSecondNames(work);
+  if (work->changed || FinishStopped(work)) return;
+  CopySecondNames(work);
+  if (work->changed) return;
+  Removals removals;
+  CollectSecondNames(*work, &removals);
+  for (const NodeInfo& directory : work->model().nodes) {
+    if (IsWhole(directory)) CollectUseless(*work, directory, &removals);
+  }
+  RemoveAll(work, removals);
+}
+
+void BreakCycles(RepairWork* work) {
+  const Model& model = work->model();
+  Removals removals;
+  for (const NodeInfo& node : model.nodes) {
+    if (node.reach != Reach::kCycle || node.parent != 0) continue;
+    for (const NameRef& name : node.names) {
+      const Entry& entry = model.EntryOf(name);
+      Action action = Removal(*work, ActionKind::kBreakCycle, name.directory, entry);
+      action.other = node.number;
+      action.otherPath = PathOf(model, node.number);
+      removals[name.directory][entry.index] = action;
+    }
+  }
+  RemoveAll(work, removals);
+}
+
+}  // namespace orba::inspect
