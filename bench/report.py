@@ -20,7 +20,8 @@ BEGIN, END = "<!-- measured: begin -->", "<!-- measured: end -->"
 PEERS = ["ext2", "sqlite-off", "sqlite-wal"]
 TITLES = {
     "orba-file": "orba", "orba-aligned": "orba, aligned", "orba-memory": "orba, in memory", "ext2": "ext2",
-    "sqlite-off": "SQLite, no journal", "sqlite-wal": "SQLite, WAL", "floor-file": "floor, file", "floor-memory": "floor, memory"}
+    "sqlite-off": "SQLite, no journal", "sqlite-wal": "SQLite, WAL", "floor-file": "floor, file",
+    "floor-memory": "floor, memory"}
 COLOURS = {
     "orba-file": "#c0392b", "orba-aligned": "#8e44ad", "orba-memory": "#e59866", "ext2": "#1f618d",
     "sqlite-off": "#1e8449", "sqlite-wal": "#82c09a", "floor-file": "#555555", "floor-memory": "#aaaaaa"}

@@ -46,9 +46,9 @@ bool IsUndo(const std::vector<std::uint8_t>& file);
 // write made it. Reads all of the container. False also for what is no undo file.
 bool UndoFits(const std::vector<std::uint8_t>& file, const Image& image);
 
-// Makes the plan's writes in order. The first, which marks the container, is flushed before the others, these before the
-// last, which takes the mark away, and that at the end: what does not outlive the host is never unmarked. False at the
-// first call that fails; the container is then as far as it got, and can be repaired again or taken back.
+// Makes the plan's writes in order. The first, which marks the container, is flushed before the others, these before
+// the last, which takes the mark away, and that at the end: what does not outlive the host is never unmarked. False at
+// the first call that fails; the container is then as far as it got, and can be repaired again or taken back.
 bool ApplyPlan(const Plan& plan, Target* target);
 
 // Puts back what an undo file holds and cuts the container to its old length. False, with nothing written, when the

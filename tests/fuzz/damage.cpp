@@ -4,8 +4,7 @@
 //
 //   fuzz_damage --bits              every bit of the metadata, one at a time
 //   fuzz_damage --seed N --runs M   M containers with 1 to 300 damages each: bits, bytes, sectors and blocks erased,
-//   copied
-//                                   and swapped, the end cut off; seed N and up
+//                                   copied and swapped, the end cut off; seed N and up
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>

@@ -5,6 +5,7 @@
 
   - every link of a page leads to a file, a folder or a heading that is there;
   - every page of docs/ stands in docs/README.md;
+  - no line of code is longer than 120 characters; what tests write, and pages with their tables, may be;
   - the text stands by itself: no path of somebody's machine, no address of a host, no number of a ticket or of a part
     of a document that is not here.
 """
@@ -15,6 +16,8 @@ import sys
 SKIPPED = {".git", "build", "dist", "__pycache__"}
 CODE = {".h", ".c", ".cpp", ".py", ".cmake", ".inc", ".def", ".ld", ".in", ".sh", ".js", ".ts", ".css", ".html"}
 TEXT = CODE | {".md", ".txt", ".json", ".yml", ".svg", ""}
+LONGEST = 120
+WRITTEN = {"expected"}  # folders of files that tests write
 HERE = "tests/house/texts"  # this file and its test spell out what they look for
 
 LINK = re.compile(r"(?<!\\)!?\[[^\]]*\]\(<?([^)>\s]+)>?(?:\s+\"[^\"]*\")?\)")
@@ -80,6 +83,12 @@ def faults_of_links(root, page, text):
                 yield f"{page}:{number}: {target} has no such heading"
 
 
+def faults_of_lines(relative, text):
+    for number, line in enumerate(text.split("\n"), 1):
+        if len(line) > LONGEST:
+            yield f"{relative}:{number}: {len(line)} characters"
+
+
 def faults_of_index(root):
     index = root / "docs" / "README.md"
     listed = set(LINK.findall(index.read_text(encoding="utf-8"))) if index.is_file() else set()
@@ -97,6 +106,8 @@ def faults(root):
         if relative.suffix == ".md":
             pages += 1
             yield from faults_of_links(root, relative, text)
+        elif relative.suffix in CODE | {""} and not WRITTEN.intersection(relative.parts):
+            yield from faults_of_lines(relative, text)
         if relative.as_posix().startswith(HERE):
             continue
         for number, line in enumerate(text.split("\n"), 1):

@@ -35,6 +35,12 @@ class Texts(unittest.TestCase):
     def test_page_that_the_index_leaves_out_is_found(self):
         self.assertEqual(["docs/b.md: not in docs/README.md"], self.faults({"docs/b.md": "# B\n"}))
 
+    def test_long_line_of_code_is_found_and_of_a_page_is_not(self):
+        long = "/" * 2 + " " + "x" * 118
+        self.assertEqual(["src/a.h:2: 121 characters"],
+                         self.faults({"src/a.h": "\n" + long + "\n", "README.md": "# " + long + "\n",
+                                      "tests/corpus/expected/a.txt": long + "\n"}))
+
     def test_path_of_a_machine_is_found(self):
         self.assertEqual(["src/a.h:1: a path of somebody's machine: /home/"],
                          self.faults({"src/a.h": "// see /home/me/notes\n"}))
