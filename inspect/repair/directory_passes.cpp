@@ -1,4 +1,9 @@
-// Repair of directories: sizes, entries, names, and what hangs on what.
+// Repair of directories: sizes, gaps, the dots and the names themselves; and how entries are added and removed.
+//
+// May assume: block maps are sound. Changes: entries and sizes of directories whose blocks are all there.
+//
+// One principle decides: the entries that are there count, not the size that counts them; of equal names the first, to
+// which paths lead, keeps its own.
 #include <algorithm>
 #include <cstdio>
 #include <iterator>

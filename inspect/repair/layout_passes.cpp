@@ -1,4 +1,10 @@
 // Repair of what lies outside directories and block maps: header, node-block table, bitmap, node records, the root.
+//
+// May assume: nothing but the layout. Changes: header, table, bitmap and records; no block is taken but for a lost
+// root.
+//
+// One principle decides: all evidence is counted, and what stands in its place stays there while any of it speaks for
+// that. A block keeps its place in the table for a single slot in use.
 #include <algorithm>
 #include <map>
 

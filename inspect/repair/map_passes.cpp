@@ -1,5 +1,11 @@
 // Repair of block maps: every slot names a block of the container that is the node's alone, and there are as many as
 // the size says.
+//
+// May assume: node records are where they belong and say what kind of node they are. Changes: slots, sizes, and new
+// blocks for holes and second owners.
+//
+// One principle decides: a block that two slots lead to holds what both were read as, so both have it afterwards, the
+// second as a copy. Nothing is taken out of a map that a reader reads.
 #include <algorithm>
 
 #include "inspect/container/block_map.h"

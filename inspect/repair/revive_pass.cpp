@@ -1,6 +1,8 @@
 // Repair of nodes that the bitmap calls free but which are in use. The bitmap is one bit against a whole record:
 // deleting a node leaves a record of size 0 without blocks, and takes its name away first. So an entry that names the
 // node speaks for it, and so does a record that holds data.
+//
+// May assume: slots carry their own numbers. Changes: bits of the bitmap.
 #include <algorithm>
 
 #include "inspect/container/fields.h"

@@ -1,4 +1,8 @@
-// Repair of what is in use for nothing: nodes without a name, and the free chain.
+// Repair of what is in use for nothing: nodes without a name, and the free chain; and copies under /LOST.FND.
+//
+// May assume: everything else is sound. Changes: /LOST.FND, the bits of empty nodes, the chain.
+//
+// One principle decides: what holds something gets a name, and only what nothing refers to is free.
 #include <algorithm>
 #include <cstdio>
 
