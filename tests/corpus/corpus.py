@@ -30,6 +30,7 @@ import unittest
 import cases_chain
 import cases_directories
 import cases_erased
+import cases_evidence
 import cases_header
 import cases_maps
 import cases_nodes
@@ -49,6 +50,7 @@ GROUPS = {
     "erased": cases_erased.CASES,
     "truncated": cases_truncated.CASES,
     "several": cases_several.CASES,
+    "evidence": cases_evidence.CASES,
 }
 STAMP = "%Y-%m-%d %H:%M:%S"  # of orba's listings, in UTC
 START = time.strftime(STAMP, time.gmtime())
