@@ -262,6 +262,8 @@ TEST(CheckContainer, container_of_2_gib_is_too_long) {
   };
   const Report report = Check(Long(ImageBuilder(8192, 32).bytes()));
   EXPECT_EQ(report.Count(Kind::kContainerLong), 1u);
+  EXPECT_EQ(report.findings[0].offset, 0x80000000u);
+  EXPECT_EQ(report.findings[0].node, 0u);
   EXPECT_EQ(report.totals.appendableBlocks, 0u);
 }
 

@@ -229,6 +229,14 @@ TEST(CheckText, directory_shrinks_by_a_block_with_one_entry) {
   });
 }
 
+// The entry alone in the last block looks a little like a free-chain record, and its name like no name.
+TEST(CheckText, entry_alone_in_its_block_is_an_entry) {
+  ExpectTexts("check_lone_entry", {
+    LARGE(i->Put32(i->EntryOffset(2, 192), 0x005800FA); i->Put32(i->EntryOffset(2, 192) + 4, 0)),
+        LARGE(i->PutText(i->EntryOffset(2, 192) + 2, " "))
+  });
+}
+
 TEST(CheckText, directory_without_its_dots_is_one_by_its_entries) {
   ExpectTexts("check_without_dots", {
     SMALL(i->Put32(i->EntryOffset(3, 0) + 2, 0); i->Put32(i->EntryOffset(3, 0), 0xFFFF0009);

@@ -215,6 +215,26 @@ TEST(FindGeometry, too_few_slots_are_no_node_block) {
   EXPECT_FALSE(Found(image).known());
 }
 
+TEST(FindGeometry, eight_slots_are_enough_where_they_are_half_of_them) {
+  ImageBuilder image(2048, 32);
+  std::memset(image.bytes().data(), 0, kHeaderSize);
+  std::memset(&image.bytes()[image.BlockOffset(2)], 0, 2048);
+  const ImageBuilder whole = image;
+  const auto keep = [&](std::uint32_t first, std::uint32_t last) {  // and slots 1 and 32
+    image = whole;
+    for (std::uint32_t slot = 2; slot < 32; ++slot) {
+      if (slot < first || slot > last) std::memset(&image.bytes()[image.BlockOffset(1) + 64 * (slot - 1)], 0, 64);
+    }
+    return Found(image).blockSize;
+  };
+  EXPECT_EQ(keep(2, 15), 2048u);  // 16 of 32
+  EXPECT_EQ(keep(2, 14), 0u);
+  std::memset(&image.bytes()[image.BlockOffset(1) + 64 * 8], 0, 64 * 24);
+  EXPECT_EQ(Found(image).blockSize, 1024u);  // 8 of 8
+  std::memset(&image.bytes()[image.BlockOffset(1) + 64 * 7], 0, 64);
+  EXPECT_EQ(Found(image).blockSize, 0u);
+}
+
 TEST(FindGeometry, short_container_has_no_layout) {
   for (const std::size_t size :
        {std::size_t{0}, std::size_t{1024}, std::size_t{1029}, std::size_t{1030}, std::size_t{3000}}) {
