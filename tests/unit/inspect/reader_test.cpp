@@ -890,8 +890,12 @@ std::uint64_t ReadEverything(const Image& image) {
 TEST(Reader, damage_of_all_kinds_work_is_in_proportion_to_the_container) {
   ImageBuilder sound(1024, 64);
   std::vector<std::uint16_t> directories = {1};
-  for (int i = 0; i < 12; ++i) directories.push_back(sound.AddDirectory(directories[i / 3], "D" + std::to_string(i)));
-  for (int i = 0; i < 100; ++i) sound.AddFile(directories[i % 13], "F" + std::to_string(i), i % 10 == 0 ? 9000u : 900u);
+  for (std::size_t i = 0; i < 12; ++i) {
+    directories.push_back(sound.AddDirectory(directories[i / 3], "D" + std::to_string(i)));
+  }
+  for (std::size_t i = 0; i < 100; ++i) {
+    sound.AddFile(directories[i % 13], "F" + std::to_string(i), i % 10 == 0 ? 9000u : 900u);
+  }
   const std::uint32_t metadata = 1024 + 64 + 40 * 1024;
   std::minstd_rand random(7);
   for (int round = 0; round < 200; ++round) {
