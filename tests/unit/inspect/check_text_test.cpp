@@ -229,6 +229,26 @@ TEST(CheckText, directory_shrinks_by_a_block_with_one_entry) {
   });
 }
 
+// Bits for nodes that the table has no room for, up to the bitmap's last one.
+struct Wide : ImageBuilder {
+  Wide() : ImageBuilder(1024, 896) {}
+};
+
+#define WIDE(...)                                                          \
+  {                                                                        \
+#__VA_ARGS__, [] { return After<Wide>([](Wide* i) { __VA_ARGS__; }); } \
+  }
+
+TEST(CheckText, bits_beyond_the_table_are_told_by_rows) {
+  ExpectTexts("check_beyond_table", {
+    WIDE(i->SetFree(7167, false); i->SetFree(7168, false)), WIDE(i->SetFree(3585, false); i->SetFree(3587, false))
+  });
+}
+
+TEST(CheckText, only_block_of_a_directory_is_never_freed) {
+  ExpectTexts("check_only_block", { SMALL(i->SetSize(5, 32); i->SetChain({{14}})) });
+}
+
 // The entry alone in the last block looks a little like a free-chain record, and its name like no name.
 TEST(CheckText, entry_alone_in_its_block_is_an_entry) {
   ExpectTexts("check_lone_entry", {
@@ -239,8 +259,10 @@ TEST(CheckText, entry_alone_in_its_block_is_an_entry) {
 
 TEST(CheckText, directory_without_its_dots_is_one_by_its_entries) {
   ExpectTexts("check_without_dots", {
-    SMALL(i->Put32(i->EntryOffset(3, 0) + 2, 0); i->Put32(i->EntryOffset(3, 0), 0xFFFF0009);
-          i->PutText(i->EntryOffset(3, 1) + 2, "XX")),
+    SMALL(i->Put32(i->EntryOffset(3, 0), 0xFFFF0009); i->Put16(i->EntryOffset(3, 2), 99);
+          i->Put16(i->EntryOffset(3, 3), 99)),
+        SMALL(i->Put32(i->EntryOffset(3, 0) + 2, 0); i->Put32(i->EntryOffset(3, 0), 0xFFFF0009);
+              i->PutText(i->EntryOffset(3, 1) + 2, "XX")),
         SMALL(i->Put32(i->EntryOffset(3, 0), 0xFFFF0009); i->PutText(i->EntryOffset(3, 1) + 2, "XX");
               i->Put16(i->EntryOffset(3, 2), 99); i->Put16(i->EntryOffset(3, 3), 99))
   });
