@@ -48,13 +48,19 @@ class ForgivingImage : public Image {
   mutable std::set<std::uint64_t> failed_;
 };
 
+constexpr const char* kLostFound = "LOST.FND";
+
 // One recovery on its way: a walk through the container as it would be after a repair.
 class Copy {
  public:
   Copy(const Image& image, Shelf* shelf, const std::function<void(const std::string&)>& step, Recovered* result)
       : reader_(image), budget_(reader_.geometry()), shelf_(shelf), step_(step), result_(result) {}
 
-  void Run(const std::string& directory);
+  // False when not even the folder could be made.
+  bool Run(const std::string& directory);
+
+  // Copies files of the container as it is, which the repair would cost, into LOST.FND.
+  void AddLosses(const Image& before, const std::vector<Loss>& losses);
 
  private:
   // A directory of the shelf.
@@ -64,7 +70,7 @@ class Copy {
   };
 
   Onward Take(const Step& step);
-  void CopyFile(const Node& node, const std::string& from, const std::string& to);
+  void CopyFile(Reader* reader, Budget* budget, const Node& node, const std::string& from, const std::string& to);
   bool Enter(const std::string& from, const std::string& to);
   std::string PathFor(const std::string& name, const std::string& from);
   void Fail(const std::string& path, const std::string& why) { result_->failures.push_back(path + ": " + why); }
@@ -75,19 +81,51 @@ class Copy {
   const std::function<void(const std::string&)>& step_;
   Recovered* result_;
   std::vector<Folder> folders_;  // from the outermost to the one in which the walk is
+  Folder top_;                   // the outermost, once the walk has left it
+  Folder lostFound_;             // likewise LOST.FND in it, where there is one
 };
 
-void Copy::Run(const std::string& directory) {
+bool Copy::Run(const std::string& directory) {
+  if (!Enter("/", directory)) return false;
+  top_ = folders_.back();
   Node root;
   const Problem problem = reader_.Root(&root);
-  if (problem.IsFailure()) return Fail("/", ToText(problem));
-  if (!Enter("/", directory)) return;
-  Walk(
-      &reader_, root, "", [this](const Step& step) { return Take(step); }, &budget_);
+  if (problem.IsFailure()) {
+    Fail("/", ToText(problem));
+    return true;
+  }
+  const auto take = [this](const Step& step) { return Take(step); };
+  Walk(&reader_, root, "", take, &budget_);
+  return true;
+}
+
+void Copy::AddLosses(const Image& before, const std::vector<Loss>& losses) {
+  if (losses.empty()) return;
+  Reader reader(before);
+  Budget budget(reader.geometry());
+  const std::string place = std::string("/") + kLostFound;
+  folders_ = {top_};
+  if (!lostFound_.path.empty()) {
+    folders_.push_back(lostFound_);
+  } else if (Enter(place, PathFor(kLostFound, place))) {
+    ++result_->directories;
+  } else {
+    return;
+  }
+  for (const Loss& loss : losses) {
+    const std::string from = place + "/" + Printable(loss.name);
+    Node node;
+    node.number = loss.node;
+    node.record = loss.record;
+    if (step_) step_(from);
+    CopyFile(&reader, &budget, node, from, PathFor(loss.name, from));
+  }
 }
 
 Onward Copy::Take(const Step& step) {
   if (step.what == Step::What::kLeave) {
+    if (folders_.size() == 1) top_ = folders_.back();
+    if (folders_.size() == 2 && step.path == std::string("/") + kLostFound) lostFound_ = folders_.back();
     folders_.pop_back();
     return Onward::kOn;
   }
@@ -108,7 +146,7 @@ Onward Copy::Take(const Step& step) {
     if (!Enter(from, to)) return Onward::kPast;
     ++result_->directories;
   } else {
-    CopyFile(entry.node, from, to);
+    CopyFile(&reader_, &budget_, entry.node, from, to);
   }
   return Onward::kOn;
 }
@@ -133,14 +171,14 @@ std::string Copy::PathFor(const std::string& name, const std::string& from) {
   return folder.path + "/" + host;
 }
 
-void Copy::CopyFile(const Node& node, const std::string& from, const std::string& to) {
+void Copy::CopyFile(Reader* reader, Budget* budget, const Node& node, const std::string& from, const std::string& to) {
   const auto contents = [&](const Reader::Take& take) {
     const auto counted = [&](const std::uint8_t* bytes, std::size_t count) {
       const bool taken = take(bytes, count);
       result_->bytes += taken ? count : 0;
       return taken;
     };
-    return !reader_.ReadAll(node, counted, &budget_);
+    return !reader->ReadAll(node, counted, budget);
   };
   const std::string problem = shelf_->WriteFile(to, node.record.time, contents);
   if (problem.empty()) {
@@ -167,7 +205,8 @@ Recovered Recover(const Image& image, const std::string& directory, Shelf* shelf
     result.repairs.push_back(ToText(action));
     for (const Write& write : action.writes) repaired.Write(write.offset, write.bytes.data(), write.bytes.size());
   }
-  Copy(repaired, shelf, step, &result).Run(directory);
+  Copy copy(repaired, shelf, step, &result);
+  if (copy.Run(directory)) copy.AddLosses(forgiving, plan.promise.lostFiles);
   result.unreadable = forgiving.Failed();
   return result;
 }

@@ -1,6 +1,7 @@
 // Recovery: copies everything readable out of a damaged container and touches nothing in it. It copies what repair
 // would leave, as a reader finds it there: names and directories as far as they survive, nodes without a name under
-// LOST.FND. Knows no host: where copies go, a Shelf says. Stands on repair and the reader.
+// LOST.FND. It keeps the promise of repair also where a repair could not: a file that it would cost is copied as it can
+// be read now, into LOST.FND. Knows no host: where copies go, a Shelf says. Stands on repair and the reader.
 #pragma once
 
 #include <cstddef>

@@ -192,7 +192,8 @@ const Command kRecoverCommand = {
     kRepairGroup,
     "CONTAINER DIRECTORY",
     "copy everything readable out of a damaged container",
-    "Copies what repair would leave, with names and directories as far as they survive, and touches nothing in the "
+    "Copies what repair would leave, and what repair would cost, with names and directories as far as they survive, "
+    "and touches nothing in the "
     "container. What has no name left goes under LOST.FND. Files that are there already are only overwritten with "
     "--force, and left alone with --no-clobber, which continues an interrupted recover. Each file is written "
     "under a temporary name and renamed when it is complete.\n\n"

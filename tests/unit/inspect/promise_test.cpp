@@ -240,6 +240,52 @@ TEST(Promise, another_directorys_slot_is_looked_through_once) {
   EXPECT_TRUE(promise.holds());
 }
 
+TEST(Promise, another_file_in_lost_found_does_not_stand_for_it) {
+  Small after;
+  after.Remove(1, 2);
+  after.AddFile(after.AddDirectory(1, "LOST.FND"), "NODE0009", 1500u);
+  const Promise promise = Judged(Small(), after);
+  EXPECT_EQ(promise.losses, Paths{"/A"});
+  EXPECT_EQ(promise.kept, 3u);
+}
+
+TEST(Promise, illegal_name_may_go_to_another_directory) {
+  Small before;
+  before.AddFile(1, "?", 900u);
+  Small after;
+  after.AddFile(after.d, "X", testimage::Pattern(900, 901));
+  EXPECT_EQ(Judged(before, after).losses, Paths());
+}
+
+TEST(Promise, directory_of_an_illegal_name_may_go_to_another_directory) {
+  Small before;
+  const std::uint16_t odd = before.AddDirectory(1, "?");
+  before.AddFile(odd, "IN", 900u);
+  Small after;
+  after.AddFile(after.d, "X", testimage::Pattern(900, 902));
+  EXPECT_EQ(Judged(before, after).losses, Paths());
+  EXPECT_EQ(Judged(before, Small()).losses, Paths{"/?/IN"});
+}
+
+TEST(Promise, directory_with_a_legal_name_too_stays_there) {
+  ImageBuilder before(1024, 32);
+  const std::uint16_t directory = before.AddDirectory(1, "D");
+  before.AddFile(directory, "B", 900u);
+  before.PutText(before.EntryOffset(1, 2) + 2, "?");  // comes first
+  before.AddEntry(1, "D", directory);
+  ImageBuilder after(1024, 32);
+  after.AddFile(1, "B", 900u);
+  EXPECT_EQ(Judged(before, after).losses, Paths{"/D/B"});
+}
+
+TEST(Promise, file_of_more_blocks_than_there_are_is_nothing_to_keep) {
+  Small before;
+  const std::uint32_t indirect = before.Get32(before.NodeOffset(before.b) + 56);
+  for (std::uint32_t slot = 0; slot < 256; ++slot) before.Put32(before.BlockOffset(indirect) + 4 * slot, 1);
+  before.SetSize(before.b, 200 * 1024);
+  EXPECT_EQ(Judged(before, before).readable, 3u);
+}
+
 // ---- The operation that the mark vouches for ------------------------------------------------------------------------
 
 struct Moving : Small {

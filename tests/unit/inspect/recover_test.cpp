@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "inspect/repair/repair.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/memory_shelf.h"
 
@@ -116,6 +117,38 @@ TEST(Recover, names_that_hosts_reserve_are_changed_and_stay_unique) {
   }
   EXPECT_EQ(result.renamed, (std::vector<std::string>{"/AUX -> _AUX", "/_AUX -> _AUX~2", "/COM1.TXT -> _COM1.TXT",
                                                       "/END. -> END._", "/END._ -> END._~2"}));
+}
+
+// Every node is in use: of a file with two names repair can make no second one.
+struct Full : ImageBuilder {
+  explicit Full(const std::string& last) : ImageBuilder(1024, 1) {
+    const std::uint16_t file = AddFile(1, "A", 700);
+    for (const char* name : {"B", "C", "D", "E", "F"}) AddFile(1, name, 0u);
+    AddDirectory(1, last);
+    AddEntry(8, "TOO", file);
+  }
+};
+
+TEST(Recover, repair_would_cost_a_file_it_is_copied_all_the_same) {
+  const Full image("G");
+  ASSERT_TRUE(PlanRepair(MemoryImage(image.bytes()), {2010, 1, 2, 3, 4, 5, 0}).BreaksPromise());
+  MemoryShelf shelf;
+  const Recovered result = Recover(MemoryImage(image.bytes()), "out", &shelf);
+  EXPECT_EQ(result.failures, std::vector<std::string>());
+  EXPECT_EQ(result.files, 7u);
+  EXPECT_EQ(shelf.files.size(), 7u);
+  std::uint32_t copies = 0;
+  for (const auto& [path, file] : shelf.files) copies += file.contents == Pattern(700, 701) ? 1 : 0;
+  EXPECT_EQ(copies, 2u);
+  EXPECT_EQ(shelf.directories, (std::vector<std::string>{"out", "out/G", "out/LOST.FND"}));
+  EXPECT_EQ(result.directories, 2u);
+}
+
+TEST(Recover, repair_would_cost_a_file_it_goes_to_the_lost_found_that_is_there) {
+  MemoryShelf shelf;
+  const Recovered result = Recover(MemoryImage(Full("LOST.FND").bytes()), "out", &shelf);
+  EXPECT_EQ(result.files, 7u);
+  EXPECT_EQ(shelf.directories, (std::vector<std::string>{"out", "out/LOST.FND"}));
 }
 
 TEST(Recover, file_is_refused_the_others_are_copied) {
