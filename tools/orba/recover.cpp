@@ -192,11 +192,10 @@ const Command kRecoverCommand = {
     kRepairGroup,
     "CONTAINER DIRECTORY",
     "copy everything readable out of a damaged container",
-    "Copies what repair would leave, and what repair would cost, with names and directories as far as they survive, "
-    "and touches nothing in the "
-    "container. What has no name left goes under LOST.FND. Files that are there already are only overwritten with "
-    "--force, and left alone with --no-clobber, which continues an interrupted recover. Each file is written "
-    "under a temporary name and renamed when it is complete.\n\n"
+    "Copies what repair would leave, and what it would cost, with names and directories as far as they survive, and "
+    "touches nothing in the container. What has no name left goes under LOST.FND. Files that are there already are "
+    "only overwritten with --force, and left alone with --no-clobber, which continues an interrupted recover. Each "
+    "file is written under a temporary name and renamed when it is complete.\n\n"
     "Exits with 0 when the container is sound (the update mark alone is not damage) and all was copied, 4 when all "
     "that can be read was copied but check finds damage, so that more may have been there, 1 when something could "
     "not be copied.",
