@@ -249,6 +249,22 @@ TEST(CheckText, only_block_of_a_directory_is_never_freed) {
   ExpectTexts("check_only_block", { SMALL(i->SetSize(5, 32); i->SetChain({{14}})) });
 }
 
+TEST(CheckText, heap_out_of_order_is_told_once) {
+  ExpectTexts("check_heap", {
+    SMALL(i->SetChain({{i->AppendBlock(), i->AppendBlock(), i->AppendBlock()}}); i->Put32(i->BlockOffset(18) + 12, 17);
+          i->Put32(i->BlockOffset(18) + 16, 15); i->Put32(i->BlockOffset(18) + 20, 16))
+  });
+}
+
+TEST(CheckText, record_with_an_impossible_link_is_an_entry) {
+  ExpectTexts("check_impossible_link", {
+    LARGE(i->PutText(i->EntryOffset(2, 192), "FBC1"); i->Put32(i->EntryOffset(2, 192) + 4, i->Blocks() + 1);
+          i->Put32(i->EntryOffset(2, 192) + 8, 0)),
+        LARGE(i->PutText(i->EntryOffset(2, 192), "FBC1"); i->Put32(i->EntryOffset(2, 192) + 4, i->Blocks());
+              i->Put32(i->EntryOffset(2, 192) + 8, 0))
+  });
+}
+
 // The entry alone in the last block looks a little like a free-chain record, and its name like no name.
 TEST(CheckText, entry_alone_in_its_block_is_an_entry) {
   ExpectTexts("check_lone_entry", {
