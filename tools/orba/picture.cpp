@@ -16,7 +16,6 @@
 #include "tools/orba/host_file.h"
 #include "tools/orba/raw_container.h"
 #include "tools/orba/terminal.h"
-#include "tools/orba/utf8.h"
 
 namespace orba::tool {
 
