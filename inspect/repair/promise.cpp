@@ -177,11 +177,12 @@ Promise Judge::Run() {
   NoteNames();
   WalkAfter();
   Pair top;
-  if (before_.Root(&top.before).IsFailure()) return promise_;
-  top.there = !after_.Root(&top.after).IsFailure();
-  places_.push_back({kNone, ""});
-  entered_[kRootNode] = true;
-  pairs_.push_back(top);
+  if (!before_.Root(&top.before).IsFailure()) {
+    top.there = !after_.Root(&top.after).IsFailure();
+    places_.push_back({kNone, ""});
+    entered_[kRootNode] = true;
+    pairs_.push_back(top);
+  }
   while (!pairs_.empty() || !weakPairs_.empty()) {
     std::vector<Pair>* const from = pairs_.empty() ? &weakPairs_ : &pairs_;
     const Pair pair = from->back();

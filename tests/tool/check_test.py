@@ -51,8 +51,9 @@ class CheckTest(DamageTest):
         self.mark_dirty()
         result = self.check()
         self.assertEqual((result.status, result.err), (4, ""))
-        self.assertEqual(result.out.splitlines()[-2:],
+        self.assertEqual(result.out.splitlines()[-3:],
                          ["clean, marked as being updated: damage 0, interrupted 0, leak 0, note 0",
+                          "repair would keep all 2 files that can be read",
                           "repair it with: orba repair card.orb"])
 
     def test_check_of_damage_exits_4_and_names_kind_and_place(self):
@@ -61,6 +62,16 @@ class CheckTest(DamageTest):
         self.assertEqual((result.status, result.err), (4, ""))
         self.assertRegex(result.out, r"(?m)^damage +map-outside at /X, node 4, block 65535, byte 2272: ")
         self.assertIn("repair it with: orba repair card.orb\n", result.out)
+
+    def test_check_tells_what_a_repair_would_keep_and_bring_back(self):
+        self.assertNotIn("repair would", self.check().out)
+        self.mark_dirty()
+        self.assertIn("\nrepair would keep all 2 files that can be read\nrepair it with: ", self.check().out)
+        self.patch("card.orb", 0, bytes(1024))  # header and table
+        self.assertIn("\nrepair would bring back 2 files; 0 would be without a name\nrepair it with: ",
+                      self.check().out)
+        self.orba("repair", "card.orb")
+        self.assertEqual(self.ok("cat", "card.orb:/LOGS/DAY1.TXT"), "one" * 2000)
 
     def test_check_changes_nothing(self):
         self.cut_first_block(4)

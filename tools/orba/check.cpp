@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "inspect/repair/repair.h"
 #include "inspect/view/report.h"
 #include "orba.h"
 #include "tools/orba/address.h"
@@ -60,10 +61,31 @@ RawContainer Open(const CheckOptions& options, const std::string& path) {
   }
 }
 
-void PrintReport(const CheckOptions& options, const std::string& path, const inspect::Report& report) {
+// What carrying out the plan of a repair would come to.
+std::string Prospect(const inspect::Promise& promise) {
+  std::string text;
+  const bool regains = promise.regained > 0 || promise.toLost > 0 || promise.readable == 0;
+  if (regains) text = "bring back " + inspect::Counted(promise.regained, "file");
+  if (promise.readable > 0) {
+    const bool all = promise.kept == promise.readable;
+    text += std::string(regains ? " and keep " : "keep ") + (all ? "" : std::to_string(promise.kept) + " of ") +
+            (all && promise.readable > 1 ? "all " : "") + inspect::Counted(promise.readable, "file") +
+            " that can be read";
+  }
+  if (promise.toLost > 0 || promise.regained > 0) {
+    text += "; " + std::to_string(promise.toLost) + " would be without a name";
+  }
+  return "repair would " + text + "\n";
+}
+
+void PrintReport(const CheckOptions& options, const RawContainer& container, const inspect::Report& report) {
+  const std::string& path = container.path();
   if (options.operands.size() > 1) Print(Visible(path) + ":\n");
   Print(PaintedReport(ToText(report)));
-  if (report.readable && !IsSound(report)) Print("repair it with: orba repair " + ShellWord(path) + "\n");
+  if (!report.readable || IsSound(report)) return;
+  const inspect::Plan plan = PlanRepair(container.image(), Now());
+  if (plan.possible) Print(Prospect(plan.promise));
+  Print("repair it with: orba repair " + ShellWord(path) + "\n");
 }
 
 int CheckOne(const CheckOptions& options, const std::string& path) {
@@ -76,7 +98,7 @@ int CheckOne(const CheckOptions& options, const std::string& path) {
     const Failure* const failure = unreadable.has_value() ? &*unreadable : nullptr;
     Print(JsonStart(path, failure) + "," + ToJson(report).substr(1));
   } else if (!options.quiet) {
-    PrintReport(options, path, report);
+    PrintReport(options, container, report);
   }
   if (unreadable.has_value()) throw Failure(*unreadable);
   return IsSound(report) ? kSuccess : kDamageLeft;
@@ -109,6 +131,7 @@ const Command kCheckCommand = {
     "Reads everything a container says about itself and changes nothing. Each finding comes with its place and with "
     "what it means: damage breaks a rule of the format; interrupted is what an interrupted update left, whose end is "
     "known; a leak is space that nothing refers to, no data is lost by it; a note breaks no rule.\n\n"
+    "Of a container that is not clean it tells as well what a repair would keep and bring back.\n\n"
     "Exits with 0 when the container is clean, 4 when there is something to repair (an update mark that is set "
     "counts), 8 when it could not be read or the report not be written. Of several containers the statuses are "
     "combined. Each JSON object has the name of its container; one that could not be checked has the reason as error.",

@@ -3,9 +3,17 @@
 #include <algorithm>
 #include <sstream>
 
+#include "orba.h"
+
 namespace orba::tool {
 
 bool IsSound(const inspect::Report& report) { return report.readable && report.IsClean() && !report.marked; }
+
+TimeStamp Now() {
+  OrbTime now = {};
+  OrbGetTime(&now);
+  return {now.year, now.month, now.day, now.hour, now.minute, now.second, 0};
+}
 
 std::string PaintedReport(const std::string& text) {
   if (!IsColoured(Stream::kOutput)) return text;

@@ -14,6 +14,9 @@ namespace orba::tool {
 // Clean and not marked: the library mounts it.
 bool IsSound(const inspect::Report& report);
 
+// The stamp of what a repair makes itself.
+TimeStamp Now();
+
 // Lines of a report, each painted after the severity or verdict that it begins with.
 std::string PaintedReport(const std::string& text);
 

@@ -52,12 +52,6 @@ class ProgressImage : public inspect::Image {
   mutable Progress progress_;
 };
 
-TimeStamp Now() {
-  OrbTime now = {};
-  OrbGetTime(&now);
-  return {now.year, now.month, now.day, now.hour, now.minute, now.second, 0};
-}
-
 // What it takes to undo a repair, on the disk with its name before the first byte of the container changes. Never
 // overwrites a file, and goes again unless it is kept: what was not changed needs no undoing.
 class UndoFile {

@@ -398,6 +398,13 @@ TEST(Promise, no_container_promises_nothing) {
   EXPECT_EQ(JudgePromise(MemoryImage(Small().bytes()), nothing).lost(), 4u);
 }
 
+TEST(Promise, container_without_a_root_all_of_it_comes_back) {
+  const Promise promise = JudgePromise(MemoryImage(Bytes(5000, 7)), MemoryImage(Small().bytes()));
+  EXPECT_EQ(promise.readable, 0u);
+  EXPECT_EQ(promise.regained, 4u);
+  EXPECT_EQ(ToText(promise), "keeps 0 of 0 readable files; 4 more come back\n");
+}
+
 TEST(Promise, more_losses_than_are_listed_are_counted) {
   ImageBuilder before(1024, 32);
   for (int i = 0; i < 150; ++i) before.AddFile(1, "F" + std::to_string(i), 0u);
