@@ -250,6 +250,15 @@ TEST(Reader, path_name_of_the_whole_width_is_found) {
   EXPECT_EQ(opened.FindTrouble(longest + "LL"), Trouble::kNotFound);
 }
 
+TEST(Reader, path_leads_to_names_in_lower_case) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t file = image.AddFile(1, "A", 5);
+  image.PutText(image.EntryOffset(1, 2) + 2, "az{Q");
+  Opened opened(image);
+  EXPECT_EQ(opened.Find("/AZ{q").number, file);
+  EXPECT_EQ(opened.FindTrouble("/AZ[Q"), Trouble::kNotFound);
+}
+
 TEST(Reader, path_that_is_not_there_says_why) {
   Opened opened{Small()};
   EXPECT_EQ(opened.FindTrouble("/X"), Trouble::kNotFound);
@@ -446,6 +455,28 @@ TEST(Reader, file_with_a_directorys_attributes_is_a_file) {
   Opened opened(image);
   EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeKind);
   EXPECT_EQ(opened.Contents(opened.Find("/A")), Pattern(1500, 1501));
+}
+
+TEST(Reader, file_with_a_directorys_attributes_is_judged_by_its_own_blocks) {
+  Small hole;
+  hole.Put16(hole.NodeOffset(hole.a) + 6, ORB_NODE_DIRECTORY);
+  hole.Put32(hole.MapOffset(hole.a, 1), 0);
+  EXPECT_EQ(Opened(hole).FindTrouble("/A"), Trouble::kNodeKind);
+  Small beyond;
+  beyond.Put16(beyond.NodeOffset(beyond.a) + 6, ORB_NODE_DIRECTORY);
+  beyond.Put32(beyond.MapOffset(beyond.a, 2), beyond.MappedBlock(1, 0));
+  EXPECT_EQ(Opened(beyond).FindTrouble("/A"), Trouble::kNodeKind);
+}
+
+TEST(Reader, file_whose_first_block_the_host_cannot_read_is_a_file) {
+  ImageBuilder image(1024, 32);
+  image.AddFile(1, "F", 64u);
+  const std::uint64_t block = image.BlockOffset(image.MappedBlock(2, 0));
+  const Unreadable host(image.bytes(), block, block + 1);
+  Reader reader(host);
+  Node node;
+  EXPECT_FALSE(reader.Find("/F", &node));
+  EXPECT_FALSE(node.directory);
 }
 
 TEST(Reader, root_that_is_no_directory_is_lost) {
@@ -826,6 +857,20 @@ TEST(Reader, walk_visitor_stops_and_passes_by) {
   EXPECT_EQ(told, (Strings{"/A", "/D", "/D/B"}));
 }
 
+TEST(Reader, walk_stopped_at_a_problem_tells_so) {
+  Small image;
+  image.SetSize(1, 65);
+  Opened opened(image);
+  Budget budget(opened.reader.geometry());
+  int told = 0;
+  const auto stop = [&told](const Step&) {
+    ++told;
+    return Onward::kStop;
+  };
+  EXPECT_FALSE(Walk(&opened.reader, opened.Find("/"), "", stop, &budget));
+  EXPECT_EQ(told, 1);
+}
+
 // A container in which each directory is all directories: paths without number.
 TEST(Reader, walk_of_crossed_directories_is_bounded) {
   ImageBuilder image(1024, 128);
@@ -934,6 +979,7 @@ TEST(Reader, budget_is_free_for_what_is_met_once_and_ends_for_the_rest) {
   EXPECT_EQ(again, 2 * blocks + 1024);
   EXPECT_FALSE(budget.Step());
   EXPECT_FALSE(budget.MeetNode(1));
+  EXPECT_FALSE(budget.Meet(blocks + 1));
 }
 
 TEST(Reader, texts_name_the_place) {
