@@ -378,8 +378,8 @@ Problem Reader::ReadAll(const Node& file, const Take& take, Budget* budget) {
 
 // ---- Directories ----------------------------------------------------------------------------------------------------
 
-// Something else than a directory's block: half a dozen entries and not one with a name that an entry can have; or,
-// behind the first block, a record of the free chain, as which a directory's last block goes before the size is stored.
+// Not a directory's block: it has six entries or more, none with a name that an entry can have; or, behind the first
+// block, it is a record of the free chain, which a directory's last block becomes before the smaller size is stored.
 bool Reader::IsForeign(const std::uint8_t* bytes, bool first) const {
   constexpr std::uint32_t kEnough = 6;
   std::uint32_t entries = 0;
