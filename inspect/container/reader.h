@@ -1,6 +1,6 @@
 // Reads a container without mounting it: paths, directories and contents as its bytes stand. It follows header, table,
-// entries and maps as the library does, but neither the dirty mark nor damage stops it: what can be reached is read, and
-// what cannot is reported with its place. Everything on the inspection side that walks paths stands on it.
+// entries and maps as the library does, but neither the dirty mark nor damage stops it: what can be reached is read,
+// and what cannot is reported with its place. Everything on the inspection side that walks paths stands on it.
 //
 // It reads lazily: opening reads the header, the table and the bitmap; nodes, directories and maps are read when they
 // are asked for, through a cache of fixed size. Whatever the bytes are, every call ends, reads nothing outside the
