@@ -220,6 +220,20 @@ std::string Bystanders::MissingFrom(const FileImage& image, const inspect::Repor
   return "";
 }
 
+std::string Bystanders::LostFrom(const FileImage& image, const inspect::Report& report) const {
+  const InspectedImage bytes(image);
+  const inspect::Model& model = report.model;
+  for (const auto& [number, before] : nodes_) {
+    if (before.contents.empty() || (before.record.attributes & orba::ORB_NODE_DIRECTORY) != 0) continue;
+    const bool there = std::any_of(model.nodes.begin(), model.nodes.end(), [&](const inspect::NodeInfo& node) {
+      return node.state == inspect::NodeState::kUsed && node.reach == inspect::Reach::kRoot &&
+             node.record.size == before.contents.size() && ContentsOf(bytes, model, node) == before.contents;
+    });
+    if (!there) return "the contents of \"" + before.name + "\" are not there";
+  }
+  return "";
+}
+
 std::string Bystanders::MissingFrom(const std::map<std::string, File>& volume) const {
   for (const auto& [number, before] : nodes_) {
     if ((before.record.attributes & orba::ORB_NODE_DIRECTORY) != 0) continue;

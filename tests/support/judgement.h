@@ -60,6 +60,9 @@ class Bystanders {
   // root, with an identical record and identical contents; else which is not, and why.
   std::string MissingFrom(const FileImage& image, const orba::inspect::Report& report) const;
 
+  // "" where each file that holds something is within reach with identical contents, under whatever name.
+  std::string LostFrom(const FileImage& image, const orba::inspect::Report& report) const;
+
   // The same for files alone, given what a volume holds by name (ReadVolume). File names are unique in the container.
   struct File {
     uint32_t attributes;
