@@ -157,7 +157,7 @@ class Reader {
   // The free chain's blocks, its records included, each once. `problem`, where given, tells where the chain breaks off.
   std::uint32_t FreeBlocks(Problem* problem = nullptr);
 
-  // The root directory, in `*node`. A root that is no directory is kNodeLost.
+  // The root directory, in `*node`. A root that is not a directory is kNodeLost.
   Problem Root(Node* node) { return ReadNode(kRootNode, node); }
 
   // The node with this number; on failure `*node` holds the number alone. A remark comes with the whole node.

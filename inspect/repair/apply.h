@@ -43,7 +43,7 @@ bool IsUndo(const std::vector<std::uint8_t>& file);
 
 // The undo file is of this container, and the container is as the repair, or an undoing, left it or any part of it
 // would: each byte outside the ranges is unchanged, and each one inside is what it was before the repair or what a
-// write made it. Reads all of the container. False also for what is no undo file.
+// write made it. Reads all of the container. False also for what is not an undo file.
 bool UndoFits(const std::vector<std::uint8_t>& file, const Image& image);
 
 // Makes the plan's writes in order. The first, which marks the container, is flushed before the others, these before

@@ -91,7 +91,7 @@ std::map<std::uint32_t, std::uint32_t> CountVotes(const RepairWork& work, std::u
 }
 
 // Blocks that may have been node blocks before the table lost them, by their index: those that nothing names or that
-// stand in the wrong place of the table, and block 1, where the first node block lies for all time.
+// stand in the wrong place of the table, and block 1, which formatting makes the first node block.
 struct Candidates {
   bool searched = false;
   std::multimap<std::uint32_t, std::uint32_t> blocks;

@@ -53,8 +53,9 @@ constexpr const char* kLostFound = "LOST.FND";
 // One recovery on its way: a walk through the container as it would be after a repair.
 class Copy {
  public:
-  Copy(const Image& image, Shelf* shelf, const std::function<void(const std::string&)>& step, Recovered* result)
-      : reader_(image), budget_(reader_.geometry()), shelf_(shelf), step_(step), result_(result) {}
+  Copy(const Image& image, Destination* destination, const std::function<void(const std::string&)>& step,
+       Recovered* result)
+      : reader_(image), budget_(reader_.geometry()), destination_(destination), step_(step), result_(result) {}
 
   // False when not even the folder could be made.
   bool Run(const std::string& directory);
@@ -63,7 +64,7 @@ class Copy {
   void AddLosses(const Image& before, const std::vector<Loss>& losses);
 
  private:
-  // A directory of the shelf.
+  // A directory of the destination.
   struct Folder {
     std::string path;
     std::unordered_map<std::string, std::uint32_t> names;  // taken, with the number to try next behind "~"
@@ -77,7 +78,7 @@ class Copy {
 
   Reader reader_;
   Budget budget_;
-  Shelf* shelf_;
+  Destination* destination_;
   const std::function<void(const std::string&)>& step_;
   Recovered* result_;
   std::vector<Folder> folders_;  // from the outermost to the one in which the walk is
@@ -152,7 +153,7 @@ Onward Copy::Take(const Step& step) {
 }
 
 bool Copy::Enter(const std::string& from, const std::string& to) {
-  const std::string problem = shelf_->MakeDirectory(to);
+  const std::string problem = destination_->MakeDirectory(to);
   if (!problem.empty()) Fail(from, problem);
   if (problem.empty()) folders_.push_back({to, {}});
   return problem.empty();
@@ -180,7 +181,7 @@ void Copy::CopyFile(Reader* reader, Budget* budget, const Node& node, const std:
     };
     return !reader->ReadAll(node, counted, budget);
   };
-  const std::string problem = shelf_->WriteFile(to, node.record.time, contents);
+  const std::string problem = destination_->WriteFile(to, node.record.time, contents);
   if (problem.empty()) {
     ++result_->files;
   } else {
@@ -190,7 +191,7 @@ void Copy::CopyFile(Reader* reader, Budget* budget, const Node& node, const std:
 
 }  // namespace
 
-Recovered Recover(const Image& image, const std::string& directory, Shelf* shelf,
+Recovered Recover(const Image& image, const std::string& directory, Destination* destination,
                   const std::function<void(const std::string&)>& step) {
   Recovered result;
   const ForgivingImage forgiving(image);
@@ -205,7 +206,7 @@ Recovered Recover(const Image& image, const std::string& directory, Shelf* shelf
     result.repairs.push_back(ToText(action));
     for (const Write& write : action.writes) repaired.Write(write.offset, write.bytes.data(), write.bytes.size());
   }
-  Copy copy(repaired, shelf, step, &result);
+  Copy copy(repaired, destination, step, &result);
   if (copy.Run(directory)) copy.AddLosses(forgiving, plan.promise.lostFiles);
   result.unreadable = forgiving.Failed();
   return result;

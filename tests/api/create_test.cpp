@@ -311,7 +311,7 @@ TEST_P(FullContainerTest, no_room_for_the_name_fails_volume_full_and_is_undone) 
   for (int i = 0; i < 30; ++i) MakeFile("D/N" + std::to_string(i));
   MakeFile("F");
   Grow(kLimit - 1024);
-  for (OrbU32 times = 0; times < kNodes; ++times) {  // often enough to use up all nodes, were they not given back
+  for (OrbU32 times = 0; times < kNodes; ++times) {  // often enough to use up all nodes, were they not freed
     EXPECT_EQ(Ended(orb->createFile("D/X", 0)), Failed(ORB_ERROR_VOLUME_FULL));
     EXPECT_EQ(Ended(orb->createDirectory("D/X")), Failed(ORB_ERROR_VOLUME_FULL));
     EXPECT_EQ(Ended(orb->copyFile("F", "D/X")), Failed(ORB_ERROR_VOLUME_FULL));

@@ -388,7 +388,7 @@ TEST_P(PathTest, failures_hold_nothing) {
 
 class WideNameTest : public ApiTest {};
 
-// Whatever the host's code page makes of it, it is no letter.
+// Whatever the host's code page makes of it, it is not a letter.
 TEST_F(WideNameTest, create_character_of_no_code_page_fails_invalid_name) {
   FormatAndMount(kFirst, 64, 1024, "VOL");
   const OrbWideChar name[] = {'A', 0x4E2D, 0};

@@ -197,7 +197,7 @@ void FailingOperation::FailEachCall(uint32_t hostCode, Repeat repeat) {
     const Disk disk = Judge(n, kCallsOfName, ExpectedAnswer(plain_, calls), calls);
     Count("host calls failed");
     if (disk.asStopped) continue;
-    // A directory lets go of its emptied block even though that cannot be given back.
+    // A directory lets go of its emptied block even though that cannot be freed.
     EXPECT_TRUE(call == Call::kGetFileSize && repeat == Repeat::kOnce);
     EXPECT_EQ(disk.report.Worst(), inspect::Severity::kLeak) << ToText(disk.report);
     EXPECT_EQ(disk.report.totals.leakedBlocks, 1u);

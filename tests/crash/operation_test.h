@@ -28,7 +28,7 @@ class OperationTest : public LibraryTest, public ::testing::WithParamInterface<c
   const std::vector<StopState>& states() const { return *states_; }
 
   // Which writes of the whole operation, counted from 0, are of file data: the block is a file's in the end, and what
-  // is written is no free-chain record. `writes` are all of them.
+  // is written is not a free-chain record. `writes` are all of them.
   std::set<size_t> DataWrites(const std::vector<testhost::CallRecord>& writes) const;
 
  private:

@@ -15,7 +15,7 @@
 #include "inspect/view/report.h"
 #include "orba.h"
 #include "support/test_host.h"
-#include "tests/support/memory_shelf.h"
+#include "tests/support/memory_destination.h"
 #include "tests/support/repair_harness.h"
 
 namespace {
@@ -166,24 +166,25 @@ void RepairFromStop(const Bytes& before, const Plan& plan, std::uint32_t number)
 
 // What recovery copies is what the repaired container holds.
 void Recover(const Bytes& container, const Tree& tree) {
-  testimage::MemoryShelf shelf;
-  const orba::inspect::Recovered recovered = orba::inspect::Recover(MemoryImage(container), "all", &shelf);
+  testimage::MemoryDestination destination;
+  const orba::inspect::Recovered recovered = orba::inspect::Recover(MemoryImage(container), "all", &destination);
   Require(recovered.possible && recovered.failures.empty(), "what can be repaired can be recovered");
   std::size_t directories = 0;
   std::uint64_t bytes = 0;
   for (const auto& [path, contents] : tree) {
     directories += path.back() == '/' ? 1 : 0;
     bytes += contents.size();
-    const auto copy = shelf.files.find("all" + path);
+    const auto copy = destination.files.find("all" + path);
     if (path.back() == '/' || !recovered.renamed.empty()) continue;
-    Require(copy != shelf.files.end() && copy->second.contents == contents, "recovery copies every file as it is");
+    Require(copy != destination.files.end() && copy->second.contents == contents,
+            "recovery copies every file as it is");
   }
-  Require(recovered.files == tree.size() - directories && shelf.files.size() == recovered.files &&
+  Require(recovered.files == tree.size() - directories && destination.files.size() == recovered.files &&
               recovered.directories == directories - 1 && recovered.bytes == bytes,
           "recovery copies everything");
   const auto isInside = [](const std::string& path) { return path == "all" || path.compare(0, 4, "all/") == 0; };
-  for (const auto& [path, file] : shelf.files) Require(isInside(path), "recovery stays in its folder");
-  for (const std::string& path : shelf.directories) Require(isInside(path), "recovery stays in its folder");
+  for (const auto& [path, file] : destination.files) Require(isInside(path), "recovery stays in its folder");
+  for (const std::string& path : destination.directories) Require(isInside(path), "recovery stays in its folder");
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 
 namespace testimage {
 
-class MemoryShelf : public orba::inspect::Shelf {
+class MemoryDestination : public orba::inspect::Destination {
  public:
   struct File {
     std::vector<std::uint8_t> contents;

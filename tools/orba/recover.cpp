@@ -34,7 +34,7 @@ struct RecoverOptions {
 };
 
 // A folder of the host, written to as get does.
-class Folder : public inspect::Shelf {
+class Folder : public inspect::Destination {
  public:
   Folder(const RecoverOptions& options, const std::string& container) : options_(options), container_(container) {}
 

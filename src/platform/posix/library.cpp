@@ -17,7 +17,7 @@ namespace {
 constexpr size_t kFolderSize = 2 * PATH_MAX;
 constexpr size_t kFileSize = NAME_MAX + sizeof "lib.so";
 
-// Makes libNAME.so of "NAME.dll" or "NAME". False for a name that is no bare file name.
+// Makes libNAME.so of "NAME.dll" or "NAME". False for a name that is not a bare file name.
 bool SharedObjectName(const WideChar* name, char (&out)[kFileSize]) {
   char base[NAME_MAX + 1];
   if (!posix::Utf8FromWide(name, base, sizeof base) || strchr(base, '/') != nullptr) return false;

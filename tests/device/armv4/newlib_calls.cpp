@@ -12,7 +12,7 @@
 
 extern "C" {
 
-void* __dso_handle = nullptr;       // this program is no library: its destructors belong to nobody else
+void* __dso_handle = nullptr;       // this program is not a library: its destructors are its own
 alignas(8) char thread_block[256];  // the thread's own variables, all of which begin as zero
 
 // Only what is there for calls of the C++ library on a machine with one thread.

@@ -7,14 +7,14 @@
 
 #include "inspect/repair/repair.h"
 #include "tests/support/image_builder.h"
-#include "tests/support/memory_shelf.h"
+#include "tests/support/memory_destination.h"
 
 namespace orba::inspect {
 namespace {
 
 using testimage::Bytes;
 using testimage::ImageBuilder;
-using testimage::MemoryShelf;
+using testimage::MemoryDestination;
 using testimage::Pattern;
 
 struct Small : ImageBuilder {
@@ -28,22 +28,22 @@ struct Small : ImageBuilder {
 };
 
 TEST(Recover, sound_container_everything_is_copied) {
-  MemoryShelf shelf;
+  MemoryDestination destination;
   const Small image;
-  const Recovered result = Recover(MemoryImage(image.bytes()), "out", &shelf);
+  const Recovered result = Recover(MemoryImage(image.bytes()), "out", &destination);
   EXPECT_TRUE(result.possible);
   EXPECT_EQ(result.files, 3u);
   EXPECT_EQ(result.directories, 2u);
   EXPECT_EQ(result.bytes, 1500u + 300 * 1024);
   EXPECT_TRUE(result.repairs.empty());
   EXPECT_TRUE(result.failures.empty());
-  EXPECT_EQ(shelf.files["out/A"].contents, Pattern(1500, 1501));
-  EXPECT_EQ(shelf.files["out/D/B"].contents, Pattern(300 * 1024, 300 * 1024 + 1));
-  EXPECT_EQ(shelf.files["out/D/E/EMPTY"].contents, Bytes());
+  EXPECT_EQ(destination.files["out/A"].contents, Pattern(1500, 1501));
+  EXPECT_EQ(destination.files["out/D/B"].contents, Pattern(300 * 1024, 300 * 1024 + 1));
+  EXPECT_EQ(destination.files["out/D/E/EMPTY"].contents, Bytes());
 }
 
 TEST(Recover, container_too_long_everything_is_copied) {
-  MemoryShelf shelf;
+  MemoryDestination destination;
   struct Long : MemoryImage {
     using MemoryImage::MemoryImage;
     std::uint64_t Size() const override { return 0x80000000; }
@@ -56,38 +56,38 @@ TEST(Recover, container_too_long_everything_is_copied) {
     }
   };
   const Small image;
-  const Recovered result = Recover(Long(image.bytes()), "out", &shelf);
+  const Recovered result = Recover(Long(image.bytes()), "out", &destination);
   EXPECT_TRUE(result.possible);
   EXPECT_EQ(result.files, 3u);
   EXPECT_EQ(result.unreadable, 0u);
-  EXPECT_EQ(shelf.files["out/D/B"].contents, Pattern(300 * 1024, 300 * 1024 + 1));
+  EXPECT_EQ(destination.files["out/D/B"].contents, Pattern(300 * 1024, 300 * 1024 + 1));
 }
 
 TEST(Recover, time_stamps_are_handed_on) {
-  MemoryShelf shelf;
-  Recover(MemoryImage(Small().bytes()), "out", &shelf);
-  const TimeStamp& time = shelf.files["out/A"].time;
+  MemoryDestination destination;
+  Recover(MemoryImage(Small().bytes()), "out", &destination);
+  const TimeStamp& time = destination.files["out/A"].time;
   EXPECT_EQ(time.year, 2004);
   EXPECT_EQ(time.month, 6);
   EXPECT_EQ(time.second, 45);
 }
 
 TEST(Recover, damaged_container_names_survive_and_lost_nodes_are_there) {
-  MemoryShelf shelf;
+  MemoryDestination destination;
   Small image;
   image.Put32(40, 0);                       // no block size
   image.SetFree(2, true);                   // A's node free
   image.Put16(image.EntryOffset(3, 2), 0);  // B without a name
   const Bytes before = image.bytes();
-  const Recovered result = Recover(MemoryImage(before), "out", &shelf);
+  const Recovered result = Recover(MemoryImage(before), "out", &destination);
   EXPECT_EQ(result.files, 3u);
   EXPECT_FALSE(result.repairs.empty());
-  EXPECT_EQ(shelf.files["out/A"].contents, Pattern(1500, 1501));
-  EXPECT_EQ(shelf.files["out/LOST.FND/NODE0004"].contents, Pattern(300 * 1024, 300 * 1024 + 1));
+  EXPECT_EQ(destination.files["out/A"].contents, Pattern(1500, 1501));
+  EXPECT_EQ(destination.files["out/LOST.FND/NODE0004"].contents, Pattern(300 * 1024, 300 * 1024 + 1));
 }
 
 TEST(Recover, host_cannot_read_a_sector_zeros_stand_there) {
-  MemoryShelf shelf;
+  MemoryDestination destination;
   struct Bad : MemoryImage {
     using MemoryImage::MemoryImage;
     std::uint64_t bad = 0;
@@ -98,22 +98,22 @@ TEST(Recover, host_cannot_read_a_sector_zeros_stand_there) {
   const Small image;
   Bad bad(image.bytes());
   bad.bad = image.BlockOffset(image.MappedBlock(2, 1)) + 5;
-  const Recovered result = Recover(bad, "out", &shelf);
+  const Recovered result = Recover(bad, "out", &destination);
   EXPECT_EQ(result.unreadable, 1u);
   Bytes contents = Pattern(1500, 1501);
   const std::uint64_t into = image.BlockOffset(image.MappedBlock(2, 1)) % 512;  // the sector begins before the block
   std::fill(contents.begin() + 1024 - static_cast<std::ptrdiff_t>(into), contents.end(), std::uint8_t{0});
-  EXPECT_EQ(shelf.files["out/A"].contents, contents);
+  EXPECT_EQ(destination.files["out/A"].contents, contents);
 }
 
 TEST(Recover, names_that_hosts_reserve_are_changed_and_stay_unique) {
-  MemoryShelf shelf;
+  MemoryDestination destination;
   ImageBuilder image(1024, 32);
   for (const char* name : {"AUX", "_AUX", "COM1.TXT", "COM", "END.", "END._", "NULL"}) image.AddFile(1, name, 3);
-  const Recovered result = Recover(MemoryImage(image.bytes()), "out", &shelf);
+  const Recovered result = Recover(MemoryImage(image.bytes()), "out", &destination);
   EXPECT_EQ(result.files, 7u);
   for (const char* name : {"_AUX", "_AUX~2", "_COM1.TXT", "COM", "END._", "END._~2", "NULL"}) {
-    EXPECT_EQ(shelf.files.count(std::string("out/") + name), 1u) << name;
+    EXPECT_EQ(destination.files.count(std::string("out/") + name), 1u) << name;
   }
   EXPECT_EQ(result.renamed, (std::vector<std::string>{"/AUX -> _AUX", "/_AUX -> _AUX~2", "/COM1.TXT -> _COM1.TXT",
                                                       "/END. -> END._", "/END._ -> END._~2"}));
@@ -132,73 +132,73 @@ struct Full : ImageBuilder {
 TEST(Recover, repair_would_cost_a_file_it_is_copied_all_the_same) {
   const Full image("G");
   ASSERT_TRUE(PlanRepair(MemoryImage(image.bytes()), {2010, 1, 2, 3, 4, 5, 0}).BreaksPromise());
-  MemoryShelf shelf;
-  const Recovered result = Recover(MemoryImage(image.bytes()), "out", &shelf);
+  MemoryDestination destination;
+  const Recovered result = Recover(MemoryImage(image.bytes()), "out", &destination);
   EXPECT_EQ(result.failures, std::vector<std::string>());
   EXPECT_EQ(result.files, 7u);
-  EXPECT_EQ(shelf.files.size(), 7u);
+  EXPECT_EQ(destination.files.size(), 7u);
   std::uint32_t copies = 0;
-  for (const auto& [path, file] : shelf.files) copies += file.contents == Pattern(700, 701) ? 1 : 0;
+  for (const auto& [path, file] : destination.files) copies += file.contents == Pattern(700, 701) ? 1 : 0;
   EXPECT_EQ(copies, 2u);
-  EXPECT_EQ(shelf.directories, (std::vector<std::string>{"out", "out/G", "out/LOST.FND"}));
+  EXPECT_EQ(destination.directories, (std::vector<std::string>{"out", "out/G", "out/LOST.FND"}));
   EXPECT_EQ(result.directories, 2u);
 }
 
 TEST(Recover, repair_would_cost_a_file_it_goes_to_the_lost_found_that_is_there) {
-  MemoryShelf shelf;
-  const Recovered result = Recover(MemoryImage(Full("LOST.FND").bytes()), "out", &shelf);
+  MemoryDestination destination;
+  const Recovered result = Recover(MemoryImage(Full("LOST.FND").bytes()), "out", &destination);
   EXPECT_EQ(result.files, 7u);
-  EXPECT_EQ(shelf.directories, (std::vector<std::string>{"out", "out/LOST.FND"}));
+  EXPECT_EQ(destination.directories, (std::vector<std::string>{"out", "out/LOST.FND"}));
 }
 
 TEST(Recover, file_is_refused_the_others_are_copied) {
-  MemoryShelf shelf;
-  shelf.refused = "out/A";
-  const Recovered result = Recover(MemoryImage(Small().bytes()), "out", &shelf);
+  MemoryDestination destination;
+  destination.refused = "out/A";
+  const Recovered result = Recover(MemoryImage(Small().bytes()), "out", &destination);
   EXPECT_EQ(result.files, 2u);
   EXPECT_EQ(result.failures, std::vector<std::string>{"/A: refused"});
 }
 
 TEST(Recover, directory_is_refused_what_lies_in_it_is_not_tried) {
-  MemoryShelf shelf;
-  shelf.refused = "out/D/E";
-  const Recovered result = Recover(MemoryImage(Small().bytes()), "out", &shelf);
+  MemoryDestination destination;
+  destination.refused = "out/D/E";
+  const Recovered result = Recover(MemoryImage(Small().bytes()), "out", &destination);
   EXPECT_EQ(result.failures, std::vector<std::string>{"/D/E: refused"});
   EXPECT_EQ(result.directories, 1u);
   EXPECT_EQ(result.files, 2u);
-  EXPECT_EQ(shelf.directories, (std::vector<std::string>{"out", "out/D"}));
+  EXPECT_EQ(destination.directories, (std::vector<std::string>{"out", "out/D"}));
 }
 
 TEST(Recover, folder_is_refused_nothing_is_copied) {
-  MemoryShelf shelf;
-  shelf.refused = "out";
-  const Recovered result = Recover(MemoryImage(Small().bytes()), "out", &shelf);
+  MemoryDestination destination;
+  destination.refused = "out";
+  const Recovered result = Recover(MemoryImage(Small().bytes()), "out", &destination);
   EXPECT_TRUE(result.possible);
   EXPECT_EQ(result.failures, std::vector<std::string>{"/: refused"});
   EXPECT_EQ(result.files, 0u);
 }
 
 TEST(Recover, no_container_says_so_and_copies_nothing) {
-  MemoryShelf shelf;
-  const Recovered result = Recover(MemoryImage(Bytes(50000, 3)), "out", &shelf);
+  MemoryDestination destination;
+  const Recovered result = Recover(MemoryImage(Bytes(50000, 3)), "out", &destination);
   EXPECT_FALSE(result.possible);
   EXPECT_EQ(result.failures.size(), 1u);
-  EXPECT_TRUE(shelf.directories.empty());
+  EXPECT_TRUE(destination.directories.empty());
 }
 
 TEST(Recover, step_is_told_each_path) {
-  MemoryShelf shelf;
+  MemoryDestination destination;
   std::vector<std::string> paths;
-  Recover(MemoryImage(Small().bytes()), "out", &shelf, [&](const std::string& path) { paths.push_back(path); });
+  Recover(MemoryImage(Small().bytes()), "out", &destination, [&](const std::string& path) { paths.push_back(path); });
   EXPECT_EQ(paths, (std::vector<std::string>{"/A", "/D", "/D/B", "/D/E", "/D/E/EMPTY"}));
 }
 
 TEST(Recover, many_equal_names_on_the_host_stay_apart) {
   ImageBuilder image(1024, 32);
   for (const char* name : {"END.", "END._", "END._~2", "END._~3"}) image.AddFile(1, name, 3);
-  MemoryShelf shelf;
-  EXPECT_EQ(Recover(MemoryImage(image.bytes()), "out", &shelf).files, 4u);
-  EXPECT_EQ(shelf.files.size(), 4u);
+  MemoryDestination destination;
+  EXPECT_EQ(Recover(MemoryImage(image.bytes()), "out", &destination).files, 4u);
+  EXPECT_EQ(destination.files.size(), 4u);
 }
 
 TEST(HostName, reserved_names_are_prefixed) {
