@@ -277,8 +277,9 @@ std::vector<Dangling> FindDangling(const Model& model) {
   for (const NodeInfo& directory : model.nodes) {
     if (!IsWhole(directory)) continue;
     for (const Entry& entry : directory.entries) {
-      if (entry.index >= 2 && !entry.pastSize && !model.RefersToUsed(entry.record))
+      if (entry.index >= 2 && !entry.pastSize && !model.RefersToUsed(entry.record)) {
         found.push_back({directory.number, &entry});
+      }
     }
   }
   return found;

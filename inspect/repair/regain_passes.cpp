@@ -105,8 +105,9 @@ using Maps = std::map<std::uint32_t, std::vector<std::uint32_t>>;
 std::uint64_t CountSlots(const RepairWork& work, std::uint32_t block) {
   const std::vector<std::uint8_t> bytes = work.GetBlock(block);
   std::uint64_t count = 0;
-  while (kWordSize * count < bytes.size() && Get32(&bytes[static_cast<std::size_t>(kWordSize * count)]) != kNoBlock)
+  while (kWordSize * count < bytes.size() && Get32(&bytes[static_cast<std::size_t>(kWordSize * count)]) != kNoBlock) {
     ++count;
+  }
   return count;
 }
 

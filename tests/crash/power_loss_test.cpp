@@ -141,7 +141,7 @@ FileImage TornInTheMiddle(const FileImage& before, const FileImage& after) {
 // Every write has its turn, but of file data, whose parts differ in nothing that repair looks at, and of an operation
 // of very many writes, only some in between; under the sanitizers fewer.
 bool HasTurn(size_t k, size_t count) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ORBA_SANITIZED
   constexpr size_t kEnds = 4;
   constexpr size_t kStep = 97;
 #else
@@ -172,7 +172,7 @@ using Subset = std::vector<bool>;
 std::vector<Subset> Subsets(size_t count) {
   constexpr size_t kExhaustive = 6;
   constexpr size_t kEnds = 8;
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ORBA_SANITIZED
   constexpr size_t kRandom = 4;
 #else
   constexpr size_t kRandom = 24;

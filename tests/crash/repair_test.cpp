@@ -53,7 +53,7 @@ std::vector<FileImage> RepairedOperation::Repair(const FileImage& image) {
 
 // Every state has its turn; only under the sanitizers, of very many states the first and the last and some in between.
 bool HasTurn([[maybe_unused]] size_t k, [[maybe_unused]] size_t count) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ORBA_SANITIZED
   constexpr size_t kEnds = 30;
   return count <= 4 * kEnds || k < kEnds || k + kEnds >= count || k % 29 == 0;
 #else

@@ -223,7 +223,8 @@ std::string Bystanders::MissingFrom(const FileImage& image, const inspect::Repor
 std::string Bystanders::LostFrom(const FileImage& image, const inspect::Report& report) const {
   const InspectedImage bytes(image);
   const inspect::Model& model = report.model;
-  for (const auto& [number, before] : nodes_) {
+  for (const auto& entry : nodes_) {
+    const auto& before = entry.second;  // a lambda cannot capture the name of a structured binding
     if (before.contents.empty() || (before.record.attributes & orba::ORB_NODE_DIRECTORY) != 0) continue;
     const bool there = std::any_of(model.nodes.begin(), model.nodes.end(), [&](const inspect::NodeInfo& node) {
       return node.state == inspect::NodeState::kUsed && node.reach == inspect::Reach::kRoot &&
