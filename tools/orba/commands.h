@@ -14,6 +14,7 @@ extern const Command kMoveCommand, kCopyCommand;                                
 extern const Command kCheckCommand;                                                   // check.cpp
 extern const Command kRepairCommand, kUndoCommand;                                    // repair.cpp
 extern const Command kRecoverCommand;                                                 // recover.cpp
+extern const Command kManifestCommand, kVerifyCommand;                                // verify.cpp
 extern const Command kDumpCommand, kMapCommand;                                       // picture.cpp
 
 }  // namespace orba::tool

@@ -2,10 +2,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <optional>
 #include <set>
 
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
+#include "tools/orba/digest.h"
 #include "tools/orba/each.h"
 #include "tools/orba/host_file.h"
 #include "tools/orba/interrupt.h"
@@ -57,6 +59,7 @@ struct GetOptions {
   bool quiet = false;
   bool verbose = false;
   bool recursive = false;  // trees come whole anyway
+  bool verify = false;
   std::string sync = "end";
 };
 
@@ -159,13 +162,26 @@ Plan MakePlan(const GetOptions& options, Look* look, int* status) {
   return planner.Take();
 }
 
+// Compares what the host reads of a new file with what the container had for it.
+void VerifyWritten(const NewHostFile& written, const Digest& digest, const Step& step) {
+  Digest found;
+  written.ReadBack([&found](const void* bytes, std::size_t count) { found.Add(bytes, count); });
+  if (found.Text() == digest.Text()) return;
+  throw Failure("cannot get " + step.source.address.Text(), "what the host reads of it is not what was written",
+                "check the disk that holds " + step.target + ", or use another one");
+}
+
 void CopyOut(const GetOptions& options, Look* look, const Step& step, Progress* progress) {
   NewHostFile written(step.target);
+  std::optional<Digest> digest;
+  if (options.verify) digest.emplace();
   look->Read(step.source, [&](const std::uint8_t* bytes, std::size_t count) {
     written.Write(bytes, count);
+    if (digest.has_value()) digest->Add(bytes, count);
     progress->Advance(count);
     return true;
   });
+  if (digest.has_value()) VerifyWritten(written, *digest, step);
   written.Publish(step.source.item.time, options.force, options.sync == "each");
   progress->Advance(Progress::kFile);
 }
@@ -226,6 +242,8 @@ Run DefineGet(Syntax* syntax) {
   syntax->Choice("--sync", "WHEN", &options->sync, {"end", "each"},
                  "when the files are on the disk: at the end of the command (unless you say otherwise) or each as it "
                  "is complete");
+  syntax->Flag("--verify", &options->verify,
+               "read each file back and compare checksums before it has its name; one that differs is left out");
   syntax->Flag("--lower", &options->lower, "names on the host in lower case");
   syntax->Flag("-v,--verbose", &options->verbose, "print each file");
   syntax->Flag("-q,--quiet", &options->quiet, "draw no progress");

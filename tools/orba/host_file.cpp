@@ -235,6 +235,20 @@ NewHostFile::~NewHostFile() {
 
 void NewHostFile::Write(const void* buffer, std::size_t count) { WriteFully(descriptor_, path_, buffer, count); }
 
+void NewHostFile::ReadBack(const std::function<void(const void* bytes, std::size_t count)>& take) const {
+  std::vector<char> buffer(256 * 1024);
+  std::uint64_t offset = 0;
+  for (;;) {
+    CheckInterrupt();
+    const std::ptrdiff_t count = host::ReadAt(descriptor_, offset, buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) throw HostFailure("cannot read back " + path_, errno);
+    if (count == 0) return;
+    take(buffer.data(), static_cast<std::size_t>(count));
+    offset += static_cast<std::uint64_t>(count);
+  }
+}
+
 void NewHostFile::Publish(const OrbTime& time, bool overwrite, bool sync) {
   Stamp(descriptor_, time);
   if (sync && !host::Sync(descriptor_)) Fail();

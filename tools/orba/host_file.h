@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -89,6 +90,9 @@ class NewHostFile {
   NewHostFile& operator=(const NewHostFile&) = delete;
 
   void Write(const void* buffer, std::size_t count);
+
+  // Hands all that was written to `take`, as the host reads it.
+  void ReadBack(const std::function<void(const void* bytes, std::size_t count)>& take) const;
 
   // Stamps the file, as far as the host can keep the time, and gives it its name. Without `overwrite` fails where the
   // name is taken by now. With `sync`, contents and name are on the disk then.

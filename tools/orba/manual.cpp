@@ -51,8 +51,8 @@ constexpr Topic kTopics[] = {
     {"Exit status",
      "0 done, 1 something failed, 16 wrong usage. check and repair end as fsck does: 0 clean, 1 repaired, 4 damage "
      "is left, 8 could not work, 16 wrong usage. recover: 0 all copied, 4 all that can be read copied but there is "
-     "damage, "
-     "1 something not copied.",
+     "damage, 1 something not copied. verify ends as diff does: 0 nothing differs, 1 something does, 2 something could "
+     "not be compared.",
      true},
     {"Safety",
      "While the tool works on a container no other program can open it. A container whose update was interrupted is "
@@ -283,7 +283,7 @@ std::string ProgramHelp() {
   std::string group;
   for (const Command* command : Commands()) {
     if (group != command->group) help += "\n" + (group = command->group) + ":\n";
-    help += Row(command->name, command->summary, 11);
+    help += Row(command->name, command->summary, 12);
   }
   for (const Topic& topic : kTopics) {
     if (topic.inHelp) help += std::string("\n") + topic.title + ":\n" + Wrapped(topic.text, "  ", "  ");

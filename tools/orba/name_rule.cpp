@@ -76,4 +76,19 @@ std::string LegalName(const std::string& name, const std::set<std::string>& take
   return legal;
 }
 
+std::vector<std::string> StoredNames(const std::vector<std::string>& names, bool rename) {
+  std::vector<std::string> stored(names.size());
+  std::set<std::string> taken;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const std::string name = inspect::UpperCase(names[i]);
+    if (NameProblem(name).empty() && taken.insert(name).second) stored[i] = name;
+  }
+  for (std::size_t i = 0; rename && i < names.size(); ++i) {
+    if (!stored[i].empty()) continue;
+    stored[i] = LegalName(names[i], taken);
+    taken.insert(stored[i]);
+  }
+  return stored;
+}
+
 }  // namespace orba::tool

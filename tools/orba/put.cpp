@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -14,17 +13,19 @@
 #include "inspect/container/names.h"
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
+#include "tools/orba/digest.h"
 #include "tools/orba/each.h"
 #include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
+#include "tools/orba/incoming.h"
 #include "tools/orba/interrupt.h"
+#include "tools/orba/manifest.h"
 #include "tools/orba/name_rule.h"
 #include "tools/orba/place.h"
 #include "tools/orba/session.h"
 #include "tools/orba/standard_input.h"
 #include "tools/orba/temporary.h"
 #include "tools/orba/terminal.h"
-#include "tools/orba/volume_file.h"
 #include "tools/orba/walk.h"
 #include "tools/orba/weigh.h"
 #include "tools/orba/wildcard.h"
@@ -42,9 +43,10 @@ struct PutOptions {
   bool verbose = false;
   bool recursive = false;  // trees are put whole anyway
   std::string sync = "end";
+  std::string manifest;
 };
 
-struct Source {
+struct PutSource {
   std::string path;
   std::string name;  // that it is to have, as far as the container takes it
 };
@@ -91,7 +93,7 @@ class Planner {
         scales_(blockSize_) {}
 
   // Plans what goes into one directory of the container, which `exists` or is planned to.
-  void AddAll(const Address& directory, bool exists, const std::vector<Source>& sources) {
+  void AddAll(const Address& directory, bool exists, const std::vector<PutSource>& sources) {
     Siblings siblings;
     if (exists) {
       for (Item& item : ListItems(session_, directory)) {
@@ -115,14 +117,14 @@ class Planner {
   }
 
   // Plans one source under exactly this address.
-  void AddNamed(const Source& source, const Address& target) {
+  void AddNamed(const PutSource& source, const Address& target) {
     const std::optional<Item> there = FindItem(session_, target);
     AddOne(source, target, there.has_value() ? &*there : nullptr);
   }
 
   // Plans what a host directory holds into a directory that exists or is planned.
   void AddContents(const std::string& path, const Address& directory, bool exists) {
-    std::vector<Source> children;
+    std::vector<PutSource> children;
     for (const std::string& name : ListHostDirectory(path)) children.push_back({JoinPath(path, name), name});
     AddAll(directory, exists, children);
   }
@@ -138,39 +140,35 @@ class Planner {
     std::map<std::string, std::string> planned;  // host path by name
   };
 
-  // For each source its name in the container, empty for one that is refused. Names that fit as they are go first. What
-  // is in the container already does not matter: a source has the same name in every run.
-  std::vector<std::string> ChooseNames(const std::vector<Source>& sources, Siblings* siblings) {
-    std::vector<std::string> names(sources.size());
-    std::vector<std::size_t> others;
+  // For each source its name in the container, empty for one that is refused.
+  std::vector<std::string> ChooseNames(const std::vector<PutSource>& sources, Siblings* siblings) {
+    std::vector<std::string> given;
+    std::vector<std::size_t> places;
     for (std::size_t i = 0; i < sources.size(); ++i) {
       if (!IsThere(sources[i])) continue;
-      const std::string name = inspect::UpperCase(sources[i].name);
-      const bool fits = NameProblem(name).empty() && siblings->planned.emplace(name, sources[i].path).second;
-      if (fits) names[i] = name;
-      if (!fits) others.push_back(i);
+      given.push_back(sources[i].name);
+      places.push_back(i);
     }
-    std::set<std::string> taken;
-    for (const auto& [name, path] : siblings->planned) taken.insert(name);
-    for (const std::size_t i : others) {
-      if (!options_.rename) {
-        RefuseName(sources[i], *siblings);
-      } else {
-        names[i] = LegalName(sources[i].name, taken);
-        taken.insert(names[i]);
-      }
+    const std::vector<std::string> stored = StoredNames(given, options_.rename);
+    std::vector<std::string> names(sources.size());
+    for (std::size_t i = 0; i < stored.size(); ++i) {
+      names[places[i]] = stored[i];
+      if (!stored[i].empty()) siblings->planned.emplace(stored[i], sources[places[i]].path);
+    }
+    for (std::size_t i = 0; i < stored.size(); ++i) {
+      if (stored[i].empty()) RefuseName(sources[places[i]], *siblings);
     }
     return names;
   }
 
   // Asked before names are judged: a pattern that the shell leaves alone is not an illegal name.
-  bool IsThere(const Source& source) {
+  bool IsThere(const PutSource& source) {
     if (source.path == "-" || host::StatusOf(source.path).kind != host::Kind::kNothing) return true;
     plan_.skipped.push_back(Unreachable(source.path, errno));
     return false;
   }
 
-  void RefuseName(const Source& source, const Siblings& siblings) {
+  void RefuseName(const PutSource& source, const Siblings& siblings) {
     const std::string what = "cannot put " + source.path;
     const std::string problem = NameProblem(source.name);
     if (!problem.empty()) {
@@ -186,7 +184,7 @@ class Planner {
         "letter case makes no difference there; use --rename to give one another name", ORB_ERROR_FILE_EXISTS);
   }
 
-  void AddOne(const Source& source, const Address& target, const Item* there) {
+  void AddOne(const PutSource& source, const Address& target, const Item* there) {
     CheckInterrupt();
     if (source.path == "-") return AddFile(source, target, there, 0);
     const host::Status status = host::StatusOf(source.path);
@@ -207,7 +205,7 @@ class Planner {
     }
   }
 
-  void AddDirectory(const Source& source, const Address& target, const Item* there) {
+  void AddDirectory(const PutSource& source, const Address& target, const Item* there) {
     if (depth_ > 0 && host::OwnStatusOf(source.path).kind == host::Kind::kLink) {
       plan_.skipped.emplace_back("cannot put " + source.path, "it is a symbolic link to a directory",
                                  "give the directory itself to put it");
@@ -238,7 +236,7 @@ class Planner {
     --depth_;
   }
 
-  void AddFile(const Source& source, const Address& target, const Item* there, std::uint64_t size) {
+  void AddFile(const PutSource& source, const Address& target, const Item* there, std::uint64_t size) {
     if (IsTemporaryName(target.Name())) {
       plan_.refusals.emplace_back("cannot write " + target.Text(), "this name is kept for files that are being written",
                                   "use another name");
@@ -310,7 +308,7 @@ Plan MakePlan(const PutOptions& options, Session* session) {
     planner.AddNamed({sources[0], target.Name()}, target);
     return planner.Take(target.container);
   }
-  std::vector<Source> named;
+  std::vector<PutSource> named;
   for (const std::string& source : sources) {
     if (source == "-") {
       throw Failure("cannot put standard input", "it has no name", "say which: CONTAINER:/PATH/NAME");
@@ -326,100 +324,75 @@ Plan MakePlan(const PutOptions& options, Session* session) {
   return planner.Take(target.container);
 }
 
-using Read = std::function<std::size_t(void* buffer, std::size_t count)>;
-
-void CopyIn(Session* session, const Read& read, const Address& target, Progress* progress) {
-  constexpr std::size_t kPiece = 256 * 1024;
-  std::vector<char> buffer(kPiece);
-  std::size_t count = read(buffer.data(), kPiece);
-  if (count == 0) return;
-  VolumeFile written(session, target, ORB_OPEN_WRITE);
-  for (; count > 0; count = read(buffer.data(), kPiece)) {
-    CheckInterrupt();
-    written.Write(buffer.data(), static_cast<OrbU32>(count));
-    progress->Advance(count);
-  }
-  written.Close();
-}
-
-class Writer {
+// The checksums of what was put, on the disk under its name once all of it is.
+class ManifestFile {
  public:
-  Writer(Session* session, StandardInput* input, Progress* progress)
-      : session_(session), input_(input), progress_(progress) {}
+  ManifestFile(const std::string& path, const Address& place) : file_(path), place_(place) {}
 
-  void Do(const Step& step) {
-    progress_->SetItem(step.target.Path());
-    if (!step.isDirectory) return WriteWhole(step);
-    if (!made_.insert(session_->PathOf(step.target)).second) return;  // two sources may share it
-    CreateDirectory(session_, step.target);
-    temporary_[session_->PathOf(step.target)] = FreeTemporaryName({});
+  void Add(const Address& target, const Digest& digest, const Item& item) {
+    std::string name = target.Name();  // from the place on
+    for (std::size_t i = target.names.size(); i > place_.names.size() + 1; --i) {
+      name = target.names[i - 2] + "/" + name;
+    }
+    text_ += ManifestText({name, digest.Text(), item.size}, item.time);
+  }
+
+  void Publish() {
+    file_.Write(text_.data(), text_.size());
+    file_.Publish({}, false, true);
   }
 
  private:
-  // A file has its name when it is complete; one that does not come in whole goes again.
-  void WriteWhole(const Step& step) {
-    Address beside = step.target.Parent();
-    const std::string directory = session_->PathOf(beside);
-    beside = beside.Child(TemporaryIn(beside, directory));
-    beside.standsFor = step.target.Text();
-    try {
-      CreateFile(session_, beside);
-      Fill(step, beside);
-      if (step.replaced.has_value() && step.replaced->attributes != 0) {
-        SetAttributes(session_, beside, step.replaced->attributes);
-      }
-      if (!step.replaced.has_value()) Rename(session_, beside, step.target.Name());
-    } catch (...) {
-      OrbDeleteFileA(session_->PathOf(beside).c_str());
-      temporary_.erase(directory);  // it may be there still
-      throw;
-    }
-    if (step.replaced.has_value()) Replace(session_, beside, step.target);
-  }
+  NewHostFile file_;
+  Address place_;
+  std::string text_;
+};
 
-  void Fill(const Step& step, const Address& beside) {
+class Writer {
+ public:
+  Writer(Session* session, StandardInput* input, ManifestFile* manifest, Progress* progress)
+      : session_(session), incoming_(session, progress), input_(input), manifest_(manifest), progress_(progress) {}
+
+  void Do(const Step& step) {
+    progress_->SetItem(step.target.Path());
+    if (step.isDirectory) return incoming_.MakeDirectory(step.target);
     if (input_ != nullptr) {
-      return CopyIn(
-          session_, [this](void* to, std::size_t count) { return input_->Read(to, count); }, beside, progress_);
+      return Write(step, [this](void* to, std::size_t count) { return input_->Read(to, count); });
     }
     const Descriptor file = OpenForReading(step.source);
-    const auto read = [&](void* to, std::size_t count) { return ReadFully(file.get(), step.source, to, count); };
-    CopyIn(session_, read, beside, progress_);
+    Write(step, [&](void* to, std::size_t count) { return ReadFully(file.get(), step.source, to, count); });
   }
 
-  // A free temporary name in a directory, which is looked through once. What an interrupted run has left there goes.
-  const std::string& TemporaryIn(const Address& directory, const std::string& path) {
-    const auto known = temporary_.find(path);
-    if (known != temporary_.end()) return known->second;
-    std::vector<Item> left;
-    for (const Item& item : ListItems(session_, directory)) {
-      if (!IsTemporaryName(item.name)) continue;
-      if (item.IsDirectory()) {
-        left.push_back(item);
-        continue;
-      }
-      const Address address = directory.Child(item.name);
-      Delete(session_, address);
-      Report("removed " + address.Text() + ", which an interrupted put, cp or mv had left");
-    }
-    return temporary_[path] = FreeTemporaryName(left);
+ private:
+  void Write(const Step& step, const Source& source) {
+    const bool replaces = step.replaced.has_value();
+    const OrbU32 attributes = replaces ? step.replaced->attributes : 0;
+    if (manifest_ == nullptr) return incoming_.WriteFile(step.target, replaces, attributes, source);
+    Digest digest;
+    incoming_.WriteFile(step.target, replaces, attributes, [&](void* to, std::size_t count) {
+      const std::size_t done = source(to, count);
+      digest.Add(to, done);
+      return done;
+    });
+    manifest_->Add(step.target, digest, GetItem(session_, step.target, "find"));
   }
 
   Session* session_;
-  StandardInput* input_;  // where that is the source
+  Incoming incoming_;
+  StandardInput* input_;    // where that is the source
+  ManifestFile* manifest_;  // where one is wanted
   Progress* progress_;
-  std::set<std::string> made_;                    // directories, as the session has their paths
-  std::map<std::string, std::string> temporary_;  // names by directory
 };
 
 void PrintPair(const std::string& source, const Address& target) {
   Print(Visible(source) + " -> " + target.Text() + "\n");
 }
 
-int CarryOut(const PutOptions& options, Session* session, StandardInput* input, const Plan& plan) {
+int CarryOut(const PutOptions& options, Session* session, StandardInput* input, ManifestFile* manifest,
+             const Plan& plan) {
   int status = plan.skipped.empty() ? kSuccess : kFailed;
   Progress progress("put", plan.work, options.quiet);
-  Writer writer(session, input, &progress);
+  Writer writer(session, input, manifest, &progress);
   const Address* missing = nullptr;  // a directory that could not be made
   std::size_t leftOut = 0;
   bool stopped = false;
@@ -456,9 +429,17 @@ int PutAll(const PutOptions& options, StandardInput* input) {
     Report("nothing was put");
     return kFailed;
   }
+  std::optional<ManifestFile> manifest;
+  if (!options.manifest.empty()) {
+    if (HostFileExists(options.manifest)) {
+      throw HostFailure("cannot write " + options.manifest, EEXIST, "use another name; nothing was put");
+    }
+    manifest.emplace(options.manifest, ParseAddress(options.operands.back()));
+  }
   for (const auto& [source, target] : plan.renamed) PrintPair(source, target);
-  const int status = CarryOut(options, &session, input, plan);
+  const int status = CarryOut(options, &session, input, manifest.has_value() ? &*manifest : nullptr, plan);
   session.Close();
+  if (manifest.has_value()) manifest->Publish();
   return status;
 }
 
@@ -491,6 +472,7 @@ Run DefinePut(Syntax* syntax) {
   syntax->Choice("--sync", "WHEN", &options->sync, {"end", "each"},
                  "when what was put is on the disk: at the end of the command (unless you say otherwise) or after each "
                  "file");
+  syntax->Text("--manifest", "FILE", &options->manifest, "write the checksums of what was put into a new file");
   syntax->Flag("-v,--verbose", &options->verbose, "print each file");
   syntax->Flag("-q,--quiet", &options->quiet, "draw no progress");
   syntax->Flag("-r,-R,--recursive", &options->recursive, "accepted for habit: directories are always put whole");
@@ -519,7 +501,9 @@ const Command kPutCommand = {
     "names of one directory apart. A source has the same new name in every run, so that --force and --no-clobber "
     "work as usual. The new names are printed.\n\n"
     "Files in a container have the time when they were written there; the host's times cannot be stored. What is "
-    "neither file nor directory is left out, and so are links to directories below the sources.",
+    "neither file nor directory is left out, and so are links to directories below the sources.\n\n"
+    "--manifest writes the SHA-256 of each file that was put, as it was read, in the format of sha256sum, with names "
+    "from PATH on: orba verify CONTAINER:/PATH FILE compares with it later.",
     "orba put report.txt card.orb:/  # becomes /REPORT.TXT\n"
     "orba put config/. card.orb:/CONFIG\n"
     "orba put --rename 'My Photos' card.orb:/\n"

@@ -44,7 +44,7 @@ std::uint64_t FreeSpace(const std::string& path);  // for new data on the disk o
 int OpenForReading(const std::string& path);  // never waits, not even for the writer of a pipe
 int OpenForWriting(const std::string& path);  // for reading as well; the file must be there
 int CreateNew(const std::string& path);       // EEXIST where the name is taken
-// Replaces the X at the path's end so that the name is new. Other users can read the file as far as they may read new
+// For reading as well. Replaces the X at the path's end so that the name is new. Other users can read the file as far as they may read new
 // files of this user.
 int CreateTemporary(std::string* path);
 int DuplicateStandardInput();

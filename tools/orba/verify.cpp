@@ -1,0 +1,340 @@
+// manifest and verify: what a container holds, written down and compared.
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <optional>
+
+#include "inspect/check/finding.h"
+#include "inspect/container/names.h"
+#include "tools/orba/command.h"
+#include "tools/orba/commands.h"
+#include "tools/orba/contents.h"
+#include "tools/orba/digest.h"
+#include "tools/orba/host/host.h"
+#include "tools/orba/host_file.h"
+#include "tools/orba/look.h"
+#include "tools/orba/manifest.h"
+#include "tools/orba/name_rule.h"
+#include "tools/orba/terminal.h"
+
+namespace orba::tool {
+
+namespace {
+
+std::string DigestOf(Look* look, const Match& file) {
+  Digest digest;
+  look->Read(file, [&digest](const std::uint8_t* bytes, std::size_t count) {
+    digest.Add(bytes, count);
+    return true;
+  });
+  return digest.Text();
+}
+
+std::vector<Content> ContentsAt(Look* look, const std::string& operand, const char* action) {
+  const Address address = ParseAddress(operand);
+  return ContentsOf(look, {address, GetItem(look, address, action)});
+}
+
+// ---- manifest -------------------------------------------------------------------------------------------------------
+
+int RunManifest(const std::string& operand) {
+  Look look;
+  const std::vector<Content> contents = ContentsAt(&look, operand, "list");
+  int status = kSuccess;
+  for (const Content& content : contents) {
+    if (content.match.item.IsDirectory()) continue;
+    try {
+      const std::string digest = DigestOf(&look, content.match);
+      Print(ManifestText({content.name, digest, content.match.item.size}, content.match.item.time));
+    } catch (const Failure& failure) {
+      Report(failure);
+      status = kFailed;
+    }
+  }
+  return look.Finish(status);
+}
+
+Run DefineManifest(Syntax* syntax) {
+  auto operand = std::make_shared<std::string>();
+  syntax->One("CONTAINER[:/PATH]", operand.get());
+  return [operand] { return RunManifest(*operand); };
+}
+
+// ---- verify ---------------------------------------------------------------------------------------------------------
+
+// What verify exits with, beside kSuccess and kUsage: as diff does.
+constexpr int kDifferent = 1;
+constexpr int kCouldNotVerify = 2;
+
+struct VerifyOptions {
+  std::string container;
+  std::string reference;
+  bool ignoreExtra = false;
+  bool rename = false;
+  bool verbose = false;
+  bool quiet = false;
+};
+
+// Something that is to be in the container.
+struct Expected {
+  std::string name;  // as the reference has it
+  bool isDirectory = false;
+  std::optional<std::uint64_t> size;
+  std::string digest;  // of a manifest
+  std::string path;    // of a tree
+};
+
+// By the name in the container; what no container can hold is there under its own.
+struct Reference {
+  bool isTree = false;
+  std::map<std::string, Expected> expected;
+  bool whole = true;  // all of it could be read
+
+  void Add(const std::string& stored, Expected one) {
+    const std::string name = one.name;
+    if (!expected.emplace(stored, one).second) expected.emplace(name + " ", std::move(one));
+  }
+};
+
+// Without what counts for nothing: "./LOGS//DAY1.TXT" is "LOGS/DAY1.TXT".
+std::string PlainPath(const std::string& path) {
+  std::string plain = path.compare(0, 1, "/") == 0 ? "/" : "";
+  std::size_t start = 0;
+  while (start <= path.size()) {
+    const std::size_t end = std::min(path.find('/', start), path.size());
+    const std::string name = path.substr(start, end - start);
+    start = end + 1;
+    if (name.empty() || name == ".") continue;
+    if (!plain.empty() && plain.back() != '/') plain += '/';
+    plain += name;
+  }
+  return plain;
+}
+
+Reference ReferenceIn(const std::string& manifest) {
+  Reference reference;
+  for (ManifestEntry& entry : ReadManifest(manifest)) {
+    const std::string stored = inspect::UpperCase(PlainPath(entry.name));
+    reference.Add(stored, {entry.name, false, entry.size, std::move(entry.digest), ""});
+  }
+  return reference;
+}
+
+class TreeReader {
+ public:
+  TreeReader(const VerifyOptions& options, Reference* reference) : options_(options), reference_(reference) {}
+
+  void Add(const std::string& path, const std::string& name, const std::string& stored) {
+    const std::vector<std::string> names = ListHostDirectory(path);
+    const std::vector<std::string> storedNames = StoredNames(names, options_.rename);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      // What cannot be stored is missing, under a name that is in no container.
+      const std::string last = storedNames[i].empty() ? names[i] + " " : storedNames[i];
+      AddOne(JoinPath(path, names[i]), name.empty() ? names[i] : JoinPath(name, names[i]),
+             stored.empty() ? last : stored + "/" + last);
+    }
+  }
+
+ private:
+  void AddOne(const std::string& path, const std::string& name, const std::string& stored) {
+    const host::Status status = host::StatusOf(path);
+    const bool link = host::OwnStatusOf(path).kind == host::Kind::kLink;
+    if (status.kind == host::Kind::kFile) {
+      reference_->Add(stored, {name, false, status.size, "", path});
+    } else if (status.kind == host::Kind::kDirectory && !link) {
+      reference_->Add(stored, {name, true, std::nullopt, "", path});
+      Add(path, name, stored);
+    } else {
+      reference_->whole = false;
+      Report(Failure("cannot compare " + path,
+                     link ? "it is a symbolic link to a directory, or leads nowhere"
+                          : "it is not an ordinary file but " + KindText(status.kind),
+                     "a container holds files and directories only"));
+    }
+  }
+
+  const VerifyOptions& options_;
+  Reference* reference_;
+};
+
+Reference ReferenceOf(const VerifyOptions& options) {
+  if (!IsHostDirectory(options.reference)) return ReferenceIn(options.reference);
+  Reference reference;
+  reference.isTree = true;
+  TreeReader(options, &reference).Add(options.reference, "", "");
+  return reference;
+}
+
+bool HasContentsOf(Look* look, const Match& file, const std::string& path) {
+  const Descriptor other = OpenForReading(path);
+  std::vector<char> buffer;
+  bool same = true;
+  look->Read(file, [&](const std::uint8_t* bytes, std::size_t count) {
+    buffer.resize(count);
+    same = ReadFully(other.get(), path, buffer.data(), count) == count &&
+           std::equal(bytes, bytes + count, reinterpret_cast<const std::uint8_t*>(buffer.data()));
+    return same;
+  });
+  char more = 0;
+  return same && ReadFully(other.get(), path, &more, 1) == 0;
+}
+
+class Verifier {
+ public:
+  Verifier(const VerifyOptions& options, Look* look, const Reference& reference)
+      : options_(options), look_(look), reference_(reference) {}
+
+  int Run(const std::vector<Content>& contents) {
+    std::map<std::string, const Content*> there;
+    std::uint64_t work = 0;
+    for (const Content& content : contents) {
+      there[content.name] = &content;
+      work += content.match.item.size + Progress::kFile;
+    }
+    Progress progress("verify", work, options_.quiet);
+    for (const auto& [stored, expected] : reference_.expected) {
+      const auto found = there.find(stored);
+      if (found == there.end()) {
+        Tell("missing", expected.name, "");
+        ++missing_;
+        continue;
+      }
+      progress.SetItem(stored);
+      Compare(expected, found->second->match);
+      progress.Advance(found->second->match.item.size + Progress::kFile);
+      there.erase(found);
+    }
+    Progress::Hide();
+    for (const Content& content : contents) {
+      if (there.count(content.name) != 0) TellExtra(content);
+    }
+    return Summary();
+  }
+
+ private:
+  void Compare(const Expected& expected, const Match& found) {
+    try {
+      const std::string difference = DifferenceOf(expected, found);
+      if (difference.empty()) {
+        if (!expected.isDirectory) ++same_;
+        if (options_.verbose && !expected.isDirectory) Tell("same", expected.name, "");
+        return;
+      }
+      Tell("changed", expected.name, difference);
+      ++changed_;
+    } catch (const Failure& failure) {
+      Report(failure);
+      ++unread_;
+    }
+  }
+
+  std::string DifferenceOf(const Expected& expected, const Match& found) {
+    if (expected.isDirectory != found.item.IsDirectory()) {
+      return found.item.IsDirectory() ? "a directory, not a file" : "a file, not a directory";
+    }
+    if (expected.isDirectory) return "";
+    if (expected.size.has_value() && *expected.size != found.item.size) {
+      return inspect::Counted(found.item.size, "byte") + ", not " + std::to_string(*expected.size);
+    }
+    const bool same =
+        expected.path.empty() ? DigestOf(look_, found) == expected.digest : HasContentsOf(look_, found, expected.path);
+    return same ? "" : "other contents";
+  }
+
+  // A manifest tells of files alone.
+  void TellExtra(const Content& content) {
+    if (options_.ignoreExtra || (content.match.item.IsDirectory() && !reference_.isTree)) return;
+    Tell("extra", content.name, "");
+    ++extra_;
+  }
+
+  void Tell(const char* verdict, const std::string& name, const std::string& difference) const {
+    if (options_.quiet) return;
+    Print(PadRight(verdict, 9) + Visible(name) + (difference.empty() ? "" : ": " + difference) + "\n");
+  }
+
+  int Summary() {
+    const int status = missing_ + changed_ + extra_ > 0 ? kDifferent : kSuccess;
+    if (!options_.quiet) {
+      Print(inspect::Counted(same_, "file is", "files are") + " the same, " + std::to_string(missing_) + " missing, " +
+            std::to_string(changed_) + " changed, " + std::to_string(extra_) + " extra\n");
+    }
+    return unread_ > 0 || !reference_.whole ? kCouldNotVerify : status;
+  }
+
+  const VerifyOptions& options_;
+  Look* look_;
+  const Reference& reference_;
+  std::uint64_t same_ = 0;
+  std::uint64_t missing_ = 0;
+  std::uint64_t changed_ = 0;
+  std::uint64_t extra_ = 0;
+  std::uint64_t unread_ = 0;
+};
+
+int Verify(const VerifyOptions& options) {
+  Look look;
+  const std::vector<Content> contents = ContentsAt(&look, options.container, "verify");
+  const Reference reference = ReferenceOf(options);
+  const int status = Verifier(options, &look, reference).Run(contents);
+  constexpr int kNothingTold = -1;
+  return look.Finish(kNothingTold) == kNothingTold ? status : kCouldNotVerify;
+}
+
+int RunVerify(const VerifyOptions& options) {
+  SetStatusWithoutMemory(kCouldNotVerify);
+  try {
+    const int status = Verify(options);
+    FlushOutput();
+    return status;
+  } catch (const UsageFailure&) {
+    throw;
+  } catch (const Failure& failure) {
+    Report(failure);
+  } catch (const OutputClosed&) {
+    // Nobody reads any more what differs.
+  }
+  return kCouldNotVerify;
+}
+
+Run DefineVerify(Syntax* syntax) {
+  auto options = std::make_shared<VerifyOptions>();
+  syntax->Flag("--ignore-extra", &options->ignoreExtra, "what the manifest or tree does not have is no difference");
+  syntax->Flag("--rename", &options->rename, "expect the names that put --rename gives to the files of a tree");
+  syntax->Flag("-v,--verbose", &options->verbose, "print the files that are the same too");
+  syntax->Flag("-q,--quiet", &options->quiet, "print nothing: the exit status tells");
+  syntax->One("CONTAINER[:/PATH]", &options->container);
+  syntax->One("MANIFEST|TREE", &options->reference);
+  return [options] { return RunVerify(*options); };
+}
+
+}  // namespace
+
+const Command kManifestCommand = {
+    "manifest",
+    kTransferGroup,
+    "CONTAINER[:/PATH]",
+    "print the checksums of all files",
+    "Prints the SHA-256 of each file in the format of sha256sum, names from PATH on, with sizes and times (UTC) in "
+    "comments. \"sha256sum -c\" checks with it what get has copied; verify checks a container. Contents have no "
+    "checksums inside a container: a manifest tells later whether they are still the same.",
+    "orba manifest card.orb > card.sha256\n"
+    "orba get card.orb backup && cd backup && sha256sum -c ../card.sha256",
+    DefineManifest,
+};
+
+const Command kVerifyCommand = {
+    "verify",
+    kTransferGroup,
+    "CONTAINER[:/PATH] MANIFEST|TREE",
+    "compare what a container holds with a manifest or a tree",
+    "Compares the contents of PATH and everything below it with a manifest, as manifest, put --manifest or sha256sum "
+    "write it (\"-\" is standard input), or with a directory of the host, byte for byte. Prints what is missing in the "
+    "container, changed or extra. Letter case makes no difference in names; times are not compared.\n\n"
+    "Exits with 0 when nothing differs, 1 when something does, 2 when something could not be compared.",
+    "orba verify card.orb:/LOGS logs.sha256  # which put --manifest has written\n"
+    "orba verify card.orb backup",
+    DefineVerify,
+};
+
+}  // namespace orba::tool
