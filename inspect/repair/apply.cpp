@@ -114,7 +114,7 @@ bool ReadUndo(const std::vector<std::uint8_t>& file, Undo* undo) {
 
 // The checksum goes on over the container from `start` to `end`. What the host cannot read counts as zeros.
 std::uint32_t SumUp(std::uint32_t sum, const Image& image, std::uint64_t start, std::uint64_t end) {
-  std::vector<std::uint8_t> bytes(std::min<std::uint64_t>(65536, end - start));
+  std::vector<std::uint8_t> bytes(static_cast<std::size_t>(std::min<std::uint64_t>(65536, end - start)));
   while (start < end) {
     const auto part = static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), end - start));
     if (!image.Read(start, bytes.data(), part)) std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
