@@ -42,6 +42,7 @@ NEIGHBOURS = {
     "memfile/": ["memfile/"],
     "inspect/": ["inspect/", "src/volume/layout.h", "src/base/name_symbols.h"],
     "tools/orba/": ["tools/orba/", "inspect/", "src/volume/layout.h", "src/base/name_symbols.h", "include/orba.h"],
+    "explorer/": ["explorer/", "inspect/", "src/volume/layout.h"],
     "examples/": ["examples/", "include/orba.h"],
     "bench/": ["bench/", "src/platform/coredll.h", "include/orba.h"],
     "tests/api/": ["tests/api/", "include/orba.h"],
@@ -99,7 +100,8 @@ def resolve(root, path, name):
 def read(root):
     """Each source file of the project: its quoted includes (line, name, file), its system headers, its conditions."""
     files = {}
-    for folder in ("src", "include", "memfile", "inspect", "tools", "examples", "bench", "tests"):
+    for folder in ("src", "include", "memfile", "inspect", "tools", "explorer/bridge", "examples", "bench",
+                   "tests"):
         for file in sorted((root / folder).rglob("*")):
             if file.suffix in SOURCES:
                 path = file.relative_to(root).as_posix()

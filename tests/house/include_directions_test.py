@@ -92,6 +92,11 @@ class IncludeDirections(unittest.TestCase):
             src__files__find_h="",
             inspect__view__map_cpp='#include <cstdio>\n\nauto a = std::fopen("a", "r");\nauto b = std::snprintf;\n'))
 
+    def test_page_that_uses_the_library_is_found(self):
+        self.assertEqual(["explorer/bridge/bridge.cpp:2: explorer/ does not include include/orba.h"], self.faults(
+            include__orba_h="", src__files__find_h="", inspect__view__map_h="",
+            explorer__bridge__bridge_cpp='#include "inspect/view/map.h"\n#include "orba.h"\n'))
+
     def test_black_box_test_that_looks_inside_is_found(self):
         self.assertEqual(["tests/api/open_test.cpp:1: tests/api/ does not include src/base/error.h"], self.faults(
             src__base__error_h="", tests__api__open_test_cpp='#include "../../src/base/error.h"\n'))

@@ -13,8 +13,8 @@ import pathlib
 import re
 import sys
 
-SKIPPED = {".git", "build", "dist", "__pycache__"}
-CODE = {".h", ".c", ".cpp", ".py", ".cmake", ".inc", ".def", ".ld", ".in", ".sh", ".js", ".ts", ".css", ".html"}
+SKIPPED = {".git", "build", "dist", "__pycache__", "node_modules"}
+CODE = {".h", ".c", ".cpp", ".py", ".cmake", ".inc", ".def", ".ld", ".in", ".sh", ".js", ".mjs", ".ts", ".css", ".html"}
 TEXT = CODE | {".md", ".txt", ".json", ".yml", ".svg", ""}
 LONGEST = 120
 WRITTEN = {"expected"}  # folders of files that tests write
