@@ -173,6 +173,19 @@ void Look::Read(const Match& file, const inspect::Reader::Take& take) {
   throw Failure("cannot read " + file.address.Text() + " beyond byte " + std::to_string(done), ToText(problem), "");
 }
 
+std::size_t Look::ReadAt(const Match& file, std::uint32_t position, void* buffer, std::uint32_t count) {
+  CheckInterrupt();
+  inspect::Reader& reader = Open(file.address).reader;
+  inspect::Node node;
+  std::uint32_t done = 0;
+  Problem problem = reader.ReadNode(file.item.node, &node);
+  if (!problem.IsFailure()) problem = reader.Read(node, position, buffer, count, &done);
+  if (!problem.IsFailure()) return done;
+  damaged_.insert(file.address.container);
+  throw Failure("cannot read " + file.address.Text() + " beyond byte " + std::to_string(position + done),
+                ToText(problem), "");
+}
+
 std::vector<Item> LookWalker::List(const Match& directory) {
   const std::size_t depth = directory.address.names.size();
   const OrbU32 number = directory.item.node;

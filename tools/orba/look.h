@@ -37,6 +37,9 @@ class Look : public Places {
   // Hands the contents of a file to `take`, piece by piece. Throws when not all of it can be read.
   void Read(const Match& file, const inspect::Reader::Take& take);
 
+  // Up to `count` bytes of a file from `position` on, fewer at its end alone. Throws when one of them cannot be read.
+  std::size_t ReadAt(const Match& file, std::uint32_t position, void* buffer, std::uint32_t count);
+
   // Reports "WHAT: WHY" as something that cannot be read; further ones beyond the first are counted alone.
   void Tell(const Address& address, const std::string& what, const std::string& why);
 

@@ -21,9 +21,9 @@ void RequireLegal(const Address& address);
 // is shortened before its ending, and a number tells equal names apart.
 std::string LegalName(const std::string& name, const std::set<std::string>& taken);
 
-// The name in a container of each of `names`, which one directory is to hold: its own, in upper case, where that is legal
-// and none before it has the same. Of the others it is empty or, with `rename`, legal and unlike all others. What is in
-// the container already does not matter: the same names come out in every run.
+// The name in a container of each of `names`, which one directory is to hold: its own, in upper case, where that is
+// legal and none before it has the same. Of the others it is empty or, with `rename`, legal and unlike all others. What
+// is in the container already does not matter: the same names come out in every run.
 std::vector<std::string> StoredNames(const std::vector<std::string>& names, bool rename);
 
 }  // namespace orba::tool

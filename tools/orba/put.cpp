@@ -1,5 +1,6 @@
-// put: files and trees from the host into a container. First a plan is made of everything, with each name and
-// conflict checked; only a plan without a refusal is carried out.
+// put: files and trees from the host into a container.
+#include "tools/orba/put.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -34,38 +35,9 @@ namespace orba::tool {
 
 namespace {
 
-struct PutOptions {
-  std::vector<std::string> operands;
-  bool force = false;
-  bool noClobber = false;
-  bool rename = false;
-  bool quiet = false;
-  bool verbose = false;
-  bool recursive = false;  // trees are put whole anyway
-  std::string sync = "end";
-  std::string manifest;
-};
-
 struct PutSource {
   std::string path;
   std::string name;  // that it is to have, as far as the container takes it
-};
-
-struct Step {
-  std::string source;
-  Address target;
-  std::uint64_t size = 0;
-  bool isDirectory = false;
-  std::optional<Item> replaced;  // the file that is there
-};
-
-struct Plan {
-  std::vector<Step> steps;  // directories before what they hold
-  std::vector<Failure> refusals;
-  std::vector<Failure> skipped;
-  std::vector<std::pair<std::string, Address>> renamed;
-  std::uint64_t work = 0;
-  std::optional<Failure> noRoom;  // for all of it
 };
 
 Failure TakenTarget(const Address& target, const char* kind, const std::string& advice) {
@@ -85,18 +57,18 @@ Failure Unreachable(const std::string& path, int error) {
 
 class Planner {
  public:
-  Planner(const PutOptions& options, Session* session, const Address& target)
+  Planner(const PutOptions& options, Places* places, const Address& target, std::uint64_t blockSize)
       : options_(options),
-        session_(session),
+        places_(places),
         container_(host::StatusOf(target.container)),
-        blockSize_(session->BlockSize(target)),
+        blockSize_(blockSize),
         scales_(blockSize_) {}
 
   // Plans what goes into one directory of the container, which `exists` or is planned to.
   void AddAll(const Address& directory, bool exists, const std::vector<PutSource>& sources) {
     Siblings siblings;
     if (exists) {
-      for (Item& item : ListItems(session_, directory)) {
+      for (Item& item : places_->List(directory)) {
         if (IsTemporaryName(item.name) && !item.IsDirectory()) scales_.AddLeft(item.size);  // it goes before
         siblings.existing.emplace(item.name, item);
       }
@@ -118,7 +90,7 @@ class Planner {
 
   // Plans one source under exactly this address.
   void AddNamed(const PutSource& source, const Address& target) {
-    const std::optional<Item> there = FindItem(session_, target);
+    const std::optional<Item> there = places_->Find(target);
     AddOne(source, target, there.has_value() ? &*there : nullptr);
   }
 
@@ -129,7 +101,7 @@ class Planner {
     AddAll(directory, exists, children);
   }
 
-  Plan Take(const std::string& container) {
+  PutPlan Take(const std::string& container) {
     plan_.noRoom = scales_.Refusal(container);
     return std::move(plan_);
   }
@@ -262,7 +234,7 @@ class Planner {
     const Address directory = target.Parent();
     const std::string path = directory.Path();
     if (sizes_.count(path) == 0) {
-      const std::optional<Item> item = FindItem(session_, directory);
+      const std::optional<Item> item = places_->Find(directory);
       sizes_[path] = item.has_value() ? item->size : 0;
     }
     scales_.AddEntry(path, sizes_[path]);
@@ -282,8 +254,8 @@ class Planner {
   }
 
   const PutOptions& options_;
-  Session* session_;
-  Plan plan_;
+  Places* places_;
+  PutPlan plan_;
   unsigned depth_ = 0;  // below the operands
   host::Status container_;
   std::uint64_t blockSize_;
@@ -291,20 +263,21 @@ class Planner {
   std::map<std::string, std::uint64_t> sizes_;  // of directories, 0 for a planned one
 };
 
-// What the last operand refers to decides where the sources go and under which names.
-Plan MakePlan(const PutOptions& options, Session* session) {
+}  // namespace
+
+PutPlan PlanPut(const PutOptions& options, Places* places, std::uint64_t blockSize) {
   const std::vector<std::string> sources(options.operands.begin(), options.operands.end() - 1);
   const Address target = ParseAddress(options.operands.back());
   RequireLegal(target);
-  const std::optional<Item> there = FindItem(session, target);
+  const std::optional<Item> there = places->Find(target);
   const bool intoDirectory = there.has_value() && there->IsDirectory();
-  Planner planner(options, session, target);
+  Planner planner(options, places, target, blockSize);
   if (!intoDirectory) {
     if (sources.size() > 1 || (target.asDirectory && !IsHostDirectory(sources[0]))) {
       throw LibraryFailure("cannot put anything into " + target.Text(), target.container,
                            there.has_value() ? ORB_ERROR_NOT_A_DIRECTORY : ORB_ERROR_PATH_NOT_FOUND);
     }
-    GetItem(session, target.Parent(), "find");
+    GetItem(places, target.Parent(), "find");
     planner.AddNamed({sources[0], target.Name()}, target);
     return planner.Take(target.container);
   }
@@ -323,6 +296,8 @@ Plan MakePlan(const PutOptions& options, Session* session) {
   planner.AddAll(target, true, named);
   return planner.Take(target.container);
 }
+
+namespace {
 
 // The checksums of what was put, on the disk under its name once all of it is.
 class ManifestFile {
@@ -353,7 +328,7 @@ class Writer {
   Writer(Session* session, StandardInput* input, ManifestFile* manifest, Progress* progress)
       : session_(session), incoming_(session, progress), input_(input), manifest_(manifest), progress_(progress) {}
 
-  void Do(const Step& step) {
+  void Do(const PutStep& step) {
     progress_->SetItem(step.target.Path());
     if (step.isDirectory) return incoming_.MakeDirectory(step.target);
     if (input_ != nullptr) {
@@ -364,7 +339,7 @@ class Writer {
   }
 
  private:
-  void Write(const Step& step, const Source& source) {
+  void Write(const PutStep& step, const Source& source) {
     const bool replaces = step.replaced.has_value();
     const OrbU32 attributes = replaces ? step.replaced->attributes : 0;
     if (manifest_ == nullptr) return incoming_.WriteFile(step.target, replaces, attributes, source);
@@ -389,14 +364,14 @@ void PrintPair(const std::string& source, const Address& target) {
 }
 
 int CarryOut(const PutOptions& options, Session* session, StandardInput* input, ManifestFile* manifest,
-             const Plan& plan) {
+             const PutPlan& plan) {
   int status = plan.skipped.empty() ? kSuccess : kFailed;
   Progress progress("put", plan.work, options.quiet);
   Writer writer(session, input, manifest, &progress);
   const Address* missing = nullptr;  // a directory that could not be made
   std::size_t leftOut = 0;
   bool stopped = false;
-  for (const Step& step : plan.steps) {
+  for (const PutStep& step : plan.steps) {
     CheckInterrupt();
     if (stopped || (missing != nullptr && missing->Holds(step.target))) {
       ++leftOut;
@@ -419,16 +394,15 @@ int CarryOut(const PutOptions& options, Session* session, StandardInput* input, 
   return status;
 }
 
-int PutAll(const PutOptions& options, StandardInput* input) {
-  Session session(options.sync == "each" ? Session::kEach : Session::kAtTheEnd);
-  const Plan plan = MakePlan(options, &session);
-  ReportAll(plan.skipped);
-  if (!plan.refusals.empty() || plan.noRoom.has_value()) {
-    ReportAll(plan.refusals);
-    if (plan.noRoom.has_value()) Report(*plan.noRoom);
-    Report("nothing was put");
-    return kFailed;
-  }
+}  // namespace
+
+void PutPlan::Tell() const {
+  ReportAll(skipped);
+  ReportAll(refusals);
+  if (noRoom.has_value()) Report(*noRoom);
+}
+
+int CarryOutPut(const PutOptions& options, Session* session, StandardInput* input, const PutPlan& plan) {
   std::optional<ManifestFile> manifest;
   if (!options.manifest.empty()) {
     if (HostFileExists(options.manifest)) {
@@ -437,10 +411,24 @@ int PutAll(const PutOptions& options, StandardInput* input) {
     manifest.emplace(options.manifest, ParseAddress(options.operands.back()));
   }
   for (const auto& [source, target] : plan.renamed) PrintPair(source, target);
-  const int status = CarryOut(options, &session, input, manifest.has_value() ? &*manifest : nullptr, plan);
-  session.Close();
+  const int status = CarryOut(options, session, input, manifest.has_value() ? &*manifest : nullptr, plan);
+  session->Close();
   if (manifest.has_value()) manifest->Publish();
   return status;
+}
+
+namespace {
+
+int PutAll(const PutOptions& options, StandardInput* input) {
+  Session session(options.sync == "each" ? Session::kEach : Session::kAtTheEnd);
+  MountedPlaces places(&session);
+  const PutPlan plan = PlanPut(options, &places, session.BlockSize(ParseAddress(options.operands.back())));
+  plan.Tell();
+  if (plan.IsRefused()) {
+    Report("nothing was put");
+    return kFailed;
+  }
+  return CarryOutPut(options, &session, input, plan);
 }
 
 int RunPut(const PutOptions& options) {

@@ -54,9 +54,10 @@ void Session::Close() {
 }
 
 const Session::Volume& Session::Mount(const Address& address) {
-  const std::string& container = address.container;
-  const auto known = ids_.find(container);
+  const auto known = ids_.find(address.container);
   if (known != ids_.end()) return volumes_.at(known->second);
+  const auto elsewhere = files_.find(address.container);
+  const std::string& container = elsewhere == files_.end() ? address.container : elsewhere->second;
   const host::Status status = host::StatusOf(container);
   if (status.kind == host::Kind::kNothing || volumes_.count(status.id) == 0) {
     const std::string name = "V" + std::to_string(++mounted_);
@@ -64,9 +65,9 @@ const Session::Volume& Session::Mount(const Address& address) {
     OrbU32 code = MountAs(name, container);
     while (code == ORB_ERROR_CONTAINER_IN_USE && patience.WaitMore()) code = MountAs(name, container);
     if (code != ORB_ERROR_NONE) throw MountFailure(address, code, status);
-    volumes_.emplace(status.id, Volume{name, container, OpenForReading(container == "-" ? "./-" : container)});
+    volumes_.emplace(status.id, Volume{name, address.container, OpenForReading(container == "-" ? "./-" : container)});
   }
-  ids_[container] = status.id;
+  ids_[address.container] = status.id;
   return volumes_.at(status.id);
 }
 

@@ -28,6 +28,9 @@ class Session {
   // Unmounts everything; throws when a container did not close cleanly or not all of it is on the disk.
   void Close();
 
+  // The container of this name is the host's file `file`.
+  void PlaceAt(const std::string& container, const std::string& file) { files_[container] = file; }
+
   // The path by which the library knows the place, such as "V1:/LOGS". Mounts the container.
   std::string PathOf(const Address& address);
 
@@ -46,6 +49,7 @@ class Session {
   // The same container may be written in several ways.
   std::map<std::string, host::FileId> ids_;
   std::map<host::FileId, Volume> volumes_;
+  std::map<std::string, std::string> files_;  // of containers that are elsewhere
   unsigned mounted_ = 0;
 };
 

@@ -135,10 +135,22 @@ void Syntax::Size(const char* names, const char* value, std::optional<std::uint3
 
 void Syntax::SizeOutOf(const char* names, const char* value, std::uint32_t* size,
                        const std::vector<std::uint32_t>& choices, const char* meaning) {
-  Option& option = Add(names, value, meaning, [size, choices](const std::string& text) {
+  AddSizeOutOf(
+      names, value, [size](std::uint32_t given) { *size = given; }, choices, meaning);
+}
+
+void Syntax::SizeOutOf(const char* names, const char* value, std::optional<std::uint32_t>* size,
+                       const std::vector<std::uint32_t>& choices, const char* meaning) {
+  AddSizeOutOf(
+      names, value, [size](std::uint32_t given) { *size = given; }, choices, meaning);
+}
+
+void Syntax::AddSizeOutOf(const char* names, const char* value, const std::function<void(std::uint32_t)>& set,
+                          const std::vector<std::uint32_t>& choices, const char* meaning) {
+  Option& option = Add(names, value, meaning, [set, choices](const std::string& text) {
     const std::optional<std::uint64_t> given = SizeIn(text);
     if (!given.has_value() || std::find(choices.begin(), choices.end(), *given) == choices.end()) return false;
-    *size = static_cast<std::uint32_t>(*given);
+    set(static_cast<std::uint32_t>(*given));
     return true;
   });
   for (const std::uint32_t choice : choices) option.choices.push_back(std::to_string(choice));

@@ -56,6 +56,8 @@ class Syntax {
             const char* meaning);
   void SizeOutOf(const char* names, const char* value, std::uint32_t* size, const std::vector<std::uint32_t>& choices,
                  const char* meaning);
+  void SizeOutOf(const char* names, const char* value, std::optional<std::uint32_t>* size,
+                 const std::vector<std::uint32_t>& choices, const char* meaning);
 
   // The flag that makes Parse return false: --help, and -h where that means nothing else.
   void Help();
@@ -72,6 +74,8 @@ class Syntax {
   const std::vector<std::pair<std::string, std::string>>& excluded() const { return excluded_; }
 
  private:
+  void AddSizeOutOf(const char* names, const char* value, const std::function<void(std::uint32_t)>& set,
+                    const std::vector<std::uint32_t>& choices, const char* meaning);
   Option& Add(const char* names, const char* value, const char* meaning, std::function<bool(const std::string&)> take);
 
   std::vector<Option> options_;

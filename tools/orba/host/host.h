@@ -44,8 +44,8 @@ std::uint64_t FreeSpace(const std::string& path);  // for new data on the disk o
 int OpenForReading(const std::string& path);  // never waits, not even for the writer of a pipe
 int OpenForWriting(const std::string& path);  // for reading as well; the file must be there
 int CreateNew(const std::string& path);       // EEXIST where the name is taken
-// For reading as well. Replaces the X at the path's end so that the name is new. Other users can read the file as far as they may read new
-// files of this user.
+// For reading as well. Replaces the X at the path's end so that the name is new. Other users can read the file as far
+// as they may read new files of this user.
 int CreateTemporary(std::string* path);
 int DuplicateStandardInput();
 bool Close(int file);  // false where something written before has failed; closed all the same
@@ -83,6 +83,10 @@ void TakeOverSyncs();
 // ---- Names ----------------------------------------------------------------------------------------------------------
 
 bool Rename(const std::string& from, const std::string& to, bool overwrite);
+// Puts the file `by` in the place of the file `path` in one step, and lets it have the same permissions. The old one is
+// kept under the new name `kept`, unless that is empty; EEXIST where the name is taken. Only a file system that cannot
+// give a file two names has nothing at `path` for a moment then. On failure `path` is as before.
+bool Replace(const std::string& path, const std::string& by, const std::string& kept);
 bool Remove(const std::string& path);
 bool RemoveDirectory(const std::string& path);  // an empty one
 bool MakeDirectory(const std::string& path);

@@ -191,6 +191,24 @@ bool Rename(const std::string& from, const std::string& to, bool overwrite) {
   return rename(from.c_str(), to.c_str()) == 0;
 }
 
+bool Replace(const std::string& path, const std::string& by, const std::string& kept) {
+  struct stat old = {};
+  if (stat(path.c_str(), &old) != 0 || chmod(by.c_str(), old.st_mode & 07777) != 0) return false;
+  if (kept.empty()) return rename(by.c_str(), path.c_str()) == 0;
+  const bool linked = link(path.c_str(), kept.c_str()) == 0;
+  if (!linked && errno != EPERM && errno != EOPNOTSUPP && errno != EMLINK) return false;
+  if (!linked && !Rename(path, kept, false)) return false;
+  if (rename(by.c_str(), path.c_str()) == 0) return true;
+  const int error = errno;
+  if (linked) {
+    unlink(kept.c_str());
+  } else {
+    Rename(kept, path, false);
+  }
+  errno = error;
+  return false;
+}
+
 bool Remove(const std::string& path) { return unlink(path.c_str()) == 0; }
 
 bool RemoveDirectory(const std::string& path) { return rmdir(path.c_str()) == 0; }
