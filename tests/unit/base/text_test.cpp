@@ -65,6 +65,13 @@ TEST_F(Text, wide_to_ansi_returns_the_bytes_with_the_terminator) {
   EXPECT_EQ(std::string(out, 5), std::string("ABC\0\x09", 5));
 }
 
+TEST_F(Text, wide_to_ansi_of_an_empty_string_is_its_terminator) {
+  char out[2] = {9, 9};
+  EXPECT_EQ(OrbWideToAnsi(out, u"", 2), 1);
+  EXPECT_EQ(std::string(out, 2), std::string("\0\x09", 2));
+  EXPECT_EQ(GetError(), 0u);
+}
+
 TEST_F(Text, wide_to_ansi_without_output_returns_0_and_leaves_the_error_alone) {
   SetError(0x12345678);
   EXPECT_EQ(OrbWideToAnsi(nullptr, u"A", 8), 0);
@@ -91,6 +98,13 @@ TEST_F(Text, ansi_to_wide_returns_the_characters_with_the_terminator) {
   WideChar out[6] = {9, 9, 9, 9, 9, 9};
   EXPECT_EQ(OrbAnsiToWide(out, "A\x80", 6), 3);
   EXPECT_EQ(std::u16string(out, 4), std::u16string(u"A\u20AC\0\x09", 4));
+  EXPECT_EQ(GetError(), 0u);
+}
+
+TEST_F(Text, ansi_to_wide_of_an_empty_string_is_its_terminator) {
+  WideChar out[2] = {9, 9};
+  EXPECT_EQ(OrbAnsiToWide(out, "", 2), 1);
+  EXPECT_EQ(std::u16string(out, 2), std::u16string(u"\0\x09", 2));
   EXPECT_EQ(GetError(), 0u);
 }
 

@@ -626,6 +626,14 @@ TEST_F(Transfer, grow_within_the_last_block_takes_no_block) {
   EXPECT_EQ(Blocks(), 4u);
 }
 
+TEST_F(Transfer, grow_of_a_file_without_its_last_block_fails_and_changes_nothing) {
+  OpenNew(Pattern(100));
+  node()->record.direct[0] = 0;
+  EXPECT_EQ(SetSize(1000), "DAMAGED_RECORD");
+  EXPECT_EQ(Calls(), "");
+  EXPECT_EQ(size(), 100u);
+}
+
 TEST_F(Transfer, grow_from_nothing_or_a_border_reads_nothing) {
   OpenNew({});
   EXPECT_EQ(SetSize(1024), "");

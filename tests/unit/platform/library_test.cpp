@@ -98,6 +98,13 @@ TEST_F(PosixLibrary, load_name_without_or_with_capital_extension_is_the_same_lib
   EXPECT_FALSE(Loaded());
 }
 
+TEST_F(PosixLibrary, load_name_with_another_extension_keeps_it) {
+  const std::string name = CopyTo(ProgramFolder(), "version.2");
+  const Module module = LoadLibraryW(Wide(name).c_str());
+  ASSERT_NE(nullptr, module);
+  EXPECT_EQ(1, FreeLibrary(module));
+}
+
 TEST_F(PosixLibrary, load_twice_stays_until_freed_twice) {
   const std::string name = CopyTo(ProgramFolder(), "twice");
   const Module first = LoadLibraryW(Wide(name + ".dll").c_str());
@@ -178,6 +185,17 @@ TEST_F(PosixLibrary, entry_point_without_module_or_name_fails) {
   EXPECT_EQ(nullptr, GetProcAddressW(module, nullptr));
   EXPECT_EQ(87u, GetLastError());
   EXPECT_EQ(1, FreeLibrary(module));
+}
+
+// The program itself stays where it is, however often it is closed.
+TEST_F(PosixLibrary, free_of_what_is_not_open_any_more_fails_with_126) {
+  const Module program = dlopen(nullptr, RTLD_LAZY);
+  int freed = 0;
+  while (freed < 10 && FreeLibrary(program) != 0) freed++;
+  EXPECT_GE(freed, 1);
+  EXPECT_EQ(0, FreeLibrary(program));
+  EXPECT_EQ(126u, GetLastError());
+  EXPECT_EQ(program, dlopen(nullptr, RTLD_LAZY));
 }
 
 TEST_F(PosixLibrary, free_null_fails_with_6) {

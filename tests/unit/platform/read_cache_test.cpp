@@ -207,6 +207,17 @@ TEST_F(PosixReadCache, write_that_fails_forgets_the_lines_it_touched) {
   EXPECT_EQ(1u, Calls(Line(4), 1));
 }
 
+TEST_F(PosixReadCache, write_that_fails_across_lines_of_which_one_is_kept_forgets_that_one) {
+  ExpectContents(Line(3), kCacheLineSize);
+  systemcalls::FailNext(systemcalls::kPwrite, EIO);
+  const std::string bytes = Pattern(kCacheLineSize, 4);
+  uint32_t done = 77;
+  SetFilePointer(file_, static_cast<int32_t>(Line(3) + 100), nullptr, coredll::kFileBegin);
+  EXPECT_EQ(0, WriteFile(file_, bytes.data(), kCacheLineSize, &done, nullptr));
+  EXPECT_EQ(1u, Calls(Line(3), 1));
+  EXPECT_EQ(1u, Calls(Line(4), 1));
+}
+
 TEST_F(PosixReadCache, write_that_fails_half_way_reads_back_as_the_file_holds_it) {
   ExpectContents(Line(3), kCacheLineSize);
   systemcalls::ShortenNext(systemcalls::kPwrite, 3);

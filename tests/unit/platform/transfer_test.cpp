@@ -1,6 +1,7 @@
 // Reading, writing, positions, sizes and flushing.
 #include <errno.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -422,6 +423,18 @@ TEST_F(PosixTransfer, flush_after_a_failed_write_synchronises_the_file) {
   EXPECT_EQ(0, WriteFile(file_, "abc", 3, &done_, nullptr));
   EXPECT_EQ(1, FlushFileBuffers(file_));
   EXPECT_EQ(1u, systemcalls::Count(systemcalls::kFdatasync));
+}
+
+TEST_F(PosixTransfer, flush_where_the_caller_syncs_costs_no_system_call) {
+  Write(file_, "abc");
+  systemcalls::Reset();
+  setenv("ORBA_SYNC", "caller", 1);
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  EXPECT_EQ(0u, systemcalls::CountAll());
+  setenv("ORBA_SYNC", "anybody", 1);
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  EXPECT_EQ(1u, systemcalls::Count(systemcalls::kFdatasync));
+  unsetenv("ORBA_SYNC");
 }
 
 // The kernel would report success the second time, whatever it lost.
