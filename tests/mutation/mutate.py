@@ -32,7 +32,7 @@ import typing
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 EQUIVALENTS = pathlib.Path(__file__).parent / "equivalents.txt"
-MEMORY = 4 << 30  # bytes of addresses that a test may take
+MEMORY = 4 << 30  # bytes that a test may take, addresses that it only reserves apart
 TIMES = 5  # as much processor time as without the change, and SPARE seconds more, until a test counts as hanging
 SPARE = 10
 PATIENCE = 10  # seconds of the clock for each of the processor's: the machine may be busy
@@ -146,10 +146,13 @@ def mutations(path):
 def equivalents():
     """The listed changes: "PATH: BEFORE -> AFTER", each above its reason, which is indented."""
     listed = set()
-    if EQUIVALENTS.exists():
-        for line in EQUIVALENTS.read_text(encoding="utf-8").splitlines():
-            if line and not line.startswith(("#", " ")):
-                listed.add(line)
+    for line in EQUIVALENTS.read_text(encoding="utf-8").splitlines():
+        if not line or line.startswith(("#", " ")):
+            continue
+        path, _, change = line.partition(": ")
+        if line not in {mutation.key for mutation in mutations(path)}:
+            sys.exit(f"mutate: equivalents.txt: {path} has nothing of which this is a change: {change}")
+        listed.add(line)
     return listed
 
 
@@ -270,7 +273,7 @@ class Workplace:
                        "ORBA_HOST_CALLS": str(next(self.build.folder.glob("**/libhost_calls.so"), ""))}
         if test.endswith(".py"):
             environment["ORBA"] = str(self.program("bin/orba"))
-        limits = ["prlimit", "--core=0", f"--as={MEMORY}", f"--cpu={int(seconds)}"]
+        limits = ["prlimit", "--core=0", f"--data={MEMORY}", f"--cpu={int(seconds)}"]
         with subprocess.Popen([*limits, *command], cwd=self.folder / "run", env=environment, start_new_session=True,
                               stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT) as process:
             try:

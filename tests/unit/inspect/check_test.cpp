@@ -529,6 +529,14 @@ TEST(CheckMap, container_cut_inside_a_referenced_block_is_found) {
   EXPECT_EQ(report.Count(Kind::kTrailingBytes), 1u);
 }
 
+TEST(CheckMap, container_cut_inside_a_map_block_knows_what_was_cut) {
+  Small image;
+  image.Put32(image.NodeOffset(4) + 56, image.Blocks() + 1);
+  EXPECT_FALSE(Inspect(image).model.tailNamed);
+  image.bytes().resize(image.bytes().size() + 100);
+  EXPECT_TRUE(Inspect(image).model.tailNamed);
+}
+
 TEST(CheckMap, direct_slot_past_the_size_is_found) {  // C5
   Small image;
   const std::uint32_t block = image.AppendBlock();
@@ -652,7 +660,17 @@ TEST(CheckDirectory, block_without_entries_is_one_finding) {
   const Report report = Inspect(image);
   EXPECT_EQ(Found(report).substr(0, Found(report).find("; node-leaked")),
             At("dir-block-foreign", directory, block, image.BlockOffset(block)));
+  EXPECT_EQ(report.findings[0].facts.numbers[0], 32u);  // the first entry that may be missing
   EXPECT_EQ(report.Count(Kind::kNodeLeaked), 8u);
+}
+
+TEST(CheckDirectory, dots_without_numbers_leave_the_names_behind_them) {
+  Small image;
+  image.Put16(image.EntryOffset(3, 0), 0);
+  image.Put16(image.EntryOffset(3, 1), 0);
+  const Report report = Inspect(image);
+  EXPECT_EQ(report.model.nodes[4].names.size(), 1u);
+  EXPECT_EQ(report.Count(Kind::kNodeLeaked), 0u);
 }
 
 TEST(CheckDirectory, hole_in_the_middle_is_found) {  // C6
@@ -780,6 +798,18 @@ TEST(CheckEntries, file_with_two_names_is_half_made) {
   Small image;
   image.AddEntry(3, "X", 2);
   EXPECT_EQ(Found(image), At("two-names", 2, 0, kNoOffset));
+}
+
+TEST(CheckEntries, two_names_of_which_one_is_illegal_is_damage) {
+  for (const bool first : {true, false}) {
+    Small image;
+    image.AddEntry(3, "X", 2);
+    image.PutText((first ? image.EntryOffset(1, 2) : image.EntryOffset(3, 4)) + 2, "?");
+    const Report report = Inspect(image);
+    EXPECT_EQ(report.Count(Kind::kNameIllegal), 1u) << first;
+    EXPECT_EQ(report.Count(Kind::kManyNames), 1u) << first;
+    EXPECT_EQ(report.Count(Kind::kTwoNames), 0u) << first;
+  }
 }
 
 TEST(CheckEntries, directory_with_two_names_is_half_made_before_and_after_its_dot_dot) {

@@ -189,6 +189,41 @@ TEST(FindGeometry, large_reserved_region_is_believed_where_the_root_lies_behind_
   EXPECT_EQ(geometry.dataOffset, 9056u);
 }
 
+TEST(FindGeometry, bitmap_before_a_reserved_region_is_known_by_what_lies_behind_it) {
+  ImageBuilder image(1024, 32);
+  image.bytes().insert(image.bytes().begin() + 1056, 8000, std::uint8_t{0xAA});
+  image.Put32(24, 0x7000);  // the bitmap's size
+  image.Put32(28, 0x7777);  // where the reserved region begins
+  image.Put32(32, 8000);
+  image.Put32(36, 9056);
+  const Geometry geometry = Found(image);
+  EXPECT_EQ(geometry.blockSize, 1024u);
+  EXPECT_EQ(geometry.bitmapSize, 32u);
+  EXPECT_EQ(geometry.dataOffset, 9056u);
+}
+
+TEST(FindGeometry, bitmap_of_the_largest_size_before_a_reserved_region_is_believed) {
+  ImageBuilder image(1024, MaxBitmapSize(1024));
+  image.bytes().insert(image.bytes().begin() + 1024 + 896, 64, std::uint8_t{0xAA});
+  image.Put32(32, 64);
+  image.Put32(36, 1984);
+  image.Put32(40, 9);
+  const Geometry geometry = Found(image);
+  EXPECT_EQ(geometry.blockSize, 1024u);
+  EXPECT_EQ(geometry.bitmapSize, 896u);
+  EXPECT_EQ(geometry.dataOffset, 1984u);
+}
+
+TEST(FindGeometry, data_area_inside_the_table_is_not_believed) {
+  Bytes bytes(5000);
+  for (std::uint16_t i = 0; i < 16; ++i)
+    EncodeNode(EmptyNode(static_cast<std::uint16_t>(i + 1)), &bytes[600 + 64u * i]);
+  VolumeHeader header = {};
+  header.bitmapSize = 448;
+  header.dataOffset = 600;
+  EXPECT_FALSE(FindGeometry(MemoryImage(bytes), header).known());
+}
+
 TEST(FindGeometry, sound_header_gives_way_to_another_place_of_the_root) {
   ImageBuilder image(1024, 32);
   const ImageBuilder other(1024, 64);

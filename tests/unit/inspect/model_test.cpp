@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "inspect/check/check.h"
@@ -80,6 +81,17 @@ TEST(Model, entry_that_is_not_counted_is_a_pending_name) {
   EXPECT_TRUE(model.nodes[3].names.empty());
   EXPECT_EQ(model.nodes[3].pending.size(), 1u);
   EXPECT_TRUE(model.nodes[3].IsNamed());
+}
+
+TEST(Model, copy_that_an_interrupted_removal_left_is_doubled) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t directory = image.AddDirectory(1, "FULL");
+  for (int i = 2; i < 35; ++i) image.AddFile(directory, "F" + std::to_string(i), 0u);
+  const auto last = image.bytes().begin() + static_cast<std::ptrdiff_t>(image.EntryOffset(directory, 34));
+  std::copy(last, last + 32, image.bytes().begin() + static_cast<std::ptrdiff_t>(image.EntryOffset(directory, 7)));
+  const Model model = ModelOf(image);
+  ASSERT_EQ(model.nodes[directory].entries.size(), 35u);
+  for (const Entry& entry : model.nodes[directory].entries) EXPECT_EQ(entry.doubled, entry.index == 34) << entry.index;
 }
 
 TEST(Model, blocks_know_their_use_owner_and_place) {
@@ -192,6 +204,15 @@ TEST(PathOf, long_path_loses_its_front) {
   EXPECT_EQ(PathOf(model, almost).size(), 34u * 30);
   EXPECT_EQ(PathOf(model, directory).substr(0, 5), ".../N");
   EXPECT_EQ(PathOf(model, directory).size(), 3 + 34u * 30);
+}
+
+TEST(PathOf, path_of_1000_characters_is_cut_there) {
+  ImageBuilder image(1024, 32);
+  std::uint16_t directory = image.AddDirectory(image.AddDirectory(1, "TOP"), std::string(9, 'M'));
+  for (int i = 0; i < 33; ++i) directory = image.AddDirectory(directory, std::string(29, 'N'));
+  const std::string path = PathOf(ModelOf(image), directory);
+  EXPECT_EQ(path.substr(0, 5), ".../M");
+  EXPECT_EQ(path.size(), 1003u);
 }
 
 // ---- Records --------------------------------------------------------------------------------------------------------

@@ -124,12 +124,20 @@ TEST(Reader, header_erased_problem_said_and_contents_read) {
   EXPECT_EQ(opened.Contents(opened.Find("/A")), Pattern(1500, 1501));
 }
 
+TEST(Reader, header_alone_tells_of_the_mark) {
+  Small image;
+  image.Put32(kStateFlagsOffset, kVolumeDirty);
+  image.bytes().resize(kHeaderSize);
+  EXPECT_TRUE(Opened(image).reader.marked());
+}
+
 TEST(Reader, header_field_damaged_is_said) {
   for (const std::uint32_t offset : {0u, 4u, 8u, 40u}) {
     Small image;
     image.Put32(offset, image.Get32(offset) ^ 0x100);
     Opened opened(image);
     EXPECT_EQ(Troubles(opened.reader.problems()), Found{Trouble::kHeaderDamaged}) << offset;
+    EXPECT_EQ(opened.reader.problems()[0].node, 0u) << offset;
     EXPECT_EQ(opened.Contents(opened.Find("/A")), Pattern(1500, 1501)) << offset;
   }
 }
