@@ -3,16 +3,19 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <unordered_map>
 #include <vector>
 
 #include "inspect/container/image.h"
 
 namespace orba::explorer {
 
-// Reads go through a cache of large pages: each one that is missing costs a message between processes of the browser.
+// Reads go through a cache of pages, 64 MiB of them at most, for each read of the page's costs a message between
+// processes of the browser. The map blocks of a large file lie far apart, so any page may lie in any place; pages that
+// are read one after the other come many at a time.
 class HostImage : public inspect::Image {
  public:
-  explicit HostImage(std::uint64_t size);
+  explicit HostImage(std::uint64_t size) : size_(size) {}
 
   std::uint64_t Size() const override { return size_; }
   bool Read(std::uint64_t offset, void* out, std::size_t count) const override;
@@ -20,13 +23,19 @@ class HostImage : public inspect::Image {
  private:
   const std::uint8_t* Page(std::uint64_t page) const;
 
-  static constexpr std::size_t kPageSize = 65536;
-  static constexpr std::size_t kPages = 256;
-  static constexpr std::uint64_t kNoPage = ~std::uint64_t{0};
+  bool Fetch(std::uint64_t page) const;
+  void Keep(std::uint64_t page, const std::uint8_t* bytes, std::size_t count) const;
+
+  static constexpr std::size_t kPageSize = 16384;
+  static constexpr std::size_t kPages = 4096;
+  static constexpr std::size_t kAhead = 16;  // pages that come at a time when they are read in order
 
   std::uint64_t size_;
-  mutable std::vector<std::vector<std::uint8_t>> cache_;  // page p lies in place p mod kPages
-  mutable std::vector<std::uint64_t> cached_;             // which page each place holds
+  mutable std::unordered_map<std::uint64_t, std::vector<std::uint8_t>> cache_;  // by page
+  mutable std::vector<std::uint64_t> order_;  // the pages of the cache; the oldest lies in place oldest_
+  mutable std::size_t oldest_ = 0;
+  mutable std::uint64_t next_ = 0;  // the page behind those that were fetched last
+  mutable std::vector<std::uint8_t> fetched_;
 };
 
 }  // namespace orba::explorer

@@ -3,10 +3,9 @@ import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
 import test from 'node:test';
-import { built, FileSource, orba, pageModule, repairAt, scratch, writeCorpus } from './support.mjs';
+import { FileSource, orba, pageModule, repairAt, scratch, wasm, writeCorpus } from './support.mjs';
 
 const { Inspection } = await pageModule('module.ts');
-const wasm = await WebAssembly.compile(fs.readFileSync(path.join(built, 'inspection')));
 const folder = scratch();
 const containers = writeCorpus(path.join(folder, 'corpus'));
 

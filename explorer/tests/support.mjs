@@ -18,11 +18,12 @@ for (const needed of [ORBA, page]) {
   if (!fs.existsSync(needed)) throw new Error(`${needed} has not been built`);
 }
 
+const scratches = fs.mkdtempSync(path.join(os.tmpdir(), 'orba-explorer-'));
+process.on('exit', () => fs.rmSync(scratches, { recursive: true, force: true }));
+
 /** A new folder, which goes with the process. */
 export function scratch() {
-  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'orba-explorer-'));
-  process.on('exit', () => fs.rmSync(folder, { recursive: true, force: true }));
-  return folder;
+  return fs.mkdtempSync(path.join(scratches, 'scratch-'));
 }
 
 function run(program, parameters, options) {
@@ -66,15 +67,18 @@ export async function pageModule(name) {
   return import(`data:text/javascript;base64,${Buffer.from(outputFiles[0].contents).toString('base64')}`);
 }
 
+/** The inspection as it was built. */
+export const wasm = await WebAssembly.compile(fs.readFileSync(path.join(built, 'inspection')));
+
 export class FileSource {
   constructor(file) {
     this.descriptor = fs.openSync(file, 'r');
     this.size = fs.fstatSync(this.descriptor).size;
-    this.reads = 0;
+    this.bytesRead = 0;
   }
 
   read(offset, to) {
-    ++this.reads;
+    this.bytesRead += to.length;
     return fs.readSync(this.descriptor, to, 0, to.length, offset) === to.length;
   }
 
