@@ -42,7 +42,7 @@ class CreateTest(ToolTest):
                          "fourth.orb: 33K, blocks of 1024 bytes, 6 of 16 nodes in use\n")
 
     def test_create_makes_the_smallest_container(self):
-        self.make_tree("many", 20, 10, seed=5)
+        self.make_tree("many", 8, 6, seed=5)
         self.create("-q", "chosen.orb", "many")
         chosen = os.stat(self.path("chosen.orb")).st_size
         for size in ("1024", "2048", "4096", "8192"):
@@ -62,10 +62,10 @@ class CreateTest(ToolTest):
 
     def test_create_of_many_files_takes_blocks_that_hold_their_nodes(self):
         for number in range(3600):  # blocks of 1024 have room for 3584
-            self.write(f"many/F{number}", b"x")
-        self.assertIn("blocks of 2048 bytes, 3601 of 4504 nodes in use", self.create("card.orb", "many/."))
+            self.write(f"many/D{number // 60}/F{number}", b"x")
+        self.assertIn("blocks of 2048 bytes, 3661 of 4576 nodes in use", self.create("card.orb", "many/."))
         self.assertIn("with blocks of 1024 bytes a container holds 3584 files and directories, and room is needed for "
-                      "3601 (ORB_ERROR_NO_FREE_NODE", self.fails(1, "create", "-b", "1024", "two.orb", "many/."))
+                      "3661 (ORB_ERROR_NO_FREE_NODE", self.fails(1, "create", "-b", "1024", "two.orb", "many/."))
         self.assert_nothing_made("card.orb", "many")
 
     def test_create_keeps_the_times_of_the_host(self):

@@ -15,6 +15,8 @@ extern const Command kCheckCommand;                                             
 extern const Command kRepairCommand, kUndoCommand;                                    // repair.cpp
 extern const Command kRecoverCommand;                                                 // recover.cpp
 extern const Command kManifestCommand, kVerifyCommand;                                // verify.cpp
+extern const Command kExportCommand;                                                  // export.cpp
+extern const Command kImportCommand;                                                  // import.cpp
 extern const Command kCreateCommand;                                                  // create.cpp
 extern const Command kCompactCommand;                                                 // compact.cpp
 extern const Command kDumpCommand, kMapCommand;                                       // picture.cpp

@@ -161,12 +161,14 @@ TimeStamp StampOf(const OrbTime& time) {
 
 bool IsDate(const OrbTime& time) { return inspect::IsDate(StampOf(time)); }
 
+std::int64_t SecondsSince1970(const OrbTime& date) { return inspect::SecondsSince1970(StampOf(date)); }
+
 namespace {
 
 // What the host cannot keep becomes the present time, not another one.
 void Stamp(int descriptor, const OrbTime& time) {
   if (!IsDate(time)) return;
-  const std::int64_t seconds = inspect::SecondsSince1970(StampOf(time));
+  const std::int64_t seconds = SecondsSince1970(time);
   constexpr std::int64_t kCoarsest = 2;  // seconds that file systems count in
   const bool kept =
       host::SetTime(descriptor, seconds) && std::abs(host::StatusOf(descriptor).changed - seconds) < kCoarsest;

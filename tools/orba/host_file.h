@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <set>
 #include <string>
@@ -70,6 +71,7 @@ bool IsSameHostFile(const std::string& a, const std::string& b);
 void MakeHostDirectory(const std::string& path);  // one that is there is fine
 
 bool IsDate(const OrbTime& time);  // of the calendar
+std::int64_t SecondsSince1970(const OrbTime& date);
 
 // Stamps a directory with a time, as far as the host can keep it; another one is never set.
 void StampHostDirectory(const std::string& path, const OrbTime& time);

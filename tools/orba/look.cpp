@@ -173,6 +173,24 @@ void Look::Read(const Match& file, const inspect::Reader::Take& take) {
   throw Failure("cannot read " + file.address.Text() + " beyond byte " + std::to_string(done), ToText(problem), "");
 }
 
+void Look::RequireBlocks(const Match& file) {
+  CheckInterrupt();
+  inspect::Reader& reader = Open(file.address).reader;
+  inspect::Node node;
+  inspect::Extent extent;
+  std::uint64_t index = 0;
+  Problem problem = reader.ReadNode(file.item.node, &node);
+  do {
+    if (!problem.IsFailure()) problem = reader.FindExtent(node, index, UINT32_MAX, &extent, &BudgetOf(file.address));
+    index += extent.count;
+  } while (!problem.IsFailure() && extent.count > 0);
+  if (!problem.IsFailure()) return;
+  damaged_.insert(file.address.container);
+  throw Failure(
+      "cannot read " + file.address.Text() + " beyond byte " + std::to_string(index * reader.geometry().blockSize),
+      ToText(problem), "");
+}
+
 std::size_t Look::ReadAt(const Match& file, std::uint32_t position, void* buffer, std::uint32_t count) {
   CheckInterrupt();
   inspect::Reader& reader = Open(file.address).reader;

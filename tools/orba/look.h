@@ -37,6 +37,9 @@ class Look : public Places {
   // Hands the contents of a file to `take`, piece by piece. Throws when not all of it can be read.
   void Read(const Match& file, const inspect::Reader::Take& take);
 
+  // Throws when a block of the file cannot be found. Reads none of its contents.
+  void RequireBlocks(const Match& file);
+
   // Up to `count` bytes of a file from `position` on, fewer at its end alone. Throws when one of them cannot be read.
   std::size_t ReadAt(const Match& file, std::uint32_t position, void* buffer, std::uint32_t count);
 

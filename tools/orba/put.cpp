@@ -183,8 +183,8 @@ class Planner {
                                  "give the directory itself to put it");
       return;
     }
-    if (there != nullptr && !there->IsDirectory()) {
-      plan_.refusals.push_back(TakenTarget(target, "a file of this name is there", "rename or remove it first"));
+    if (const std::optional<Failure> refusal = WhyNoDirectory(target, there)) {
+      plan_.refusals.push_back(*refusal);
       return;
     }
     if (target.names.size() > Walker::kDeepest) {
@@ -209,17 +209,9 @@ class Planner {
   }
 
   void AddFile(const PutSource& source, const Address& target, const Item* there, std::uint64_t size) {
-    if (IsTemporaryName(target.Name())) {
-      plan_.refusals.emplace_back("cannot write " + target.Text(), "this name is kept for files that are being written",
-                                  "use another name");
-    } else if (there != nullptr && there->IsDirectory()) {
-      plan_.refusals.push_back(TakenTarget(target, "a directory of this name is there", "rename or remove it first"));
-    } else if (there != nullptr && options_.noClobber) {
-      return;
-    } else if (there != nullptr && !options_.force) {
-      plan_.refusals.push_back(TakenTarget(target, "it exists", "use another name, or --force to overwrite it"));
-    } else if (there != nullptr && there->IsReadOnly()) {
-      plan_.refusals.push_back(ReadOnlyFailure("cannot overwrite " + target.Text(), target, "it"));
+    if (there != nullptr && !there->IsDirectory() && options_.noClobber) return;
+    if (const std::optional<Failure> refusal = WhyNotWrite(target, there, options_.force)) {
+      plan_.refusals.push_back(*refusal);
     } else {
       std::optional<Item> replaced;
       if (there != nullptr) replaced = *there;
@@ -264,6 +256,25 @@ class Planner {
 };
 
 }  // namespace
+
+std::optional<Failure> WhyNotWrite(const Address& target, const Item* there, bool force) {
+  if (IsTemporaryName(target.Name())) {
+    return Failure("cannot write " + target.Text(), "this name is kept for files that are being written",
+                   "use another name");
+  }
+  if (there == nullptr) return std::nullopt;
+  if (there->IsDirectory()) {
+    return TakenTarget(target, "a directory of this name is there", "rename or remove it first");
+  }
+  if (!force) return TakenTarget(target, "it exists", "use another name, or --force to overwrite it");
+  if (there->IsReadOnly()) return ReadOnlyFailure("cannot overwrite " + target.Text(), target, "it");
+  return std::nullopt;
+}
+
+std::optional<Failure> WhyNoDirectory(const Address& target, const Item* there) {
+  if (there == nullptr || there->IsDirectory()) return std::nullopt;
+  return TakenTarget(target, "a file of this name is there", "rename or remove it first");
+}
 
 PutPlan PlanPut(const PutOptions& options, Places* places, std::uint64_t blockSize) {
   const std::vector<std::string> sources(options.operands.begin(), options.operands.end() - 1);

@@ -48,6 +48,11 @@ struct PutPlan {
   void Tell() const;
 };
 
+// Why a file cannot be written to `target`, where `there` is or nothing; nothing where it can.
+std::optional<Failure> WhyNotWrite(const Address& target, const Item* there, bool force);
+// Why a directory cannot be there.
+std::optional<Failure> WhyNoDirectory(const Address& target, const Item* there);
+
 // What the last operand refers to in `places`, a container with blocks of this size, decides where the sources go and
 // under which names.
 PutPlan PlanPut(const PutOptions& options, Places* places, std::uint64_t blockSize);

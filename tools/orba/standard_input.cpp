@@ -27,6 +27,16 @@ Descriptor OpenTemporaryFile() {
 
 }  // namespace
 
+Descriptor TakenIntoFile(int input, const std::string& path) {
+  Descriptor file = OpenTemporaryFile();
+  std::vector<char> buffer(kPiece);
+  while (const std::size_t count = ReadFully(input, path, buffer.data(), kPiece)) {
+    WriteFully(file.get(), "what comes from standard input to a temporary file", buffer.data(), count);
+  }
+  if (!host::Rewind(file.get())) throw HostFailure("cannot read a temporary file", errno);
+  return file;
+}
+
 StandardInput::StandardInput() : input_(OpenForReading("-")), first_(kPiece) {
   first_.resize(ReadFully(input_.get(), "-", first_.data(), kPiece));
   ended_ = first_.size() < kPiece;
@@ -34,13 +44,7 @@ StandardInput::StandardInput() : input_(OpenForReading("-")), first_(kPiece) {
 
 void StandardInput::TakeAll() {
   if (ended_ || rest_.has_value()) return;
-  Descriptor file = OpenTemporaryFile();
-  std::vector<char> buffer(kPiece);
-  while (const std::size_t count = ReadFully(input_.get(), "-", buffer.data(), kPiece)) {
-    WriteFully(file.get(), "what comes from standard input to a temporary file", buffer.data(), count);
-  }
-  if (!host::Rewind(file.get())) throw HostFailure("cannot read a temporary file", errno);
-  rest_.emplace(std::move(file));
+  rest_.emplace(TakenIntoFile(input_.get(), "-"));
 }
 
 std::size_t StandardInput::Read(void* buffer, std::size_t count) {

@@ -5,11 +5,15 @@
 
 #include <cstddef>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "tools/orba/host_file.h"
 
 namespace orba::tool {
+
+// Takes all of an input into a temporary file without a name.
+Descriptor TakenIntoFile(int input, const std::string& path);
 
 class StandardInput {
  public:
