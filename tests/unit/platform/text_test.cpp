@@ -115,7 +115,7 @@ TEST(PosixText, ansi_to_wide_size_0_measures) {
   EXPECT_EQ(2, MultiByteToWideChar(0, 0, "abc", 2, nullptr, 0));
 }
 
-struct RefusedCase {
+struct RefusedText {
   const char* what;
   uint32_t codePage, flags;
   bool text;
@@ -125,7 +125,7 @@ struct RefusedCase {
   uint32_t code;
 };
 
-const RefusedCase kRefused[] = {
+const RefusedText kRefused[] = {
     {"another code page", 65001, 0, true, -1, true, 8, 87},
     {"flags", 0, 0x400, true, -1, true, 8, 1004},
     {"no text", 0, 0, false, -1, true, 8, 87},
@@ -135,7 +135,7 @@ const RefusedCase kRefused[] = {
 };
 
 TEST(PosixText, wide_to_ansi_bad_arguments_fail_with_their_code) {
-  for (const RefusedCase& refused : kRefused) {
+  for (const RefusedText& refused : kRefused) {
     char out[8];
     posix::SetLastError(0);
     EXPECT_EQ(0, WideCharToMultiByte(refused.codePage, refused.flags, refused.text ? u"abc" : nullptr, refused.count,
@@ -146,7 +146,7 @@ TEST(PosixText, wide_to_ansi_bad_arguments_fail_with_their_code) {
 }
 
 TEST(PosixText, ansi_to_wide_bad_arguments_fail_with_their_code) {
-  for (const RefusedCase& refused : kRefused) {
+  for (const RefusedText& refused : kRefused) {
     char16_t out[8];
     posix::SetLastError(0);
     EXPECT_EQ(0, MultiByteToWideChar(refused.codePage, refused.flags, refused.text ? "abc" : nullptr, refused.count,

@@ -60,7 +60,7 @@ class PosixTransfer : public PlatformTest {
   uint32_t done_ = 77;
 };
 
-struct RefusedCase {
+struct RefusedTransfer {
   int error;
   uint32_t code;
 };
@@ -205,10 +205,10 @@ TEST_F(PosixTransfer, read_cut_short_and_interrupted_goes_on) {
 }
 
 TEST_F(PosixTransfer, read_host_refusals_have_their_codes_and_move_nothing) {
-  const RefusedCase refusals[] = {{EIO, 31},    {EBADF, 6},   {EACCES, 5},      {ENOMEM, 8},
-                                  {EINVAL, 87}, {ENXIO, 21},  {ENODEV, 21},     {ENOMEDIUM, 21},
-                                  {EISDIR, 5},  {EFAULT, 87}, {ECANCELED, 1235}};
-  for (const RefusedCase& refused : refusals) {
+  const RefusedTransfer refusals[] = {{EIO, 31},    {EBADF, 6},   {EACCES, 5},      {ENOMEM, 8},
+                                      {EINVAL, 87}, {ENXIO, 21},  {ENODEV, 21},     {ENOMEDIUM, 21},
+                                      {EISDIR, 5},  {EFAULT, 87}, {ECANCELED, 1235}};
+  for (const RefusedTransfer& refused : refusals) {
     done_ = 77;
     systemcalls::FailNext(systemcalls::kPread, refused.error, 2);  // the line, then the bytes
     EXPECT_EQ(0, ReadFile(file_, buffer_, 4, &done_, nullptr));
@@ -311,11 +311,11 @@ TEST_F(PosixTransfer, write_of_which_the_host_takes_nothing_fails_with_31) {
 }
 
 TEST_F(PosixTransfer, write_host_refusals_have_their_codes_and_change_nothing) {
-  const RefusedCase refusals[] = {{EIO, 31},    {EBADF, 6},   {EPERM, 5},       {ENOMEM, 8},   {EROFS, 19},
-                                  {ENXIO, 21},  {ENODEV, 21}, {EINVAL, 87},     {ENOSPC, 112}, {EDQUOT, 112},
-                                  {EFBIG, 112}, {EFAULT, 87}, {ECANCELED, 1235}};
+  const RefusedTransfer refusals[] = {{EIO, 31},    {EBADF, 6},   {EPERM, 5},       {ENOMEM, 8},   {EROFS, 19},
+                                      {ENXIO, 21},  {ENODEV, 21}, {EINVAL, 87},     {ENOSPC, 112}, {EDQUOT, 112},
+                                      {EFBIG, 112}, {EFAULT, 87}, {ECANCELED, 1235}};
   Seek(8);
-  for (const RefusedCase& refused : refusals) {
+  for (const RefusedTransfer& refused : refusals) {
     done_ = 77;
     systemcalls::FailNext(systemcalls::kPwrite, refused.error);
     EXPECT_EQ(0, WriteFile(file_, "abcd", 4, &done_, nullptr));
@@ -460,9 +460,9 @@ TEST_F(PosixTransfer, flush_interrupted_goes_on) {
 }
 
 TEST_F(PosixTransfer, flush_host_refusals_have_their_codes) {
-  const RefusedCase refusals[] = {{EIO, 31},   {ENOSPC, 112}, {EDQUOT, 112},
-                                  {EROFS, 19}, {ENODEV, 21},  {ECANCELED, 1235}};
-  for (const RefusedCase& refused : refusals) {
+  const RefusedTransfer refusals[] = {{EIO, 31},   {ENOSPC, 112}, {EDQUOT, 112},
+                                      {EROFS, 19}, {ENODEV, 21},  {ECANCELED, 1235}};
+  for (const RefusedTransfer& refused : refusals) {
     Reopen();
     systemcalls::FailNext(systemcalls::kFdatasync, refused.error);
     EXPECT_EQ(0, FlushFileBuffers(file_));
