@@ -15,7 +15,7 @@ class MemoryTest(ToolTest):
         damaged = self.read("large.orb")
         for command in (["check"], ["repair", "-n"], ["repair"]):
             seen = set()
-            for limit in range(4, 64):
+            for limit in range(4, 256):
                 result = self.orba(*command, "large.orb", preexec_fn=lambda size=limit: resource.setrlimit(
                     resource.RLIMIT_AS, (size * MEBI, size * MEBI)))
                 if result.status in (127, -signal.SIGSEGV) and not result.err.startswith("orba: "):
