@@ -142,6 +142,19 @@ TEST(Promise, one_file_in_lost_found_stands_for_one_alone) {
   EXPECT_EQ(promise.lost(), 1u);
 }
 
+TEST(Promise, two_files_in_lost_found_stand_for_two_alone) {
+  Small before;
+  Small after;
+  const Bytes contents(700, 7);
+  for (const char* name : {"X", "Y", "Z"}) before.AddFile(1, name, contents);
+  const std::uint16_t lost = after.AddDirectory(1, "LOST.FND");
+  after.AddFile(lost, "NODE0007", contents);
+  after.AddFile(lost, "NODE0008", contents);
+  const Promise promise = Judged(before, after);
+  EXPECT_EQ(promise.kept, 6u);
+  EXPECT_EQ(promise.losses.size(), 1u);
+}
+
 TEST(Promise, file_elsewhere_is_a_loss) {
   Small after;
   after.Remove(1, 2);
@@ -354,6 +367,17 @@ TEST(Promise, directory_with_two_names_keeps_one_with_all_below) {
   after.AddEntry(after.AddDirectory(1, "E"), "MOVED", after.d);
   EXPECT_TRUE(Judged(before, after).holds());
   after.Remove(1, 4);
+  EXPECT_TRUE(Judged(before, after).holds());
+}
+
+TEST(Promise, directory_with_two_names_keeps_one_while_another_takes_its_place_under_the_other) {
+  Small before;
+  before.AddEntry(1, "OTHER", before.d);
+  Small after;
+  after.AddEntry(1, "OTHER", after.d);
+  const std::uint16_t another = after.AddDirectory(1, "N");
+  after.Put16(after.EntryOffset(1, 4), another);
+  after.Remove(1, 6);
   EXPECT_TRUE(Judged(before, after).holds());
 }
 

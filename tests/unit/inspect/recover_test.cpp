@@ -208,6 +208,7 @@ TEST(HostName, reserved_names_are_prefixed) {
   EXPECT_EQ(HostName("LPT9"), "_LPT9");
   EXPECT_EQ(HostName("LPT"), "LPT");
   EXPECT_EQ(HostName("LPT10"), "LPT10");
+  EXPECT_EQ(HostName("LPT-"), "LPT-");
   EXPECT_EQ(HostName("CONE"), "CONE");
   EXPECT_EQ(HostName("X."), "X._");
 }

@@ -58,6 +58,7 @@ TEST_F(EntryPoints, null_pointer_fails_with_the_failure_value_and_touches_nothin
       {"DeleteFileA", [&] { return OrbDeleteFileA(nullptr); }, 0},
       {"GetFileAttributesA", [&] { return OrbGetFileAttributesA(nullptr); }, 0xFFFF},
       {"SetFileAttributesA", [&] { return OrbSetFileAttributesA(nullptr, 0); }, 0},
+      {"ConvertEndian", [&] { return OrbConvertEndian(nullptr, 1), 0u; }, 0},
       {"OpenFileA", [&] { return OrbOpenFileA(nullptr, 1); }, 0xFFFFFFFF},
       {"ReadFile buffer", [&] { return OrbReadFile(file, nullptr, 1, &done); }, 0},
       {"ReadFile done", [&] { return OrbReadFile(file, buffer, 1, nullptr); }, 0},

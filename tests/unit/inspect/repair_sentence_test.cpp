@@ -1,0 +1,157 @@
+// What a plan says that it does: the very actions, with their numbers, and no others.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "inspect/repair/repair.h"
+#include "tests/support/image_builder.h"
+#include "tests/support/repair_harness.h"
+
+namespace orba::inspect {
+namespace {
+
+using testimage::Bytes;
+using testimage::ImageBuilder;
+
+// node 2 /A (1500 bytes), 3 /D, 4 /D/B (7 blocks), 5 /D/E, 6 /D/E/C (10 bytes); 16 nodes and 32 entries a block
+struct Small : ImageBuilder {
+  Small() : ImageBuilder(1024, 32) {
+    AddFile(1, "A", 1500);
+    AddDirectory(1, "D");
+    AddFile(3, "B", 7 * 1024);
+    AddDirectory(3, "E");
+    AddFile(5, "C", 10);
+  }
+};
+
+// Files of other sizes each, F2 and so on.
+std::uint16_t FillDirectory(ImageBuilder* image, std::uint32_t entries) {
+  const std::uint16_t directory = image->AddDirectory(1, "FULL");
+  for (std::uint32_t i = 2; i < entries; ++i) image->AddFile(directory, "F" + std::to_string(i), i);
+  return directory;
+}
+
+// The plan's sentences, those of the mark left out.
+std::string Sentences(const ImageBuilder& image) {
+  std::string text;
+  for (const Action& action : PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime).actions) {
+    if (action.kind == ActionKind::kSetMark || action.kind == ActionKind::kClearMark) continue;
+    text += ToText(action) + "\n";
+  }
+  return text;
+}
+
+TEST(RepairSentence, entries_not_counted_are_told_by_their_number) {
+  Small image;
+  image.SetSize(3, 2 * 32);  // B and E
+  EXPECT_EQ(Sentences(image), "counts 2 entries more in /D (node 3)\n");
+}
+
+TEST(RepairSentence, table_entries_in_a_row_are_one_action) {
+  Small image;
+  for (const std::uint32_t entry : {17u, 18u, 19u, 21u}) image.Put32(ImageBuilder::TableOffset(entry), 500 + entry);
+  EXPECT_EQ(Sentences(image),
+            "clears table entries 17 to 19: they lead to no node blocks\n"
+            "clears table entry 21: it leads to no node block\n");
+}
+
+TEST(RepairSentence, new_root_comes_with_a_whole_node_block) {
+  ImageBuilder image(1024, 32);
+  for (const std::uint32_t block : {1u, 2u}) {
+    for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(block) + i, 0xAA);
+  }
+  EXPECT_EQ(Sentences(image),
+            "clears table entry 0: it leads to no node block\n"
+            "makes a new, empty root directory\n"
+            "builds the free chain anew: 2 blocks in 1 record\n");
+}
+
+TEST(RepairSentence, file_that_ends_with_the_container_is_not_cut) {
+  for (const std::uint32_t missing : {0u, 1u}) {
+    ImageBuilder image(1024, 32);
+    image.AddFile(1, "A", 1500);
+    image.bytes().resize(image.bytes().size() - (2048 - 1500) - missing);
+    const std::string cut = "cuts /A (node 2) off after 1499 bytes: the rest is not there\n";
+    EXPECT_EQ(Sentences(image),
+              (missing > 0 ? cut : "") + "fills block 4, in which the container ends, up with zeros\n");
+  }
+}
+
+TEST(RepairSentence, of_two_names_in_one_directory_the_first_stays) {
+  Small image;
+  image.AddEntry(3, "X", 2);
+  image.AddEntry(3, "Y", 2);
+  image.Put16(image.EntryOffset(1, 2), 6);
+  EXPECT_EQ(Sentences(image),
+            "gives \"Y\" in /D (node 3) a copy of \"X\" in /D (node 3): both refer to node 2\n"
+            "gives \"A\" in / (node 1) a copy of \"C\" in /D/E (node 5): both refer to node 6\n");
+}
+
+TEST(RepairSentence, block_beyond_the_end_is_named) {
+  Small image;
+  image.Put32(image.MapOffset(4, 6), 500);
+  EXPECT_EQ(Sentences(image),
+            "takes block 500 out of /D/B (node 4): beyond the container's end\n"
+            "cuts /D/B (node 4) off after 6 blocks: the next was being freed\n"
+            "builds the free chain anew: 1 block in 1 record\n");
+}
+
+TEST(RepairSentence, removing_the_last_entry_frees_the_block_that_held_it_alone) {
+  for (const std::uint32_t entries : {33u, 34u}) {
+    ImageBuilder image(1024, 32);
+    image.AddEntry(FillDirectory(&image, entries - 1), "X", 200);
+    const std::string freed = "builds the free chain anew: 1 block in 1 record\n";
+    EXPECT_EQ(Sentences(image),
+              "removes \"X\" from /FULL (node 2): node 200 is not there\n" + (entries == 33 ? freed : ""));
+  }
+}
+
+TEST(RepairSentence, block_twice_in_a_directory_is_taken_out) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t directory = FillDirectory(&image, 40);
+  image.Put32(image.MapOffset(directory, 1), image.MappedBlock(directory, 0));
+  EXPECT_EQ(Sentences(image),
+            "takes block 3 out of /FULL (node 2): there already\n"
+            "gives /FULL (node 2) its block 37 with 8 entries back\n");
+}
+
+TEST(RepairSentence, file_that_shares_a_directorys_first_block_gets_a_copy) {
+  Small image;
+  image.Put32(image.MapOffset(4, 0), image.MappedBlock(3, 0));
+  EXPECT_EQ(Sentences(image),
+            "gives /D/B (node 4) a copy of block 5, which something else uses too\n"
+            "builds the free chain anew: 1 block in 1 record\n");
+}
+
+TEST(RepairSentence, growth_by_a_block_without_a_sound_entry_is_undone) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t directory = FillDirectory(&image, 193);
+  const std::uint64_t entry = image.EntryOffset(directory, 192);
+  image.SetSize(directory, 192 * 32);
+  EXPECT_EQ(Sentences(image), "counts the entry \"F192\" that was added to /FULL (node 2)\n");
+  image.PutText(entry + 2, "?");
+  EXPECT_EQ(Sentences(image),
+            "takes block 212, with which it was about to grow, out of /FULL (node 2)\n"
+            "makes the directory /LOST.FND\n"
+            "links node 193, which has 192 bytes but no name, as /LOST.FND/NODE0193\n"
+            "builds the free chain anew: 1 block in 1 record\n");
+}
+
+TEST(RepairSentence, of_two_names_in_one_marked_directory_the_last_stays_where_it_ends_the_directory) {
+  Small image;
+  image.AddEntry(1, "X", 2);
+  image.Put32(kStateFlagsOffset, kVolumeDirty);
+  EXPECT_EQ(Sentences(image), "removes \"A\" from / (node 1): node 2 keeps its name \"X\" in / (node 1)\n");
+  image.AddFile(1, "Z", 3);
+  EXPECT_EQ(Sentences(image), "gives \"X\" in / (node 1) a copy of \"A\" in / (node 1): both refer to node 2\n");
+}
+
+TEST(RepairSentence, name_that_leads_to_a_free_node_gets_its_own_and_nothing_is_copied) {
+  Small image;
+  image.Put16(image.EntryOffset(1, 2), 2 + 128);
+  EXPECT_EQ(Sentences(image),
+            "lets \"A\" in / (node 1) refer to node 2, which has lost its name, and no longer to node 130\n");
+}
+
+}  // namespace
+}  // namespace orba::inspect
