@@ -177,6 +177,7 @@ class CompactTest(ToolTest):
         self.ok("attrib", "+u", "card.orb:/FILE001.BIN")
         self.patch("card.orb", self.node(5) + 8, (2001).to_bytes(2, "little") + bytes([2, 3, 4, 5, 6]))
         self.before = self.read("card.orb")
+        self.manifest = self.ok("manifest", "card.orb")
         self.lines = self.everything("card.orb")
 
     @staticmethod
@@ -277,6 +278,22 @@ class CompactTest(ToolTest):
             self.assertEqual(status, 1, number)
             self.assertEqual(self.read("card.orb"), self.before)
             self.assertEqual(self.host_names(), ["card.orb", "tree", "waste"])
+
+    def test_compact_that_does_not_hold_the_same_leaves_the_old_one(self):
+        _, calls = self.host_calls("compact", "-q", "card.orb", "new.orb")
+        self.path("new.orb").unlink()
+        last = len([call for call in calls if call.startswith("write")])
+        refused = 0
+        for number in range(10, last - 64, 19):
+            result = self.orba("compact", "-q", "card.orb", environment=self.failing(f"write * {number} flip"))
+            if result.status == 0:  # what was flipped was written again, or is not part of the contents
+                self.assertEqual(self.ok("manifest", "card.orb"), self.manifest)
+                self.write("card.orb", self.before)
+                continue
+            refused += 1
+            self.assertEqual((result.status, self.read("card.orb")), (1, self.before), result)
+            self.assertEqual(self.host_names(), ["card.orb", "tree", "waste"])
+        self.assertGreater(refused, 3)
 
     def test_compact_killed_leaves_the_old_or_the_new_one(self):
         arguments = ("compact", "-q", "--keep", "old.orb", "card.orb")

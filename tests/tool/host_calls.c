@@ -3,7 +3,8 @@
  *
  * HOST_CALLS_AT is "KIND NAME NUMBER ACTION": of the calls of this kind ("any" for all) on a file whose path ends in
  * NAME ("" for any), the one with this number from 1 on, or every one for 0. ACTION is an errno value, "short" (half of
- * a write is done), or "kill" (the process ends as by SIGKILL before the call). Failing with EINTR happens once. */
+ * a write is done), "flip" (a write changes a bit of its first byte), or "kill" (the process ends as by SIGKILL before the
+ * call). Failing with EINTR happens once. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -31,7 +32,9 @@ static int ends_with(const char* text, const char* end) {
   return length >= tail && strcmp(text + length - tail, end) == 0;
 }
 
-/* Notes the call. 0 to make it, -1 to make half of it, else the errno value to fail with. */
+enum { HALF = -1, FLIPPED = -2 };
+
+/* Notes the call. 0 to make it, HALF or FLIPPED to make it so, else the errno value to fail with. */
 static int note(const char* kind, const char* name, const char* more) {
   static int count;
   const char* const log = getenv("HOST_CALLS_LOG");
@@ -42,7 +45,8 @@ static int note(const char* kind, const char* name, const char* more) {
       (strcmp(wanted, "any") == 0 || strcmp(wanted, kind) == 0) && (strcmp(end, "*") == 0 || ends_with(name, end)) &&
       (++count == number || number == 0)) {
     if (strcmp(action, "kill") == 0) raise(SIGKILL);
-    if (strcmp(action, "short") == 0) return -1;
+    if (strcmp(action, "short") == 0) return HALF;
+    if (strcmp(action, "flip") == 0) return FLIPPED;
     return atoi(action);
   }
   if (log != NULL) {
@@ -73,13 +77,21 @@ static int note_file(const char* kind, int file) {
 ssize_t write(int file, const void* bytes, size_t count) {
   const int verdict = note_file("write", file);
   FAIL_IF(verdict);
-  return REAL(write)(file, bytes, verdict < 0 ? (count + 1) / 2 : count);
+  if (verdict == FLIPPED && count > 0) {
+    const char first = (char)(*(const char*)bytes ^ 1);
+    return REAL(write)(file, &first, 1);
+  }
+  return REAL(write)(file, bytes, verdict == HALF ? (count + 1) / 2 : count);
 }
 
 ssize_t pwrite(int file, const void* bytes, size_t count, off_t offset) {
   const int verdict = note_file("write", file);
   FAIL_IF(verdict);
-  return REAL(pwrite)(file, bytes, verdict < 0 ? (count + 1) / 2 : count, offset);
+  if (verdict == FLIPPED && count > 0) {
+    const char first = (char)(*(const char*)bytes ^ 1);
+    return REAL(pwrite)(file, &first, 1, offset);
+  }
+  return REAL(pwrite)(file, bytes, verdict == HALF ? (count + 1) / 2 : count, offset);
 }
 
 ssize_t pwrite64(int file, const void* bytes, size_t count, off64_t offset) {

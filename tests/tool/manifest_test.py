@@ -116,6 +116,13 @@ class ManifestTest(ToolTest):
         self.assertEqual(self.contents("out"), {"BIG.BIN": self.read("tree/big.bin"), "EMPTY": b"", "NOTHING": None,
                                                 "LOGS": None, "LOGS/DAY1.TXT": b"monday"})
 
+    def test_get_verify_leaves_out_what_the_host_reads_otherwise(self):
+        self.ok("put", "tree/.", "card.orb")
+        result = self.orba("get", "--verify", "card.orb", "out", environment=self.failing("write * 1 flip"))
+        self.assertEqual((result.status, result.out), (1, ""))
+        self.assertIn("cannot get card.orb:/BIG.BIN: what the host reads of it is not what was written", result.err)
+        self.assertEqual(sorted(self.contents("out")), ["EMPTY", "LOGS", "LOGS/DAY1.TXT", "NOTHING"])
+
 
 class VerifyTest(ToolTest):
     def setUp(self):
