@@ -33,7 +33,8 @@ test('check_largeFile_readsTheMapsAndNotTheContents', async () => {
 
 test('read_thatFails_becomesAFinding', async () => {
   const source = new FileSource(makeContainer('unreadable.orb', 100_000));
-  const unreadable = { size: source.size, read: (offset, to) => offset + to.length <= 16384 && source.read(offset, to) };
+  const read = (offset, to) => offset + to.length <= 16384 && source.read(offset, to);
+  const unreadable = { size: source.size, read };
   const inspection = await Inspection.open(wasm, unreadable);
   const report = inspection.check();
   assert.equal(report.readable, false);

@@ -399,6 +399,31 @@ test('folder_dropped_isRefusedInWords', () => withPage({}, async (page) => {
   assert.equal(await text(page, '#failed-title'), 'This is a folder');
 }));
 
+test('file_thatChangesWhileOpen_isReportedInWords', () => withPage({}, async (page, opened) => {
+  const container = changed('changing.orb', () => {});
+  await drop(page, container);
+  fs.appendFileSync(container, 'x');
+  await row(page, 'FIRMWARE.BIN').click();
+  await page.getByText(/^The browser could not read this/).waitFor();
+  opened.errors.length = 0;  // the browser tells of the file, too
+}));
+
+for (const call of ['check', 'list']) {
+  test(`module_thatGivesUpIn_${call}_isReportedInWords`, () => withPage({}, async (page) => {
+    await page.evaluate((failing) => {
+      globalThis.Worker = class extends Worker {
+        postMessage(request) {
+          if (request.call !== failing) return super.postMessage(request);
+          this.onmessage({ data: { id: request.id, error: 'memory access out of bounds' } });
+        }
+      };
+    }, call);
+    await drop(page, healthy.container, '#failed');
+    assert.equal(await text(page, '#failed-title'), 'This file could not be opened');
+    assert.equal(await text(page, '#failed-text'), 'memory access out of bounds');
+  }));
+}
+
 // ---- Large containers -----------------------------------------------------------------------------------------------
 
 /** Nearly 1 GB: one file of zeros, whose blocks are holes on the disk, between two others. */
