@@ -241,7 +241,7 @@ class Workplace:
         for name in ("bin", "lib", "run"):
             (folder / name).mkdir()
         for library in (build.folder / "lib").glob("*.so*"):  # libraries are looked for beside the program
-            (folder / "lib" / library.name).symlink_to(library)
+            (folder / "lib" / library.name).symlink_to(library.readlink() if library.is_symlink() else library)
 
     def program(self, target):
         if target not in self.linked:
@@ -254,10 +254,10 @@ class Workplace:
         if test.endswith(".py"):
             return [[sys.executable, "-B", str(ROOT / test)] + (["-f"] if "/tool/" in test else [])]
         program = self.build.folder / "bin" / test
-        if test == "api_tests":  # it calls the shared library
+        if test in ("api_tests", "platform_tests"):  # they call the shared library
             for library in (self.build.folder / "lib").glob("liborba.so.*.*"):
                 self.program(f"lib/{library.name}")
-        else:
+        if test != "api_tests":
             program = self.program(f"bin/{test}")
         command = [str(program), "--gtest_fail_fast", "--gtest_brief=1"]
         own = ":".join(f"{suite}.*:*/{suite}.*" for suite in suites_of(self.path)) if test.endswith("_tests") else ""

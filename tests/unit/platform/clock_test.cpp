@@ -60,6 +60,10 @@ TEST_F(PosixClock, system_time_last_second_of_a_year_is_exact) {
   ExpectTime(TimeAt(1704067200, 0), {2024, 1, 1, 1, 0, 0, 0, 0});
 }
 
+TEST_F(PosixClock, system_time_last_nanosecond_of_a_second_is_its_last_millisecond) {
+  ExpectTime(TimeAt(1704067199, 999999999), {2023, 12, 0, 31, 23, 59, 59, 999});
+}
+
 TEST_F(PosixClock, system_time_leap_day_is_exact) {
   ExpectTime(TimeAt(1709210096, 1000000), {2024, 2, 4, 29, 12, 34, 56, 1});
 }

@@ -122,6 +122,17 @@ TEST_F(PosixLibrary, load_twice_stays_until_freed_twice) {
   EXPECT_FALSE(Loaded());
 }
 
+TEST_F(PosixLibrary, load_by_a_library_does_not_keep_that_one_loaded) {
+  const fs::path path = ProgramFolder() / "../lib/liborba.so";
+  void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(nullptr, library) << dlerror();
+  const auto create = reinterpret_cast<int (*)(const char16_t*)>(dlsym(library, "OrbCreateVolume"));
+  ASSERT_NE(nullptr, create);
+  EXPECT_EQ(1, create(u"??MEM??"));
+  dlclose(library);
+  EXPECT_EQ(nullptr, dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD));
+}
+
 TEST_F(PosixLibrary, load_missing_library_fails_with_126) {
   EXPECT_EQ(nullptr, LoadLibraryW(u"orba_no_such_library.dll"));
   EXPECT_EQ(126u, GetLastError());

@@ -149,6 +149,17 @@ TEST_F(PosixOpen, create_without_standard_input_takes_another_descriptor_or_crea
   EXPECT_EQ(-1, inputAfter);
 }
 
+TEST_F(PosixOpen, open_without_standard_input_is_one_call_whatever_was_interrupted_before) {
+  MakeFile("old", "contents");
+  const uint32_t calls = InChild([&] {
+    close(0);
+    errno = EINTR;
+    if (Open(Path("old")) == kInvalidHandle) return kChildDied;
+    return systemcalls::Count(systemcalls::kOpen);
+  });
+  EXPECT_EQ(1u, calls);
+}
+
 // ---- Names ----------------------------------------------------------------------------------------------------------
 
 TEST_F(PosixOpen, create_name_is_utf8_on_the_host) {
