@@ -3,8 +3,8 @@
  *
  * HOST_CALLS_AT is "KIND NAME NUMBER ACTION": of the calls of this kind ("any" for all) on a file whose path ends in
  * NAME ("" for any), the one with this number from 1 on, or every one for 0. ACTION is an errno value, "short" (half of
- * a write is done), "flip" (a write changes a bit of its first byte), or "kill" (the process ends as by SIGKILL before the
- * call). Failing with EINTR happens once. */
+ * a write is done), "flip" (a write changes a bit of its first byte), or "kill" (the process ends as by SIGKILL before
+ * the call). Failing with EINTR happens once. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
