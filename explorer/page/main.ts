@@ -137,6 +137,10 @@ async function select(entry: Entry, path: string): Promise<void> {
   map.highlight(entry.lost === true ? 0 : entry.node);
   if (byId('tab-map').getAttribute('aria-selected') !== 'true') tabs.show('tab-preview');
   await preview.show(view!.container, entry, path);
+  // On a phone the details lie below the tree, perhaps out of sight.
+  if (!entry.directory && matchMedia('(max-width: 56rem) and (pointer: coarse)').matches) {
+    byId('tabs').scrollIntoView({ block: 'start' });
+  }
 }
 
 // ---- What cannot be opened ------------------------------------------------------------------------------------------

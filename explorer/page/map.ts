@@ -61,8 +61,8 @@ export class BlockMap {
   constructor(private readonly root: HTMLElement, private readonly events: MapEvents) {
     root.append(this.summary, this.legend, this.owner, this.frame,
                 element('p', { class: 'hint', id: 'map-help' },
-                  'Point at a block to see whose it is; click, or press Enter, to select its file. ' +
-                  'The arrow keys go from block to block.'));
+                  'A click, or the Enter key, selects the file that has the block; the arrow keys go from block ' +
+                  'to block.'));
     this.canvas.addEventListener('pointermove', (event) => this.point(event));
     this.canvas.addEventListener('click', (event) => {
       this.point(event);
@@ -90,8 +90,11 @@ export class BlockMap {
   /** Brings out the blocks of a node; 0 = of none. */
   highlight(node: number): void {
     this.node = node;
-    const first = this.cells.findIndex((cell) => node !== 0 && this.owns(cell));
-    if (first >= 0) this.moveTo(first);
+    const current = this.cells[this.current];
+    if (node !== 0 && !(current !== undefined && this.owns(current))) {
+      const first = this.cells.findIndex((cell) => this.owns(cell));
+      if (first >= 0) this.moveTo(first);
+    }
     this.draw();
   }
 
