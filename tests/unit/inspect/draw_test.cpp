@@ -163,6 +163,12 @@ TEST(DrawMap, every_use_has_its_cell_and_count) {
             "N nodes 1  D directories 2  M block maps 1  # files 9  . free 2  ! leaked 1\n");
 }
 
+TEST(DrawMap, files_next_to_each_other_are_drawn_in_turn) {
+  ImageBuilder image(1024, 32);
+  for (const char* name : {"A", "B", "C", "D"}) image.AddFile(1, name, 500);
+  EXPECT_EQ(Line(DrawMap(Checked(image).report, {8, 32, false}), 1), "       1 ND#+#+");
+}
+
 TEST(DrawMap, more_blocks_than_cells_leaks_and_damage_show_through) {
   EXPECT_EQ(DrawMap(Checked(Small()).report, {2, 2, false}),
             "16 blocks of 1024 bytes, 4 in a cell\n"
@@ -191,6 +197,13 @@ TEST(DrawSvg, runs_are_rectangles_with_tooltips) {
                      "/A</title></rect>"),
             std::string::npos);
   EXPECT_EQ(svg.substr(svg.size() - 7), "</svg>\n");
+}
+
+TEST(DrawSvg, row_of_128_blocks_is_followed_by_one_below_it) {
+  ImageBuilder image(1024, 32);
+  image.AddFile(1, "A", 127 * 1024);  // behind two blocks; 130 with its block map
+  const std::string svg = DrawSvg(Checked(image).report);
+  EXPECT_NE(svg.find("<rect x=\"64\" y=\"88\" width=\"16\" "), std::string::npos) << svg;
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // What a plan says that it does: the very actions, with their numbers, and no others.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "inspect/repair/repair.h"
@@ -151,6 +152,46 @@ TEST(RepairSentence, name_that_leads_to_a_free_node_gets_its_own_and_nothing_is_
   image.Put16(image.EntryOffset(1, 2), 2 + 128);
   EXPECT_EQ(Sentences(image),
             "lets \"A\" in / (node 1) refer to node 2, which has lost its name, and no longer to node 130\n");
+}
+
+TEST(RepairSentence, no_layout_is_why_there_is_no_plan) {
+  const Plan plan = PlanRepair(MemoryImage(Bytes(50000, 7)), testimage::kRepairTime);
+  EXPECT_EQ(ToText(plan), "no block size and no root directory can be made out; this may be no container at all\n");
+}
+
+TEST(RepairSentence, what_is_left_stands_behind_the_actions) {
+  Small image;
+  image.Put32(kStateFlagsOffset, kVolumeDirty);
+  Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
+  plan.problem = "2 findings left";
+  EXPECT_EQ(ToText(plan),
+            "1. clears the mark of an update in progress (1 write)\n"
+            "2 findings left\n"
+            "keeps 3 of 3 readable files\n");
+}
+
+TEST(RepairSentence, record_that_is_a_copy_of_anothers_is_cleared) {
+  Small image;
+  const auto from = image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(2));
+  std::copy(from, from + 64, image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(4)));
+  EXPECT_EQ(Sentences(image),
+            "clears the slot of node 4, whose record is lost, and frees the node\n"
+            "removes \"B\" from /D (node 3): node 4 is not there\n"
+            "builds the free chain anew: 8 blocks in 1 record\n");
+}
+
+TEST(RepairSentence, node_block_is_known_by_the_numbers_of_its_slots) {
+  Small image;
+  const std::uint32_t other = image.AppendBlock();
+  const auto from = image.bytes().begin() + static_cast<std::ptrdiff_t>(image.BlockOffset(1));
+  std::copy(from, from + 1024, image.bytes().begin() + static_cast<std::ptrdiff_t>(image.BlockOffset(other)));
+  for (std::uint32_t i = 1; i < 16; ++i) {
+    image.Put16(image.BlockOffset(other) + 64 * i + 4, static_cast<std::uint16_t>(17 + i));
+  }
+  for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(6) + i, 0xAA);
+  image.Put32(ImageBuilder::TableOffset(0), 0);
+  const std::string first = "points table entry 0 at block 1, which holds its nodes\n";
+  EXPECT_EQ(Sentences(image).substr(0, first.size()), first);
 }
 
 }  // namespace
