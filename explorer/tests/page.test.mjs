@@ -364,6 +364,31 @@ test('damaged_asRepaired_showsTheCleanTreeAndRecoversWhatTheToolDoes', () => wit
   await page.locator('#verdict', { hasText: 'Damaged' }).waitFor();
 }));
 
+test('plan_thatCostsFiles_saysWhichAndOffersRecoveryFirst', () => withPage({}, async (page) => {
+  await page.evaluate(() => {  // a plan for a container without room for copies
+    globalThis.Worker = class extends Worker {
+      set onmessage(handler) {
+        super.onmessage = (event) => {
+          const { plan } = event.data.value ?? {};
+          if (plan !== undefined) {
+            const promise = { ...plan.promise, readable: 102, kept: 100, lost: 2, losses: ['/LOGS/L07', '/LOGS/L09'] };
+            Object.assign(plan, { promise, breaksPromise: true });
+          }
+          handler(event);
+        };
+      }
+    };
+  });
+  const container = corpus('several_cross_linked_three_times');
+  await drop(page, container);
+  await page.getByRole('button', { name: 'See the repair' }).click();
+  assert.equal(await text(page, '.promise'), 'A repair would keep 100 of 102 files that can be read.');
+  assert.deepEqual(await page.locator('#repair .warning li').allInnerTexts(), ['/LOGS/L07', '/LOGS/L09']);
+  assert.deepEqual(await page.locator('#repair .actions button').allInnerTexts(),
+                   ['Recover all files (.tar)', 'Download repaired container without 2 files']);
+  assert.deepEqual(await audit(page), []);
+}));
+
 test('names_withMarkup_areText', () => withPage({}, async (page) => {
   const name = '<img/src=x/onerror=alert(1)>';
   const container = changed('markup.orb', (bytes) => {
