@@ -1,11 +1,12 @@
 # What `cmake --install` puts where: the library in both forms, its header, the memory file beside it, the command-line
-# tool with its manual page and completion, and what lets others find the library (pkg-config, CMake).
+# tool with its manual page, its completion and the helper of mount(8), and what lets others find the library (pkg-config, CMake).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 if(NOT WIN32)
   set_target_properties(orba_tool PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS orba_tool)
+  install(PROGRAMS "${CMAKE_SOURCE_DIR}/mount/mount.fuse.orba" DESTINATION "${CMAKE_INSTALL_SBINDIR}")
   install(FILES "${CMAKE_BINARY_DIR}/share/orba.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
   install(FILES "${CMAKE_BINARY_DIR}/share/orba.bash"
           DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME orba)

@@ -41,7 +41,9 @@ NEIGHBOURS = {
     "src/platform/posix/": ["src/platform/posix/", "src/platform/coredll.h", "include/orba.h"],
     "memfile/": ["memfile/"],
     "inspect/": ["inspect/", "src/volume/layout.h", "src/base/name_symbols.h"],
-    "tools/orba/": ["tools/orba/", "inspect/", "src/volume/layout.h", "src/base/name_symbols.h", "include/orba.h"],
+    "mount/": ["mount/", "inspect/", "src/volume/layout.h", "src/base/name_symbols.h", "include/orba.h"],
+    "tools/orba/": ["tools/orba/", "mount/", "inspect/", "src/volume/layout.h", "src/base/name_symbols.h",
+                    "include/orba.h"],
     "explorer/": ["explorer/", "inspect/", "src/volume/layout.h"],
     "examples/": ["examples/", "include/orba.h"],
     "bench/": ["bench/", "src/platform/coredll.h", "include/orba.h"],
@@ -100,7 +102,7 @@ def resolve(root, path, name):
 def read(root):
     """Each source file of the project: its quoted includes (line, name, file), its system headers, its conditions."""
     files = {}
-    for folder in ("src", "include", "memfile", "inspect", "tools", "explorer/bridge", "examples", "bench",
+    for folder in ("src", "include", "memfile", "inspect", "mount", "tools", "explorer/bridge", "examples", "bench",
                    "tests"):
         for file in sorted((root / folder).rglob("*")):
             if file.suffix in SOURCES:

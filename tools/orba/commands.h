@@ -8,6 +8,7 @@ namespace orba::tool {
 extern const Command kFormatCommand, kInfoCommand, kFreeCommand;                      // container.cpp
 extern const Command kListCommand, kTreeCommand, kUsageCommand;                       // list.cpp
 extern const Command kCatCommand, kGetCommand;                                        // get.cpp
+extern const Command kMountCommand, kUnmountCommand;                                  // mount.cpp
 extern const Command kPutCommand;                                                     // put.cpp
 extern const Command kMakeCommand, kRemoveCommand, kAttributeCommand, kTouchCommand;  // change.cpp
 extern const Command kMoveCommand, kCopyCommand;                                      // move.cpp
