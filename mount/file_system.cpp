@@ -15,6 +15,8 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <unordered_map>
+#include <utility>
 
 #include "mount/log.h"
 
@@ -27,9 +29,17 @@ constexpr std::uint64_t kReader = 0, kWriter = 1;  // what an open file's handle
 constexpr const char* kPrefix = "user.orba.";
 constexpr const char* kAttributes = "user.orba.attributes";
 
+// What a directory held when it was opened, "." and ".." first.
+struct OpenDirectory {
+  std::vector<Child> children;
+  int error;  // behind the last
+};
+
 struct Served {
   Tree* tree;
   const Settings& settings;
+  std::unordered_map<std::uint64_t, OpenDirectory> directories = {};  // by handle
+  std::uint64_t lastDirectory = 0;
 };
 
 // What one request is about.
@@ -370,30 +380,23 @@ void OnAllocate(fuse_req_t handle, fuse_ino_t inode, int mode, off_t position, o
 
 // ---- Directories ----------------------------------------------------------------------------------------------------
 
-// What a directory held when it was opened, "." and ".." first.
-struct OpenDirectory {
-  std::vector<Child> children;
-  int error = 0;  // behind the last
-};
-
-OpenDirectory* DirectoryOf(const fuse_file_info* file) { return reinterpret_cast<OpenDirectory*>(file->fh); }
-
 void OnOpenDirectory(fuse_req_t handle, fuse_ino_t inode, fuse_file_info* file) {
   Answer(handle, [&](const Request& request) {
-    auto directory = std::make_unique<OpenDirectory>();
-    directory->children = {{".", true}, {"..", true}};
-    directory->error = request.tree->List(inode, &directory->children);
-    if (directory->error != 0 && directory->children.size() == 2) return directory->error;
-    file->fh = reinterpret_cast<std::uint64_t>(directory.get());
-    file->keep_cache = request.served->settings.readOnly ? 1 : 0;
-    if (fuse_reply_open(handle, file) == 0) static_cast<void>(directory.release());
+    OpenDirectory directory = {{{".", true}, {"..", true}}, 0};
+    directory.error = request.tree->List(inode, &directory.children);
+    if (directory.error != 0 && directory.children.size() == 2) return directory.error;
+    Served& served = *request.served;
+    file->fh = ++served.lastDirectory;
+    file->keep_cache = served.settings.readOnly ? 1 : 0;
+    served.directories.emplace(file->fh, std::move(directory));
+    if (fuse_reply_open(handle, file) == -ENOENT) served.directories.erase(file->fh);
     return 0;
   });
 }
 
 void OnReadDirectory(fuse_req_t handle, fuse_ino_t inode, std::size_t room, off_t position, fuse_file_info* file) {
   Answer(handle, [&](const Request& request) {
-    const OpenDirectory& directory = *DirectoryOf(file);
+    const OpenDirectory& directory = request.served->directories.at(file->fh);
     std::vector<char> bytes(room);
     std::size_t used = 0;
     auto at = static_cast<std::size_t>(position);
@@ -407,15 +410,18 @@ void OnReadDirectory(fuse_req_t handle, fuse_ino_t inode, std::size_t room, off_
       if (size > room - used) break;
       used += size;
     }
-    if (used == 0 && at == directory.children.size() && directory.error != 0) return directory.error;
-    fuse_reply_buf(request.handle, bytes.data(), used);
+    if (used == 0 && at >= directory.children.size() && directory.error != 0) return directory.error;
+    fuse_reply_buf(handle, bytes.data(), used);
     return 0;
   });
 }
 
 void OnReleaseDirectory(fuse_req_t handle, fuse_ino_t /*inode*/, fuse_file_info* file) {
-  delete DirectoryOf(file);
-  fuse_reply_err(handle, 0);
+  Answer(handle, [&](const Request& request) {
+    request.served->directories.erase(file->fh);
+    fuse_reply_err(handle, 0);
+    return 0;
+  });
 }
 
 void OnMeasure(fuse_req_t handle, fuse_ino_t /*inode*/) {
@@ -436,7 +442,8 @@ void OnMeasure(fuse_req_t handle, fuse_ino_t /*inode*/) {
 }
 
 void OnBegin(void* /*served*/, fuse_conn_info* connection) {
-  // A signal must not end a change half-way, and the kernel is not to guess from times whether contents have changed.
+  // The kernel need not guess from sizes and times whether contents have changed: only through it they do. Nor does it
+  // gain by asking for attributes with the names, as it has to ask for each name again.
   connection->want &= ~static_cast<unsigned>(FUSE_CAP_AUTO_INVAL_DATA | FUSE_CAP_READDIRPLUS);
 }
 

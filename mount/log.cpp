@@ -14,8 +14,10 @@ bool g_toSystem = false;
 
 std::string Visible(const std::string& line) {
   std::string visible;
-  for (const char c : line)
-    visible += c == '\\' || c == ' ' ? std::string(1, c) : inspect::Printable(std::string(1, c));
+  for (const char c : line) {
+    const bool plain = c == '\\' || c == ' ';
+    visible += plain ? std::string(1, c) : inspect::Printable(std::string(1, c));
+  }
   return visible;
 }
 

@@ -198,7 +198,8 @@ std::unique_ptr<Mounted> Open(const MountOptions& options) {
 }
 
 std::uint32_t NumberOf(const std::string& word, const std::string& text, int base) {
-  const bool digits = !text.empty() && text.find_first_not_of(base == 8 ? "01234567" : "0123456789") == text.npos;
+  const bool digits =
+      !text.empty() && text.find_first_not_of(base == 8 ? "01234567" : "0123456789") == std::string::npos;
   if (!digits || text.size() > 9) throw UsageFailure("mount", "-o " + word + " takes a number, not \"" + text + "\"");
   return static_cast<std::uint32_t>(std::stoul(text, nullptr, base));
 }
