@@ -1,5 +1,5 @@
-// A tree served to the host as a folder, by libfuse 3. Stands on tree and libfuse; where that is not there when the tool
-// is built, without_libfuse.cpp takes the place of file_system.cpp.
+// A tree served to the host as a folder, by libfuse 3. Stands on tree, log and libfuse; without_libfuse.cpp takes its
+// place where that is not there when the tool is built.
 //
 // The low-level interface of libfuse is used, which knows files by number: a name in any letter case leads to one and
 // the same inode, so that the kernel caches its contents once. While the container is mounted nothing but this folder

@@ -1,5 +1,9 @@
-// Takes the place of file_system.cpp where libfuse is not there.
+// Takes the place of everything here that needs libfuse, or a system that has it. IsAvailable tells the tool, which asks
+// for nothing else then.
+#include "mount/background.h"
 #include "mount/file_system.h"
+#include "mount/log.h"
+#include "mount/unmount.h"
 
 namespace orba::mount {
 
@@ -8,7 +12,16 @@ bool IsAvailable() { return false; }
 Settings OwnSettings() { return {}; }
 
 std::string Serve(Tree* /*tree*/, const Settings& /*settings*/, const std::function<void()>& /*mounted*/) {
-  return "libfuse was not there when this program was built";
+  return "this program was built without libfuse";
 }
+
+bool GoToBackground() { return false; }
+void Leave() {}
+
+void LogToSystem() {}
+void Log(const std::string& /*line*/) {}
+
+std::string ContainerAt(const std::string& /*folder*/) { return ""; }
+std::string Unmount(const std::string& /*folder*/, bool /*detach*/) { return "nothing can be mounted"; }
 
 }  // namespace orba::mount

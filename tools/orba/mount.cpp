@@ -197,6 +197,12 @@ std::unique_ptr<Mounted> Open(const MountOptions& options) {
   return OpenToWrite(ParseAddress(options.container));
 }
 
+void RequireLibrary() {
+  if (mount::IsAvailable()) return;
+  throw Failure("cannot mount or unmount anything", "this build of orba has no libfuse 3",
+                "install libfuse3-dev and build it again, or use: orba get");
+}
+
 std::uint32_t NumberOf(const std::string& word, const std::string& text, int base) {
   const bool digits =
       !text.empty() && text.find_first_not_of(base == 8 ? "01234567" : "0123456789") == std::string::npos;
@@ -259,11 +265,7 @@ void ServeFolder(const MountOptions& options, mount::Settings settings) {
 }
 
 int RunMount(MountOptions options) {
-  if (!mount::IsAvailable()) {
-    throw Failure(
-        "cannot mount anything", "this orba was built without libfuse 3",
-        "install libfuse3-dev and build it again, or look inside with: orba ls " + ShellWord(options.container));
-  }
+  RequireLibrary();
   mount::Settings settings = mount::OwnSettings();
   TakeWords(&options, &settings);
   const std::string path = ParseContainer(options.container);
@@ -308,6 +310,7 @@ struct UnmountOptions {
 };
 
 int RunUnmount(const UnmountOptions& options) {
+  RequireLibrary();
   const std::string what = "cannot unmount " + options.folder;
   const std::string container = mount::ContainerAt(options.folder);
   if (container.empty()) throw Failure(what, "no container is mounted there", "see what is with: findmnt -t fuse.orba");
