@@ -1,5 +1,6 @@
 # What `cmake --install` puts where: the library in both forms, its header, the memory file beside it, the command-line
-# tool with its manual page, its completion and the helper of mount(8), and what lets others find the library (pkg-config, CMake).
+# tool with its manual page, its completion and the helper of mount(8), and what lets others find the library
+# (pkg-config, CMake).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 

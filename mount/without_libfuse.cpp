@@ -1,5 +1,5 @@
-// Takes the place of everything here that needs libfuse, or a system that has it. IsAvailable tells the tool, which asks
-// for nothing else then.
+// Takes the place of everything here that needs libfuse, or a system that has it. IsAvailable tells the tool, which
+// then asks for nothing else.
 #include "mount/background.h"
 #include "mount/file_system.h"
 #include "mount/log.h"

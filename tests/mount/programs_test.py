@@ -48,8 +48,9 @@ class ProgramsTest(MountTest):
 
     def test_vim_saves(self):
         self.at("note.txt").write_bytes(b"one\ntwo\n")
-        self.run_program("vim.tiny", "-u", "NONE", "-es", "-c", "set backup writebackup backupskip= backupcopy=no", "-c",
-                         "%s/two/three/", "-c", "wq", self.at("note.txt"))
+        self.run_program("vim.tiny", "-u", "NONE", "-es",
+                         "-c", "set backup writebackup backupskip= backupcopy=no",
+                         "-c", "%s/two/three/", "-c", "wq", self.at("note.txt"))
         self.assertEqual(self.at("NOTE.TXT").read_bytes(), b"one\nthree\n")
         self.assertEqual(self.at("NOTE.TXT~").read_bytes(), b"one\ntwo\n")
         self.run_program("vim.tiny", "-u", "NONE", "-es", "-c", "normal Gofour", "-c", "wq", self.at("NOTE.TXT"))

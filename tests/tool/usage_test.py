@@ -8,9 +8,9 @@ import unittest
 
 from support import LIMIT, ORBA, ToolTest, open_terminal
 
-COMMANDS = ["format", "create", "compact", "info", "df", "ls", "tree", "du", "cat", "put", "get", "manifest",
-            "verify", "export", "import", "mount", "umount", "mkdir", "mv", "cp", "rm", "attrib", "touch", "check", "repair", "undo",
-            "recover", "dump", "map"]
+COMMANDS = ["format", "create", "compact", "info", "df", "ls", "tree", "du", "cat", "put", "get", "manifest", "verify",
+            "export", "import", "mount", "umount", "mkdir", "mv", "cp", "rm", "attrib", "touch", "check", "repair",
+            "undo", "recover", "dump", "map"]
 
 
 def options_of(help_text):
