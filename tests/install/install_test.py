@@ -14,7 +14,8 @@ import unittest
 BUILD, SOURCE, SCRATCH, C_COMPILER, CXX_COMPILER = (pathlib.Path(argument) for argument in sys.argv[1:])
 PREFIX = SCRATCH / "installed"
 FILES = {
-    "bin/orba", "include/orba.h", "share/man/man1/orba.1", "share/bash-completion/completions/orba",
+    "bin/orba", "sbin/mount.fuse.orba", "include/orba.h", "share/man/man1/orba.1",
+    "share/bash-completion/completions/orba",
     "LIB/liborba.so", "LIB/liborba.so.1", "LIB/liborba.so.1.0.0", "LIB/liborba.a", "LIB/libmemfile.so",
     "LIB/pkgconfig/orba.pc", "LIB/cmake/orba/orba-config.cmake", "LIB/cmake/orba/orba-config-version.cmake",
     "LIB/cmake/orba/orba-targets.cmake",
