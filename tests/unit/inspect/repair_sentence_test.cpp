@@ -194,5 +194,56 @@ TEST(RepairSentence, node_block_is_known_by_the_numbers_of_its_slots) {
   EXPECT_EQ(Sentences(image).substr(0, first.size()), first);
 }
 
+TEST(RepairSentence, record_that_lies_in_a_lost_block_too_comes_back) {
+  for (const bool copied : {false, true}) {  // from another slot over it; else overwritten
+    Small image;
+    const std::uint32_t other = image.AppendBlock();
+    const auto at = [&](std::uint64_t offset) { return image.bytes().begin() + static_cast<std::ptrdiff_t>(offset); };
+    std::copy_n(at(image.BlockOffset(1)), 1024, at(image.BlockOffset(other)));
+    if (copied) std::copy_n(at(image.NodeOffset(2)), 64, at(image.NodeOffset(4)));
+    if (!copied) std::fill_n(at(image.NodeOffset(4)), 64, std::uint8_t{0xAA});
+    EXPECT_EQ(Sentences(image),
+              "gives node 4 its record back, which lies in a lost block as well\n"
+              "builds the free chain anew: 1 block in 1 record\n")
+        << copied;
+  }
+}
+
+TEST(RepairSentence, directories_of_a_lost_node_block_are_in_use_whatever_the_bitmap_says) {
+  Small image;
+  for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(1) + i, 0xAA);
+  image.SetFree(5, true);
+  EXPECT_EQ(Sentences(image),
+            "clears table entry 0: it leads to no node block\n"
+            "makes a new block for the nodes of table entry 0, with the directories among them\n"
+            "gives / (node 1) attributes 14 and clears its reserved bytes\n"
+            "gives / (node 1) its first block back\n"
+            "counts 28 entries fewer in / (node 1)\n"
+            "counts 28 entries fewer in /D (node 3)\n"
+            "counts 29 entries fewer in /D/E (node 5)\n"
+            "removes \"A\" from / (node 1): node 2 is not there\n"
+            "removes \"B\" from /D (node 3): node 4 is not there\n"
+            "removes \"C\" from /D/E (node 5): node 6 is not there\n"
+            "builds the free chain anew: 12 blocks in 1 record\n");
+}
+
+TEST(RepairSentence, last_number_of_the_bitmap_is_given_out) {
+  ImageBuilder image(1024, 1);
+  const std::uint16_t file = image.AddFile(1, "A", 700);
+  for (const char* name : {"B", "C", "D", "E"}) image.AddFile(1, name, 0u);
+  image.AddEntry(image.AddDirectory(1, "F"), "TOO", file);
+  EXPECT_EQ(Sentences(image), "gives \"A\" in / (node 1) a copy of \"TOO\" in /F (node 7): both refer to node 2\n");
+}
+
+TEST(RepairSentence, full_directory_without_record_gets_the_blocks_behind_it) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t directory = FillDirectory(&image, 40);
+  for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(directory) + i, 0xAA);
+  EXPECT_EQ(Sentences(image),
+            "makes a new record of node 2 for the directory in block 3\n"
+            "gives /FULL (node 2) its block 37 with 8 entries back\n"
+            "counts 24 entries fewer in /FULL (node 2)\n");
+}
+
 }  // namespace
 }  // namespace orba::inspect
