@@ -536,7 +536,8 @@ class Session {
     return handles_;
   }
 
-  void Loop() { fuse_session_loop(session_); }
+  // Until the folder is unmounted or a signal comes; false where the kernel's requests cannot be read.
+  bool Loop() { return fuse_session_loop(session_) >= 0; }
 
  private:
   fuse_args arguments_ = FUSE_ARGS_INIT(0, nullptr);
@@ -568,8 +569,9 @@ std::string Serve(Tree* tree, const Settings& settings, const std::function<void
   g_complaints = nullptr;
   if (!done) return complaints.empty() ? "libfuse refuses" : complaints;
   mounted();
-  session.Loop();
-  return "";
+  if (session.Loop()) return "";
+  Log(settings.folder + ": the kernel's requests cannot be read any more");
+  return "the kernel's requests cannot be read";
 }
 
 }  // namespace orba::mount

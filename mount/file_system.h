@@ -36,7 +36,7 @@ struct Settings {
 Settings OwnSettings();
 
 // Mounts the tree and serves it until it is unmounted, or SIGINT, SIGTERM or SIGHUP comes; unmounts it then. Calls
-// `mounted` once callers can use the folder. Returns an empty text, or why it was not mounted.
+// `mounted` once callers can use the folder. Returns an empty text, or what went wrong.
 std::string Serve(Tree* tree, const Settings& settings, const std::function<void()>& mounted);
 
 }  // namespace orba::mount

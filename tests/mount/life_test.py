@@ -139,6 +139,15 @@ class LifeTest(MountTest):
         self.assertEqual(os.stat(self.at("F")).st_uid, os.geteuid())
         self.fails_with(errno.EROFS, self.at("G").touch)
 
+    def test_a_container_may_lie_in_the_folder_that_shows_it(self):
+        self.write("mnt/inside.orb", self.read("card.orb"))
+        self.mount(name="mnt/inside.orb")
+        self.at("F").write_bytes(b"x")
+        self.assertGreater(os.statvfs(self.at(".")).f_bfree, 0)
+        self.assertEqual(self.names(), ["F"])
+        self.unmount()
+        self.assertEqual(self.ok("cat", "mnt/inside.orb:/F"), "x")
+
     def test_the_table_of_mounts_shows_the_container(self):
         self.write("a b,c.orb", self.read("card.orb"))
         self.mount(name="a b,c.orb")

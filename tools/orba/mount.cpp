@@ -55,8 +55,8 @@ class MountedVolume : public Mounted {
   explicit MountedVolume(const Address& root)
       : session_(Session::kEach),
         volume_(session_.PathOf(root)),
-        path_(host::RealPath(root.container)),
-        file_(OpenForReading(path_)) {
+        file_(OpenForReading(host::RealPath(root.container))),
+        path_("/proc/self/fd/" + std::to_string(file_.get())) {
     volume_.erase(volume_.find(':'));
     tree_ = std::make_unique<mount::VolumeTree>(
         volume_, mount::VolumeHost{[this](mount::Space* space) { return Measure(space); },
@@ -84,8 +84,8 @@ class MountedVolume : public Mounted {
 
   Session session_;
   std::string volume_;
-  std::string path_;
   Descriptor file_;
+  std::string path_;  // which does not lead through the folder, as its name may
   std::unique_ptr<mount::VolumeTree> tree_;
 };
 
