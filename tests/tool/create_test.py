@@ -273,7 +273,7 @@ class CompactTest(ToolTest):
         _, calls = self.host_calls("compact", "-q", "card.orb", "new.orb")
         self.path("new.orb").unlink()
         writes = [call for call in calls if call.startswith("write")]
-        for number in range(1, len(writes) + 1, 7):
+        for number in range(1, len(writes) + 1, 29):
             status, _ = self.host_calls("compact", "-q", "card.orb", at=f"write * {number} {NO_SPACE}")
             self.assertEqual(status, 1, number)
             self.assertEqual(self.read("card.orb"), self.before)

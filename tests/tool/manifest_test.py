@@ -98,6 +98,11 @@ class ManifestTest(ToolTest):
         self.assertIn("cannot write m: File exists", message)
         self.assertEqual((self.listing(), self.read("m")), ([], b"kept"))
 
+    def test_put_manifest_is_not_printed(self):
+        self.assertIn("--manifest takes the name of a new file",
+                      self.fails(16, "put", "--manifest", "-", "tree", "card.orb"))
+        self.assertEqual(self.listing(), [])
+
     def test_put_that_is_refused_leaves_no_manifest(self):
         self.write("tree/a b", b"")
         self.fails(1, "put", "--manifest", "m", "tree", "card.orb")

@@ -444,6 +444,10 @@ int PutAll(const PutOptions& options, StandardInput* input) {
 
 int RunPut(const PutOptions& options) {
   if (options.operands.size() < 2) throw UsageFailure("put", "there must be a source and a target");
+  if (options.manifest == "-") {
+    throw UsageFailure("put",
+                       "--manifest takes the name of a new file; what is inside a container, orba manifest prints");
+  }
   if (std::find(options.operands.begin(), options.operands.end() - 1, "-") == options.operands.end() - 1) {
     return PutAll(options, nullptr);
   }
