@@ -79,6 +79,19 @@ TEST_F(PosixClock, system_time_in_another_time_zone_is_utc) {
   EXPECT_EQ(12u, hour);
 }
 
+TEST_F(PosixClock, system_time_stands_where_the_environment_says) {
+  setenv("ORBA_CLOCK", "2001-02-03 04:05:06", 1);
+  ExpectTime(TimeAt(1709210096, 0), {2001, 2, 0, 3, 4, 5, 6, 0});
+  setenv("ORBA_CLOCK", "65535 0 255 99 1 0", 1);
+  ExpectTime(TimeAt(1709210096, 0), {65535, 0, 0, 255, 99, 1, 0, 0});
+  for (const char* const other : {"", "2001-02-03", "2001-02-03 04:05:06:07", "now"}) {
+    setenv("ORBA_CLOCK", other, 1);
+    EXPECT_EQ(2024, TimeAt(1709210096, 0).year) << other;
+  }
+  unsetenv("ORBA_CLOCK");
+  EXPECT_EQ(2024, TimeAt(1709210096, 0).year);
+}
+
 TEST_F(PosixClock, system_time_is_the_clock_on_the_wall) {
   const time_t before = time(nullptr);
   SystemTime now;

@@ -416,6 +416,21 @@ TEST_F(PosixTransfer, flush_synchronises_what_others_may_have_written_before) {
   EXPECT_EQ(1u, systemcalls::Count(systemcalls::kFdatasync));
 }
 
+TEST_F(PosixTransfer, flush_leaves_synchronising_to_a_caller_who_says_so) {
+  Write(file_, "abc");
+  systemcalls::Reset();
+  setenv("ORBA_SYNC", "caller", 1);
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  EXPECT_EQ(0u, systemcalls::CountAll());
+  setenv("ORBA_SYNC", "caller ", 1);  // another word means nothing
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  EXPECT_EQ(1u, systemcalls::Count(systemcalls::kFdatasync));
+  Write(file_, "abc");
+  unsetenv("ORBA_SYNC");
+  EXPECT_EQ(1, FlushFileBuffers(file_));
+  EXPECT_EQ(2u, systemcalls::Count(systemcalls::kFdatasync));
+}
+
 TEST_F(PosixTransfer, flush_after_a_failed_write_synchronises_the_file) {
   EXPECT_EQ(1, FlushFileBuffers(file_));
   systemcalls::Reset();
