@@ -8,9 +8,9 @@ import unittest
 
 from support import LIMIT, ORBA, ToolTest, open_terminal
 
-COMMANDS = ["format", "create", "compact", "info", "df", "ls", "tree", "du", "cat", "put", "get", "manifest", "verify",
-            "export", "import", "mount", "umount", "mkdir", "mv", "cp", "rm", "attrib", "touch", "check", "repair",
-            "undo", "recover", "dump", "map"]
+COMMANDS = ["format", "create", "compact", "info", "df", "ls", "tree", "du", "find", "diff", "cat", "put", "get",
+            "manifest", "verify", "export", "import", "mount", "umount", "mkdir", "mv", "cp", "rm", "attrib", "touch",
+            "check", "repair", "undo", "recover", "dump", "map"]
 
 
 def options_of(help_text):
@@ -85,7 +85,7 @@ class UsageTest(ToolTest):
         self.format()
         self.put_text("card.orb:/A")
         self.assertEqual(self.ok("ls", "-l1R", "card.orb"), self.ok("ls", "card.orb", "-l", "-1", "--recursive"))
-        self.assertEqual(self.ok("ls", "-la", "card.orb"), self.ok("ls", "-l", "card.orb"))
+        self.assertEqual(self.ok("ls", "-la", "card.orb"), self.ok("ls", "card.orb", "--all", "-l"))
         self.write("-r", b"text")
         self.ok("put", "--rename", "--", "-r", "card.orb")
         self.assertEqual(self.listing(), ["-R", "A"])

@@ -6,11 +6,12 @@ namespace orba::tool {
 
 const std::vector<const Command*>& Commands() {
   static const std::vector<const Command*> commands = {
-      &kFormatCommand, &kCreateCommand, &kCompactCommand, &kInfoCommand,      &kFreeCommand,    &kListCommand,
-      &kTreeCommand,   &kUsageCommand,  &kCatCommand,     &kPutCommand,       &kGetCommand,     &kManifestCommand,
-      &kVerifyCommand, &kExportCommand, &kImportCommand,  &kMountCommand,     &kUnmountCommand, &kMakeCommand,
-      &kMoveCommand,   &kCopyCommand,   &kRemoveCommand,  &kAttributeCommand, &kTouchCommand,   &kCheckCommand,
-      &kRepairCommand, &kUndoCommand,   &kRecoverCommand, &kDumpCommand,      &kMapCommand,
+      &kFormatCommand,  &kCreateCommand,   &kCompactCommand, &kInfoCommand,   &kFreeCommand,    &kListCommand,
+      &kTreeCommand,    &kUsageCommand,    &kFindCommand,    &kDiffCommand,   &kCatCommand,     &kPutCommand,
+      &kGetCommand,     &kManifestCommand, &kVerifyCommand,  &kExportCommand, &kImportCommand,  &kMountCommand,
+      &kUnmountCommand, &kMakeCommand,     &kMoveCommand,    &kCopyCommand,   &kRemoveCommand,  &kAttributeCommand,
+      &kTouchCommand,   &kCheckCommand,    &kRepairCommand,  &kUndoCommand,   &kRecoverCommand, &kDumpCommand,
+      &kMapCommand,
   };
   return commands;
 }

@@ -7,6 +7,8 @@ namespace orba::tool {
 
 extern const Command kFormatCommand, kInfoCommand, kFreeCommand;                      // container.cpp
 extern const Command kListCommand, kTreeCommand, kUsageCommand;                       // list.cpp
+extern const Command kFindCommand;                                                    // find.cpp
+extern const Command kDiffCommand;                                                    // diff.cpp
 extern const Command kCatCommand, kGetCommand;                                        // get.cpp
 extern const Command kMountCommand, kUnmountCommand;                                  // mount.cpp
 extern const Command kPutCommand;                                                     // put.cpp

@@ -18,6 +18,9 @@ enum ExitStatus : int {
   kRepaired = 1,
   kDamageLeft = 4,
   kCouldNotWork = 8,
+  // diff as diff does:
+  kDifferent = 1,
+  kTrouble = 2,
 };
 
 class Failure : public std::exception {

@@ -1,9 +1,8 @@
 // ls, tree and du: what lies inside.
 #include <algorithm>
-#include <cstdio>
-#include <cstring>
+#include <cstdint>
 #include <memory>
-#include <tuple>
+#include <optional>
 
 #include "inspect/check/finding.h"
 #include "inspect/container/names.h"
@@ -11,8 +10,8 @@
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"
 #include "tools/orba/host/host.h"
-#include "tools/orba/host_file.h"
 #include "tools/orba/look.h"
+#include "tools/orba/stamp.h"
 #include "tools/orba/terminal.h"
 #include "tools/orba/weigh.h"
 
@@ -36,13 +35,11 @@ struct ListOptions {
   bool byTime = false;
   bool bySize = false;
   bool reverse = false;
-  bool all = false;  // no name is hidden anyway
+  bool all = false;
 };
 
 bool IsNewer(const OrbTime& a, const OrbTime& b) {
-  const auto key = [](const OrbTime& t) { return std::tie(t.year, t.month, t.day, t.hour, t.minute, t.second); };
-  if (!IsDate(a) || !IsDate(b)) return IsDate(a) && !IsDate(b);
-  return key(a) > key(b);
+  return SecondsOf(a).value_or(INT64_MIN) > SecondsOf(b).value_or(INT64_MIN);
 }
 
 // They come sorted by name.
@@ -64,14 +61,6 @@ std::string AttributeText(const Item& item) {
   return text;
 }
 
-std::string TimeText(const OrbTime& time) {
-  if (!IsDate(time)) return PadRight("-", std::strlen("2026-11-21 03:15:09"));  // damaged, or the device has no clock
-  char text[32];
-  std::snprintf(text, sizeof text, "%04u-%02u-%02u %02u:%02u:%02u", time.year, time.month, time.day, time.hour,
-                time.minute, time.second);
-  return text;
-}
-
 class Lister {
  public:
   Lister(const ListOptions& options, Look* look) : options_(options), look_(look) {}
@@ -85,7 +74,8 @@ class Lister {
     std::vector<Item> files;
     for (auto match = matches.begin(); match != firstDirectory; ++match) {
       files.push_back(match->item);
-      if (several || match->address.IsRoot()) files.back().name = match->address.Text();
+      const bool whole = several || match->address.IsRoot();
+      files.back().name = whole ? match->address.Text() : inspect::Printable(match->item.name);
     }
     Sort(options_, &files);
     if (!files.empty()) PrintItems(files);
@@ -100,7 +90,9 @@ class Lister {
     std::vector<Item> items = walker->List(directory);
     Sort(options_, &items);
     if (headed) Print((printed_ ? "\n" : "") + directory.address.Text() + ":\n");
-    PrintItems(items);
+    std::vector<Item> shown = options_.all ? WithDots(directory, items) : items;
+    for (Item& item : shown) item.name = inspect::Printable(item.name);
+    PrintItems(shown);
     printed_ = true;
     if (!options_.recursive) return;
     for (const Item& item : items) {
@@ -108,6 +100,22 @@ class Lister {
     }
   }
 
+  // What the directory holds, and "." and "..", which are left out else. Above the root is the root.
+  std::vector<Item> WithDots(const Match& directory, const std::vector<Item>& items) {
+    const Address& address = directory.address;
+    std::optional<Item> above = address.IsRoot() ? directory.item : look_->Find(address.Parent());
+    std::vector<Item> all = {directory.item};
+    all[0].name = ".";
+    if (above.has_value()) {
+      above->name = "..";
+      all.push_back(*above);
+    }
+    all.insert(all.end(), items.begin(), items.end());
+    Sort(options_, &all);
+    return all;
+  }
+
+  // Of items whose names are fit to be printed.
   void PrintItems(const std::vector<Item>& items) {
     printed_ = printed_ || !items.empty();
     if (options_.longForm) return PrintLong(items);
@@ -139,7 +147,7 @@ class Lister {
   static std::string NameText(const Item& item) {
     const bool marked =
         item.IsDirectory() && IsTerminal(Stream::kOutput) && (item.name.empty() || item.name.back() != '/');
-    return inspect::Printable(item.name) + (marked ? "/" : "");
+    return item.name + (marked ? "/" : "");
   }
 
   const ListOptions& options_;
@@ -163,7 +171,7 @@ Run DefineList(Syntax* syntax) {
   syntax->Flag("-t", &options->byTime, "the newest first");
   syntax->Flag("-S", &options->bySize, "the largest first");
   syntax->Flag("-r,--reverse", &options->reverse, "the other way round");
-  syntax->Flag("-a,--all", &options->all, "accepted for habit: no name is hidden anyway");
+  syntax->Flag("-a,--all", &options->all, "\".\" and \"..\" too; no other name is hidden");
   syntax->Many("CONTAINER[:/PATH]", &options->operands);
   return [options] { return RunList(*options); };
 }

@@ -42,7 +42,7 @@ void RequireOrdinary(const Address& address) {
   OrbU32 code = ORB_ERROR_ACCESS_DENIED;
   if (status.kind == host::Kind::kNothing) {
     const bool noFolder = errno == ENOTDIR || !IsHostDirectory(ParentOf(address.container));
-    if (errno != ENOENT && errno != ENOTDIR) throw HostFailure("cannot open " + address.container, errno);
+    if (errno != ENOENT && errno != ENOTDIR) throw HostFailure("cannot open " + ShellWord(address.container), errno);
     code = noFolder ? ORB_ERROR_PATH_NOT_FOUND : ORB_ERROR_FILE_NOT_FOUND;
   }
   throw MountFailure(address, code, status);
@@ -57,21 +57,22 @@ Look::Container& Look::Open(const Address& address) {
   const auto known = ids_.find(name);
   if (known != ids_.end()) return *containers_.at(known->second);
   RequireOrdinary(address);
+  const std::string word = ShellWord(name);
   auto container = std::make_unique<Container>(name);
   const host::FileId id = host::StatusOf(name).id;
   const inspect::Reader& reader = container->reader;
-  if (!reader.readable()) throw LibraryFailure("cannot open " + name, name, ORB_ERROR_DAMAGED_VOLUME);
+  if (!reader.readable()) throw LibraryFailure("cannot open " + word, name, ORB_ERROR_DAMAGED_VOLUME);
   if (reader.header().signature == kVolumeSignature && reader.header().version != kVolumeVersion) {
-    throw LibraryFailure("cannot open " + name, name, ORB_ERROR_WRONG_VERSION);  // it may mean anything
+    throw LibraryFailure("cannot open " + word, name, ORB_ERROR_WRONG_VERSION);  // it may mean anything
   }
   const bool fresh = containers_.emplace(id, std::move(container)).second;
   ids_[name] = id;
   Container& opened = *containers_.at(id);
   if (fresh && opened.reader.marked()) {
-    Report("warning: " + name + " is marked: an update of it was interrupted, and what it changed may be incomplete");
+    Report("warning: " + word + " is marked: an update of it was interrupted, and what it changed may be incomplete");
   }
   if (fresh && !opened.reader.problems().empty()) {
-    Tell(address, "cannot read all of " + name, ToText(opened.reader.problems().front()));
+    Tell(address, "cannot read all of " + word, ToText(opened.reader.problems().front()));
   }
   return opened;
 }
@@ -87,6 +88,10 @@ OrbU32 Look::BlockSize(const Address& address) { return Open(address).reader.geo
 
 void Look::Tell(const Address& address, const std::string& what, const std::string& why) {
   damaged_.insert(address.container);
+  TellLeftOut(what, why);
+}
+
+void Look::TellLeftOut(const std::string& what, const std::string& why) {
   if (++told_ <= kMostTold) Report(Failure(what, why, ""));
 }
 
@@ -94,10 +99,10 @@ int Look::Finish(int status) {
   if (told_ > kMostTold) Report("and " + std::to_string(told_ - kMostTold) + " more of the kind");
   for (const std::string& container : damaged_) {
     const std::string word = ShellWord(container);
-    Report(container + " is damaged\n      see the damage with: orba check " + word +
+    Report(word + " is damaged\n      see the damage with: orba check " + word +
            "\n      fetch everything that is left with: orba recover " + word + " DIR");
   }
-  return damaged_.empty() ? status : kFailed;
+  return damaged_.empty() && told_ == 0 ? status : kFailed;
 }
 
 // ---- Places ---------------------------------------------------------------------------------------------------------
@@ -168,9 +173,12 @@ void Look::Read(const Match& file, const inspect::Reader::Take& take) {
         },
         &BudgetOf(file.address));
   }
-  if (!problem.IsFailure()) return;
-  damaged_.insert(file.address.container);
-  throw Failure("cannot read " + file.address.Text() + " beyond byte " + std::to_string(done), ToText(problem), "");
+  if (problem.IsFailure()) ThrowUnreadable(file.address, done, problem);
+}
+
+void Look::ThrowUnreadable(const Address& file, std::uint64_t done, const Problem& problem) {
+  damaged_.insert(file.container);
+  throw Failure("cannot read " + file.Text() + " beyond byte " + std::to_string(done), ToText(problem), "");
 }
 
 void Look::RequireBlocks(const Match& file) {
@@ -199,9 +207,7 @@ std::size_t Look::ReadAt(const Match& file, std::uint32_t position, void* buffer
   Problem problem = reader.ReadNode(file.item.node, &node);
   if (!problem.IsFailure()) problem = reader.Read(node, position, buffer, count, &done);
   if (!problem.IsFailure()) return done;
-  damaged_.insert(file.address.container);
-  throw Failure("cannot read " + file.address.Text() + " beyond byte " + std::to_string(position + done),
-                ToText(problem), "");
+  ThrowUnreadable(file.address, std::uint64_t{position} + done, problem);
 }
 
 std::vector<Item> LookWalker::List(const Match& directory) {
@@ -212,7 +218,7 @@ std::vector<Item> LookWalker::List(const Match& directory) {
   above_.emplace_back(depth, number);
   const std::string what = "cannot list " + Shortened(directory.address);
   if (depth > kDeepest) {
-    look_->Tell(directory.address, what, "it lies more than " + std::to_string(kDeepest) + " directories deep");
+    look_->TellLeftOut(what, "it lies more than " + std::to_string(kDeepest) + " directories deep");
   } else if (!listed_.insert(number).second) {
     Problem problem;
     problem.trouble = loop ? Trouble::kDirectoryLoop : Trouble::kDirectoryAgain;

@@ -46,6 +46,9 @@ class Look : public Places {
   // Reports "WHAT: WHY" as something that cannot be read; further ones beyond the first are counted alone.
   void Tell(const Address& address, const std::string& what, const std::string& why);
 
+  // Reports, in the same way, what was left out though nothing is wrong with it.
+  void TellLeftOut(const std::string& what, const std::string& why);
+
   // Ends the run: says what to do about what was told. kFailed when something was, else `status`.
   int Finish(int status);
 
@@ -58,6 +61,7 @@ class Look : public Places {
 
   Container& Open(const Address& address);
   inspect::Budget& BudgetOf(const Address& address);
+  [[noreturn]] void ThrowUnreadable(const Address& file, std::uint64_t done, const inspect::Problem& problem);
 
   std::map<std::string, host::FileId> ids_;  // the same container may be written in several ways
   std::map<host::FileId, std::unique_ptr<Container>> containers_;

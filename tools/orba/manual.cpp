@@ -51,13 +51,13 @@ constexpr Topic kTopics[] = {
     {"Exit status",
      "0 done, 1 something failed, 16 wrong usage. check and repair end as fsck does: 0 clean, 1 repaired, 4 damage "
      "is left, 8 could not work, 16 wrong usage. recover: 0 all copied, 4 all that can be read copied but there is "
-     "damage, 1 something not copied. verify ends as diff does: 0 nothing differs, 1 something does, 2 something could "
+     "damage, 1 something not copied. diff and verify: 0 nothing differs, 1 something does, 2 something could "
      "not be compared.",
      true},
     {"Safety",
      "While the tool works on a container no other program can open it. A container whose update was interrupted is "
-     "refused by everything that mounts it until orba repair has seen to it; info, df, check, repair, recover, dump "
-     "and map work without mounting. Nothing overwrites a file, on the host or in a container, unless --force is "
+     "refused by everything that changes what is inside until orba repair has seen to it; all else works without "
+     "mounting. Nothing overwrites a file, on the host or in a container, unless --force is "
      "given. An interrupt (Ctrl-C) is obeyed between two steps, so that the container is left clean; a second one "
      "ends the program at once.\n\n"
      "What changes files, in a container or on the host, has everything on the disk once, before it ends with status "

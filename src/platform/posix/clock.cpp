@@ -15,8 +15,8 @@ uint32_t GetTickCount() {
 
 namespace {
 
-// A program that is to stamp files with another time than the present sets ORBA_CLOCK meanwhile, to six numbers with one
-// character between them: "2026-11-21 03:15:09". The result is false, and `now` as it was, with any other number of them.
+// A program that is to stamp files with another time than the present sets ORBA_CLOCK meanwhile, to six numbers with
+// one character between them: "2026-11-21 03:15:09". False, and `now` as it was, with any other number of them.
 bool ClockStands(SystemTime* now) {
   const char* text = getenv("ORBA_CLOCK");
   uint16_t numbers[6] = {};
