@@ -1,7 +1,10 @@
 """mkdir, mv, cp, rm, attrib and touch: changes inside containers."""
+import signal
+import struct
+import subprocess
 import unittest
 
-from support import BLOCK_1, NODE_SIZE, NODE_TIME, ToolTest
+from support import BLOCK_1, LIMIT, NODE_SIZE, NODE_TIME, ORBA, ToolTest, obey_modes
 
 OLD = (2001, 2, 3, 4, 5, 6)
 
@@ -48,7 +51,7 @@ class MakeTest(ChangeTest):
 
     def test_mkdir_of_an_illegal_name_names_the_rule(self):
         message = self.fails(1, "mkdir", "card.orb:/two words")
-        self.assertIn('cannot use the name in card.orb:/TWO\\x20WORDS: it holds " " '
+        self.assertIn('cannot use the name in \'card.orb:/TWO\\x20WORDS\': it holds " " '
                       "(ORB_ERROR_INVALID_NAME, 0x3000000F)", message)
         self.assertIn("names have 1 to 29 characters", message)
 
@@ -227,6 +230,59 @@ class CopyTest(ChangeTest):
         self.assertEqual(self.text("other.orb:/X"), "x" * 10000)
         self.assertEqual(self.text("other.orb:/A/B/Y"), "y")
         self.assert_clean("other.orb")
+
+    def test_cp_to_another_container_keeps_attributes_and_times_whatever_they_are(self):
+        self.format("other.orb", "-b", "8192")
+        self.put_text("card.orb:/EMPTY", "")  # nodes from 4 on: X, Y, EMPTY
+        self.set_time(4, OLD)
+        self.set_time(6, (0, 0, 77, 0, 88, 99))  # a device without a clock may write anything
+        self.ok("attrib", "+r", "card.orb:/EMPTY")
+        self.ok("attrib", "+ru", "card.orb:/X")
+        self.ok("cp", "card.orb:/X", "card.orb:/EMPTY", "other.orb")
+        self.assertEqual(self.ok("ls", "-l", "other.orb").splitlines(),
+                         ["-r--      0  -                    EMPTY", "-r-u  10000  2001-02-03 04:05:06  X"])
+        self.assertIn(struct.pack("<H5B", 0, 0, 77, 0, 88, 99), self.read("other.orb"))
+        self.assertRegex(self.ok("ls", "-ld", "other.orb"), r" 20[2-9]\d-")  # not the directory's
+        self.assert_clean("other.orb")
+
+    def test_cp_from_a_container_that_may_only_be_read_or_is_marked_or_damaged(self):
+        self.mark_dirty()
+        with open(self.path("card.orb"), "rb") as container:
+            contents = container.read()
+        self.patch("card.orb", contents.index(b"\x02\x00A\0"), b"\xff\xff")  # A's node
+        self.path("card.orb").chmod(0o444)
+        before = self.read("card.orb")
+        for target in ("one.orb", "two.orb"):
+            self.format(target)
+        result = self.orba("cp", "card.orb:/X", "one.orb", preexec_fn=obey_modes)
+        self.assertEqual((result.status, result.err.count("orba: ")), (0, 1), result)
+        self.assertIn("warning: card.orb is marked", result.err)
+        result = self.orba("cp", "-r", "card.orb", "two.orb", preexec_fn=obey_modes)
+        self.assertEqual(result.status, 1, result)
+        self.assertIn("cannot read card.orb:/A: its entry refers to node 65535", result.err)
+        self.assertIn("orba recover card.orb DIR\n", result.err)
+        self.assertEqual(self.listing("two.orb"), ["X"])
+        for target in ("one.orb", "two.orb"):
+            self.assertEqual(self.text(target + ":/X"), "x" * 10000)
+            self.assert_clean(target)
+        self.assertEqual(self.read("card.orb"), before)
+
+    def test_cp_of_a_large_file_ends_with_a_signal_and_leaves_nothing(self):
+        self.write("big", bytes(64 << 20))
+        self.ok("put", "big", "card.orb")
+        self.format("other.orb")
+        for target in ("card.orb", "other.orb"):
+            size = self.path(target).stat().st_size
+            with subprocess.Popen([ORBA, "cp", "card.orb:/BIG", target + ":/COPY"], cwd=self.folder,
+                                  stderr=subprocess.PIPE, env=self.environment()) as process:
+                self.wait_until(lambda: self.path(target).stat().st_size > size + (1 << 20) or process.poll())
+                process.send_signal(signal.SIGTERM)
+                _, message = process.communicate(timeout=LIMIT)
+            self.assertEqual((process.returncode, message), (-signal.SIGTERM, b"orba: interrupted\n"))
+            self.assertLess(self.path(target).stat().st_size, size + (48 << 20))  # in the midst
+            self.assertNotIn("COPY", self.ok("ls", target))
+            self.assertNotIn(".TMP", self.ok("ls", target))
+            self.assert_clean(target)
 
     def test_cp_of_a_whole_container(self):
         self.format("other.orb")

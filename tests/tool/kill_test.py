@@ -60,6 +60,26 @@ class KillTest(ToolTest):
             self.assertEqual(self.ok("cat", "card.orb:/SOURCE"), NEW, number)
         self.assertEqual(seen, {None, NEW})
 
+    def test_cp_force_killed_leaves_the_old_or_the_new_contents(self):
+        for number in self.kill_everywhere("cp", "-f", "card.orb:/SOURCE", f"card.orb:{FOLDER}/KEPT"):
+            if self.found("KEPT") is None:  # between the two the new one has its temporary name, complete
+                self.assertEqual(self.found("~ORBA-1.TMP"), NEW, number)
+            self.assertIn(self.found("KEPT"), (OLD, NEW, None), number)
+
+    def test_cp_from_another_container_killed_leaves_nothing_or_all(self):
+        self.write("other.orb", self.before)
+        seen = set()
+        for number in self.kill_everywhere("cp", "other.orb:/SOURCE", f"card.orb:{FOLDER}/NEW"):
+            seen.add(self.found("NEW"))
+            self.assertEqual(self.read("other.orb"), self.before, number)
+        self.assertEqual(seen, {None, NEW})
+
+    def test_mv_killed_leaves_the_file_under_a_name(self):
+        for number in self.kill_everywhere("mv", "card.orb:/SOURCE", f"card.orb:{FOLDER}/NEW"):
+            at_source = self.orba("cat", "card.orb:/SOURCE")
+            self.assertTrue(self.found("NEW") == NEW or at_source.out == NEW, number)
+            self.assertIn(self.found("NEW"), (None, NEW), number)
+
     def test_mv_force_killed_loses_nothing_that_is_to_stay(self):
         for number in self.kill_everywhere("mv", "-f", "card.orb:/SOURCE", f"card.orb:{FOLDER}/KEPT"):
             at_source = self.orba("cat", "card.orb:/SOURCE")
@@ -74,7 +94,7 @@ class KillTest(ToolTest):
         self.assertEqual(seen, {None, OLD})
 
     def test_get_killed_leaves_no_incomplete_file_and_sweeps_the_next_time(self):
-        arguments = ("get", "card.orb:/SOURCE", "out")
+        arguments = ("get", f"card.orb:{FOLDER}/KEPT", "out")
         self.path("out").mkdir()
         _, calls = self.host_calls(*arguments)
         self.assertGreaterEqual(len(calls), 3)
@@ -84,9 +104,9 @@ class KillTest(ToolTest):
             status, _ = self.host_calls(*arguments, at=f"any * {number} kill")
             self.assertEqual(status, -9)
             names = [name for name in self.host_names("out") if not name.startswith(".orba-")]
-            self.assertIn([self.read("out/" + name) for name in names], ([], [NEW.encode()]))
-            self.assertEqual(self.orba("get", "-f", "card.orb:/SOURCE", "out").status, 0)
-            self.assertEqual(self.host_names("out"), ["SOURCE"])
+            self.assertIn([self.read("out/" + name) for name in names], ([], [OLD.encode()]))
+            self.assertEqual(self.orba("get", "-f", f"card.orb:{FOLDER}/KEPT", "out").status, 0)
+            self.assertEqual(self.host_names("out"), ["KEPT"])
         self.assertEqual(self.read("card.orb"), self.before)
 
 

@@ -5,11 +5,13 @@
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"
 #include "tools/orba/interrupt.h"
+#include "tools/orba/look.h"
 #include "tools/orba/name_rule.h"
 #include "tools/orba/place.h"
 #include "tools/orba/session.h"
 #include "tools/orba/temporary.h"
 #include "tools/orba/terminal.h"
+#include "tools/orba/volume_file.h"
 #include "tools/orba/walk.h"
 
 namespace orba::tool {
@@ -94,37 +96,22 @@ auto WithHint(const std::string& operand, const Work& work) {
   }
 }
 
-std::vector<Match> ExpandSources(const TransferOptions& options, Session* session, const char* action, int* status) {
+// The places that all operands but the last stand for, each found by `expand`.
+template <typename Find>
+std::vector<Match> ExpandSources(const TransferOptions& options, int* status, const Find& expand) {
   std::vector<Match> sources;
   const std::vector<std::string> operands(options.operands.begin(), options.operands.end() - 1);
   *status = ForEach(operands, [&](const std::string& operand) {
-    std::vector<Match> found = WithHint(operand, [&] { return Expand(session, ParseAddress(operand), action); });
+    std::vector<Match> found = WithHint(operand, [&] { return expand(ParseAddress(operand)); });
     for (Match& match : found) sources.push_back(std::move(match));
   });
   return sources;
 }
 
-// False where a part failed and was reported.
-using Work = bool (*)(const TransferOptions&, Session*, const Match& source, const Address& target);
-
-int RunTransfer(const char* command, const TransferOptions& options, Work work) {
-  if (options.operands.size() < 2) throw UsageFailure(command, "there must be a source and a target");
-  Session session;
-  int found = kSuccess;
-  const std::vector<Match> sources = ExpandSources(options, &session, command[0] == 'm' ? "move" : "copy", &found);
-  int status = kSuccess;
-  bool whole = true;
-  if (!sources.empty()) {
-    const std::string& last = options.operands.back();
-    const bool several = sources.size() > 1 || options.operands.size() > 2;
-    const Target target = WithHint(last, [&] { return Target(&session, last, several); });
-    status = ForEach(sources, [&](const Match& source) {
-      CheckInterrupt();
-      whole = work(options, &session, source, target.For(source)) && whole;
-    });
-  }
-  session.Close();
-  return found == kSuccess && status == kSuccess && whole ? kSuccess : kFailed;
+Target OpenTarget(const TransferOptions& options, Session* session, std::size_t sources) {
+  const std::string& last = options.operands.back();
+  const bool several = sources > 1 || options.operands.size() > 2;
+  return WithHint(last, [&] { return Target(session, last, several); });
 }
 
 // ---- mv -------------------------------------------------------------------------------------------------------------
@@ -150,7 +137,7 @@ void MoveOver(Session* session, const std::string& what, const Address& source, 
   Delete(session, aside);
 }
 
-bool Move(const TransferOptions& options, Session* session, const Match& source, const Address& target) {
+void Move(const TransferOptions& options, Session* session, const Match& source, const Address& target) {
   const std::string what = "cannot move " + source.address.Text();
   if (source.address.IsRoot()) {
     throw Failure(what, "it is the root of the container, which has no other place", "move what it holds");
@@ -163,73 +150,156 @@ bool Move(const TransferOptions& options, Session* session, const Match& source,
     if (there.has_value() && !there->IsDirectory()) throw TakenByFile(what, target);
   }
   if (!MayOverwrite(session, what + " to " + target.Text(), target, options.force)) {
-    MovePlainly(session, what + " to " + target.Text(), source.address, target);
-    return true;
+    return MovePlainly(session, what + " to " + target.Text(), source.address, target);
   }
   MoveOver(session, what + " to " + target.Text(), source.address, target);
-  return true;
+}
+
+int RunMove(const TransferOptions& options) {
+  if (options.operands.size() < 2) throw UsageFailure("mv", "there must be a source and a target");
+  Session session;
+  int found = kSuccess;
+  const std::vector<Match> sources =
+      ExpandSources(options, &found, [&](const Address& pattern) { return Expand(&session, pattern, "move"); });
+  int status = kSuccess;
+  if (!sources.empty()) {
+    const Target target = OpenTarget(options, &session, sources.size());
+    status = ForEach(sources, [&](const Match& source) {
+      CheckInterrupt();
+      Move(options, &session, source, target.For(source));
+    });
+  }
+  session.Close();
+  return found == kSuccess && status == kSuccess ? kSuccess : kFailed;
 }
 
 Run DefineMove(Syntax* syntax) {
   auto options = std::make_shared<TransferOptions>();
   syntax->Flag("-f,--force", &options->force, "overwrite files that are there");
   syntax->Many("SOURCE", &options->operands);
-  return [options] { return RunTransfer("mv", *options, Move); };
+  return [options] { return RunMove(*options); };
 }
 
 // ---- cp -------------------------------------------------------------------------------------------------------------
 
-void CopyPlainly(Session* session, const Address& source, const Address& target) {
-  const std::string from = session->PathOf(source);
-  if (OrbCopyFileA(from.c_str(), session->PathOf(target).c_str()) == 0) {
-    throw LibraryFailure("cannot copy " + source.Text() + " to " + target.Text(), target.container);
-  }
-}
+// Where cp reads: the target's container as it is mounted, any other one without mounting it.
+class Origin {
+ public:
+  virtual ~Origin() = default;
+  virtual Places* places() = 0;
+  // What a directory holds; each is listed before those that lie in it.
+  virtual std::vector<Item> List(const Match& directory) = 0;
+  // Hands the contents of a file to `take`, piece by piece.
+  virtual void Read(const Match& file, const inspect::Reader::Take& take) = 0;
+};
 
-void CopyFile(const TransferOptions& options, Session* session, const Address& source, const Address& target) {
-  const std::string what = "cannot copy " + source.Text();
-  if (session->PathOf(source) == session->PathOf(target)) {
-    throw Failure(what, "source and target are the same", "use another target");
-  }
-  const bool replaces = MayOverwrite(session, what, target, options.force);
-  const Address beside = TemporaryBeside(session, target);
-  try {
-    CopyPlainly(session, source, beside);
-    CheckInterrupt();  // the library's copying is one call
-    if (!replaces) Rename(session, beside, target.Name());
-  } catch (...) {
-    OrbDeleteFileA(session->PathOf(beside).c_str());
-    throw;
-  }
-  if (replaces) Replace(session, beside, target);
-}
+class MountedOrigin : public Origin {
+ public:
+  explicit MountedOrigin(Session* session) : session_(session), places_(session), walker_(session) {}
 
-// Copies trees. What cannot be copied is reported, the rest still is.
+  Places* places() override { return &places_; }
+  std::vector<Item> List(const Match& directory) override { return walker_.List(directory.address); }
+
+  void Read(const Match& file, const inspect::Reader::Take& take) override {
+    constexpr OrbU32 kPiece = 256 * 1024;
+    std::vector<std::uint8_t> piece(kPiece);
+    VolumeFile source(session_, file.address, ORB_OPEN_READ);
+    for (OrbU32 count = source.Read(piece.data(), kPiece); count > 0; count = source.Read(piece.data(), kPiece)) {
+      if (!take(piece.data(), count)) break;
+    }
+    source.Close();
+  }
+
+ private:
+  Session* session_;
+  MountedPlaces places_;
+  Walker walker_;
+};
+
+class LookedIntoOrigin : public Origin {
+ public:
+  explicit LookedIntoOrigin(Look* look) : look_(look), walker_(look) {}
+
+  Places* places() override { return look_; }
+
+  std::vector<Item> List(const Match& directory) override {
+    std::vector<Item> items;
+    for (Item& item : walker_.List(directory)) {
+      // A name that no path leads to has no place in another container either; the walker has told of it.
+      if (item.named) items.push_back(std::move(item));
+    }
+    return items;
+  }
+
+  void Read(const Match& file, const inspect::Reader::Take& take) override { look_->Read(file, take); }
+
+ private:
+  Look* look_;
+  LookWalker walker_;
+};
+
+// One run of cp.
 class Copier {
  public:
-  Copier(const TransferOptions& options, Session* session) : options_(options), session_(session), walker_(session) {}
+  Copier(const TransferOptions& options, Session* session, Look* look, const std::string& target)
+      : options_(options), session_(session), look_(look), target_(target) {}
 
+  // The sources of an operand, and where they are read.
+  std::unique_ptr<Origin> OpenOrigin(const std::string& container) const {
+    if (IsTargets(container)) return std::make_unique<MountedOrigin>(session_);
+    return std::make_unique<LookedIntoOrigin>(look_);
+  }
+
+  // Copies a file or tree. What cannot be copied of a tree is reported, the rest still is; failed() tells then.
   void Copy(const Match& source, const Address& target) {
+    RequireCopyable(source, target);
+    const std::unique_ptr<Origin> origin = OpenOrigin(source.address.container);
+    CopyTree(origin.get(), source, target);
+  }
+
+  bool failed() const { return failed_; }
+
+ private:
+  bool IsTargets(const std::string& container) const {
+    return container == target_ || IsSameHostFile(container, target_);
+  }
+
+  void RequireCopyable(const Match& source, const Address& target) {
+    const std::string what = "cannot copy " + source.address.Text();
+    const bool same = IsTargets(source.address.container);
+    if (!source.item.IsDirectory()) {
+      if (!same || session_->PathOf(source.address) != session_->PathOf(target)) return;
+      throw Failure(what, "source and target are the same", "use another target");
+    }
+    if (!options_.recursive) {
+      throw Failure(what, "it is a directory (" + CodeText(ORB_ERROR_WRONG_KIND) + ")",
+                    "copy it and everything below it with: orba cp -r", ORB_ERROR_WRONG_KIND);
+    }
+    // Compared as the library sees them: a container may be written in two ways.
+    const std::string from = same ? session_->PathOf(source.address) + (source.address.IsRoot() ? "" : "/") : "";
+    if (same && (session_->PathOf(target) + "/").compare(0, from.size(), from) == 0) {
+      throw Failure(what, "the target lies inside it", "use another target");
+    }
+  }
+
+  void CopyTree(Origin* origin, const Match& source, const Address& target) {
     CheckInterrupt();
-    if (!source.item.IsDirectory()) return CopyFile(options_, session_, source.address, target);
+    if (!source.item.IsDirectory()) return CopyFile(origin, source, target);
     const std::optional<Item> there = FindItem(session_, target);
     if (!there.has_value()) {
       CreateDirectory(session_, target);
     } else if (!there->IsDirectory()) {
       throw TakenByFile("cannot copy " + source.address.Text(), target);
     }
-    for (const Item& item : walker_.List(source.address)) {
+    for (const Item& item : origin->List(source)) {
       if (stopped_) return;
-      CopyChild({source.address.Child(item.name), item}, target.Child(item.name));
+      CopyChild(origin, {source.address.Child(item.name), item}, target.Child(item.name));
     }
   }
 
-  bool failed() const { return failed_; }
-
- private:
-  void CopyChild(const Match& source, const Address& target) {
+  void CopyChild(Origin* origin, const Match& source, const Address& target) {
     try {
-      Copy(source, target);
+      CopyTree(origin, source, target);
     } catch (const Failure& failure) {
       Report(failure);
       failed_ = true;
@@ -237,32 +307,65 @@ class Copier {
     }
   }
 
+  // A copy has its name when it is complete; one that does not come in whole goes again.
+  void CopyFile(Origin* origin, const Match& source, const Address& target) {
+    const bool replaces = MayOverwrite(session_, "cannot copy " + source.address.Text(), target, options_.force);
+    const Address beside = TemporaryBeside(session_, target);
+    try {
+      Fill(origin, source, beside);
+      const OrbU32 attributes = source.item.attributes & (ORB_ATTRIBUTE_READ_ONLY | ORB_ATTRIBUTE_USER);
+      if (attributes != 0) SetAttributes(session_, beside, attributes);
+      if (!replaces) Rename(session_, beside, target.Name());
+    } catch (...) {
+      OrbDeleteFileA(session_->PathOf(beside).c_str());
+      throw;
+    }
+    if (replaces) Replace(session_, beside, target);
+  }
+
+  // The copy is stamped with the source's time.
+  void Fill(Origin* origin, const Match& source, const Address& copy) {
+    CreateFile(session_, copy);  // the directory is stamped with the present
+    const ClockStandsAt stamp(source.item.time);
+    VolumeFile written(session_, copy, ORB_OPEN_WRITE);
+    written.SetSize(1);
+    written.SetSize(0);  // stamps an empty file too
+    origin->Read(source, [&](const std::uint8_t* bytes, std::size_t count) {
+      CheckInterrupt();
+      written.Write(bytes, static_cast<OrbU32>(count));
+      return true;
+    });
+    written.Close();
+  }
+
   const TransferOptions& options_;
   Session* session_;
-  Walker walker_;
+  Look* look_;
+  std::string target_;  // its container
   bool failed_ = false;
   bool stopped_ = false;
 };
 
-void RequireCopyable(const TransferOptions& options, Session* session, const Match& source, const Address& target) {
-  if (!source.item.IsDirectory()) return;
-  const std::string what = "cannot copy " + source.address.Text();
-  if (!options.recursive) {
-    throw Failure(what, "it is a directory (" + CodeText(ORB_ERROR_WRONG_KIND) + ")",
-                  "copy it and everything below it with: orba cp -r", ORB_ERROR_WRONG_KIND);
+int RunCopy(const TransferOptions& options) {
+  if (options.operands.size() < 2) throw UsageFailure("cp", "there must be a source and a target");
+  const std::string& last = options.operands.back();
+  Session session;
+  Look look;
+  Copier copier(options, &session, &look, ParseAddress(last).container);
+  int found = kSuccess;
+  const std::vector<Match> sources = ExpandSources(options, &found, [&](const Address& pattern) {
+    return Expand(copier.OpenOrigin(pattern.container)->places(), pattern, "copy");
+  });
+  int status = kSuccess;
+  if (!sources.empty()) {
+    const Target target = OpenTarget(options, &session, sources.size());
+    status = ForEach(sources, [&](const Match& source) {
+      CheckInterrupt();
+      copier.Copy(source, target.For(source));
+    });
   }
-  // Compared as the library sees them: a container may be written in two ways.
-  const std::string from = session->PathOf(source.address) + (source.address.IsRoot() ? "" : "/");
-  if ((session->PathOf(target) + "/").compare(0, from.size(), from) == 0) {
-    throw Failure(what, "the target lies inside it", "use another target");
-  }
-}
-
-bool Copy(const TransferOptions& options, Session* session, const Match& source, const Address& target) {
-  RequireCopyable(options, session, source, target);
-  Copier copier(options, session);
-  copier.Copy(source, target);
-  return !copier.failed();
+  session.Close();
+  return look.Finish(found == kSuccess && status == kSuccess && !copier.failed() ? kSuccess : kFailed);
 }
 
 Run DefineCopy(Syntax* syntax) {
@@ -270,7 +373,7 @@ Run DefineCopy(Syntax* syntax) {
   syntax->Flag("-r,-R,--recursive", &options->recursive, "directories too, with everything below them");
   syntax->Flag("-f,--force", &options->force, "overwrite files that are there");
   syntax->Many("SOURCE", &options->operands);
-  return [options] { return RunTransfer("cp", *options, Copy); };
+  return [options] { return RunCopy(*options); };
 }
 
 }  // namespace
@@ -295,9 +398,9 @@ const Command kCopyCommand = {
     "copy files and directories inside a container or to another one",
     "Copies files into the directory TARGET, or a single one to the name TARGET; with -r also directories, into ones "
     "that are there already if need be. Files keep their attributes and time stamps; new directories get the "
-    "present time. A copy is made under the temporary name ~ORBA-1.TMP and renamed when it is complete; a signal ends "
-    "cp behind the file that is being copied. SOURCE and TARGET are both addresses: between the host and a container "
-    "it is put and get.",
+    "present time. A copy is made under the temporary name ~ORBA-1.TMP and renamed when it is complete. A source in "
+    "another container than the target is only looked into, so that it may be read-only, marked or damaged. SOURCE and "
+    "TARGET are both addresses: between the host and a container it is put and get.",
     "orba cp card.orb:/CONFIG.INI card.orb:/CONFIG.OLD\n"
     "orba cp -r card.orb:/LOGS archive.orb:/",
     DefineCopy,

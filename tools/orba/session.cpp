@@ -15,6 +15,12 @@ void Require(OrbBool done, const char* action, const Address& address) {
   if (done == 0) throw LibraryFailure(std::string("cannot ") + action + " " + address.Text(), address.container);
 }
 
+ClockStandsAt::ClockStandsAt(const OrbTime& time) {
+  host::SetClock({time.year, time.month, time.day, time.hour, time.minute, time.second});
+}
+
+ClockStandsAt::~ClockStandsAt() { host::ResetClock(); }
+
 std::u16string WideName(const std::string& container) {
   // The library would take this one name for the memory file.
   const std::string name = container == "??MEM??" ? "./" + container : container;
@@ -22,7 +28,7 @@ std::u16string WideName(const std::string& container) {
   for (std::size_t at = 0; at < name.size();) {
     std::uint32_t character = NextCharacter(name, &at);
     if (character == kNoCharacter) {
-      throw Failure("cannot use \"" + name + "\" as a container", "its name is not UTF-8", "rename it");
+      throw Failure("cannot use " + ShellWord(name) + " as a container", "its name is not UTF-8", "rename it");
     }
     if (character >= 0x10000) {
       character -= 0x10000;
@@ -46,7 +52,7 @@ void Session::Close() {
   while (!volumes_.empty()) {
     const Volume volume = std::move(volumes_.begin()->second);
     volumes_.erase(volumes_.begin());
-    const std::string what = "cannot close " + volume.container;
+    const std::string what = "cannot close " + ShellWord(volume.container);
     if (OrbUnmountVolumeA(volume.name.c_str()) == 0) throw LibraryFailure(what, volume.container);
     if (!host::Sync(volume.file.get())) throw HostFailure(what, errno);
   }

@@ -56,6 +56,15 @@ class Session {
 // Unless `done`, throws the library's failure: "cannot ACTION card.orb:/A.TXT".
 void Require(OrbBool done, const char* action, const Address& address);
 
+// While one lives, what the library creates or writes is stamped with this time instead of the present.
+class ClockStandsAt {
+ public:
+  explicit ClockStandsAt(const OrbTime& time);
+  ~ClockStandsAt();
+  ClockStandsAt(const ClockStandsAt&) = delete;
+  ClockStandsAt& operator=(const ClockStandsAt&) = delete;
+};
+
 // The host's name for a container as the library takes it. Throws on a name that is not UTF-8.
 std::u16string WideName(const std::string& container);
 

@@ -3,6 +3,7 @@
 // whatever bytes the host has. Calls that fail leave the reason in errno. Stands on nothing.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -79,6 +80,10 @@ bool SetTimeToNow(int file);
 
 // From here on the library leaves it to this program when its containers are synced.
 void TakeOverSyncs();
+
+// From here on the library's clock stands at this time: year, month, day, hour, minute, second, whatever the numbers.
+void SetClock(const std::array<unsigned, 6>& time);
+void ResetClock();  // it shows the present time again
 
 // ---- Names ----------------------------------------------------------------------------------------------------------
 

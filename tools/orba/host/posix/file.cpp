@@ -180,6 +180,14 @@ bool SetTimeToNow(int file) { return futimens(file, nullptr) == 0; }
 
 void TakeOverSyncs() { setenv("ORBA_SYNC", "caller", 1); }
 
+void SetClock(const std::array<unsigned, 6>& time) {
+  std::string text;
+  for (const unsigned part : time) text += (text.empty() ? "" : " ") + std::to_string(part);
+  setenv("ORBA_CLOCK", text.c_str(), 1);
+}
+
+void ResetClock() { unsetenv("ORBA_CLOCK"); }
+
 bool Rename(const std::string& from, const std::string& to, bool overwrite) {
   if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), overwrite ? 0 : RENAME_NOREPLACE) == 0) return true;
   // Not every file system knows the renaming that never replaces.
