@@ -1,4 +1,5 @@
 """How places inside containers are named on the command line."""
+import subprocess
 import unittest
 
 from support import ToolTest
@@ -36,6 +37,17 @@ class AddressTest(ToolTest):
             self.assertEqual(self.ok("ls", "--", name), "D\n")
         self.assertIn("??MEM??", self.host_names())
 
+    def test_names_in_messages_and_listings_can_be_pasted_into_a_shell(self):
+        for name in ("my card.orb", "it's.orb", "$HOME.orb", "a\nb.orb", "~.orb", "Karte-ä.orb", "[a].orb", "back\\s.orb"):
+            self.format(name)
+            self.put_text(name + ":/A&B", "text")
+            for text in (self.ok("du", "-a", name).splitlines()[0].split("\t")[1], self.ok("find", name).splitlines()[1],
+                         self.ok("ls", name + ":/A&B", "card.orb:/LOGS").splitlines()[0],
+                         self.fails(1, "put", "-", name + ":/A&B").split("cannot write ")[1].split(": it exists")[0]):
+                words = subprocess.run(["bash", "-c", f"printf '%s' {text}"], capture_output=True, check=True)
+                self.assertEqual(words.stdout.decode(), name + ":/A&B")
+        self.assertIn("cannot open 'no card.orb': there is no such container", self.fails(1, "ls", "no card.orb"))
+
     def test_path_without_slash_is_explained(self):
         message = self.fails(1, "ls", "card.orb:LOGS")
         self.assertIn("there is no such container (ORB_ERROR_FILE_NOT_FOUND, 0x30000013)", message)
@@ -65,7 +77,7 @@ class AddressTest(ToolTest):
 
     def test_wildcards_without_a_match_are_a_failure(self):
         message = self.fails(1, "cat", "card.orb:/LOGS/*.DAT")
-        self.assertIn("cannot read card.orb:/LOGS/*.DAT: nothing matches (ORB_ERROR_NO_MORE_ENTRIES, 0x10000001)",
+        self.assertIn("cannot read 'card.orb:/LOGS/*.DAT': nothing matches (ORB_ERROR_NO_MORE_ENTRIES, 0x10000001)",
                       message)
 
     def test_wildcards_in_a_target_are_refused(self):

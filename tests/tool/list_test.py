@@ -45,6 +45,17 @@ class ListTest(ToolTest):
         self.assertEqual(self.ok("ls", "-R", "card.orb"),
                          "card.orb:/:\nLOGS\nREADME\n\ncard.orb:/LOGS:\nA\nDAY1.TXT\nMAY\n\ncard.orb:/LOGS/MAY:\n")
 
+    def test_ls_all_shows_the_directory_and_the_one_above_too(self):
+        self.set_time(1, (2001, 2, 3, 4, 5, 6))
+        self.set_time(2, (2002, 2, 3, 4, 5, 6))
+        self.assertEqual(self.ok("ls", "-a", "card.orb:/LOGS").splitlines()[:2], [".", ".."])
+        lines = self.ok("ls", "-la", "card.orb:/LOGS").splitlines()
+        self.assertEqual([line.split()[2:] for line in lines[:2]], [["2002-02-03", "04:05:06", "."],
+                                                                    ["2001-02-03", "04:05:06", ".."]])
+        self.assertEqual([line.split()[2:] for line in self.ok("ls", "-la", "card.orb").splitlines()[:2]],
+                         [["2001-02-03", "04:05:06", "."], ["2001-02-03", "04:05:06", ".."]])
+        self.assertEqual(self.ok("ls", "-aR", "card.orb").count("\n..\n"), self.ok("ls", "-R", "card.orb").count(":\n"))
+
     def test_ls_of_an_empty_directory_prints_nothing(self):
         self.assertEqual(self.ok("ls", "card.orb:/LOGS/MAY"), "")
 
@@ -109,6 +120,19 @@ class ListTest(ToolTest):
             self.assertIn("fetch everything that is left with: orba recover card.orb DIR\n", result.err)
         self.assertEqual(self.contents("out"), {"LOGS": None, "LOGS/A": b"", "LOGS/DAY1.TXT": b"x" * 5000,
                                                 "LOGS/MAY": None, "README": b"hello"})
+
+    def test_looking_goes_512_directories_deep_and_does_not_call_more_damage(self):
+        path = "card.orb:" + "/D" * 250
+        self.ok("mkdir", "-p", path)
+        self.ok("mkdir", "-p", "card.orb:/E" + "/D" * 250)
+        self.ok("mkdir", "-p", "card.orb:/F" + "/D" * 250)
+        self.ok("mv", "card.orb:/F", path)
+        self.ok("mv", "card.orb:/D", "card.orb:/E" + "/D" * 250)
+        for arguments in (["ls", "-R", "card.orb"], ["tree", "card.orb"], ["du", "card.orb"], ["find", "card.orb"]):
+            result = self.orba(*arguments)
+            self.assertEqual(result.status, 1, result)
+            self.assertRegex(result.err, r"^orba: cannot list card\.orb:\.\.\.(/[DF])+: it lies more than 512 directories deep\n$")
+        self.assert_clean()
 
     def test_every_command_that_mounts_refuses_a_marked_container_and_points_to_repair(self):
         self.mark_dirty()

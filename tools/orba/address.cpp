@@ -64,9 +64,9 @@ std::string Address::Path() const {
 
 std::string Address::Text() const {
   if (!standsFor.empty()) return standsFor;
-  std::string text = Visible(container) + ":";
+  std::string text = container + ":";
   for (const std::string& name : names) text += "/" + inspect::Printable(name);
-  return names.empty() ? text + "/" : text;
+  return ShellWord(names.empty() ? text + "/" : text);
 }
 
 Address ParseAddress(const std::string& text) {

@@ -20,7 +20,7 @@ struct Address {
   Address Child(const std::string& name) const;
   bool Holds(const Address& other) const;  // `other` is this place or below it
   std::string Path() const;                // "/", "/LOGS/DAY1.TXT"
-  std::string Text() const;                // "card.orb:/LOGS/DAY1.TXT", fit for messages
+  std::string Text() const;                // "card.orb:/LOGS/DAY1.TXT", as a shell takes it
 };
 
 // "CONTAINER:/PATH"; "CONTAINER" and "CONTAINER:" are the root. Throws a Failure on an empty container name.

@@ -29,16 +29,17 @@ struct CheckOptions {
 Failure Unreadable(const std::string& path, const inspect::Report& report) {
   const std::string recover = "fetch what can be read with: orba recover " + ShellWord(path) + " DIR";
   if (report.Count(inspect::Kind::kUnreadable) > 0) {
-    return Failure("cannot check all of " + path, "the host could not read it (" + CodeText(ORB_ERROR_READ) + ")",
+    return Failure("cannot check all of " + ShellWord(path),
+                   "the host could not read it (" + CodeText(ORB_ERROR_READ) + ")",
                    "copy it to another disk and check the copy\n" + recover, ORB_ERROR_READ);
   }
   if (report.Count(inspect::Kind::kContainerShort) > 0) {
     return Failure(
-        "cannot check " + path,
+        "cannot check " + ShellWord(path),
         "it is not a container, or all but its first bytes are lost (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
         "check the name", ORB_ERROR_DAMAGED_VOLUME);
   }
-  return Failure("cannot check " + path,
+  return Failure("cannot check " + ShellWord(path),
                  "it is not a container, or its beginning is lost (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
                  "look at its first bytes with: orba dump " + ShellWord(path) + " bytes 0\n" + recover,
                  ORB_ERROR_DAMAGED_VOLUME);
@@ -80,7 +81,7 @@ std::string Prospect(const inspect::Promise& promise) {
 
 void PrintReport(const CheckOptions& options, const RawContainer& container, const inspect::Report& report) {
   const std::string& path = container.path();
-  if (options.operands.size() > 1) Print(Visible(path) + ":\n");
+  if (options.operands.size() > 1) Print(ShellWord(path) + ":\n");
   Print(PaintedReport(ToText(report)));
   if (!report.readable || IsSound(report)) return;
   const inspect::Plan plan = PlanRepair(container.image(), Now());

@@ -56,7 +56,7 @@ int RunFormat(const FormatOptions& options) {
   const bool existed = HostFileExists(container);
   if (OrbCreateVolumeEx(WideName(container).c_str(), bitmapBytes, options.blockSize) != 0) return kSuccess;
   const OrbU32 code = OrbGetLastError();
-  const std::string what = "cannot make the container " + container;
+  const std::string what = "cannot make the container " + ShellWord(container);
   if (code == ORB_ERROR_FILE_EXISTS || existed) {
     throw Failure(what, "a file of this name exists (" + CodeText(code) + ")",
                   "format overwrites nothing: use another name, or remove the file first", code);
@@ -115,7 +115,7 @@ std::uint64_t CountUse(const inspect::Report& report, inspect::BlockUse use) {
 inspect::Report Inspect(const RawContainer& container) {
   inspect::Report report = inspect::Check(container.image());
   if (!report.model.geometry.known() || report.model.header.signature != kVolumeSignature) {
-    throw LibraryFailure("cannot make out " + container.path(), container.path(), ORB_ERROR_DAMAGED_VOLUME);
+    throw LibraryFailure("cannot make out " + ShellWord(container.path()), container.path(), ORB_ERROR_DAMAGED_VOLUME);
   }
   return report;
 }
@@ -129,7 +129,7 @@ void PrintInfo(const RawContainer& container, const inspect::Report& report) {
   const std::uint64_t files = CountUse(report, inspect::BlockUse::kFile);
   const std::uint64_t directories = CountUse(report, inspect::BlockUse::kDirectory);
   const auto line = [](const char* name, const std::string& value) { Print(PadRight(name, 18) + value + "\n"); };
-  line("container", container.path());
+  line("container", ShellWord(container.path()));
   line("size", Bytes(container.image().Size()));
   line("block size", std::to_string(blockSize) + " bytes");
   line("node bitmap", std::to_string(geometry.bitmapSize) + " bytes");
@@ -189,7 +189,7 @@ FreeRow MakeFreeRow(const FreeOptions& options, const std::string& operand) {
     return options.human ? HumanSize(bytes) : std::to_string((bytes + 1023) / 1024);
   };
   const std::uint32_t nodes = report.model.geometry.nodeLimit();
-  return {container.path(),
+  return {ShellWord(container.path()),
           text(size),
           text(size - std::min(free, size)),
           text(free),

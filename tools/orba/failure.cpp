@@ -223,8 +223,8 @@ std::string CodeText(std::uint32_t code) {
 std::string Visible(const std::string& text) { return Escaped(text, ""); }
 
 std::string ShellWord(const std::string& word) {
-  const char* const plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:@%+=,";
-  if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) return word;
+  const char* const plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:@%+=,~";
+  if (!word.empty() && word[0] != '~' && word.find_first_not_of(plain) == std::string::npos) return word;
   if (Visible(word) != word) return "$'" + Escaped(word, "\\'") + "'";
   std::string quoted = "'";
   for (const char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);

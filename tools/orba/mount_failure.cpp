@@ -14,23 +14,23 @@ bool IsOrdinary(const std::string& path) { return host::StatusOf(path).kind == h
 std::string AdviceOnMissing(const Address& address) {
   const std::string& container = address.container;
   const std::string trimmed = container.substr(0, container.find_last_not_of('/') + 1);
-  if (trimmed != container && IsOrdinary(trimmed)) return "the root of that container is " + trimmed + ":/";
+  if (trimmed != container && IsOrdinary(trimmed)) return "the root of that container is " + ShellWord(trimmed + ":/");
   if (IsOrdinary(address.written)) {
-    return "the root of the container " + address.written + " is " + address.written + ":/";
+    return "the root of the container " + ShellWord(address.written) + " is " + ShellWord(address.written + ":/");
   }
   const std::size_t colon = container.rfind(':');
   if (colon == std::string::npos) {
     return "check the name, or make a container with: orba format " + ShellWord(container);
   }
-  return "a path inside a container begins with \"/\": " + container.substr(0, colon) + ":/" +
-         container.substr(colon + 1);
+  return "a path inside a container begins with \"/\": " +
+         ShellWord(container.substr(0, colon) + ":/" + container.substr(colon + 1));
 }
 
 }  // namespace
 
 Failure MountFailure(const Address& address, std::uint32_t code, const host::Status& status) {
   const std::string& container = address.container;
-  const std::string what = "cannot open " + container;
+  const std::string what = "cannot open " + ShellWord(container);
   const std::string coded = " (" + CodeText(code) + ")";
   if (code == ORB_ERROR_ACCESS_DENIED && status.kind != host::Kind::kNothing && status.kind != host::Kind::kFile) {
     return Failure(what, "it is not an ordinary file but " + KindText(status.kind) + coded, "check the name", code);

@@ -37,7 +37,7 @@ bool Patience::WaitMore() {
 }
 
 Failure BusyFailure(const std::string& container, const std::string& holder) {
-  Failure failure = LibraryFailure("cannot open " + container, container, ORB_ERROR_CONTAINER_IN_USE);
+  Failure failure = LibraryFailure("cannot open " + ShellWord(container), container, ORB_ERROR_CONTAINER_IN_USE);
   if (!holder.empty()) failure.AddAdvice("it is open in " + holder);
   failure.AddAdvice("wait until it is free with: --wait");
   return failure;

@@ -45,7 +45,7 @@ struct Dumper {
   const inspect::Image& image() const { return container.image(); }
 
   Failure Missing(const std::string& what, const std::string& why) const {
-    return Failure("cannot dump " + what + " of " + container.path(), why,
+    return Failure("cannot dump " + what + " of " + ShellWord(container.path()), why,
                    "see what there is with: orba info " + ShellWord(container.path()));
   }
 
@@ -203,7 +203,7 @@ int RunMap(const MapOptions& options) {
   const RawContainer container(ParseContainer(options.container));
   const inspect::Report report = inspect::Check(container.image());
   if (report.model.blocks.empty()) {
-    throw LibraryFailure("cannot make out " + container.path(), container.path(), ORB_ERROR_DAMAGED_VOLUME);
+    throw LibraryFailure("cannot make out " + ShellWord(container.path()), container.path(), ORB_ERROR_DAMAGED_VOLUME);
   }
   if (!options.svg.empty()) {
     WriteSvg(options, container.path(), inspect::DrawSvg(report, Visible(container.path())));

@@ -50,14 +50,14 @@ RawContainer::RawContainer(const std::string& path, Access access)
 
 void RawContainer::Reread() {
   image_ = FileImage::Of(file_.get());
-  if (image_ == nullptr) throw HostFailure("cannot read " + path_, errno);
+  if (image_ == nullptr) throw HostFailure("cannot read " + ShellWord(path_), errno);
   watched_ = std::make_unique<WatchedImage>(*image_);
 }
 
 inspect::Target* RawContainer::target() {
-  if (refusal_ != 0) throw HostFailure("cannot write " + path_, refusal_);
+  if (refusal_ != 0) throw HostFailure("cannot write " + ShellWord(path_), refusal_);
   if (host::StatusOf(path_).id != host::StatusOf(file_.get()).id) {
-    throw Failure("cannot write " + path_, "another file has taken its place meanwhile",
+    throw Failure("cannot write " + ShellWord(path_), "another file has taken its place meanwhile",
                   "nothing was changed; try again");
   }
   return &target_;

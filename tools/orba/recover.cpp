@@ -132,7 +132,7 @@ bool ReportLosses(const std::string& container, const inspect::Recovered& recove
         "the host takes nothing more", "make room, then go on with: orba recover --no-clobber"));
   }
   if (recovered.unreadable > 0) {
-    Report(Failure("cannot read " + inspect::Counted(recovered.unreadable, "place") + " of " + container,
+    Report(Failure("cannot read " + inspect::Counted(recovered.unreadable, "place") + " of " + ShellWord(container),
                    "the host could not read it (" + CodeText(ORB_ERROR_READ) + ")",
                    "the copies have zeros there; try again from a copy of the disk"));
   }
@@ -159,9 +159,9 @@ int RunRecover(const RecoverOptions& options) {
   if (!recovered.possible) {
     if (isNew) host::RemoveDirectory(options.directory);
     const std::string why = recovered.failures.empty() ? "nothing can be made out" : recovered.failures[0];
-    throw Failure("cannot recover " + container.path(), why + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
-                  "see what it holds with: orba dump " + ShellWord(container.path()) + " bytes 0",
-                  ORB_ERROR_DAMAGED_VOLUME);
+    throw Failure(
+        "cannot recover " + ShellWord(container.path()), why + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+        "see what it holds with: orba dump " + ShellWord(container.path()) + " bytes 0", ORB_ERROR_DAMAGED_VOLUME);
   }
   if (!options.quiet) PrintRecovered(options, recovered, folder);
   if (ReportLosses(container.path(), recovered, folder)) return kFailed;

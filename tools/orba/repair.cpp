@@ -98,7 +98,7 @@ void Apply(const RepairOptions& options, RawContainer* container, const inspect:
   const int error = errno;
   const std::string path = ShellWord(container->path());
   throw HostFailure(
-      "cannot finish the repair of " + container->path(), error,
+      "cannot finish the repair of " + ShellWord(container->path()), error,
       "run it again once the disk works; nothing is lost by that: orba repair " + path +
           (options.undo.empty() ? "" : "\ntake it back with: orba undo " + path + " " + ShellWord(options.undo)));
 }
@@ -122,7 +122,7 @@ int Repair(const RepairOptions& options) {
   RawContainer container(path, options.dryRun ? RawContainer::kRead : RawContainer::kWrite);
   const inspect::Plan plan = PlanRepair(container.image(), Now());
   if (!plan.possible) {
-    throw Failure("cannot repair " + path, plan.problem + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+    throw Failure("cannot repair " + ShellWord(path), plan.problem + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
                   "see what it holds with: orba dump " + ShellWord(path) + " bytes 0", ORB_ERROR_DAMAGED_VOLUME);
   }
   if (plan.actions.empty() && IsSound(plan.before)) {
@@ -189,7 +189,7 @@ bool BeginsAsUndo(const std::vector<std::uint8_t>& file) {
 int RunUndo(const UndoOptions& options) {
   RawContainer container(ParseContainer(options.container), RawContainer::kWrite);
   const std::vector<std::uint8_t> undo = ReadWholeFile(options.file);
-  const std::string what = "cannot undo the repair of " + container.path();
+  const std::string what = "cannot undo the repair of " + ShellWord(container.path());
   if (!BeginsAsUndo(undo)) {
     throw Failure(what, options.file + " is not an undo file", "give the file that orba repair --undo wrote");
   }

@@ -46,7 +46,7 @@ void Replace(Session* session, const Address& temporary, const Address& target) 
   try {
     Rename(session, temporary, target.Name());
   } catch (Failure& failure) {
-    failure.AddAdvice("its new contents are left in " + temporary.container + ":" + temporary.Path());
+    failure.AddAdvice("its new contents are left in " + ShellWord(temporary.container + ":" + temporary.Path()));
     throw;
   }
 }

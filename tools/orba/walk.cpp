@@ -4,6 +4,7 @@
 #include <optional>
 #include <utility>
 
+#include "inspect/container/names.h"
 #include "tools/orba/wildcard.h"
 
 namespace orba::tool {
@@ -32,9 +33,9 @@ void ExpandBelow(Places* places, const Address& directory, const Address& patter
 
 std::string Shortened(const Address& address) {
   constexpr std::size_t kLongest = 60;
-  std::string text = address.Text();
-  if (text.size() <= address.container.size() + kLongest) return text;
-  return address.container + ":..." + text.substr(text.size() - kLongest);
+  const std::string path = inspect::Printable(address.Path());
+  if (path.size() <= kLongest) return address.Text();
+  return ShellWord(address.container) + ":..." + path.substr(path.size() - kLongest);
 }
 
 std::vector<Match> Expand(Session* session, const Address& pattern, const char* action) {

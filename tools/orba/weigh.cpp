@@ -93,7 +93,7 @@ std::optional<Failure> Scales::Refusal(const std::string& container) const {
   if (!reader.readable()) return std::nullopt;
   const std::uint64_t nodes = nodes_ - std::min(freedNodes_, nodes_);
   const Room room = RoomOf(container, &reader, nodes);
-  const std::string what = "cannot put all of it into " + container;
+  const std::string what = "cannot put all of it into " + ShellWord(container);
   if (nodes > room.nodes) {
     return Failure(what,
                    "these are " + inspect::Counted(nodes, "file or directory", "files and directories") +
