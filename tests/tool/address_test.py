@@ -38,10 +38,12 @@ class AddressTest(ToolTest):
         self.assertIn("??MEM??", self.host_names())
 
     def test_names_in_messages_and_listings_can_be_pasted_into_a_shell(self):
-        for name in ("my card.orb", "it's.orb", "$HOME.orb", "a\nb.orb", "~.orb", "Karte-ä.orb", "[a].orb", "back\\s.orb"):
+        for name in ("my card.orb", "it's.orb", "$HOME.orb", "a\nb.orb", "~.orb", "Karte-ä.orb", "[a].orb",
+                     "back\\s.orb"):
             self.format(name)
             self.put_text(name + ":/A&B", "text")
-            for text in (self.ok("du", "-a", name).splitlines()[0].split("\t")[1], self.ok("find", name).splitlines()[1],
+            for text in (self.ok("du", "-a", name).splitlines()[0].split("\t")[1],
+                         self.ok("find", name).splitlines()[1],
                          self.ok("ls", name + ":/A&B", "card.orb:/LOGS").splitlines()[0],
                          self.fails(1, "put", "-", name + ":/A&B").split("cannot write ")[1].split(": it exists")[0]):
                 words = subprocess.run(["bash", "-c", f"printf '%s' {text}"], capture_output=True, check=True)
