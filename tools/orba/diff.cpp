@@ -16,8 +16,8 @@
 #include "tools/orba/host_file.h"
 #include "tools/orba/interrupt.h"
 #include "tools/orba/look.h"
-#include "tools/orba/stamp.h"
 #include "tools/orba/terminal.h"
+#include "tools/orba/time_text.h"
 
 namespace orba::tool {
 

@@ -7,8 +7,8 @@
 #include "tools/orba/each.h"
 #include "tools/orba/host/host.h"
 #include "tools/orba/look.h"
-#include "tools/orba/stamp.h"
 #include "tools/orba/terminal.h"
+#include "tools/orba/time_text.h"
 #include "tools/orba/wildcard.h"
 
 namespace orba::tool {

@@ -1,4 +1,4 @@
-#include "tools/orba/stamp.h"
+#include "tools/orba/time_text.h"
 
 #include <cstdio>
 #include <ctime>
