@@ -131,8 +131,8 @@ class ListTest(ToolTest):
         for arguments in (["ls", "-R", "card.orb"], ["tree", "card.orb"], ["du", "card.orb"], ["find", "card.orb"]):
             result = self.orba(*arguments)
             self.assertEqual(result.status, 1, result)
-            self.assertRegex(result.err, r"^orba: cannot list card\.orb:\.\.\.(/[DF])+: it lies more than 512 directories "
-                                         r"deep\n$")
+            self.assertRegex(result.err, r"^orba: cannot list card\.orb:\.\.\.(/[DF])+: it lies more than 512 "
+                                         r"directories deep\n$")
         self.assert_clean()
 
     def test_every_command_that_mounts_refuses_a_marked_container_and_points_to_repair(self):

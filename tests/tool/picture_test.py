@@ -21,7 +21,7 @@ class PictureTest(ToolTest):
 
 class NarrowTest(PictureTest):
     def test_map_rows_fit_any_terminal(self):
-        for columns, cells in ((80, 64), (40, 16), (20, 10), (5, 1)):
+        for columns, cells in ((80, 64), (40, 16), (20, 10), (5, 1), (500, 176)):
             lines = self.on_terminal("map", "card.orb", columns=columns, environment={"NO_COLOR": "1"}).out.splitlines()
             self.assertEqual(len(lines[1]), 9 + min(cells, 14), columns)
             self.assertEqual(len(lines), 2 + -(-14 // cells), columns)

@@ -65,11 +65,32 @@ class TerminalTest(ToolTest):
             shown = self.on_terminal(*arguments)
             self.assertEqual(shown.status, 0)
             frames = shown.err.split("\r")
-            self.assertRegex(frames[1], rf"^{arguments[0]} \[\.{{24}}\]   0%  0 of 5\.1M  ")
-            self.assertRegex(frames[-2], rf"^{arguments[0]} \[#{{24}}\] 100%  5\.1M of 5\.1M  /BIG\x1b\[K$")
+            self.assertRegex(frames[1], rf"^{arguments[0]} \[\.{{16}}\]   0%  0 of 5\.1M  ")
+            self.assertRegex(frames[-2], rf"^{arguments[0]} \[#{{16}}\] 100%  5\.1M of 5\.1M(  \S+/s)?  /BIG\x1b\[K$")
             self.assertEqual(frames[-1], ESCAPE + "K")
             for frame in frames:
                 self.assertLess(len(frame.replace(ESCAPE + "K", "")), 80)
+
+    def test_longer_work_shows_its_rate_and_the_time_left(self):
+        with open(self.path("BIG"), "wb") as big:
+            big.truncate(400 << 20)  # some tenths of a second at least
+        shown = self.on_terminal("put", "BIG", "card.orb", columns=100)
+        self.assertEqual(shown.status, 0)
+        self.assertRegex(shown.err, r"\rput \[#+\.+\] +\d+%  \S+ of 401M  [0-9.]+[KMG]/s  \d+:\d\d left  /BIG\x1b")
+        shown = self.on_terminal("cp", "card.orb:/BIG", "card.orb:/COPY", columns=100)
+        self.assertRegex(shown.err, r"\rcp \[#+\.+\] +\d+%  \S+ of 401M  [0-9.]+[KMG]/s  \d+:\d\d left  /COPY\x1b")
+
+    def test_messages_are_wrapped_at_words_and_what_can_be_pasted_stays_in_one_piece(self):
+        self.path("card.orb").rename(self.path("a card with a rather long name.orb"))
+        for columns, length in ((20, 40), (50, 50), (100, 100), (300, 200)):
+            shown = self.on_terminal("ls", "a card.orb:/NONE", "a card with a rather long name.orb:/NONE",
+                                     columns=columns, environment={"NO_COLOR": "1"}).err
+            self.assertIn("check the name, or make a container with:", " ".join(shown.split()))
+            self.assertIn("orba format 'a card.orb'\n", shown)
+            self.assertIn("'a card with a rather long name.orb:/NONE'", shown)
+            self.assertEqual([line for line in shown.splitlines() if not line.startswith(("orba: ", "      "))], [])
+            longest = max((line for line in shown.splitlines() if "rather" not in line), key=len)
+            self.assertLess(len(longest), length)
 
     def test_reading_all_of_a_large_container_for_an_undo_file_shows_progress(self):
         self.write("BIG", bytes(8 << 20))
@@ -77,8 +98,8 @@ class TerminalTest(ToolTest):
         self.mark_dirty()
         shown = self.on_terminal("repair", "--undo", "card.undo", "card.orb")
         self.assertEqual(shown.status, 1)
-        self.assertRegex(shown.err, r"\rundo file \[#{24}\] 100%  8\.1M of 8\.1M  ")
-        self.assertRegex(self.on_terminal("undo", "card.orb", "card.undo").err, r"\rundo \[#{24}\] 100%  ")
+        self.assertRegex(shown.err, r"\rundo file \[#{16}\] 100%  8\.1M of 8\.1M  ")
+        self.assertRegex(self.on_terminal("undo", "card.orb", "card.undo").err, r"\rundo \[#{16}\] 100%  ")
 
     def test_progress_keeps_quiet_when_told_or_piped_or_short(self):
         self.write("BIG", bytes(5 << 20))
@@ -91,7 +112,8 @@ class TerminalTest(ToolTest):
         for number in range(1100):
             self.write(f"many/F{number}")
         full = 28
-        shown = self.on_terminal("put", "many", "card.orb", environment=self.failing(f"write card.orb 5000 {full}"))
+        shown = self.on_terminal("put", "many", "card.orb", columns=200,
+                                  environment=self.failing(f"write card.orb 5000 {full}"))
         self.assertEqual(shown.status, 1)
         self.assertRegex(shown.err, "\r\x1b\\[K\x1b\\[1;31morba:\x1b\\[0m cannot .*ORB_ERROR_DISK_FULL, 0x3000001A")
         self.assertRegex(shown.err, r"orba:\x1b\[0m \d+ more files and directories were left out\n")

@@ -84,7 +84,7 @@ void PrintReport(const CheckOptions& options, const RawContainer& container, con
   if (options.operands.size() > 1) Print(ShellWord(path) + ":\n");
   Print(PaintedReport(ToText(report)));
   if (!report.readable || IsSound(report)) return;
-  const inspect::Plan plan = PlanRepair(container.image(), Now());
+  const inspect::Plan plan = Watched("check", false, [&] { return PlanRepair(container.image(), Now()); });
   if (plan.possible) Print(Prospect(plan.promise));
   Print("repair it with: orba repair " + ShellWord(path) + "\n");
 }
@@ -92,7 +92,7 @@ void PrintReport(const CheckOptions& options, const RawContainer& container, con
 int CheckOne(const CheckOptions& options, const std::string& path) {
   CheckInterrupt();
   const RawContainer container = Open(options, path);
-  const inspect::Report report = inspect::Check(container.image());
+  const inspect::Report report = Watched("check", options.quiet, [&] { return inspect::Check(container.image()); });
   std::optional<Failure> unreadable;
   if (!report.readable) unreadable = Unreadable(path, report);
   if (options.json && !options.quiet) {

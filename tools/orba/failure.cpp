@@ -133,6 +133,20 @@ std::string Filled(std::string text, const std::string& container) {
   return text;
 }
 
+// Each line of the text wrapped to the terminal's.
+std::string InLines(const std::string& text) {
+  std::string lines;
+  for (std::size_t at = 0; at <= text.size();) {
+    const std::size_t end = std::min(text.find('\n', at), text.size());
+    const std::size_t begin = std::min(text.find_first_not_of(' ', at), end);
+    const std::string indent(begin - at, ' ');
+    lines +=
+        (at == 0 ? "" : "\n") + Wrapped(text.substr(begin, end - begin), LineLength(Stream::kError), indent, "      ");
+    at = end + 1;
+  }
+  return lines;
+}
+
 const char* HostAdvice(int error) {
   switch (error) {
     case ENOSPC:
@@ -236,7 +250,10 @@ void Report(const Failure& failure) { Report(std::string(failure.what())); }
 void Report(const std::string& message) {
   std::fflush(stdout);
   Progress::Hide();
-  std::fprintf(stderr, "%s %s\n", Painted(Stream::kError, Colour::kRed, "orba:").c_str(), message.c_str());
+  const std::string prefix = "orba:";
+  std::string text = prefix + " " + message;
+  if (IsTerminal(Stream::kError)) text = InLines(text);
+  std::fprintf(stderr, "%s%s\n", Painted(Stream::kError, Colour::kRed, prefix).c_str(), text.c_str() + prefix.size());
 }
 
 int StatusWithoutMemory() noexcept { return g_statusWithoutMemory; }

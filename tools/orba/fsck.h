@@ -26,6 +26,13 @@ std::string ShortList(const std::string& lines, bool whole);
 // For what is said after the work: where it cannot be written, that is reported, and the work stays done.
 void SayAfterwards(const std::string& text);
 
+// What `work` makes of a container that it reads, with a sign of how far it has come.
+template <typename Work>
+auto Watched(const char* label, bool quiet, const Work& work) {
+  const Progress progress(label, Progress::kReading, quiet);
+  return work();
+}
+
 // The status of `work`; kCouldNotWork where it could not begin or could not say what it found.
 template <typename Work>
 int AsFsck(const Work& work) {

@@ -21,12 +21,6 @@ const char* const kVersion = ORBA_VERSION;
 
 namespace {
 
-// Where nobody looks on, a line has 79 columns at most; on a terminal what it has room for.
-std::size_t Line() {
-  if (!IsTerminal(Stream::kOutput)) return 79;
-  return std::clamp<std::size_t>(Width(Stream::kOutput), 40, 200) - 1;
-}
-
 constexpr const char* kPurpose =
     "makes, fills, lists, checks, repairs and draws containers: files that hold a whole file system each.";
 
@@ -84,28 +78,16 @@ std::vector<std::string> Split(const std::string& text, const std::string& separ
 }
 
 // Words in lines that begin with `indent`; the first line begins with `first` instead.
-std::string Wrapped(const std::string& text, const std::string& first, const std::string& indent) {
-  std::string lines;
-  std::string line = first;
-  bool empty = true;
-  for (const std::string& word : Split(text, " ")) {
-    if (!empty && line.size() + 1 + word.size() > Line()) {
-      lines += line + "\n";
-      line = indent;
-      empty = true;
-    }
-    line += (empty ? "" : " ") + word;
-    empty = false;
-  }
-  return lines + line + "\n";
+std::string InLines(const std::string& text, const std::string& first, const std::string& indent) {
+  return Wrapped(text, LineLength(Stream::kOutput), first, indent) + "\n";
 }
 
 // A name and what it means, side by side.
 std::string Row(const std::string& name, const std::string& meaning, std::size_t column) {
   const std::string indent(column, ' ');
   const std::string label = "  " + name;
-  if (label.size() + 2 > column) return label + "\n" + Wrapped(meaning, indent, indent);
-  return Wrapped(meaning, label + std::string(column - label.size(), ' '), indent);
+  if (label.size() + 2 > column) return label + "\n" + InLines(meaning, indent, indent);
+  return InLines(meaning, label + std::string(column - label.size(), ' '), indent);
 }
 
 // "-b, --block-size BYTES"
@@ -277,7 +259,7 @@ std::string Filled(std::string text, const Blanks& blanks) {
 }  // namespace
 
 std::string ProgramHelp() {
-  std::string help = Wrapped(std::string("orba ") + kPurpose, "", "") +
+  std::string help = InLines(std::string("orba ") + kPurpose, "", "") +
                      "\nUsage: orba COMMAND [OPTION]... OPERAND...\n"
                      "       orba COMMAND --help\n";
   std::string group;
@@ -286,7 +268,7 @@ std::string ProgramHelp() {
     help += Row(command->name, command->summary, 12);
   }
   for (const Topic& topic : kTopics) {
-    if (topic.inHelp) help += std::string("\n") + topic.title + ":\n" + Wrapped(topic.text, "  ", "  ");
+    if (topic.inHelp) help += std::string("\n") + topic.title + ":\n" + InLines(topic.text, "  ", "  ");
   }
   return help;
 }
@@ -295,8 +277,8 @@ std::string CommandHelp(const Command& command) {
   const Definition definition = Define(command);
   std::string help =
       std::string("orba ") + command.name + " - " + command.summary + "\n\n" +
-      Wrapped(std::string("orba ") + command.name + " [OPTION]... " + command.operands, "Usage: ", "           ");
-  for (const std::string& paragraph : Split(command.details, "\n\n")) help += "\n" + Wrapped(paragraph, "", "");
+      InLines(std::string("orba ") + command.name + " [OPTION]... " + command.operands, "Usage: ", "           ");
+  for (const std::string& paragraph : Split(command.details, "\n\n")) help += "\n" + InLines(paragraph, "", "");
   help += "\nOptions:\n";
   for (const Option& option : ShownOptions(definition.syntax)) help += Row(OptionLabel(option), option.meaning, 26);
   help += "\nExamples:\n";

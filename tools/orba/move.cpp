@@ -21,7 +21,9 @@ namespace {
 struct TransferOptions {
   std::vector<std::string> operands;
   bool force = false;
-  bool recursive = false;  // cp alone
+  // cp alone:
+  bool recursive = false;
+  bool quiet = false;
 };
 
 // The last operand: the directory into which the others go, or the new name of the only one.
@@ -251,7 +253,8 @@ class Copier {
   }
 
   // Copies a file or tree. What cannot be copied of a tree is reported, the rest still is; failed() tells then.
-  void Copy(const Match& source, const Address& target) {
+  void Copy(const Match& source, const Address& target, Progress* progress) {
+    progress_ = progress;
     RequireCopyable(source, target);
     const std::unique_ptr<Origin> origin = OpenOrigin(source.address.container);
     CopyTree(origin.get(), source, target);
@@ -311,6 +314,7 @@ class Copier {
   void CopyFile(Origin* origin, const Match& source, const Address& target) {
     const bool replaces = MayOverwrite(session_, "cannot copy " + source.address.Text(), target, options_.force);
     const Address beside = TemporaryBeside(session_, target);
+    progress_->SetItem(target.Path());
     try {
       Fill(origin, source, beside);
       const OrbU32 attributes = source.item.attributes & (ORB_ATTRIBUTE_READ_ONLY | ORB_ATTRIBUTE_USER);
@@ -333,18 +337,31 @@ class Copier {
     origin->Read(source, [&](const std::uint8_t* bytes, std::size_t count) {
       CheckInterrupt();
       written.Write(bytes, static_cast<OrbU32>(count));
+      progress_->Advance(count);
       return true;
     });
     written.Close();
+    progress_->Advance(Progress::kFile);
   }
 
   const TransferOptions& options_;
   Session* session_;
   Look* look_;
   std::string target_;  // its container
+  Progress* progress_ = nullptr;
   bool failed_ = false;
   bool stopped_ = false;
 };
+
+// What copying takes, as Progress counts it; unknown with trees.
+std::uint64_t WorkOf(const std::vector<Match>& sources) {
+  std::uint64_t work = 0;
+  for (const Match& source : sources) {
+    if (source.item.IsDirectory()) return Progress::kUnknown;
+    work += source.item.size + Progress::kFile;
+  }
+  return work;
+}
 
 int RunCopy(const TransferOptions& options) {
   if (options.operands.size() < 2) throw UsageFailure("cp", "there must be a source and a target");
@@ -359,9 +376,10 @@ int RunCopy(const TransferOptions& options) {
   int status = kSuccess;
   if (!sources.empty()) {
     const Target target = OpenTarget(options, &session, sources.size());
+    Progress progress("cp", WorkOf(sources), options.quiet);
     status = ForEach(sources, [&](const Match& source) {
       CheckInterrupt();
-      copier.Copy(source, target.For(source));
+      copier.Copy(source, target.For(source), &progress);
     });
   }
   session.Close();
@@ -371,6 +389,7 @@ int RunCopy(const TransferOptions& options) {
 Run DefineCopy(Syntax* syntax) {
   auto options = std::make_shared<TransferOptions>();
   syntax->Flag("-r,-R,--recursive", &options->recursive, "directories too, with everything below them");
+  syntax->Flag("-q,--quiet", &options->quiet, "draw no progress");
   syntax->Flag("-f,--force", &options->force, "overwrite files that are there");
   syntax->Many("SOURCE", &options->operands);
   return [options] { return RunCopy(*options); };

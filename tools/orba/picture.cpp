@@ -211,7 +211,7 @@ int RunMap(const MapOptions& options) {
   }
   // A row begins with a block number of nine columns; sixteens are easy to count.
   constexpr std::size_t kLabel = 9;
-  const std::size_t room = Width(Stream::kOutput);
+  const std::size_t room = std::min<std::size_t>(Width(Stream::kOutput), 200);
   inspect::MapStyle style;
   const std::size_t columns = room > kLabel + 1 ? room - kLabel - 1 : 1;
   style.columns = static_cast<std::uint32_t>(columns >= 16 ? columns / 16 * 16 : columns);

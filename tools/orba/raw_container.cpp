@@ -7,6 +7,7 @@
 #include "tools/orba/host/host.h"
 #include "tools/orba/interrupt.h"
 #include "tools/orba/patience.h"
+#include "tools/orba/terminal.h"
 
 namespace orba::tool {
 
@@ -19,6 +20,7 @@ class WatchedImage : public inspect::Image {
   std::uint64_t Size() const override { return base_.Size(); }
   bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
     CheckInterrupt();
+    Progress::HasRead(count);
     return base_.Read(offset, out, count);
   }
 

@@ -1,6 +1,7 @@
 // recover: everything readable out of a container, whatever its state.
 #include "inspect/repair/recover.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <memory>
@@ -36,7 +37,8 @@ struct RecoverOptions {
 // A folder of the host, written to as get does.
 class Folder : public inspect::Destination {
  public:
-  Folder(const RecoverOptions& options, const std::string& container) : options_(options), container_(container) {}
+  Folder(const RecoverOptions& options, const std::string& container, Progress* progress)
+      : options_(options), container_(container), progress_(progress) {}
 
   std::string MakeDirectory(const std::string& path) override {
     return Try([&] {
@@ -92,6 +94,7 @@ class Folder : public inspect::Destination {
     const bool whole = contents([&](const std::uint8_t* bytes, std::size_t count) {
       CheckInterrupt();
       file.Write(bytes, count);
+      progress_->Advance(count);
       return true;
     });
     file.Publish({time.year, time.month, time.day, time.hour, time.minute, time.second, 0}, options_.force);
@@ -104,6 +107,7 @@ class Folder : public inspect::Destination {
 
   const RecoverOptions& options_;
   const std::string& container_;
+  Progress* progress_;
   std::vector<Failure> failures_;
   std::uint32_t skipped_ = 0;
   std::uint32_t notTried_ = 0;
@@ -142,12 +146,13 @@ bool ReportLosses(const std::string& container, const inspect::Recovered& recove
 int RunRecover(const RecoverOptions& options) {
   const RawContainer container(ParseContainer(options.container));
   const inspect::Report report = inspect::Check(container.image());
-  Progress progress("recover", report.totals.files * Progress::kFile, options.quiet);
+  const std::uint64_t bytes = std::min(report.totals.fileBytes, container.image().Size());  // sizes may be damaged
+  Progress progress("recover", bytes + report.totals.files * Progress::kFile, options.quiet);
   const bool isNew = !HostFileExists(options.directory);
   std::error_code error;
   std::filesystem::create_directories(options.directory, error);
   if (error) throw HostFailure("cannot make the directory " + options.directory, error.value());
-  Folder folder(options, container.path());
+  Folder folder(options, container.path(), &progress);
   const inspect::Recovered recovered =
       Recover(container.image(), options.directory, &folder, [&progress](const std::string& path) {
         CheckInterrupt();

@@ -106,13 +106,13 @@ void Apply(const RepairOptions& options, RawContainer* container, const inspect:
 // What the container is after all writes, read anew.
 int JudgeRepair(const RepairOptions& options, RawContainer* container) {
   container->Reread();
-  const inspect::Report report = inspect::Check(container->image());
+  const inspect::Report report = Watched("repair", options.quiet, [&] { return inspect::Check(container->image()); });
   if (IsSound(report)) {
     if (!options.quiet) SayAfterwards(Painted(Stream::kOutput, Colour::kGreen, "repaired") + "\n");
     return kRepaired;
   }
   if (!options.quiet) SayAfterwards(ShortList(PaintedReport(ToText(report)), options.verbose));
-  Report(Failure(container->path() + " is still damaged", "not everything could be repaired",
+  Report(Failure(ShellWord(container->path()) + " is still damaged", "not everything could be repaired",
                  "fetch what can be read with: orba recover " + ShellWord(container->path()) + " DIR"));
   return kDamageLeft;
 }
@@ -120,7 +120,7 @@ int JudgeRepair(const RepairOptions& options, RawContainer* container) {
 int Repair(const RepairOptions& options) {
   const std::string path = ParseContainer(options.container);
   RawContainer container(path, options.dryRun ? RawContainer::kRead : RawContainer::kWrite);
-  const inspect::Plan plan = PlanRepair(container.image(), Now());
+  const inspect::Plan plan = Watched("repair", options.quiet, [&] { return PlanRepair(container.image(), Now()); });
   if (!plan.possible) {
     throw Failure("cannot repair " + ShellWord(path), plan.problem + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
                   "see what it holds with: orba dump " + ShellWord(path) + " bytes 0", ORB_ERROR_DAMAGED_VOLUME);
@@ -136,7 +136,7 @@ int Repair(const RepairOptions& options) {
   if (options.dryRun) return kDamageLeft;
   if (plan.BreaksPromise() && !options.force) {
     const std::string word = ShellWord(path);
-    Report(Failure("will not repair " + path,
+    Report(Failure("will not repair " + ShellWord(path),
                    "it would cost " + inspect::Counted(plan.promise.lost(), "file") + " that can be read now, first " +
                        plan.promise.losses.front() + ": no room is left for copies",
                    "fetch what can be read with: orba recover " + word +

@@ -65,6 +65,49 @@ std::size_t Width(Stream stream) {
   return width > 0 && width < 10000 ? static_cast<std::size_t>(width) : 80;
 }
 
+std::size_t LineLength(Stream stream) {
+  return IsTerminal(stream) ? std::clamp<std::size_t>(Width(stream), 40, 200) - 1 : 79;
+}
+
+namespace {
+
+// Where the piece of text that begins at `at` and must not be broken ends.
+std::size_t EndOfPiece(const std::string& text, std::size_t at) {
+  if (at > 1 && text[at - 2] == ':' && text.compare(at, 5, "orba ") == 0) return text.size();
+  std::size_t end = std::min(text.find(' ', at), text.size());
+  const char quote = text[at];
+  if (quote != '\'' && quote != '"') return end;
+  const std::size_t closing = text.find(quote, at + 1);
+  if (closing != std::string::npos) end = std::max(end, std::min(text.find(' ', closing), text.size()));
+  return end;
+}
+
+std::size_t Characters(const std::string& text) {
+  const auto begins = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; };
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins));
+}
+
+}  // namespace
+
+std::string Wrapped(const std::string& text, std::size_t length, const std::string& first, const std::string& indent) {
+  std::string lines;
+  std::string line = first;
+  bool empty = true;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = EndOfPiece(text, at);
+    const std::string piece = text.substr(at, end - at);
+    if (!empty && Characters(line) + 1 + Characters(piece) > length) {
+      lines += line + "\n";
+      line = indent;
+      empty = true;
+    }
+    line += (empty ? "" : " ") + piece;
+    empty = false;
+    at = end + 1;
+  }
+  return lines + line;
+}
+
 bool IsColoured(Stream stream) {
   const char* const refused = std::getenv("NO_COLOR");
   const char* const kind = std::getenv("TERM");
@@ -123,8 +166,8 @@ std::string HumanSize(std::uint64_t bytes) {
   return number + units[i];
 }
 
-std::string PadLeft(const std::string& text, std::size_t width) {
-  return text.size() < width ? std::string(width - text.size(), ' ') + text : text;
+std::string PadLeft(const std::string& text, std::size_t width, char filler) {
+  return text.size() < width ? std::string(width - text.size(), filler) + text : text;
 }
 
 std::string PadRight(const std::string& text, std::size_t width) {
@@ -134,10 +177,11 @@ std::string PadRight(const std::string& text, std::size_t width) {
 Progress::Progress(std::string label, std::uint64_t total, bool quiet)
     : label_(std::move(label)),
       total_(total),
-      enabled_(!quiet && total >= kLongWork && g_progress == nullptr && IsTerminal(Stream::kError)) {
+      enabled_(!quiet && total >= kLongWork && g_progress == nullptr && IsTerminal(Stream::kError)),
+      begun_(std::chrono::steady_clock::now()) {
   if (!enabled_) return;
   g_progress = this;
-  Draw();
+  if (KnowsTotal()) Draw();
 }
 
 Progress::~Progress() {
@@ -149,7 +193,12 @@ Progress::~Progress() {
 void Progress::Advance(std::uint64_t units) {
   done_ = std::min(done_ + units, total_);
   constexpr std::chrono::milliseconds kPause(100);
-  if (enabled_ && (done_ == total_ || std::chrono::steady_clock::now() - last_ >= kPause)) Draw();
+  if (!enabled_ || (!KnowsTotal() && done_ < kLongWork)) return;
+  if (done_ == total_ || std::chrono::steady_clock::now() - last_ >= kPause) Draw();
+}
+
+void Progress::HasRead(std::uint64_t bytes) {
+  if (g_progress != nullptr && g_progress->total_ == kReading) g_progress->Advance(bytes);
 }
 
 void Progress::Hide() {
@@ -159,19 +208,39 @@ void Progress::Hide() {
   g_progress->drawn_ = false;
 }
 
-// "put [#######.............]  35%  2.1M of 6.0M  LOGS/DAY1.TXT", never wider than the terminal.
+// "put [#####...........]  35%  2.1M of 6.0M  3.0M/s  0:02 left  LOGS/DAY1.TXT", never wider than the terminal.
 void Progress::Draw() {
-  constexpr std::size_t kBar = 24;
-  const std::size_t filled = static_cast<std::size_t>(kBar * done_ / total_);
-  std::string line = label_ + " [" + std::string(filled, '#') + std::string(kBar - filled, '.') + "] " +
-                     PadLeft(std::to_string(100 * done_ / total_), 3) + "%  " + HumanSize(done_) + " of " +
-                     HumanSize(total_) + "  " + inspect::Printable(item_);
+  std::string line = label_ + " " + Bar() + Rate() + "  " + inspect::Printable(item_);
   const std::size_t room = Width(Stream::kError) - 1;
   if (line.size() > room) line.resize(room);
   std::fputs(("\r" + line + "\033[K").c_str(), stderr);
   std::fflush(stderr);
   drawn_ = true;
   last_ = std::chrono::steady_clock::now();
+}
+
+std::string Progress::Bar() const {
+  if (!KnowsTotal()) return HumanSize(done_);
+  constexpr std::size_t kBar = 16;
+  const std::size_t filled = static_cast<std::size_t>(kBar * done_ / total_);
+  return "[" + std::string(filled, '#') + std::string(kBar - filled, '.') + "] " +
+         PadLeft(std::to_string(100 * done_ / total_), 3) + "%  " + HumanSize(done_) + " of " + HumanSize(total_);
+}
+
+// Over all of the time so far.
+std::string Progress::Rate() const {
+  using std::chrono::milliseconds;
+  const auto passed = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - begun_).count();
+  constexpr std::int64_t kSoonest = 200;  // before that it tells nothing
+  if (passed < kSoonest || done_ == 0) return "";
+  const std::uint64_t rate = std::max<std::uint64_t>(1, 1000 * done_ / static_cast<std::uint64_t>(passed));
+  std::string text = "  " + HumanSize(rate) + "/s";
+  if (!KnowsTotal() || done_ == total_) return text;
+  const std::uint64_t seconds = (total_ - done_ + rate - 1) / rate;
+  const std::string minutes =
+      seconds < 3600 ? std::to_string(seconds / 60)
+                     : std::to_string(seconds / 3600) + ":" + PadLeft(std::to_string(seconds / 60 % 60), 2, '0');
+  return text + "  " + minutes + ":" + PadLeft(std::to_string(seconds % 60), 2, '0') + " left";
 }
 
 }  // namespace orba::tool

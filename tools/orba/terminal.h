@@ -15,6 +15,12 @@ enum class Stream { kOutput, kError };
 bool IsTerminal(Stream stream);
 // Columns of the terminal; 80 where nobody says.
 std::size_t Width(Stream stream);
+// Characters of a line of text: all but one of the terminal's columns, as if these were 40 to 200; 79 elsewhere.
+std::size_t LineLength(Stream stream);
+
+// The text in lines of at most so many characters, the first behind `first`, the others behind `indent`. A quoted word
+// stays in one piece, and so does a command line, "...: orba ls card.orb": they can be pasted.
+std::string Wrapped(const std::string& text, std::size_t length, const std::string& first, const std::string& indent);
 
 enum class Colour { kBold, kRed, kGreen, kYellow, kBlue, kMagenta, kCyan, kGrey };
 
@@ -37,13 +43,17 @@ std::string InColumns(const std::vector<std::string>& texts, const std::vector<s
 // "1023", "1.5K", "20M": at most four characters up to 9999 of the largest unit, rounded up.
 std::string HumanSize(std::uint64_t bytes);
 
-std::string PadLeft(const std::string& text, std::size_t width);
+std::string PadLeft(const std::string& text, std::size_t width, char filler = ' ');
 std::string PadRight(const std::string& text, std::size_t width);
 
-// A bar on standard error for work of `total` units, drawn only on a terminal and only for long work.
+// A bar on standard error for work of `total` units, drawn only on a terminal and only for long work; behind it, once
+// there is something to tell, how fast it goes and how long it will take.
 class Progress {
  public:
-  // `label` such as "put". `quiet` keeps it from drawing at all.
+  // `label` such as "put". `quiet` keeps it from drawing at all. Without knowing the total: what is done and how fast.
+  static constexpr std::uint64_t kUnknown = UINT64_MAX;
+  // The same, for work that consists in reading containers: what is done is what was read.
+  static constexpr std::uint64_t kReading = UINT64_MAX - 1;
   Progress(std::string label, std::uint64_t total, bool quiet);
   ~Progress();
   Progress(const Progress&) = delete;
@@ -56,12 +66,17 @@ class Progress {
 
   void SetItem(const std::string& name) { item_ = name; }
   void Advance(std::uint64_t units);
+  // Of a container so many bytes were read.
+  static void HasRead(std::uint64_t bytes);
 
   // Takes the bar away, for a message; the next Advance draws it again.
   static void Hide();
 
  private:
   void Draw();
+  bool KnowsTotal() const { return total_ < kReading; }
+  std::string Bar() const;
+  std::string Rate() const;
 
   std::string label_;
   std::uint64_t total_;
@@ -69,6 +84,7 @@ class Progress {
   std::string item_;
   bool drawn_ = false;
   bool enabled_;
+  std::chrono::steady_clock::time_point begun_;
   std::chrono::steady_clock::time_point last_;
 };
 
