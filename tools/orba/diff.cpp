@@ -127,7 +127,7 @@ class HostSide : public Side {
   Pull Open(const Entry& file) override {
     const auto opened = std::make_shared<Descriptor>(OpenForReading(file.path));
     return [opened, path = file.path](void* bytes, std::size_t count) {
-      return ReadFully(opened->get(), path, bytes, count);
+      return ReadOrdinary(opened->get(), path, bytes, count);
     };
   }
 

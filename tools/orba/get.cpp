@@ -66,6 +66,7 @@ struct GetOptions {
 struct Step {
   Match source;
   std::string target;
+  bool isNew;  // nothing is there yet
 };
 
 struct Plan {
@@ -90,30 +91,31 @@ class Planner {
 
   void AddTree(const Match& source, const std::string& target) {
     LookWalker walker(look_);
-    Add(&walker, source, target);
+    Add(&walker, source, target, true);
   }
 
   Plan Take() { return std::move(plan_); }
 
  private:
-  void Add(LookWalker* walker, const Match& source, const std::string& target) {
-    const bool exists = HostFileExists(target);
+  // With `mayExist` something may be there; below a directory that is new, nothing is.
+  void Add(LookWalker* walker, const Match& source, const std::string& target, bool mayExist) {
+    const bool exists = mayExist && HostFileExists(target);
     if (!source.item.IsDirectory()) {
       if (exists && options_.noClobber) return;
       if (exists) RefuseExisting(target, source.address.container);
       plan_.work += source.item.size + Progress::kFile;
-      plan_.steps.push_back({source, target});
+      plan_.steps.push_back({source, target, !exists});
       return;
     }
     if (exists && !IsHostDirectory(target)) {
       plan_.refusals.push_back(HostFailure("cannot make the directory " + target, EEXIST, "use another name"));
       return;
     }
-    plan_.steps.push_back({source, target});
+    plan_.steps.push_back({source, target, !exists});
     for (const Item& item : walker->List(source)) {
       // A damaged name could lead out of the target; the walker has told of it.
       const Match child = {source.address.Child(item.name), item};
-      if (item.named) Add(walker, child, JoinPath(target, HostName(options_, item.name)));
+      if (item.named) Add(walker, child, JoinPath(target, HostName(options_, item.name)), exists);
     }
   }
 
@@ -172,7 +174,7 @@ void VerifyWritten(const NewHostFile& written, const Digest& digest, const Step&
 }
 
 void CopyOut(const GetOptions& options, Look* look, const Step& step, Progress* progress) {
-  NewHostFile written(step.target);
+  NewHostFile written(step.target, step.isNew);
   std::optional<Digest> digest;
   if (options.verify) digest.emplace();
   look->Read(step.source, [&](const std::uint8_t* bytes, std::size_t count) {

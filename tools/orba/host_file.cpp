@@ -44,10 +44,12 @@ void SyncDirectory(const std::string& path) {
   }
 }
 
-std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std::size_t count) {
+namespace {
+
+std::size_t ReadAll(int descriptor, const std::string& path, void* buffer, std::size_t count, void (*wait)(int)) {
   std::size_t done = 0;
   while (done < count) {
-    AwaitInput(descriptor);
+    wait(descriptor);
     const std::ptrdiff_t part = host::Read(descriptor, static_cast<char*>(buffer) + done, count - done);
     if (part < 0 && errno == EINTR) continue;
     if (part < 0) throw HostFailure("cannot read " + path, errno);
@@ -55,6 +57,16 @@ std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std
     done += static_cast<std::size_t>(part);
   }
   return done;
+}
+
+}  // namespace
+
+std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std::size_t count) {
+  return ReadAll(descriptor, path, buffer, count, AwaitInput);
+}
+
+std::size_t ReadOrdinary(int descriptor, const std::string& path, void* buffer, std::size_t count) {
+  return ReadAll(descriptor, path, buffer, count, [](int) { CheckInterrupt(); });
 }
 
 void WriteFully(int descriptor, const std::string& what, const void* buffer, std::size_t count) {
@@ -170,8 +182,10 @@ void Stamp(int descriptor, const OrbTime& time) {
   if (!IsDate(time)) return;
   const std::int64_t seconds = SecondsSince1970(time);
   constexpr std::int64_t kCoarsest = 2;  // seconds that file systems count in
-  const bool kept =
-      host::SetTime(descriptor, seconds) && std::abs(host::StatusOf(descriptor).changed - seconds) < kCoarsest;
+  // Any file system knows the years from 1980 to 2037.
+  const bool known = time.year >= 1980 && time.year < 2038;
+  const bool kept = host::SetTime(descriptor, seconds) &&
+                    (known || std::abs(host::StatusOf(descriptor).changed - seconds) < kCoarsest);
   if (!kept) host::SetTimeToNow(descriptor);
 }
 
@@ -215,7 +229,8 @@ void SyncDisks(const std::set<std::string>& directories) {
   }
 }
 
-NewHostFile::NewHostFile(std::string path) : path_(std::move(path)), place_(PlaceToWrite(path_)) {
+NewHostFile::NewHostFile(std::string path, bool isNew)
+    : path_(std::move(path)), place_(isNew ? path_ : PlaceToWrite(path_)) {
   const std::size_t slash = place_.rfind('/');
   for (;;) {
     temporary_ = (slash == std::string::npos ? "" : place_.substr(0, slash + 1)) + kTemporaryName;

@@ -42,6 +42,9 @@ void SyncDirectory(const std::string& path);
 // Bytes read, less than `count` at the end alone.
 std::size_t ReadFully(int descriptor, const std::string& path, void* buffer, std::size_t count);
 
+// The same of an ordinary file, for which nobody has to wait.
+std::size_t ReadOrdinary(int descriptor, const std::string& path, void* buffer, std::size_t count);
+
 // `what` is what it is about, as in "cannot write WHAT".
 void WriteFully(int descriptor, const std::string& what, const void* buffer, std::size_t count);
 
@@ -86,7 +89,8 @@ void SyncDisks(const std::set<std::string>& directories);
 // A file that is being written: beside its place, under a name of its own, and gone again unless it is published.
 class NewHostFile {
  public:
-  explicit NewHostFile(std::string path);
+  // `isNew` says that nothing is at the path, which else is looked at: PlaceToWrite.
+  explicit NewHostFile(std::string path, bool isNew = false);
   ~NewHostFile();
   NewHostFile(const NewHostFile&) = delete;
   NewHostFile& operator=(const NewHostFile&) = delete;

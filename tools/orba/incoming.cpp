@@ -1,7 +1,5 @@
 #include "tools/orba/incoming.h"
 
-#include <vector>
-
 #include "tools/orba/interrupt.h"
 #include "tools/orba/temporary.h"
 #include "tools/orba/volume_file.h"
@@ -10,19 +8,7 @@ namespace orba::tool {
 
 namespace {
 
-void CopyIn(Session* session, const Source& source, const Address& target, Progress* progress) {
-  constexpr std::size_t kPiece = 256 * 1024;
-  std::vector<char> buffer(kPiece);
-  std::size_t count = source(buffer.data(), kPiece);
-  if (count == 0) return;
-  VolumeFile written(session, target, ORB_OPEN_WRITE);
-  for (; count > 0; count = source(buffer.data(), kPiece)) {
-    CheckInterrupt();
-    written.Write(buffer.data(), static_cast<OrbU32>(count));
-    progress->Advance(count);
-  }
-  written.Close();
-}
+constexpr std::size_t kPiece = 256 * 1024;
 
 }  // namespace
 
@@ -39,7 +25,7 @@ void Incoming::WriteFile(const Address& target, bool replaces, OrbU32 attributes
   beside.standsFor = target.Text();
   try {
     CreateFile(session_, beside);
-    CopyIn(session_, source, beside, progress_);
+    CopyIn(source, beside);
     if (attributes != 0) SetAttributes(session_, beside, attributes);
     if (!replaces) Rename(session_, beside, target.Name());
   } catch (...) {
@@ -48,6 +34,19 @@ void Incoming::WriteFile(const Address& target, bool replaces, OrbU32 attributes
     throw;
   }
   if (replaces) Replace(session_, beside, target);
+}
+
+void Incoming::CopyIn(const Source& source, const Address& target) {
+  piece_.resize(kPiece);
+  std::size_t count = source(piece_.data(), kPiece);
+  if (count == 0) return;
+  VolumeFile written(session_, target, ORB_OPEN_WRITE);
+  for (; count > 0; count = count < kPiece ? 0 : source(piece_.data(), kPiece)) {
+    CheckInterrupt();
+    written.Write(piece_.data(), static_cast<OrbU32>(count));
+    progress_->Advance(count);
+  }
+  written.Close();
 }
 
 // A free temporary name in a directory, which is looked through once. What an interrupted run has left there goes.

@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "tools/orba/place.h"
 #include "tools/orba/session.h"
@@ -30,10 +31,12 @@ class Incoming {
   void WriteFile(const Address& target, bool replaces, OrbU32 attributes, const Source& source);
 
  private:
+  void CopyIn(const Source& source, const Address& target);
   const std::string& TemporaryIn(const Address& directory, const std::string& path);
 
   Session* session_;
   Progress* progress_;
+  std::vector<char> piece_;                       // of the file that is being written
   std::set<std::string> made_;                    // directories, as the session has their paths
   std::map<std::string, std::string> temporary_;  // names by directory
 };

@@ -37,7 +37,8 @@ namespace {
 
 struct PutSource {
   std::string path;
-  std::string name;  // that it is to have, as far as the container takes it
+  std::string name;     // that it is to have, as far as the container takes it
+  host::Status status;  // as the planner has seen it
 };
 
 Failure TakenTarget(const Address& target, const char* kind, const std::string& advice) {
@@ -65,7 +66,7 @@ class Planner {
         scales_(blockSize_) {}
 
   // Plans what goes into one directory of the container, which `exists` or is planned to.
-  void AddAll(const Address& directory, bool exists, const std::vector<PutSource>& sources) {
+  void AddAll(const Address& directory, bool exists, std::vector<PutSource> sources) {
     Siblings siblings;
     if (exists) {
       for (Item& item : places_->List(directory)) {
@@ -73,7 +74,7 @@ class Planner {
         siblings.existing.emplace(item.name, item);
       }
     }
-    const std::vector<std::string> names = ChooseNames(sources, &siblings);
+    const std::vector<std::string> names = ChooseNames(&sources, &siblings);
     for (std::size_t i = 0; i < sources.size(); ++i) {
       if (names[i].empty()) continue;
       const auto there = siblings.existing.find(names[i]);
@@ -89,16 +90,16 @@ class Planner {
   }
 
   // Plans one source under exactly this address.
-  void AddNamed(const PutSource& source, const Address& target) {
+  void AddNamed(PutSource source, const Address& target) {
     const std::optional<Item> there = places_->Find(target);
-    AddOne(source, target, there.has_value() ? &*there : nullptr);
+    if (IsThere(&source)) AddOne(source, target, there.has_value() ? &*there : nullptr);
   }
 
   // Plans what a host directory holds into a directory that exists or is planned.
   void AddContents(const std::string& path, const Address& directory, bool exists) {
     std::vector<PutSource> children;
-    for (const std::string& name : ListHostDirectory(path)) children.push_back({JoinPath(path, name), name});
-    AddAll(directory, exists, children);
+    for (const std::string& name : ListHostDirectory(path)) children.push_back({JoinPath(path, name), name, {}});
+    AddAll(directory, exists, std::move(children));
   }
 
   PutPlan Take(const std::string& container) {
@@ -113,11 +114,12 @@ class Planner {
   };
 
   // For each source its name in the container, empty for one that is refused.
-  std::vector<std::string> ChooseNames(const std::vector<PutSource>& sources, Siblings* siblings) {
+  std::vector<std::string> ChooseNames(std::vector<PutSource>* all, Siblings* siblings) {
+    std::vector<PutSource>& sources = *all;
     std::vector<std::string> given;
     std::vector<std::size_t> places;
     for (std::size_t i = 0; i < sources.size(); ++i) {
-      if (!IsThere(sources[i])) continue;
+      if (!IsThere(&sources[i])) continue;
       given.push_back(sources[i].name);
       places.push_back(i);
     }
@@ -134,9 +136,11 @@ class Planner {
   }
 
   // Asked before names are judged: a pattern that the shell leaves alone is not an illegal name.
-  bool IsThere(const PutSource& source) {
-    if (source.path == "-" || host::StatusOf(source.path).kind != host::Kind::kNothing) return true;
-    plan_.skipped.push_back(Unreachable(source.path, errno));
+  bool IsThere(PutSource* source) {
+    if (source->path == "-") return true;
+    source->status = host::StatusOf(source->path);
+    if (source->status.kind != host::Kind::kNothing) return true;
+    plan_.skipped.push_back(Unreachable(source->path, errno));
     return false;
   }
 
@@ -159,10 +163,8 @@ class Planner {
   void AddOne(const PutSource& source, const Address& target, const Item* there) {
     CheckInterrupt();
     if (source.path == "-") return AddFile(source, target, there, 0);
-    const host::Status status = host::StatusOf(source.path);
-    if (status.kind == host::Kind::kNothing) {
-      plan_.skipped.push_back(Unreachable(source.path, errno));
-    } else if (status.kind == host::Kind::kDirectory) {
+    const host::Status& status = source.status;
+    if (status.kind == host::Kind::kDirectory) {
       AddDirectory(source, target, there);
     } else if (status.kind != host::Kind::kFile) {
       plan_.skipped.emplace_back("cannot put " + source.path, "it is not an ordinary file but " + KindText(status.kind),
@@ -289,7 +291,7 @@ PutPlan PlanPut(const PutOptions& options, Places* places, std::uint64_t blockSi
                            there.has_value() ? ORB_ERROR_NOT_A_DIRECTORY : ORB_ERROR_PATH_NOT_FOUND);
     }
     GetItem(places, target.Parent(), "find");
-    planner.AddNamed({sources[0], target.Name()}, target);
+    planner.AddNamed({sources[0], target.Name(), {}}, target);
     return planner.Take(target.container);
   }
   std::vector<PutSource> named;
@@ -299,12 +301,12 @@ PutPlan PlanPut(const PutOptions& options, Places* places, std::uint64_t blockSi
     }
     const std::string name = BaseName(source);
     if (!name.empty()) {
-      named.push_back({source, name});
+      named.push_back({source, name, {}});
     } else {
       planner.AddContents(source, target, true);  // "dir/." and ".": what the directory holds
     }
   }
-  planner.AddAll(target, true, named);
+  planner.AddAll(target, true, std::move(named));
   return planner.Take(target.container);
 }
 
@@ -346,7 +348,7 @@ class Writer {
       return Write(step, [this](void* to, std::size_t count) { return input_->Read(to, count); });
     }
     const Descriptor file = OpenForReading(step.source);
-    Write(step, [&](void* to, std::size_t count) { return ReadFully(file.get(), step.source, to, count); });
+    Write(step, [&](void* to, std::size_t count) { return ReadOrdinary(file.get(), step.source, to, count); });
   }
 
  private:

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -85,12 +86,19 @@ int OpenForWriting(const std::string& path) { return open(path.c_str(), O_RDWR |
 int CreateNew(const std::string& path) { return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); }
 
 int CreateTemporary(std::string* path) {
-  const int file = mkostemp(path->data(), O_CLOEXEC);
-  if (file < 0) return file;
-  const mode_t mask = umask(0);
-  umask(mask);
-  fchmod(file, 0666 & ~mask);
-  return file;
+  static const char kLetters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+  static auto number = static_cast<std::uint64_t>(time(nullptr)) << 32 ^ static_cast<std::uint64_t>(getpid());
+  const std::size_t end = path->find_last_not_of('X') + 1;
+  for (;;) {
+    number = number * 6364136223846793005u + 1442695040888963407u;
+    std::uint64_t rest = number >> 24;  // its upper bits are the more mixed ones
+    for (std::size_t i = end; i < path->size(); ++i, rest /= sizeof kLetters - 1) {
+      (*path)[i] = kLetters[rest % (sizeof kLetters - 1)];
+    }
+    // Unlike mkostemp, lets others read the file as far as the mask of the process does.
+    const int file = open(path->c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (file >= 0 || errno != EEXIST) return file;
+  }
 }
 
 int DuplicateStandardInput() { return fcntl(kInput, F_DUPFD_CLOEXEC, 3); }
