@@ -1,4 +1,5 @@
-"""A real tree through all that makes copies of one: create, export, import, compact, get."""
+"""A real tree through all that makes copies of one: create, export, import, compact, get; compared by
+manifest, verify and diff."""
 import os
 import unittest
 
@@ -30,6 +31,7 @@ class RealTreeTest(ToolTest):
             self.assert_clean(name + ".orb")
         self.ok("compact", "-q", "-b", "2048", "tree.tar.orb")
         self.assertEqual(self.ok("manifest", "tree.tar.orb"), manifest)
+        self.assertEqual(self.ok("diff", "one.orb", "tree.tar.orb"), "")
         self.assert_clean("tree.tar.orb")
         for name in ("one.orb", "tree.tar.orb"):
             self.ok("get", "-q", "--verify", name, name + ".got")
