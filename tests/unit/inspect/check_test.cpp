@@ -670,6 +670,7 @@ TEST(CheckDirectory, dots_without_numbers_leave_the_names_behind_them) {
   image.Put16(image.EntryOffset(3, 1), 0);
   const Report report = Inspect(image);
   EXPECT_EQ(report.model.nodes[4].names.size(), 1u);
+  EXPECT_EQ(report.model.nodes[4].reach, Reach::kRoot);
   EXPECT_EQ(report.Count(Kind::kNodeLeaked), 0u);
 }
 
