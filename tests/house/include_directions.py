@@ -9,6 +9,8 @@
     symbols of names, the black-box tests and the examples the public header;
   - no two files include each other, however many others lie between;
   - above src/platform/ nothing is compiled conditionally, and the only system headers are four plain C ones;
+  - above tools/orba/host/ the tool knows no host either: of system headers it includes those of the C++ library
+    without files and signals, and those of libraries;
   - inspect/ knows no host: it includes no header of files, clocks or threads, and calls no file function of <cstdio>;
   - no C++ header anywhere that ships on a device.
 """
@@ -42,6 +44,8 @@ NEIGHBOURS = {
     "memfile/": ["memfile/"],
     "inspect/": ["inspect/", "src/volume/layout.h", "src/base/name_symbols.h"],
     "mount/": ["mount/", "inspect/", "src/volume/layout.h", "src/base/name_symbols.h", "include/orba.h"],
+    "tools/orba/host/posix/": ["tools/orba/host/posix/", "tools/orba/host/host.h"],
+    "tools/orba/host/windows/": ["tools/orba/host/windows/", "tools/orba/host/host.h"],
     "tools/orba/": ["tools/orba/", "mount/", "inspect/", "src/volume/layout.h", "src/base/name_symbols.h",
                     "include/orba.h"],
     "explorer/": ["explorer/", "inspect/", "src/volume/layout.h"],
@@ -50,11 +54,15 @@ NEIGHBOURS = {
     "tests/api/": ["tests/api/", "include/orba.h"],
 }
 
+HOST_FOLDERS = ("tools/orba/host/posix/", "tools/orba/host/windows/")
 CORE_SYSTEM_HEADERS = {"stddef.h", "stdint.h", "stdlib.h", "string.h"}
 INSPECTION_SYSTEM_HEADERS = {
     "algorithm", "array", "cstddef", "cstdint", "cstdio", "cstring", "functional", "iterator", "limits", "map",
     "memory", "numeric", "optional", "set", "string", "tuple", "type_traits", "unordered_map", "unordered_set",
     "utility", "vector"}
+TOOL_HOST_HEADERS = {"filesystem", "fstream", "csignal"}  # C++ headers that belong to a host
+TOOL_LIBRARIES = {"getopt.h", "archive.h", "archive_entry.h"}
+HOST_MACRO = re.compile(r"\b(_WIN32|_WIN64|__MINGW\w*|_MSC_VER|__linux__|__linux|__unix__|__APPLE__)\b")
 HOST_CALL = re.compile(
     r"\bstd::(FILE|fopen|fread|fwrite|fclose|fseek|fflush|fputs|fprintf|printf|puts|remove|rename|getenv)\b")
 SOURCES = {".h", ".cpp", ".c"}
@@ -115,7 +123,7 @@ def read(root):
                     elif include:
                         system.append((number, include[2]))
                     elif CONDITIONAL.match(line):
-                        conditions.append(number)
+                        conditions.append((number, HOST_MACRO.search(line) is not None))
                     elif HOST_CALL.search(line):
                         calls.append((number, HOST_CALL.search(line)[0]))
                 files[path] = (quoted, system, conditions, calls)
@@ -131,6 +139,8 @@ def faults_of_place(path, quoted):
         for number, name, file in quoted:
             if file is None:
                 yield f'{path}:{number}: "{name}" is not a file of the project'
+            elif neighbour == "tools/orba/" and file.startswith(HOST_FOLDERS):
+                yield f"{path}:{number}: includes {file}, which is one host's own"
             elif not any(file == allowed or (allowed.endswith("/") and file.startswith(allowed))
                          for allowed in NEIGHBOURS[neighbour]):
                 yield f"{path}:{number}: {neighbour} does not include {file}"
@@ -156,6 +166,7 @@ def faults_of_place(path, quoted):
 
 def faults_of_host(path, system, conditions, calls):
     core = path.startswith("src/") and not path.startswith("src/platform/")
+    tool = path.startswith("tools/orba/") and not path.startswith("tools/orba/host/")
     for number, header in system:
         if core and header not in CORE_SYSTEM_HEADERS:
             yield f"{path}:{number}: <{header}> is not among the headers the library needs"
@@ -163,10 +174,15 @@ def faults_of_host(path, system, conditions, calls):
             yield f"{path}:{number}: <{header}> belongs to the C++ run time"
         elif path.startswith("inspect/") and header not in INSPECTION_SYSTEM_HEADERS:
             yield f"{path}:{number}: <{header}> may belong to a host"
+        elif tool and (header in TOOL_HOST_HEADERS or (header.endswith(".h") and header not in TOOL_LIBRARIES)):
+            yield f"{path}:{number}: <{header}> belongs below tools/orba/host/"
+    if tool:
+        yield from (f"{path}:{number}: compiles for one host above tools/orba/host/" for number, named in conditions
+                    if named)
     if path.startswith("inspect/"):
         yield from (f"{path}:{number}: {call} belongs to a host" for number, call in calls)
     if core:
-        yield from (f"{path}:{number}: compiles conditionally above src/platform/" for number in conditions)
+        yield from (f"{path}:{number}: compiles conditionally above src/platform/" for number, _ in conditions)
 
 
 def cycles(files):

@@ -97,6 +97,23 @@ class IncludeDirections(unittest.TestCase):
             include__orba_h="", src__files__find_h="", inspect__view__map_h="",
             explorer__bridge__bridge_cpp='#include "inspect/view/map.h"\n#include "orba.h"\n'))
 
+    def test_host_header_in_the_tool_is_found(self):
+        self.assertEqual(["tools/orba/get.cpp:2: <filesystem> belongs below tools/orba/host/",
+                          "tools/orba/get.cpp:3: <unistd.h> belongs below tools/orba/host/"], self.faults(
+            src__files__find_h="",
+            tools__orba__get_cpp="#include <string>\n#include <filesystem>\n#include <unistd.h>\n",
+            tools__orba__host__posix__file_cpp="#include <unistd.h>\n"))
+
+    def test_condition_on_a_host_in_the_tool_is_found(self):
+        self.assertEqual(["tools/orba/get.cpp:3: compiles for one host above tools/orba/host/"], self.faults(
+            src__files__find_h="", tools__orba__get_cpp="#ifndef ORBA_VERSION\n#endif\n#ifdef _WIN32\n#endif\n"))
+
+    def test_header_of_one_host_above_the_seam_of_the_tool_is_found(self):
+        fault = "tools/orba/get.cpp:1: includes tools/orba/host/posix/posix.h, which is one host's own"
+        self.assertEqual([fault], self.faults(
+            src__files__find_h="", tools__orba__get_cpp='#include "tools/orba/host/posix/posix.h"\n',
+            tools__orba__host__posix__posix_h=""))
+
     def test_black_box_test_that_looks_inside_is_found(self):
         self.assertEqual(["tests/api/open_test.cpp:1: tests/api/ does not include src/base/error.h"], self.faults(
             src__base__error_h="", tests__api__open_test_cpp='#include "../../src/base/error.h"\n'))

@@ -2,7 +2,7 @@
 import subprocess
 import unittest
 
-from support import ToolTest
+from support import WINDOWS, ToolTest, linux_alone
 
 
 class AddressTest(ToolTest):
@@ -23,6 +23,7 @@ class AddressTest(ToolTest):
         self.assertEqual(self.ok("cat", "card.orb:/logs//./may/../day1.txt"), "LOGS/DAY1.TXT")
 
     def test_container_with_colons_last_colon_slash_separates(self):
+        linux_alone("names that Windows does not allow")
         (self.folder / "dir:").mkdir()
         self.format("dir:/a:b.orb")
         self.put_text("dir:/a:b.orb:/X", "inside")
@@ -31,11 +32,14 @@ class AddressTest(ToolTest):
         self.assertIn("state             clean", self.ok("info", "dir:/a:b.orb"))
 
     def test_container_with_brackets_spaces_and_dash_is_taken_whole(self):
-        for name in ("[a,b]", "my card.orb", "-x.orb", "??MEM??", "Karte-ä-€-𝄞.orb"):
+        names = ["[a,b]", "my card.orb", "-x.orb", "Karte-ä-€-𝄞.orb"]
+        if not WINDOWS:  # which has no "?" in names
+            names.append("??MEM??")
+        for name in names:
             self.ok("format", "--", name)
             self.ok("mkdir", "--", name + ":/D")
             self.assertEqual(self.ok("ls", "--", name), "D\n")
-        self.assertIn("??MEM??", self.host_names())
+            self.assertIn(name, self.host_names())
 
     def test_names_in_messages_and_listings_can_be_pasted_into_a_shell(self):
         for name in ("my card.orb", "it's.orb", "$HOME.orb", "a\nb.orb", "~.orb", "Karte-ä.orb", "[a].orb",
@@ -62,6 +66,7 @@ class AddressTest(ToolTest):
         self.assertIn("an operand is empty where CONTAINER[:/PATH] should stand", self.fails(16, "ls", ""))
 
     def test_container_name_that_is_no_utf8_can_be_looked_into_but_not_changed(self):
+        linux_alone("names that are not UTF-8")
         name = b"\xff.orb".decode(errors="surrogateescape")
         self.assertIn("its name is not UTF-8", self.fails(1, "mkdir", name + ":/D"))
         self.path("card.orb").rename(self.path(name))

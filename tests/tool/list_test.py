@@ -7,7 +7,7 @@ import signal
 import subprocess
 import unittest
 
-from support import LIMIT, ORBA, STATE_FLAGS, ToolTest, obey_modes
+from support import INTERRUPTED, LIMIT, PROGRAM, STATE_FLAGS, WINDOWS, ToolTest, linux_alone, obey_modes
 
 
 class ListTest(ToolTest):
@@ -181,11 +181,11 @@ class ListTest(ToolTest):
             self.assertIn("orba recover card.orb DIR\n", result.err)
 
     def test_two_look_into_one_container_side_by_side(self):
-        with open(self.path("card.orb"), "rb") as container:
-            fcntl.flock(container, fcntl.LOCK_SH)
+        with self.held("card.orb", alone=False):
             self.ok("ls", "card.orb")
             self.ok("get", "card.orb", "out")
-            fcntl.flock(container, fcntl.LOCK_EX)
+            self.assertIn("another program has the container open", self.fails(1, "mkdir", "card.orb:/D"))
+        with self.held("card.orb"):
             for arguments in (["ls", "card.orb"], ["cat", "card.orb:/README"], ["du", "card.orb"], ["df", "card.orb"]):
                 message = self.fails(1, *arguments)
                 self.assertIn("cannot open card.orb: another program has the container open "
@@ -195,12 +195,11 @@ class ListTest(ToolTest):
     def test_a_busy_container_is_waited_for_as_long_as_asked(self):
         for arguments in (["ls", "card.orb"], ["cat", "card.orb:/README"], ["check", "card.orb"],
                           ["mkdir", "-p", "card.orb:/LOGS"]):
-            with open(self.path("card.orb"), "rb") as container:
-                fcntl.flock(container, fcntl.LOCK_EX)
+            with self.held("card.orb"):
                 status = 8 if arguments[0] == "check" else 1
                 self.assertIn("another program has the container open", self.fails(status, *arguments, "--wait=0"))
                 self.assertIn("another program has the container open", self.fails(status, *arguments, "--wait=1"))
-                waiting = subprocess.Popen([ORBA, *arguments, "--wait"], cwd=self.folder, env=self.environment(),
+                waiting = subprocess.Popen([*PROGRAM, *arguments, "--wait"], cwd=self.folder, env=self.environment(),
                                            stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
                 with self.assertRaises(subprocess.TimeoutExpired):
                     waiting.wait(0.3)
@@ -209,17 +208,21 @@ class ListTest(ToolTest):
             waiting.stderr.close()
 
     def test_waiting_ends_with_a_signal(self):
-        with open(self.path("card.orb"), "rb") as container:
-            fcntl.flock(container, fcntl.LOCK_EX)
-            waiting = subprocess.Popen([ORBA, "ls", "--wait", "card.orb"], cwd=self.folder, env=self.environment(),
-                                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-            with self.assertRaises(subprocess.TimeoutExpired):
-                waiting.wait(0.3)
-            waiting.terminate()
-            self.assertEqual(waiting.wait(LIMIT), -signal.SIGTERM)
-            waiting.stderr.close()
+        ways = {signal.SIGINT: INTERRUPTED}
+        if not WINDOWS:
+            ways[signal.SIGTERM] = -signal.SIGTERM
+        with self.held("card.orb"):
+            for way, status in ways.items():
+                waiting = subprocess.Popen([*PROGRAM, "ls", "--wait", "card.orb"], cwd=self.folder,
+                                           env=self.environment(), stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+                with self.assertRaises(subprocess.TimeoutExpired):
+                    waiting.wait(0.5)
+                waiting.send_signal(way)
+                self.assertEqual((waiting.wait(LIMIT), waiting.stderr.read()), (status, b"orba: interrupted\n"))
+                waiting.stderr.close()
 
     def test_what_holds_a_busy_container_is_named(self):
+        linux_alone("who has a file open, as /proc tells")
         with open(self.path("card.orb"), "rb") as container:
             fcntl.flock(container, fcntl.LOCK_EX)
             with open("/proc/locks", encoding="ascii") as locks:
@@ -326,6 +329,7 @@ class TreeTest(ToolTest):
                          "\n3 directories, 3 files\n")
 
     def test_tree_in_a_plain_locale_draws_in_ascii(self):
+        linux_alone("a locale without UTF-8")
         self.assertEqual(self.ok("tree", "card.orb:/A", environment={"LC_ALL": "C"}),
                          "card.orb:/A\n|-- B\n|   `-- X\n`-- Y\n\n1 directory, 2 files\n")
 

@@ -4,7 +4,7 @@ import os
 import subprocess
 import unittest
 
-from support import BLOCK_1, NODE_SIZE, ToolTest
+from support import BLOCK_1, NODE_SIZE, ToolTest, linux_alone
 
 MISSING_BLOCK = (1 << 20).to_bytes(4, "little")  # a block number beyond the container's end
 
@@ -218,6 +218,7 @@ class VerifyTest(ToolTest):
             self.assertIn("cannot read card.orb:/LOGS/DAY1.TXT beyond byte 0", result.err)
 
     def test_verify_of_a_tree_with_what_no_container_holds_exits_2(self):
+        linux_alone("symbolic links, which Wine follows unseen")
         os.symlink(".", self.path("tree/loop"))
         result = self.orba("verify", "card.orb", "tree")
         self.assertEqual((result.status, result.out), (2, "3 files are the same, 0 missing, 0 changed, 0 extra\n"))

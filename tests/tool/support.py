@@ -1,4 +1,5 @@
 """Runs the real orba in a scratch folder, piped or on a terminal, and makes the containers and trees to run it on."""
+import contextlib
 import ctypes
 import fcntl
 import os
@@ -6,6 +7,7 @@ import pathlib
 import pty
 import random
 import shutil
+import signal
 import struct
 import subprocess
 import tempfile
@@ -14,7 +16,12 @@ import time
 import unittest
 
 ORBA = os.environ["ORBA"]  # the program under test
-HOST_CALLS = os.environ["ORBA_HOST_CALLS"]  # what notes its calls to the host, and lets them fail
+WINDOWS = ORBA.endswith(".exe")  # it is the one for Windows
+WINE = "/usr/lib/wine/wine64"
+PROGRAM = [WINE, ORBA] if WINDOWS else [ORBA]  # how it is started
+# What a program ends with that Ctrl-C ends: the signal, or what Wine keeps of STATUS_CONTROL_C_EXIT, its last byte.
+INTERRUPTED = 0x3A if WINDOWS else -signal.SIGINT
+HOST_CALLS = os.environ.get("ORBA_HOST_CALLS", "")  # what notes its calls to the host, and lets them fail
 LIMIT = 240  # seconds after which a run counts as hanging
 
 # Where things lie in a container that was formatted without options (block size 4096, bitmap 1024 bytes).
@@ -22,6 +29,12 @@ STATE_FLAGS = 52
 BLOCK_1 = 2048  # the first node block
 NODE_SIZE = 64
 NODE_TIME = 8
+
+
+def linux_alone(why):
+    """To be called by what only Linux has. Under Wine the test ends here, and is counted with the reason."""
+    if WINDOWS:
+        raise unittest.SkipTest(why)
 
 
 def open_terminal():
@@ -81,7 +94,9 @@ class ToolTest(unittest.TestCase):
 
     def orba(self, *arguments, stdin=b"", environment=None, **options):
         """One run, piped."""
-        done = subprocess.run([ORBA, *map(str, arguments)], input=stdin, capture_output=True, cwd=self.folder,
+        if "preexec_fn" in options:
+            linux_alone("modes and limits that a process gives itself before the program starts")
+        done = subprocess.run([*PROGRAM, *map(str, arguments)], input=stdin, capture_output=True, cwd=self.folder,
                               env=self.environment(environment), timeout=LIMIT, check=False, **options)
         return Result(done.returncode, done.stdout, done.stderr)
 
@@ -101,12 +116,13 @@ class ToolTest(unittest.TestCase):
 
     def on_terminal(self, *arguments, columns=80, environment=None):
         """One run with standard output and error on a terminal; what arrives there is both `out` and `err`."""
+        linux_alone("a terminal of Linux")
         master, slave = open_terminal()
         fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
         attributes = termios.tcgetattr(slave)
         attributes[1] &= ~termios.OPOST  # line ends arrive as they were written
         termios.tcsetattr(slave, termios.TCSANOW, attributes)
-        process = subprocess.Popen([ORBA, *map(str, arguments)], stdin=slave, stdout=slave, stderr=slave,
+        process = subprocess.Popen([*PROGRAM, *map(str, arguments)], stdin=slave, stdout=slave, stderr=slave,
                                    cwd=self.folder, env=self.environment(environment))
         os.close(slave)
         seen = b""
@@ -136,8 +152,23 @@ class ToolTest(unittest.TestCase):
     @staticmethod
     def failing(at):
         """The environment in which a call to the host fails."""
+        linux_alone("calls to the host watched by a library that is loaded before")
         return {"LD_PRELOAD": HOST_CALLS, "ASAN_OPTIONS": "verify_asan_link_order=0",
                 **({} if at is None else {"HOST_CALLS_AT": at})}
+
+    @contextlib.contextmanager
+    def held(self, name, alone=True):
+        """While another program has a file open: for itself alone, or beside others that read."""
+        if not WINDOWS:
+            with open(self.path(name), "rb") as file:
+                fcntl.flock(file, fcntl.LOCK_EX if alone else fcntl.LOCK_SH)
+                yield
+            return
+        with subprocess.Popen([WINE, os.environ["ORBA_HOLD"], name, "alone" if alone else "shared"], cwd=self.folder,
+                              stdin=subprocess.PIPE, stdout=subprocess.PIPE) as holder:
+            self.assertEqual(holder.stdout.readline().strip(), b"held")
+            yield
+            holder.stdin.close()
 
     def wait_until(self, condition):
         """Waits for what must come, without a word on how long it may take."""

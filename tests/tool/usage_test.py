@@ -6,7 +6,7 @@ import signal
 import subprocess
 import unittest
 
-from support import LIMIT, ORBA, ToolTest, open_terminal
+from support import LIMIT, PROGRAM, ToolTest, linux_alone, open_terminal
 
 COMMANDS = ["format", "create", "compact", "info", "df", "ls", "tree", "du", "find", "diff", "cat", "put", "get",
             "manifest", "verify", "export", "import", "mount", "umount", "mkdir", "mv", "cp", "rm", "attrib", "touch",
@@ -121,15 +121,17 @@ class UsageTest(ToolTest):
 
     def test_output_that_cannot_be_written_is_a_failure(self):
         with open("/dev/full", "wb") as full:
-            done = subprocess.run([ORBA, "--help"], stdout=full, stderr=subprocess.PIPE, check=False)
+            done = subprocess.run([*PROGRAM, "--help"], stdout=full, stderr=subprocess.PIPE, check=False)
         self.assertEqual(done.returncode, 1)
         self.assertIn(b"cannot write to standard output: No space left on device (ENOSPC, 28)", done.stderr)
 
     def test_closed_standard_streams_do_no_harm(self):
         self.format()
 
+        linux_alone("a program started with a closed stream")
+
         def run(*arguments, close):
-            done = subprocess.run([ORBA, *arguments], cwd=self.folder, check=False, timeout=LIMIT,
+            done = subprocess.run([*PROGRAM, *arguments], cwd=self.folder, check=False, timeout=LIMIT,
                                   stderr=None if 2 in close else subprocess.PIPE, env=self.environment(),
                                   preexec_fn=lambda: [os.close(stream) for stream in close])
             return done.returncode, done.stderr
@@ -149,8 +151,9 @@ class UsageTest(ToolTest):
         self.assertTrue(self.read("card.undo").startswith(b"ORBAUNDO"))
 
     def test_signals_that_are_to_be_ignored_are(self):
+        linux_alone("a signal that the program inherits as ignored")
         self.format()
-        with subprocess.Popen([ORBA, "put", "-", "card.orb:/X"], stdin=subprocess.PIPE, cwd=self.folder,
+        with subprocess.Popen([*PROGRAM, "put", "-", "card.orb:/X"], stdin=subprocess.PIPE, cwd=self.folder,
                               env=self.environment(),
                               preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN)) as process:
             process.stdin.write(bytes(1 << 20))  # more than a pipe holds: the work has begun
@@ -164,7 +167,7 @@ class UsageTest(ToolTest):
         self.format()
         self.write("big", bytes(4 << 20))
         self.ok("put", "big", "card.orb")
-        with subprocess.Popen([ORBA, "cat", "card.orb:/BIG"], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+        with subprocess.Popen([*PROGRAM, "cat", "card.orb:/BIG"], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                               cwd=self.folder) as process:
             self.assertEqual(process.stdout.read(1000), bytes(1000))
             process.stdout.close()
@@ -213,7 +216,7 @@ class CompletionTest(ToolTest):
     def complete(self, *words):
         script = self.write("completion", self.ok("--completion").encode())
         lines = ["source " + str(script), "compopt() { :; }",
-                 "orba() { %s \"$@\"; }" % ORBA,
+                 "orba() { %s \"$@\"; }" % shlex.join(PROGRAM),
                  "COMP_WORDS=(" + " ".join(shlex.quote(word) for word in words) + ")",
                  f"COMP_CWORD={len(words) - 1}", "_orba", 'printf "%s\\n" "${COMPREPLY[@]}"']
         done = subprocess.run(["bash", "-c", "\n".join(lines)], capture_output=True, cwd=self.folder, text=True,
@@ -264,12 +267,13 @@ class CompletionTest(ToolTest):
         self.assertEqual(len(parts), 8)
 
     def test_completion_works_in_an_interactive_shell(self):
+        linux_alone("a terminal of Linux")
         self.format()
         self.ok("mkdir", "card.orb:/LOGS")
         self.put_text("card.orb:/LOGS/DAY1.TXT", "what the file holds")
         self.write("completion", self.ok("--completion").encode())
         self.write("rc", ("PS1='ready> '; bind 'set enable-bracketed-paste off'; orba() { %s \"$@\"; }; "
-                          "source ./completion\n" % shlex.quote(ORBA)).encode())
+                          "source ./completion\n" % shlex.join(PROGRAM)).encode())
         master, slave = open_terminal()
         with subprocess.Popen(["bash", "--noprofile", "--rcfile", "./rc", "-i"], stdin=slave, stdout=slave,
                               stderr=slave, cwd=self.folder, env=self.environment({"TERM": "dumb"}),

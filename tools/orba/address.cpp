@@ -4,6 +4,7 @@
 
 #include "inspect/container/names.h"
 #include "tools/orba/failure.h"
+#include "tools/orba/host/host.h"
 
 namespace orba::tool {
 
@@ -69,12 +70,17 @@ std::string Address::Text() const {
   return ShellWord(names.empty() ? text + "/" : text);
 }
 
+std::size_t FindSeparatingColon(const std::string& text) {
+  const std::size_t colon = text.rfind(":/");
+  return colon != std::string::npos && colon >= host::DriveLength(text) ? colon : std::string::npos;
+}
+
 Address ParseAddress(const std::string& text) {
   Address address;
   address.written = text;
-  const std::size_t colon = text.rfind(":/");
+  const std::size_t colon = FindSeparatingColon(text);
   if (colon == std::string::npos) {
-    address.container = RequireContainer(EndsWith(text, ":") ? text.substr(0, text.size() - 1) : text, text);
+    address.container = ParseContainer(text);
     address.asDirectory = true;
     return address;
   }
@@ -86,7 +92,8 @@ Address ParseAddress(const std::string& text) {
 
 std::string ParseContainer(const std::string& text) {
   for (const std::string end : {":/", ":"}) {
-    if (EndsWith(text, end)) return RequireContainer(text.substr(0, text.size() - end.size()), text);
+    const bool drive = text.size() < host::DriveLength(text) + end.size();
+    if (!drive && EndsWith(text, end)) return RequireContainer(text.substr(0, text.size() - end.size()), text);
   }
   return RequireContainer(text, text);
 }

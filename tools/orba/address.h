@@ -1,5 +1,5 @@
 // CONTAINER:/PATH, the name of a place inside a container. A path inside a container never holds a ":", so the last
-// ":/" of the text separates; before it host names may hold what they like. Stands on failure.
+// ":/" of the text separates; before it host names may hold what they like. Stands on failure and host.
 #pragma once
 
 #include <string>
@@ -25,6 +25,10 @@ struct Address {
 
 // "CONTAINER:/PATH"; "CONTAINER" and "CONTAINER:" are the root. Throws a Failure on an empty container name.
 Address ParseAddress(const std::string& text);
+
+// Where the ":" of the last ":/" stands that can separate a container from a path inside it, which that of a drive
+// cannot; npos where there is none.
+std::size_t FindSeparatingColon(const std::string& text);
 
 // For commands that work on a container as a whole: its host name, from which a ":" or ":/" at the end is taken.
 std::string ParseContainer(const std::string& text);

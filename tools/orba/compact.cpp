@@ -109,14 +109,14 @@ void CopyAll(const CompactOptions& options, Look* look, const std::vector<Conten
   }
 }
 
-bool IsSameFile(Look* look, const Match& one, const Match& other) {
+bool IsSameFile(Look* look, const Match& one, Look* otherLook, const Match& other) {
   if (one.item.size != other.item.size || one.item.attributes != other.item.attributes) return false;
   constexpr std::uint32_t kPiece = 256 * 1024;
   std::vector<char> mine(kPiece);
   std::vector<char> theirs(kPiece);
   for (std::uint32_t position = 0; position < one.item.size;) {
     const std::size_t count = look->ReadAt(one, position, mine.data(), kPiece);
-    if (look->ReadAt(other, position, theirs.data(), kPiece) != count) return false;
+    if (otherLook->ReadAt(other, position, theirs.data(), kPiece) != count) return false;
     if (!std::equal(mine.begin(), mine.begin() + static_cast<std::ptrdiff_t>(count), theirs.begin())) return false;
     position += static_cast<std::uint32_t>(count);
   }
@@ -130,13 +130,14 @@ void RequireSame(Look* look, const std::vector<Content>& contents, const std::st
                         "the old one is as it was; check the disk");
   const RawContainer raw(file);
   if (!inspect::Check(raw.image()).IsClean()) throw failure;
+  Look copied;  // not longer than this: nobody has it open when it takes its place
   const Address root = ParseAddress(file + ":/");
-  const std::vector<Content> copies = ContentsOf(look, {root, GetItem(look, root, "read")});
+  const std::vector<Content> copies = ContentsOf(&copied, {root, GetItem(&copied, root, "read")});
   if (copies.size() != contents.size()) throw failure;
   for (std::size_t i = 0; i < copies.size(); ++i) {
     const bool directory = contents[i].match.item.IsDirectory();
     if (copies[i].name != contents[i].name || copies[i].match.item.IsDirectory() != directory) throw failure;
-    if (!directory && !IsSameFile(look, contents[i].match, copies[i].match)) throw failure;
+    if (!directory && !IsSameFile(look, contents[i].match, &copied, copies[i].match)) throw failure;
   }
 }
 

@@ -53,6 +53,8 @@ OrbU32 BitmapBytes(const FormatOptions& options) {
 int RunFormat(const FormatOptions& options) {
   const OrbU32 bitmapBytes = BitmapBytes(options);
   const std::string container = ParseContainer(options.container);
+  const std::string problem = host::NameProblem(BaseName(container));
+  if (!problem.empty()) throw Failure("cannot make the container " + container, problem, "use another name");
   const bool existed = HostFileExists(container);
   if (OrbCreateVolumeEx(WideName(container).c_str(), bitmapBytes, options.blockSize) != 0) return kSuccess;
   const OrbU32 code = OrbGetLastError();

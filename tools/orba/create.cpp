@@ -126,7 +126,7 @@ int RunCreate(const CreateOptions& options) {
   put.quiet = options.quiet;
   EmptyPlaces nothing;
   constexpr std::uint64_t kLargestBlocks = 8192;
-  const PutPlan plan = PlanPut(put, &nothing, kLargestBlocks);
+  const PutPlan plan = PlanPut(put, &nothing, kLargestBlocks, std::nullopt);
   plan.Tell();
   if (plan.IsRefused() || !plan.skipped.empty()) {
     Report("nothing was made");

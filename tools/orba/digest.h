@@ -1,26 +1,24 @@
-// SHA-256 of contents that come in pieces. Stands on failure.
+// SHA-256 of contents that come in pieces. Stands on failure and host.
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <string>
+
+#include "tools/orba/host/host.h"
 
 namespace orba::tool {
 
 class Digest {
  public:
-  Digest();
+  Digest();  // throws a Failure where it cannot be computed
 
-  void Add(const void* bytes, std::size_t count);
+  void Add(const void* bytes, std::size_t count) { sum_.Add(bytes, count); }
 
-  // Of all that was added, in 64 hexadecimal digits of lower case.
+  // Of all that was added, in 64 hexadecimal digits of lower case. To be called last, and once.
   std::string Text() const;
 
  private:
-  struct Close {
-    void operator()(void* handle) const;
-  };
-  std::unique_ptr<void, Close> handle_;
+  host::Sha256 sum_;
 };
 
 }  // namespace orba::tool

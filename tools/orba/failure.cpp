@@ -148,10 +148,8 @@ std::string InLines(const std::string& text) {
 }
 
 const char* HostAdvice(int error) {
+  if (host::IsNoSpace(error)) return "make room on the disk and try again";
   switch (error) {
-    case ENOSPC:
-    case EDQUOT:
-      return "make room on the disk and try again";
     case EFBIG:
       return "raise the limit for the size of files (ulimit -f), or use another disk";
     case EROFS:
@@ -221,10 +219,9 @@ Failure HostFailure(const std::string& what, int error) { return HostFailure(wha
 Failure HostFailure(const std::string& what, int error, const std::string& advice) {
   const char* const name = host::ErrorName(error);
   Failure failure(
-      what,
-      std::string(strerror(error)) + " (" + (name != nullptr ? name : "errno") + ", " + std::to_string(error) + ")",
+      what, host::ErrorText(error) + " (" + (name != nullptr ? name : "errno") + ", " + std::to_string(error) + ")",
       advice);
-  if (error == ENOSPC || error == EDQUOT || error == EROFS) failure.MakeFinal();
+  if (host::IsNoSpace(error) || error == EROFS) failure.MakeFinal();
   return failure;
 }
 
@@ -237,12 +234,9 @@ std::string CodeText(std::uint32_t code) {
 std::string Visible(const std::string& text) { return Escaped(text, ""); }
 
 std::string ShellWord(const std::string& word) {
-  const char* const plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:@%+=,~";
-  if (!word.empty() && word[0] != '~' && word.find_first_not_of(plain) == std::string::npos) return word;
-  if (Visible(word) != word) return "$'" + Escaped(word, "\\'") + "'";
-  std::string quoted = "'";
-  for (const char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return quoted + "'";
+  const bool plain = word.find_first_not_of(host::kPlainInShell) == std::string::npos;
+  if (!word.empty() && word[0] != '~' && plain) return word;
+  return Visible(word) != word ? "$'" + Escaped(word, "\\'") + "'" : host::Quoted(word);
 }
 
 void Report(const Failure& failure) { Report(std::string(failure.what())); }
@@ -253,13 +247,14 @@ void Report(const std::string& message) {
   const std::string prefix = "orba:";
   std::string text = prefix + " " + message;
   if (IsTerminal(Stream::kError)) text = InLines(text);
-  std::fprintf(stderr, "%s%s\n", Painted(Stream::kError, Colour::kRed, prefix).c_str(), text.c_str() + prefix.size());
+  std::fputs((Painted(Stream::kError, Colour::kRed, prefix) + text.substr(prefix.size()) + "\n").c_str(), stderr);
+  std::fflush(stderr);
 }
 
 int StatusWithoutMemory() noexcept { return g_statusWithoutMemory; }
 
 void SetStatusWithoutMemory(int status) noexcept { g_statusWithoutMemory = status; }
 
-void ReportNoMemory() noexcept { std::fputs("orba: there is not enough memory\n", stderr); }
+void ReportNoMemory() noexcept { std::fputs("orba: there is not enough memory\n", stderr), std::fflush(stderr); }
 
 }  // namespace orba::tool

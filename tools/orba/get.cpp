@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 
+#include "inspect/repair/recover.h"
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
 #include "tools/orba/digest.h"
@@ -55,6 +56,7 @@ struct GetOptions {
   std::vector<std::string> operands;
   bool force = false;
   bool noClobber = false;
+  bool rename = false;
   bool lower = false;
   bool quiet = false;
   bool verbose = false;
@@ -70,7 +72,8 @@ struct Step {
 };
 
 struct Plan {
-  std::vector<Step> steps;  // directories before what they hold
+  std::vector<Step> steps;    // directories before what they hold
+  std::vector<Step> renamed;  // those of them whose name the host does not take
   std::vector<Failure> refusals;
   std::uint64_t work = 0;
 };
@@ -92,6 +95,11 @@ class Planner {
   void AddTree(const Match& source, const std::string& target) {
     LookWalker walker(look_);
     Add(&walker, source, target, true);
+  }
+  // Under its own name.
+  void AddTreeBelow(const Match& source, const std::string& directory) {
+    LookWalker walker(look_);
+    AddBelow(&walker, source, directory, true);
   }
 
   Plan Take() { return std::move(plan_); }
@@ -115,7 +123,25 @@ class Planner {
     for (const Item& item : walker->List(source)) {
       // A damaged name could lead out of the target; the walker has told of it.
       const Match child = {source.address.Child(item.name), item};
-      if (item.named) Add(walker, child, JoinPath(target, HostName(options_, item.name)), exists);
+      if (item.named) AddBelow(walker, child, target, exists);
+    }
+  }
+
+  void AddBelow(LookWalker* walker, const Match& source, const std::string& directory, bool mayExist) {
+    const std::string& name = source.address.Name();
+    const std::string problem = host::NameProblem(name);
+    const std::string other = problem.empty() ? name : inspect::HostName(name);
+    const std::string target = JoinPath(directory, HostName(options_, other));
+    const std::string what = "cannot get " + source.address.Text();
+    if (problem.empty()) {
+      Add(walker, source, target, mayExist);
+    } else if (!options_.rename) {
+      plan_.refusals.emplace_back(what, problem, "store it under another name with: --rename");
+    } else if (look_->Find(source.address.Parent().Child(other)).has_value()) {
+      plan_.refusals.emplace_back(what, problem + ", and " + other + " is there too", "get the two one by one");
+    } else {
+      plan_.renamed.push_back({source, target, false});
+      Add(walker, source, target, mayExist);
     }
   }
 
@@ -147,8 +173,9 @@ Plan MakePlan(const GetOptions& options, Look* look, int* status) {
     for (Match& match : Expand(look, ParseAddress(operand), "get")) sources.push_back(std::move(match));
   });
   const bool intoDirectory = IsHostDirectory(target);
-  const bool asDirectory = target.back() == '/' && !(sources.size() == 1 && sources[0].item.IsDirectory());
-  if (target.find(":/") != std::string::npos && !HostFileExists(target) && !IsHostDirectory(ParentOf(target))) {
+  const bool asDirectory = EndsWithSeparator(target) && !(sources.size() == 1 && sources[0].item.IsDirectory());
+  if (FindSeparatingColon(target) != std::string::npos && !HostFileExists(target) &&
+      !IsHostDirectory(ParentOf(target))) {
     throw HostFailure("cannot get anything into " + target, ENOENT,
                       "the last operand is a place on the host; from container to container: orba cp");
   }
@@ -158,8 +185,11 @@ Plan MakePlan(const GetOptions& options, Look* look, int* status) {
   Planner planner(options, look);
   for (const Match& source : sources) {
     if (!source.item.named) continue;
-    const bool named = intoDirectory && !source.address.IsRoot();
-    planner.AddTree(source, named ? JoinPath(target, HostName(options, source.address.Name())) : target);
+    if (intoDirectory && !source.address.IsRoot()) {
+      planner.AddTreeBelow(source, target);
+    } else {
+      planner.AddTree(source, target);
+    }
   }
   return planner.Take();
 }
@@ -231,6 +261,7 @@ int RunGet(const GetOptions& options) {
     Report("nothing was written");
     return look.Finish(kFailed);
   }
+  for (const Step& step : plan.renamed) Print(step.source.address.Text() + " -> " + Visible(step.target) + "\n");
   look.BeginWalk();
   const int status = CarryOut(options, &look, plan);
   return look.Finish(found != kSuccess ? found : status);
@@ -246,6 +277,8 @@ Run DefineGet(Syntax* syntax) {
                  "is complete");
   syntax->Flag("--verify", &options->verify,
                "read each file back and compare checksums before it has its name; one that differs is left out");
+  syntax->Flag("--rename", &options->rename,
+               "store what has a name that the host does not take under another one, and say which");
   syntax->Flag("--lower", &options->lower, "names on the host in lower case");
   syntax->Flag("-v,--verbose", &options->verbose, "print each file");
   syntax->Flag("-q,--quiet", &options->quiet, "draw no progress");

@@ -19,10 +19,11 @@ Descriptor::~Descriptor() {
 
 int Descriptor::Take() { return std::exchange(descriptor_, -1); }
 
-Descriptor OpenForReading(const std::string& path) {
+Descriptor OpenForReading(const std::string& path, host::Share share) {
   const std::string what = "cannot read " + path;
   const bool standardInput = path == "-";
-  Descriptor file(standardInput ? host::DuplicateStandardInput() : host::OpenForReading(path));
+  Descriptor file(standardInput ? host::DuplicateStandardInput() : host::OpenForReading(path, share));
+  if (file.get() < 0 && errno == EBUSY && share != host::Share::kAll) return file;
   const host::Status status = file.get() < 0 ? host::Status{} : host::StatusOf(file.get());
   if (status.kind == host::Kind::kNothing) throw HostFailure(what, errno);
   if (standardInput || status.kind == host::Kind::kFile) return file;
@@ -30,8 +31,8 @@ Descriptor OpenForReading(const std::string& path) {
   throw Failure(what, "it is not an ordinary file but " + KindText(status.kind), "give an ordinary file");
 }
 
-Descriptor OpenForWriting(const std::string& path) {
-  Descriptor file(host::OpenForWriting(path));
+Descriptor OpenForWriting(const std::string& path, host::Share share) {
+  Descriptor file(host::OpenForWriting(path, share));
   if (file.get() >= 0 && host::StatusOf(file.get()).kind == host::Kind::kFile) return file;
   if (file.get() >= 0) errno = EINVAL;
   return Descriptor(-1);
@@ -89,25 +90,42 @@ std::vector<std::string> ListHostDirectory(const std::string& path) {
 
 std::string JoinPath(const std::string& directory, const std::string& name) {
   std::string path = directory;
-  if (path.size() > 2 && path.compare(path.size() - 2, 2, "/.") == 0) path.pop_back();
-  return path.empty() || path.back() == '/' ? path + name : path + "/" + name;
+  const std::size_t size = path.size();
+  if (size > 2 && path[size - 1] == '.' && host::IsSeparator(path[size - 2])) path.pop_back();
+  return path + host::SeparatorAfter(path) + name;
 }
 
+namespace {
+
+// Where the last name of a path begins and ends; both at the same place where there is none.
+std::pair<std::size_t, std::size_t> LastName(const std::string& path) {
+  const std::size_t root = host::RootLength(path);
+  std::size_t end = path.size();
+  while (end > root && host::IsSeparator(path[end - 1])) --end;
+  std::size_t start = end;
+  while (start > root && !host::IsSeparator(path[start - 1])) --start;
+  return {start, end};
+}
+
+}  // namespace
+
 std::string ParentOf(const std::string& path) {
-  const std::size_t end = path.find_last_not_of('/');
-  const std::size_t slash = end == std::string::npos ? 0 : path.rfind('/', end);
-  if (slash == std::string::npos) return ".";
-  const std::size_t last = path.find_last_not_of('/', slash);
-  return last == std::string::npos ? "/" : path.substr(0, last + 1);
+  const std::string parent = WithoutSeparators(path.substr(0, LastName(path).first));
+  return parent.empty() ? "." : parent;
 }
 
 std::string BaseName(const std::string& path) {
-  const std::size_t end = path.find_last_not_of('/');
-  if (end == std::string::npos) return "";
-  const std::size_t slash = path.rfind('/', end);
-  const std::size_t start = slash == std::string::npos ? 0 : slash + 1;
-  const std::string name = path.substr(start, end - start + 1);
+  const auto [start, end] = LastName(path);
+  const std::string name = path.substr(start, end - start);
   return name == "." || name == ".." ? "" : name;
+}
+
+bool EndsWithSeparator(const std::string& path) { return !path.empty() && host::IsSeparator(path.back()); }
+
+std::string WithoutSeparators(const std::string& path) {
+  std::size_t end = path.size();
+  while (end > host::RootLength(path) && host::IsSeparator(path[end - 1])) --end;
+  return path.substr(0, end);
 }
 
 bool IsHostDirectory(const std::string& path) { return host::StatusOf(path).kind == host::Kind::kDirectory; }
@@ -127,6 +145,13 @@ void MakeHostDirectory(const std::string& path) {
     const std::string what = "cannot make the directory " + path;
     throw error == EEXIST ? HostFailure(what, error, "use another name") : HostFailure(what, error);
   }
+}
+
+void MakeHostDirectories(const std::string& path) {
+  if (IsHostDirectory(path)) return;
+  const std::string parent = ParentOf(path);
+  if (parent != path) MakeHostDirectories(parent);
+  MakeHostDirectory(path);
 }
 
 std::string KindText(host::Kind kind) {
@@ -213,14 +238,13 @@ void SweepTemporaries(const std::string& directory) {
     if (!IsTemporaryHostName(name)) continue;
     const std::string path = JoinPath(directory, name);
     if (host::OwnStatusOf(path).kind != host::Kind::kFile) continue;
-    const Descriptor file = OpenForWriting(path);
-    // Whoever is writing it holds a lock.
-    if (file.get() < 0 || host::LockFile(file.get(), true) != host::Lock::kTaken || !host::Remove(path)) continue;
+    if (!host::RemoveUnused(path)) continue;
     Report("removed " + Visible(path) + ", which an interrupted get or recover had left");
   }
 }
 
 void SyncDisks(const std::set<std::string>& directories) {
+  if (!host::CanSyncDisks()) return;  // each file was synced when it was published
   std::set<std::uint64_t> done;
   for (const std::string& directory : directories) {
     const host::Status status = host::StatusOf(directory);
@@ -230,19 +254,13 @@ void SyncDisks(const std::set<std::string>& directories) {
 }
 
 NewHostFile::NewHostFile(std::string path, bool isNew)
-    : path_(std::move(path)), place_(isNew ? path_ : PlaceToWrite(path_)) {
-  const std::size_t slash = place_.rfind('/');
-  for (;;) {
-    temporary_ = (slash == std::string::npos ? "" : place_.substr(0, slash + 1)) + kTemporaryName;
-    descriptor_ = host::CreateTemporary(&temporary_);
-    if (descriptor_ < 0) {
-      temporary_.clear();
-      Fail();
-    }
-    // Another run that sweeps takes what is not locked yet; then a new one is needed.
-    if (host::LockFile(descriptor_, true) != host::Lock::kRefused) return;
-    host::Close(descriptor_);
-  }
+    : path_(std::move(path)),
+      place_(isNew ? path_ : PlaceToWrite(path_)),
+      temporary_(place_.substr(0, LastName(place_).first) + kTemporaryName),
+      descriptor_(host::CreateTemporary(&temporary_)) {
+  if (descriptor_ >= 0) return;
+  temporary_.clear();
+  Fail();
 }
 
 NewHostFile::~NewHostFile() {
@@ -268,7 +286,7 @@ void NewHostFile::ReadBack(const std::function<void(const void* bytes, std::size
 
 void NewHostFile::Publish(const OrbTime& time, bool overwrite, bool sync) {
   Stamp(descriptor_, time);
-  if (sync && !host::Sync(descriptor_)) Fail();
+  if ((sync || !host::CanSyncDisks()) && !host::Sync(descriptor_)) Fail();
   if (!host::Close(std::exchange(descriptor_, -1)) || !host::Rename(temporary_, place_, overwrite)) Fail();
   temporary_.clear();
   if (sync) SyncDirectory(ParentOf(place_));

@@ -30,11 +30,12 @@ class Descriptor {
   int descriptor_;
 };
 
-// Opens an ordinary file for reading; "-" is standard input. Throws a Failure.
-Descriptor OpenForReading(const std::string& path);
+// Opens an ordinary file for reading; "-" is standard input. Throws a Failure. Where another one has the file open that
+// `share` rules out, the descriptor is below 0.
+Descriptor OpenForReading(const std::string& path, host::Share share = host::Share::kAll);
 
 // Opens an ordinary file for reading and writing. Where that fails the descriptor is below 0 and errno says why.
-Descriptor OpenForWriting(const std::string& path);
+Descriptor OpenForWriting(const std::string& path, host::Share share = host::Share::kAll);
 
 // Sees to it that names given or taken in the directory outlive a loss of power. Throws a Failure.
 void SyncDirectory(const std::string& path);
@@ -71,7 +72,11 @@ std::string PlaceToWrite(const std::string& path);
 
 bool IsSameHostFile(const std::string& a, const std::string& b);
 
-void MakeHostDirectory(const std::string& path);  // one that is there is fine
+void MakeHostDirectory(const std::string& path);    // one that is there is fine
+void MakeHostDirectories(const std::string& path);  // with those that it lies in
+
+bool EndsWithSeparator(const std::string& path);
+std::string WithoutSeparators(const std::string& path);  // at its end
 
 bool IsDate(const OrbTime& time);  // of the calendar
 std::int64_t SecondsSince1970(const OrbTime& date);

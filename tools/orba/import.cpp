@@ -117,10 +117,10 @@ class Planner {
     }
   }
 
-  Plan MakePlan(const Address& target) {
+  Plan MakePlan(const Address& target, const std::optional<Capacity>& capacity) {
     PlanBelow(root_, target, true);
     if (root_.member.has_value()) AddTime(root_.what, target);
-    plan_.noRoom = scales_.Refusal(target.container);
+    if (capacity.has_value()) plan_.noRoom = scales_.Refusal(target.container, *capacity);
     return std::move(plan_);
   }
 
@@ -303,7 +303,7 @@ int RunImport(const ImportOptions& options) {
     ArchiveReader archive(options.archive, file.get());
     planner.ReadAll(&archive);
   }
-  const Plan plan = planner.MakePlan(target);
+  const Plan plan = planner.MakePlan(target, CapacityFor(&session, target));
   if (!plan.refusals.empty() || plan.noRoom.has_value()) {
     ReportAll(plan.refusals);
     if (plan.noRoom.has_value()) Report(*plan.noRoom);

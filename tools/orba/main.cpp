@@ -14,6 +14,7 @@
 #include "tools/orba/interrupt.h"
 #include "tools/orba/manual.h"
 #include "tools/orba/terminal.h"
+#include "tools/orba/wildcard.h"
 
 using namespace orba::tool;
 
@@ -102,7 +103,7 @@ int RunProgram(std::vector<std::string> arguments) {
 
 int Guarded(int argc, char** argv) {
   try {
-    const int status = RunProgram({argv + 1, argv + argc});
+    const int status = RunProgram(Expanded(host::Arguments(argc, argv)));
     FlushOutput();
     return status;
   } catch (const UsageFailure& failure) {
@@ -138,7 +139,7 @@ int main(int argc, char** argv) {
   }
   std::set_terminate(EndWithoutMemory);
   std::setlocale(LC_CTYPE, "");
-  host::HoldStandardStreams();
+  host::SetUpStandardStreams();
   host::CatchSignals();
   try {
     return Guarded(argc, argv);

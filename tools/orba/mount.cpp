@@ -295,10 +295,10 @@ Run DefineMount(Syntax* syntax) {
 // The program that served the folder closes the container after the folder has gone.
 void AwaitRelease(const std::string& container) {
   constexpr std::chrono::seconds kLongest(30);
-  const Descriptor file(host::OpenForReading(container));
   const auto end = std::chrono::steady_clock::now() + kLongest;
-  while (file.get() >= 0 && host::LockFile(file.get(), false) == host::Lock::kRefused) {
-    if (std::chrono::steady_clock::now() > end) return;
+  for (;;) {
+    const Descriptor file(host::OpenForReading(container, host::Share::kReaders));
+    if (file.get() >= 0 || errno != EBUSY || std::chrono::steady_clock::now() > end) return;
     host::Pause(5);
     CheckInterrupt();
   }

@@ -13,13 +13,13 @@ bool IsOrdinary(const std::string& path) { return host::StatusOf(path).kind == h
 // What to do where there is no container of this name. The address may have been meant in another way.
 std::string AdviceOnMissing(const Address& address) {
   const std::string& container = address.container;
-  const std::string trimmed = container.substr(0, container.find_last_not_of('/') + 1);
+  const std::string trimmed = WithoutSeparators(container);
   if (trimmed != container && IsOrdinary(trimmed)) return "the root of that container is " + ShellWord(trimmed + ":/");
   if (IsOrdinary(address.written)) {
     return "the root of the container " + ShellWord(address.written) + " is " + ShellWord(address.written + ":/");
   }
   const std::size_t colon = container.rfind(':');
-  if (colon == std::string::npos) {
+  if (colon == std::string::npos || colon < host::DriveLength(container)) {
     return "check the name, or make a container with: orba format " + ShellWord(container);
   }
   return "a path inside a container begins with \"/\": " +
@@ -44,7 +44,7 @@ Failure MountFailure(const Address& address, std::uint32_t code, const host::Sta
   }
   if (code == ORB_ERROR_PATH_NOT_FOUND) {
     return Failure(what, "a folder on the way to it is missing, or is not a folder" + coded,
-                   container.back() == '/' ? AdviceOnMissing(address) : "check the name", code);
+                   EndsWithSeparator(container) ? AdviceOnMissing(address) : "check the name", code);
   }
   if (code == ORB_ERROR_CONTAINER_IN_USE) return BusyFailure(container, host::HolderOf(container));
   if (code != ORB_ERROR_FILE_NOT_FOUND) return LibraryFailure(what, container, code);

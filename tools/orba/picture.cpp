@@ -103,7 +103,7 @@ struct Dumper {
 
   std::uint32_t NodeOfPath(const std::string& path) const {
     std::uint32_t node = kRootNode;
-    for (const std::string& name : ParseAddress("x:" + path).names) {
+    for (const std::string& name : ParseAddress("container:" + path).names) {
       const inspect::Model& model = report.model;
       std::uint32_t next = 0;
       if (!model.IsNode(node)) throw Missing(path, kNoSuchPath);

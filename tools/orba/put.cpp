@@ -52,7 +52,7 @@ Failure Unreachable(const std::string& path, int error) {
   if (error != ENOENT) return HostFailure(what, error);
   if (HostFileExists(path)) return HostFailure(what, error, "it is a symbolic link that leads nowhere");
   if (HasWildcard(path)) return HostFailure(what, error, "the shell found nothing that matches, and left it as it is");
-  if (path.find(":/") == std::string::npos) return HostFailure(what, error);
+  if (FindSeparatingColon(path) == std::string::npos) return HostFailure(what, error);
   return HostFailure(what, error, "the way from container to container is: orba cp");
 }
 
@@ -102,8 +102,8 @@ class Planner {
     AddAll(directory, exists, std::move(children));
   }
 
-  PutPlan Take(const std::string& container) {
-    plan_.noRoom = scales_.Refusal(container);
+  PutPlan Take(const std::string& container, const std::optional<Capacity>& capacity) {
+    if (capacity.has_value()) plan_.noRoom = scales_.Refusal(container, *capacity);
     return std::move(plan_);
   }
 
@@ -278,7 +278,14 @@ std::optional<Failure> WhyNoDirectory(const Address& target, const Item* there) 
   return TakenTarget(target, "a file of this name is there", "rename or remove it first");
 }
 
-PutPlan PlanPut(const PutOptions& options, Places* places, std::uint64_t blockSize) {
+std::optional<Capacity> CapacityFor(Session* session, const Address& target) {
+  if (const std::optional<Capacity> capacity = CapacityOf(target.container)) return capacity;
+  session->Close();
+  return CapacityOf(target.container);
+}
+
+PutPlan PlanPut(const PutOptions& options, Places* places, std::uint64_t blockSize,
+                const std::optional<Capacity>& capacity) {
   const std::vector<std::string> sources(options.operands.begin(), options.operands.end() - 1);
   const Address target = ParseAddress(options.operands.back());
   RequireLegal(target);
@@ -292,7 +299,7 @@ PutPlan PlanPut(const PutOptions& options, Places* places, std::uint64_t blockSi
     }
     GetItem(places, target.Parent(), "find");
     planner.AddNamed({sources[0], target.Name(), {}}, target);
-    return planner.Take(target.container);
+    return planner.Take(target.container, capacity);
   }
   std::vector<PutSource> named;
   for (const std::string& source : sources) {
@@ -307,7 +314,7 @@ PutPlan PlanPut(const PutOptions& options, Places* places, std::uint64_t blockSi
     }
   }
   planner.AddAll(target, true, std::move(named));
-  return planner.Take(target.container);
+  return planner.Take(target.container, capacity);
 }
 
 namespace {
@@ -435,7 +442,9 @@ namespace {
 int PutAll(const PutOptions& options, StandardInput* input) {
   Session session(options.sync == "each" ? Session::kEach : Session::kAtTheEnd);
   MountedPlaces places(&session);
-  const PutPlan plan = PlanPut(options, &places, session.BlockSize(ParseAddress(options.operands.back())));
+  const Address target = ParseAddress(options.operands.back());
+  const OrbU32 blockSize = session.BlockSize(target);
+  const PutPlan plan = PlanPut(options, &places, blockSize, CapacityFor(&session, target));
   plan.Tell();
   if (plan.IsRefused()) {
     Report("nothing was put");

@@ -12,6 +12,7 @@
 #include "tools/orba/place.h"
 #include "tools/orba/session.h"
 #include "tools/orba/standard_input.h"
+#include "tools/orba/weigh.h"
 
 namespace orba::tool {
 
@@ -53,9 +54,14 @@ std::optional<Failure> WhyNotWrite(const Address& target, const Item* there, boo
 // Why a directory cannot be there.
 std::optional<Failure> WhyNoDirectory(const Address& target, const Item* there);
 
+// What the container can still take; nothing where it cannot be made out. Where nobody can look into a container that
+// is mounted, it is not for that time.
+std::optional<Capacity> CapacityFor(Session* session, const Address& target);
+
 // What the last operand refers to in `places`, a container with blocks of this size, decides where the sources go and
-// under which names.
-PutPlan PlanPut(const PutOptions& options, Places* places, std::uint64_t blockSize);
+// under which names. With `capacity`, what does not fit is refused.
+PutPlan PlanPut(const PutOptions& options, Places* places, std::uint64_t blockSize,
+                const std::optional<Capacity>& capacity);
 
 // kFailed where something was skipped or failed, which is reported. `input` is standard input where that is the source.
 int CarryOutPut(const PutOptions& options, Session* session, StandardInput* input, const PutPlan& plan);

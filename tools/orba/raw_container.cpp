@@ -28,25 +28,33 @@ class WatchedImage : public inspect::Image {
   const inspect::Image& base_;
 };
 
+// Below 0 while another program has it open.
 Descriptor Open(const std::string& path, RawContainer::Access access, int* refusal) {
   const std::string name = path == "-" ? "./-" : path;
-  if (access == RawContainer::kWrite) {
-    Descriptor file = OpenForWriting(name);
-    if (file.get() >= 0) return file;
+  const bool writing = access == RawContainer::kWrite;
+  const host::Share share = writing ? host::Share::kNobody : host::Share::kReaders;
+  *refusal = 0;
+  if (writing) {
+    Descriptor file = tool::OpenForWriting(name, share);
+    if (file.get() >= 0 || errno == EBUSY) return file;
     *refusal = errno;
   }
-  return OpenForReading(name);
+  return tool::OpenForReading(name, share);
+}
+
+Descriptor OpenPatiently(const std::string& path, RawContainer::Access access, int* refusal) {
+  Patience patience;
+  for (;;) {
+    Descriptor file = Open(path, access, refusal);
+    if (file.get() >= 0) return file;
+    if (!patience.WaitMore()) throw BusyFailure(path, host::HolderOf(path));
+  }
 }
 
 }  // namespace
 
 RawContainer::RawContainer(const std::string& path, Access access)
-    : path_(path), file_(Open(path, access, &refusal_)), target_(file_.get()) {
-  // The library locks the same way. A file system without locks has no one to keep out.
-  Patience patience;
-  while (host::LockFile(file_.get(), access == kWrite) == host::Lock::kRefused) {
-    if (!patience.WaitMore()) throw BusyFailure(path, host::HolderOf(file_.get()));
-  }
+    : path_(path), file_(OpenPatiently(path, access, &refusal_)), target_(file_.get()) {
   Reread();
 }
 

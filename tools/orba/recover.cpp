@@ -3,9 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
 #include <memory>
-#include <system_error>
 #include <vector>
 
 #include "inspect/check/check.h"
@@ -43,7 +41,7 @@ class Folder : public inspect::Destination {
   std::string MakeDirectory(const std::string& path) override {
     return Try([&] {
       // What already stands in the folder may be a link that leads out of it.
-      const bool link = path != options_.directory && std::filesystem::is_symlink(path);
+      const bool link = path != options_.directory && host::OwnStatusOf(path).kind == host::Kind::kLink;
       if (link) throw HostFailure("cannot make the directory " + path, EEXIST, "remove the link of this name");
       MakeHostDirectory(path);
       return true;
@@ -149,9 +147,7 @@ int RunRecover(const RecoverOptions& options) {
   const std::uint64_t bytes = std::min(report.totals.fileBytes, container.image().Size());  // sizes may be damaged
   Progress progress("recover", bytes + report.totals.files * Progress::kFile, options.quiet);
   const bool isNew = !HostFileExists(options.directory);
-  std::error_code error;
-  std::filesystem::create_directories(options.directory, error);
-  if (error) throw HostFailure("cannot make the directory " + options.directory, error.value());
+  MakeHostDirectories(options.directory);
   Folder folder(options, container.path(), &progress);
   const inspect::Recovered recovered =
       Recover(container.image(), options.directory, &folder, [&progress](const std::string& path) {

@@ -21,10 +21,10 @@ ClockStandsAt::ClockStandsAt(const OrbTime& time) {
 
 ClockStandsAt::~ClockStandsAt() { host::ResetClock(); }
 
-std::u16string WideName(const std::string& container) {
+WideText WideName(const std::string& container) {
   // The library would take this one name for the memory file.
-  const std::string name = container == "??MEM??" ? "./" + container : container;
-  std::u16string wide;
+  const std::string name = host::NativePath(container == "??MEM??" ? "./" + container : container);
+  WideText wide;
   for (std::size_t at = 0; at < name.size();) {
     std::uint32_t character = NextCharacter(name, &at);
     if (character == kNoCharacter) {
@@ -32,10 +32,10 @@ std::u16string WideName(const std::string& container) {
     }
     if (character >= 0x10000) {
       character -= 0x10000;
-      wide += static_cast<char16_t>(0xD800 + (character >> 10));
+      wide += static_cast<OrbWideChar>(0xD800 + (character >> 10));
       character = 0xDC00 + (character & 0x3FF);
     }
-    wide += static_cast<char16_t>(character);
+    wide += static_cast<OrbWideChar>(character);
   }
   return wide;
 }
@@ -54,7 +54,9 @@ void Session::Close() {
     volumes_.erase(volumes_.begin());
     const std::string what = "cannot close " + ShellWord(volume.container);
     if (OrbUnmountVolumeA(volume.name.c_str()) == 0) throw LibraryFailure(what, volume.container);
-    if (!host::Sync(volume.file.get())) throw HostFailure(what, errno);
+    const Descriptor again(volume.file.get() < 0 ? host::OpenForWriting(volume.path) : -1);
+    const int file = volume.file.get() < 0 ? again.get() : volume.file.get();
+    if (file < 0 || !host::Sync(file)) throw HostFailure(what, errno);
   }
   ids_.clear();
 }
@@ -71,7 +73,8 @@ const Session::Volume& Session::Mount(const Address& address) {
     OrbU32 code = MountAs(name, container);
     while (code == ORB_ERROR_CONTAINER_IN_USE && patience.WaitMore()) code = MountAs(name, container);
     if (code != ORB_ERROR_NONE) throw MountFailure(address, code, status);
-    volumes_.emplace(status.id, Volume{name, address.container, OpenForReading(container == "-" ? "./-" : container)});
+    volumes_.emplace(status.id,
+                     Volume{name, address.container, container, Descriptor(host::OpenForReading(container))});
   }
   ids_[address.container] = status.id;
   return volumes_.at(status.id);
@@ -79,7 +82,7 @@ const Session::Volume& Session::Mount(const Address& address) {
 
 // The library's code, ORB_ERROR_NONE for success.
 OrbU32 Session::MountAs(const std::string& volume, const std::string& container) {
-  const std::u16string wideVolume(volume.begin(), volume.end());
+  const WideText wideVolume(volume.begin(), volume.end());
   return OrbMountVolume(WideName(container).c_str(), wideVolume.c_str()) != 0 ? ORB_ERROR_NONE : OrbGetLastError();
 }
 

@@ -41,7 +41,9 @@ class Session {
   struct Volume {
     std::string name;
     std::string container;  // as it was written first
-    Descriptor file;        // to sync it: its name may lead to another one by then
+    std::string path;       // where it is
+    Descriptor file;        // to sync it: its name may lead to another one by then. Not open where the library's
+                            // lock keeps this program out too
   };
 
   const Volume& Mount(const Address& address);
@@ -65,7 +67,9 @@ class ClockStandsAt {
   ClockStandsAt& operator=(const ClockStandsAt&) = delete;
 };
 
+using WideText = std::basic_string<OrbWideChar>;
+
 // The host's name for a container as the library takes it. Throws on a name that is not UTF-8.
-std::u16string WideName(const std::string& container);
+WideText WideName(const std::string& container);
 
 }  // namespace orba::tool

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -15,20 +14,11 @@ namespace {
 
 constexpr std::size_t kPiece = 256 * 1024;
 
-// Without a name, below TMPDIR or /tmp, gone when it is closed.
-Descriptor OpenTemporaryFile() {
-  const char* const chosen = std::getenv("TMPDIR");
-  std::string path = JoinPath(chosen != nullptr && chosen[0] != '\0' ? chosen : "/tmp", ".orba-XXXXXX");
-  Descriptor file(host::CreateTemporary(&path));
-  if (file.get() < 0) throw HostFailure("cannot make a temporary file " + path, errno);
-  host::Remove(path);
-  return file;
-}
-
 }  // namespace
 
 Descriptor TakenIntoFile(int input, const std::string& path) {
-  Descriptor file = OpenTemporaryFile();
+  Descriptor file(host::CreateUnnamed());
+  if (file.get() < 0) throw HostFailure("cannot make a temporary file", errno);
   std::vector<char> buffer(kPiece);
   while (const std::size_t count = ReadFully(input, path, buffer.data(), kPiece)) {
     WriteFully(file.get(), "what comes from standard input to a temporary file", buffer.data(), count);

@@ -44,7 +44,7 @@ const char* Sequence(Colour colour) {
 }
 
 [[noreturn]] void FailOutput() {
-  const int error = errno;
+  const int error = host::OutputError();
   g_outputLost = true;
   if (error == EPIPE) throw OutputClosed();
   if (error == EINTR) CheckInterrupt();

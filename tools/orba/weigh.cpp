@@ -21,31 +21,6 @@ inspect::Geometry GeometryOf(std::uint64_t blockSize) {
   return geometry;
 }
 
-// What can be taken.
-struct Room {
-  std::uint64_t blocks = 0;      // free, and to be appended up to the container's limit
-  std::uint64_t diskBlocks = 0;  // the same, as far as the host's disk has room
-  std::uint64_t nodes = 0;
-  std::uint64_t nodeBlocks = 0;  // that the first so many nodes take
-};
-
-Room RoomOf(const std::string& container, inspect::Reader* reader, std::uint64_t nodes) {
-  const inspect::Geometry& geometry = reader->geometry();
-  Room room;
-  const std::uint64_t free = reader->FreeBlocks();
-  const std::uint64_t end = geometry.dataOffset + std::uint64_t{geometry.blocks} * geometry.blockSize;
-  const std::uint64_t appendable =
-      (kContainerLimit - 1 - std::min<std::uint64_t>(end, kContainerLimit - 1)) / geometry.blockSize;
-  room.blocks = free + appendable;
-  room.diskBlocks = free + std::min(appendable, host::FreeSpace(container) / geometry.blockSize);
-  room.nodes = reader->FreeNodes();
-  const std::uint64_t used = geometry.nodeLimit() - std::min<std::uint64_t>(room.nodes, geometry.nodeLimit());
-  const std::uint64_t perBlock = geometry.nodesPerBlock();
-  const std::uint64_t slots = reader->NodeBlocks() * perBlock;
-  if (used + nodes > slots) room.nodeBlocks = (used + nodes - slots + perBlock - 1) / perBlock;
-  return room;
-}
-
 }  // namespace
 
 std::uint64_t BlocksTaken(std::uint64_t size, std::uint64_t blockSize) {
@@ -59,6 +34,25 @@ std::uint64_t BlocksTaken(std::uint64_t size, std::uint64_t blockSize) {
 
 std::uint64_t LargestFile(std::uint64_t blockSize) {
   return std::min<std::uint64_t>(ORB_MAX_FILE_SIZE, GeometryOf(blockSize).mapCapacity() * blockSize);
+}
+
+std::optional<Capacity> CapacityOf(const std::string& container) {
+  const std::unique_ptr<FileImage> image = FileImage::Open(container);
+  if (image == nullptr) return std::nullopt;
+  inspect::Reader reader(*image);
+  if (!reader.readable()) return std::nullopt;
+  const inspect::Geometry& geometry = reader.geometry();
+  const std::uint64_t end = geometry.dataOffset + std::uint64_t{geometry.blocks} * geometry.blockSize;
+  Capacity capacity;
+  capacity.freeBlocks = reader.FreeBlocks();
+  capacity.appendable = (kContainerLimit - 1 - std::min<std::uint64_t>(end, kContainerLimit - 1)) / geometry.blockSize;
+  capacity.appendableHere = std::min(capacity.appendable, host::FreeSpace(container) / geometry.blockSize);
+  capacity.freeNodes = reader.FreeNodes();
+  capacity.nodesPerBlock = geometry.nodesPerBlock();
+  const std::uint64_t used = geometry.nodeLimit() - std::min<std::uint64_t>(capacity.freeNodes, geometry.nodeLimit());
+  const std::uint64_t slots = reader.NodeBlocks() * capacity.nodesPerBlock;
+  capacity.unusedSlots = slots - std::min(slots, used);
+  return capacity;
 }
 
 void Scales::Take(std::uint64_t blocks, std::uint64_t nodes) {
@@ -86,32 +80,30 @@ void Scales::AddEntry(const std::string& directory, std::uint64_t size) {
   Take(BlocksTaken(after, blockSize_) - BlocksTaken(before, blockSize_), 0);
 }
 
-std::optional<Failure> Scales::Refusal(const std::string& container) const {
-  const std::unique_ptr<FileImage> image = FileImage::Open(container);
-  if (image == nullptr) return std::nullopt;
-  inspect::Reader reader(*image);
-  if (!reader.readable()) return std::nullopt;
+std::optional<Failure> Scales::Refusal(const std::string& container, const Capacity& capacity) const {
   const std::uint64_t nodes = nodes_ - std::min(freedNodes_, nodes_);
-  const Room room = RoomOf(container, &reader, nodes);
   const std::string what = "cannot put all of it into " + ShellWord(container);
-  if (nodes > room.nodes) {
+  if (nodes > capacity.freeNodes) {
     return Failure(what,
                    "these are " + inspect::Counted(nodes, "file or directory", "files and directories") +
-                       ", and it has room for " + std::to_string(room.nodes) + " more (" +
+                       ", and it has room for " + std::to_string(capacity.freeNodes) + " more (" +
                        CodeText(ORB_ERROR_NO_FREE_NODE) + ")",
                    "use a container for more: orba format --nodes N, at most 28672 with --block-size 8192",
                    ORB_ERROR_NO_FREE_NODE);
   }
-  const std::uint64_t needed = mostBlocks_ + room.nodeBlocks;
-  if (needed <= room.diskBlocks) return std::nullopt;
-  const bool disk = needed <= room.blocks;
+  const std::uint64_t newSlots = nodes - std::min(nodes, capacity.unusedSlots);
+  const std::uint64_t needed = mostBlocks_ + (newSlots + capacity.nodesPerBlock - 1) / capacity.nodesPerBlock;
+  const std::uint64_t here = capacity.freeBlocks + capacity.appendableHere;
+  const std::uint64_t anywhere = capacity.freeBlocks + capacity.appendable;
+  if (needed <= here) return std::nullopt;
+  const bool disk = needed <= anywhere;
   const auto text = [this](std::uint64_t blocks) {
     return HumanSize(blocks * blockSize_) + " (" + inspect::Counted(blocks, "block") + ")";
   };
   const OrbU32 code = disk ? ORB_ERROR_DISK_FULL : ORB_ERROR_VOLUME_FULL;
   return Failure(what,
                  "it takes " + text(needed) + ", and " + (disk ? "its disk" : "a container") + " has room for " +
-                     text(disk ? room.diskBlocks : room.blocks) + " (" + CodeText(code) + ")",
+                     text(disk ? here : anywhere) + " (" + CodeText(code) + ")",
                  disk ? "make room on the disk, or put less" : "put less, or spread it over several containers", code);
 }
 

@@ -17,6 +17,20 @@ std::uint64_t BlocksTaken(std::uint64_t size, std::uint64_t blockSize);
 // The largest file with blocks of this size, in bytes.
 std::uint64_t LargestFile(std::uint64_t blockSize);
 
+// What a container can still take.
+struct Capacity {
+  std::uint64_t freeBlocks = 0;
+  std::uint64_t appendable = 0;      // blocks, up to the largest size of a container
+  std::uint64_t appendableHere = 0;  // the same, as far as its disk has room
+  std::uint64_t freeNodes = 0;
+  std::uint64_t unusedSlots = 0;  // for nodes, in blocks that are there
+  std::uint64_t nodesPerBlock = 1;
+};
+
+// Of the container in the host's file of this name; nothing where it cannot be made out, or the host lets nobody look
+// into what the library has open.
+std::optional<Capacity> CapacityOf(const std::string& container);
+
 // Adds up what a plan takes in the order in which it is carried out. It never comes out above what is taken in the end,
 // so that nothing is refused that would fit.
 class Scales {
@@ -31,8 +45,8 @@ class Scales {
   // An entry more in the directory at this path, which is `size` bytes long before the plan, 0 if it is planned.
   void AddEntry(const std::string& directory, std::uint64_t size);
 
-  // Why the container, in the host's file of this name, cannot hold it; nothing where it can.
-  std::optional<Failure> Refusal(const std::string& container) const;
+  // Why the container cannot hold it; nothing where it can.
+  std::optional<Failure> Refusal(const std::string& container, const Capacity& capacity) const;
 
  private:
   void Take(std::uint64_t blocks, std::uint64_t nodes);

@@ -1,16 +1,44 @@
-// All that the tool asks of the host it runs on: files, the console, signals. Each host brings these calls in a folder
-// of its own beside this header; nothing above includes a header of a host. Paths and texts are UTF-8, or on Linux
-// whatever bytes the host has. Calls that fail leave the reason in errno. Stands on nothing.
+// All that the tool asks of the host it runs on: arguments, paths, files, the console, signals. Each host brings these
+// calls in a folder of its own beside this header; nothing above includes a header of a host. Paths and texts are
+// UTF-8, or on Linux whatever bytes the host has. Calls that fail leave the reason in errno. Stands on nothing.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace orba::tool::host {
+
+// ---- Arguments and paths --------------------------------------------------------------------------------------------
+
+struct Argument {
+  std::string text;
+  bool expandable = false;  // no shell has seen to its wildcards, and it was not quoted
+};
+
+// What the program was called with, its own name left out.
+std::vector<Argument> Arguments(int argc, char** argv);
+
+bool IsSeparator(char c);  // between the names of a path
+// What precedes the first name of a path: "/", or on Windows "C:", "C:\", "\\server\share\". 0 for a relative path.
+std::size_t RootLength(const std::string& path);
+// Between a directory as it was written and a name in it; empty where none is needed.
+std::string SeparatorAfter(const std::string& directory);
+// Where a ":" can separate a container from a path inside it: behind the drive letter, if there is one.
+std::size_t DriveLength(const std::string& path);
+// As calls take it that know nothing of this header: a path that is too long for them is written in another way.
+std::string NativePath(const std::string& path);
+
+// Why no file can have this name, such as "it holds \":\""; empty for one that a file can have.
+std::string NameProblem(const std::string& name);
+
+// The characters that the host's shell takes as they are, and a word in its quotes.
+extern const char* const kPlainInShell;
+std::string Quoted(const std::string& word);
 
 // ---- What is there --------------------------------------------------------------------------------------------------
 
@@ -41,13 +69,19 @@ std::uint64_t FreeSpace(const std::string& path);  // for new data on the disk o
 
 // ---- Open files -----------------------------------------------------------------------------------------------------
 
+// Who else may have a file open. The library opens containers for itself alone.
+enum class Share { kAll, kReaders, kNobody };
+
 // Descriptors, -1 on failure. Programs that this one starts do not get them.
-int OpenForReading(const std::string& path);  // never waits, not even for the writer of a pipe
-int OpenForWriting(const std::string& path);  // for reading as well; the file must be there
-int CreateNew(const std::string& path);       // EEXIST where the name is taken
-// For reading as well. Replaces the X at the path's end so that the name is new. Other users can read the file as far
-// as they may read new files of this user.
+//   EBUSY   another one has the file open, and the two do not go together. A file system that knows no such thing lets
+//           all have it.
+int OpenForReading(const std::string& path, Share share = Share::kAll);  // never waits, not even for a pipe's writer
+int OpenForWriting(const std::string& path, Share share = Share::kAll);  // for reading as well; it must be there
+int CreateNew(const std::string& path);                                  // EEXIST where the name is taken
+// For reading as well. Replaces the X at the path's end so that the name is new; the file is for nobody else until it
+// is closed. Other users can read it as far as they may read new files of this user.
 int CreateTemporary(std::string* path);
+int CreateUnnamed();  // where temporary files belong; gone when it is closed
 int DuplicateStandardInput();
 bool Close(int file);  // false where something written before has failed; closed all the same
 
@@ -66,14 +100,10 @@ bool Sync(int file);  // all that was written is on the disk; true as well where
 
 // All that was written to the disk on which the path lies, names too.
 bool SyncDisk(const std::string& path);
+bool CanSyncDisks();  // where not, files are synced one by one
 
-// The program that keeps others from locking the file: "process 1234 (orba)"; empty where the system does not tell.
-std::string HolderOf(int file);
+// The program that has the file for itself: "process 1234 (orba)"; empty where the system does not tell.
 std::string HolderOf(const std::string& path);
-
-enum class Lock { kTaken, kRefused, kUnknownHere };
-// As the library locks containers: ends when the file is closed. Never waits.
-Lock LockFile(int file, bool exclusive);
 
 bool SetTime(int file, std::int64_t seconds);  // of the last change, since 1970
 bool SetTimeToNow(int file);
@@ -93,9 +123,28 @@ bool Rename(const std::string& from, const std::string& to, bool overwrite);
 // give a file two names has nothing at `path` for a moment then. On failure `path` is as before.
 bool Replace(const std::string& path, const std::string& by, const std::string& kept);
 bool Remove(const std::string& path);
+bool RemoveUnused(const std::string& path);     // EBUSY where another one has it for itself
 bool RemoveDirectory(const std::string& path);  // an empty one
 bool MakeDirectory(const std::string& path);
 int OpenDirectory(const std::string& path);  // fit for Sync and SetTime
+
+// ---- Checksums ------------------------------------------------------------------------------------------------------
+
+// SHA-256 of what comes in pieces, by a library that the host has.
+class Sha256 {
+ public:
+  static constexpr std::size_t kSize = 32;
+
+  Sha256();
+  // Why it cannot be computed; empty where it can, which the rest needs.
+  const std::string& problem() const { return problem_; }
+  void Add(const void* bytes, std::size_t count);
+  std::array<std::uint8_t, kSize> Sum() const;  // of all that was added; to be called last, and once
+
+ private:
+  std::unique_ptr<void, void (*)(void*)> state_;
+  std::string problem_;
+};
 
 // ---- The console ----------------------------------------------------------------------------------------------------
 
@@ -103,13 +152,15 @@ constexpr int kInput = 0;
 constexpr int kOutput = 1;
 constexpr int kError = 2;
 
-// To be called first: where the program was started with a standard stream closed, something that fails as a closed one
-// takes its place. A file opened later would take it otherwise, and messages would land in that file.
-void HoldStandardStreams();
+// To be called first. The streams carry bytes as they are. Where the program was started with one of them closed,
+// something that fails as a closed one takes its place: a file opened later would take it otherwise, and messages would
+// land in that file.
+void SetUpStandardStreams();
 
-bool IsTerminal(int stream);
+bool IsTerminal(int stream);      // one that obeys control sequences
 std::size_t Columns(int stream);  // of a terminal; 0 where unknown
 bool IsUtf8();                    // the console shows characters beyond ASCII
+int OutputError();                // errno after a write to standard output, EPIPE where the reader went away
 
 // ---- Signals --------------------------------------------------------------------------------------------------------
 
@@ -124,5 +175,7 @@ void AwaitInput(int file);            // returns when there is something to read
 
 // "ENOSPC"; nullptr for an unknown number.
 const char* ErrorName(int error);
+std::string ErrorText(int error);  // "No space left on device"
+bool IsNoSpace(int error);         // of the disk, or of this user there
 
 }  // namespace orba::tool::host

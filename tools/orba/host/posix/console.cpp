@@ -29,7 +29,7 @@ void Remember(int signal) {
 
 }  // namespace
 
-void HoldStandardStreams() {
+void SetUpStandardStreams() {
   for (const int stream : {kInput, kOutput, kError}) {
     // The lowest free number is given out.
     if (fcntl(stream, F_GETFD) < 0) open("/dev/null", stream == kInput ? O_WRONLY : O_RDONLY);
@@ -42,6 +42,8 @@ std::size_t Columns(int stream) {
   winsize size = {};
   return ioctl(stream, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
 }
+
+int OutputError() { return errno; }
 
 bool IsUtf8() { return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0; }
 

@@ -79,9 +79,31 @@ std::uint64_t FreeSpace(const std::string& path) {
   return std::uint64_t{disk.f_bavail} * disk.f_frsize;
 }
 
-int OpenForReading(const std::string& path) { return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }
+namespace {
 
-int OpenForWriting(const std::string& path) { return open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }
+// As the library locks containers, so that the lock ends when the file is closed. False with EBUSY where another one's
+// forbids it.
+bool LockFor(int file, Share share) {
+  if (share == Share::kAll || flock(file, (share == Share::kNobody ? LOCK_EX : LOCK_SH) | LOCK_NB) == 0) return true;
+  if (errno != EWOULDBLOCK) return true;  // a file system without locks has no one to keep out
+  errno = EBUSY;
+  return false;
+}
+
+int Open(const std::string& path, int access, Share share) {
+  const int file = open(path.c_str(), access | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (file < 0 || LockFor(file, share)) return file;
+  const int error = errno;
+  close(file);
+  errno = error;
+  return -1;
+}
+
+}  // namespace
+
+int OpenForReading(const std::string& path, Share share) { return Open(path, O_RDONLY, share); }
+
+int OpenForWriting(const std::string& path, Share share) { return Open(path, O_RDWR, share); }
 
 int CreateNew(const std::string& path) { return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); }
 
@@ -97,8 +119,20 @@ int CreateTemporary(std::string* path) {
     }
     // Unlike mkostemp, lets others read the file as far as the mask of the process does.
     const int file = open(path->c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (file >= 0 || errno != EEXIST) return file;
+    if (file < 0 && errno == EEXIST) continue;
+    // Who removes unused files takes what is not locked yet; then a new one is needed.
+    if (file < 0 || LockFor(file, Share::kNobody)) return file;
+    close(file);
   }
+}
+
+int CreateUnnamed() {
+  const char* const chosen = getenv("TMPDIR");
+  std::string path = chosen != nullptr && chosen[0] != '\0' ? chosen : "/tmp";
+  path += "/.orba-XXXXXX";
+  const int file = mkostemp(path.data(), O_CLOEXEC);
+  if (file >= 0) unlink(path.c_str());
+  return file;
 }
 
 int DuplicateStandardInput() { return fcntl(kInput, F_DUPFD_CLOEXEC, 3); }
@@ -144,9 +178,11 @@ bool SyncDisk(const std::string& path) {
   return done;
 }
 
-std::string HolderOf(int file) {
+bool CanSyncDisks() { return true; }
+
+std::string HolderOf(const std::string& path) {
   struct stat status = {};
-  if (fstat(file, &status) != 0) return "";
+  if (stat(path.c_str(), &status) != 0) return "";
   char wanted[64];  // as /proc/locks has the file: "08:01:1234"
   std::snprintf(wanted, sizeof wanted, " %02x:%02x:%llu ", major(status.st_dev), minor(status.st_dev),
                 static_cast<unsigned long long>(status.st_ino));
@@ -157,25 +193,13 @@ std::string HolderOf(int file) {
     const bool ours = std::strstr(line, wanted) != nullptr && std::strstr(line, "->") == nullptr;
     if (!ours || std::sscanf(line, "%*s %*s %*s %*s %d", &process) != 1 || process <= 0) continue;
     char name[32] = "";
-    const std::string path = "/proc/" + std::to_string(process) + "/comm";
-    const std::unique_ptr<FILE, int (*)(FILE*)> comm(fopen(path.c_str(), "re"), fclose);
+    const std::string commPath = "/proc/" + std::to_string(process) + "/comm";
+    const std::unique_ptr<FILE, int (*)(FILE*)> comm(fopen(commPath.c_str(), "re"), fclose);
     const bool named = comm != nullptr && fgets(name, sizeof name, comm.get()) != nullptr;
     name[std::strcspn(name, "\n")] = '\0';
     return "process " + std::to_string(process) + (named ? std::string(" (") + name + ")" : "");
   }
   return "";
-}
-
-std::string HolderOf(const std::string& path) {
-  const int file = OpenForReading(path);
-  std::string holder = HolderOf(file);
-  if (file >= 0) Close(file);
-  return holder;
-}
-
-Lock LockFile(int file, bool exclusive) {
-  if (flock(file, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB) == 0) return Lock::kTaken;
-  return errno == EWOULDBLOCK ? Lock::kRefused : Lock::kUnknownHere;
 }
 
 bool SetTime(int file, std::int64_t seconds) {
@@ -227,6 +251,16 @@ bool Replace(const std::string& path, const std::string& by, const std::string& 
 
 bool Remove(const std::string& path) { return unlink(path.c_str()) == 0; }
 
+bool RemoveUnused(const std::string& path) {
+  const int file = OpenForWriting(path, Share::kNobody);
+  if (file < 0) return false;
+  const bool done = unlink(path.c_str()) == 0;
+  const int error = errno;
+  close(file);
+  errno = error;
+  return done;
+}
+
 bool RemoveDirectory(const std::string& path) { return rmdir(path.c_str()) == 0; }
 
 bool MakeDirectory(const std::string& path) { return mkdir(path.c_str(), 0777) == 0; }
@@ -234,5 +268,9 @@ bool MakeDirectory(const std::string& path) { return mkdir(path.c_str(), 0777) =
 int OpenDirectory(const std::string& path) { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }
 
 const char* ErrorName(int error) { return strerrorname_np(error); }
+
+std::string ErrorText(int error) { return strerror(error); }
+
+bool IsNoSpace(int error) { return error == ENOSPC || error == EDQUOT; }
 
 }  // namespace orba::tool::host

@@ -1,0 +1,74 @@
+#!/usr/bin/env python3
+"""Runs all end-to-end tests with orba.exe under Wine, two at a time.
+
+  under_wine.py ORBA_EXE HOLD_EXE SCRATCH
+
+Prints how many passed, and the tests about what Windows does not have with the reason of each kind. Exits with 1 when
+one failed. SCRATCH.tests lists them all.
+"""
+import collections
+import io
+import multiprocessing
+import os
+import pathlib
+import sys
+import time
+import unittest
+
+PROCESSES = 2
+
+
+def tests_in(suite):
+    for test in suite:
+        if isinstance(test, unittest.TestSuite):
+            yield from tests_in(test)
+        else:
+            yield test
+
+
+def run(name):
+    """One test: its name, what became of it, the reason or the report, and the seconds that it took."""
+    begin = time.monotonic()
+    verdict, report = judge(name)
+    return name, verdict, report, time.monotonic() - begin
+
+
+def judge(name):
+    result = unittest.TextTestRunner(stream=io.StringIO()).run(unittest.defaultTestLoader.loadTestsFromName(name))
+    if not result.wasSuccessful():
+        return "failed", "\n".join(report for _, report in result.failures + result.errors)
+    if result.skipped:
+        return "linux", result.skipped[0][1]
+    return "passed", ""
+
+
+def main():
+    program, hold, scratch = map(os.path.abspath, sys.argv[1:])
+    os.makedirs(scratch, exist_ok=True)
+    os.environ.update(ORBA=program, ORBA_HOLD=hold, ORBA_SCRATCH=scratch)
+    folder = pathlib.Path(__file__).parent
+    sys.path.insert(0, str(folder))
+    found = unittest.defaultTestLoader.discover(str(folder), "*_test.py")
+    names = [test.id() for test in tests_in(found)]
+    results = []
+    with multiprocessing.Pool(PROCESSES) as pool, open(scratch + ".tests", "w", encoding="utf-8") as log:
+        for result in pool.imap_unordered(run, names):
+            results.append(result)
+            print(f"{result[1]:6} {result[3]:6.1f} s  {result[0]}", file=log, flush=True)
+    for name, verdict, report, _ in sorted(results):
+        if verdict == "failed":
+            print(f"FAILED {name}\n{report}")
+    counts = collections.Counter(verdict for _, verdict, *_ in results)
+    reasons = collections.Counter(report for _, verdict, report, _ in results if verdict == "linux")
+    print(f"orba.exe: {counts['passed']} tests passed, {counts['failed']} failed, {counts['linux']} are about what "
+          "Linux alone has:")
+    for reason, count in reasons.most_common():
+        print(f"  {count:3}  {reason}")
+    print("the slowest:")
+    for name, _, _, seconds in sorted(results, key=lambda result: -result[3])[:5]:
+        print(f"  {seconds:5.1f} s  {name}")
+    return 1 if counts["failed"] or not counts["passed"] else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
