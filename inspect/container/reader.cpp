@@ -357,7 +357,7 @@ Problem Reader::ReadAll(const Node& file, const Take& take, Budget* budget) {
   if (file.directory) return MakeProblem(Trouble::kNotAFile, file.number);
   const std::uint32_t blockSize = geometry_.blockSize;
   const std::uint64_t blocks = geometry_.BlocksFor(file.size());
-  std::vector<std::uint8_t> bytes(std::min<std::uint64_t>(kPiece, blocks * blockSize));
+  std::vector<std::uint8_t> bytes(static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, blocks * blockSize)));
   for (std::uint64_t index = 0; index < blocks;) {
     // A file with more blocks than the container names some of them again.
     if (index >= geometry_.blocks) return MakeProblem(Trouble::kSizeImpossible, file.number, index);
