@@ -2,7 +2,7 @@
 import os
 import unittest
 
-from support import BLOCK_1, NODE_SIZE, ToolTest
+from support import BLOCK_1, NODE_SIZE, QUOTE, ToolTest
 
 
 class FindTest(ToolTest):
@@ -67,7 +67,7 @@ class FindTest(ToolTest):
     def test_find_print0_prints_names_as_they_are(self):
         self.format("my card.orb")
         self.put_text("my card.orb:/A")
-        self.assertEqual(self.ok("find", "my card.orb", "-t", "f"), "'my card.orb:/A'\n")
+        self.assertEqual(self.ok("find", "my card.orb", "-t", "f"), f"{QUOTE}my card.orb:/A{QUOTE}\n")
         self.assertEqual(self.ok("find", "my card.orb", "-0"), "my card.orb:/\0my card.orb:/A\0")
 
     def test_find_nothing_is_a_success_and_a_missing_place_a_failure(self):

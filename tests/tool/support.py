@@ -19,6 +19,7 @@ ORBA = os.environ["ORBA"]  # the program under test
 WINDOWS = ORBA.endswith(".exe")  # it is the one for Windows
 WINE = "/usr/lib/wine/wine64"
 PROGRAM = [WINE, ORBA] if WINDOWS else [ORBA]  # how it is started
+QUOTE = '"' if WINDOWS else "'"  # of the shell for which messages write names
 # What a program ends with that Ctrl-C ends: the signal, or what Wine keeps of STATUS_CONTROL_C_EXIT, its last byte.
 INTERRUPTED = 0x3A if WINDOWS else -signal.SIGINT
 HOST_CALLS = os.environ.get("ORBA_HOST_CALLS", "")  # what notes its calls to the host, and lets them fail
