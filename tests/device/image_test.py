@@ -252,6 +252,20 @@ class DesktopMemfile(DesktopImage, unittest.TestCase):
     image = "memfile"
 
 
+class DesktopTool(unittest.TestCase):
+    def setUp(self):
+        self.program = os.path.join(DIST, "win64", "orba.exe")
+
+    def test_tool_headers_say_a_console_program_for_windows_x64(self):
+        headers = images.headers(self.program)
+        self.assertEqual((0x8664, 0x20B, 3), (headers["Machine"], headers["Magic"], headers["Subsystem"]))
+        self.assertEqual(0, headers["Characteristics"] & 0x2000)
+        self.assertEqual(0, headers["TimeDateStamp"])
+
+    def test_tool_imports_are_part_of_windows(self):
+        self.assertEqual({"KERNEL32.dll", "msvcrt.dll", "bcrypt.dll"}, set(images.imports(self.program)))
+
+
 class ExportList(unittest.TestCase):
     def test_export_list_orba_has_48_functions_and_6_counters(self):
         kinds = list(images.export_list(EXPORT_LISTS["orba"]).values())
