@@ -245,5 +245,56 @@ TEST(RepairSentence, full_directory_without_record_gets_the_blocks_behind_it) {
             "counts 24 entries fewer in /FULL (node 2)\n");
 }
 
+// With two files more, X and Y of 1500 bytes, nodes 7 and 8, that are free and have no names.
+struct Unnamed : Small {
+  Unnamed() {
+    AddFile(1, "X", 1500);
+    AddFile(1, "Y", 1500);
+    for (const std::uint32_t entry : {4u, 5u}) Put16(EntryOffset(1, entry), 0);
+    SetSize(1, 4 * 32);
+    for (const std::uint16_t node : {std::uint16_t{7}, std::uint16_t{8}}) SetFree(node, true);
+  }
+};
+
+TEST(RepairSentence, of_two_free_records_with_the_same_data_one_is_in_use) {
+  Unnamed image;
+  for (const std::uint32_t i : {0u, 1u}) image.Put32(image.MapOffset(8, i), image.MappedBlock(7, i));
+  EXPECT_EQ(Sentences(image),
+            "notes in the bitmap that node 7, which has 1500 bytes in blocks that nothing else uses, is in use\n"
+            "makes the directory /LOST.FND\n"
+            "links node 7, which has 1500 bytes but no name, as /LOST.FND/NODE0007\n"
+            "builds the free chain anew: 2 blocks in 1 record\n");
+}
+
+TEST(RepairSentence, free_record_with_one_block_twice_stays_free) {
+  Unnamed image;
+  for (const std::uint16_t node : {std::uint16_t{7}, std::uint16_t{8}}) {
+    image.Put32(image.MapOffset(node, 1), image.MappedBlock(node, 0));
+  }
+  EXPECT_EQ(Sentences(image), "builds the free chain anew: 4 blocks in 1 record\n");
+}
+
+TEST(RepairSentence, free_node_with_two_names_is_noted_once) {
+  Small image;
+  image.AddEntry(3, "X", 2);
+  image.SetFree(2, true);
+  EXPECT_EQ(Sentences(image),
+            "notes in the bitmap that node 2, to which \"A\" refers, is in use\n"
+            "gives \"A\" in / (node 1) a copy of \"X\" in /D (node 3): both refer to node 2\n");
+}
+
+TEST(RepairSentence, copies_share_one_new_node_block) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t directory = FillDirectory(&image, 16);
+  ASSERT_EQ(directory + 14u, 16u);
+  for (const std::uint16_t node : {std::uint16_t{5}, std::uint16_t{6}}) {
+    image.AddEntry(1, "X" + std::to_string(node), node);
+  }
+  EXPECT_EQ(Sentences(image),
+            "gives \"X5\" in / (node 1) a copy of \"F4\" in /FULL (node 2): both refer to node 5\n"
+            "gives \"F5\" in /FULL (node 2) a copy of \"X6\" in / (node 1): both refer to node 6\n");
+  EXPECT_EQ(testimage::Tree(testimage::Repaired(image.bytes())).size(), 18u);  // 2 directories, 14 files, 2 copies
+}
+
 }  // namespace
 }  // namespace orba::inspect
