@@ -77,13 +77,15 @@ export class Preview {
     const picture = kPictures.find(({ magic }) => magic.every(([offset, text]) => startsWith(head, offset, text)));
     const forms: Form[] = ['text', 'bytes'];
     if (picture !== undefined && contents.blob.size <= kLargestPicture) forms.unshift('picture');
-    const view = element('div', { class: 'view' });
+    let shownIn = element('div', { class: 'view' });
     const choices = element('div', { class: 'segments', role: 'group', 'aria-label': 'Show as' });
     const choose = (form: Form) => {
       for (const choice of choices.children) {
         choice.setAttribute('aria-pressed', String((choice as HTMLElement).dataset['form'] === form));
       }
-      view.replaceChildren();
+      const view = element('div', { class: 'view' });  // what is still being read for the old one ends there
+      shownIn.replaceWith(view);
+      shownIn = view;
       this.releasePicture();
       const shown = form === 'picture' ? this.showPicture(contents.blob, picture!.type, view)
         : form === 'text' ? showText(contents.blob, encodingOf(head), view) : showBytes(contents.blob, 0, view);
@@ -92,7 +94,7 @@ export class Preview {
     const labels = { text: 'Text', bytes: 'Bytes', picture: 'Picture' };
     for (const form of forms) choices.append(button(labels[form], { 'data-form': form }, () => choose(form)));
     actions.append(choices);
-    body.append(view);
+    body.append(shownIn);
     choose(forms.includes('picture') ? 'picture' : looksLikeText(head) ? 'text' : 'bytes');
   }
 
@@ -181,21 +183,17 @@ function looksLikeText(head: Uint8Array): boolean {
 async function showText(blob: Blob, encoding: string, view: HTMLElement): Promise<void> {
   const text = element('pre', { class: 'text', tabindex: 0, 'aria-label': 'Text of the file' });
   const decoder = new TextDecoder(encoding);
-  view.append(text);
   let shown = 0;
   const more = button('Show more', {}, () => void add());
   const add = async () => {
     const end = Math.min(blob.size, shown + kTextStep);
     text.append(decoder.decode(await blob.slice(shown, end).arrayBuffer(), { stream: end < blob.size }));
     shown = end;
-    if (shown < blob.size) {
-      more.textContent = `Show more (${size(blob.size - shown)} left)`;
-      view.append(more);
-    } else {
-      more.remove();
-    }
+    more.textContent = `Show more (${size(blob.size - shown)} left)`;
+    more.hidden = shown === blob.size;
   };
   await add();
+  view.append(text, more);
 }
 
 async function showBytes(blob: Blob, offset: number, view: HTMLElement): Promise<void> {

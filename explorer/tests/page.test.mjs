@@ -270,13 +270,11 @@ test('map_pointed_tellsTheOwnerAndSelectsItsFile', () => withPage({}, async (pag
   await page.keyboard.press('ArrowRight');
   await page.getByText('Block 2: directory /').waitFor();
   assert.equal(await map.getAttribute('aria-valuenow'), '2');
-  let owner = '';
+  let owner = await text(page, '.owner');
   while (!owner.includes('/FIRMWARE.BIN')) {  // its blocks lie in a row; the map ends where the container does
     await page.keyboard.press('ArrowDown');
-    await page.waitForTimeout(20);
-    const now = await text(page, '.owner');
-    assert.notEqual(now, owner);
-    owner = now;
+    await page.waitForFunction((before) => document.querySelector('.owner').textContent !== before, owner);
+    owner = await text(page, '.owner');
   }
   await page.keyboard.press('Enter');
   await page.locator('.row[aria-selected=true]', { hasText: 'FIRMWARE.BIN' }).waitFor();
