@@ -1,3 +1,5 @@
+#include <unordered_set>
+
 #include "inspect/check/work.h"
 #include "inspect/container/fields.h"
 
@@ -22,6 +24,35 @@ void MarkEntry(Work* work, std::uint32_t record, std::uint32_t place, std::uint3
   work->chainPlace[entry] = place;
 }
 
+// An update takes one number out of the head record or puts one in, which changes its count and one path of its heap.
+// Where a part of that was written, the last entry counted may be missing, and those on the path stand twice or out of
+// order. Other records are not updated.
+bool IsTorn(const Work& work, const std::vector<std::uint32_t>& heap) {
+  if (!work.WasUpdated() || heap.empty()) return false;
+  std::size_t levels = 0;
+  while (heap.size() >> levels != 0) ++levels;
+  const std::size_t there = heap.size() - (heap.back() == kNoBlock ? 1 : 0);
+  std::size_t faults = heap.size() - there;
+  std::unordered_set<std::uint32_t> seen;
+  for (std::size_t k = 1; k <= there; ++k) {
+    const std::uint32_t entry = heap[k - 1];
+    if (!work.geometry().Holds(entry)) return false;
+    if (!seen.insert(entry).second || (k > 1 && entry < heap[k / 2 - 1])) ++faults;
+    if (faults > levels) return false;
+  }
+  return faults > 0;
+}
+
+void MarkTorn(Work* work, std::uint32_t block, const std::vector<std::uint32_t>& heap) {
+  const std::uint64_t offset = work->geometry().BlockOffset(block) + offsetof(FreeChainRecord, count);
+  work->Add(Kind::kChainTorn, {0, block, offset}, {{heap.size()}});
+  for (const std::uint32_t entry : heap) {
+    if (entry == kNoBlock || work->chainMark[entry] != kNotInChain) continue;
+    work->chainMark[entry] = kListed;
+    work->chainPlace[entry] = 0;
+  }
+}
+
 void MarkEntries(Work* work, std::uint32_t block, std::uint32_t place, const std::vector<std::uint32_t>& heap) {
   bool ordered = true;
   for (std::uint32_t k = 1; k <= heap.size(); ++k) {
@@ -42,7 +73,8 @@ std::uint32_t ReadRecord(Work* work, std::uint32_t block) {
   if (!work->Read(offset, bytes.data(), bytes.size())) return kNoBlock;
   const ChainRecord record = DecodeChain(bytes);
   if (record.signature != kFreeChainSignature) {
-    work->Add(Kind::kChainSignature, {0, block, offset});
+    const bool torn = work->WasUpdated() && block == work->model().header.freeChainHead;
+    work->Add(torn ? Kind::kHeaderTorn : Kind::kChainSignature, {0, block, offset});
     return kNoBlock;
   }
   const std::uint32_t count = record.count;
@@ -61,7 +93,11 @@ std::uint32_t ReadRecord(Work* work, std::uint32_t block) {
   work->chainMark[block] = kRecord;
   work->chainPlace[block] = place;
   work->model().chain.push_back({block, count});
-  MarkEntries(work, block, place, record.heap);
+  if (place == 0 && IsTorn(*work, record.heap)) {
+    MarkTorn(work, block, record.heap);
+  } else {
+    MarkEntries(work, block, place, record.heap);
+  }
   return record.next;
 }
 
@@ -72,7 +108,8 @@ void WalkChain(Work* work) {
   std::uint64_t link = offsetof(VolumeHeader, freeChainHead);  // where `block` was read
   while (block != kNoBlock) {
     if (!work->geometry().Holds(block)) {
-      work->Add(Kind::kChainOutside, {0, block, link});
+      const bool torn = work->WasUpdated() && link == offsetof(VolumeHeader, freeChainHead);
+      work->Add(torn ? Kind::kHeaderTorn : Kind::kChainOutside, {0, block, link});
       return;
     }
     if (work->chainMark[block] == kRecord) {

@@ -164,13 +164,45 @@ void ReadNodeBlock(Work* work, std::uint32_t index) {
   }
 }
 
+bool HoldsNodes(const Work& work, std::uint32_t block) {
+  const Geometry& geometry = work.geometry();
+  std::vector<std::uint8_t> bytes(geometry.blockSize);
+  if (!geometry.Holds(block) || !work.image.Read(geometry.BlockOffset(block), bytes.data(), bytes.size())) return false;
+  for (std::uint32_t i = 0; i < geometry.nodesPerBlock(); ++i) {
+    if (HasNodeSignature(&bytes[i * kNodeSize])) return true;
+  }
+  return false;
+}
+
+// The table entry whose update was written in part, or before its block was: on a marked container the only one that
+// leads to no node block, where none of its nodes is in use yet. kNodeTableEntries when there is none.
+std::uint32_t FindTornEntry(const Work& work) {
+  const Model& model = work.report.model;
+  std::uint32_t found = kNodeTableEntries;
+  for (std::uint32_t index = 0; work.WasUpdated() && index < kNodeTableEntries; ++index) {
+    if (model.table[index] == kNoBlock || HoldsNodes(work, model.table[index])) continue;
+    if (found != kNodeTableEntries || index >= work.geometry().tableEntries()) return kNodeTableEntries;
+    found = index;
+  }
+  const std::uint32_t first = work.geometry().firstNode(found);
+  for (std::uint32_t i = 0; found != kNodeTableEntries && i < work.geometry().nodesPerBlock(); ++i) {
+    if (model.IsNode(first + i) && model.nodes[first + i].state != NodeState::kFree) return kNodeTableEntries;
+  }
+  return found;
+}
+
 void ReadNodeBlocks(Work* work) {
   Model& model = work->model();
   const Geometry& geometry = work->geometry();
+  const std::uint32_t torn = FindTornEntry(*work);
   for (std::uint32_t index = 0; index < kNodeTableEntries; ++index) {
     const std::uint32_t block = model.table[index];
     const std::uint64_t offset = TableEntryOffset(index);
     if (block == kNoBlock) continue;
+    if (index == torn) {
+      work->Add(Kind::kTableTorn, {0, block, offset}, {{index}});
+      continue;
+    }
     if (!geometry.Holds(block)) {
       work->NoteOutside(block);
       work->Add(Kind::kTableOutside, {0, block, offset}, {{index}});
@@ -236,13 +268,13 @@ void CheckNodes(Work* work) {
 // ---- Leaks and sums -------------------------------------------------------------------------------------------------
 
 void FindLeakedBlocks(Work* work) {
-  const bool damaged = work->IsDamaged();
+  const std::uint64_t why = work->IsDamaged() ? 1 : work->report.marked ? 2 : 0;
   const std::vector<BlockInfo>& blocks = work->model().blocks;
   for (std::uint32_t block = 1; block < blocks.size(); ++block) {
     if (blocks[block].use != BlockUse::kNothing) continue;
     std::uint32_t end = block;
     while (end < blocks.size() && blocks[end].use == BlockUse::kNothing) ++end;
-    work->Add(Kind::kBlockLeaked, {0, block, work->geometry().BlockOffset(block), end - block}, {{damaged}});
+    work->Add(Kind::kBlockLeaked, {0, block, work->geometry().BlockOffset(block), end - block}, {{why}});
     work->report.totals.leakedBlocks += end - block;
     block = end;
   }

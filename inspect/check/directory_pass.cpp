@@ -86,8 +86,12 @@ void JudgePast(Work* work, NodeInfo* directory) {
   const std::string name = NameOf(past->record);
   found.appendInterrupted = found.past == 1 && directory->record.size % kDirEntrySize == 0 && IsLegalName(name) &&
                             work->report.model.RefersToUsed(past->record);
+  const bool torn = work->WasStopped() && found.past == 1 && directory->record.size % kDirEntrySize == 0 &&
+                    !IsLegalName(name) && work->report.model.RefersToUsed(past->record);
   if (found.appendInterrupted) {
     work->Add(Kind::kAppendInterrupted, place, {{past->record.node}, name});
+  } else if (torn) {
+    work->Add(Kind::kDirTorn, place, {{2}, name});
   } else {
     work->Add(Kind::kDirBeyondSize, place);
   }
@@ -136,6 +140,19 @@ void CheckName(Work* work, const NodeInfo& directory, const Entry& entry) {
   }
 }
 
+// How many entries refer to nodes that the bitmap calls free.
+std::uint32_t CountEntriesToFree(const Model& model) {
+  std::uint32_t count = 0;
+  for (const NodeInfo& directory : model.nodes) {
+    for (const Entry& entry : directory.entries) {
+      const std::uint16_t number = entry.record.node;
+      if (entry.index < 2 || entry.pastSize || !model.IsNode(number)) continue;
+      if (model.nodes[number].state == NodeState::kFree) ++count;
+    }
+  }
+  return count;
+}
+
 // True when the entry refers to a node that can have names.
 bool CheckTarget(Work* work, const NodeInfo& directory, const Entry& entry) {
   const Model& model = work->report.model;
@@ -147,7 +164,8 @@ bool CheckTarget(Work* work, const NodeInfo& directory, const Entry& entry) {
   } else if (number == kRootNode) {
     work->Add(Kind::kEntryToRoot, place, facts);
   } else if (model.nodes[number].state == NodeState::kFree) {
-    work->Add(Kind::kEntryToFree, place, facts);
+    const bool torn = work->WasStopped() && model.nodes[number].readable && work->entriesToFree == 1;
+    work->Add(torn ? Kind::kBitmapTorn : Kind::kEntryToFree, place, facts);
   } else if (model.nodes[number].state == NodeState::kLost) {
     work->Add(Kind::kEntryToLost, place, facts);
   } else {
@@ -156,11 +174,11 @@ bool CheckTarget(Work* work, const NodeInfo& directory, const Entry& entry) {
   return false;
 }
 
-// True when `entry` is the last of its directory and `first` is its copy in an earlier block: a removal fills the hole
-// there before it clears the last entry.
-bool IsInterruptedCopy(const NodeInfo& directory, const Entry& entry, const Entry& first) {
+// True when `entry` is the last of its directory and `first` is its copy: a removal fills the hole there before it
+// clears the last entry. Where both lie in one block, they are written together, and a part of that can be.
+bool IsInterruptedCopy(const Work& work, const NodeInfo& directory, const Entry& entry, const Entry& first) {
   return entry.index + 1 == EntryCount(directory.record) && entry.record.node == first.record.node &&
-         entry.block != first.block;
+         (entry.block != first.block || work.WasStopped());
 }
 
 void CheckDirectory(Work* work, NodeInfo* directory) {
@@ -176,8 +194,10 @@ void CheckDirectory(Work* work, NodeInfo* directory) {
     }
     CheckName(work, *directory, entry);
     const auto [first, fresh] = seen.emplace(UpperCase(NameOf(entry.record)), i);
-    if (!fresh && IsInterruptedCopy(*directory, entry, directory->entries[first->second])) {
-      work->Add(Kind::kEntryDoubled, {directory->number, entry.block, entry.offset}, {{}, NameOf(entry.record)});
+    if (!fresh && IsInterruptedCopy(*work, *directory, entry, directory->entries[first->second])) {
+      const bool torn = entry.block == directory->entries[first->second].block;
+      work->Add(torn ? Kind::kDirTorn : Kind::kEntryDoubled, {directory->number, entry.block, entry.offset},
+                {{}, NameOf(entry.record)});
       entry.doubled = true;
       continue;
     }
@@ -236,6 +256,15 @@ bool IsInterruptedMove(const Model& model, const NodeInfo& node) {
   return node.names.size() == 2 && node.pending.empty() && node.names[0].directory != node.names[1].directory &&
          isLegal(node.names[0]) && isLegal(node.names[1]) && !LiesIn(model, node.names[0].directory, node.number) &&
          !LiesIn(model, node.names[1].directory, node.number);
+}
+
+// Two names in one block, the second of them the directory's last: the hole of a removed entry was written up to within
+// the name.
+bool IsTornRemoval(const Model& model, const NodeInfo& node) {
+  if (node.names.size() != 2 || node.names[0].directory != node.names[1].directory) return false;
+  const Entry& hole = model.EntryOf(node.names[0]);
+  const Entry& last = model.EntryOf(node.names[1]);
+  return hole.block == last.block && last.index + 1 == EntryCount(model.nodes[node.names[0].directory].record);
 }
 
 // A directory's first two entries, of which the first refers to the node itself.
@@ -312,6 +341,7 @@ void ParseDirectory(Work* work, NodeInfo* directory, const std::vector<Directory
 }
 
 void CheckEntries(Work* work) {
+  work->entriesToFree = CountEntriesToFree(work->model());
   for (NodeInfo& node : work->model().nodes) {
     if (node.state == NodeState::kUsed && node.IsDirectory()) CheckDirectory(work, &node);
   }
@@ -323,9 +353,16 @@ void CheckEntries(Work* work) {
 }
 
 void CheckNames(Work* work) {
-  for (const NodeInfo& node : work->model().nodes) {
+  const std::vector<NodeInfo>& nodes = work->model().nodes;
+  const auto several =
+      std::count_if(nodes.begin(), nodes.end(), [](const NodeInfo& node) { return node.names.size() > 1; });
+  const bool stopped = work->WasStopped() && several == 1;
+  for (const NodeInfo& node : nodes) {
     if (node.names.size() < 2) continue;
-    if (IsInterruptedMove(work->report.model, node)) {
+    if (stopped && IsTornRemoval(work->report.model, node)) {
+      const Entry& hole = work->report.model.EntryOf(node.names[0]);
+      work->Add(Kind::kDirTorn, {node.names[0].directory, hole.block, hole.offset}, {{1}, NameOf(hole.record)});
+    } else if (stopped && IsInterruptedMove(work->report.model, node)) {
       work->Add(Kind::kTwoNames, {node.number}, {{node.names[0].directory, node.names[1].directory}});
     } else {
       work->Add(Kind::kManyNames, {node.number, 0, kNoOffset, static_cast<std::uint32_t>(node.names.size())});

@@ -51,6 +51,9 @@ constexpr std::array<KindInfo, kKinds> kKindInfo = {{
     // 0: its size
     {Kind::kReservedRegion, kNote, "reserved-region", "",
      "the header keeps {0#byte|bytes} free between bitmap and data area"},
+    {Kind::kHeaderTorn, kInterrupted, "header-torn", "",
+     "the free chain begins in block {block}, which holds no record of it: of an update of the header, or of that "
+     "record, a part was written"},
     {Kind::kLayoutUnknown, kDamage, "layout-unknown", "C1",
      "block size and bitmap size are contradictory and no root directory was found; nothing further was read"},
 
@@ -59,6 +62,9 @@ constexpr std::array<KindInfo, kKinds> kKindInfo = {{
      "table entry {0} refers to block {block}, which lies beyond the container's end"},
     {Kind::kTableUnneeded, kDamage, "table-unneeded", "C4",
      "table entry {0} refers to a block for nodes that the volume cannot have"},
+    {Kind::kTableTorn, kInterrupted, "table-torn", "",
+     "table entry {0} refers to block {block}, which holds no nodes, and none of its nodes is in use: of an update of "
+     "the table, or of that block, a part was written"},
     // 1 and 2: the first and the last node
     {Kind::kNodeBlockForeign, kDamage, "node-block-foreign", "C4",
      "table entry {0} refers to block {block}, which holds no nodes; nodes {1} to {2} are lost"},
@@ -70,6 +76,9 @@ constexpr std::array<KindInfo, kKinds> kKindInfo = {{
     {Kind::kNodeWithoutBlock, kDamage, "node-without-block", "C4, S2",
      "the bitmap says that {count?the node is|nodes {node} to {lastNode} are} in use, but {0|no node block holds "
      "{count?its record|their records}|the node-block table has no room for {count?it|them}}"},
+    // 0: the node
+    {Kind::kBitmapTorn, kInterrupted, "bitmap-torn", "",
+     "\"{name}\" refers to node {0}, which the bitmap calls free: of an update, the one was written and the other not"},
     {Kind::kRootFree, kDamage, "root-free", "C4",
      "the bitmap says that the root's node is free; it would be allocated again"},
     // 0: it can be read
@@ -159,6 +168,12 @@ constexpr std::array<KindInfo, kKinds> kKindInfo = {{
     {Kind::kTwoNames, kInterrupted, "two-names", "",
      "the node has a name in node {0} and one in node {1}: a move was stopped before it removed the old one"},
 
+    // 0: which part was written
+    {Kind::kDirTorn, kInterrupted, "dir-torn", "",
+     "{0|\"{name}\" stands in the place of a removed entry and still at the end of the same block"
+     "|\"{name}\" refers to the last entry's node, by a name that is partly a removed entry's"
+     "|the entry just past the size has no name yet}: a part of the block was written"},
+
     // ---- Free chain
     {Kind::kChainOutside, kDamage, "chain-outside", "C3",
      "the free chain goes on in block {block}, which lies beyond the container's end"},
@@ -178,15 +193,20 @@ constexpr std::array<KindInfo, kKinds> kKindInfo = {{
     {Kind::kChainDuplicate, kDamage, "chain-duplicate", "C2",
      "block {block} {0|is in the free chain twice; it would be allocated twice"
      "|is a free-chain record and listed in one}"},
+    // 0: the entries that it counts
+    {Kind::kChainTorn, kInterrupted, "chain-torn", "",
+     "the record counts {0#entry|entries}, but not all of them are there: of an update of the record, a part was "
+     "written"},
     {Kind::kChainBlockInUse, kDamage, "chain-block-in-use", "C2",
      "block {block} is in the free chain but serves {earlier}; it would be allocated again"},
     {Kind::kChainPartial, kNote, "chain-partial", "", "a record behind the head is not full"},
 
-    // ---- Leaks. 0: there is damage, and what refers to it may be lost with that
+    // ---- Leaks. 0: 1 where there is damage, and what refers to it may be lost with that; 2 on a marked container
     {Kind::kBlockLeaked, kLeak, "block-leaked", "",
      "{count?block {block} is|blocks {block} to {lastBlock} are} neither in use nor in the free chain; "
      "{0|ordinary use can leave this behind: map blocks of a file that was shortened before it was deleted, or of a "
-     "directory that was large once|the damage may hide what refers to {count?it|them}}"},
+     "directory that was large once|the damage may hide what refers to {count?it|them}"
+     "|the interrupted update can have left {count?it|them} behind}"},
     // 1: the size
     {Kind::kNodeLeaked, kLeak, "node-leaked", "",
      "the node is in use, with {1#byte|bytes}, but has no name{0||; the damage may hide it}"},

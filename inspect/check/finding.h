@@ -37,15 +37,18 @@ enum class Kind : std::uint8_t {
   kHeaderReserved,
   kHeaderShiftBits,
   kReservedRegion,
+  kHeaderTorn,
   kLayoutUnknown,
   // node-block table, bitmap, node blocks
   kTableOutside,
   kTableUnneeded,
+  kTableTorn,
   kNodeBlockForeign,
   kNodeBlockUnused,
   kNodeSignature,
   kNodeNumber,
   kNodeWithoutBlock,
+  kBitmapTorn,
   kRootFree,
   kRootLost,
   // node records and block maps
@@ -83,6 +86,7 @@ enum class Kind : std::uint8_t {
   kEntryDoubled,
   kLastBlockFreed,
   kTwoNames,
+  kDirTorn,
   // free chain
   kChainOutside,
   kChainSignature,
@@ -92,6 +96,7 @@ enum class Kind : std::uint8_t {
   kChainEntryOutside,
   kChainHeapOrder,
   kChainDuplicate,
+  kChainTorn,
   kChainBlockInUse,
   kChainPartial,
   // leaks

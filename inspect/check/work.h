@@ -23,6 +23,7 @@ struct Work {
   std::vector<bool> freed;                             // a directory's last block that is in the free chain already
   std::vector<std::uint8_t> chainMark;                 // ChainMark
   std::vector<std::uint32_t> chainPlace;               // the record that is it, or lists it
+  std::uint32_t entriesToFree = 0;                     // entries that refer to nodes that the bitmap calls free
 
   Model& model() { return report.model; }
   const Geometry& geometry() const { return report.model.geometry; }
@@ -32,6 +33,11 @@ struct Work {
 
   // What refers to something that seems to be leaked may be lost with what is damaged.
   bool IsDamaged() const { return report.Count(Severity::kDamage) > 0; }
+
+  // The mark stands for an operation of the library: one operation was stopped, on one object.
+  bool WasStopped() const { return report.model.header.stateFlags == kVolumeDirty; }
+  // The same, or for a repair; a mark beside flags without a meaning stands for neither.
+  bool WasUpdated() const { return WasStopped() || report.model.header.stateFlags == (kVolumeDirty | kRepairMark); }
 
   // Reads a range inside the container; when the host cannot, says so in the report.
   bool Read(std::uint64_t offset, void* out, std::size_t count);

@@ -122,11 +122,14 @@ Geometry FindGeometry(const Image& image, const VolumeHeader& header) {
   const bool agree = FieldsAgree(header);
   if (agree && BearsTheRoot(image, FromHeader(image, header))) return FromHeader(image, header);
   Geometry geometry = FromRedundancy(image, header);
-  if (!geometry.known()) geometry = FromSearch(image);
+  const bool redundant = geometry.known();
+  if (!redundant) geometry = FromSearch(image);
   if (agree) return BearsTheRoot(image, geometry) ? geometry : FromHeader(image, header);
-  if (geometry.known()) return geometry;
-  const Layout layout = SearchLayout(image);
-  if (layout.blockSize == 0) return {};
+  // What passes for the first node block may be a copy of it, unless it leads to the root.
+  if (geometry.known() && BearsTheRoot(image, geometry)) return geometry;
+  const Layout layout = SearchLayout(image, {geometry.blockSize, geometry.dataOffset});
+  if (layout.blockSize == 0) return redundant ? geometry : Geometry{};
+  if (layout.blockSize == geometry.blockSize && layout.dataOffset == geometry.dataOffset) return geometry;
   return Make(image, layout.blockSize, layout.dataOffset - kBitmapOffset, layout.dataOffset);
 }
 

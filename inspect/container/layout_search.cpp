@@ -89,22 +89,32 @@ std::uint32_t Phase(std::int64_t offset, std::uint32_t blockSize) {
   return static_cast<std::uint32_t>((offset % blockSize + blockSize) % blockSize);
 }
 
-// Block 1 by what most traces say; 0 when it would lie where it cannot.
-std::uint32_t FindDataOffset(const Traces& traces, std::uint32_t blockSize) {
+// Where block 1 may be, by what most traces say, the likeliest first.
+std::vector<std::uint32_t> FindDataOffsets(const Traces& traces, std::uint32_t blockSize) {
+  constexpr std::size_t kMost = 8;
   std::map<std::uint32_t, std::uint32_t> votes;
   for (const Run& run : traces.runs) ++votes[Phase(NodeBlockOf(run.offset, run.first, blockSize), blockSize)];
   for (const Directory& directory : traces.directories) {
     ++votes[Phase(static_cast<std::int64_t>(directory.offset), blockSize)];
   }
-  const auto most =
-      std::max_element(votes.begin(), votes.end(), [](const auto& a, const auto& b) { return a.second < b.second; });
-  if (most == votes.end()) return 0;
-  const std::uint32_t dataOffset = kBitmapOffset + Phase(std::int64_t{most->first} - kBitmapOffset, blockSize);
-  return dataOffset - kBitmapOffset <= MaxBitmapSize(blockSize) ? dataOffset : 0;
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> phases(votes.begin(), votes.end());
+  std::stable_sort(phases.begin(), phases.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
+  if (phases.size() > kMost) phases.resize(kMost);
+  std::vector<std::uint32_t> offsets;
+  for (const auto& [phase, count] : phases) {
+    const std::uint32_t dataOffset = kBitmapOffset + Phase(std::int64_t{phase} - kBitmapOffset, blockSize);
+    if (dataOffset - kBitmapOffset <= MaxBitmapSize(blockSize)) offsets.push_back(dataOffset);
+  }
+  return offsets;
 }
 
-// The directories that lie where they should, less those that lie elsewhere and not there.
-int CountDirectories(const Traces& traces, std::uint32_t blockSize, std::uint32_t dataOffset) {
+struct Witnesses {
+  int with = 0;
+  int against = 0;
+};
+
+// The directories that lie where they should speak for it, those that lie elsewhere and not there against it.
+void CountDirectories(const Traces& traces, std::uint32_t blockSize, std::uint32_t dataOffset, Witnesses* witnesses) {
   std::map<std::uint16_t, bool> right;
   for (const Directory& directory : traces.directories) {
     const auto record = traces.firstBlocks.find(directory.number);
@@ -113,44 +123,51 @@ int CountDirectories(const Traces& traces, std::uint32_t blockSize, std::uint32_
     const std::uint32_t block = known ? record->second : kFirstRootBlock;
     right[directory.number] |= directory.offset == dataOffset + (std::uint64_t{block} - 1) * blockSize;
   }
-  int count = 0;
-  for (const auto& directory : right) count += directory.second ? 1 : -1;
-  return count;
+  for (const auto& directory : right) ++(directory.second ? witnesses->with : witnesses->against);
 }
 
-// The runs that fill one block or belong to block 1, less those that fill no whole blocks.
-int CountRuns(const Traces& traces, std::uint32_t blockSize, std::uint32_t dataOffset) {
+// The runs that fill one block or belong to block 1 speak for it; those against it that go on into another block, or
+// lie where no block begins. A run within one block may be what is left of it.
+void CountRuns(const Traces& traces, std::uint32_t blockSize, std::uint32_t dataOffset, Witnesses* witnesses) {
   const std::uint32_t perBlock = blockSize / kNodeSize;
-  int count = 0;
   for (const Run& run : traces.runs) {
-    const bool first = run.first <= perBlock && NodeBlockOf(run.offset, run.first, blockSize) == dataOffset;
-    const bool whole = (run.first - 1) % perBlock == 0 && run.count % perBlock == 0;
-    if (first || (whole && run.count == perBlock)) {
-      ++count;
-    } else if (!whole) {
-      --count;
+    const std::int64_t start = NodeBlockOf(run.offset, run.first, blockSize);
+    const std::uint32_t slot = (run.first - 1) % perBlock;
+    const bool aligned = Phase(start, blockSize) == Phase(dataOffset, blockSize);
+    const bool within = slot + run.count <= perBlock || (slot == 0 && run.count % perBlock == 0);
+    if (start == dataOffset && run.first <= perBlock) {
+      ++witnesses->with;
+    } else if (!aligned || !within) {
+      ++witnesses->against;
+    } else if (run.count == perBlock) {
+      ++witnesses->with;
     }
   }
-  return count;
 }
 
 }  // namespace
 
-Layout SearchLayout(const Image& image) {
+Layout SearchLayout(const Image& image, const Layout& guess) {
   constexpr int kEnough = 2;
   const Traces traces = Scan(image);
   Layout best;
-  int most = kEnough - 1;
+  int most = 0;
   for (const std::uint32_t blockSize : kBlockSizes) {
-    const std::uint32_t dataOffset = FindDataOffset(traces, blockSize);
-    if (dataOffset == 0) continue;
-    const int witnesses = CountDirectories(traces, blockSize, dataOffset) + CountRuns(traces, blockSize, dataOffset);
-    if (witnesses == most) best = {};
-    if (witnesses <= most) continue;
-    best = {blockSize, dataOffset};
-    most = witnesses;
+    for (const std::uint32_t dataOffset : FindDataOffsets(traces, blockSize)) {
+      Witnesses witnesses;
+      CountDirectories(traces, blockSize, dataOffset, &witnesses);
+      CountRuns(traces, blockSize, dataOffset, &witnesses);
+      const int more = witnesses.with - witnesses.against;
+      if (witnesses.with < kEnough || more < most || more <= 0) continue;
+      best = more > most ? Layout{blockSize, dataOffset} : Layout{};
+      most = more;
+    }
   }
-  return best;
+  if (best.blockSize != 0 || guess.blockSize == 0) return best;
+  Witnesses witnesses;
+  CountDirectories(traces, guess.blockSize, guess.dataOffset, &witnesses);
+  CountRuns(traces, guess.blockSize, guess.dataOffset, &witnesses);
+  return witnesses.against == 0 ? guess : Layout{};
 }
 
 }  // namespace orba::inspect

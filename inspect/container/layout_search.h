@@ -20,8 +20,9 @@ struct Layout {
 //   - the first node block in block 1, where it always is,
 //   - each directory that lies in the block that its record gives,
 //   - each run of node records that fills exactly one block,
-// and contradicted by directories that lie elsewhere than their records say and by runs that begin or end within a
-// block. There must be at least two such witnesses more for it than against it, and more than for any other size.
-Layout SearchLayout(const Image& image);
+// and contradicted by directories that lie elsewhere than their records say and by runs that go on into another block,
+// or lie where no block begins. There must be at least two such witnesses for it, more than against it, and more by a
+// greater number than for any other size or place. Where there are not, the guess is taken, if nothing contradicts it.
+Layout SearchLayout(const Image& image, const Layout& guess = {});
 
 }  // namespace orba::inspect

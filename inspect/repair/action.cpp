@@ -43,6 +43,11 @@ constexpr Wording kWordings[] = {
     {ActionKind::kMakeNodeBlock,
      "makes a new block for the nodes of table entry {first}, with the directories among them", nullptr},
     {ActionKind::kReturnRecord, "gives node {number} its record back, which lies in a lost block as well", nullptr},
+    {ActionKind::kMoveRecord, "gives node {number} its record back, which lies in the slot of node {first}", nullptr},
+    {ActionKind::kMoveRecords,
+     "writes the node block of table entry {first} anew, as block {block}, with {count record} from the slots of other "
+     "nodes",
+     nullptr},
     {ActionKind::kFreeNode, "frees node {number}: it holds nothing and has no name", nullptr},
     {ActionKind::kReturnMap, "gives {node} its block-map block {block} back, which leads to {count block}", nullptr},
     {ActionKind::kReturnEntries, "gives {node} its block {block} with {count entry} back", nullptr},
@@ -81,10 +86,24 @@ constexpr Wording kWordings[] = {
     {ActionKind::kCountMore, "counts {count entry} more in {node}", nullptr},
     {ActionKind::kCountLess, "counts {count entry} less in {node}", "counts {count entry} fewer in {node}"},
     {ActionKind::kCloseGaps, "closes the gaps between the entries of {node}", nullptr},
+    {ActionKind::kEmptyCopy, "takes {count entry} out of {node}, whose first block is a copy of that of {other}",
+     nullptr},
     {ActionKind::kRemoveSecond, "removes {name} from {node}: node {first} keeps its name {new} in {other}", nullptr},
     {ActionKind::kRemoveTwice, "removes {name} from {node}: it is there twice", nullptr},
     {ActionKind::kRemoveDangling, "removes {name} from {node}: node {first} is not there", nullptr},
-    {ActionKind::kRestoreEntry, "puts {name} of node {first}, whose removal was stopped, back into {node}", nullptr},
+    {ActionKind::kEndMove,
+     "ends the interrupted move of node {first}, the only one with two names: removes {name} from {node}; it keeps "
+     "{new} in {other}",
+     nullptr},
+    {ActionKind::kEndRemoval,
+     "ends the interrupted removal in {node}: removes {name}, written in part over the removed entry; node {first}, "
+     "the "
+     "only one with two names, keeps {new}",
+     nullptr},
+    {ActionKind::kUndoRemoval,
+     "takes the interrupted removal in {node} back: {name}, whose entry is cleared, refers to node {first} again, the "
+     "only one without a name",
+     nullptr},
     {ActionKind::kCopyNode, "gives {name} in {node} a copy of {new} in {other}: both refer to node {first}", nullptr},
     {ActionKind::kKeepCopy, "keeps what {name} was read as, as {path}", nullptr},
     {ActionKind::kRepoint,

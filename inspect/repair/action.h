@@ -33,6 +33,8 @@ enum class ActionKind : std::uint8_t {
   kMakeRecord,      // node; block
   kMakeNodeBlock,   // first: the table entry
   kReturnRecord,    // node
+  kMoveRecord,      // node; first: the node in whose slot it lay
+  kMoveRecords,     // first: the table entry; block: the new one; count: of records
   kFreeNode,        // node
   // block maps
   kReturnMap,       // node; block; count: of blocks that it leads to
@@ -66,10 +68,13 @@ enum class ActionKind : std::uint8_t {
   kCountMore,       // node; count: of entries
   kCountLess,       // node; count: of entries
   kCloseGaps,       // node
+  kEmptyCopy,       // node; other: whose first block it is a copy of; count: of entries
   kRemoveSecond,    // node; name; other, newName: where the node keeps its name; first: the node
   kRemoveTwice,     // node; name
   kRemoveDangling,  // node; name; first: the node referred to
-  kRestoreEntry,    // node; name; first: the node
+  kEndMove,         // as kRemoveSecond: of the interrupted operation, like the next two
+  kEndRemoval,      // as kRemoveSecond
+  kUndoRemoval,     // node; name; first: the node
   kCopyNode,        // node; name; first: the node; other, newName: the name that it keeps
   kKeepCopy,        // name: a path; newName: a path
   kRepoint,         // node; name; first: the node from now on; last: until now

@@ -75,6 +75,29 @@ void FixHoles(RepairWork* work, const NodeInfo& directory) {
   }
 }
 
+// ---- Copies of other directories ------------------------------------------------------------------------------------
+
+// Another directory in use, as the "." of the first block has it, that has every entry of this block itself; null when
+// there is none. What the block refers to is that directory's, so nothing is lost with it.
+const NodeInfo* FindOriginal(const Model& model, const NodeInfo& directory, std::uint32_t perBlock) {
+  const auto dotOf = [&](const NodeInfo& node) {
+    const bool there = !node.entries.empty() && node.entries[0].index == 0 && NameOf(node.entries[0].record) == ".";
+    return there ? node.entries[0].record.node : std::uint16_t{0};
+  };
+  const std::uint16_t number = dotOf(directory);
+  if (number == directory.number || !model.IsNode(number) || !IsWhole(model.nodes[number])) return nullptr;
+  const NodeInfo& other = model.nodes[number];
+  if (dotOf(other) != number) return nullptr;
+  std::set<std::pair<std::uint16_t, std::string>> names;
+  for (const Entry& entry : other.entries) {
+    if (!entry.pastSize) names.emplace(entry.record.node, NameOf(entry.record));
+  }
+  const bool all = std::all_of(directory.entries.begin(), directory.entries.end(), [&](const Entry& entry) {
+    return entry.index < 2 || entry.index >= perBlock || names.count({entry.record.node, NameOf(entry.record)}) != 0;
+  });
+  return all ? &other : nullptr;
+}
+
 // ---- Names and dots -------------------------------------------------------------------------------------------------
 
 std::string MakeLegal(const Entry& entry) {
@@ -138,6 +161,24 @@ void DropFreedBlocks(RepairWork* work) {
     if (directory.map.needed > kDirectBlocks && work->report.Count(Kind::kBlockShared) > 0) continue;
     work->Begin(ActionKind::kDropFreedBlock, directory.number);
     CutNode(work, directory.number, directory.map.needed - 1, directory.record.size - kDirEntrySize);
+  }
+}
+
+void EmptyCopies(RepairWork* work) {
+  const std::uint32_t perBlock = work->geometry().entriesPerBlock();
+  for (const NodeInfo& directory : work->model().nodes) {
+    if (!IsWhole(directory) || directory.entries.size() <= 2) continue;
+    const NodeInfo* const original = FindOriginal(work->model(), directory, perBlock);
+    if (original == nullptr) continue;
+    Action& action = work->Begin(ActionKind::kEmptyCopy, directory.number);
+    action.other = original->number;
+    action.otherPath = PathOf(work->model(), original->number);
+    action.count = 0;
+    for (auto entry = directory.entries.rbegin(); entry != directory.entries.rend(); ++entry) {
+      if (entry->index < 2 || entry->index >= perBlock) continue;
+      ++action.count;
+      work->PutHalf(entry->offset, 0);
+    }
   }
 }
 

@@ -47,23 +47,13 @@ bool IsNeeded(const RepairWork& work, std::uint32_t index) {
   return false;
 }
 
-// By number: a directory has an entry that names the node.
-std::vector<bool> FindNamed(const RepairWork& work) {
-  std::vector<bool> named(work.model().nodes.size());
-  for (const NodeInfo& directory : work.model().nodes) {
-    for (const Entry& entry : directory.entries) {
-      if (NamesNode(work, entry)) named[entry.record.node] = true;
-    }
-  }
-  return named;
-}
-
-// How many nodes in use the block would bring back as node block `index`. In a lost block a node is in use when the
-// bitmap, a name or the data that it holds says so.
+// How many nodes in use the block would bring back as node block `index`. In a lost block, and in one to which the
+// wrong table entry refers, a node is in use when the bitmap, a name or the data that it holds says so.
 std::uint32_t Worth(const RepairWork& work, std::uint32_t block, std::uint32_t index, const std::vector<bool>& named) {
   const std::vector<std::uint8_t> bytes = work.GetBlock(block);
   const std::uint32_t first = work.geometry().firstNode(index);
-  const bool lost = work.IsLost(block);
+  const bool misplaced = work.model().blocks[block].use == BlockUse::kNodeBlock;
+  const bool lost = work.IsLost(block) || misplaced;
   std::uint32_t worth = 0;
   for (std::uint32_t i = 0; i < work.geometry().nodesPerBlock() && work.model().IsNode(first + i); ++i) {
     const OrbNodeRecord record = DecodeNode(&bytes[i * kNodeSize]);
@@ -93,13 +83,12 @@ std::map<std::uint32_t, std::uint32_t> CountVotes(const RepairWork& work, std::u
 // Blocks that may have been node blocks before the table lost them, by their index: those that nothing names or that
 // stand in the wrong place of the table, and block 1, which formatting makes the first node block.
 struct Candidates {
-  bool searched = false;
   std::multimap<std::uint32_t, std::uint32_t> blocks;
   std::vector<bool> named;
 };
 
 Candidates FindCandidates(const RepairWork& work) {
-  Candidates candidates = {true, {}, FindNamed(work)};
+  Candidates candidates = {{}, FindNamed(work)};
   for (std::uint32_t block = 1; block < work.model().blocks.size(); ++block) {
     if (!work.IsLoose(block) && work.model().blocks[block].use != BlockUse::kNodeBlock && block != 1) continue;
     for (const auto& [index, slots] : CountVotes(work, block)) candidates.blocks.emplace(index, block);
@@ -107,26 +96,40 @@ Candidates FindCandidates(const RepairWork& work) {
   return candidates;
 }
 
-// The best of the candidates, 0 when none brings a node in use back.
-std::uint32_t PickNodeBlock(const RepairWork& work, const Candidates& candidates, std::uint32_t index) {
-  std::uint32_t best = kNoBlock;
-  std::uint32_t bestWorth = 0;
-  const auto range = candidates.blocks.equal_range(index);
-  for (auto at = range.first; at != range.second; ++at) {
-    const std::uint32_t worth = Worth(work, at->second, index, candidates.named);
-    if (worth <= bestWorth) continue;
-    best = at->second;
-    bestWorth = worth;
+// Which block each of the indices gets, none of them twice. What brings most nodes in use back comes first.
+using Picks = std::map<std::uint32_t, std::uint32_t>;
+
+Picks PickNodeBlocks(const RepairWork& work, const std::vector<std::uint32_t>& indices, std::set<std::uint32_t> taken) {
+  struct Claim {
+    std::uint32_t worth, index, block;
+  };
+  const Candidates candidates = FindCandidates(work);
+  std::vector<Claim> claims;
+  for (const std::uint32_t index : indices) {
+    const auto range = candidates.blocks.equal_range(index);
+    for (auto at = range.first; at != range.second; ++at) {
+      const std::uint32_t worth = Worth(work, at->second, index, candidates.named);
+      if (worth > 0) claims.push_back({worth, index, at->second});
+    }
   }
-  return best;
+  std::stable_sort(claims.begin(), claims.end(), [](const Claim& a, const Claim& b) { return a.worth > b.worth; });
+  Picks picks;
+  for (const Claim& claim : claims) {
+    if (picks.count(claim.index) == 0 && taken.insert(claim.block).second) picks[claim.index] = claim.block;
+  }
+  return picks;
 }
 
 bool IsRightEntry(const RepairWork& work, std::uint32_t index) {
   const std::uint32_t block = work.model().table[index];
   if (!work.geometry().Holds(block) || index >= work.geometry().tableEntries()) return false;
-  if (HoldsUsedNode(work, block, index)) return true;
   std::map<std::uint32_t, std::uint32_t> votes = CountVotes(work, block);
   const std::uint32_t own = votes[index];
+  for (std::uint32_t other = 0; other < kNodeTableEntries; ++other) {  // of several entries for a block one is right
+    if (other == index || work.model().table[other] != block) continue;
+    if (votes[other] > own || (votes[other] == own && other < index)) return false;
+  }
+  if (HoldsUsedNode(work, block, index)) return true;
   for (const auto& [other, slots] : votes) {
     if (slots > own) return false;
   }
@@ -178,13 +181,23 @@ void FixHeader(RepairWork* work) {
 void FixTable(RepairWork* work) {
   const Model& model = work->model();
   const bool anyLost = work->report.totals.leakedBlocks > 0;
-  Candidates candidates;
-  std::vector<std::uint32_t> cleared;
+  std::vector<std::uint32_t> wrong;
+  std::vector<std::uint32_t> wanted;
+  std::set<std::uint32_t> right;  // blocks
   for (std::uint32_t index = 0; index < kNodeTableEntries; ++index) {
-    const bool wanted = index < work->geometry().tableEntries() && (anyLost || IsNeeded(*work, index));
-    if (IsRightEntry(*work, index) || (model.table[index] == kNoBlock && !wanted)) continue;
-    if (wanted && !candidates.searched) candidates = FindCandidates(*work);
-    const std::uint32_t found = wanted ? PickNodeBlock(*work, candidates, index) : kNoBlock;
+    if (IsRightEntry(*work, index)) {
+      right.insert(model.table[index]);
+      continue;
+    }
+    const bool needed = index < work->geometry().tableEntries() && (anyLost || IsNeeded(*work, index));
+    if (needed) wanted.push_back(index);
+    if (needed || model.table[index] != kNoBlock) wrong.push_back(index);
+  }
+  const Picks picks = wanted.empty() ? Picks() : PickNodeBlocks(*work, wanted, right);
+  std::vector<std::uint32_t> cleared;
+  for (const std::uint32_t index : wrong) {
+    const auto pick = picks.find(index);
+    const std::uint32_t found = pick == picks.end() ? kNoBlock : pick->second;
     if (found == model.table[index]) continue;
     if (found == kNoBlock) {
       cleared.push_back(index);
@@ -196,6 +209,16 @@ void FixTable(RepairWork* work) {
     work->PutWord(TableEntryOffset(index), found);
   }
   ClearEntries(work, cleared);
+}
+
+std::vector<bool> FindNamed(const RepairWork& work) {
+  std::vector<bool> named(work.model().nodes.size());
+  for (const NodeInfo& directory : work.model().nodes) {
+    for (const Entry& entry : directory.entries) {
+      if (NamesNode(work, entry)) named[entry.record.node] = true;
+    }
+  }
+  return named;
 }
 
 bool IsCopyOfAnother(const Model& model, const NodeInfo& node) {

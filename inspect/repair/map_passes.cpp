@@ -67,7 +67,8 @@ void SplitDirectories(RepairWork* work, const NodeInfo& node, const MapSlot& slo
 
 void CopyBlock(RepairWork* work, const NodeInfo& node, const MapSlot& slot) {
   work->Begin(ActionKind::kCopyBlock, node.number).block = slot.block;
-  work->PutWord(slot.offset, work->Take(work->GetBlock(slot.block)));  // no block left: better none than a shared one
+  const std::uint32_t copy = work->TakeForCopy(work->GetBlock(slot.block));
+  work->PutWord(slot.offset, copy);  // no block left: better none than a shared one
 }
 
 // Block numbers of the container up to the first zero, then zeros.
@@ -215,7 +216,7 @@ bool Fill(RepairWork* work, const NodeInfo& node, const std::vector<std::uint64_
   work->Begin(ActionKind::kFillHoles, node.number).count = missing.size();
   for (const std::uint64_t index : missing) {
     OrbNodeRecord record = work->GetNode(node.number);
-    const std::uint32_t block = work->Take(zeros);
+    const std::uint32_t block = work->TakeForCopy(zeros);
     if (block == kNoBlock || !SetMapSlot(work, &record, index, block)) return false;
     work->PutNode(node.number, record);
   }

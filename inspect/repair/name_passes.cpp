@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <set>
 #include <tuple>
 
 #include "inspect/container/fields.h"
@@ -135,7 +136,8 @@ bool FinishStopped(RepairWork* work) {
                             : node->names[0];
   if (!IsWhole(model.nodes[wrong.directory])) return false;
   work->vouched.node = node->number;
-  Action action = Removal(*work, ActionKind::kRemoveSecond, wrong.directory, model.EntryOf(wrong));
+  const ActionKind kind = removal ? ActionKind::kEndRemoval : ActionKind::kEndMove;
+  Action action = Removal(*work, kind, wrong.directory, model.EntryOf(wrong));
   action.other = right.directory;
   action.otherPath = PathOf(model, right.directory);
   action.newName = NameOf(model.EntryOf(right).record);
@@ -146,13 +148,10 @@ bool FinishStopped(RepairWork* work) {
 
 // ---- Second names ---------------------------------------------------------------------------------------------------
 
-// The directory has the name already, for the same node.
-bool IsAgain(const Model& model, const NodeInfo& node, const NameRef& name) {
-  const std::string wanted = UpperCase(NameOf(model.EntryOf(name).record));
-  return std::any_of(node.names.begin(), node.names.end(), [&](const NameRef& other) {
-    return other.directory == name.directory && other.entry < name.entry &&
-           UpperCase(NameOf(model.EntryOf(other).record)) == wanted;
-  });
+// Both are the same name in one directory.
+bool AreEqual(const Model& model, const NameRef& one, const NameRef& other) {
+  return one.directory == other.directory &&
+         UpperCase(NameOf(model.EntryOf(one).record)) == UpperCase(NameOf(model.EntryOf(other).record));
 }
 
 // Gives the second names of files nodes and contents of their own. What cannot be copied is left for removal.
@@ -161,11 +160,11 @@ void CopySecondNames(RepairWork* work) {
   for (const NodeInfo& node : model.nodes) {
     if (node.names.size() < 2 || node.IsDirectory()) continue;
     const NameRef right = RightName(model, node);
+    std::set<std::pair<std::uint16_t, std::string>> seen;
     for (const NameRef& name : node.names) {
       const bool keep = name.directory == right.directory && name.entry == right.entry;
-      if (keep || !HasLegalName(model, name) || IsAgain(model, node, name) || !IsWhole(model.nodes[name.directory])) {
-        continue;
-      }
+      const bool again = !seen.emplace(name.directory, UpperCase(NameOf(model.EntryOf(name).record))).second;
+      if (keep || again || !HasLegalName(model, name) || !IsWhole(model.nodes[name.directory])) continue;
       const Entry& entry = model.EntryOf(name);
       Action& action = work->Begin(ActionKind::kCopyNode, name.directory);
       action.name = NameOf(entry.record);
@@ -248,7 +247,8 @@ void Repoint(RepairWork* work, std::uint16_t directory, const Entry& entry, std:
 }
 
 // One entry's number was damaged and is another node's now: that node has two names, and one has lost its own.
-void RepointSecondName(RepairWork* work, const NodeInfo& lost, const NodeInfo* onlyTwice) {
+void RepointSecondName(RepairWork* work, const NodeInfo& lost, const NodeInfo* onlyTwice,
+                       std::set<std::uint16_t>* seen) {
   const Model& model = work->model();
   const NodeInfo* twice = nullptr;
   for (std::uint32_t bit = 1; bit < 0x10000; bit <<= 1) {
@@ -258,7 +258,8 @@ void RepointSecondName(RepairWork* work, const NodeInfo& lost, const NodeInfo* o
     twice = &model.nodes[number];
   }
   if (twice == nullptr) twice = onlyTwice;
-  if (twice == nullptr || IsAgain(model, *twice, twice->names[1])) return;
+  if (twice == nullptr || AreEqual(model, twice->names[0], twice->names[1])) return;
+  if (!seen->insert(twice->number).second) return;  // its names are no longer the model's
   const NameRef* const name = DamagedName(model, *twice, lost);
   if (name == nullptr || !IsWhole(model.nodes[name->directory])) return;
   const Entry& entry = model.EntryOf(*name);
@@ -327,9 +328,9 @@ void RepointSecondNames(RepairWork* work) {
   const Model& model = work->model();
   const NodeInfo* const onlyTwice = FindOnly(model, [](const NodeInfo& node) { return node.names.size() > 1; });
   const bool single = onlyTwice != nullptr && CountNames(*onlyTwice) == 2 && FindOnlyNameless(*work) != nullptr;
+  std::set<std::uint16_t> seen;
   for (const NodeInfo& node : model.nodes) {
-    if (IsNameless(node)) RepointSecondName(work, node, single ? onlyTwice : nullptr);
-    if (work->changed) return;
+    if (IsNameless(node)) RepointSecondName(work, node, single ? onlyTwice : nullptr, &seen);
   }
 }
 
@@ -375,7 +376,7 @@ void UndoTornRemovals(RepairWork* work) {
                                  [&](const Entry& entry) { return UpperCase(NameOf(entry.record)) == name; });
   if (!legal || there) return;
   work->vouched.node = lost->number;
-  Action& action = work->Begin(ActionKind::kRestoreEntry, directory->number);
+  Action& action = work->Begin(ActionKind::kUndoRemoval, directory->number);
   action.name = name;
   action.first = lost->number;
   work->PutHalf(directory->directory.holeOffset, lost->number);

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "inspect/check/finding.h"
+#include "inspect/container/fields.h"
 #include "inspect/container/names.h"
 #include "inspect/container/reader.h"
 
@@ -40,8 +41,7 @@ struct Place {
 struct Missing {
   std::uint32_t place = 0;
   Node node;
-  bool weak = false;           // it may be anywhere
-  std::uint16_t recorded = 0;  // the number that its slot carries
+  bool weak = false;  // it may be anywhere
 };
 
 // A directory whose files are to be looked for, in the one that it has become.
@@ -50,11 +50,21 @@ struct Pair {
   bool there = false;
   Node after;
   std::uint32_t place = 0;
-  bool weak = false;  // no path leads there
+  bool weak = false;   // no path leads there
+  bool alias = false;  // its first block is another directory's, to which a path leads
 };
 
 bool LeadsThere(const Listed& entry) {
   return !entry.problem.IsFailure() && !entry.nameProblem && entry.place != Listed::Place::kBehindHole;
+}
+
+// The number in the "." of the directory, 0 where there is none.
+std::uint16_t DotOf(Reader* reader, const Node& directory) {
+  std::uint8_t bytes[kDirEntrySize];
+  std::uint32_t done = 0;
+  if (reader->Read(directory, 0, bytes, sizeof bytes, &done) || done < sizeof bytes) return 0;
+  const OrbDirEntry dot = DecodeEntry(bytes);
+  return NameOf(dot) == "." ? dot.node : std::uint16_t{0};
 }
 
 class Judge {
@@ -89,6 +99,7 @@ class Judge {
   void ComparePair(const Pair& pair);
   void CompareDirectory(const Listed& entry, const Pair& pair, const Listed* match);
   void CompareFile(const Listed& entry, const Pair& pair, const Listed* match);
+  bool IsAlias(const Node& directory);
   static const Listed* MatchFor(const Listed& entry, const Index& after);
   std::uint32_t AddPlace(const Pair& pair, const Listed& entry);
 
@@ -241,6 +252,13 @@ std::uint32_t Judge::AddPlace(const Pair& pair, const Listed& entry) {
   return static_cast<std::uint32_t>(places_.size() - 1);
 }
 
+bool Judge::IsAlias(const Node& directory) {
+  const std::uint16_t dot = DotOf(&before_, directory);
+  if (dot == 0 || dot == directory.number || (dot != kRootNode && names_.count(dot) == 0)) return false;
+  Node other;
+  return !before_.ReadNode(dot, &other).IsFailure() && other.directory && DotOf(&before_, other) == dot;
+}
+
 void Judge::CompareDirectory(const Listed& entry, const Pair& pair, const Listed* match) {
   const std::uint16_t recorded = entry.node.record.number;
   const bool weak = pair.weak || !LeadsThere(entry) || recorded != entry.number;
@@ -269,6 +287,7 @@ void Judge::CompareDirectory(const Listed& entry, const Pair& pair, const Listed
   }
   if (weak && !pair.weak && names_.count(entry.number) > 0) return;  // a path leads there elsewhere
   entered_[entry.number] = true;
+  below.alias = IsAlias(entry.node);
   below.place = AddPlace(pair, entry);
   (weak ? weakPairs_ : pairs_).push_back(below);
 }
@@ -297,8 +316,8 @@ void Judge::CompareFile(const Listed& entry, const Pair& pair, const Listed* mat
   }
   Missing missing;
   missing.node = entry.node;
-  missing.recorded = entry.node.record.number;
-  missing.weak = pair.weak || !LeadsThere(entry) || missing.recorded != entry.number;
+  const bool another = pair.alias && entry.index < before_.geometry().entriesPerBlock();
+  missing.weak = pair.weak || another || !LeadsThere(entry) || entry.node.record.number != entry.number;
   missing.place = AddPlace(pair, entry);
   missing_.push_back(missing);
 }
@@ -411,7 +430,7 @@ void Judge::Excuse(const std::vector<Missing>& missing) {
     const bool removed = vouched_.removal && vouched_.node == file.node.number;
     if ((any || meant) && (file.node.size() == 0 || keptNodes_[file.node.number] || removed)) {
       node = file.node.number;
-      ++promise_.excused;
+      if (promise_.excused++ == 0) promise_.firstExcused = PathOf(file.place);
       continue;
     }
     promise_.lostFiles.push_back({places_[file.place].name, file.node.number, file.node.record});
@@ -435,12 +454,16 @@ Promise JudgePromise(const Image& before, const Image& after, const Vouched& vou
   return Judge(before, after, vouched, touched).Run();
 }
 
+std::string ExcusedText(const Promise& promise) {
+  constexpr const char* kOperation = " with the interrupted operation";
+  if (promise.excused == 0) return "";
+  if (promise.excused == 1) return promise.firstExcused + " ends" + kOperation;
+  return to_string(promise.excused) + " end" + kOperation + ", first " + promise.firstExcused;
+}
+
 std::string ToText(const Promise& promise) {
   std::string text = "keeps " + to_string(promise.kept) + " of " + Counted(promise.readable, "readable file");
-  if (promise.excused > 0) {
-    text += "; " + to_string(promise.excused) + (promise.excused == 1 ? " ends" : " end") +
-            " with the interrupted operation";
-  }
+  if (promise.excused > 0) text += "; " + ExcusedText(promise);
   if (promise.regained > 0) {
     text += "; " + to_string(promise.regained) + (promise.regained == 1 ? " more comes back" : " more come back");
   }

@@ -4,11 +4,10 @@
 //
 // A file counts as readable when the reader finds all of its blocks. Its path is the one that leads there:
 //   - Of equal names in a directory paths lead to the first alone, to a name that the rule for names refuses none need
-// lead
-//     after a repair, and behind a hole no reader looks. What such an entry refers to must be there afterwards, but may
-// be
-//     anywhere.
+//     lead after a repair, and behind a hole no reader looks. What such an entry refers to must be there afterwards,
+//     but may be anywhere.
 //   - So may what a node is read for whose slot carries another node's number.
+//   - So may what a directory's first block refers to that is another directory's, or a copy of its, as the "." says.
 //   - A directory with several names keeps one of them, with all that is below.
 //
 // One exception: the operation that a set mark vouches for may be finished or taken back. Of an object being moved one
@@ -49,6 +48,7 @@ struct Promise {
   std::uint32_t mended =
       0;  // files that stay where they are and can now be read whole: cut off or filled up with zeros
   std::uint32_t toLost = 0;         // files that come to lie under /LOST.FND
+  std::string firstExcused;         // the path of the first of those
   std::vector<std::string> losses;  // the paths of files that would be lost, fit for messages: the first kMostLosses
   std::vector<Loss> lostFiles;      // all of them
 
@@ -65,6 +65,9 @@ using Touched = std::function<bool(std::uint64_t offset, std::uint64_t count)>;
 // to its number of nodes.
 Promise JudgePromise(const Image& before, const Image& after, const Vouched& vouched = {},
                      const Touched& touched = nullptr);
+
+// "/A/X ends with the interrupted operation", "2 end with the interrupted operation, first /A/X"; "" where none does.
+std::string ExcusedText(const Promise& promise);
 
 // "keeps 971 of 971 readable files; 3 more come back; 1 goes to /LOST.FND", followed by a line for each file lost.
 std::string ToText(const Promise& promise);

@@ -209,6 +209,102 @@ Records FindRecords(const RepairWork& work) {
   return records;
 }
 
+// ---- Records in slots of other nodes --------------------------------------------------------------------------------
+
+// Where sectors of node blocks were exchanged, or written to the wrong place, slots hold the records of other nodes. By
+// number: the node in whose slot its record lies. Only records of nodes that have none in their own slot.
+using Strays = std::map<std::uint16_t, std::uint16_t>;
+
+bool HasOwnRecord(const NodeInfo& node) {
+  return node.offset != 0 && node.record.signature == kNodeSignature && node.record.number == node.number;
+}
+
+// The node's slot holds another's record, as far as signature and number tell.
+bool HoldsStray(const Model& model, const NodeInfo& node) {
+  return node.offset != 0 && node.record.signature == kNodeSignature && node.record.number != node.number &&
+         model.IsNode(node.record.number) && !HasOwnRecord(model.nodes[node.record.number]);
+}
+
+// A slot beside it holds a record from as far away: not a number was damaged, but several slots were written together.
+bool IsInRun(const Model& model, const NodeInfo& node) {
+  const int away = node.record.number - node.number;
+  const auto isAsFar = [&](std::uint32_t number) {
+    return model.IsNode(number) && HoldsStray(model, model.nodes[number]) &&
+           model.nodes[number].record.number - static_cast<int>(number) == away;
+  };
+  return isAsFar(node.number - 1u) || isAsFar(node.number + 1u);
+}
+
+// What proves a record to be another's: signature and number, and that an entry refers to this number, the number is
+// the root's, or the bitmap has it in use and the slot is not the only one.
+Strays FindStrays(const RepairWork& work) {
+  const Model& model = work.model();
+  Strays strays;
+  std::vector<bool> named;
+  std::set<std::uint16_t> twice;
+  for (const NodeInfo& node : model.nodes) {
+    if (!HoldsStray(model, node)) continue;
+    const std::uint16_t number = node.record.number;
+    if (!IsPlausible(work.geometry(), number, node.record)) continue;
+    if (named.empty()) named = FindNamed(work);
+    const bool used = model.nodes[number].state != NodeState::kFree;
+    if (number != kRootNode && !named[number] && !(used && IsInRun(model, node))) continue;
+    const auto [first, fresh] = strays.emplace(number, node.number);
+    if (!fresh && Encoded(model.nodes[first->second].record) != Encoded(node.record)) twice.insert(number);
+  }
+  for (const std::uint16_t number : twice) strays.erase(number);
+  return strays;
+}
+
+// A node block for table entry `index` in a new place, with all records that belong there. The old one stays as it is
+// until the table refers to the new one: it may hold the only copy of other nodes' records.
+bool MoveNodeBlock(RepairWork* work, std::uint32_t index, const Strays& strays) {
+  const Model& model = work->model();
+  const Geometry& geometry = work->geometry();
+  Action& action = work->Begin(ActionKind::kMoveRecords);
+  action.first = index;
+  action.count = 0;
+  std::vector<std::uint8_t> bytes(geometry.blockSize);
+  for (std::uint32_t i = 0; i < geometry.nodesPerBlock(); ++i) {
+    const auto number = static_cast<std::uint16_t>(geometry.firstNode(index) + i);
+    const auto stray = strays.find(number);
+    if (stray != strays.end()) ++action.count;
+    const bool there = model.IsNode(number) && model.nodes[number].offset != 0;
+    const OrbNodeRecord record = stray != strays.end() ? model.nodes[stray->second].record
+                                 : there               ? model.nodes[number].record
+                                                       : EmptyNode(number);
+    EncodeNode(record, &bytes[i * kNodeSize]);
+  }
+  work->careful = true;
+  action.block = work->Take(bytes);
+  work->careful = false;
+  if (action.block == kNoBlock) return false;
+  work->PutWord(TableEntryOffset(index), action.block);
+  return true;
+}
+
+// Each record is written to the slot of its own number. A slot that holds the only copy of a record itself is not
+// written over: its block is made anew elsewhere, unless there is no room for that.
+void MoveRecords(RepairWork* work, const Strays& strays) {
+  const Model& model = work->model();
+  std::set<std::uint16_t> sources;
+  for (const auto& [number, slot] : strays) sources.insert(slot);
+  std::set<std::uint32_t> moved;  // table entries
+  for (const auto& [number, slot] : strays) {
+    const std::uint32_t index = (number - 1u) / work->geometry().nodesPerBlock();
+    const NodeInfo& node = model.nodes[number];
+    if (node.offset == 0 && model.table[index] != kNoBlock) continue;
+    const bool anew = node.offset == 0 || sources.count(number) != 0;
+    if (anew && moved.count(index) == 0 && MoveNodeBlock(work, index, strays)) moved.insert(index);
+    if (moved.count(index) == 0) {
+      if (node.offset == 0) continue;
+      work->Begin(ActionKind::kMoveRecord, number).first = slot;
+      work->PutNode(number, model.nodes[slot].record);
+    }
+    if (node.state == NodeState::kFree) work->SetFree(number, false);
+  }
+}
+
 }  // namespace
 
 std::vector<std::uint8_t> Encoded(const OrbNodeRecord& record) {
@@ -219,22 +315,23 @@ std::vector<std::uint8_t> Encoded(const OrbNodeRecord& record) {
 
 void RegainRecords(RepairWork* work) {
   const Model& model = work->model();
-  if (work->report.totals.leakedBlocks == 0) return;
+  const Strays strays = FindStrays(*work);
   std::vector<const NodeInfo*> lost;
   for (const NodeInfo& node : model.nodes) {
-    const bool own = node.record.signature == kNodeSignature && node.record.number == node.number;
     const bool mended = node.readable && !IsCopyOfAnother(model, node);
-    if (node.offset != 0 && !own && !mended) lost.push_back(&node);
+    if (node.offset != 0 && !HasOwnRecord(node) && !mended) lost.push_back(&node);
   }
-  if (lost.empty()) return;
-  const Records records = FindRecords(*work);
-  for (const NodeInfo* node : lost) {
-    const auto found = records.find(node->number);
-    if (found == records.end() || !HoldsData(*work, node->number, found->second)) continue;
-    work->Begin(ActionKind::kReturnRecord, node->number);
-    work->PutNode(node->number, found->second);
-    if (node->state == NodeState::kFree) work->SetFree(node->number, false);
+  if (work->report.totals.leakedBlocks > 0 && !lost.empty()) {
+    const Records records = FindRecords(*work);
+    for (const NodeInfo* node : lost) {
+      const auto found = records.find(node->number);
+      if (found == records.end() || !HoldsData(*work, node->number, found->second)) continue;
+      work->Begin(ActionKind::kReturnRecord, node->number);
+      work->PutNode(node->number, found->second);
+      if (node->state == NodeState::kFree) work->SetFree(node->number, false);
+    }
   }
+  if (!work->changed) MoveRecords(work, strays);
 }
 
 std::uint32_t CountNamelessEntries(const RepairWork& work, std::uint32_t block) {

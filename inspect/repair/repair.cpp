@@ -14,11 +14,11 @@ namespace {
 
 using std::to_string;
 
-constexpr Pass kPasses[] = {FixHeader,   FillTail,         FixTable,          RegainDirectories, RegainRecords,
-                            FixSlots,    FixBitmap,        ReviveNodes,       FixRecords,        DropFreedBlocks,
-                            RegainMaps,  RegainEntries,    Unshare,           FixSlotsOutside,   FixMaps,
-                            FixRoot,     UndoTornRemovals, FixDirectorySizes, FixNames,          FixEntries,
-                            BreakCycles, FixLeakedNodes,   FixChain};
+constexpr Pass kPasses[] = {FixHeader,  FillTail,      FixTable,         RegainRecords,     RegainDirectories,
+                            FixSlots,   FixBitmap,     ReviveNodes,      FixRecords,        DropFreedBlocks,
+                            RegainMaps, RegainEntries, Unshare,          FixSlotsOutside,   FixMaps,
+                            FixRoot,    EmptyCopies,   UndoTornRemovals, FixDirectorySizes, FixNames,
+                            FixEntries, BreakCycles,   FixLeakedNodes,   FixChain};
 
 // Far more rounds than any damage takes; a guard against passes that undo each other.
 constexpr int kMostRounds = 100;
@@ -151,7 +151,7 @@ Plan Draft(const Image& image, const TimeStamp& now, Report before, const std::v
   plan.before = std::move(before);
   plan.possible = true;
   RepairWork work(image, now);
-  work.marked = plan.before.marked && (plan.before.model.header.stateFlags & kRepairMark) == 0;
+  work.marked = plan.before.model.header.stateFlags == kVolumeDirty;
   work.budget = plan.before.model.geometry.blocks + 1024u;
   for (const BlockInfo& block : plan.before.model.blocks) {
     work.wasFree.push_back(block.use == BlockUse::kFree || block.use == BlockUse::kChainRecord);
@@ -317,6 +317,12 @@ std::uint32_t RepairWork::Take(const std::vector<std::uint8_t>& contents) {
   --budget;
   Put(geometry().BlockOffset(block), contents.data(), contents.size());
   return block;
+}
+
+std::uint32_t RepairWork::TakeForCopy(const std::vector<std::uint8_t>& contents) {
+  constexpr std::uint64_t kFew = 64;  // a directory, map blocks
+  const std::uint64_t reserve = model().nodes.size() / geometry().entriesPerBlock() + kFew;
+  return budget > reserve ? Take(contents) : kNoBlock;
 }
 
 std::uint32_t RepairWork::FindDirectoryBlock(std::uint16_t number) {

@@ -98,7 +98,8 @@ void Link(RepairWork* work, const NodeInfo& node, const LostFound& lost, Names* 
 // ---- The chain ------------------------------------------------------------------------------------------------------
 
 bool IsChainSound(const Report& report) {
-  std::uint64_t faults = report.Count(Kind::kBlockLeaked) + report.Count(Kind::kLastBlockFreed);
+  std::uint64_t faults =
+      report.Count(Kind::kBlockLeaked) + report.Count(Kind::kLastBlockFreed) + report.Count(Kind::kHeaderTorn);
   for (auto kind = static_cast<std::size_t>(Kind::kChainOutside);
        kind <= static_cast<std::size_t>(Kind::kChainBlockInUse); ++kind) {
     faults += report.counts[kind];
@@ -119,7 +120,7 @@ std::uint16_t AddCopy(RepairWork* work, const OrbNodeRecord& like, const Image& 
   for (std::uint64_t index = 0; index < geometry.BlocksFor(like.size); ++index) {
     const std::uint32_t block = FindBlock(from, geometry, like, index);
     if (block == kNoBlock || !from.Read(geometry.BlockOffset(block), bytes.data(), bytes.size())) return 0;
-    const std::uint32_t copy = work->Take(bytes);
+    const std::uint32_t copy = work->TakeForCopy(bytes);
     if (copy == kNoBlock || !SetMapSlot(work, &record, index, copy)) return 0;
   }
   record.signature = kNodeSignature;

@@ -48,8 +48,10 @@ struct RepairWork {
   // ---- Taking blocks. A block is taken by writing it; 0 when there is none left to take. Free blocks come first, then
   // new ones at the container's end. Lost ones are spared as long as they can be: what they hold may still be wanted.
   std::uint32_t Take(const std::vector<std::uint8_t>& contents);
-  // Blocks that may still be taken: repair does not blow a container up without end.
+  // Blocks that may still be taken: repair does not blow a container up without end. Copies of contents leave a reserve
+  // for what names need.
   std::uint64_t budget = 0;
+  std::uint32_t TakeForCopy(const std::vector<std::uint8_t>& contents);
 
   // The slot of a map names a block that can be one of its block-map blocks.
   bool CanEnter(std::uint32_t block) const {
@@ -110,7 +112,7 @@ void FixTable(RepairWork* work);  // regains node blocks
 // regain_passes.cpp
 void RegainDirectories(RepairWork* work);  // whose records are lost
 // regain_passes.cpp
-void RegainRecords(RepairWork* work);  // that were written elsewhere as well
+void RegainRecords(RepairWork* work);  // that lie in lost blocks or in the slots of other nodes
 // layout_passes.cpp
 void FixSlots(RepairWork* work);  // signatures and numbers
 void FixBitmap(RepairWork* work);
@@ -129,6 +131,8 @@ void FixSlotsOutside(RepairWork* work);  // blocks that the container does not h
 void FixMaps(RepairWork* work);          // holes, missing map blocks, blocks past the size
 // layout_passes.cpp
 void FixRoot(RepairWork* work);  // a root that is lost
+// directory_passes.cpp
+void EmptyCopies(RepairWork* work);  // first blocks that are copies of other directories'
 // name_passes.cpp
 void UndoTornRemovals(RepairWork* work);  // entries that were cleared but not yet moved
 // directory_passes.cpp
@@ -175,6 +179,8 @@ bool CanBeRevived(const RepairWork& work, std::uint32_t number);
 
 // The entry is a name, and the node that it names can be one of the volume.
 bool NamesNode(const RepairWork& work, const Entry& entry);
+// By number: a directory has such an entry for the node.
+std::vector<bool> FindNamed(const RepairWork& work);
 
 // The record can only be that of a file or directory that was not deleted: it is plausible, holds something, and has
 // all the blocks for it that it should name itself; they are lost ones, each named once.

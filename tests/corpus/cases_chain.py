@@ -24,6 +24,12 @@ def chain_head_in_a_file(c):
     c.put_word(at.CHAIN_HEAD, c.data_block("/SMALL.TXT", 0))
 
 
+@case("wide")
+def chain_head_in_a_file_and_no_free_block(c):
+    """The free chain, of a container without free blocks, begins in the block of /WIDE/W000."""
+    c.put_word(at.CHAIN_HEAD, c.data_block("/WIDE/W000", 0))
+
+
 @case("tree")
 def chain_signature(c):
     """The record of the free chain does not begin with "FBC1"."""

@@ -113,3 +113,38 @@ def several_map_pointer_and_table_entry(c):
 def several_number_and_name_of_an_entry(c):
     """The first four bytes of the entry of /A/NOTE.TXT are those of node 7, which is /SMALL.TXT, and of no name."""
     c.put_word(c.entry("/A", "NOTE.TXT"), c.node("/SMALL.TXT"))
+
+
+@case("tree")
+def several_one_block_for_all(c):
+    """All small files of /LOGS have the block of /LOGS/L00, and the entries of /LOGS are zeros."""
+    for index in range(68):
+        c.put_word(c.slot(f"/LOGS/L{index:02}", 0), c.data_block("/LOGS/L00", 0))
+    for block in range(3):
+        c.put(c.block(c.data_block("/LOGS", block)) + (64 if block == 0 else 0), bytes(960))
+
+
+@case("tree")
+def several_crossed_maps(c):
+    """/SINGLE.BIN and /DOUBLE.BIN go through each other's indirect block, and /SMALL.TXT through both."""
+    single, double = c.record("/SINGLE.BIN") + at.INDIRECT, c.record("/DOUBLE.BIN") + at.INDIRECT
+    c.put_word(single, c.was(double))
+    c.put_word(double, c.was(single))
+    c.put_word(c.record("/SMALL.TXT") + at.INDIRECT, c.was(single))
+    c.put_word(c.record("/SMALL.TXT") + at.DOUBLE, c.was(double))
+    c.put_word(c.record("/SMALL.TXT") + at.SIZE, 300 * 1024)
+
+
+@case("tree")
+def several_map_block_full_of_itself(c):
+    """Every slot of the indirect block of /DOUBLE.BIN refers to that block."""
+    indirect = c.was(c.record("/DOUBLE.BIN") + at.INDIRECT)
+    for slot in range(c.slots):
+        c.put_word(c.block(indirect) + 4 * slot, indirect)
+
+
+@case("tree")
+def several_directories_with_one_block(c):
+    """/A, /A/B and /A/B/C have the first block of /LOGS."""
+    for path in ("/A", "/A/B", "/A/B/C"):
+        c.put_word(c.slot(path, 0), c.data_block("/LOGS", 0))

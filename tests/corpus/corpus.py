@@ -9,9 +9,10 @@ what `orba check` has to say about it, what `orba repair` does and what is left 
                                                tool
 
 For every case: check tells the same in text and JSON; check, the dry run, recover and a repair that is refused change
-no byte; the dry run shows what the repair does. After one repair check finds the container clean, a second repair
-changes no byte, the library mounts it and reads every file, and undo brings the damage back byte by byte. Recover
-copies out the very files that a repair leaves.
+no byte; the dry run shows what the repair does. What could be read before, as reading.py finds it, is there after the
+repair, or in what recover copied where that is refused; how many files that are stands in the expected file. After one
+repair check finds the container clean, a second repair changes no byte, the library mounts it and reads every file,
+and undo brings the damage back byte by byte. Recover copies out the very files that a repair leaves.
 """
 import argparse
 import functools
@@ -35,8 +36,11 @@ import cases_header
 import cases_maps
 import cases_nodes
 import cases_several
+import cases_torn
 import cases_truncated
+import container as at
 import outcome
+import reading
 from container import ORBA, Container, sound
 
 EXPECTED = pathlib.Path(__file__).parent / "expected"
@@ -51,6 +55,7 @@ GROUPS = {
     "truncated": cases_truncated.CASES,
     "several": cases_several.CASES,
     "evidence": cases_evidence.CASES,
+    "torn": cases_torn.CASES,
 }
 STAMP = "%Y-%m-%d %H:%M:%S"  # of orba's listings, in UTC
 START = time.strftime(STAMP, time.gmtime())
@@ -160,7 +165,10 @@ class CorpusTest(unittest.TestCase):
         text = f"{sentence(case)}\n\n$ orba check {self.name}\n{check}\n$ orba repair {self.name}\n{repaired}"
         if repaired.status not in (0, 1):
             self.assertEqual(self.path.read_bytes(), self.damaged)
-            return f"{text}\n$ orba recover {self.name} recovered\n{recovered}"
+            kept = ""
+            if (self.folder / "recovered").is_dir():
+                kept = self.judge_promise(case, host_tree(self.folder / "recovered")) + "\n"
+            return f"{text}\n{kept}$ orba recover {self.name} recovered\n{recovered}"
         if repaired.status == 0:  # notes alone
             self.assertEqual((str(planned), self.path.read_bytes()), (str(repaired), self.damaged))
         else:
@@ -203,7 +211,15 @@ class CorpusTest(unittest.TestCase):
         unharmed = any(line.startswith("clean") for line in before.out.splitlines())
         self.assertEqual((recovered.status, recovered.err), (0 if unharmed else 4, ""), recovered)
         self.assertEqual(host_tree(self.folder / "recovered"), {path: file.contents for path, file in after.items()})
-        return outcome.describe(sound_tree(case.base), after, Container(sound(case.base)).block_size)
+        described = outcome.describe(sound_tree(case.base), after, Container(sound(case.base)).block_size)
+        return [self.judge_promise(case, {path: file.contents for path, file in after.items()}), *described]
+
+    def judge_promise(self, case, after):
+        """What is left of the files that could be read before."""
+        state = self.damaged[at.STATE_FLAGS] if len(self.damaged) > at.STATE_FLAGS else 0
+        line, lost = reading.judge(reading.Reading(self.damaged, sound(case.base)), after, state & 3 == 1)
+        self.assertEqual(lost, [])
+        return line
 
     def undo(self):
         undone = Run(self.folder, "undo", self.name, "undo")

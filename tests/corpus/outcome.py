@@ -18,7 +18,7 @@ def describe(before, after, block_size):
             marks = _marks(before[old], after[new])
             lines.append(f"moved    {old}{_kind(before[old])} -> {new}{_kind(after[new])}{_count(before, old)}{marks}")
             come = [path for path in come if path != new and not path.startswith(new + "/")]
-        elif old in after and before[old].contents is not None and after[old].contents is not None:
+        elif old in come and before[old].contents is not None and after[old].contents is not None:
             lines.append(f"changed  {old}: {_changes(before[old], after[old], block_size)}")
             come.remove(old)
         else:

@@ -155,7 +155,7 @@ class MarkLost : public LibraryTest {
 
 TEST_F(MarkLost, between_the_two_names_of_a_move_leaves_both_in_use) {
   MountStopped("move_file_to_new_block_popping_record_1024", 4);
-  EXPECT_EQ(Disk(), "two-names 1");
+  EXPECT_EQ(Disk(), "many-names 1");
   EXPECT_EQ(OrbGetFileAttributesA("/FROM/OLD"), 0u);
   EXPECT_EQ(OrbGetFileAttributesA("/TO/NEW"), 0u);
   EXPECT_EQ(Outcome(OrbDeleteFileA("/FROM/OLD")), "");

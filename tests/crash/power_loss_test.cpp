@@ -151,6 +151,16 @@ bool HasTurn(size_t k, size_t count) {
   return k < kEnds || k + kEnds >= count || k % kStep == 0;
 }
 
+void CountKinds(const FileImage& image) {
+  const inspect::Report report = testhost::Inspect(image);
+  for (const inspect::KindInfo& info : inspect::AllKinds()) {
+    const bool counts = info.severity == inspect::Severity::kDamage || info.severity == inspect::Severity::kInterrupted;
+    if (counts && report.Count(info.kind) > 0) {
+      Count(std::string("torn writes that leave ") + (report.marked ? "" : "no mark and ") + info.name);
+    }
+  }
+}
+
 TEST_P(PowerLoss, torn_write_is_repaired_in_one_run) {
   const std::set<size_t> data = DataWrites(writes());
   for (size_t k = 0; k < writes().size(); ++k) {
@@ -158,7 +168,10 @@ TEST_P(PowerLoss, torn_write_is_repaired_in_one_run) {
     SCOPED_TRACE("write " + std::to_string(k));
     std::vector<FileImage> torn = Torn(states()[k].image, states()[k + 1].image, writes()[k]);
     if (data.count(k) != 0 && torn.size() > 2) torn = {torn.front(), torn.back()};
-    for (const FileImage& image : torn) RepairAndMount(image, Keeps::kNames);
+    for (const FileImage& image : torn) {
+      CountKinds(image);
+      RepairAndMount(image, Keeps::kNames);
+    }
     Count("torn writes", torn.size());
   }
 }

@@ -157,6 +157,7 @@ void Try(const Sound& sound, const Bytes& damaged, const std::string& what, Tall
   ++tally->images;
   if (!plan.possible) {
     ++tally->impossible;
+    if (g_Verbose) std::printf("%s %s: %s\n", sound.name.c_str(), what.c_str(), plan.problem.c_str());
     return;
   }
   const Bytes repaired = testimage::AfterWrites(plan, damaged, testimage::WriteCount(plan));

@@ -3,6 +3,7 @@ import fcntl
 import os
 import re
 import signal
+import struct
 import subprocess
 import unittest
 
@@ -146,6 +147,51 @@ class RepairHostTest(ToolTest):
     def bytes_read_by(process):
         with open(f"/proc/{process}/io", encoding="ascii") as counts:
             return int(re.search(r"rchar: (\d+)", counts.read())[1])
+
+
+class RepairRefusalTest(ToolTest):
+    """A file with two names, and no node left for a copy: one of the names would be lost."""
+
+    def setUp(self):
+        super().setUp()
+        self.format("card.orb", "--block-size", "1024", "--nodes", "16")
+        for number in range(2, 17):
+            self.put_text(f"card.orb:/F{number:02}", f"file {number}")
+        contents = self.read("card.orb")
+        data = struct.unpack_from("<I", contents, 36)[0]  # block 1, which begins with the root's record
+        end = data + 1024 + 17 * 32  # of its entries, in block 2
+        self.patch("card.orb", end, struct.pack("<H30s", 2, b"TWICE"))
+        self.patch("card.orb", data + 16, struct.pack("<I", 18 * 32))
+        self.damaged = self.read("card.orb")
+
+    def test_a_repair_that_costs_a_file_is_refused_with_its_path_and_what_to_do(self):
+        result = self.orba("repair", "--undo", "card.undo", "card.orb")
+        self.assertEqual(result.status, 4, result)
+        self.assertIn("keeps 15 of 16 readable files\nwould lose /TWICE\n", result.out)
+        self.assertEqual(result.err, "orba: will not repair card.orb: it would cost 1 file that can be read now, first "
+                                     "/TWICE: no room is left for copies\n"
+                                     "      fetch what can be read with: orba recover card.orb DIR\n"
+                                     "      then repair all the same with: orba repair --force card.orb\n")
+        self.assertEqual(self.read("card.orb"), self.damaged)
+        self.assertEqual(self.host_names(), ["card.orb"])
+
+    def test_recover_fetches_what_a_refused_repair_would_cost(self):
+        result = self.orba("recover", "card.orb", "saved")
+        self.assertEqual((result.status, result.err), (4, ""), result)
+        saved = self.contents("saved")
+        self.assertEqual(saved.pop("TWICE"), b"file 2")
+        self.assertEqual(saved, {f"F{number:02}": f"file {number}".encode() for number in range(2, 17)})
+        self.assertEqual(self.read("card.orb"), self.damaged)
+
+    def test_force_carries_a_refused_repair_out_and_undo_takes_it_back(self):
+        result = self.orba("repair", "--force", "--undo", "card.undo", "card.orb")
+        self.assertEqual((result.status, result.err), (1, ""), result)
+        self.assertIn("would lose /TWICE\n", result.out)
+        self.assert_clean()
+        self.assertEqual(self.listing(), [f"F{number:02}" for number in range(2, 17)])
+        self.assertEqual(self.ok("cat", "card.orb:/F02"), "file 2")
+        self.ok("undo", "card.orb", "card.undo")
+        self.assertEqual(self.read("card.orb"), self.damaged)
 
 
 if __name__ == "__main__":

@@ -73,6 +73,7 @@ std::string Prospect(const inspect::Promise& promise) {
             (all && promise.readable > 1 ? "all " : "") + inspect::Counted(promise.readable, "file") +
             " that can be read";
   }
+  if (promise.excused > 0) text += "; " + ExcusedText(promise);
   if (promise.toLost > 0 || promise.regained > 0) {
     text += "; " + std::to_string(promise.toLost) + " would be without a name";
   }

@@ -795,9 +795,10 @@ TEST(CheckEntries, two_names_in_one_directory_is_damage) {
   EXPECT_EQ(Found(image), At("many-names", 2, 0, kNoOffset, 2));
 }
 
-TEST(CheckEntries, file_with_two_names_is_half_made) {
+TEST(CheckEntries, file_with_two_names_on_a_marked_container_is_a_stopped_move) {
   Small image;
   image.AddEntry(3, "X", 2);
+  image.Put32(kStateFlagsOffset, kVolumeDirty);
   EXPECT_EQ(Found(image), At("two-names", 2, 0, kNoOffset));
 }
 
@@ -805,6 +806,7 @@ TEST(CheckEntries, two_names_of_which_one_is_illegal_is_damage) {
   for (const bool first : {true, false}) {
     Small image;
     image.AddEntry(3, "X", 2);
+    image.Put32(kStateFlagsOffset, kVolumeDirty);
     image.PutText((first ? image.EntryOffset(1, 2) : image.EntryOffset(3, 4)) + 2, "?");
     const Report report = Inspect(image);
     EXPECT_EQ(report.Count(Kind::kNameIllegal), 1u) << first;
@@ -813,9 +815,10 @@ TEST(CheckEntries, two_names_of_which_one_is_illegal_is_damage) {
   }
 }
 
-TEST(CheckEntries, directory_with_two_names_is_half_made_before_and_after_its_dot_dot) {
+TEST(CheckEntries, directory_with_two_names_on_a_marked_container_is_a_stopped_move_before_and_after_its_dot_dot) {
   Small image;
   image.AddEntry(1, "E", 5);
+  image.Put32(kStateFlagsOffset, kVolumeDirty);
   EXPECT_EQ(Found(image), "two-names node=5");
   image.Put16(image.EntryOffset(5, 1), 1);
   EXPECT_EQ(Found(image), "two-names node=5");

@@ -253,6 +253,49 @@ TEST(Promise, another_directorys_slot_is_looked_through_once) {
   EXPECT_TRUE(promise.holds());
 }
 
+// /D/F, and /E, whose first block is a copy of that of /D.
+struct CopiedBlock : testimage::ImageBuilder {
+  CopiedBlock() : ImageBuilder(1024, 32) {
+    d = AddDirectory(1, "D");
+    AddFile(d, "F", 900u);
+    e = AddDirectory(1, "E");
+  }
+  void Copy() {
+    const auto from = bytes().begin() + static_cast<std::ptrdiff_t>(BlockOffset(MappedBlock(d, 0)));
+    std::copy_n(from, 1024, bytes().begin() + static_cast<std::ptrdiff_t>(BlockOffset(MappedBlock(e, 0))));
+    SetSize(e, Size(d));
+  }
+  std::uint16_t d;
+  std::uint16_t e;
+};
+
+TEST(Promise, what_a_copied_directory_block_refers_to_is_kept_where_the_original_has_it) {
+  CopiedBlock before;
+  const CopiedBlock after = before;
+  before.Copy();
+  const Promise promise = Judged(before, after);
+  EXPECT_EQ(promise.readable, 2u);
+  EXPECT_EQ(promise.kept, 2u);
+}
+
+TEST(Promise, what_a_directory_block_of_its_own_refers_to_is_not_kept_elsewhere) {
+  CopiedBlock before;
+  const CopiedBlock after = before;
+  before.Copy();
+  before.Put16(before.EntryOffset(before.e, 0), before.e);
+  EXPECT_EQ(Judged(before, after).losses, Paths{"/E/F"});
+}
+
+TEST(Promise, what_ends_with_the_operation_is_told_by_its_path) {
+  Promise promise;
+  EXPECT_EQ(ExcusedText(promise), "");
+  promise.firstExcused = "/A/X";
+  promise.excused = 1;
+  EXPECT_EQ(ExcusedText(promise), "/A/X ends with the interrupted operation");
+  promise.excused = 2;
+  EXPECT_EQ(ExcusedText(promise), "2 end with the interrupted operation, first /A/X");
+}
+
 TEST(Promise, another_file_in_lost_found_does_not_stand_for_it) {
   Small after;
   after.Remove(1, 2);
@@ -318,7 +361,7 @@ TEST(Promise, stopped_move_one_name_is_enough) {
   EXPECT_EQ(promise.readable, 5u);
   EXPECT_EQ(promise.kept, 4u);
   EXPECT_EQ(promise.excused, 1u);
-  EXPECT_EQ(ToText(promise), "keeps 4 of 5 readable files; 1 ends with the interrupted operation\n");
+  EXPECT_EQ(ToText(promise), "keeps 4 of 5 readable files; /MOVED ends with the interrupted operation\n");
   EXPECT_TRUE(Judged(before, Small(), {before.b, false}).holds());
   EXPECT_EQ(Judged(before, Small(), {before.a, false}).losses, Paths{"/MOVED"});
 }

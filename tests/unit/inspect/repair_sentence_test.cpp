@@ -142,7 +142,10 @@ TEST(RepairSentence, of_two_names_in_one_marked_directory_the_last_stays_where_i
   Small image;
   image.AddEntry(1, "X", 2);
   image.Put32(kStateFlagsOffset, kVolumeDirty);
-  EXPECT_EQ(Sentences(image), "removes \"A\" from / (node 1): node 2 keeps its name \"X\" in / (node 1)\n");
+  EXPECT_EQ(
+      Sentences(image),
+      "ends the interrupted removal in / (node 1): removes \"A\", written in part over the removed entry; node 2, "
+      "the only one with two names, keeps \"X\"\n");
   image.AddFile(1, "Z", 3);
   EXPECT_EQ(Sentences(image), "gives \"X\" in / (node 1) a copy of \"A\" in / (node 1): both refer to node 2\n");
 }

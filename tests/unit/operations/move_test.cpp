@@ -304,8 +304,8 @@ TEST_F(Move, with_any_write_meeting_a_full_disk_undoes_nothing) {
                 "mark: WRITE",
                 "write block 4: DISK_FULL",
                 "write node 3: DISK_FULL, append-interrupted",
-                "write block 5: DISK_FULL, two-names",
-                "write block 3: DISK_FULL, two-names",
+                "write block 5: DISK_FULL, many-names",
+                "write block 3: DISK_FULL, many-names",
                 "write node 2: DISK_FULL, removal-interrupted",
                 "clear: DISK_FULL, marked",
             }));
@@ -357,9 +357,9 @@ TEST_F(MoveNode, with_any_read_failing_undoes_nothing) {
                 "read block 4: NOT_READY",             // the way up
                 "read block 4: NOT_READY",             // the new name
                 "read block 4: NOT_READY",             // its block
-                "read block 5: NOT_READY, two-names",  // the moved directory's first block
-                "read block 3: NOT_READY, two-names",
-                "read node 5: NOT_READY, two-names",
+                "read block 5: NOT_READY, many-names",  // the moved directory's first block
+                "read block 3: NOT_READY, many-names",
+                "read node 5: NOT_READY, many-names",
             }));
 }
 
@@ -370,9 +370,9 @@ TEST_F(MoveNode, with_any_allocation_failing_undoes_nothing) {
                                                   "OUT_OF_MEMORY",
                                                   "OUT_OF_MEMORY",
                                                   "OUT_OF_MEMORY",
-                                                  "OUT_OF_MEMORY, two-names",
-                                                  "OUT_OF_MEMORY, two-names",
-                                                  "OUT_OF_MEMORY, two-names",
+                                                  "OUT_OF_MEMORY, many-names",
+                                                  "OUT_OF_MEMORY, many-names",
+                                                  "OUT_OF_MEMORY, many-names",
                                               }));
 }
 

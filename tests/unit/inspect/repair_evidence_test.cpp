@@ -1,0 +1,180 @@
+// Repair where two readings are possible: records in slots of other nodes, blocks that are copies of another
+// directory's, names that only a stopped operation explains. Most are also repaired from each state in which a first
+// repair may stop.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "inspect/repair/repair.h"
+#include "tests/support/image_builder.h"
+#include "tests/support/repair_harness.h"
+
+namespace orba::inspect {
+namespace {
+
+using testimage::Bytes;
+using testimage::ImageBuilder;
+using testimage::Repaired;
+using testimage::RepairedFromEveryStop;
+using testimage::Tree;
+
+// 40 files in a directory, in node blocks of 16: nodes 3 to 42.
+struct Forty : ImageBuilder {
+  Forty() : ImageBuilder(1024, 32) {
+    const std::uint16_t directory = AddDirectory(1, "D");
+    for (std::uint32_t i = 0; i < 40; ++i) AddFile(directory, "F" + std::to_string(i), 10 * i);
+  }
+
+  void Copy(std::uint64_t to, const Bytes& sound, std::uint64_t from, std::size_t count) {
+    std::copy_n(sound.begin() + static_cast<std::ptrdiff_t>(from), count,
+                bytes().begin() + static_cast<std::ptrdiff_t>(to));
+  }
+  void Exchange(std::uint64_t one, std::uint64_t other, std::size_t count) {
+    const Bytes sound = bytes();
+    Copy(one, sound, other, count);
+    Copy(other, sound, one, count);
+  }
+};
+
+TEST(RepairStrays, exchanged_sectors_every_record_returns_to_its_slot) {
+  Forty image;
+  const auto sound = Tree(image.bytes());
+  image.Exchange(image.NodeOffset(17), image.NodeOffset(33), 512);
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
+}
+
+TEST(RepairStrays, exchanged_sectors_of_one_block_every_record_returns_to_its_slot) {
+  Forty image;
+  const auto sound = Tree(image.bytes());
+  image.Exchange(image.NodeOffset(17), image.NodeOffset(25), 512);
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
+}
+
+TEST(RepairStrays, exchanged_sectors_with_root_and_directory_all_comes_back) {
+  Forty image;
+  const auto sound = Tree(image.bytes());
+  image.Exchange(image.NodeOffset(1), image.NodeOffset(17), 512);
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
+}
+
+TEST(RepairStrays, exchanged_records_with_names_return) {
+  Forty image;
+  const auto sound = Tree(image.bytes());
+  image.Exchange(image.NodeOffset(5), image.NodeOffset(40), 64);
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
+}
+
+TEST(RepairStrays, sector_in_anothers_place_its_own_records_are_lost_alone) {
+  Forty image;
+  auto sound = Tree(image.bytes());
+  image.Copy(image.NodeOffset(17), image.bytes(), image.NodeOffset(33), 512);
+  std::fill_n(image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(33)), 512, std::uint8_t{0});
+  for (int i = 14; i < 22; ++i) EXPECT_EQ(sound.erase("/D/F" + std::to_string(i)), 1u);
+  EXPECT_EQ(Tree(Repaired(image.bytes())), sound);
+}
+
+TEST(RepairStrays, damaged_number_of_a_node_whose_own_record_is_there_is_corrected) {
+  Forty image;
+  const Bytes sound = image.bytes();
+  image.Put16(image.NodeOffset(5) + 4, 40);
+  EXPECT_EQ(Repaired(image.bytes()), sound);
+}
+
+TEST(RepairStrays, number_that_no_name_refers_to_is_corrected) {
+  Forty image;
+  const Bytes sound = image.bytes();
+  image.Put16(image.NodeOffset(5) + 4, 200);
+  EXPECT_EQ(Repaired(image.bytes()), sound);
+}
+
+TEST(RepairTable, one_block_in_two_entries_serves_the_one_with_more_records) {
+  Forty image;
+  const auto sound = Tree(image.bytes());
+  image.Put32(ImageBuilder::TableOffset(2), image.Get32(ImageBuilder::TableOffset(1)));
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
+}
+
+// ---- Copies of directories ------------------------------------------------------------------------------------------
+
+struct TwoDirectories : Forty {
+  TwoDirectories() {
+    other = AddDirectory(1, "OTHER");
+    AddFile(other, "ALONE", 77);
+  }
+  std::uint16_t other;
+};
+
+TEST(RepairCopies, first_block_is_anothers_is_emptied_and_what_it_named_keeps_a_name) {
+  TwoDirectories image;
+  auto expected = Tree(image.bytes());
+  const Bytes alone = expected.at("/OTHER/ALONE");
+  image.Copy(image.BlockOffset(image.MappedBlock(image.other, 0)), image.bytes(),
+             image.BlockOffset(image.MappedBlock(2, 0)), 1024);
+  const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
+  EXPECT_TRUE(plan.promise.holds());
+  EXPECT_EQ(plan.promise.kept, plan.promise.readable);
+  expected.erase("/OTHER/ALONE");
+  expected["/LOST.FND/"] = {};
+  expected["/LOST.FND/NODE0044"] = alone;
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), expected);
+}
+
+TEST(RepairCopies, copy_with_a_name_of_its_own_keeps_all_names) {
+  TwoDirectories image;
+  const std::uint64_t block = image.BlockOffset(image.MappedBlock(image.other, 0));
+  image.Copy(block, image.bytes(), image.BlockOffset(image.MappedBlock(2, 0)), 1024);
+  image.PutText(block + 2 * 32 + 2, "G0");
+  const auto tree = Tree(Repaired(image.bytes()));
+  EXPECT_EQ(tree.at("/OTHER/G0"), tree.at("/D/F0"));
+  EXPECT_EQ(tree.at("/OTHER/F1"), tree.at("/D/F1"));
+}
+
+// ---- Two names ------------------------------------------------------------------------------------------------------
+
+TEST(RepairTwoNames, without_a_mark_both_stay_with_contents_of_their_own) {
+  TwoDirectories image;
+  auto expected = Tree(image.bytes());
+  image.AddEntry(image.other, "SECOND", 10);
+  expected["/OTHER/SECOND"] = expected.at("/D/F7");
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), expected);
+}
+
+TEST(RepairTwoNames, with_the_mark_a_move_is_ended) {
+  TwoDirectories image;
+  auto expected = Tree(image.bytes());
+  image.AddEntry(image.other, "SECOND", 10);
+  image.Put32(kStateFlagsOffset, kVolumeDirty);
+  expected["/OTHER/SECOND"] = expected.at("/D/F7");
+  expected.erase("/D/F7");
+  std::string texts;
+  EXPECT_EQ(Tree(Repaired(image.bytes(), &texts)), expected);
+  EXPECT_NE(
+      texts.find("ends the interrupted move of node 10, the only one with two names: removes \"F7\" from /D (node "
+                 "2); it keeps \"SECOND\" in /OTHER (node 43)\n"),
+      std::string::npos)
+      << texts;
+}
+
+TEST(RepairTwoNames, with_the_mark_of_a_repair_both_stay) {
+  TwoDirectories image;
+  auto expected = Tree(image.bytes());
+  image.AddEntry(image.other, "SECOND", 10);
+  image.Put32(kStateFlagsOffset, kVolumeDirty | kRepairMark);
+  expected["/OTHER/SECOND"] = expected.at("/D/F7");
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), expected);
+}
+
+TEST(RepairTwoNames, two_nodes_with_the_mark_all_names_stay) {
+  TwoDirectories image;
+  auto expected = Tree(image.bytes());
+  image.AddEntry(image.other, "SECOND", 10);
+  image.AddEntry(image.other, "THIRD", 11);
+  image.Put32(kStateFlagsOffset, kVolumeDirty);
+  expected["/OTHER/SECOND"] = expected.at("/D/F7");
+  expected["/OTHER/THIRD"] = expected.at("/D/F8");
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), expected);
+}
+
+}  // namespace
+}  // namespace orba::inspect
