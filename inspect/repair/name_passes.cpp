@@ -154,6 +154,14 @@ bool AreEqual(const Model& model, const NameRef& one, const NameRef& other) {
          UpperCase(NameOf(model.EntryOf(one).record)) == UpperCase(NameOf(model.EntryOf(other).record));
 }
 
+// From here on the mark stands for this repair: were it stopped, names that are left would look like a move's.
+void NoteRepair(RepairWork* work) {
+  const std::uint32_t flags = work->model().header.stateFlags | kRepairMark;
+  if (!work->report.marked || flags == work->model().header.stateFlags || work->changed) return;
+  work->Begin(ActionKind::kSetMark);
+  work->PutWord(kStateFlagsOffset, flags);
+}
+
 // Gives the second names of files nodes and contents of their own. What cannot be copied is left for removal.
 void CopySecondNames(RepairWork* work) {
   const Model& model = work->model();
@@ -166,6 +174,7 @@ void CopySecondNames(RepairWork* work) {
       const bool again = !seen.emplace(name.directory, UpperCase(NameOf(model.EntryOf(name).record))).second;
       if (keep || again || !HasLegalName(model, name) || !IsWhole(model.nodes[name.directory])) continue;
       const Entry& entry = model.EntryOf(name);
+      NoteRepair(work);
       Action& action = work->Begin(ActionKind::kCopyNode, name.directory);
       action.name = NameOf(entry.record);
       action.newName = NameOf(model.EntryOf(right).record);

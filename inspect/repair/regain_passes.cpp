@@ -225,6 +225,13 @@ bool HoldsStray(const Model& model, const NodeInfo& node) {
          model.IsNode(node.record.number) && !HasOwnRecord(model.nodes[node.record.number]);
 }
 
+// The slot holds an empty file's record that is in its own slot as well: whatever was here before is worth more.
+bool IsEmptyOfAnother(const Model& model, const NodeInfo& node) {
+  const std::uint16_t number = node.record.number;
+  return node.record.signature == kNodeSignature && number != node.number && model.IsNode(number) &&
+         HasOwnRecord(model.nodes[number]) && node.record.size == 0;
+}
+
 // A slot beside it holds a record from as far away: not a number was damaged, but several slots were written together.
 bool IsInRun(const Model& model, const NodeInfo& node) {
   const int away = node.record.number - node.number;
@@ -318,7 +325,7 @@ void RegainRecords(RepairWork* work) {
   const Strays strays = FindStrays(*work);
   std::vector<const NodeInfo*> lost;
   for (const NodeInfo& node : model.nodes) {
-    const bool mended = node.readable && !IsCopyOfAnother(model, node);
+    const bool mended = node.readable && !IsCopyOfAnother(model, node) && !IsEmptyOfAnother(model, node);
     if (node.offset != 0 && !HasOwnRecord(node) && !mended) lost.push_back(&node);
   }
   if (work->report.totals.leakedBlocks > 0 && !lost.empty()) {

@@ -136,21 +136,52 @@ TEST(SearchLayout, node_blocks_alone_are_enough) {
   EXPECT_EQ(Search(bytes).dataOffset, 1100u);
 }
 
-TEST(SearchLayout, slots_that_fill_no_block_contradict) {
+TEST(SearchLayout, slots_that_lie_where_no_block_begins_contradict) {
+  Bytes bytes(300000);
+  PutSlots(&bytes, 1100 + 1024 * 9, 17, 16);
+  PutSlots(&bytes, 1100 + 1024 * 30, 49, 16);
+  PutSlots(&bytes, 1000 + 1024 * 50, 81, 15);
+  EXPECT_EQ(Search(bytes).blockSize, 1024u);
+  PutSlots(&bytes, 1000 + 1024 * 60, 97, 15);
+  EXPECT_EQ(Search(bytes).blockSize, 0u);
+}
+
+TEST(SearchLayout, slots_that_go_on_into_another_block_contradict) {
+  Bytes bytes(300000);
+  PutSlots(&bytes, 1100 + 1024 * 9, 17, 16);
+  PutSlots(&bytes, 1100 + 1024 * 30, 49, 16);
+  PutSlots(&bytes, 1100 + 1024 * 50, 81, 17);
+  PutSlots(&bytes, 1100 + 1024 * 60, 129, 17);
+  EXPECT_EQ(Search(bytes).blockSize, 0u);
+}
+
+TEST(SearchLayout, slots_within_a_block_say_nothing) {
   Bytes bytes(300000);
   PutSlots(&bytes, 1100 + 1024 * 9, 17, 16);
   PutSlots(&bytes, 1100 + 1024 * 30, 49, 16);
   PutSlots(&bytes, 1100 + 1024 * 50, 81, 15);
-  EXPECT_EQ(Search(bytes).blockSize, 0u);
+  PutSlots(&bytes, 1100 + 1024 * 60 + 64, 98, 15);
+  EXPECT_EQ(Search(bytes).blockSize, 1024u);
+}
+
+TEST(SearchLayout, guess_is_taken_where_nothing_contradicts_it) {
+  Bytes bytes(300000);
+  const auto guessed = [&bytes] { return SearchLayout(MemoryImage(bytes), {1024, 1100}).blockSize; };
+  EXPECT_EQ(guessed(), 1024u);
+  PutSlots(&bytes, 1100 + 1024 * 9, 17, 16);
+  EXPECT_EQ(guessed(), 1024u);
+  PutSlots(&bytes, 1000 + 1024 * 50, 81, 15);
+  EXPECT_EQ(guessed(), 0u);
 }
 
 TEST(SearchLayout, runs_of_fewer_than_four_slots_say_nothing) {
   Bytes bytes(300000);
   PutSlots(&bytes, 1100 + 1024 * 9, 17, 16);
   PutSlots(&bytes, 1100 + 1024 * 30, 49, 16);
-  for (std::size_t block = 50; block < 60; ++block) PutSlots(&bytes, 1100 + 1024 * block, 81, 3);
+  for (std::size_t block = 50; block < 60; ++block) PutSlots(&bytes, 1000 + 1024 * block, 81, 3);
   EXPECT_EQ(Search(bytes).blockSize, 1024u);
-  PutSlots(&bytes, 1100 + 1024 * 50, 81, 4);
+  PutSlots(&bytes, 1000 + 1024 * 50, 81, 4);
+  PutSlots(&bytes, 1000 + 1024 * 55, 81, 4);
   EXPECT_EQ(Search(bytes).blockSize, 0u);
 }
 
