@@ -244,6 +244,14 @@ void FixSlots(RepairWork* work) {
                   node.number);
       if (node.state != NodeState::kFree) work->SetFree(node.number, true);
       work->Put(node.offset, bytes, sizeof bytes);
+    } else if (node.state == NodeState::kUsed) {
+      // The root, by a copy of another's record: its blocks are that one's, its own are found by what they hold.
+      OrbNodeRecord record = EmptyNode(kRootNode);
+      record.attributes = kRootAttributes;
+      record.time = work->now;
+      record.time.reserved = 0;
+      work->Begin(ActionKind::kSignSlot, kRootNode);
+      work->PutNode(kRootNode, record);
     }
   }
 }

@@ -74,6 +74,13 @@ TEST(RepairStrays, sector_in_anothers_place_its_own_records_are_lost_alone) {
   EXPECT_EQ(Tree(Repaired(image.bytes())), sound);
 }
 
+TEST(RepairStrays, root_slot_with_a_copy_of_a_files_record_the_root_is_found_by_its_block) {
+  Forty image;
+  const auto sound = Tree(image.bytes());
+  image.Copy(image.NodeOffset(1), image.bytes(), image.NodeOffset(10), 64);
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
+}
+
 TEST(RepairStrays, damaged_number_of_a_node_whose_own_record_is_there_is_corrected) {
   Forty image;
   const Bytes sound = image.bytes();
