@@ -47,7 +47,7 @@ bool IsNeeded(const RepairWork& work, std::uint32_t index) {
   return false;
 }
 
-// How many nodes in use the block would bring back as node block `index`. In a lost block, and in one to which the
+// What the nodes in use are worth that the block would bring back as node block `index`. In a lost block, and in one to which the
 // wrong table entry refers, a node is in use when the bitmap, a name or the data that it holds says so.
 std::uint32_t Worth(const RepairWork& work, std::uint32_t block, std::uint32_t index, const std::vector<bool>& named) {
   const std::vector<std::uint8_t> bytes = work.GetBlock(block);
@@ -60,7 +60,8 @@ std::uint32_t Worth(const RepairWork& work, std::uint32_t block, std::uint32_t i
     if (record.signature == kNodeSignature && record.number != first + i) continue;  // another's
     const bool used = work.model().nodes[first + i].state != NodeState::kFree ||
                       (lost && (named[first + i] || HoldsData(work, first + i, record)));
-    if (used && IsPlausible(work.geometry(), first + i, record)) ++worth;
+    if (!used || !IsPlausible(work.geometry(), first + i, record)) continue;
+    worth += HoldsData(work, first + i, record) ? 3 : 2;  // of two copies the sounder one
   }
   return worth;
 }
