@@ -47,8 +47,8 @@ bool IsNeeded(const RepairWork& work, std::uint32_t index) {
   return false;
 }
 
-// What the nodes in use are worth that the block would bring back as node block `index`. In a lost block, and in one to which the
-// wrong table entry refers, a node is in use when the bitmap, a name or the data that it holds says so.
+// What the nodes in use are worth that the block would bring back as node block `index`. In a lost block, and in one to
+// which the wrong table entry refers, a node is in use when the bitmap, a name or the data that it holds says so.
 std::uint32_t Worth(const RepairWork& work, std::uint32_t block, std::uint32_t index, const std::vector<bool>& named) {
   const std::vector<std::uint8_t> bytes = work.GetBlock(block);
   const std::uint32_t first = work.geometry().firstNode(index);
