@@ -179,7 +179,7 @@ class RepairRefusalTest(ToolTest):
         result = self.orba("recover", "card.orb", "saved")
         self.assertEqual((result.status, result.err), (4, ""), result)
         saved = self.contents("saved")
-        self.assertEqual(saved.pop("TWICE"), b"file 2")
+        self.assertEqual((saved.pop("LOST.FND/TWICE"), saved.pop("LOST.FND")), (b"file 2", None))
         self.assertEqual(saved, {f"F{number:02}": f"file {number}".encode() for number in range(2, 17)})
         self.assertEqual(self.read("card.orb"), self.damaged)
 
