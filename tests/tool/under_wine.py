@@ -1,7 +1,10 @@
 #!/usr/bin/env python3
 """Runs all end-to-end tests with orba.exe under Wine, two at a time.
 
-  under_wine.py ORBA_EXE HOLD_EXE SCRATCH
+  under_wine.py dist/win64/orba.exe build/device-win64/hold.exe SCRATCH
+
+A wineserver that stays (wineserver -p) and a program that has run before (wine wineboot) have to be there: the first
+one would hand its streams to what stays.
 
 Prints how many passed, and the tests about what Windows does not have with the reason of each kind. Exits with 1 when
 one failed. SCRATCH.tests lists them all.
