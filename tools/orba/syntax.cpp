@@ -201,8 +201,9 @@ class Parser {
       const int found = getopt_long(count, words_.data(), letters_.c_str(), longNames_.data(), nullptr);
       if (found == -1) break;
       // Some parsers report a value too many as one that is missing.
-      if (found == ':' && !At(optopt).value.empty())
+      if (found == ':' && !At(optopt).value.empty()) {
         Fail(Named(optopt) + " needs a value: " + Named(optopt) + " " + At(optopt).value);
+      }
       if (found == ':' || found == '?') FailUnknown(words_[static_cast<std::size_t>(optind) - 1]);
       if (At(found).take == nullptr) return false;
       Take(found, optarg == nullptr ? "" : optarg);
