@@ -67,14 +67,14 @@ def one_round(orba, samples):
 def make(folder):
     os.chdir(folder)
     chance = random.Random(1)
-    pathlib.Path("large").write_bytes(chance.randbytes(LARGE))
+    pathlib.Path("large").write_bytes(b"".join(chance.randbytes(1 << 20) for _ in range(LARGE >> 20)))
     for name in ("small", "mnt"):
         pathlib.Path(name).mkdir()
     for number in range(SMALL):
         pathlib.Path(f"small/F{number:04}").write_bytes(chance.randbytes(SIZE))
 
 
-def report(samples, rounds):
+def report(samples, rounds, load):
     median = {name: statistics.median(times) for name, times in samples.items()}
 
     def rate(name):
@@ -92,7 +92,8 @@ def report(samples, rounds):
             ("`find` by size: each", "", each("find"))]
     lines = ["| | `orba put`, `get` | through the folder |", "| --- | ---: | ---: |"]
     lines += ["| " + " | ".join(row) + " |" for row in rows]
-    return f"Medians of {rounds} rounds.\n\n" + "\n".join(lines)
+    busy = f", while other work kept {load:.0f} processes waiting" if load >= 1 else ""
+    return f"Medians of {rounds} rounds{busy}.\n\n" + "\n".join(lines)
 
 
 def main():
@@ -102,6 +103,7 @@ def main():
     if text.count(BEGIN) != 1 or text.count(END) != 1:
         sys.exit(f"{page}: the marks are not there")
     samples = {}
+    load = os.getloadavg()[0]
     with tempfile.TemporaryDirectory(dir=".") as folder:
         back = pathlib.Path.cwd()
         make(folder)
@@ -111,7 +113,7 @@ def main():
         finally:
             subprocess.run(["fusermount3", "-uz", "mnt"], stderr=subprocess.DEVNULL, check=False)
             os.chdir(back)
-    table = report(samples, rounds)
+    table = report(samples, rounds, load)
     print(table)
     before, after = text.split(BEGIN)[0], text.split(END)[1]
     page.write_text(f"{before}{BEGIN}\n\n{table}\n\n{END}{after}", encoding="utf-8")

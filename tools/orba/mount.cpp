@@ -4,6 +4,7 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "inspect/check/check.h"
 #include "inspect/container/patched_image.h"
@@ -189,12 +190,13 @@ std::unique_ptr<Mounted> Open(const MountOptions& options) {
   RequireContainer(path);
   if (options.repaired) return std::make_unique<RepairedContainer>(path);
   const std::string reason = ReasonNotToWrite(path);
+  std::unique_ptr<Mounted> container;
+  if (options.readOnly || !reason.empty()) container = std::make_unique<MountedContainer>(path);
   if (!reason.empty()) {
     Report("warning: " + path + " " + reason + "; " + kOnlyRead + "\n      see the damage with: orba check " +
            ShellWord(path) + "\n      mend it with: orba repair " + ShellWord(path));
   }
-  if (options.readOnly || !reason.empty()) return std::make_unique<MountedContainer>(path);
-  return OpenToWrite(ParseAddress(options.container));
+  return container != nullptr ? std::move(container) : OpenToWrite(ParseAddress(options.container));
 }
 
 void RequireLibrary() {
