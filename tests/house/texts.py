@@ -9,6 +9,7 @@
   - the text stands by itself: no path of somebody's machine, no address of a host, no number of a ticket or of a part
     of a document that is not here.
 """
+import os
 import pathlib
 import re
 import sys
@@ -30,10 +31,11 @@ FOREIGN = [
 
 
 def files_of(root):
-    for path in sorted(root.rglob("*")):
-        relative = path.relative_to(root)
-        if path.is_file() and path.suffix in TEXT and not SKIPPED.intersection(relative.parts):
-            yield relative
+    for folder, folders, names in os.walk(root):
+        folders[:] = sorted(set(folders) - SKIPPED)
+        for path in (pathlib.Path(folder, name) for name in sorted(set(names) - SKIPPED)):
+            if path.suffix in TEXT and path.is_file():
+                yield path.relative_to(root)
 
 
 def text_of(path):
