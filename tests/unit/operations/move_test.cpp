@@ -352,11 +352,11 @@ class MoveNode : public Move {
 TEST_F(MoveNode, with_any_read_failing_undoes_nothing) {
   EXPECT_EQ(FailEach(Call::kReadFile, kHostNotReady, Repeat::kOnce, MovingNode()),
             (Lines{
-                "read block 3: NOT_READY",             // the source's name
-                "read node 5: NOT_READY",              // its node
-                "read block 4: NOT_READY",             // the way up
-                "read block 4: NOT_READY",             // the new name
-                "read block 4: NOT_READY",             // its block
+                "read block 3: NOT_READY",              // the source's name
+                "read node 5: NOT_READY",               // its node
+                "read block 4: NOT_READY",              // the way up
+                "read block 4: NOT_READY",              // the new name
+                "read block 4: NOT_READY",              // its block
                 "read block 5: NOT_READY, many-names",  // the moved directory's first block
                 "read block 3: NOT_READY, many-names",
                 "read node 5: NOT_READY, many-names",
