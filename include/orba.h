@@ -438,10 +438,10 @@ ORB_EXPORT OrbU32 ORB_CALL OrbGetLastError(void);
 
 /* Sets the code, any value, and nothing else. The leading underscore, and the spelling of the next one, are the names
  * callers link to. */
-ORB_EXPORT void ORB_CALL _OrbSetError(OrbU32 code);
+ORB_EXPORT void ORB_CALL _OrbSetError(OrbU32 code); /* NOLINT(*-reserved-identifier) */
 
 /* Sets the code to 0. */
-ORB_EXPORT void ORB_CALL _OrbCrearError(void);
+ORB_EXPORT void ORB_CALL _OrbCrearError(void); /* NOLINT(*-reserved-identifier) */
 
 /* Turns a little-endian field of n bytes into the host's byte order, in place. On a little-endian host nothing
  * changes. */
