@@ -143,7 +143,7 @@ Reader::Reader(const Image& image) : image_(image) {
     problems_.push_back(MakeProblem(Trouble::kHeaderDamaged, 0));
   }
   ReadTables();
-  const std::uint32_t places = kCacheBytes / geometry_.blockSize;
+  const std::uint32_t places = std::min(kCacheBytes / geometry_.blockSize, geometry_.blocks + 1);
   cache_.resize(std::size_t{places} * geometry_.blockSize);
   cached_.assign(places, kNoBlock);
 }

@@ -17,7 +17,9 @@ const Operation& Named(const std::string& name) {
 }
 
 std::string Disk() { return testhost::Verdict(testhost::GetFile(testhost::kChangedContainer)); }
-std::string Repaired() { return testhost::Verdict(RepairSteps(testhost::GetFile(testhost::kChangedContainer)).back()); }
+std::string Repaired() {
+  return testhost::Verdict(RunRepair(testhost::GetFile(testhost::kChangedContainer)).images.back());
+}
 
 std::vector<std::string> NamesIn(const char* directory) {
   std::vector<std::string> names;

@@ -93,18 +93,22 @@ std::string Worse(const inspect::Report& before, const inspect::Report& after) {
   return worse;
 }
 
-std::vector<testhost::FileImage> RepairSteps(const testhost::FileImage& image) {
+RepairRun RunRepair(const testhost::FileImage& image) {
   constexpr TimeStamp kNow = {2010, 1, 2, 3, 4, 5, 6};
-  const inspect::Plan plan = inspect::PlanRepair(testhost::InspectedImage(image), kNow);
+  inspect::Plan plan = inspect::PlanRepair(testhost::InspectedImage(image), kNow);
   EXPECT_TRUE(plan.IsComplete()) << plan.problem << ToText(plan);
-  std::vector<testhost::FileImage> steps = {image};
-  for (const inspect::Action& action : plan.actions) {
-    for (const inspect::Write& write : action.writes) {
-      steps.push_back(steps.back());
-      steps.back().Write(write.offset, write.bytes.data(), write.bytes.size());
+  RepairRun run;
+  run.before = std::move(plan.before);
+  run.before.model = {};
+  run.images = {image};
+  for (inspect::Action& action : plan.actions) {
+    for (inspect::Write& write : action.writes) {
+      run.images.push_back(run.images.back());
+      run.images.back().Write(write.offset, write.bytes.data(), write.bytes.size());
+      run.writes.push_back(std::move(write));
     }
   }
-  return steps;
+  return run;
 }
 
 std::string ClassOf(const inspect::Report& report) {

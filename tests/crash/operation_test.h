@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "inspect/repair/action.h"
 #include "support/operations.h"
 #include "unit/library_test.h"
 
@@ -44,8 +45,13 @@ std::string UseVolume();
 // have been taken out of the free chain in memory.
 std::string Worse(const inspect::Report& before, const inspect::Report& after);
 
-// The container after 0, 1, 2 ... writes of its repair, which is expected to be able to mend all.
-std::vector<testhost::FileImage> RepairSteps(const testhost::FileImage& image);
+// A repair, which is expected to be able to mend all.
+struct RepairRun {
+  inspect::Report before;                   // without its model
+  std::vector<testhost::FileImage> images;  // the container after 0, 1, 2 ... writes
+  std::vector<inspect::Write> writes;
+};
+RepairRun RunRepair(const testhost::FileImage& image);
 
 // "marked, clean", "marked, leaks", "unmarked, interrupted", ...
 std::string ClassOf(const inspect::Report& report);

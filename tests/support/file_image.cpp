@@ -3,6 +3,8 @@
 #include <string.h>
 
 #include <algorithm>
+#include <functional>
+#include <string_view>
 
 namespace testhost {
 
@@ -65,6 +67,17 @@ Bytes FileImage::ToBytes(uint64_t position, size_t count) const {
   Bytes bytes(static_cast<size_t>(std::min<uint64_t>(count, available)));
   Read(position, bytes.data(), bytes.size());
   return bytes;
+}
+
+size_t FileImage::Hash() const {
+  static const Page kZeros{};
+  size_t hash = static_cast<size_t>(size_);
+  for (const auto& [index, page] : pages_) {
+    if (memcmp(page->bytes, kZeros.bytes, kPageSize) == 0) continue;  // as if it were missing
+    const std::string_view text(reinterpret_cast<const char*>(page->bytes), kPageSize);
+    hash = (hash ^ index) * 0x100000001B3 ^ std::hash<std::string_view>()(text);
+  }
+  return hash;
 }
 
 FileImage::Page& FileImage::WritablePage(uint64_t index) {

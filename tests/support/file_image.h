@@ -35,6 +35,9 @@ class FileImage {
   // `count` bytes at `position`, fewer where the file ends.
   Bytes ToBytes(uint64_t position, size_t count) const;
 
+  // The same for equal images, and hardly ever for others.
+  size_t Hash() const;
+
   // Pages that take memory.
   size_t pages() const { return pages_.size(); }
 
