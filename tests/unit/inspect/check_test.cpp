@@ -7,18 +7,22 @@
 
 #include "inspect/view/report.h"
 #include "tests/support/image_builder.h"
+#include "tests/support/small_image.h"
 
 namespace orba::inspect {
 namespace {
 
 using testimage::Bytes;
+using testimage::FillDirectory;
 using testimage::ImageBuilder;
 using testimage::Pattern;
+using testimage::Small;
+using testimage::WithChain;
 
-Report Inspect(const ImageBuilder& image) { return Check(MemoryImage(image.bytes())); }
+Report CheckOf(const ImageBuilder& image) { return Check(MemoryImage(image.bytes())); }
 
 // "block-shared node=3 block=5 offset=1234 count=1; ..." in the order of finding, notes included.
-std::string Found(const Report& report) {
+std::string FoundIn(const Report& report) {
   std::string text;
   for (const Finding& finding : report.findings) {
     if (!text.empty()) text += "; ";
@@ -31,7 +35,7 @@ std::string Found(const Report& report) {
   return text;
 }
 
-std::string Found(const ImageBuilder& image) { return Found(Inspect(image)); }
+std::string FoundIn(const ImageBuilder& image) { return FoundIn(CheckOf(image)); }
 
 std::string At(const char* kind, std::uint32_t node, std::uint32_t block, std::uint64_t offset,
                std::uint32_t count = 1) {
@@ -43,31 +47,13 @@ std::string At(const char* kind, std::uint32_t node, std::uint32_t block, std::u
   return text;
 }
 
-// 1024-byte blocks, 16 nodes a block, 32 entries a block, 256 slots a map block:
-//   node 2 /A (1500 bytes), 3 /D, 4 /D/B (7 blocks, so one map block), 5 /D/E
-struct Small : ImageBuilder {
-  Small() : ImageBuilder(1024, 32) {
-    AddFile(1, "A", 1500);
-    AddDirectory(1, "D");
-    AddFile(3, "B", 7 * 1024);
-    AddDirectory(3, "E");
-  }
-};
-
-// A directory of exactly `entries` entries, files of 0 bytes but for "." and "..", below the root.
-std::uint16_t FillDirectory(ImageBuilder* image, std::uint32_t entries) {
-  const std::uint16_t directory = image->AddDirectory(1, "FULL");
-  for (std::uint32_t i = 2; i < entries; ++i) image->AddFile(directory, "F" + std::to_string(i), 0);
-  return directory;
-}
-
 // ---- Valid images ---------------------------------------------------------------------------------------------------
 
 TEST(CheckValid, formatted_every_block_size_and_bitmap_is_clean) {
   for (const std::uint32_t blockSize : {1024u, 2048u, 4096u, 8192u}) {
     for (const std::uint32_t bitmap : {0u, 1u, 7u, 128u, blockSize / 64 * 448 / 8}) {
-      const Report report = Inspect(ImageBuilder(blockSize, bitmap));
-      EXPECT_EQ(Found(report), "") << blockSize << " " << bitmap;
+      const Report report = CheckOf(ImageBuilder(blockSize, bitmap));
+      EXPECT_EQ(FoundIn(report), "") << blockSize << " " << bitmap;
       EXPECT_TRUE(report.readable);
       EXPECT_TRUE(report.IsClean());
       EXPECT_FALSE(report.marked);
@@ -78,8 +64,8 @@ TEST(CheckValid, formatted_every_block_size_and_bitmap_is_clean) {
 }
 
 TEST(CheckValid, small_tree_is_clean_and_counted) {
-  const Report report = Inspect(Small());
-  EXPECT_EQ(Found(report), "");
+  const Report report = CheckOf(Small());
+  EXPECT_EQ(FoundIn(report), "");
   EXPECT_EQ(report.totals.files, 2u);
   EXPECT_EQ(report.totals.directories, 3u);
   EXPECT_EQ(report.totals.fileBytes, 1500u + 7 * 1024);
@@ -93,7 +79,7 @@ TEST(CheckValid, map_borders_are_clean) {
     ImageBuilder image(1024, 32);
     image.AddFile(1, "F", blocks * 1024);
     image.AddFile(1, "G", blocks * 1024 - 1);
-    EXPECT_EQ(Found(image), "") << blocks;
+    EXPECT_EQ(FoundIn(image), "") << blocks;
   }
 }
 
@@ -101,7 +87,7 @@ TEST(CheckValid, large_directory_is_clean) {
   for (const std::uint32_t entries : {31u, 32u, 33u, 192u, 193u, 230u}) {
     ImageBuilder image(1024, 128);
     FillDirectory(&image, entries);
-    EXPECT_EQ(Found(image), "") << entries;
+    EXPECT_EQ(FoundIn(image), "") << entries;
   }
 }
 
@@ -111,8 +97,8 @@ TEST(CheckValid, chain_of_two_records_is_clean_and_counted) {
   for (int i = 0; i < 253; ++i) full.push_back(image.AppendBlock());
   const std::uint32_t one = image.AppendBlock();
   image.SetChain({{one}, full});
-  const Report report = Inspect(image);
-  EXPECT_EQ(Found(report), "");
+  const Report report = CheckOf(image);
+  EXPECT_EQ(FoundIn(report), "");
   EXPECT_EQ(report.totals.freeBlocks, 256u);
   EXPECT_EQ(report.model.chain.size(), 2u);
   EXPECT_EQ(report.model.blocks[one].use, BlockUse::kFree);
@@ -129,7 +115,7 @@ TEST(CheckValid, map_blocks_kept_after_shrinking_are_in_use) {
   image.SetSize(node, 0);
   freed.resize(253);
   image.SetChain({freed});
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.Count(Severity::kDamage), 0u);
   EXPECT_EQ(report.Count(Severity::kInterrupted), 0u);
   EXPECT_EQ(report.totals.leakedBlocks, 10u);  // those that the record had no room for
@@ -138,7 +124,7 @@ TEST(CheckValid, map_blocks_kept_after_shrinking_are_in_use) {
 TEST(CheckValid, left_overs_behind_the_nul_of_a_name_are_ignored) {
   Small image;
   image.PutText(image.EntryOffset(1, 2) + 4, "left over");
-  EXPECT_EQ(Found(image), "");
+  EXPECT_EQ(FoundIn(image), "");
 }
 
 // ---- Header ---------------------------------------------------------------------------------------------------------
@@ -146,23 +132,23 @@ TEST(CheckValid, left_overs_behind_the_nul_of_a_name_are_ignored) {
 TEST(CheckHeader, dirty_mark_is_reported_on_its_own) {
   Small image;
   image.Put32(52, 1);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_TRUE(report.marked);
-  EXPECT_EQ(Found(report), "");
+  EXPECT_EQ(FoundIn(report), "");
 }
 
 TEST(CheckHeader, signature_other_is_found_and_the_rest_is_read) {
   Small image;
   image.Put8(0, 'X');
-  const Report report = Inspect(image);
-  EXPECT_EQ(Found(report), "header-signature offset=0");
+  const Report report = CheckOf(image);
+  EXPECT_EQ(FoundIn(report), "header-signature offset=0");
   EXPECT_TRUE(report.readable);
 }
 
 TEST(CheckHeader, version_other_is_found) {
   Small image;
   image.Put8(4, '2');
-  EXPECT_EQ(Found(image), "header-version offset=4");
+  EXPECT_EQ(FoundIn(image), "header-version offset=4");
 }
 
 TEST(CheckHeader, any_field_wrong_is_found_and_the_rest_still_read) {  // C1
@@ -171,10 +157,10 @@ TEST(CheckHeader, any_field_wrong_is_found_and_the_rest_still_read) {  // C1
       Small image;
       const std::uint32_t was = image.Get32(offset);
       image.Put32(offset, value);
-      const Report report = Inspect(image);
+      const Report report = CheckOf(image);
       EXPECT_EQ(report.Count(Kind::kHeaderField), 1u) << offset << " " << value << " was " << was;
       EXPECT_EQ(report.findings[0].offset, offset) << offset << " " << value;
-      EXPECT_EQ(report.Count(Severity::kDamage), 1u) << offset << " " << value << Found(report);
+      EXPECT_EQ(report.Count(Severity::kDamage), 1u) << offset << " " << value << FoundIn(report);
       EXPECT_EQ(report.totals.files, 2u) << offset << " " << value;
     }
   }
@@ -183,7 +169,7 @@ TEST(CheckHeader, any_field_wrong_is_found_and_the_rest_still_read) {  // C1
 TEST(CheckHeader, block_size_and_shift_and_offsets_wrong_layout_found_by_the_roots_nodes) {
   Small image;
   for (std::uint32_t offset = 8; offset <= 44; offset += 4) image.Put32(offset, 0);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.model.geometry.blockSize, 1024u);
   EXPECT_EQ(report.model.geometry.bitmapSize, 32u);
   EXPECT_EQ(report.Count(Kind::kHeaderField), 9u);  // the reserved region's size is 0
@@ -194,17 +180,17 @@ TEST(CheckHeader, sound_header_of_another_container_gives_way_to_where_the_root_
   Small image;
   const Bytes other = ImageBuilder(4096, 512).bytes();
   for (std::uint32_t i = 0; i < 128; ++i) image.Put8(i, other[i]);
-  const Report report = Inspect(image);
-  EXPECT_EQ(Found(report), At("header-field", 0, 0, 24) + "; " + At("header-field", 0, 0, 28) + "; " +
-                               At("header-field", 0, 0, 36) + "; " + At("header-field", 0, 0, 40) + "; " +
-                               At("header-field", 0, 0, 44));
+  const Report report = CheckOf(image);
+  EXPECT_EQ(FoundIn(report), At("header-field", 0, 0, 24) + "; " + At("header-field", 0, 0, 28) + "; " +
+                                 At("header-field", 0, 0, 36) + "; " + At("header-field", 0, 0, 40) + "; " +
+                                 At("header-field", 0, 0, 44));
   EXPECT_EQ(report.model.geometry.blockSize, 1024u);
 }
 
 TEST(CheckHeader, root_lost_too_sound_header_is_believed) {
   Small image;
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(1) + i, 0);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.Count(Kind::kHeaderField), 0u);
   EXPECT_EQ(report.model.geometry.blockSize, 1024u);
 }
@@ -214,27 +200,27 @@ TEST(CheckHeader, layout_nowhere_to_be_found_is_unreadable) {
   image.Put32(40, 0);
   image.Put32(image.NodeOffset(1), 0);
   for (std::uint16_t i = 1; i <= 16; ++i) image.Put32(image.NodeOffset(i), 0);
-  const Report report = Inspect(image);
-  EXPECT_EQ(Found(report), "layout-unknown offset=8");
+  const Report report = CheckOf(image);
+  EXPECT_EQ(FoundIn(report), "layout-unknown offset=8");
   EXPECT_FALSE(report.readable);
 }
 
 TEST(CheckHeader, reserved_byte_set_is_found) {
   Small image;
   image.Put8(127, 1);
-  EXPECT_EQ(Found(image), "header-reserved offset=127");
+  EXPECT_EQ(FoundIn(image), "header-reserved offset=127");
 }
 
 TEST(CheckHeader, flag_without_meaning_set_is_found) {
   Small image;
   image.Put32(52, 6);
-  EXPECT_EQ(Found(image), "header-reserved offset=52");
+  EXPECT_EQ(FoundIn(image), "header-reserved offset=52");
 }
 
 TEST(CheckHeader, shift_bits_that_nothing_reads_are_found) {
   Small image;
   image.Put32(44, 0x100 + 10);
-  EXPECT_EQ(Found(image), "header-shift-bits offset=44");
+  EXPECT_EQ(FoundIn(image), "header-shift-bits offset=44");
 }
 
 TEST(CheckHeader, reserved_region_before_the_data_is_found) {
@@ -242,7 +228,7 @@ TEST(CheckHeader, reserved_region_before_the_data_is_found) {
   image.bytes().insert(image.bytes().begin() + 1024 + 32, 512, std::uint8_t{0});
   image.Put32(32, 512);
   image.Put32(36, 1024 + 32 + 512);
-  EXPECT_EQ(Found(image), "reserved-region offset=32");
+  EXPECT_EQ(FoundIn(image), "reserved-region offset=32");
 }
 
 TEST(CheckContainer, every_length_below_the_data_area_is_short) {  // C1
@@ -250,7 +236,7 @@ TEST(CheckContainer, every_length_below_the_data_area_is_short) {  // C1
   for (std::size_t size = 0; size < 1024 + 32; ++size) {
     const Report report =
         Check(MemoryImage(Bytes(image.bytes().begin(), image.bytes().begin() + static_cast<long>(size))));
-    EXPECT_EQ(Found(report), At("container-short", 0, 0, size)) << size;
+    EXPECT_EQ(FoundIn(report), At("container-short", 0, 0, size)) << size;
     EXPECT_FALSE(report.readable);
   }
 }
@@ -271,16 +257,16 @@ TEST(CheckContainer, trailing_bytes_are_counted) {
   Small image;
   const std::uint64_t end = image.bytes().size();
   image.bytes().resize(end + 1023);
-  EXPECT_EQ(Found(image), At("trailing-bytes", 0, 0, end, 1023));
+  EXPECT_EQ(FoundIn(image), At("trailing-bytes", 0, 0, end, 1023));
 }
 
 TEST(CheckContainer, ends_in_a_block_in_use_the_rest_of_it_is_not_left_to_the_next_block) {
   Small image;
   const std::uint32_t last = image.Blocks();  // of /D/E, the directory
   image.bytes().resize(image.bytes().size() - 900);
-  const Report report = Inspect(image);
-  EXPECT_EQ(Found(report), At("map-outside", 5, last, image.NodeOffset(5) + 32) + "; " +
-                               At("trailing-bytes", 0, 0, image.BlockOffset(last), 124));
+  const Report report = CheckOf(image);
+  EXPECT_EQ(FoundIn(report), At("map-outside", 5, last, image.NodeOffset(5) + 32) + "; " +
+                                 At("trailing-bytes", 0, 0, image.BlockOffset(last), 124));
   EXPECT_EQ(Sentence(report.findings[1]),
             "124 bytes follow the last whole block; they begin block " + std::to_string(last) + ", which is in use");
 }
@@ -307,63 +293,63 @@ TEST(CheckContainer, bytes_that_the_host_cannot_read_are_found) {
 TEST(CheckTable, entry_beyond_the_end_is_found) {  // C3
   Small image;
   image.Put32(ImageBuilder::TableOffset(1), 999);
-  EXPECT_EQ(Found(image), At("table-outside", 0, 999, 132));
+  EXPECT_EQ(FoundIn(image), At("table-outside", 0, 999, 132));
 }
 
 TEST(CheckTable, entry_for_nodes_that_cannot_be_is_unneeded) {
   Small image;
   const std::uint32_t block = image.AppendBlock();
   image.Put32(ImageBuilder::TableOffset(16), block);  // 32 bytes of bitmap: 256 nodes in 16 blocks
-  EXPECT_EQ(Found(image), At("table-unneeded", 0, block, 128 + 64));
+  EXPECT_EQ(FoundIn(image), At("table-unneeded", 0, block, 128 + 64));
 }
 
 TEST(CheckTable, one_block_twice_is_shared) {  // C2
   Small image;
   image.Put32(ImageBuilder::TableOffset(1), 1);
-  EXPECT_EQ(Found(image), At("block-shared", 0, 1, 132));
+  EXPECT_EQ(FoundIn(image), At("block-shared", 0, 1, 132));
 }
 
 TEST(CheckTable, block_without_nodes_is_foreign) {
   Small image;
   const std::uint32_t block = image.AppendBlock();
   image.Put32(ImageBuilder::TableOffset(3), block);
-  EXPECT_EQ(Found(image), At("node-block-foreign", 0, block, 128 + 12));
+  EXPECT_EQ(FoundIn(image), At("node-block-foreign", 0, block, 128 + 12));
 }
 
 TEST(CheckTable, block_without_used_nodes_is_a_note) {
   Small image;
   for (int i = 0; i < 12; ++i) image.AddNode(0);  // 6 to 17
   for (std::uint16_t n = 6; n <= 17; ++n) image.SetFree(n, true);
-  EXPECT_EQ(Found(image), At("node-block-unused", 0, image.Blocks(), 132));
-  EXPECT_TRUE(Inspect(image).IsClean());
+  EXPECT_EQ(FoundIn(image), At("node-block-unused", 0, image.Blocks(), 132));
+  EXPECT_TRUE(CheckOf(image).IsClean());
 }
 
 TEST(CheckNodes, signature_other_is_found_in_used_and_free_slots) {
   Small image;
   image.Put8(image.NodeOffset(4), 'X');
   image.Put8(image.NodeOffset(9), 'X');  // free slots carry theirs too
-  EXPECT_EQ(Found(image),
+  EXPECT_EQ(FoundIn(image),
             At("node-signature", 4, 1, image.NodeOffset(4)) + "; " + At("node-signature", 9, 1, image.NodeOffset(9)));
 }
 
 TEST(CheckNodes, number_other_is_found) {
   Small image;
   image.Put16(image.NodeOffset(4) + 4, 5);
-  EXPECT_EQ(Found(image), At("node-number", 4, 1, image.NodeOffset(4) + 4));
+  EXPECT_EQ(FoundIn(image), At("node-number", 4, 1, image.NodeOffset(4) + 4));
 }
 
 TEST(CheckNodes, slot_with_neither_is_read_while_the_rest_is_plausible) {
   Small image;
   image.Put32(image.NodeOffset(2), 0);
   image.Put16(image.NodeOffset(2) + 4, 0);
-  EXPECT_EQ(Found(image),
+  EXPECT_EQ(FoundIn(image),
             At("node-signature", 2, 1, image.NodeOffset(2)) + "; " + At("node-number", 2, 1, image.NodeOffset(2) + 4));
 }
 
 TEST(CheckNodes, slot_overwritten_is_lost) {  // C4
   Small image;
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(2) + i, 0xAA);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.Count(Kind::kNodeWithoutBlock), 1u);
   EXPECT_EQ(report.Count(Kind::kEntryToLost), 1u);
   EXPECT_EQ(report.model.nodes[2].state, NodeState::kLost);
@@ -372,33 +358,33 @@ TEST(CheckNodes, slot_overwritten_is_lost) {  // C4
 TEST(CheckBitmap, used_without_a_node_block_is_found) {
   Small image;
   image.SetFree(100, false);
-  EXPECT_EQ(Found(image), At("node-without-block", 100, 0, 1024 + 99 / 8));
+  EXPECT_EQ(FoundIn(image), At("node-without-block", 100, 0, 1024 + 99 / 8));
 }
 
 TEST(CheckBitmap, used_without_a_node_block_in_a_row_is_one_finding) {
   Small image;
   for (std::uint32_t node = 100; node < 120; ++node) image.SetFree(static_cast<std::uint16_t>(node), false);
   image.SetFree(122, false);
-  EXPECT_EQ(Found(image), At("node-without-block", 100, 0, 1024 + 99 / 8, 20) + "; " +
-                              At("node-without-block", 122, 0, 1024 + 121 / 8));
+  EXPECT_EQ(FoundIn(image), At("node-without-block", 100, 0, 1024 + 99 / 8, 20) + "; " +
+                                At("node-without-block", 122, 0, 1024 + 121 / 8));
 }
 
 TEST(CheckBitmap, used_beyond_the_table_is_found) {
   ImageBuilder image(1024, 896);
   image.SetFree(224 * 16 + 1, false);
-  EXPECT_EQ(Found(image), At("node-without-block", 224 * 16 + 1, 0, 1024 + 224 * 2));
+  EXPECT_EQ(FoundIn(image), At("node-without-block", 224 * 16 + 1, 0, 1024 + 224 * 2));
 }
 
 TEST(CheckBitmap, root_free_is_found) {
   Small image;
   image.SetFree(1, true);
-  EXPECT_EQ(Found(image), At("root-free", 1, 0, 1024));
+  EXPECT_EQ(FoundIn(image), At("root-free", 1, 0, 1024));
 }
 
 TEST(CheckNodes, root_block_missing_root_is_lost) {
   Small image;
   image.Put32(ImageBuilder::TableOffset(0), 0);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.Count(Kind::kRootLost), 1u);
   EXPECT_EQ(report.Count(Kind::kNodeWithoutBlock), 1u);  // for nodes 2 to 5
 }
@@ -406,14 +392,14 @@ TEST(CheckNodes, root_block_missing_root_is_lost) {
 TEST(CheckNodes, root_marked_as_file_is_read_as_the_directory_that_it_is) {
   Small image;
   image.Put16(image.NodeOffset(1) + 6, 0);
-  EXPECT_EQ(Found(image), At("node-attributes", 1, 0, image.NodeOffset(1) + 6));
+  EXPECT_EQ(FoundIn(image), At("node-attributes", 1, 0, image.NodeOffset(1) + 6));
 }
 
 TEST(CheckNodes, root_without_directory_kind_and_dot_is_lost) {
   Small image;
   image.Put16(image.NodeOffset(1) + 6, 0);
   image.PutText(image.EntryOffset(1, 0) + 2, "X");
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.Count(Kind::kRootLost), 1u);
   EXPECT_EQ(report.Count(Kind::kNodeAttributes), 1u);
 }
@@ -421,25 +407,25 @@ TEST(CheckNodes, root_without_directory_kind_and_dot_is_lost) {
 TEST(CheckNodes, directory_marked_as_file_is_read_as_directory) {
   Small image;
   image.Put16(image.NodeOffset(3) + 6, 0);
-  EXPECT_EQ(Found(image), At("node-attributes", 3, 0, image.NodeOffset(3) + 6));
+  EXPECT_EQ(FoundIn(image), At("node-attributes", 3, 0, image.NodeOffset(3) + 6));
 }
 
 TEST(CheckNodes, file_marked_as_directory_is_read_as_file) {
   Small image;
   image.Put16(image.NodeOffset(4) + 6, 8);
-  EXPECT_EQ(Found(image), At("node-attributes", 4, 0, image.NodeOffset(4) + 6));
+  EXPECT_EQ(FoundIn(image), At("node-attributes", 4, 0, image.NodeOffset(4) + 6));
 }
 
 TEST(CheckNodes, attributes_unknown_are_found) {  // C4
   for (const int bad : {4, 9, 10, 14, 16, 0x8000}) {
     Small image;
     image.Put16(image.NodeOffset(2) + 6, static_cast<std::uint16_t>(bad));
-    EXPECT_EQ(Inspect(image).Count(Kind::kNodeAttributes), 1u) << bad;
+    EXPECT_EQ(CheckOf(image).Count(Kind::kNodeAttributes), 1u) << bad;
   }
   for (const int good : {0, 1, 2, 3}) {
     Small image;
     image.Put16(image.NodeOffset(2) + 6, static_cast<std::uint16_t>(good));
-    EXPECT_EQ(Found(image), "") << good;
+    EXPECT_EQ(FoundIn(image), "") << good;
   }
 }
 
@@ -447,15 +433,15 @@ TEST(CheckNodes, reserved_bytes_set_are_found) {
   for (const std::uint32_t offset : {15u, 20u, 31u}) {
     Small image;
     image.Put8(image.NodeOffset(2) + offset, 1);
-    EXPECT_EQ(Inspect(image).Count(Kind::kNodeReserved), 1u) << offset;
+    EXPECT_EQ(CheckOf(image).Count(Kind::kNodeReserved), 1u) << offset;
   }
 }
 
 TEST(CheckNodes, time_stamp_is_a_note) {
   Small image;
   image.Put8(image.NodeOffset(2) + 10, 13);
-  EXPECT_EQ(Found(image), At("node-time", 2, 0, image.NodeOffset(2) + 8));
-  EXPECT_TRUE(Inspect(image).IsClean());
+  EXPECT_EQ(FoundIn(image), At("node-time", 2, 0, image.NodeOffset(2) + 8));
+  EXPECT_TRUE(CheckOf(image).IsClean());
 }
 
 // ---- Block maps -----------------------------------------------------------------------------------------------------
@@ -463,25 +449,25 @@ TEST(CheckNodes, time_stamp_is_a_note) {
 TEST(CheckMap, size_that_no_map_holds_is_found) {
   Small image;
   image.SetSize(2, 0x80000000);
-  EXPECT_EQ(Inspect(image).Count(Kind::kNodeSize), 1u);
+  EXPECT_EQ(CheckOf(image).Count(Kind::kNodeSize), 1u);
   image.SetSize(2, (6 + 256 + 65536) * 1024 + 1);
-  EXPECT_EQ(Inspect(image).Count(Kind::kNodeSize), 1u);
+  EXPECT_EQ(CheckOf(image).Count(Kind::kNodeSize), 1u);
   image.SetSize(2, (6 + 256 + 65536) * 1024);
-  EXPECT_EQ(Inspect(image).Count(Kind::kNodeSize), 0u);
+  EXPECT_EQ(CheckOf(image).Count(Kind::kNodeSize), 0u);
 }
 
 TEST(CheckMap, direct_slot_empty_is_a_hole) {  // C5
   Small image;
   const std::uint32_t block = image.MappedBlock(2, 0);
   image.Put32(image.MapOffset(2, 0), 0);
-  EXPECT_EQ(Found(image), At("map-hole", 2, 0, image.MapOffset(2, 0)) + "; " +
-                              At("block-leaked", 0, block, image.BlockOffset(block)));
+  EXPECT_EQ(FoundIn(image), At("map-hole", 2, 0, image.MapOffset(2, 0)) + "; " +
+                                At("block-leaked", 0, block, image.BlockOffset(block)));
 }
 
 TEST(CheckMap, indirect_block_missing_is_found) {  // C5
   Small image;
   image.Put32(image.NodeOffset(4) + 56, 0);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.Count(Kind::kMapBlockMissing), 1u);
   EXPECT_EQ(report.Count(Severity::kDamage), 1u);
   EXPECT_EQ(report.totals.leakedBlocks, 2u);
@@ -492,7 +478,7 @@ TEST(CheckMap, second_level_block_missing_reported_once) {
   const std::uint16_t node = image.AddFile(1, "F", 800 * 1024);
   const std::uint64_t slot = image.BlockOffset(image.Get32(image.NodeOffset(node) + 60)) + 4;
   image.Put32(slot, 0);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.Count(Kind::kMapBlockMissing), 1u);
   EXPECT_EQ(report.findings[0].offset, slot);
   EXPECT_EQ(report.Count(Kind::kMapHole), 1u);  // the gap before the third second-level block
@@ -501,13 +487,13 @@ TEST(CheckMap, second_level_block_missing_reported_once) {
 TEST(CheckMap, double_indirect_without_indirect_is_found) {
   Small image;
   image.Put32(image.NodeOffset(2) + 60, image.AppendBlock());
-  EXPECT_EQ(Found(image), At("map-block-missing", 2, 0, image.NodeOffset(2) + 56));
+  EXPECT_EQ(FoundIn(image), At("map-block-missing", 2, 0, image.NodeOffset(2) + 56));
 }
 
 TEST(CheckMap, block_beyond_the_end_is_found) {  // C3
   Small image;
   image.Put32(image.MapOffset(2, 1), image.Blocks() + 1);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.findings[0].kind, Kind::kMapOutside);
   EXPECT_EQ(report.findings[0].block, image.Blocks() + 1);
   EXPECT_EQ(report.Count(Severity::kDamage), 1u);
@@ -516,14 +502,14 @@ TEST(CheckMap, block_beyond_the_end_is_found) {  // C3
 TEST(CheckMap, map_block_beyond_the_end_is_found) {
   Small image;
   image.Put32(image.NodeOffset(4) + 56, 0xFFFFFFFF);
-  EXPECT_EQ(Inspect(image).Count(Kind::kMapOutside), 1u);
+  EXPECT_EQ(CheckOf(image).Count(Kind::kMapOutside), 1u);
 }
 
 TEST(CheckMap, container_cut_inside_a_referenced_block_is_found) {
   Small image;
   const std::uint32_t last = image.Blocks();  // directory E's block
   image.bytes().resize(image.bytes().size() - 1);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.Count(Kind::kMapOutside), 1u);
   EXPECT_EQ(report.findings[0].block, last);
   EXPECT_EQ(report.Count(Kind::kTrailingBytes), 1u);
@@ -532,29 +518,29 @@ TEST(CheckMap, container_cut_inside_a_referenced_block_is_found) {
 TEST(CheckMap, container_cut_inside_a_map_block_knows_what_was_cut) {
   Small image;
   image.Put32(image.NodeOffset(4) + 56, image.Blocks() + 1);
-  EXPECT_FALSE(Inspect(image).model.tailNamed);
+  EXPECT_FALSE(CheckOf(image).model.tailNamed);
   image.bytes().resize(image.bytes().size() + 100);
-  EXPECT_TRUE(Inspect(image).model.tailNamed);
+  EXPECT_TRUE(CheckOf(image).model.tailNamed);
 }
 
 TEST(CheckMap, direct_slot_past_the_size_is_found) {  // C5
   Small image;
   const std::uint32_t block = image.AppendBlock();
   image.Put32(image.MapOffset(2, 2), block);
-  EXPECT_EQ(Found(image), At("map-beyond-size", 2, block, image.MapOffset(2, 2)));
+  EXPECT_EQ(FoundIn(image), At("map-beyond-size", 2, block, image.MapOffset(2, 2)));
 }
 
 TEST(CheckMap, size_that_no_map_holds_says_nothing_of_what_is_missing) {
   Small image;
   image.SetSize(2, 0xFFFFFFFF);
-  EXPECT_EQ(Found(image), At("node-size", 2, 0, image.NodeOffset(2) + 16));
+  EXPECT_EQ(FoundIn(image), At("node-size", 2, 0, image.NodeOffset(2) + 16));
 }
 
 TEST(CheckMap, blocks_beyond_the_end_in_a_row_are_one_finding) {
   Small image;
   for (const std::uint32_t i : {1u, 2u, 3u, 5u}) image.Put32(image.MapOffset(4, i), 500 + i);
   EXPECT_EQ(
-      Found(image).substr(0, Found(image).find("; block-leaked")),
+      FoundIn(image).substr(0, FoundIn(image).find("; block-leaked")),
       At("map-outside", 4, 501, image.MapOffset(4, 1), 3) + "; " + At("map-outside", 4, 505, image.MapOffset(4, 5)));
 }
 
@@ -563,8 +549,8 @@ TEST(CheckMap, map_block_without_block_numbers_is_foreign) {
   const std::uint32_t map = image.Get32(image.NodeOffset(4) + 56);
   const std::uint32_t block = image.MappedBlock(4, 6);
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(map) + i, 'x');
-  EXPECT_EQ(Found(image), At("map-block-foreign", 4, map, image.NodeOffset(4) + 56) + "; " +
-                              At("block-leaked", 0, block, image.BlockOffset(block)));
+  EXPECT_EQ(FoundIn(image), At("map-block-foreign", 4, map, image.NodeOffset(4) + 56) + "; " +
+                                At("block-leaked", 0, block, image.BlockOffset(block)));
 }
 
 TEST(CheckMap, block_of_two_files_is_shared) {  // C2
@@ -572,8 +558,8 @@ TEST(CheckMap, block_of_two_files_is_shared) {  // C2
   const std::uint32_t mine = image.MappedBlock(4, 3);
   const std::uint32_t shared = image.MappedBlock(2, 0);
   image.Put32(image.MapOffset(4, 3), shared);
-  EXPECT_EQ(Found(image), At("block-shared", 4, shared, image.MapOffset(4, 3)) + "; " +
-                              At("block-leaked", 0, mine, image.BlockOffset(mine)));
+  EXPECT_EQ(FoundIn(image), At("block-shared", 4, shared, image.MapOffset(4, 3)) + "; " +
+                                At("block-leaked", 0, mine, image.BlockOffset(mine)));
 }
 
 TEST(CheckMap, map_block_that_names_itself_ends) {
@@ -581,7 +567,7 @@ TEST(CheckMap, map_block_that_names_itself_ends) {
   const std::uint16_t node = image.AddFile(1, "F", 300 * 1024);
   const std::uint32_t twice = image.Get32(image.NodeOffset(node) + 60);
   for (std::uint32_t i = 0; i < 256; ++i) image.Put32(image.BlockOffset(twice) + 4 * i, twice);
-  EXPECT_EQ(Inspect(image).Count(Kind::kBlockShared), 256u);
+  EXPECT_EQ(CheckOf(image).Count(Kind::kBlockShared), 256u);
 }
 
 TEST(CheckMap, growth_stopped_before_the_size_is_half_made) {
@@ -590,7 +576,7 @@ TEST(CheckMap, growth_stopped_before_the_size_is_half_made) {
     const std::uint16_t node = image.AddFile(1, "F", blocks * 1024);
     if (blocks == 262) continue;  // a new double-indirect block is stored together with the size
     image.AppendToNode(node, {});
-    EXPECT_EQ(Found(image),
+    EXPECT_EQ(FoundIn(image),
               At("growth-interrupted", node, image.MappedBlock(node, blocks), image.MapOffset(node, blocks)))
         << blocks;
   }
@@ -602,8 +588,8 @@ TEST(CheckMap, shrink_stopped_before_the_size_is_half_made) {
     const std::uint16_t node = image.AddFile(1, "F", blocks * 1024 - 5);
     const std::uint32_t block = image.MappedBlock(node, blocks - 1);
     image.Put32(image.MapOffset(node, blocks - 1), 0);
-    EXPECT_EQ(Found(image), At("shrink-interrupted", node, 0, image.MapOffset(node, blocks - 1)) + "; " +
-                                At("block-leaked", 0, block, image.BlockOffset(block)))
+    EXPECT_EQ(FoundIn(image), At("shrink-interrupted", node, 0, image.MapOffset(node, blocks - 1)) + "; " +
+                                  At("block-leaked", 0, block, image.BlockOffset(block)))
         << blocks;
   }
 }
@@ -612,14 +598,14 @@ TEST(CheckMap, hole_before_the_last_block_is_damage) {
   ImageBuilder image(1024, 32);
   const std::uint16_t node = image.AddFile(1, "F", 9 * 1024);
   image.Put32(image.MapOffset(node, 7), 0);
-  EXPECT_EQ(Inspect(image).Count(Kind::kMapHole), 1u);
+  EXPECT_EQ(CheckOf(image).Count(Kind::kMapHole), 1u);
 }
 
 TEST(CheckMap, two_blocks_past_the_size_is_damage) {
   ImageBuilder image(1024, 32);
   const std::uint16_t node = image.AddFile(1, "F", 9 * 1024);
   image.SetSize(node, 7 * 1024);
-  EXPECT_EQ(Found(image), At("map-beyond-size", node, image.MappedBlock(node, 7), image.MapOffset(node, 7), 2));
+  EXPECT_EQ(FoundIn(image), At("map-beyond-size", node, image.MappedBlock(node, 7), image.MapOffset(node, 7), 2));
 }
 
 // ---- Directories ----------------------------------------------------------------------------------------------------
@@ -627,13 +613,13 @@ TEST(CheckMap, two_blocks_past_the_size_is_damage) {
 TEST(CheckDirectory, size_no_multiple_of_32_is_found) {
   Small image;
   image.SetSize(5, 70);
-  EXPECT_EQ(Found(image), At("dir-size", 5, 0, image.NodeOffset(5) + 16));
+  EXPECT_EQ(FoundIn(image), At("dir-size", 5, 0, image.NodeOffset(5) + 16));
 }
 
 TEST(CheckDirectory, size_0_with_a_name_is_found) {
   Small image;
   image.SetSize(5, 0);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.Count(Kind::kDirSize), 1u);
   EXPECT_EQ(report.Count(Kind::kMapBeyondSize), 1u);
 }
@@ -642,14 +628,14 @@ TEST(CheckDirectory, size_too_small_entries_past_it) {
   Small image;
   const std::uint16_t directory = FillDirectory(&image, 6);
   image.SetSize(directory, 4 * 32);
-  EXPECT_EQ(Found(image),
+  EXPECT_EQ(FoundIn(image),
             At("dir-beyond-size", directory, image.MappedBlock(directory, 0), image.EntryOffset(directory, 4), 2));
 }
 
 TEST(CheckDirectory, size_too_large_entries_missing) {
   Small image;
   image.SetSize(3, 7 * 32);
-  EXPECT_EQ(Found(image), At("dir-hole", 3, image.MappedBlock(3, 0), image.EntryOffset(3, 4), 3));
+  EXPECT_EQ(FoundIn(image), At("dir-hole", 3, image.MappedBlock(3, 0), image.EntryOffset(3, 4), 3));
 }
 
 TEST(CheckDirectory, block_without_entries_is_one_finding) {
@@ -657,8 +643,8 @@ TEST(CheckDirectory, block_without_entries_is_one_finding) {
   const std::uint16_t directory = FillDirectory(&image, 40);
   const std::uint32_t block = image.MappedBlock(directory, 1);
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(block) + i, 0xEE);
-  const Report report = Inspect(image);
-  EXPECT_EQ(Found(report).substr(0, Found(report).find("; node-leaked")),
+  const Report report = CheckOf(image);
+  EXPECT_EQ(FoundIn(report).substr(0, FoundIn(report).find("; node-leaked")),
             At("dir-block-foreign", directory, block, image.BlockOffset(block)));
   EXPECT_EQ(report.findings[0].facts.numbers[0], 32u);  // the first entry that may be missing
   EXPECT_EQ(report.Count(Kind::kNodeLeaked), 8u);
@@ -668,7 +654,7 @@ TEST(CheckDirectory, dots_without_numbers_leave_the_names_behind_them) {
   Small image;
   image.Put16(image.EntryOffset(3, 0), 0);
   image.Put16(image.EntryOffset(3, 1), 0);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.model.nodes[4].names.size(), 1u);
   EXPECT_EQ(report.model.nodes[4].reach, Reach::kRoot);
   EXPECT_EQ(report.Count(Kind::kNodeLeaked), 0u);
@@ -677,7 +663,7 @@ TEST(CheckDirectory, dots_without_numbers_leave_the_names_behind_them) {
 TEST(CheckDirectory, hole_in_the_middle_is_found) {  // C6
   Small image;
   image.Put16(image.EntryOffset(3, 2), 0);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.findings[0].kind, Kind::kDirHole);
   EXPECT_EQ(report.Count(Kind::kNodeLeaked), 1u);
 }
@@ -685,13 +671,13 @@ TEST(CheckDirectory, hole_in_the_middle_is_found) {  // C6
 TEST(CheckDirectory, numbers_behind_the_end_mark_are_a_note) {
   Small image;
   image.Put16(image.EntryOffset(3, 6), 4);
-  EXPECT_EQ(Found(image), At("dir-after-end", 3, 0, kNoOffset));
+  EXPECT_EQ(FoundIn(image), At("dir-after-end", 3, 0, kNoOffset));
 }
 
 TEST(CheckDirectory, dot_of_another_node_is_found) {
   Small image;
   image.Put16(image.EntryOffset(5, 0), 3);
-  EXPECT_EQ(Found(image), At("dir-dot", 5, image.MappedBlock(5, 0), image.EntryOffset(5, 0)));
+  EXPECT_EQ(FoundIn(image), At("dir-dot", 5, image.MappedBlock(5, 0), image.EntryOffset(5, 0)));
 }
 
 TEST(CheckDirectory, dots_with_other_names_are_found) {
@@ -699,20 +685,20 @@ TEST(CheckDirectory, dots_with_other_names_are_found) {
   image.PutText(image.EntryOffset(5, 0) + 2, "X");
   image.PutText(image.EntryOffset(5, 1) + 2, "X");
   const std::uint32_t block = image.MappedBlock(5, 0);
-  EXPECT_EQ(Found(image), At("dir-dot", 5, block, image.EntryOffset(5, 0)) + "; " +
-                              At("dir-dotdot", 5, block, image.EntryOffset(5, 1)));
+  EXPECT_EQ(FoundIn(image), At("dir-dot", 5, block, image.EntryOffset(5, 0)) + "; " +
+                                At("dir-dotdot", 5, block, image.EntryOffset(5, 1)));
 }
 
 TEST(CheckDirectory, dot_dot_of_another_node_is_found) {  // C6
   Small image;
   image.Put16(image.EntryOffset(5, 1), 1);
-  EXPECT_EQ(Found(image), At("dir-dotdot", 5, image.MappedBlock(5, 0), image.EntryOffset(5, 1)));
+  EXPECT_EQ(FoundIn(image), At("dir-dotdot", 5, image.MappedBlock(5, 0), image.EntryOffset(5, 1)));
 }
 
 TEST(CheckDirectory, root_dot_dot_of_another_node_is_found) {
   Small image;
   image.Put16(image.EntryOffset(1, 1), 3);
-  EXPECT_EQ(Found(image), At("dir-dotdot", 1, 2, image.EntryOffset(1, 1)));
+  EXPECT_EQ(FoundIn(image), At("dir-dotdot", 1, 2, image.EntryOffset(1, 1)));
 }
 
 TEST(CheckDirectory, cycle_of_directories_is_found) {  // C7
@@ -721,8 +707,8 @@ TEST(CheckDirectory, cycle_of_directories_is_found) {  // C7
   image.Put16(image.EntryOffset(1, 3), 0);
   image.SetSize(1, 3 * 32);
   image.Put16(image.EntryOffset(3, 1), 5);
-  const Report report = Inspect(image);
-  EXPECT_EQ(Found(report), At("dir-cycle", 3, 0, image.NodeOffset(3)));
+  const Report report = CheckOf(image);
+  EXPECT_EQ(FoundIn(report), At("dir-cycle", 3, 0, image.NodeOffset(3)));
   EXPECT_EQ(report.model.nodes[4].reach, Reach::kCycle);
 }
 
@@ -731,7 +717,7 @@ TEST(CheckDirectory, directory_in_itself_is_a_cycle) {
   image.Put16(image.EntryOffset(1, 3), 0);
   image.SetSize(1, 3 * 32);
   image.AddEntry(3, "SELF", 3);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.Count(Kind::kDirCycle), 1u);
   EXPECT_EQ(report.Count(Kind::kDirDotDot), 1u);
 }
@@ -740,7 +726,7 @@ TEST(CheckNames, name_illegal_is_found) {
   for (const char* name : {"A B", "A/B", "A:B", "", ".", "..", "\x80", "123456789012345678901234567890"}) {
     ImageBuilder image(1024, 32);
     image.AddFile(1, name, 0);
-    EXPECT_EQ(Found(image), At("name-illegal", 1, 2, image.EntryOffset(1, 2) + 2)) << name;
+    EXPECT_EQ(FoundIn(image), At("name-illegal", 1, 2, image.EntryOffset(1, 2) + 2)) << name;
   }
 }
 
@@ -749,57 +735,57 @@ TEST(CheckNames, every_legal_character_and_length_is_clean) {
   image.AddFile(1, "!#$%&'()-^~@{}[]_.", 0);
   image.AddFile(1, "12345678901234567890123456789", 0);
   image.AddFile(1, "...", 0);
-  EXPECT_EQ(Found(image), "");
+  EXPECT_EQ(FoundIn(image), "");
 }
 
 TEST(CheckNames, lower_case_is_found) {
   ImageBuilder image(1024, 32);
   image.AddFile(1, "Ab", 0);
-  EXPECT_EQ(Found(image), At("name-lower-case", 1, 2, image.EntryOffset(1, 2) + 2));
+  EXPECT_EQ(FoundIn(image), At("name-lower-case", 1, 2, image.EntryOffset(1, 2) + 2));
 }
 
 TEST(CheckNames, name_twice_in_one_directory_is_found) {  // C6
   Small image;
   image.AddFile(1, "A", 0);
-  EXPECT_EQ(Found(image), At("name-duplicate", 1, 2, image.EntryOffset(1, 4)));
+  EXPECT_EQ(FoundIn(image), At("name-duplicate", 1, 2, image.EntryOffset(1, 4)));
 }
 
 TEST(CheckEntries, number_out_of_range_is_found) {
   Small image;
   image.AddEntry(1, "X", 257);
-  EXPECT_EQ(Found(image), At("entry-outside", 1, 2, image.EntryOffset(1, 4)));
+  EXPECT_EQ(FoundIn(image), At("entry-outside", 1, 2, image.EntryOffset(1, 4)));
 }
 
 TEST(CheckEntries, entry_to_the_root_is_found) {
   Small image;
   image.AddEntry(3, "X", 1);
-  EXPECT_EQ(Found(image), At("entry-to-root", 3, image.MappedBlock(3, 0), image.EntryOffset(3, 4)));
+  EXPECT_EQ(FoundIn(image), At("entry-to-root", 3, image.MappedBlock(3, 0), image.EntryOffset(3, 4)));
 }
 
 TEST(CheckEntries, entry_to_a_free_node_is_found) {  // C7
   Small image;
   image.AddEntry(1, "X", 9);
-  EXPECT_EQ(Found(image), At("entry-to-free", 1, 2, image.EntryOffset(1, 4)));
+  EXPECT_EQ(FoundIn(image), At("entry-to-free", 1, 2, image.EntryOffset(1, 4)));
 }
 
 TEST(CheckEntries, three_names_of_a_node_are_counted) {  // C7
   Small image;
   image.AddEntry(3, "X", 2);
   image.AddEntry(5, "Y", 2);
-  EXPECT_EQ(Found(image), At("many-names", 2, 0, kNoOffset, 3));
+  EXPECT_EQ(FoundIn(image), At("many-names", 2, 0, kNoOffset, 3));
 }
 
 TEST(CheckEntries, two_names_in_one_directory_is_damage) {
   Small image;
   image.AddEntry(1, "X", 2);
-  EXPECT_EQ(Found(image), At("many-names", 2, 0, kNoOffset, 2));
+  EXPECT_EQ(FoundIn(image), At("many-names", 2, 0, kNoOffset, 2));
 }
 
 TEST(CheckEntries, file_with_two_names_on_a_marked_container_is_a_stopped_move) {
   Small image;
   image.AddEntry(3, "X", 2);
   image.Put32(kStateFlagsOffset, kVolumeDirty);
-  EXPECT_EQ(Found(image), At("two-names", 2, 0, kNoOffset));
+  EXPECT_EQ(FoundIn(image), At("two-names", 2, 0, kNoOffset));
 }
 
 TEST(CheckEntries, two_names_of_which_one_is_illegal_is_damage) {
@@ -808,7 +794,7 @@ TEST(CheckEntries, two_names_of_which_one_is_illegal_is_damage) {
     image.AddEntry(3, "X", 2);
     image.Put32(kStateFlagsOffset, kVolumeDirty);
     image.PutText((first ? image.EntryOffset(1, 2) : image.EntryOffset(3, 4)) + 2, "?");
-    const Report report = Inspect(image);
+    const Report report = CheckOf(image);
     EXPECT_EQ(report.Count(Kind::kNameIllegal), 1u) << first;
     EXPECT_EQ(report.Count(Kind::kManyNames), 1u) << first;
     EXPECT_EQ(report.Count(Kind::kTwoNames), 0u) << first;
@@ -819,15 +805,15 @@ TEST(CheckEntries, directory_with_two_names_on_a_marked_container_is_a_stopped_m
   Small image;
   image.AddEntry(1, "E", 5);
   image.Put32(kStateFlagsOffset, kVolumeDirty);
-  EXPECT_EQ(Found(image), "two-names node=5");
+  EXPECT_EQ(FoundIn(image), "two-names node=5");
   image.Put16(image.EntryOffset(5, 1), 1);
-  EXPECT_EQ(Found(image), "two-names node=5");
+  EXPECT_EQ(FoundIn(image), "two-names node=5");
 }
 
 TEST(CheckDirectory, directory_named_below_itself_is_no_half_made_move) {
   Small image;
   image.AddEntry(5, "UP", 3);
-  EXPECT_EQ(Found(image), At("many-names", 3, 0, kNoOffset, 2));
+  EXPECT_EQ(FoundIn(image), At("many-names", 3, 0, kNoOffset, 2));
 }
 
 TEST(CheckDirectory, entry_not_yet_counted_is_half_made) {
@@ -835,21 +821,21 @@ TEST(CheckDirectory, entry_not_yet_counted_is_half_made) {
   const std::uint16_t node = image.AddNode(0);
   image.AddEntry(1, "NEW", node);
   image.SetSize(1, image.Size(1) - 32);
-  EXPECT_EQ(Found(image), At("append-interrupted", 1, 2, image.EntryOffset(1, 4)));
+  EXPECT_EQ(FoundIn(image), At("append-interrupted", 1, 2, image.EntryOffset(1, 4)));
 }
 
 TEST(CheckDirectory, directory_not_yet_counted_is_half_made) {
   Small image;
   image.AddDirectory(1, "NEW");
   image.SetSize(1, image.Size(1) - 32);
-  EXPECT_EQ(Found(image), At("append-interrupted", 1, 2, image.EntryOffset(1, 4)));
+  EXPECT_EQ(FoundIn(image), At("append-interrupted", 1, 2, image.EntryOffset(1, 4)));
 }
 
 TEST(CheckDirectory, uncounted_entry_of_a_free_node_is_damage) {
   Small image;
   image.AddEntry(1, "NEW", 77);
   image.SetSize(1, image.Size(1) - 32);
-  EXPECT_EQ(Found(image), At("dir-beyond-size", 1, 2, image.EntryOffset(1, 4)));
+  EXPECT_EQ(FoundIn(image), At("dir-beyond-size", 1, 2, image.EntryOffset(1, 4)));
 }
 
 TEST(CheckDirectory, last_entry_cleared_but_counted_is_half_made) {
@@ -857,7 +843,7 @@ TEST(CheckDirectory, last_entry_cleared_but_counted_is_half_made) {
   const std::uint16_t directory = FillDirectory(&image, 5);
   const std::uint16_t node = image.Get16(image.EntryOffset(directory, 4));
   image.Put16(image.EntryOffset(directory, 4), 0);
-  EXPECT_EQ(Found(image),
+  EXPECT_EQ(FoundIn(image),
             At("removal-interrupted", directory, image.MappedBlock(directory, 0), image.EntryOffset(directory, 4)) +
                 "; " + At("node-leaked", node, 0, image.NodeOffset(node)));
 }
@@ -870,8 +856,8 @@ TEST(CheckDirectory, last_entry_copied_into_the_hole_is_half_made) {
     image.Put8(image.EntryOffset(directory, 7) + i, image.bytes()[image.EntryOffset(directory, 34) + i]);
   }
   const std::uint32_t block = image.MappedBlock(directory, 1);
-  EXPECT_EQ(Found(image), At("entry-doubled", directory, block, image.EntryOffset(directory, 34)) + "; " +
-                              At("node-leaked", removed, 0, image.NodeOffset(removed)));
+  EXPECT_EQ(FoundIn(image), At("entry-doubled", directory, block, image.EntryOffset(directory, 34)) + "; " +
+                                At("node-leaked", removed, 0, image.NodeOffset(removed)));
 }
 
 TEST(CheckDirectory, last_block_listed_as_free_is_half_made) {
@@ -879,8 +865,8 @@ TEST(CheckDirectory, last_block_listed_as_free_is_half_made) {
   const std::uint16_t directory = FillDirectory(&image, 33);
   const std::uint32_t block = image.MappedBlock(directory, 1);
   image.SetChain({{block}});
-  const Report report = Inspect(image);
-  EXPECT_EQ(Found(report), At("last-block-freed", directory, block, image.BlockOffset(block)));
+  const Report report = CheckOf(image);
+  EXPECT_EQ(FoundIn(report), At("last-block-freed", directory, block, image.BlockOffset(block)));
   EXPECT_EQ(report.model.blocks[block].use, BlockUse::kDirectory);
 }
 
@@ -898,8 +884,8 @@ TEST(CheckDirectory, last_block_turned_chain_record_is_half_made) {
       if (linked) image.Put32(48, block);
       const std::string partial =
           linked && older ? At("chain-partial", 0, next, image.BlockOffset(next) + 8) + "; " : "";
-      EXPECT_EQ(Found(image), partial + At("last-block-freed", directory, block, image.BlockOffset(block)) + "; " +
-                                  At("node-leaked", node, 0, image.NodeOffset(node)));
+      EXPECT_EQ(FoundIn(image), partial + At("last-block-freed", directory, block, image.BlockOffset(block)) + "; " +
+                                    At("node-leaked", node, 0, image.NodeOffset(node)));
     }
   }
 }
@@ -909,99 +895,93 @@ TEST(CheckDirectory, full_block_listed_as_free_is_damage) {
   const std::uint16_t directory = FillDirectory(&image, 34);
   const std::uint32_t block = image.MappedBlock(directory, 1);
   image.SetChain({{block}});
-  EXPECT_EQ(Found(image), At("chain-block-in-use", directory, block, image.BlockOffset(block)));
+  EXPECT_EQ(FoundIn(image), At("chain-block-in-use", directory, block, image.BlockOffset(block)));
 }
 
 // ---- Free chain -----------------------------------------------------------------------------------------------------
 
-struct Chained : Small {
-  std::uint32_t a = AppendBlock(), b = AppendBlock(), c = AppendBlock();
-  std::uint32_t record = SetChain({{a, b, c}})[0];
-  std::uint64_t at = BlockOffset(record);
-};
-
-TEST(CheckChain, sound_chain_is_clean) { EXPECT_EQ(Found(Chained()), ""); }
+TEST(CheckChain, sound_chain_is_clean) { EXPECT_EQ(FoundIn(WithChain<Small>()), ""); }
 
 TEST(CheckChain, head_beyond_the_end_is_found) {
   Small image;
   image.Put32(48, image.Blocks() + 1);
-  EXPECT_EQ(Found(image), At("chain-outside", 0, image.Blocks() + 1, 48));
+  EXPECT_EQ(FoundIn(image), At("chain-outside", 0, image.Blocks() + 1, 48));
 }
 
 TEST(CheckChain, link_beyond_the_end_is_found) {  // C3
-  Chained image;
+  WithChain<Small> image;
   image.Put32(image.at + 4, 0xFFFFFFFF);
-  EXPECT_EQ(Found(image), At("chain-outside", 0, 0xFFFFFFFF, image.at + 4));
+  EXPECT_EQ(FoundIn(image), At("chain-outside", 0, 0xFFFFFFFF, image.at + 4));
 }
 
 TEST(CheckChain, signature_other_is_found_and_its_blocks_leak) {
-  Chained image;
+  WithChain<Small> image;
   image.Put8(image.at, 'X');
-  EXPECT_EQ(Found(image), At("chain-signature", 0, image.record, image.at) + "; " +
-                              At("block-leaked", 0, image.a, image.BlockOffset(image.a), 4));
+  EXPECT_EQ(FoundIn(image), At("chain-signature", 0, image.record, image.at) + "; " +
+                                At("block-leaked", 0, image.a, image.BlockOffset(image.a), 4));
 }
 
 TEST(CheckChain, count_above_capacity_is_found_and_all_blocks_leak) {  // C8
-  Chained image;
+  WithChain<Small> image;
   image.Put32(image.at + 8, 254);
-  EXPECT_EQ(Inspect(image).Count(Kind::kChainCount), 1u);
-  EXPECT_EQ(Inspect(image).totals.leakedBlocks, 4u);
+  EXPECT_EQ(CheckOf(image).Count(Kind::kChainCount), 1u);
+  EXPECT_EQ(CheckOf(image).totals.leakedBlocks, 4u);
 }
 
 TEST(CheckChain, entry_zero_is_found) {
-  Chained image;
+  WithChain<Small> image;
   image.Put32(image.at + 8, 4);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.Count(Kind::kChainZeroEntry), 1u);
   EXPECT_EQ(report.findings[0].offset, image.at + 24);
 }
 
 TEST(CheckChain, entry_beyond_the_end_is_found) {
-  Chained image;
+  WithChain<Small> image;
   image.Put32(image.at + 20, image.record + 1);
-  EXPECT_EQ(Found(image), At("chain-entry-outside", 0, image.record, image.at + 20) + "; " +
-                              At("block-leaked", 0, image.c, image.BlockOffset(image.c)));
+  EXPECT_EQ(FoundIn(image), At("chain-entry-outside", 0, image.record, image.at + 20) + "; " +
+                                At("block-leaked", 0, image.c, image.BlockOffset(image.c)));
 }
 
 TEST(CheckChain, heap_out_of_order_is_found) {  // C8
-  Chained image;
+  WithChain<Small> image;
   image.Put32(image.at + 12, image.b);
   image.Put32(image.at + 16, image.a);
-  EXPECT_EQ(Found(image), At("chain-heap-order", 0, image.record, image.at + 16));
+  EXPECT_EQ(FoundIn(image), At("chain-heap-order", 0, image.record, image.at + 16));
 }
 
 TEST(CheckChain, entry_twice_is_a_duplicate) {
-  Chained image;
+  WithChain<Small> image;
   image.Put32(image.at + 20, image.b);
-  EXPECT_EQ(Found(image), At("chain-duplicate", 0, image.b, image.at + 20) + "; " +
-                              At("block-leaked", 0, image.c, image.BlockOffset(image.c)));
+  EXPECT_EQ(FoundIn(image), At("chain-duplicate", 0, image.b, image.at + 20) + "; " +
+                                At("block-leaked", 0, image.c, image.BlockOffset(image.c)));
 }
 
 TEST(CheckChain, record_that_lists_itself_is_a_duplicate) {
-  Chained image;
+  WithChain<Small> image;
   image.Put32(image.at + 20, image.record);
-  EXPECT_EQ(Inspect(image).Count(Kind::kChainDuplicate), 1u);
+  EXPECT_EQ(CheckOf(image).Count(Kind::kChainDuplicate), 1u);
 }
 
 TEST(CheckChain, cycle_of_records_is_found) {
-  Chained image;
+  WithChain<Small> image;
   image.Put32(image.at + 4, image.record);
-  EXPECT_EQ(Found(image), At("chain-cycle", 0, image.record, image.at + 4));
+  EXPECT_EQ(FoundIn(image), At("chain-cycle", 0, image.record, image.at + 4));
 }
 
 TEST(CheckChain, entry_in_use_is_found) {  // C2
-  Chained image;
+  WithChain<Small> image;
   const std::uint32_t used = image.MappedBlock(2, 0);
   image.Put32(image.at + 12, used);
-  EXPECT_EQ(Found(image), At("chain-block-in-use", 2, used, image.BlockOffset(used)) + "; " +
-                              At("block-leaked", 0, image.a, image.BlockOffset(image.a)));
+  EXPECT_EQ(FoundIn(image), At("chain-block-in-use", 2, used, image.BlockOffset(used)) + "; " +
+                                At("block-leaked", 0, image.a, image.BlockOffset(image.a)));
 }
 
 TEST(CheckChain, record_behind_the_head_not_full_is_a_note) {
   Small image;
   const std::uint32_t block = image.AppendBlock();
   const std::vector<std::uint32_t> records = image.SetChain({{}, {block}});
-  EXPECT_EQ(Found(image), At("chain-partial", 0, records[1], image.BlockOffset(records[1]) + 8));
+  EXPECT_EQ(FoundIn(image), At("chain-partial", 0, records[1], image.BlockOffset(records[1]) + 8));
 }
 
 // ---- Leaks ----------------------------------------------------------------------------------------------------------
@@ -1011,29 +991,29 @@ TEST(CheckLeaks, blocks_in_a_row_are_one_finding) {
   const std::uint32_t first = image.AppendBlock();
   image.AppendBlock();
   image.AppendBlock();
-  const Report report = Inspect(image);
-  EXPECT_EQ(Found(report), At("block-leaked", 0, first, image.BlockOffset(first), 3));
+  const Report report = CheckOf(image);
+  EXPECT_EQ(FoundIn(report), At("block-leaked", 0, first, image.BlockOffset(first), 3));
   EXPECT_EQ(report.Worst(), Severity::kLeak);
 }
 
 TEST(CheckLeaks, node_without_a_name_is_leaked) {
   Small image;
   const std::uint16_t node = image.AddNode(0);
-  EXPECT_EQ(Found(image), At("node-leaked", node, 0, image.NodeOffset(node)));
+  EXPECT_EQ(FoundIn(image), At("node-leaked", node, 0, image.NodeOffset(node)));
 }
 
 TEST(CheckLeaks, directory_without_its_first_block_is_no_damage) {
   Small image;
   const std::uint16_t node = image.AddNode(8);
-  EXPECT_EQ(Found(image), At("node-leaked", node, 0, image.NodeOffset(node)));
+  EXPECT_EQ(FoundIn(image), At("node-leaked", node, 0, image.NodeOffset(node)));
 }
 
 TEST(CheckLeaks, directory_without_a_name_its_contents_are_not_reported_again) {
   Small image;
   image.Put16(image.EntryOffset(1, 3), 0);
   image.SetSize(1, 96);
-  const Report report = Inspect(image);
-  EXPECT_EQ(Found(report), At("node-leaked", 3, 0, image.NodeOffset(3)));
+  const Report report = CheckOf(image);
+  EXPECT_EQ(FoundIn(report), At("node-leaked", 3, 0, image.NodeOffset(3)));
   EXPECT_EQ(PathOf(report.model, 4), "(node 3)/B");
 }
 
@@ -1042,7 +1022,7 @@ TEST(CheckLeaks, directory_without_a_name_its_contents_are_not_reported_again) {
 TEST(CheckAnything, random_changes_never_crash_or_hang) {
   std::uint32_t state = 1;
   const auto next = [&state] { return (state = state * 1664525u + 1013904223u) >> 8; };
-  Chained base;
+  WithChain<Small> base;
   FillDirectory(&base, 40);
   base.AddFile(1, "BIG", 300 * 1024);
   for (int round = 0; round < 3000; ++round) {
@@ -1071,7 +1051,7 @@ TEST(CheckAnything, more_findings_than_are_kept_are_still_counted) {
   ImageBuilder image(1024, 32);
   image.AddFile(1, "F", 12000 * 1024);
   for (std::uint32_t i = 0; i < 12000; ++i) image.Put32(image.MapOffset(2, i), 2);
-  const Report report = Inspect(image);
+  const Report report = CheckOf(image);
   EXPECT_EQ(report.findings.size(), kMaxFindings);
   EXPECT_EQ(report.Count(Kind::kBlockShared), 12000u);
 }
@@ -1079,7 +1059,7 @@ TEST(CheckAnything, more_findings_than_are_kept_are_still_counted) {
 // ---- Text and JSON --------------------------------------------------------------------------------------------------
 
 TEST(ReportText, clean_is_a_summary_alone) {
-  EXPECT_EQ(ToText(Inspect(ImageBuilder(1024, 32))),
+  EXPECT_EQ(ToText(CheckOf(ImageBuilder(1024, 32))),
             "0 files with 0 bytes, 1 directory, 255 free nodes; 2 blocks of 1024 bytes, 0 free, 0 leaked\n"
             "contents carry no checksums: a file can be damaged without a finding\n"
             "clean: damage 0, interrupted 0, leak 0, note 0\n");
@@ -1089,7 +1069,7 @@ TEST(ReportText, finding_names_its_place) {
   Small image;
   image.Put32(52, 1);
   image.Put16(image.NodeOffset(4) + 4, 5);
-  const std::string text = ToText(Inspect(image));
+  const std::string text = ToText(CheckOf(image));
   EXPECT_EQ(text.substr(0, text.find('\n')), "damage      node-number at /D/B, node 4, block 1, byte " +
                                                  std::to_string(image.NodeOffset(4) + 4) +
                                                  ": the slot has number 5 instead of its own");
@@ -1100,7 +1080,7 @@ TEST(ReportText, finding_names_its_place) {
 TEST(ReportJson, finding_is_an_object_with_its_place) {
   Small image;
   image.PutText(image.EntryOffset(1, 2) + 2, "\"\\\x01");
-  const std::string json = ToJson(Inspect(image));
+  const std::string json = ToJson(CheckOf(image));
   EXPECT_EQ(json.find("{\"verdict\":\"damaged\",\"marked\":false,\"readable\":true,\"damage\":1,"), 0u);
   EXPECT_NE(
       json.find("{\"severity\":\"damage\",\"kind\":\"name-illegal\",\"node\":1,\"path\":\"/\",\"block\":2,\"offset\":" +

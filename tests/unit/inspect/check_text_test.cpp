@@ -10,6 +10,7 @@
 #include "inspect/container/image.h"
 #include "inspect/view/report.h"
 #include "tests/support/image_builder.h"
+#include "tests/support/small_image.h"
 #include "tests/unit/inspect/expected_texts.h"
 
 namespace orba::inspect {
@@ -17,10 +18,11 @@ namespace {
 
 using testimage::Bytes;
 using testimage::ImageBuilder;
+using testimage::Small;
 using testtext::ExpectTexts;
 
 // The lines of the findings.
-std::string Lines(const Image& image) {
+std::string FindingLines(const Image& image) {
   const Report report = Check(image);
   const std::string text = ToText(report);
   std::size_t end = 0;
@@ -28,25 +30,15 @@ std::string Lines(const Image& image) {
   return text.substr(0, end);
 }
 
-// blocks: 1 nodes, 2 root, 3 and 4 A (node 2), 5 D (node 3), 6 to 12 B (node 4) in D, 13 its map, 14 E (node 5) in D
-struct Small : ImageBuilder {
-  Small() : ImageBuilder(1024, 32) {
-    AddFile(1, "A", 1500);
-    AddDirectory(1, "D");
-    AddFile(3, "B", 7 * 1024);
-    AddDirectory(3, "E");
-  }
-};
-
 // A file F (node 2) with 600 blocks: two second-level blocks.
-struct Long : ImageBuilder {
-  Long() : ImageBuilder(1024, 32) { AddFile(1, "F", 600 * 1024); }
+struct TwoSecondLevels : ImageBuilder {
+  TwoSecondLevels() : ImageBuilder(1024, 32) { AddFile(1, "F", 600 * 1024); }
   std::uint32_t Double() const { return Get32(NodeOffset(2) + 60); }
 };
 
 // A container of which one byte cannot be read.
-struct Bad : MemoryImage {
-  explicit Bad(std::uint64_t at) : MemoryImage(Small().bytes()), bad(at) {}
+struct OneByteBad : MemoryImage {
+  explicit OneByteBad(std::uint64_t at) : MemoryImage(Small().bytes()), bad(at) {}
   bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
     return !(offset <= bad && bad < offset + count) && MemoryImage::Read(offset, out, count);
   }
@@ -57,21 +49,21 @@ template <class Builder>
 std::string After(const std::function<void(Builder*)>& change) {
   Builder image;
   change(&image);
-  return Lines(MemoryImage(image.bytes()));
+  return FindingLines(MemoryImage(image.bytes()));
 }
 
-// What is done to a Small or a Long container, and says so itself.
+// What is done to a Small or a TwoSecondLevels container, and says so itself.
 #define SMALL(...)                                                           \
   {                                                                          \
 #__VA_ARGS__, [] { return After<Small>([](Small* i) { __VA_ARGS__; }); } \
   }
-#define LONG(...)                                                          \
-  {                                                                        \
-#__VA_ARGS__, [] { return After<Long>([](Long* i) { __VA_ARGS__; }); } \
+#define LONG(...)                                                                                \
+  {                                                                                              \
+#__VA_ARGS__, [] { return After<TwoSecondLevels>([](TwoSecondLevels* i) { __VA_ARGS__; }); } \
   }
-#define BAD(at)                                           \
-  {                                                       \
-    "unreadable byte " #at, [] { return Lines(Bad(at)); } \
+#define BAD(at)                                                         \
+  {                                                                     \
+    "unreadable byte " #at, [] { return FindingLines(OneByteBad(at)); } \
   }
 
 TEST(CheckText, header_fields_say_what_they_should_be) {
@@ -188,8 +180,8 @@ TEST(CheckText, free_chain_is_judged_record_by_record) {
 }
 
 // A chain whose head lists the record behind it.
-struct Listed : Small {
-  Listed() {
+struct ChainListed : Small {
+  ChainListed() {
     AppendBlock();
     const std::vector<std::uint32_t> records = SetChain({{15}, {15}});
     Put32(BlockOffset(records[0]) + 12, records[1]);
@@ -197,7 +189,7 @@ struct Listed : Small {
 };
 
 TEST(CheckText, record_that_is_listed_is_told_apart_from_a_block_listed_twice) {
-  ExpectTexts("check_listed_record", {{"listed", [] { return After<Listed>([](Listed*) {}); }}});
+  ExpectTexts("check_listed_record", {{"listed", [] { return After<ChainListed>([](ChainListed*) {}); }}});
 }
 
 // A directory of more than one block, which stands in its map twice.
@@ -230,13 +222,13 @@ TEST(CheckText, directory_shrinks_by_a_block_with_one_entry) {
 }
 
 // Bits for nodes that the table has no room for, up to the bitmap's last one.
-struct Wide : ImageBuilder {
-  Wide() : ImageBuilder(1024, 896) {}
+struct WideTable : ImageBuilder {
+  WideTable() : ImageBuilder(1024, 896) {}
 };
 
-#define WIDE(...)                                                          \
-  {                                                                        \
-#__VA_ARGS__, [] { return After<Wide>([](Wide* i) { __VA_ARGS__; }); } \
+#define WIDE(...)                                                                    \
+  {                                                                                  \
+#__VA_ARGS__, [] { return After<WideTable>([](WideTable* i) { __VA_ARGS__; }); } \
   }
 
 TEST(CheckText, bits_beyond_the_table_are_told_by_rows) {

@@ -14,19 +14,19 @@ using testimage::Bytes;
 using testimage::ImageBuilder;
 
 // blocks: 1 nodes, 2 root, 3 and 4 A, 5 D, 6 to 12 B, 13 its block map, 14 leaked, 15 free, 16 the chain
-struct Small : ImageBuilder {
-  Small() : ImageBuilder(1024, 32) {
+struct Drawn : ImageBuilder {
+  Drawn() : ImageBuilder(1024, 32) {
     AddFile(1, "A", 1500);
     AddDirectory(1, "D");
     AddFile(3, "B", 7 * 1024);
     AppendBlock();
     SetChain({{AppendBlock()}});
   }
-  Small(const Small&) = default;
+  Drawn(const Drawn&) = default;
 };
 
-struct Checked {
-  explicit Checked(const ImageBuilder& builder) : image(builder.bytes()), report(Check(image)) {}
+struct CheckedToDraw {
+  explicit CheckedToDraw(const ImageBuilder& builder) : image(builder.bytes()), report(Check(image)) {}
   MemoryImage image;
   Report report;
 };
@@ -42,7 +42,7 @@ std::size_t Lines(const std::string& text) {
 }
 
 TEST(Dump, header_fields_are_shown_with_their_meaning) {
-  const Checked checked{Small()};
+  const CheckedToDraw checked{Drawn()};
   const std::string text = DumpHeader(checked.image);
   EXPECT_EQ(Lines(text), 15u);
   EXPECT_EQ(Line(text, 0), "00000000  4f 52 42 41                 signature           \"ORBA\"");
@@ -57,25 +57,25 @@ TEST(Dump, header_container_too_short) {
 }
 
 TEST(Dump, table_entries_are_shown_with_their_nodes) {
-  EXPECT_EQ(DumpTable(Checked(Small()).report),
+  EXPECT_EQ(DumpTable(CheckedToDraw(Drawn()).report),
             "00000080  01 00 00 00                 entry 0             block 1: nodes 1 to 16\n"
             "all other entries are zero\n");
 }
 
 TEST(Dump, bitmap_runs_are_shown_with_their_nodes) {
-  EXPECT_EQ(DumpBitmap(Checked(Small()).report),
+  EXPECT_EQ(DumpBitmap(CheckedToDraw(Drawn()).report),
             "00000400  0f                          nodes 1 to 4        in use\n"
             "00000400  0f ff ff ff ff ff ff ff ..  nodes 5 to 256      free\n");
-  ImageBuilder hole = Small();
+  ImageBuilder hole = Drawn();
   hole.SetFree(2, true);
-  EXPECT_EQ(Line(DumpBitmap(Checked(hole).report), 1),
+  EXPECT_EQ(Line(DumpBitmap(CheckedToDraw(hole).report), 1),
             "00000400  4f                          node 2              free");
-  EXPECT_EQ(DumpBitmap(Checked(ImageBuilder(1024, 0)).report),
+  EXPECT_EQ(DumpBitmap(CheckedToDraw(ImageBuilder(1024, 0)).report),
             "the bitmap is empty: the volume holds the root alone\n");
 }
 
 TEST(Dump, node_fields_are_shown_with_their_meaning) {
-  const Checked checked{Small()};
+  const CheckedToDraw checked{Drawn()};
   const std::string text = DumpNode(checked.image, checked.report, 4);
   EXPECT_EQ(Lines(text), 17u);
   EXPECT_EQ(Line(text, 0), "node 4: file /D/B");
@@ -88,7 +88,7 @@ TEST(Dump, node_fields_are_shown_with_their_meaning) {
 }
 
 TEST(Dump, blocks_of_each_use_are_shown) {
-  const Checked checked{Small()};
+  const CheckedToDraw checked{Drawn()};
   const auto dump = [&](std::uint32_t block) { return DumpBlock(checked.image, checked.report, block); };
   EXPECT_EQ(Line(dump(1), 0), "block 1: node block of table entry 0");
   EXPECT_EQ(Line(dump(1), 2), "00000460  49 4e 4f 31 02 00 00 00     node 2              file /A");
@@ -114,19 +114,19 @@ TEST(Dump, blocks_of_each_use_are_shown) {
 }
 
 TEST(Dump, chain_records_are_shown_or_that_there_are_none) {
-  const Checked checked{Small()};
+  const CheckedToDraw checked{Drawn()};
   EXPECT_EQ(DumpChain(checked.image, checked.report),
             "record in block 16\n"
             "00004020  46 42 43 31                 signature           \"FBC1\"\n"
             "00004024  00 00 00 00                 next                none\n"
             "00004028  01 00 00 00                 count               1 of 253\n"
             "0000402c  0f 00 00 00                 entry 1             block 15\n");
-  const Checked formatted{ImageBuilder(1024, 32)};
+  const CheckedToDraw formatted{ImageBuilder(1024, 32)};
   EXPECT_EQ(DumpChain(formatted.image, formatted.report), "no free chain\n");
 }
 
 TEST(Dump, directory_entries_are_shown_with_their_nodes) {
-  const Checked checked{Small()};
+  const CheckedToDraw checked{Drawn()};
   const std::string text = DumpDirectory(checked.image, checked.report, 3);
   EXPECT_EQ(Line(text, 0), "directory /D, node 3, 3 entries");
   EXPECT_EQ(Line(text, 1), "block 5");
@@ -139,9 +139,9 @@ TEST(Dump, directory_entries_are_shown_with_their_nodes) {
 TEST(Dump, any_bytes_never_crash) {
   std::uint32_t state = 3;
   const auto next = [&state] { return (state = state * 1664525u + 1013904223u) >> 8; };
-  const Small base;
+  const Drawn base;
   for (int round = 0; round < 200; ++round) {
-    Small broken = base;
+    Drawn broken = base;
     for (int i = 0; i < 20; ++i) broken.bytes()[next() % broken.bytes().size()] = static_cast<std::uint8_t>(next());
     if (round % 4 == 0) broken.bytes().resize(next() % broken.bytes().size());
     const MemoryImage image(broken.bytes());
@@ -156,7 +156,7 @@ TEST(Dump, any_bytes_never_crash) {
 }
 
 TEST(DrawMap, every_use_has_its_cell_and_count) {
-  EXPECT_EQ(DrawMap(Checked(Small()).report, {8, 32, false}),
+  EXPECT_EQ(DrawMap(CheckedToDraw(Drawn()).report, {8, 32, false}),
             "16 blocks of 1024 bytes\n"
             "       1 ND##D+++\n"
             "       9 ++++M!..\n"
@@ -166,11 +166,11 @@ TEST(DrawMap, every_use_has_its_cell_and_count) {
 TEST(DrawMap, files_next_to_each_other_are_drawn_in_turn) {
   ImageBuilder image(1024, 32);
   for (const char* name : {"A", "B", "C", "D"}) image.AddFile(1, name, 500);
-  EXPECT_EQ(Line(DrawMap(Checked(image).report, {8, 32, false}), 1), "       1 ND#+#+");
+  EXPECT_EQ(Line(DrawMap(CheckedToDraw(image).report, {8, 32, false}), 1), "       1 ND#+#+");
 }
 
 TEST(DrawMap, more_blocks_than_cells_leaks_and_damage_show_through) {
-  EXPECT_EQ(DrawMap(Checked(Small()).report, {2, 2, false}),
+  EXPECT_EQ(DrawMap(CheckedToDraw(Drawn()).report, {2, 2, false}),
             "16 blocks of 1024 bytes, 4 in a cell\n"
             "       1 ##\n"
             "       9 #!\n"
@@ -178,9 +178,9 @@ TEST(DrawMap, more_blocks_than_cells_leaks_and_damage_show_through) {
 }
 
 TEST(DrawMap, block_used_twice_and_colour) {
-  Small image;
+  Drawn image;
   image.Put32(image.MapOffset(4, 0), image.MappedBlock(2, 0));
-  const std::string text = DrawMap(Checked(image).report, {16, 1, true});
+  const std::string text = DrawMap(CheckedToDraw(image).report, {16, 1, true});
   EXPECT_NE(text.find("\x1b[31;1mX\x1b[0m"), std::string::npos);
   EXPECT_NE(text.find("\x1b[94m++++++\x1b[0m"), std::string::npos) << text;
 }
@@ -190,7 +190,7 @@ TEST(DrawMap, layout_unknown_says_so) {
 }
 
 TEST(DrawSvg, runs_are_rectangles_with_tooltips) {
-  const std::string svg = DrawSvg(Checked(Small()).report);
+  const std::string svg = DrawSvg(CheckedToDraw(Drawn()).report);
   EXPECT_EQ(
       svg.find("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"1104\" height=\"104\" viewBox=\"0 0 1104 104\""), 0u);
   EXPECT_NE(svg.find("<rect x=\"80\" y=\"80\" width=\"16\" height=\"7\" fill=\"#2e6fb7\"><title>blocks 3 to 4: files, "
@@ -202,7 +202,7 @@ TEST(DrawSvg, runs_are_rectangles_with_tooltips) {
 TEST(DrawSvg, row_of_128_blocks_is_followed_by_one_below_it) {
   ImageBuilder image(1024, 32);
   image.AddFile(1, "A", 127 * 1024);  // behind two blocks; 130 with its block map
-  const std::string svg = DrawSvg(Checked(image).report);
+  const std::string svg = DrawSvg(CheckedToDraw(image).report);
   EXPECT_NE(svg.find("<rect x=\"64\" y=\"88\" width=\"16\" "), std::string::npos) << svg;
 }
 

@@ -15,14 +15,14 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 // 1, 2, 3, ...: every field differs from every other, in each of its bytes.
-Bytes Counting(std::size_t count) {
+Bytes CountingUp(std::size_t count) {
   Bytes bytes(count);
   for (std::size_t i = 0; i < count; ++i) bytes[i] = static_cast<std::uint8_t>(i + 1);
   return bytes;
 }
 
 TEST(Fields, header_is_decoded_field_by_field) {
-  const VolumeHeader header = DecodeHeader(Counting(kHeaderSize).data());
+  const VolumeHeader header = DecodeHeader(CountingUp(kHeaderSize).data());
   EXPECT_EQ(header.signature, 0x04030201u);
   EXPECT_EQ(header.version, 0x08070605u);
   EXPECT_EQ(header.headerSize, 0x0C0B0A09u);
@@ -42,7 +42,7 @@ TEST(Fields, header_is_decoded_field_by_field) {
 }
 
 TEST(Fields, node_is_decoded_field_by_field) {
-  const OrbNodeRecord node = DecodeNode(Counting(kNodeSize).data());
+  const OrbNodeRecord node = DecodeNode(CountingUp(kNodeSize).data());
   EXPECT_EQ(node.signature, 0x04030201u);
   EXPECT_EQ(node.number, 0x0605);
   EXPECT_EQ(node.attributes, 0x0807);
@@ -63,7 +63,7 @@ TEST(Fields, node_is_decoded_field_by_field) {
 }
 
 TEST(Fields, entry_is_decoded_with_all_bytes_of_its_name) {
-  const OrbDirEntry entry = DecodeEntry(Counting(kDirEntrySize).data());
+  const OrbDirEntry entry = DecodeEntry(CountingUp(kDirEntrySize).data());
   EXPECT_EQ(entry.node, 0x0201);
   EXPECT_EQ(entry.name[0], 3);
   EXPECT_EQ(entry.name[29], 32);
@@ -71,18 +71,18 @@ TEST(Fields, entry_is_decoded_with_all_bytes_of_its_name) {
 
 TEST(Fields, encoded_record_has_the_bytes_it_was_decoded_from) {
   Bytes bytes(kHeaderSize);
-  EncodeHeader(DecodeHeader(Counting(kHeaderSize).data()), bytes.data());
-  EXPECT_EQ(bytes, Counting(kHeaderSize));
+  EncodeHeader(DecodeHeader(CountingUp(kHeaderSize).data()), bytes.data());
+  EXPECT_EQ(bytes, CountingUp(kHeaderSize));
   bytes.assign(kNodeSize, 0);
-  EncodeNode(DecodeNode(Counting(kNodeSize).data()), bytes.data());
-  EXPECT_EQ(bytes, Counting(kNodeSize));
+  EncodeNode(DecodeNode(CountingUp(kNodeSize).data()), bytes.data());
+  EXPECT_EQ(bytes, CountingUp(kNodeSize));
   bytes.assign(kDirEntrySize, 0);
-  EncodeEntry(DecodeEntry(Counting(kDirEntrySize).data()), bytes.data());
-  EXPECT_EQ(bytes, Counting(kDirEntrySize));
+  EncodeEntry(DecodeEntry(CountingUp(kDirEntrySize).data()), bytes.data());
+  EXPECT_EQ(bytes, CountingUp(kDirEntrySize));
 }
 
 TEST(Fields, time_stamp_is_decoded_without_its_eighth_byte) {
-  const TimeStamp time = DecodeTime(Counting(8).data());
+  const TimeStamp time = DecodeTime(CountingUp(8).data());
   EXPECT_EQ(time.year, 0x0201);
   EXPECT_EQ(time.month, 3);
   EXPECT_EQ(time.day, 4);
@@ -152,7 +152,7 @@ TEST(Fields, empty_node_has_signature_and_number_alone) {
 }
 
 TEST(Fields, number_of_a_field_has_its_width) {
-  const Bytes record = Counting(kNodeSize);
+  const Bytes record = CountingUp(kNodeSize);
   EXPECT_EQ(NumberOf(kNodeFields[0], record.data()), 0x04030201u);
   EXPECT_EQ(NumberOf(kNodeFields[1], record.data()), 0x0605u);
   EXPECT_EQ(NumberOf(kNodeFields[4], record.data()), 16u);

@@ -15,7 +15,7 @@ using testimage::ImageBuilder;
 
 VolumeHeader HeaderOf(const ImageBuilder& image) { return DecodeHeader(image.bytes().data()); }
 
-Geometry Found(const ImageBuilder& image) { return FindGeometry(MemoryImage(image.bytes()), HeaderOf(image)); }
+Geometry GeometryOf(const ImageBuilder& image) { return FindGeometry(MemoryImage(image.bytes()), HeaderOf(image)); }
 
 Geometry Made(std::uint32_t blockSize, std::uint32_t bitmapSize) {
   Geometry geometry;
@@ -131,7 +131,7 @@ TEST(FieldsAgree, reserved_region_ends_before_the_largest_container) {
 
 TEST(FindGeometry, sound_header_is_taken) {
   const ImageBuilder image(2048, 100);
-  const Geometry geometry = Found(image);
+  const Geometry geometry = GeometryOf(image);
   EXPECT_EQ(geometry.blockSize, 2048u);
   EXPECT_EQ(geometry.bitmapSize, 100u);
   EXPECT_EQ(geometry.dataOffset, 1124u);
@@ -141,11 +141,11 @@ TEST(FindGeometry, sound_header_is_taken) {
 TEST(FindGeometry, whole_blocks_are_counted) {
   ImageBuilder image(1024, 32);
   image.bytes().resize(image.bytes().size() + 1023);
-  EXPECT_EQ(Found(image).blocks, 2u);
+  EXPECT_EQ(GeometryOf(image).blocks, 2u);
   image.bytes().resize(image.bytes().size() + 1);
-  EXPECT_EQ(Found(image).blocks, 3u);
+  EXPECT_EQ(GeometryOf(image).blocks, 3u);
   image.bytes().resize(1000);
-  EXPECT_EQ(Found(image).blocks, 0u);
+  EXPECT_EQ(GeometryOf(image).blocks, 0u);
 }
 
 // Each pair of fields that says the same is wrong in one of them, for every block size.
@@ -154,7 +154,7 @@ TEST(FindGeometry, one_wrong_field_is_made_good_by_the_others) {
     for (const std::uint32_t offset : {8u, 12u, 16u, 20u, 24u, 28u, 32u, 36u, 40u, 44u}) {
       ImageBuilder image(blockSize, 40);
       image.Put32(offset, image.Get32(offset) ^ 0x13);
-      const Geometry geometry = Found(image);
+      const Geometry geometry = GeometryOf(image);
       EXPECT_EQ(geometry.blockSize, blockSize) << offset;
       EXPECT_EQ(geometry.bitmapSize, 40u) << offset;
       EXPECT_EQ(geometry.dataOffset, 1064u) << offset;
@@ -167,7 +167,7 @@ TEST(FindGeometry, lost_header_is_made_good_by_the_roots_node_block) {
     for (const std::uint32_t bitmapSize : {0u, 1u, 77u, MaxBitmapSize(blockSize)}) {
       ImageBuilder image(blockSize, bitmapSize);
       std::memset(image.bytes().data(), 0, kHeaderSize);
-      const Geometry geometry = Found(image);
+      const Geometry geometry = GeometryOf(image);
       EXPECT_EQ(geometry.blockSize, blockSize);
       EXPECT_EQ(geometry.bitmapSize, bitmapSize);
       EXPECT_EQ(geometry.dataOffset, 1024 + bitmapSize);
@@ -183,7 +183,7 @@ TEST(FindGeometry, large_reserved_region_is_believed_where_the_root_lies_behind_
   image.Put32(32, 8000);
   image.Put32(36, 9056);
   image.Put32(40, 9);  // the block size: the header does not agree any more
-  const Geometry geometry = Found(image);
+  const Geometry geometry = GeometryOf(image);
   EXPECT_EQ(geometry.blockSize, 1024u);
   EXPECT_EQ(geometry.bitmapSize, 32u);
   EXPECT_EQ(geometry.dataOffset, 9056u);
@@ -196,7 +196,7 @@ TEST(FindGeometry, bitmap_before_a_reserved_region_is_known_by_what_lies_behind_
   image.Put32(28, 0x7777);  // where the reserved region begins
   image.Put32(32, 8000);
   image.Put32(36, 9056);
-  const Geometry geometry = Found(image);
+  const Geometry geometry = GeometryOf(image);
   EXPECT_EQ(geometry.blockSize, 1024u);
   EXPECT_EQ(geometry.bitmapSize, 32u);
   EXPECT_EQ(geometry.dataOffset, 9056u);
@@ -208,7 +208,7 @@ TEST(FindGeometry, bitmap_of_the_largest_size_before_a_reserved_region_is_believ
   image.Put32(32, 64);
   image.Put32(36, 1984);
   image.Put32(40, 9);
-  const Geometry geometry = Found(image);
+  const Geometry geometry = GeometryOf(image);
   EXPECT_EQ(geometry.blockSize, 1024u);
   EXPECT_EQ(geometry.bitmapSize, 896u);
   EXPECT_EQ(geometry.dataOffset, 1984u);
@@ -228,15 +228,15 @@ TEST(FindGeometry, sound_header_gives_way_to_another_place_of_the_root) {
   ImageBuilder image(1024, 32);
   const ImageBuilder other(1024, 64);
   std::memcpy(image.bytes().data(), other.bytes().data(), kHeaderSize);
-  EXPECT_EQ(Found(image).bitmapSize, 32u);
+  EXPECT_EQ(GeometryOf(image).bitmapSize, 32u);
 }
 
 TEST(FindGeometry, sound_header_is_believed_where_the_root_is_nowhere) {
   for (const std::uint64_t offset : {0u, 4u, 32u}) {  // signature, number, first block of the root's node
     ImageBuilder image(1024, 32);
     image.Put32(image.NodeOffset(1) + offset, 0xFFFFFFFF);
-    EXPECT_EQ(Found(image).bitmapSize, 32u) << offset;
-    EXPECT_EQ(Found(image).blockSize, 1024u) << offset;
+    EXPECT_EQ(GeometryOf(image).bitmapSize, 32u) << offset;
+    EXPECT_EQ(GeometryOf(image).blockSize, 1024u) << offset;
   }
 }
 
@@ -244,10 +244,10 @@ TEST(FindGeometry, too_few_slots_are_no_node_block) {
   ImageBuilder image(1024, 32);
   std::memset(image.bytes().data(), 0, kHeaderSize);
   std::memset(&image.bytes()[image.NodeOffset(9)], 0, 8 * 64);  // 8 of 16 are left
-  EXPECT_TRUE(Found(image).known());
+  EXPECT_TRUE(GeometryOf(image).known());
   std::memset(&image.bytes()[image.NodeOffset(8)], 0, 64);
   std::memset(&image.bytes()[image.BlockOffset(2)], 0, 1024);
-  EXPECT_FALSE(Found(image).known());
+  EXPECT_FALSE(GeometryOf(image).known());
 }
 
 TEST(FindGeometry, eight_slots_are_enough_where_they_are_half_of_them) {
@@ -260,14 +260,14 @@ TEST(FindGeometry, eight_slots_are_enough_where_they_are_half_of_them) {
     for (std::uint32_t slot = 2; slot < 32; ++slot) {
       if (slot < first || slot > last) std::memset(&image.bytes()[image.BlockOffset(1) + 64 * (slot - 1)], 0, 64);
     }
-    return Found(image).blockSize;
+    return GeometryOf(image).blockSize;
   };
   EXPECT_EQ(keep(2, 15), 2048u);  // 16 of 32
   EXPECT_EQ(keep(2, 14), 0u);
   std::memset(&image.bytes()[image.BlockOffset(1) + 64 * 8], 0, 64 * 24);
-  EXPECT_EQ(Found(image).blockSize, 1024u);  // 8 of 8
+  EXPECT_EQ(GeometryOf(image).blockSize, 1024u);  // 8 of 8
   std::memset(&image.bytes()[image.BlockOffset(1) + 64 * 7], 0, 64);
-  EXPECT_EQ(Found(image).blockSize, 0u);
+  EXPECT_EQ(GeometryOf(image).blockSize, 0u);
 }
 
 TEST(FindGeometry, short_container_has_no_layout) {
@@ -279,7 +279,7 @@ TEST(FindGeometry, short_container_has_no_layout) {
 
 TEST(SoundHeader, is_what_formatting_writes) {
   ImageBuilder image(4096, 50);
-  Geometry geometry = Found(image);
+  Geometry geometry = GeometryOf(image);
   VolumeHeader kept = {};
   kept.freeChainHead = 9;
   kept.stateFlags = 0xFFFFFFFF;

@@ -17,8 +17,8 @@ using testimage::ImageBuilder;
 Model ModelOf(const ImageBuilder& image) { return Check(MemoryImage(image.bytes())).model; }
 
 // node 2 /A (1500 bytes), 3 /D, 4 /D/B (7 blocks and a map block)
-struct Small : ImageBuilder {
-  Small() : ImageBuilder(1024, 32) {
+struct ThreeNodes : ImageBuilder {
+  ThreeNodes() : ImageBuilder(1024, 32) {
     AddFile(1, "A", 1500);
     AddDirectory(1, "D");
     AddFile(3, "B", 7 * 1024);
@@ -26,14 +26,14 @@ struct Small : ImageBuilder {
 };
 
 TEST(Model, bit_that_is_set_means_free) {
-  const Model model = ModelOf(Small());
+  const Model model = ModelOf(ThreeNodes());
   EXPECT_EQ(model.bits(), 256u);
   for (std::uint32_t number = 1; number <= 4; ++number) EXPECT_FALSE(model.IsFreeBit(number)) << number;
   for (std::uint32_t number = 5; number <= 256; ++number) EXPECT_TRUE(model.IsFreeBit(number)) << number;
 }
 
 TEST(Model, numbers_from_1_to_the_limit_are_nodes) {
-  const Model model = ModelOf(Small());
+  const Model model = ModelOf(ThreeNodes());
   EXPECT_FALSE(model.IsNode(0));
   EXPECT_TRUE(model.IsNode(1));
   EXPECT_TRUE(model.IsNode(256));
@@ -41,7 +41,7 @@ TEST(Model, numbers_from_1_to_the_limit_are_nodes) {
 }
 
 TEST(Model, entry_refers_to_a_used_node_that_is_not_the_root) {
-  const Model model = ModelOf(Small());
+  const Model model = ModelOf(ThreeNodes());
   const auto refers = [&](std::uint16_t number) {
     OrbDirEntry entry = {};
     entry.node = number;
@@ -56,7 +56,7 @@ TEST(Model, entry_refers_to_a_used_node_that_is_not_the_root) {
 }
 
 TEST(Model, lost_node_is_not_referred_to) {
-  Small image;
+  ThreeNodes image;
   for (std::uint32_t at = 0; at < 64; ++at) image.Put8(image.NodeOffset(2) + at, 0xEE);
   const Model model = ModelOf(image);
   ASSERT_EQ(model.nodes[2].state, NodeState::kLost);
@@ -66,7 +66,7 @@ TEST(Model, lost_node_is_not_referred_to) {
 }
 
 TEST(Model, name_leads_to_its_entry) {
-  const Model model = ModelOf(Small());
+  const Model model = ModelOf(ThreeNodes());
   ASSERT_EQ(model.nodes[4].names.size(), 1u);
   EXPECT_EQ(model.EntryOf(model.nodes[4].names[0]).record.node, 4);
   EXPECT_STREQ(model.EntryOf(model.nodes[4].names[0]).record.name, "B");
@@ -75,7 +75,7 @@ TEST(Model, name_leads_to_its_entry) {
 }
 
 TEST(Model, entry_that_is_not_counted_is_a_pending_name) {
-  Small image;
+  ThreeNodes image;
   image.SetSize(1, 96);
   const Model model = ModelOf(image);
   EXPECT_TRUE(model.nodes[3].names.empty());
@@ -95,7 +95,7 @@ TEST(Model, copy_that_an_interrupted_removal_left_is_doubled) {
 }
 
 TEST(Model, blocks_know_their_use_owner_and_place) {
-  Small image;
+  ThreeNodes image;
   const std::uint32_t leaked = image.AppendBlock();
   const std::uint32_t first = image.AppendBlock(), second = image.AppendBlock();
   const std::vector<std::uint32_t> records = image.SetChain({{first}, {second}});
@@ -123,7 +123,7 @@ TEST(Model, blocks_know_their_use_owner_and_place) {
 }
 
 TEST(Model, block_that_cannot_be_a_map_block_is_known) {
-  Small image;
+  ThreeNodes image;
   image.Put32(image.NodeOffset(4) + 56, 1);
   EXPECT_TRUE(ModelOf(image).blocks[1].noMap);
   image.Put32(image.NodeOffset(4) + 56, 5);
@@ -161,7 +161,7 @@ TEST(Model, uses_have_words) {
 }
 
 TEST(Model, reach_says_how_a_node_can_be_found) {
-  Small image;
+  ThreeNodes image;
   const std::uint16_t lost = image.AddDirectory(1, "L");
   image.AddFile(lost, "IN", 1);
   image.Put16(image.EntryOffset(1, 4), 0);
@@ -176,7 +176,7 @@ TEST(Model, reach_says_how_a_node_can_be_found) {
 }
 
 TEST(PathOf, node_has_the_path_that_leads_to_it) {
-  const Model model = ModelOf(Small());
+  const Model model = ModelOf(ThreeNodes());
   EXPECT_EQ(PathOf(model, 1), "/");
   EXPECT_EQ(PathOf(model, 2), "/A");
   EXPECT_EQ(PathOf(model, 4), "/D/B");
@@ -186,7 +186,7 @@ TEST(PathOf, node_has_the_path_that_leads_to_it) {
 }
 
 TEST(PathOf, node_below_one_without_a_name_begins_with_its_number) {
-  Small image;
+  ThreeNodes image;
   image.Put16(image.EntryOffset(1, 3), 0);
   image.SetSize(1, 96);
   EXPECT_EQ(PathOf(ModelOf(image), 4), "(node 3)/B");

@@ -10,7 +10,7 @@
 namespace orba::inspect {
 namespace {
 
-OrbDirEntry Named(const std::string& name) {
+OrbDirEntry EntryNamed(const std::string& name) {
   OrbDirEntry entry = {};
   SetName(&entry, name);
   return entry;
@@ -43,7 +43,7 @@ TEST(Names, dots_alone_are_reserved) {
 TEST(Names, upper_case_changes_letters_alone) { EXPECT_EQ(UpperCase("azAZ09`{@["), "AZAZ09`{@["); }
 
 TEST(Names, name_ends_with_its_nul_or_the_field) {
-  OrbDirEntry entry = Named("ABC");
+  OrbDirEntry entry = EntryNamed("ABC");
   EXPECT_EQ(NameOf(entry), "ABC");
   entry.name[4] = 'X';
   EXPECT_EQ(NameOf(entry), "ABC");
@@ -78,11 +78,11 @@ TEST(Names, dots_are_two_entries_with_nodes) {
     EncodeEntry(parent, bytes + kDirEntrySize);
     return AreDots(bytes);
   };
-  EXPECT_TRUE(areDots(Named("."), 2, Named(".."), 1));
-  EXPECT_FALSE(areDots(Named("."), 0, Named(".."), 1));
-  EXPECT_FALSE(areDots(Named("."), 2, Named(".."), 0));
-  EXPECT_FALSE(areDots(Named(".."), 2, Named(".."), 1));
-  EXPECT_FALSE(areDots(Named("."), 2, Named("."), 1));
+  EXPECT_TRUE(areDots(EntryNamed("."), 2, EntryNamed(".."), 1));
+  EXPECT_FALSE(areDots(EntryNamed("."), 0, EntryNamed(".."), 1));
+  EXPECT_FALSE(areDots(EntryNamed("."), 2, EntryNamed(".."), 0));
+  EXPECT_FALSE(areDots(EntryNamed(".."), 2, EntryNamed(".."), 1));
+  EXPECT_FALSE(areDots(EntryNamed("."), 2, EntryNamed("."), 1));
 }
 
 }  // namespace

@@ -6,16 +6,18 @@
 
 #include "inspect/container/patched_image.h"
 #include "tests/support/image_builder.h"
+#include "tests/support/small_image.h"
 
 namespace orba::inspect {
 namespace {
 
 using testimage::Bytes;
+using testimage::Counting;
 using testimage::ImageBuilder;
 
 // The root holds A and SAME (of equal size), D, D/B (behind map blocks) and D/EMPTY.
-struct Small : ImageBuilder {
-  Small() : ImageBuilder(1024, 32) {
+struct Promised : ImageBuilder {
+  Promised() : ImageBuilder(1024, 32) {
     a = AddFile(1, "A", 1500);
     same = AddFile(1, "SAME", 1500);
     d = AddDirectory(1, "D");
@@ -42,7 +44,7 @@ Promise Judged(const ImageBuilder& before, const ImageBuilder& after, const Vouc
 using Paths = std::vector<std::string>;
 
 TEST(Promise, same_container_keeps_all) {
-  const Promise promise = Judged(Small(), Small());
+  const Promise promise = Judged(Promised(), Promised());
   EXPECT_EQ(promise.readable, 4u);
   EXPECT_EQ(promise.kept, 4u);
   EXPECT_EQ(promise.regained + promise.mended + promise.toLost + promise.excused, 0u);
@@ -51,9 +53,9 @@ TEST(Promise, same_container_keeps_all) {
 }
 
 TEST(Promise, file_gone_is_a_loss) {
-  Small after;
+  Promised after;
   after.Remove(1, 2);
-  const Promise promise = Judged(Small(), after);
+  const Promise promise = Judged(Promised(), after);
   EXPECT_EQ(promise.readable, 4u);
   EXPECT_EQ(promise.kept, 3u);
   EXPECT_EQ(promise.losses, Paths{"/A"});
@@ -61,46 +63,46 @@ TEST(Promise, file_gone_is_a_loss) {
 }
 
 TEST(Promise, empty_file_gone_is_a_loss) {
-  Small after;
+  Promised after;
   after.Remove(after.d, 3);
-  EXPECT_EQ(Judged(Small(), after).losses, Paths{"/D/EMPTY"});
+  EXPECT_EQ(Judged(Promised(), after).losses, Paths{"/D/EMPTY"});
 }
 
 TEST(Promise, directory_gone_all_below_is_lost) {
-  Small after;
+  Promised after;
   after.Remove(1, 4);
-  const Promise promise = Judged(Small(), after);
+  const Promise promise = Judged(Promised(), after);
   EXPECT_EQ(promise.kept, 2u);
   EXPECT_EQ(promise.losses, (Paths{"/D/B", "/D/EMPTY"}));
 }
 
 TEST(Promise, one_byte_otherwise_is_a_loss) {
   for (const std::uint32_t at : {0u, 5u * 1024 + 1023, 6u * 1024, 10u * 1024 - 1}) {
-    Small after;
+    Promised after;
     after.bytes()[after.BlockOffset(after.MappedBlock(after.b, at / 1024)) + at % 1024] ^= 1;
-    EXPECT_EQ(Judged(Small(), after).losses, Paths{"/D/B"}) << at;
+    EXPECT_EQ(Judged(Promised(), after).losses, Paths{"/D/B"}) << at;
   }
 }
 
 TEST(Promise, byte_behind_the_end_does_not_matter) {
-  Small after;
+  Promised after;
   after.bytes()[after.BlockOffset(after.MappedBlock(after.a, 1)) + 1500 - 1024] ^= 1;
-  EXPECT_TRUE(Judged(Small(), after).holds());
+  EXPECT_TRUE(Judged(Promised(), after).holds());
 }
 
 TEST(Promise, other_size_is_a_loss) {
-  Small after;
+  Promised after;
   after.SetSize(after.a, 1499);
-  EXPECT_EQ(Judged(Small(), after).losses, Paths{"/A"});
+  EXPECT_EQ(Judged(Promised(), after).losses, Paths{"/A"});
 }
 
 TEST(Promise, other_blocks_of_equal_contents_are_kept) {
-  Small after;
+  Promised after;
   after.Put32(after.MapOffset(after.a, 0), after.MappedBlock(after.same, 0));
-  EXPECT_EQ(Judged(Small(), after).losses, Paths{"/A"});
+  EXPECT_EQ(Judged(Promised(), after).losses, Paths{"/A"});
   const auto from =
       after.bytes().begin() + static_cast<std::ptrdiff_t>(after.BlockOffset(after.MappedBlock(after.same, 0)));
-  const Small before;
+  const Promised before;
   const auto sound =
       before.bytes().begin() + static_cast<std::ptrdiff_t>(before.BlockOffset(before.MappedBlock(before.a, 0)));
   std::copy_n(sound, 1024, from);
@@ -108,11 +110,11 @@ TEST(Promise, other_blocks_of_equal_contents_are_kept) {
 }
 
 TEST(Promise, file_in_lost_found_is_kept_and_counted) {
-  Small after;
+  Promised after;
   after.Remove(1, 2);
   const std::uint16_t lost = after.AddDirectory(1, "LOST.FND");
   after.AddEntry(lost, "NODE0002", after.a);
-  const Promise promise = Judged(Small(), after);
+  const Promise promise = Judged(Promised(), after);
   EXPECT_TRUE(promise.holds());
   EXPECT_EQ(promise.kept, 4u);
   EXPECT_EQ(promise.toLost, 1u);
@@ -120,21 +122,21 @@ TEST(Promise, file_in_lost_found_is_kept_and_counted) {
 }
 
 TEST(Promise, directory_in_lost_found_keeps_what_is_below) {
-  Small after;
+  Promised after;
   after.Remove(1, 4);
   const std::uint16_t lost = after.AddDirectory(1, "LOST.FND");
   after.AddEntry(lost, "NODE0004", after.d);
-  const Promise promise = Judged(Small(), after);
+  const Promise promise = Judged(Promised(), after);
   EXPECT_EQ(promise.losses, Paths());
   EXPECT_EQ(promise.toLost, 2u);
 }
 
 TEST(Promise, one_file_in_lost_found_stands_for_one_alone) {
-  Small before;
+  Promised before;
   const Bytes contents(700, 7);
   before.AddFile(1, "X", contents);
   before.AddFile(1, "Y", contents);
-  Small after;
+  Promised after;
   const std::uint16_t lost = after.AddDirectory(1, "LOST.FND");
   after.AddFile(lost, "NODE0007", contents);
   const Promise promise = Judged(before, after);
@@ -143,8 +145,8 @@ TEST(Promise, one_file_in_lost_found_stands_for_one_alone) {
 }
 
 TEST(Promise, two_files_in_lost_found_stand_for_two_alone) {
-  Small before;
-  Small after;
+  Promised before;
+  Promised after;
   const Bytes contents(700, 7);
   for (const char* name : {"X", "Y", "Z"}) before.AddFile(1, name, contents);
   const std::uint16_t lost = after.AddDirectory(1, "LOST.FND");
@@ -156,18 +158,18 @@ TEST(Promise, two_files_in_lost_found_stand_for_two_alone) {
 }
 
 TEST(Promise, file_elsewhere_is_a_loss) {
-  Small after;
+  Promised after;
   after.Remove(1, 2);
   after.AddEntry(after.d, "A", after.a);
-  const Promise promise = Judged(Small(), after);
+  const Promise promise = Judged(Promised(), after);
   EXPECT_EQ(promise.losses, Paths{"/A"});
   EXPECT_EQ(promise.regained, 1u);
 }
 
 TEST(Promise, file_that_was_there_already_is_none_that_comes_back) {
-  Small before;
+  Promised before;
   before.AddFile(before.AddDirectory(1, "LOST.FND"), "OLD", 70u);
-  Small after;
+  Promised after;
   const std::uint16_t lost = after.AddDirectory(1, "LOST.FND");
   after.AddFile(lost, "OLD", 70u);
   after.AddFile(lost, "NEW", 90u);
@@ -179,76 +181,76 @@ TEST(Promise, file_that_was_there_already_is_none_that_comes_back) {
 }
 
 TEST(Promise, unreadable_file_may_say_goodbye_or_be_mended) {
-  Small before;
+  Promised before;
   before.Put32(before.MapOffset(before.b, 7), 0);
-  const Promise mended = Judged(before, Small());
+  const Promise mended = Judged(before, Promised());
   EXPECT_EQ(mended.readable, 3u);
   EXPECT_EQ(mended.kept, 3u);
   EXPECT_EQ(mended.mended, 1u);
   EXPECT_EQ(mended.regained, 0u);
-  Small gone;
+  Promised gone;
   gone.Remove(gone.d, 2);
   EXPECT_TRUE(Judged(before, gone).holds());
   EXPECT_EQ(Judged(before, before).mended, 0u);
 }
 
 TEST(Promise, entry_to_a_lost_node_is_nothing_to_keep) {
-  Small before;
+  Promised before;
   before.Put16(before.EntryOffset(1, 2), 250);
-  const Promise promise = Judged(before, Small());
+  const Promise promise = Judged(before, Promised());
   EXPECT_EQ(promise.readable, 3u);
   EXPECT_EQ(promise.regained, 1u);
 }
 
 TEST(Promise, illegal_name_in_its_directory_may_change) {
-  Small before;
+  Promised before;
   before.PutText(before.EntryOffset(1, 2) + 2, "?");
-  const Promise promise = Judged(before, Small());
+  const Promise promise = Judged(before, Promised());
   EXPECT_EQ(promise.readable, 4u);
   EXPECT_EQ(promise.kept, 4u);
   EXPECT_EQ(promise.regained, 0u);
 }
 
 TEST(Promise, illegal_name_of_a_directory_may_change) {
-  Small before;
+  Promised before;
   before.PutText(before.EntryOffset(1, 4) + 2, "?");
-  EXPECT_TRUE(Judged(before, Small()).holds());
+  EXPECT_TRUE(Judged(before, Promised()).holds());
 }
 
 TEST(Promise, illegal_name_does_not_let_the_file_go) {
-  Small before;
+  Promised before;
   before.AddFile(1, "?", 900u);
-  EXPECT_EQ(Judged(before, Small()).losses, Paths{"/?"});
+  EXPECT_EQ(Judged(before, Promised()).losses, Paths{"/?"});
 }
 
 TEST(Promise, lower_case_name_is_the_path) {
-  Small before;
+  Promised before;
   before.PutText(before.EntryOffset(1, 2) + 2, "a");
-  EXPECT_TRUE(Judged(before, Small()).holds());
+  EXPECT_TRUE(Judged(before, Promised()).holds());
 }
 
 TEST(Promise, second_of_equal_names_may_be_anywhere) {
-  Small before;
+  Promised before;
   const std::uint16_t second = before.AddFile(1, "A", testimage::Pattern(4000, 9));
-  Small after;
+  Promised after;
   after.AddFile(1, "A~2", testimage::Pattern(4000, 9));
   EXPECT_EQ(Judged(before, after).losses, Paths());
-  EXPECT_EQ(Judged(before, Small()).losses, Paths{"/A"});
+  EXPECT_EQ(Judged(before, Promised()).losses, Paths{"/A"});
   EXPECT_EQ(before.Size(second), 4000u);
 }
 
 TEST(Promise, another_nodes_slot_may_be_read_anywhere) {
-  Small before;
+  Promised before;
   const auto from = before.bytes().begin() + static_cast<std::ptrdiff_t>(before.NodeOffset(before.b));
   std::copy_n(from, kNodeSize, before.bytes().begin() + static_cast<std::ptrdiff_t>(before.NodeOffset(before.a)));
-  EXPECT_TRUE(Judged(before, Small()).holds());
+  EXPECT_TRUE(Judged(before, Promised()).holds());
 }
 
 TEST(Promise, another_directorys_slot_is_looked_through_once) {
-  Small before;
+  Promised before;
   const auto from = before.bytes().begin() + static_cast<std::ptrdiff_t>(before.NodeOffset(before.d));
   std::copy_n(from, kNodeSize, before.bytes().begin() + static_cast<std::ptrdiff_t>(before.NodeOffset(before.a)));
-  const Promise promise = Judged(before, Small());
+  const Promise promise = Judged(before, Promised());
   EXPECT_EQ(promise.readable, 3u);
   EXPECT_TRUE(promise.holds());
 }
@@ -297,30 +299,30 @@ TEST(Promise, what_ends_with_the_operation_is_told_by_its_path) {
 }
 
 TEST(Promise, another_file_in_lost_found_does_not_stand_for_it) {
-  Small after;
+  Promised after;
   after.Remove(1, 2);
   after.AddFile(after.AddDirectory(1, "LOST.FND"), "NODE0009", 1500u);
-  const Promise promise = Judged(Small(), after);
+  const Promise promise = Judged(Promised(), after);
   EXPECT_EQ(promise.losses, Paths{"/A"});
   EXPECT_EQ(promise.kept, 3u);
 }
 
 TEST(Promise, illegal_name_may_go_to_another_directory) {
-  Small before;
+  Promised before;
   before.AddFile(1, "?", 900u);
-  Small after;
+  Promised after;
   after.AddFile(after.d, "X", testimage::Pattern(900, 901));
   EXPECT_EQ(Judged(before, after).losses, Paths());
 }
 
 TEST(Promise, directory_of_an_illegal_name_may_go_to_another_directory) {
-  Small before;
+  Promised before;
   const std::uint16_t odd = before.AddDirectory(1, "?");
   before.AddFile(odd, "IN", 900u);
-  Small after;
+  Promised after;
   after.AddFile(after.d, "X", testimage::Pattern(900, 902));
   EXPECT_EQ(Judged(before, after).losses, Paths());
-  EXPECT_EQ(Judged(before, Small()).losses, Paths{"/?/IN"});
+  EXPECT_EQ(Judged(before, Promised()).losses, Paths{"/?/IN"});
 }
 
 TEST(Promise, directory_with_a_legal_name_too_stays_there) {
@@ -335,7 +337,7 @@ TEST(Promise, directory_with_a_legal_name_too_stays_there) {
 }
 
 TEST(Promise, file_of_more_blocks_than_there_are_is_nothing_to_keep) {
-  Small before;
+  Promised before;
   const std::uint32_t indirect = before.Get32(before.NodeOffset(before.b) + 56);
   for (std::uint32_t slot = 0; slot < 256; ++slot) before.Put32(before.BlockOffset(indirect) + 4 * slot, 1);
   before.SetSize(before.b, 200 * 1024);
@@ -344,32 +346,32 @@ TEST(Promise, file_of_more_blocks_than_there_are_is_nothing_to_keep) {
 
 // ---- The operation that the mark vouches for ------------------------------------------------------------------------
 
-struct Moving : Small {
+struct Moving : Promised {
   Moving() { AddEntry(1, "MOVED", b); }
 };
 
 TEST(Promise, file_with_two_names_keeps_both_without_a_mark) {
-  EXPECT_EQ(Judged(Moving(), Small()).losses, Paths{"/MOVED"});
-  EXPECT_EQ(Judged(Moving(), Small(), {Small().b, false}).losses, Paths{"/MOVED"});
+  EXPECT_EQ(Judged(Moving(), Promised()).losses, Paths{"/MOVED"});
+  EXPECT_EQ(Judged(Moving(), Promised(), {Promised().b, false}).losses, Paths{"/MOVED"});
 }
 
 TEST(Promise, stopped_move_one_name_is_enough) {
   Moving before;
   before.Mark();
-  const Promise promise = Judged(before, Small());
+  const Promise promise = Judged(before, Promised());
   EXPECT_TRUE(promise.holds());
   EXPECT_EQ(promise.readable, 5u);
   EXPECT_EQ(promise.kept, 4u);
   EXPECT_EQ(promise.excused, 1u);
   EXPECT_EQ(ToText(promise), "keeps 4 of 5 readable files; /MOVED ends with the interrupted operation\n");
-  EXPECT_TRUE(Judged(before, Small(), {before.b, false}).holds());
-  EXPECT_EQ(Judged(before, Small(), {before.a, false}).losses, Paths{"/MOVED"});
+  EXPECT_TRUE(Judged(before, Promised(), {before.b, false}).holds());
+  EXPECT_EQ(Judged(before, Promised(), {before.a, false}).losses, Paths{"/MOVED"});
 }
 
 TEST(Promise, stopped_move_both_names_gone_is_a_loss) {
   Moving before;
   before.Mark();
-  Small after;
+  Promised after;
   after.Remove(after.d, 2);
   EXPECT_EQ(Judged(before, after).lost(), 2u);
 }
@@ -378,13 +380,13 @@ TEST(Promise, two_stopped_moves_are_one_too_many) {
   Moving before;
   before.Mark();
   before.AddEntry(before.d, "ALSO", before.a);
-  EXPECT_EQ(Judged(before, Small()).lost(), 1u);
+  EXPECT_EQ(Judged(before, Promised()).lost(), 1u);
 }
 
 TEST(Promise, stopped_creation_may_be_taken_back) {
-  Small before;
+  Promised before;
   before.Mark();
-  Small after;
+  Promised after;
   after.Remove(after.d, 3);
   EXPECT_TRUE(Judged(before, after).holds());
   after.Remove(1, 2);
@@ -392,21 +394,21 @@ TEST(Promise, stopped_creation_may_be_taken_back) {
 }
 
 TEST(Promise, stopped_removal_may_take_contents_along_when_the_object_is_known) {
-  Small before;
+  Promised before;
   before.Mark();
-  Small after;
+  Promised after;
   after.Remove(1, 2);
   EXPECT_FALSE(Judged(before, after).holds());
   EXPECT_FALSE(Judged(before, after, {before.a, false}).holds());
   EXPECT_TRUE(Judged(before, after, {before.a, true}).holds());
   EXPECT_FALSE(Judged(before, after, {before.b, true}).holds());
-  EXPECT_FALSE(Judged(Small(), after, {before.a, true}).holds());
+  EXPECT_FALSE(Judged(Promised(), after, {before.a, true}).holds());
 }
 
 TEST(Promise, directory_with_two_names_keeps_one_with_all_below) {
-  Small before;
+  Promised before;
   before.AddEntry(before.AddDirectory(1, "E"), "MOVED", before.d);
-  Small after;
+  Promised after;
   after.AddEntry(after.AddDirectory(1, "E"), "MOVED", after.d);
   EXPECT_TRUE(Judged(before, after).holds());
   after.Remove(1, 4);
@@ -414,9 +416,9 @@ TEST(Promise, directory_with_two_names_keeps_one_with_all_below) {
 }
 
 TEST(Promise, directory_with_two_names_keeps_one_while_another_takes_its_place_under_the_other) {
-  Small before;
+  Promised before;
   before.AddEntry(1, "OTHER", before.d);
-  Small after;
+  Promised after;
   after.AddEntry(1, "OTHER", after.d);
   const std::uint16_t another = after.AddDirectory(1, "N");
   after.Put16(after.EntryOffset(1, 4), another);
@@ -425,23 +427,13 @@ TEST(Promise, directory_with_two_names_keeps_one_while_another_takes_its_place_u
 }
 
 TEST(Promise, directory_under_another_name_than_it_had_is_a_loss) {
-  Small after;
+  Promised after;
   after.AddEntry(after.AddDirectory(1, "E"), "MOVED", after.d);
   after.Remove(1, 4);
-  EXPECT_EQ(Judged(Small(), after).lost(), 2u);
+  EXPECT_EQ(Judged(Promised(), after).lost(), 2u);
 }
 
 // ---- What is not read -----------------------------------------------------------------------------------------------
-
-// Counts the bytes that are read behind the first ones.
-struct Counting : MemoryImage {
-  using MemoryImage::MemoryImage;
-  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-    read += count;
-    return MemoryImage::Read(offset, out, count);
-  }
-  mutable std::size_t read = 0;
-};
 
 TEST(Promise, untouched_contents_are_not_read) {
   ImageBuilder image(1024, 32);
@@ -462,11 +454,11 @@ TEST(Promise, no_container_promises_nothing) {
   const Promise promise = JudgePromise(nothing, nothing);
   EXPECT_EQ(promise.readable, 0u);
   EXPECT_TRUE(promise.holds());
-  EXPECT_EQ(JudgePromise(MemoryImage(Small().bytes()), nothing).lost(), 4u);
+  EXPECT_EQ(JudgePromise(MemoryImage(Promised().bytes()), nothing).lost(), 4u);
 }
 
 TEST(Promise, container_without_a_root_all_of_it_comes_back) {
-  const Promise promise = JudgePromise(MemoryImage(Bytes(5000, 7)), MemoryImage(Small().bytes()));
+  const Promise promise = JudgePromise(MemoryImage(Bytes(5000, 7)), MemoryImage(Promised().bytes()));
   EXPECT_EQ(promise.readable, 0u);
   EXPECT_EQ(promise.regained, 4u);
   EXPECT_EQ(ToText(promise), "keeps 0 of 0 readable files; 4 more come back\n");

@@ -8,17 +8,19 @@
 #include <set>
 
 #include "tests/support/image_builder.h"
+#include "tests/support/small_image.h"
 
 namespace orba::inspect {
 namespace {
 
 using testimage::Bytes;
+using testimage::Counting;
 using testimage::ImageBuilder;
 using testimage::Pattern;
 
 // The root holds A (a file of 1500 bytes), D and D/B (of 300 KiB), D/E, D/E/EMPTY.
-struct Small : ImageBuilder {
-  explicit Small(std::uint32_t size = 1024) : ImageBuilder(size, 32) {
+struct SmallTree : ImageBuilder {
+  explicit SmallTree(std::uint32_t size = 1024) : ImageBuilder(size, 32) {
     a = AddFile(1, "A", 1500);
     d = AddDirectory(1, "D");
     b = AddFile(d, "B", 300 * 1024);
@@ -87,8 +89,9 @@ Strings WalkAll(Reader* reader) {
 }
 
 // An image that the host cannot read from `from` to `to`.
-struct Unreadable : MemoryImage {
-  Unreadable(const Bytes& bytes, std::uint64_t first, std::uint64_t end) : MemoryImage(bytes), from(first), to(end) {}
+struct UnreadableFrom : MemoryImage {
+  UnreadableFrom(const Bytes& bytes, std::uint64_t first, std::uint64_t end)
+      : MemoryImage(bytes), from(first), to(end) {}
   bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
     if (offset < to && offset + count > from) return false;
     return MemoryImage::Read(offset, out, count);
@@ -99,7 +102,7 @@ struct Unreadable : MemoryImage {
 // ---- Opening --------------------------------------------------------------------------------------------------------
 
 TEST(Reader, sound_container_opens_without_problems) {
-  Opened opened{Small()};
+  Opened opened{SmallTree()};
   EXPECT_TRUE(opened.reader.readable());
   EXPECT_FALSE(opened.reader.marked());
   EXPECT_TRUE(opened.reader.problems().empty());
@@ -108,7 +111,7 @@ TEST(Reader, sound_container_opens_without_problems) {
 }
 
 TEST(Reader, marked_container_is_read_all_the_same) {
-  Small image;
+  SmallTree image;
   image.Put32(kStateFlagsOffset, kVolumeDirty);
   Opened opened(image);
   EXPECT_TRUE(opened.reader.marked());
@@ -117,7 +120,7 @@ TEST(Reader, marked_container_is_read_all_the_same) {
 }
 
 TEST(Reader, header_erased_problem_said_and_contents_read) {
-  Small image;
+  SmallTree image;
   std::fill(image.bytes().begin(), image.bytes().begin() + kHeaderSize, std::uint8_t{0});
   Opened opened(image);
   EXPECT_EQ(Troubles(opened.reader.problems()), Found{Trouble::kHeaderDamaged});
@@ -125,7 +128,7 @@ TEST(Reader, header_erased_problem_said_and_contents_read) {
 }
 
 TEST(Reader, header_alone_tells_of_the_mark) {
-  Small image;
+  SmallTree image;
   image.Put32(kStateFlagsOffset, kVolumeDirty);
   image.bytes().resize(kHeaderSize);
   EXPECT_TRUE(Opened(image).reader.marked());
@@ -133,7 +136,7 @@ TEST(Reader, header_alone_tells_of_the_mark) {
 
 TEST(Reader, header_field_damaged_is_said) {
   for (const std::uint32_t offset : {0u, 4u, 8u, 40u}) {
-    Small image;
+    SmallTree image;
     image.Put32(offset, image.Get32(offset) ^ 0x100);
     Opened opened(image);
     EXPECT_EQ(Troubles(opened.reader.problems()), Found{Trouble::kHeaderDamaged}) << offset;
@@ -143,10 +146,10 @@ TEST(Reader, header_field_damaged_is_said) {
 }
 
 TEST(Reader, host_cannot_read_the_tables_is_said) {
-  const Small image;
-  const Unreadable table(image.bytes(), 500, 501);
+  const SmallTree image;
+  const UnreadableFrom table(image.bytes(), 500, 501);
   EXPECT_EQ(Troubles(Reader(table).problems()), Found{Trouble::kHostCannotRead});
-  const Unreadable bitmap(image.bytes(), 1030, 1031);
+  const UnreadableFrom bitmap(image.bytes(), 1030, 1031);
   Reader reader(bitmap);
   Node node;
   EXPECT_EQ(Troubles(reader.problems()), Found{Trouble::kHostCannotRead});
@@ -189,7 +192,7 @@ TEST(Reader, bitmap_of_no_bytes_root_alone_is_there) {
 }
 
 TEST(Reader, free_chain_is_counted_with_its_records) {
-  Small image;
+  SmallTree image;
   const std::uint32_t first = image.AppendBlock();
   const std::uint32_t second = image.AppendBlock();
   image.SetChain({{first}, {second, second}});
@@ -200,7 +203,7 @@ TEST(Reader, free_chain_is_counted_with_its_records) {
 }
 
 TEST(Reader, free_chain_full_record_is_counted) {
-  Small image;
+  SmallTree image;
   std::vector<std::uint32_t> blocks;
   for (std::uint32_t i = 0; i < 253; ++i) blocks.push_back(image.AppendBlock());
   image.SetChain({blocks});
@@ -210,13 +213,13 @@ TEST(Reader, free_chain_full_record_is_counted) {
 }
 
 TEST(Reader, free_chain_broken_is_counted_up_to_there) {
-  Small sound;
+  SmallTree sound;
   const std::uint32_t behind = sound.AppendBlock();
   const std::vector<std::uint32_t> records = sound.SetChain({{}, {behind}});
   const std::uint64_t second = sound.BlockOffset(records[1]);
   for (const auto& [offset, value] : std::vector<std::pair<std::uint64_t, std::uint32_t>>{
            {second, 0x31434247}, {second + 8, 254}, {sound.BlockOffset(records[0]) + 4, 1000000}}) {
-    Small image = sound;
+    SmallTree image = sound;
     image.Put32(offset, value);
     Problem problem;
     EXPECT_EQ(Opened(image).reader.FreeBlocks(&problem), offset < second ? 1u : 2u) << offset;
@@ -225,7 +228,7 @@ TEST(Reader, free_chain_broken_is_counted_up_to_there) {
 }
 
 TEST(Reader, free_chain_in_a_circle_is_counted_once_and_said) {
-  Small image;
+  SmallTree image;
   const std::uint32_t record = image.SetChain({{}})[0];
   image.Put32(image.BlockOffset(record) + 4, record);
   Opened opened(image);
@@ -238,7 +241,7 @@ TEST(Reader, free_chain_in_a_circle_is_counted_once_and_said) {
 // ---- Paths ----------------------------------------------------------------------------------------------------------
 
 TEST(Reader, path_is_found_whatever_the_case_and_the_slashes) {
-  const Small image;
+  const SmallTree image;
   Opened opened(image);
   EXPECT_EQ(opened.Find("/D/E/EMPTY").number, image.empty);
   EXPECT_EQ(opened.Find("//d/e//empty/").number, image.empty);
@@ -268,14 +271,14 @@ TEST(Reader, path_leads_to_names_in_lower_case) {
 }
 
 TEST(Reader, path_that_is_not_there_says_why) {
-  Opened opened{Small()};
+  Opened opened{SmallTree()};
   EXPECT_EQ(opened.FindTrouble("/X"), Trouble::kNotFound);
   EXPECT_EQ(opened.FindTrouble("/X/Y"), Trouble::kNotFound);
   EXPECT_EQ(opened.FindTrouble("/A/Y"), Trouble::kNotADirectory);
 }
 
 TEST(Reader, path_beside_a_block_that_cannot_be_read_says_that) {
-  Small image;
+  SmallTree image;
   image.Put32(image.NodeOffset(image.e) + 32, 0);
   Opened opened(image);
   Node node;
@@ -288,7 +291,7 @@ TEST(Reader, path_beside_a_block_that_cannot_be_read_says_that) {
 // ---- Nodes ----------------------------------------------------------------------------------------------------------
 
 TEST(Reader, node_numbers_that_cannot_be_are_outside) {
-  Opened opened{Small()};
+  Opened opened{SmallTree()};
   Node node;
   EXPECT_EQ(opened.reader.ReadNode(0, &node).trouble, Trouble::kNodeOutside);
   EXPECT_EQ(opened.reader.ReadNode(257, &node).trouble, Trouble::kNodeOutside);
@@ -297,7 +300,7 @@ TEST(Reader, node_numbers_that_cannot_be_are_outside) {
 }
 
 TEST(Reader, node_free_bit_is_told_and_no_reason_to_stop) {
-  Small image;
+  SmallTree image;
   image.SetFree(image.a, true);
   Opened opened(image);
   EXPECT_TRUE(opened.Find("/A").free);
@@ -305,21 +308,21 @@ TEST(Reader, node_free_bit_is_told_and_no_reason_to_stop) {
 }
 
 TEST(Reader, node_slot_overwritten_is_lost) {
-  Small image;
+  SmallTree image;
   std::fill_n(image.bytes().begin() + static_cast<long>(image.NodeOffset(image.a)), kNodeSize, std::uint8_t{0xEE});
   Opened opened(image);
   EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeLost);
 }
 
 TEST(Reader, node_slot_of_zeros_is_lost) {
-  Small image;
+  SmallTree image;
   std::fill_n(image.bytes().begin() + static_cast<long>(image.NodeOffset(image.a)), kNodeSize, std::uint8_t{0});
   Opened opened(image);
   EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeLost);
 }
 
 TEST(Reader, node_another_number_is_a_remark) {
-  Small image;
+  SmallTree image;
   image.Put16(image.NodeOffset(image.a) + 4, 99);
   Opened opened(image);
   EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeNumber);
@@ -328,7 +331,7 @@ TEST(Reader, node_another_number_is_a_remark) {
 }
 
 TEST(Reader, node_signature_and_number_gone_is_taken_when_its_fields_are_sound) {
-  Small image;
+  SmallTree image;
   image.Put32(image.NodeOffset(image.a), 0);
   image.Put16(image.NodeOffset(image.a) + 4, 0);
   Opened opened(image);
@@ -340,7 +343,7 @@ TEST(Reader, node_without_signature_and_number_is_judged_by_each_field) {
     std::uint32_t offset, width, value;
     bool sound;
   };
-  const std::uint32_t blocks = Small().Blocks();
+  const std::uint32_t blocks = SmallTree().Blocks();
   const Field fields[] = {
       {6, 2, 1, true},           {6, 2, 2, true},
       {6, 2, 3, true},           {6, 2, 4, false},
@@ -353,7 +356,7 @@ TEST(Reader, node_without_signature_and_number_is_judged_by_each_field) {
       {60, 4, blocks, true},     {60, 4, blocks + 1, false},
   };
   for (const Field& field : fields) {
-    Small image;
+    SmallTree image;
     const std::uint64_t slot = image.NodeOffset(image.a);
     image.Put32(slot, 0);
     image.Put16(slot + 4, 0);
@@ -367,7 +370,7 @@ TEST(Reader, node_without_signature_and_number_is_judged_by_each_field) {
 
 TEST(Reader, node_with_signature_or_number_is_taken_whatever_its_fields) {
   for (const bool signature : {true, false}) {
-    Small image;
+    SmallTree image;
     const std::uint64_t slot = image.NodeOffset(image.a);
     if (signature) {
       image.Put16(slot + 4, 0);
@@ -386,7 +389,7 @@ TEST(Reader, directory_without_dots_is_one_as_long_as_a_name_leads_somewhere) {
     Node node;
     return opened.reader.ReadNode(number, &node).trouble;
   };
-  Small image;
+  SmallTree image;
   for (const std::uint32_t entry : {0u, 1u}) image.PutText(image.EntryOffset(image.d, entry) + 2, "XX");
   image.Put16(image.EntryOffset(image.d, 0), 200);
   EXPECT_EQ(kindOf(image, image.d), Trouble::kNone);  // B and E lead somewhere
@@ -399,19 +402,19 @@ TEST(Reader, directory_without_dots_is_one_as_long_as_a_name_leads_somewhere) {
   EXPECT_EQ(kindOf(image, image.d), Trouble::kNodeKind);
   image.Put16(image.EntryOffset(image.d, 2), kRootNode);
   EXPECT_EQ(kindOf(image, image.d), Trouble::kNodeKind);
-  Small first = image;
+  SmallTree first = image;
   first.PutText(first.EntryOffset(first.d, 0) + 2, std::string(".\0", 2));
   EXPECT_EQ(kindOf(first, first.d), Trouble::kNone);
-  Small own = image;
+  SmallTree own = image;
   own.Put16(own.EntryOffset(own.d, 0), own.d);
   EXPECT_EQ(kindOf(own, own.d), Trouble::kNone);
-  Small second = image;
+  SmallTree second = image;
   second.PutText(second.EntryOffset(second.d, 1) + 2, std::string("..\0", 3));
   EXPECT_EQ(kindOf(second, second.d), Trouble::kNone);
 }
 
 TEST(Reader, directory_of_zeros_is_one) {
-  Small image;
+  SmallTree image;
   const auto block = static_cast<long>(image.BlockOffset(image.MappedBlock(image.e, 0)));
   std::fill_n(image.bytes().begin() + block, 1024, std::uint8_t{0});
   Opened opened(image);
@@ -450,7 +453,7 @@ TEST(Reader, file_that_only_looks_like_a_directory_is_a_file) {
 }
 
 TEST(Reader, directory_with_a_files_attributes_is_a_directory) {
-  Small image;
+  SmallTree image;
   image.Put16(image.NodeOffset(image.d) + 6, 0);
   Opened opened(image);
   EXPECT_EQ(opened.FindTrouble("/D"), Trouble::kNodeKind);
@@ -458,7 +461,7 @@ TEST(Reader, directory_with_a_files_attributes_is_a_directory) {
 }
 
 TEST(Reader, file_with_a_directorys_attributes_is_a_file) {
-  Small image;
+  SmallTree image;
   image.Put16(image.NodeOffset(image.a) + 6, ORB_NODE_DIRECTORY);
   Opened opened(image);
   EXPECT_EQ(opened.FindTrouble("/A"), Trouble::kNodeKind);
@@ -466,11 +469,11 @@ TEST(Reader, file_with_a_directorys_attributes_is_a_file) {
 }
 
 TEST(Reader, file_with_a_directorys_attributes_is_judged_by_its_own_blocks) {
-  Small hole;
+  SmallTree hole;
   hole.Put16(hole.NodeOffset(hole.a) + 6, ORB_NODE_DIRECTORY);
   hole.Put32(hole.MapOffset(hole.a, 1), 0);
   EXPECT_EQ(Opened(hole).FindTrouble("/A"), Trouble::kNodeKind);
-  Small beyond;
+  SmallTree beyond;
   beyond.Put16(beyond.NodeOffset(beyond.a) + 6, ORB_NODE_DIRECTORY);
   beyond.Put32(beyond.MapOffset(beyond.a, 2), beyond.MappedBlock(1, 0));
   EXPECT_EQ(Opened(beyond).FindTrouble("/A"), Trouble::kNodeKind);
@@ -480,7 +483,7 @@ TEST(Reader, file_whose_first_block_the_host_cannot_read_is_a_file) {
   ImageBuilder image(1024, 32);
   image.AddFile(1, "F", 64u);
   const std::uint64_t block = image.BlockOffset(image.MappedBlock(2, 0));
-  const Unreadable host(image.bytes(), block, block + 1);
+  const UnreadableFrom host(image.bytes(), block, block + 1);
   Reader reader(host);
   Node node;
   EXPECT_FALSE(reader.Find("/F", &node));
@@ -488,7 +491,7 @@ TEST(Reader, file_whose_first_block_the_host_cannot_read_is_a_file) {
 }
 
 TEST(Reader, root_that_is_no_directory_is_lost) {
-  Small image;
+  SmallTree image;
   image.Put16(image.NodeOffset(1) + 6, 0);
   image.Put16(image.EntryOffset(1, 0), 9);
   Opened opened(image);
@@ -540,7 +543,7 @@ TEST_P(ReaderBlockSize, contents_from_any_position) {
 INSTANTIATE_TEST_SUITE_P(all, ReaderBlockSize, testing::Values(1024, 2048, 4096, 8192));
 
 TEST(Reader, contents_up_to_a_hole) {
-  Small image;
+  SmallTree image;
   image.Put32(image.MapOffset(image.b, 20), 0);
   Opened opened(image);
   const Bytes whole = Pattern(300 * 1024, 300 * 1024 + 1);
@@ -548,7 +551,7 @@ TEST(Reader, contents_up_to_a_hole) {
 }
 
 TEST(Reader, contents_up_to_a_block_outside) {
-  Small image;
+  SmallTree image;
   image.Put32(image.MapOffset(image.a, 1), 100000);
   Opened opened(image);
   const Node file = opened.Find("/A");
@@ -563,23 +566,23 @@ TEST(Reader, contents_up_to_a_block_outside) {
 }
 
 TEST(Reader, contents_without_map_block_end_before_it) {
-  Small image;
+  SmallTree image;
   image.Put32(image.NodeOffset(image.b) + 56, 0);
   Opened opened(image);
   EXPECT_EQ(opened.Contents(opened.Find("/D/B"), Trouble::kHole).size(), 6u * 1024);
 }
 
 TEST(Reader, contents_with_the_second_map_block_outside_end_before_it) {
-  Small image;
+  SmallTree image;
   image.Put32(image.BlockOffset(image.Get32(image.NodeOffset(image.b) + 60)), 0xFFFFFFFF);
   Opened opened(image);
   EXPECT_EQ(opened.Contents(opened.Find("/D/B"), Trouble::kBlockOutside).size(), (6u + 256) * 1024);
 }
 
 TEST(Reader, contents_up_to_what_the_host_cannot_read) {
-  const Small image;
+  const SmallTree image;
   const std::uint64_t bad = image.BlockOffset(image.MappedBlock(image.b, 30));
-  const Unreadable host(image.bytes(), bad + 100, bad + 101);
+  const UnreadableFrom host(image.bytes(), bad + 100, bad + 101);
   Reader reader(host);
   Node file;
   ASSERT_FALSE(reader.Find("/D/B", &file));
@@ -594,7 +597,7 @@ TEST(Reader, contents_up_to_what_the_host_cannot_read) {
 }
 
 TEST(Reader, contents_taker_may_stop) {
-  Opened opened{Small()};
+  Opened opened{SmallTree()};
   int calls = 0;
   EXPECT_FALSE(opened.reader.ReadAll(opened.Find("/D/B"), [&calls](const std::uint8_t*, std::size_t) {
     ++calls;
@@ -604,12 +607,12 @@ TEST(Reader, contents_taker_may_stop) {
 }
 
 TEST(Reader, contents_of_a_directory_are_no_files) {
-  Opened opened{Small()};
+  Opened opened{SmallTree()};
   EXPECT_EQ(opened.Contents(opened.Find("/D"), Trouble::kNotAFile), Bytes());
 }
 
 TEST(Reader, size_beyond_the_container_ends_with_its_blocks) {
-  Small image;
+  SmallTree image;
   const std::uint32_t indirect = image.Get32(image.NodeOffset(image.b) + 56);
   const std::uint32_t top = image.Get32(image.NodeOffset(image.b) + 60);
   for (std::uint32_t slot = 0; slot < 256; ++slot) {  // every map block leads to the same data
@@ -624,7 +627,7 @@ TEST(Reader, size_beyond_the_container_ends_with_its_blocks) {
 }
 
 TEST(Reader, extent_ends_where_blocks_lie_apart) {
-  Small image;
+  SmallTree image;
   image.Put32(image.MapOffset(image.b, 3), image.MappedBlock(image.b, 5));
   Opened opened(image);
   const Node file = opened.Find("/D/B");
@@ -643,7 +646,7 @@ TEST(Reader, extent_ends_where_blocks_lie_apart) {
 // ---- Directories ----------------------------------------------------------------------------------------------------
 
 TEST(Reader, list_tells_entries_in_order_with_their_nodes) {
-  const Small image;
+  const SmallTree image;
   Opened opened(image);
   const Listing listing = opened.reader.List(opened.Find("/D"));
   EXPECT_TRUE(listing.problems.empty());
@@ -657,12 +660,12 @@ TEST(Reader, list_tells_entries_in_order_with_their_nodes) {
 }
 
 TEST(Reader, list_of_a_file_says_so) {
-  Opened opened{Small()};
+  Opened opened{SmallTree()};
   EXPECT_EQ(Troubles(opened.reader.List(opened.Find("/A")).problems), Found{Trouble::kNotADirectory});
 }
 
 TEST(Reader, list_entry_of_a_lost_node_is_told_with_the_reason) {
-  Small image;
+  SmallTree image;
   image.Put16(image.EntryOffset(1, 2), 300);
   Opened opened(image);
   const Listing listing = opened.reader.List(opened.Find("/"));
@@ -707,7 +710,7 @@ TEST(Reader, list_few_illegal_names_do_not_make_a_block_foreign) {
 
 TEST(Reader, list_sizes_that_no_directory_has_are_told) {
   for (const std::uint32_t size : {0u, 65u, 0x400020u}) {
-    Small image;
+    SmallTree image;
     image.SetSize(image.d, size);
     Opened opened(image);
     Node node;
@@ -720,9 +723,9 @@ TEST(Reader, list_sizes_that_no_directory_has_are_told) {
 }
 
 TEST(Reader, list_block_that_the_host_cannot_read_is_told) {
-  const Small image;
+  const SmallTree image;
   const std::uint32_t block = image.MappedBlock(image.e, 0);
-  const Unreadable host(image.bytes(), image.BlockOffset(block) + 70, image.BlockOffset(block) + 71);
+  const UnreadableFrom host(image.bytes(), image.BlockOffset(block) + 70, image.BlockOffset(block) + 71);
   Reader reader(host);
   Node node;
   ASSERT_FALSE(reader.ReadNode(image.e, &node));
@@ -732,7 +735,7 @@ TEST(Reader, list_block_that_the_host_cannot_read_is_told) {
 }
 
 TEST(Reader, list_dots_that_are_others_are_entries) {
-  Small image;
+  SmallTree image;
   image.PutText(image.EntryOffset(1, 0) + 2, "X");
   image.Put16(image.EntryOffset(1, 0), image.a);
   Opened opened(image);
@@ -740,7 +743,7 @@ TEST(Reader, list_dots_that_are_others_are_entries) {
 }
 
 TEST(Reader, list_behind_a_hole_goes_on) {
-  Small image;
+  SmallTree image;
   image.Put16(image.EntryOffset(1, 2), 0);
   Opened opened(image);
   const Listing listing = opened.reader.List(opened.Find("/"));
@@ -749,7 +752,7 @@ TEST(Reader, list_behind_a_hole_goes_on) {
 }
 
 TEST(Reader, list_past_the_size_up_to_the_end_mark) {
-  Small image;
+  SmallTree image;
   image.SetSize(1, 3 * kDirEntrySize);
   image.Put16(image.EntryOffset(1, 5), image.a);
   Opened opened(image);
@@ -808,7 +811,7 @@ TEST(Reader, list_entry_that_reads_like_a_chain_record_is_an_entry_when_its_node
 }
 
 TEST(Reader, list_impossible_size_is_told_and_bounded) {
-  Small image;
+  SmallTree image;
   image.SetSize(image.d, 0xFFFFFFFF);
   Opened opened(image);
   Node directory;
@@ -823,12 +826,12 @@ TEST(Reader, list_impossible_size_is_told_and_bounded) {
 // ---- Walks ----------------------------------------------------------------------------------------------------------
 
 TEST(Reader, walk_tells_everything_depth_first) {
-  Opened opened{Small()};
+  Opened opened{SmallTree()};
   EXPECT_EQ(WalkAll(&opened.reader), (Strings{"/A", "/D", "/D/B", "/D/E", "/D/E/EMPTY", "/D/E/", "/D/", "/"}));
 }
 
 TEST(Reader, walk_loop_and_second_name_are_told_and_not_entered) {
-  Small image;
+  SmallTree image;
   image.AddEntry(image.e, "UP", image.d);
   image.AddEntry(image.e, "SELF", image.e);
   image.AddEntry(1, "AGAIN", image.e);
@@ -839,14 +842,14 @@ TEST(Reader, walk_loop_and_second_name_are_told_and_not_entered) {
 }
 
 TEST(Reader, walk_what_cannot_be_read_is_told) {
-  Small image;
+  SmallTree image;
   image.Put32(image.NodeOffset(image.e) + 32, 0);
   Opened opened(image);
   EXPECT_EQ(WalkAll(&opened.reader), (Strings{"/A", "/D", "/D/B", "/D/E", "/D/E: hole", "/D/E/", "/D/", "/"}));
 }
 
 TEST(Reader, walk_visitor_stops_and_passes_by) {
-  Opened opened{Small()};
+  Opened opened{SmallTree()};
   const Node root = opened.Find("/");
   Strings told;
   Budget budget(opened.reader.geometry());
@@ -866,7 +869,7 @@ TEST(Reader, walk_visitor_stops_and_passes_by) {
 }
 
 TEST(Reader, walk_stopped_at_a_problem_tells_so) {
-  Small image;
+  SmallTree image;
   image.SetSize(1, 65);
   Opened opened(image);
   Budget budget(opened.reader.geometry());
@@ -906,16 +909,6 @@ TEST(Reader, walk_long_chain_of_directories_is_gone_down) {
   const Strings told = WalkAll(&opened.reader);
   EXPECT_EQ(told.size(), 6001u);
 }
-
-// Counts the bytes that are read.
-struct Counting : MemoryImage {
-  using MemoryImage::MemoryImage;
-  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-    read += count;
-    return MemoryImage::Read(offset, out, count);
-  }
-  mutable std::uint64_t read = 0;
-};
 
 // Walks over everything and reads it. Result: the bytes handed over.
 std::uint64_t ReadEverything(const Image& image) {
@@ -976,7 +969,7 @@ TEST(Reader, damage_of_all_kinds_work_is_in_proportion_to_the_container) {
 }
 
 TEST(Reader, budget_is_free_for_what_is_met_once_and_ends_for_the_rest) {
-  const Small image;
+  const SmallTree image;
   const Opened opened(image);
   const std::uint32_t blocks = opened.reader.geometry().blocks;
   Budget budget(opened.reader.geometry());
@@ -998,7 +991,7 @@ TEST(Reader, texts_name_the_place) {
             "its entry refers to node 300, which the container cannot have");
   EXPECT_STREQ(Name(Trouble::kNone), "none");
   EXPECT_STREQ(Name(Trouble::kNameTwice), "name-twice");
-  EXPECT_EQ(ToText({}), "");
+  EXPECT_EQ(ToText(Problem{}), "");
 }
 
 TEST(Reader, texts_every_trouble_has_its_own) {

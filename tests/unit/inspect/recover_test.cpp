@@ -17,8 +17,8 @@ using testimage::ImageBuilder;
 using testimage::MemoryDestination;
 using testimage::Pattern;
 
-struct Small : ImageBuilder {
-  Small() : ImageBuilder(1024, 32) {
+struct ThreeFiles : ImageBuilder {
+  ThreeFiles() : ImageBuilder(1024, 32) {
     AddFile(1, "A", 1500);
     AddDirectory(1, "D");
     AddFile(3, "B", 300 * 1024);
@@ -29,7 +29,7 @@ struct Small : ImageBuilder {
 
 TEST(Recover, sound_container_everything_is_copied) {
   MemoryDestination destination;
-  const Small image;
+  const ThreeFiles image;
   const Recovered result = Recover(MemoryImage(image.bytes()), "out", &destination);
   EXPECT_TRUE(result.possible);
   EXPECT_EQ(result.files, 3u);
@@ -55,7 +55,7 @@ TEST(Recover, container_too_long_everything_is_copied) {
       return MemoryImage::Read(offset, out, static_cast<std::size_t>(std::min<std::uint64_t>(count, end - offset)));
     }
   };
-  const Small image;
+  const ThreeFiles image;
   const Recovered result = Recover(Long(image.bytes()), "out", &destination);
   EXPECT_TRUE(result.possible);
   EXPECT_EQ(result.files, 3u);
@@ -65,7 +65,7 @@ TEST(Recover, container_too_long_everything_is_copied) {
 
 TEST(Recover, time_stamps_are_handed_on) {
   MemoryDestination destination;
-  Recover(MemoryImage(Small().bytes()), "out", &destination);
+  Recover(MemoryImage(ThreeFiles().bytes()), "out", &destination);
   const TimeStamp& time = destination.files["out/A"].time;
   EXPECT_EQ(time.year, 2004);
   EXPECT_EQ(time.month, 6);
@@ -74,7 +74,7 @@ TEST(Recover, time_stamps_are_handed_on) {
 
 TEST(Recover, damaged_container_names_survive_and_lost_nodes_are_there) {
   MemoryDestination destination;
-  Small image;
+  ThreeFiles image;
   image.Put32(40, 0);                       // no block size
   image.SetFree(2, true);                   // A's node free
   image.Put16(image.EntryOffset(3, 2), 0);  // B without a name
@@ -95,7 +95,7 @@ TEST(Recover, host_cannot_read_a_sector_zeros_stand_there) {
       return !(offset <= bad && bad < offset + count) && MemoryImage::Read(offset, out, count);
     }
   };
-  const Small image;
+  const ThreeFiles image;
   Bad bad(image.bytes());
   bad.bad = image.BlockOffset(image.MappedBlock(2, 1)) + 5;
   const Recovered result = Recover(bad, "out", &destination);
@@ -154,7 +154,7 @@ TEST(Recover, repair_would_cost_a_file_it_goes_to_the_lost_found_that_is_there) 
 TEST(Recover, file_is_refused_the_others_are_copied) {
   MemoryDestination destination;
   destination.refused = "out/A";
-  const Recovered result = Recover(MemoryImage(Small().bytes()), "out", &destination);
+  const Recovered result = Recover(MemoryImage(ThreeFiles().bytes()), "out", &destination);
   EXPECT_EQ(result.files, 2u);
   EXPECT_EQ(result.failures, std::vector<std::string>{"/A: refused"});
 }
@@ -162,7 +162,7 @@ TEST(Recover, file_is_refused_the_others_are_copied) {
 TEST(Recover, directory_is_refused_what_lies_in_it_is_not_tried) {
   MemoryDestination destination;
   destination.refused = "out/D/E";
-  const Recovered result = Recover(MemoryImage(Small().bytes()), "out", &destination);
+  const Recovered result = Recover(MemoryImage(ThreeFiles().bytes()), "out", &destination);
   EXPECT_EQ(result.failures, std::vector<std::string>{"/D/E: refused"});
   EXPECT_EQ(result.directories, 1u);
   EXPECT_EQ(result.files, 2u);
@@ -172,7 +172,7 @@ TEST(Recover, directory_is_refused_what_lies_in_it_is_not_tried) {
 TEST(Recover, folder_is_refused_nothing_is_copied) {
   MemoryDestination destination;
   destination.refused = "out";
-  const Recovered result = Recover(MemoryImage(Small().bytes()), "out", &destination);
+  const Recovered result = Recover(MemoryImage(ThreeFiles().bytes()), "out", &destination);
   EXPECT_TRUE(result.possible);
   EXPECT_EQ(result.failures, std::vector<std::string>{"/: refused"});
   EXPECT_EQ(result.files, 0u);
@@ -189,7 +189,8 @@ TEST(Recover, no_container_says_so_and_copies_nothing) {
 TEST(Recover, step_is_told_each_path) {
   MemoryDestination destination;
   std::vector<std::string> paths;
-  Recover(MemoryImage(Small().bytes()), "out", &destination, [&](const std::string& path) { paths.push_back(path); });
+  Recover(MemoryImage(ThreeFiles().bytes()), "out", &destination,
+          [&](const std::string& path) { paths.push_back(path); });
   EXPECT_EQ(paths, (std::vector<std::string>{"/A", "/D", "/D/B", "/D/E", "/D/E/EMPTY"}));
 }
 

@@ -7,30 +7,16 @@
 #include "inspect/repair/repair.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/repair_harness.h"
+#include "tests/support/small_image.h"
 
 namespace orba::inspect {
 namespace {
 
 using testimage::Bytes;
+using testimage::FillDirectory;
 using testimage::ImageBuilder;
-
-// node 2 /A (1500 bytes), 3 /D, 4 /D/B (7 blocks), 5 /D/E, 6 /D/E/C (10 bytes); 16 nodes and 32 entries a block
-struct Small : ImageBuilder {
-  Small() : ImageBuilder(1024, 32) {
-    AddFile(1, "A", 1500);
-    AddDirectory(1, "D");
-    AddFile(3, "B", 7 * 1024);
-    AddDirectory(3, "E");
-    AddFile(5, "C", 10);
-  }
-};
-
-// Files of other sizes each, F2 and so on.
-std::uint16_t FillDirectory(ImageBuilder* image, std::uint32_t entries) {
-  const std::uint16_t directory = image->AddDirectory(1, "FULL");
-  for (std::uint32_t i = 2; i < entries; ++i) image->AddFile(directory, "F" + std::to_string(i), i);
-  return directory;
-}
+using testimage::Sizes;
+using testimage::SmallWithC;
 
 // The plan's sentences, those of the mark left out.
 std::string Sentences(const ImageBuilder& image) {
@@ -43,13 +29,13 @@ std::string Sentences(const ImageBuilder& image) {
 }
 
 TEST(RepairSentence, entries_not_counted_are_told_by_their_number) {
-  Small image;
+  SmallWithC image;
   image.SetSize(3, 2 * 32);  // B and E
   EXPECT_EQ(Sentences(image), "counts 2 entries more in /D (node 3)\n");
 }
 
 TEST(RepairSentence, table_entries_in_a_row_are_one_action) {
-  Small image;
+  SmallWithC image;
   for (const std::uint32_t entry : {17u, 18u, 19u, 21u}) image.Put32(ImageBuilder::TableOffset(entry), 500 + entry);
   EXPECT_EQ(Sentences(image),
             "clears table entries 17 to 19: they lead to no node blocks\n"
@@ -79,7 +65,7 @@ TEST(RepairSentence, file_that_ends_with_the_container_is_not_cut) {
 }
 
 TEST(RepairSentence, of_two_names_in_one_directory_the_first_stays) {
-  Small image;
+  SmallWithC image;
   image.AddEntry(3, "X", 2);
   image.AddEntry(3, "Y", 2);
   image.Put16(image.EntryOffset(1, 2), 6);
@@ -89,7 +75,7 @@ TEST(RepairSentence, of_two_names_in_one_directory_the_first_stays) {
 }
 
 TEST(RepairSentence, block_beyond_the_end_is_named) {
-  Small image;
+  SmallWithC image;
   image.Put32(image.MapOffset(4, 6), 500);
   EXPECT_EQ(Sentences(image),
             "takes block 500 out of /D/B (node 4): beyond the container's end\n"
@@ -100,7 +86,7 @@ TEST(RepairSentence, block_beyond_the_end_is_named) {
 TEST(RepairSentence, removing_the_last_entry_frees_the_block_that_held_it_alone) {
   for (const std::uint32_t entries : {33u, 34u}) {
     ImageBuilder image(1024, 32);
-    image.AddEntry(FillDirectory(&image, entries - 1), "X", 200);
+    image.AddEntry(FillDirectory(&image, entries - 1, Sizes::kNumber), "X", 200);
     const std::string freed = "builds the free chain anew: 1 block in 1 record\n";
     EXPECT_EQ(Sentences(image),
               "removes \"X\" from /FULL (node 2): node 200 is not there\n" + (entries == 33 ? freed : ""));
@@ -109,7 +95,7 @@ TEST(RepairSentence, removing_the_last_entry_frees_the_block_that_held_it_alone)
 
 TEST(RepairSentence, block_twice_in_a_directory_is_taken_out) {
   ImageBuilder image(1024, 32);
-  const std::uint16_t directory = FillDirectory(&image, 40);
+  const std::uint16_t directory = FillDirectory(&image, 40, Sizes::kNumber);
   image.Put32(image.MapOffset(directory, 1), image.MappedBlock(directory, 0));
   EXPECT_EQ(Sentences(image),
             "takes block 3 out of /FULL (node 2): there already\n"
@@ -117,7 +103,7 @@ TEST(RepairSentence, block_twice_in_a_directory_is_taken_out) {
 }
 
 TEST(RepairSentence, file_that_shares_a_directorys_first_block_gets_a_copy) {
-  Small image;
+  SmallWithC image;
   image.Put32(image.MapOffset(4, 0), image.MappedBlock(3, 0));
   EXPECT_EQ(Sentences(image),
             "gives /D/B (node 4) a copy of block 5, which something else uses too\n"
@@ -126,7 +112,7 @@ TEST(RepairSentence, file_that_shares_a_directorys_first_block_gets_a_copy) {
 
 TEST(RepairSentence, growth_by_a_block_without_a_sound_entry_is_undone) {
   ImageBuilder image(1024, 32);
-  const std::uint16_t directory = FillDirectory(&image, 193);
+  const std::uint16_t directory = FillDirectory(&image, 193, Sizes::kNumber);
   const std::uint64_t entry = image.EntryOffset(directory, 192);
   image.SetSize(directory, 192 * 32);
   EXPECT_EQ(Sentences(image), "counts the entry \"F192\" that was added to /FULL (node 2)\n");
@@ -139,7 +125,7 @@ TEST(RepairSentence, growth_by_a_block_without_a_sound_entry_is_undone) {
 }
 
 TEST(RepairSentence, of_two_names_in_one_marked_directory_the_last_stays_where_it_ends_the_directory) {
-  Small image;
+  SmallWithC image;
   image.AddEntry(1, "X", 2);
   image.Put32(kStateFlagsOffset, kVolumeDirty);
   EXPECT_EQ(
@@ -151,7 +137,7 @@ TEST(RepairSentence, of_two_names_in_one_marked_directory_the_last_stays_where_i
 }
 
 TEST(RepairSentence, name_that_leads_to_a_free_node_gets_its_own_and_nothing_is_copied) {
-  Small image;
+  SmallWithC image;
   image.Put16(image.EntryOffset(1, 2), 2 + 128);
   EXPECT_EQ(Sentences(image),
             "lets \"A\" in / (node 1) refer to node 2, which has lost its name, and no longer to node 130\n");
@@ -163,7 +149,7 @@ TEST(RepairSentence, no_layout_is_why_there_is_no_plan) {
 }
 
 TEST(RepairSentence, what_is_left_stands_behind_the_actions) {
-  Small image;
+  SmallWithC image;
   image.Put32(kStateFlagsOffset, kVolumeDirty);
   Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
   plan.problem = "2 findings left";
@@ -174,7 +160,7 @@ TEST(RepairSentence, what_is_left_stands_behind_the_actions) {
 }
 
 TEST(RepairSentence, record_that_is_a_copy_of_anothers_is_cleared) {
-  Small image;
+  SmallWithC image;
   const auto from = image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(2));
   std::copy(from, from + 64, image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(4)));
   EXPECT_EQ(Sentences(image),
@@ -184,7 +170,7 @@ TEST(RepairSentence, record_that_is_a_copy_of_anothers_is_cleared) {
 }
 
 TEST(RepairSentence, node_block_is_known_by_the_numbers_of_its_slots) {
-  Small image;
+  SmallWithC image;
   const std::uint32_t other = image.AppendBlock();
   const auto from = image.bytes().begin() + static_cast<std::ptrdiff_t>(image.BlockOffset(1));
   std::copy(from, from + 1024, image.bytes().begin() + static_cast<std::ptrdiff_t>(image.BlockOffset(other)));
@@ -199,7 +185,7 @@ TEST(RepairSentence, node_block_is_known_by_the_numbers_of_its_slots) {
 
 TEST(RepairSentence, record_that_lies_in_a_lost_block_too_comes_back) {
   for (const bool copied : {false, true}) {  // from another slot over it; else overwritten
-    Small image;
+    SmallWithC image;
     const std::uint32_t other = image.AppendBlock();
     const auto at = [&](std::uint64_t offset) { return image.bytes().begin() + static_cast<std::ptrdiff_t>(offset); };
     std::copy_n(at(image.BlockOffset(1)), 1024, at(image.BlockOffset(other)));
@@ -213,7 +199,7 @@ TEST(RepairSentence, record_that_lies_in_a_lost_block_too_comes_back) {
 }
 
 TEST(RepairSentence, directories_of_a_lost_node_block_are_in_use_whatever_the_bitmap_says) {
-  Small image;
+  SmallWithC image;
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(1) + i, 0xAA);
   image.SetFree(5, true);
   EXPECT_EQ(Sentences(image),
@@ -240,7 +226,7 @@ TEST(RepairSentence, last_number_of_the_bitmap_is_given_out) {
 
 TEST(RepairSentence, full_directory_without_record_gets_the_blocks_behind_it) {
   ImageBuilder image(1024, 32);
-  const std::uint16_t directory = FillDirectory(&image, 40);
+  const std::uint16_t directory = FillDirectory(&image, 40, Sizes::kNumber);
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(directory) + i, 0xAA);
   EXPECT_EQ(Sentences(image),
             "makes a new record of node 2 for the directory in block 3\n"
@@ -249,7 +235,7 @@ TEST(RepairSentence, full_directory_without_record_gets_the_blocks_behind_it) {
 }
 
 // With two files more, X and Y of 1500 bytes, nodes 7 and 8, that are free and have no names.
-struct Unnamed : Small {
+struct Unnamed : SmallWithC {
   Unnamed() {
     AddFile(1, "X", 1500);
     AddFile(1, "Y", 1500);
@@ -278,7 +264,7 @@ TEST(RepairSentence, free_record_with_one_block_twice_stays_free) {
 }
 
 TEST(RepairSentence, free_node_with_two_names_is_noted_once) {
-  Small image;
+  SmallWithC image;
   image.AddEntry(3, "X", 2);
   image.SetFree(2, true);
   EXPECT_EQ(Sentences(image),
@@ -288,7 +274,7 @@ TEST(RepairSentence, free_node_with_two_names_is_noted_once) {
 
 TEST(RepairSentence, copies_share_one_new_node_block) {
   ImageBuilder image(1024, 32);
-  const std::uint16_t directory = FillDirectory(&image, 16);
+  const std::uint16_t directory = FillDirectory(&image, 16, Sizes::kNumber);
   ASSERT_EQ(directory + 14u, 16u);
   for (const std::uint16_t node : {std::uint16_t{5}, std::uint16_t{6}}) {
     image.AddEntry(1, "X" + std::to_string(node), node);

@@ -11,33 +11,21 @@
 
 #include "tests/support/image_builder.h"
 #include "tests/support/repair_harness.h"
+#include "tests/support/small_image.h"
 
 namespace orba::inspect {
 namespace {
 
 using testimage::Bytes;
+using testimage::FillDirectory;
 using testimage::ImageBuilder;
 using testimage::Pattern;
+using testimage::Sizes;
+using testimage::SmallWithC;
 using testimage::Tree;
+using testimage::WithChain;
 
 using Files = std::map<std::string, Bytes>;
-
-// node 2 /A (1500 bytes), 3 /D, 4 /D/B (7 blocks), 5 /D/E, 6 /D/E/C (10 bytes); 16 nodes and 32 entries a block
-struct Small : ImageBuilder {
-  Small() : ImageBuilder(1024, 32) {
-    AddFile(1, "A", 1500);
-    AddDirectory(1, "D");
-    AddFile(3, "B", 7 * 1024);
-    AddDirectory(3, "E");
-    AddFile(5, "C", 10);
-  }
-};
-
-std::uint16_t FillDirectory(ImageBuilder* image, std::uint32_t entries) {
-  const std::uint16_t directory = image->AddDirectory(1, "FULL");
-  for (std::uint32_t i = 2; i < entries; ++i) image->AddFile(directory, "F" + std::to_string(i), i);
-  return directory;
-}
 
 Files Repair(const ImageBuilder& image, std::string* texts = nullptr) {
   return Tree(testimage::RepairedFromEveryStop(image.bytes(), texts));
@@ -49,40 +37,40 @@ Files Without(Files files, std::initializer_list<const char*> paths) {
   return files;
 }
 
-std::string Paths(const Files& files) {
+std::string PathsOf(const Files& files) {
   std::string text;
   for (const auto& [path, bytes] : files) text += path + " ";
   return text;
 }
 
 #define EXPECT_FILES(files, expected) \
-  EXPECT_TRUE((files) == (expected)) << Paths(files) << "instead of " << Paths(expected)
+  EXPECT_TRUE((files) == (expected)) << PathsOf(files) << "instead of " << PathsOf(expected)
 
 // ---- Nothing, and the mark alone ------------------------------------------------------------------------------------
 
 TEST(RepairNothing, clean_container_plan_is_empty) {
-  const Plan plan = PlanRepair(MemoryImage(Small().bytes()), testimage::kRepairTime);
+  const Plan plan = PlanRepair(MemoryImage(SmallWithC().bytes()), testimage::kRepairTime);
   EXPECT_TRUE(plan.IsComplete());
   EXPECT_EQ(plan.actions.size(), 0u);
   EXPECT_EQ(ToText(plan), "nothing to repair\n");
 }
 
 TEST(RepairNothing, notes_alone_plan_is_empty) {
-  Small image;
+  SmallWithC image;
   image.Put8(image.NodeOffset(2) + 10, 13);
   EXPECT_EQ(PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime).actions.size(), 0u);
 }
 
 TEST(RepairMark, mark_alone_is_cleared) {
-  Small image;
+  SmallWithC image;
   image.Put32(52, 1);
   const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
   EXPECT_EQ(ToText(plan), "1. clears the mark of an update in progress (1 write)\nkeeps 3 of 3 readable files\n");
-  EXPECT_EQ(testimage::AfterWrites(plan, image.bytes(), 1), Small().bytes());
+  EXPECT_EQ(testimage::AfterWrites(plan, image.bytes(), 1), SmallWithC().bytes());
 }
 
 TEST(RepairMark, damage_without_mark_mark_first_and_last) {
-  Small image;
+  SmallWithC image;
   image.Put8(image.NodeOffset(2), 'X');
   const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
   ASSERT_EQ(plan.actions.size(), 3u);
@@ -100,18 +88,18 @@ TEST(RepairImpossible, no_layout_says_so) {
 }
 
 TEST(RepairImpossible, host_cannot_read_says_so) {
-  struct Bad : MemoryImage {
+  struct BadSector : MemoryImage {
     using MemoryImage::MemoryImage;
     bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
       return offset + count <= 3000 && MemoryImage::Read(offset, out, count);
     }
   };
-  EXPECT_FALSE(PlanRepair(Bad(Small().bytes()), testimage::kRepairTime).possible);
+  EXPECT_FALSE(PlanRepair(BadSector(SmallWithC().bytes()), testimage::kRepairTime).possible);
 }
 
 // The container at its beginning, then zeros up to its length.
-struct Long : MemoryImage {
-  Long(const Bytes& bytes, std::uint64_t length) : MemoryImage(bytes), whole(bytes.size()), size(length) {}
+struct LongImage : MemoryImage {
+  LongImage(const Bytes& bytes, std::uint64_t length) : MemoryImage(bytes), whole(bytes.size()), size(length) {}
   std::uint64_t Size() const override { return size; }
   bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
     if (offset > size || count > size - offset) return false;
@@ -123,8 +111,8 @@ struct Long : MemoryImage {
 };
 
 TEST(RepairImpossible, container_too_long_says_where_to_cut_and_plans_nothing) {
-  const Small image;
-  const Plan plan = PlanRepair(Long(image.bytes(), 0x80000000), testimage::kRepairTime);
+  const SmallWithC image;
+  const Plan plan = PlanRepair(LongImage(image.bytes(), 0x80000000), testimage::kRepairTime);
   EXPECT_FALSE(plan.possible);
   EXPECT_EQ(plan.actions.size(), 0u);
   EXPECT_NE(plan.problem.find("cut it to " + std::to_string(image.bytes().size()) + " bytes"), std::string::npos)
@@ -132,9 +120,9 @@ TEST(RepairImpossible, container_too_long_says_where_to_cut_and_plans_nothing) {
 }
 
 TEST(RepairImpossible, container_too_long_and_damaged_advises_recovery) {
-  Small image;
+  SmallWithC image;
   image.Put8(image.NodeOffset(2), 'X');
-  const Plan plan = PlanRepair(Long(image.bytes(), 0x80000000), testimage::kRepairTime);
+  const Plan plan = PlanRepair(LongImage(image.bytes(), 0x80000000), testimage::kRepairTime);
   EXPECT_FALSE(plan.possible);
   EXPECT_EQ(plan.actions.size(), 0u);
   EXPECT_NE(plan.problem.find("recover what it holds"), std::string::npos) << plan.problem;
@@ -142,7 +130,7 @@ TEST(RepairImpossible, container_too_long_and_damaged_advises_recovery) {
 
 TEST(RepairImpossible, container_ends_before_its_data_says_that_nothing_can_be_saved) {
   for (const std::size_t size : {0u, 500u, 1024u, 1055u}) {
-    const Small image;
+    const SmallWithC image;
     const Plan plan = PlanRepair(MemoryImage({image.bytes().begin(), image.bytes().begin() + static_cast<long>(size)}),
                                  testimage::kRepairTime);
     EXPECT_FALSE(plan.possible) << size;
@@ -151,7 +139,7 @@ TEST(RepairImpossible, container_ends_before_its_data_says_that_nothing_can_be_s
 }
 
 TEST(RepairLength, nothing_is_left_of_the_data_plan_says_so) {
-  const Small image;
+  const SmallWithC image;
   const std::string nothing = "nothing of what the container held can be saved: it will be empty\n";
   for (const std::uint32_t block : {1u, 2u}) {
     const Bytes bytes(image.bytes().begin(), image.bytes().begin() + static_cast<long>(image.BlockOffset(block)));
@@ -167,21 +155,21 @@ TEST(RepairLength, nothing_is_left_of_the_data_plan_says_so) {
 
 TEST(RepairHeader, any_field_wrong_is_written_anew) {
   for (std::uint32_t offset = 0; offset <= 44; offset += 4) {
-    Small image;
+    SmallWithC image;
     image.Put32(offset, 0x12345678);
-    EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes()) << offset;
+    EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), SmallWithC().bytes()) << offset;
   }
 }
 
 TEST(RepairHeader, reserved_bytes_and_flags_are_cleared) {
-  Small image;
+  SmallWithC image;
   image.Put8(100, 1);
   image.Put32(52, 0xFFFFFFFE);
-  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), SmallWithC().bytes());
 }
 
 TEST(RepairLength, cut_anywhere_keeps_the_files_before_the_cut) {
-  const Small whole;
+  const SmallWithC whole;
   const Files files = Tree(whole.bytes());
   for (std::size_t size = 1024 + 32; size < whole.bytes().size(); size += 211) {
     Bytes bytes(whole.bytes().begin(), whole.bytes().begin() + static_cast<std::ptrdiff_t>(size));
@@ -200,8 +188,8 @@ TEST(RepairLength, cut_anywhere_keeps_the_files_before_the_cut) {
 TEST(RepairTable, entry_lost_node_block_is_found_again) {
   for (const std::uint32_t value : {0u, 2u, 999u, 0xFFFFFFFFu}) {
     for (const std::uint32_t entry : {0u, 1u}) {
-      Small image;
-      FillDirectory(&image, 20);
+      SmallWithC image;
+      FillDirectory(&image, 20, Sizes::kNumber);
       const Files files = Tree(image.bytes());
       image.Put32(ImageBuilder::TableOffset(entry), value);
       EXPECT_FILES(Repair(image), files);
@@ -210,8 +198,8 @@ TEST(RepairTable, entry_lost_node_block_is_found_again) {
 }
 
 TEST(RepairTable, two_entries_exchanged_are_set_right) {
-  Small image;
-  FillDirectory(&image, 40);
+  SmallWithC image;
+  FillDirectory(&image, 40, Sizes::kNumber);
   const Files files = Tree(image.bytes());
   const std::uint32_t one = image.Get32(ImageBuilder::TableOffset(1));
   image.Put32(ImageBuilder::TableOffset(1), image.Get32(ImageBuilder::TableOffset(2)));
@@ -220,14 +208,14 @@ TEST(RepairTable, two_entries_exchanged_are_set_right) {
 }
 
 TEST(RepairTable, entry_for_nodes_that_cannot_be_is_cleared) {
-  Small image;
+  SmallWithC image;
   image.Put32(ImageBuilder::TableOffset(223), 5);
-  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), SmallWithC().bytes());
 }
 
 TEST(RepairTable, node_block_overwritten_its_files_are_lost_the_others_kept) {
-  Small image;
-  FillDirectory(&image, 20);
+  SmallWithC image;
+  FillDirectory(&image, 20, Sizes::kNumber);
   Files files = Tree(image.bytes());
   const std::uint64_t at = image.BlockOffset(image.Get32(ImageBuilder::TableOffset(1)));
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(at + i, 0xEE);
@@ -240,30 +228,30 @@ TEST(RepairTable, node_block_overwritten_its_files_are_lost_the_others_kept) {
 }
 
 TEST(RepairSlots, signature_and_number_are_written) {
-  Small image;
+  SmallWithC image;
   for (std::uint32_t i = 0; i < 6; ++i) {
     image.Put8(image.NodeOffset(4) + i, 0xAA);
     image.Put8(image.NodeOffset(16) + i, 0xAA);
   }
-  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), SmallWithC().bytes());
 }
 
 TEST(RepairSlots, record_overwritten_node_and_name_go) {
-  Small image;
+  SmallWithC image;
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(2) + i, 0xAA);
-  EXPECT_FILES(Repair(image), Without(Tree(Small().bytes()), {"/A"}));
+  EXPECT_FILES(Repair(image), Without(Tree(SmallWithC().bytes()), {"/A"}));
 }
 
 TEST(RepairBitmap, every_node_free_is_all_revived) {
-  Small image;
+  SmallWithC image;
   for (std::uint16_t node = 1; node <= 6; ++node) image.SetFree(node, true);
-  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+  EXPECT_FILES(Repair(image), Tree(SmallWithC().bytes()));
 }
 
 TEST(RepairBitmap, every_node_in_use_the_rest_is_given_back) {
-  Small image;
+  SmallWithC image;
   for (std::uint32_t i = 0; i < 32; ++i) image.Put8(1024 + i, 0);
-  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), SmallWithC().bytes());
 }
 
 TEST(RepairBitmap, used_beyond_the_table_is_freed) {
@@ -277,8 +265,8 @@ TEST(RepairBitmap, used_beyond_the_table_is_freed) {
 
 TEST(RepairStray, pointer_to_a_node_block_that_the_table_lost_nodes_are_regained) {
   for (const std::uint32_t offset : {56u, 60u}) {  // indirect, double-indirect
-    Small image;
-    FillDirectory(&image, 40);
+    SmallWithC image;
+    FillDirectory(&image, 40, Sizes::kNumber);
     const Files files = Tree(image.bytes());
     image.Put32(image.NodeOffset(2) + offset, image.Get32(ImageBuilder::TableOffset(1)));
     image.Put32(ImageBuilder::TableOffset(1), 0);
@@ -287,7 +275,7 @@ TEST(RepairStray, pointer_to_a_node_block_that_the_table_lost_nodes_are_regained
 }
 
 TEST(RepairStray, map_pointer_to_a_directorys_block_directory_is_left_alone) {
-  Small image;
+  SmallWithC image;
   image.AddFile(1, "BIG", 8 * 1024);
   const Files files = Tree(image.bytes());
   image.Put32(image.NodeOffset(2) + 56, image.MappedBlock(3, 0));  // /A has two blocks and needs no map
@@ -297,7 +285,7 @@ TEST(RepairStray, map_pointer_to_a_directorys_block_directory_is_left_alone) {
 }
 
 TEST(RepairStray, map_pointer_of_a_directorys_record_to_its_own_block_directory_is_whole) {
-  Small image;
+  SmallWithC image;
   const Files files = Tree(image.bytes());
   image.Put32(image.NodeOffset(3) + 56, image.MappedBlock(3, 0));
   image.Put32(image.NodeOffset(3) + 32, 0);
@@ -305,8 +293,8 @@ TEST(RepairStray, map_pointer_of_a_directorys_record_to_its_own_block_directory_
 }
 
 // FULL is node 7, F2 to F9 are nodes 8 to 15.
-struct Named : Small {
-  Named() { FillDirectory(this, 10); }
+struct Named : SmallWithC {
+  Named() { FillDirectory(this, 10, Sizes::kNumber); }
   void Point(std::uint32_t entry, std::uint16_t node) { Put16(EntryOffset(7, entry), node); }
 };
 
@@ -369,9 +357,9 @@ TEST(RepairStray, two_nodes_without_name_and_one_bit_damaged_in_one_number_that_
 // ---- Erased flash: every byte 0xFF, and a bitmap that calls every node free -----------------------------------------
 
 // node 7 /FULL with F2 to F39 as nodes 8 to 45, 46 /P, 47 /P/Q, 48 /P/Q/R: three node blocks. Three blocks are free.
-struct Wide : Small {
-  Wide() {
-    FillDirectory(this, 40);
+struct WideTree : SmallWithC {
+  WideTree() {
+    FillDirectory(this, 40, Sizes::kNumber);
     const std::uint16_t inner = AddDirectory(AddDirectory(1, "P"), "Q");
     AddFile(inner, "R", 8 * 1024);
     const std::uint32_t free = AppendBlock();
@@ -385,33 +373,33 @@ struct Wide : Small {
 };
 
 TEST(RepairErased, bitmap_nothing_is_lost) {
-  Wide image;
+  WideTree image;
   image.Erase(1024, 1024 + 32);
-  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Wide().bytes());
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), WideTree().bytes());
 }
 
 TEST(RepairErased, header_table_and_bitmap_nothing_is_lost) {
-  Wide image;
+  WideTree image;
   image.Erase(0, 1024 + 32);
-  EXPECT_FILES(Tree(testimage::Repaired(image.bytes())), Tree(Wide().bytes()));
+  EXPECT_FILES(Tree(testimage::Repaired(image.bytes())), Tree(WideTree().bytes()));
 }
 
 TEST(RepairErased, table_entry_and_its_bits_node_block_is_found_again) {
-  Wide image;
+  WideTree image;
   image.Put32(ImageBuilder::TableOffset(1), 0);
   image.Erase(1024 + 2, 1024 + 4);  // nodes 17 to 32
   std::string texts;
-  EXPECT_FILES(Repair(image, &texts), Tree(Wide().bytes()));
+  EXPECT_FILES(Repair(image, &texts), Tree(WideTree().bytes()));
   EXPECT_NE(texts.find("points table entry 1 at block "), std::string::npos) << texts;
 }
 
 TEST(RepairErased, bitmap_first_nodes_and_root_keeps_what_zeros_would_keep) {
-  Wide erased, zeros;
+  WideTree erased, zeros;
   erased.Erase(1024, erased.BlockOffset(3));
   for (std::uint64_t at = 1024; at < zeros.BlockOffset(3); ++at) zeros.Put8(at, 0);
   const Files files = Tree(testimage::RepairedFromEveryStop(erased.bytes()));
   EXPECT_FILES(files, Tree(testimage::Repaired(zeros.bytes())));
-  const Files was = Tree(Wide().bytes());
+  const Files was = Tree(WideTree().bytes());
   EXPECT_EQ(files.at("/LOST.FND/NODE0007/F12"), was.at("/FULL/F12"));
   EXPECT_EQ(files.at("/LOST.FND/NODE0046/Q/R"), was.at("/P/Q/R"));
 }
@@ -484,91 +472,91 @@ TEST(RepairFirstBytesLost, traces_that_contradict_each_other_are_hopeless) {
 // ---------------------------------------------------------------------------------------------------------------------
 
 TEST(RepairErased, record_with_data_but_no_name_is_linked_under_lost_found) {
-  Wide image;
+  WideTree image;
   image.SetFree(2, true);  // A, the root's first entry
   image.Put16(image.EntryOffset(1, 2), 0);
   const Files files = Repair(image);
-  EXPECT_EQ(files.at("/LOST.FND/NODE0002"), Tree(Wide().bytes()).at("/A"));
+  EXPECT_EQ(files.at("/LOST.FND/NODE0002"), Tree(WideTree().bytes()).at("/A"));
 }
 
 TEST(RepairErased, deleted_files_record_stays_free) {
-  Wide image;
+  WideTree image;
   const std::uint16_t node = image.AddNode(0);  // its time stamp stays
   image.SetFree(node, true);
   image.AppendBlock();
   std::string texts;
-  EXPECT_FILES(Repair(image, &texts), Tree(Wide().bytes()));
+  EXPECT_FILES(Repair(image, &texts), Tree(WideTree().bytes()));
   EXPECT_EQ(texts.find("notes in the bitmap"), std::string::npos) << texts;
 }
 
 TEST(RepairErased, free_record_with_blocks_of_the_chain_stays_free) {
-  Wide image;
+  WideTree image;
   const std::uint16_t node = image.AddNode(0);
   image.AppendToNode(node, Pattern(8, 8));
   image.SetSize(node, 8);
   image.SetFree(node, true);
   image.SetChain({{image.MappedBlock(node, 0)}});
   const Files files = Repair(image);
-  EXPECT_FILES(files, Tree(Wide().bytes()));
+  EXPECT_FILES(files, Tree(WideTree().bytes()));
 }
 
 TEST(RepairErased, empty_directory_without_name_is_not_brought_back) {
-  Wide image;
+  WideTree image;
   const std::uint16_t node = image.AddDirectory(1, "EMPTY");
   image.SetSize(1, image.Size(1) - 32);
   image.Put16(image.EntryOffset(1, image.Size(1) / 32), 0);
   image.SetFree(node, true);
-  EXPECT_FILES(Repair(image), Tree(Wide().bytes()));
+  EXPECT_FILES(Repair(image), Tree(WideTree().bytes()));
 }
 
 TEST(RepairRecords, attributes_and_reserved_bytes_are_put_right) {
   for (const std::uint16_t node : {std::uint16_t{1}, std::uint16_t{2}, std::uint16_t{5}}) {
-    Small image;
+    SmallWithC image;
     image.Put8(image.NodeOffset(node) + 7, 0xF0);
     image.Put8(image.NodeOffset(node) + 15, 1);
     image.Put32(image.NodeOffset(node) + 24, 1);
-    EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes()) << node;
+    EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), SmallWithC().bytes()) << node;
   }
 }
 
 TEST(RepairRecords, file_marked_as_directory_is_a_file_again) {
-  Small image;
+  SmallWithC image;
   image.Put16(image.NodeOffset(4) + 6, 8);
-  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+  EXPECT_FILES(Repair(image), Tree(SmallWithC().bytes()));
 }
 
 TEST(RepairRecords, directory_marked_as_file_is_a_directory_again) {
-  Small image;
+  SmallWithC image;
   image.Put16(image.NodeOffset(5) + 6, 0);
-  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+  EXPECT_FILES(Repair(image), Tree(SmallWithC().bytes()));
 }
 
 TEST(RepairRoot, record_overwritten_is_made_anew_from_its_block) {
-  Small image;
+  SmallWithC image;
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(1) + i, 0xAA);
-  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+  EXPECT_FILES(Repair(image), Tree(SmallWithC().bytes()));
 }
 
 TEST(RepairRoot, record_all_zeros_but_its_number_gets_the_time_of_the_repair) {
-  Small image;
+  SmallWithC image;
   for (std::uint32_t i = 6; i < 64; ++i) image.Put8(image.NodeOffset(1) + i, 0);
   const Bytes after = testimage::RepairedFromEveryStop(image.bytes());
-  EXPECT_FILES(Tree(after), Tree(Small().bytes()));
+  EXPECT_FILES(Tree(after), Tree(SmallWithC().bytes()));
   EXPECT_EQ(Check(MemoryImage(after)).model.nodes[1].record.time.year, testimage::kRepairTime.year);
 }
 
 TEST(RepairRoot, nodes_regained_around_it_gets_the_time_of_the_repair) {
-  Small image;
+  SmallWithC image;
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(1) + i, 0);
   EXPECT_EQ(Check(MemoryImage(testimage::RepairedFromEveryStop(image.bytes()))).model.nodes[1].record.time.year,
             testimage::kRepairTime.year);
 }
 
 TEST(RepairRoot, record_and_block_overwritten_files_are_linked_under_lost_found) {
-  Small image;
+  SmallWithC image;
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(1) + i, 0xAA);
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(2) + i, 0xAA);
-  const Files was = Tree(Small().bytes());
+  const Files was = Tree(SmallWithC().bytes());
   const Files files = Repair(image);
   EXPECT_EQ(files.at("/LOST.FND/NODE0002"), was.at("/A"));
   EXPECT_EQ(files.at("/LOST.FND/NODE0003/B"), was.at("/D/B"));
@@ -576,17 +564,17 @@ TEST(RepairRoot, record_and_block_overwritten_files_are_linked_under_lost_found)
 }
 
 TEST(RepairRoot, first_node_block_overwritten_directories_are_found_by_their_blocks) {
-  Small image;
+  SmallWithC image;
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(1) + i, 0xAA);
-  EXPECT_EQ(Paths(Repair(image)), "/ /D/ /D/E/ ");
+  EXPECT_EQ(PathsOf(Repair(image)), "/ /D/ /D/E/ ");
 }
 
 // ---- Block maps -----------------------------------------------------------------------------------------------------
 
 TEST(RepairMap, block_shared_second_owner_gets_a_copy) {
-  Small image;
+  SmallWithC image;
   image.Put32(image.MapOffset(4, 6), image.MappedBlock(2, 0));
-  Files files = Tree(Small().bytes());
+  Files files = Tree(SmallWithC().bytes());
   std::copy(files.at("/A").begin(), files.at("/A").begin() + 1024, files.at("/D/B").begin() + 6 * 1024);
   EXPECT_FILES(Repair(image), files);
 }
@@ -603,10 +591,10 @@ TEST(RepairMap, map_block_shared_both_files_keep_their_contents) {
 
 TEST(RepairMap, directories_share_their_first_block_each_has_its_own_again) {
   for (const bool first : {false, true}) {
-    Small image;
+    SmallWithC image;
     const std::uint16_t a = first ? 3 : 5, b = first ? 5 : 3;
     image.Put32(image.MapOffset(a, 0), image.MappedBlock(b, 0));
-    Files files = Tree(Small().bytes());
+    Files files = Tree(SmallWithC().bytes());
     if (first) {  // D was read as E, to which no path led but this
       files["/LOST.FND/"] = {};
       files["/LOST.FND/C"] = files.at("/D/E/C");
@@ -617,11 +605,11 @@ TEST(RepairMap, directories_share_their_first_block_each_has_its_own_again) {
 
 TEST(RepairMap, directories_share_their_first_block_the_other_is_overwritten_the_dot_decides) {
   for (const bool first : {false, true}) {
-    Small image;
+    SmallWithC image;
     const std::uint16_t a = first ? 3 : 5, b = first ? 5 : 3;
     for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.EntryOffset(a, 0) + i, 0xEE);
     image.Put32(image.MapOffset(a, 0), image.MappedBlock(b, 0));
-    const Files was = Tree(Small().bytes());
+    const Files was = Tree(SmallWithC().bytes());
     const Files files = Repair(image);
     if (first) {  // D has the block of E
       EXPECT_EQ(files.at("/LOST.FND/NODE0004"), was.at("/D/B"));
@@ -635,35 +623,35 @@ TEST(RepairMap, directories_share_their_first_block_the_other_is_overwritten_the
 }
 
 TEST(RepairMap, directory_shares_a_files_block_file_keeps_its_size) {
-  Small image;
+  SmallWithC image;
   image.Put32(image.MapOffset(2, 0), image.MappedBlock(3, 0));
   const Files files = Repair(image);
-  EXPECT_EQ(files.at("/D/B"), Tree(Small().bytes()).at("/D/B"));
+  EXPECT_EQ(files.at("/D/B"), Tree(SmallWithC().bytes()).at("/D/B"));
   EXPECT_EQ(files.at("/A").size(), 1500u);
 }
 
 TEST(RepairMap, block_twice_in_one_file_file_reads_as_it_did) {
-  Small image;
+  SmallWithC image;
   image.Put32(image.MapOffset(4, 2), image.MappedBlock(4, 1));
-  Files files = Tree(Small().bytes());
+  Files files = Tree(SmallWithC().bytes());
   std::copy_n(files.at("/D/B").begin() + 1024, 1024, files.at("/D/B").begin() + 2048);
   EXPECT_FILES(Repair(image), files);
 }
 
 TEST(RepairMap, slot_beyond_the_end_in_the_middle_becomes_zeros) {
-  Small image;
+  SmallWithC image;
   image.Put32(image.MapOffset(4, 3), 5000);
-  Files files = Tree(Small().bytes());
+  Files files = Tree(SmallWithC().bytes());
   std::fill(files.at("/D/B").begin() + 3072, files.at("/D/B").begin() + 4096, std::uint8_t{0});
   EXPECT_FILES(Repair(image), files);
 }
 
 TEST(RepairMap, last_slots_beyond_the_end_tail_is_cut_off) {
-  Small image;
+  SmallWithC image;
   image.Put32(image.MapOffset(4, 6), 0);
   image.Put32(image.NodeOffset(4) + 56, 5000);
   image.Put32(image.MapOffset(4, 5), 5001);
-  Files files = Tree(Small().bytes());
+  Files files = Tree(SmallWithC().bytes());
   files.at("/D/B").resize(5 * 1024);
   EXPECT_FILES(Repair(image), files);
 }
@@ -682,7 +670,7 @@ TEST(RepairMap, map_blocks_that_no_slot_names_are_found_again) {
 }
 
 TEST(RepairMap, two_map_blocks_that_cannot_be_told_apart_are_not_guessed) {
-  Small image;
+  SmallWithC image;
   const std::uint16_t twin = image.AddFile(1, "TWIN", 7 * 1024);
   const Files was = Tree(image.bytes());
   for (const std::uint16_t node : {std::uint16_t{4}, twin}) image.Put32(image.NodeOffset(node) + 56, 0);
@@ -702,9 +690,9 @@ TEST(RepairMap, second_level_block_missing_becomes_zeros) {
 }
 
 TEST(RepairMap, size_too_small_grows_over_the_blocks_that_follow_and_what_was_read_is_kept) {
-  Small image;
+  SmallWithC image;
   image.SetSize(4, 100);
-  Files files = Tree(Small().bytes());
+  Files files = Tree(SmallWithC().bytes());
   files["/LOST.FND/"] = {};
   files["/LOST.FND/B"] = Bytes(files.at("/D/B").begin(), files.at("/D/B").begin() + 100);
   EXPECT_FILES(Repair(image), files);
@@ -712,28 +700,28 @@ TEST(RepairMap, size_too_small_grows_over_the_blocks_that_follow_and_what_was_re
 
 TEST(RepairMap, size_far_too_large_is_cut_to_the_blocks) {
   for (const std::uint32_t size : {8u * 1024, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
-    Small image;
+    SmallWithC image;
     image.SetSize(4, size);
-    EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+    EXPECT_FILES(Repair(image), Tree(SmallWithC().bytes()));
   }
 }
 
 TEST(RepairMap, stray_block_of_another_past_the_size_is_taken_out) {
-  Small image;
+  SmallWithC image;
   image.Put32(image.MapOffset(2, 2), image.MappedBlock(4, 0));
-  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), SmallWithC().bytes());
 }
 
 TEST(RepairMap, growth_half_made_is_undone) {
-  Small image;
+  SmallWithC image;
   image.AppendToNode(4, Pattern(1024, 99));
-  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+  EXPECT_FILES(Repair(image), Tree(SmallWithC().bytes()));
 }
 
 TEST(RepairMap, shrink_half_made_is_finished) {
-  Small image;
+  SmallWithC image;
   image.Put32(image.MapOffset(4, 6), 0);
-  Files files = Tree(Small().bytes());
+  Files files = Tree(SmallWithC().bytes());
   files.at("/D/B").resize(6 * 1024);
   EXPECT_FILES(Repair(image), files);
 }
@@ -748,15 +736,15 @@ TEST(RepairMap, every_slot_the_same_is_bounded) {
 // ---- Directories ----------------------------------------------------------------------------------------------------
 
 TEST(RepairDirectory, first_block_lost_is_found_again) {
-  Small image;
+  SmallWithC image;
   image.Put32(image.MapOffset(3, 0), 5000);
-  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+  EXPECT_FILES(Repair(image), Tree(SmallWithC().bytes()));
 }
 
 TEST(RepairDirectory, record_overwritten_is_made_anew_from_its_blocks) {
   for (const std::uint32_t entries : {5u, 32u, 33u, 64u, 7 * 32u + 3}) {
     ImageBuilder image(1024, 64);
-    const std::uint16_t directory = FillDirectory(&image, entries);
+    const std::uint16_t directory = FillDirectory(&image, entries, Sizes::kNumber);
     const Files was = Tree(image.bytes());
     for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(directory) + i, 0xAA);
     EXPECT_FILES(entries < 64 ? Repair(image) : Tree(testimage::Repaired(image.bytes())), was);
@@ -764,7 +752,7 @@ TEST(RepairDirectory, record_overwritten_is_made_anew_from_its_blocks) {
 }
 
 TEST(RepairDirectory, record_of_a_file_overwritten_what_a_deleted_directory_left_is_not_taken_for_it) {
-  Small image;
+  SmallWithC image;
   const std::uint16_t node = image.AddFile(1, "F", 3000);
   const std::uint32_t left = image.AppendBlock();  // of a directory that had this number, in /D
   const std::uint8_t dots[] = {static_cast<std::uint8_t>(node), 0, '.'};
@@ -772,12 +760,12 @@ TEST(RepairDirectory, record_of_a_file_overwritten_what_a_deleted_directory_left
   image.Put16(image.BlockOffset(left) + 32, 3);
   image.PutText(image.BlockOffset(left) + 34, "..");
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(node) + i, 0xAA);
-  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+  EXPECT_FILES(Repair(image), Tree(SmallWithC().bytes()));
 }
 
 TEST(RepairDirectory, blocks_that_no_slot_names_are_found_again) {
   ImageBuilder image(1024, 64);
-  const std::uint16_t directory = FillDirectory(&image, 7 * 32 + 3);
+  const std::uint16_t directory = FillDirectory(&image, 7 * 32 + 3, Sizes::kNumber);
   const Bytes whole = image.bytes();
   image.Put32(image.MapOffset(directory, 1), 0);
   image.Put32(image.MapOffset(directory, 3), 5000);
@@ -787,7 +775,7 @@ TEST(RepairDirectory, blocks_that_no_slot_names_are_found_again) {
 
 TEST(RepairDirectory, middle_block_lost_entries_of_the_others_are_kept) {
   ImageBuilder image(1024, 32);
-  const std::uint16_t directory = FillDirectory(&image, 100);
+  const std::uint16_t directory = FillDirectory(&image, 100, Sizes::kNumber);
   const Files was = Tree(image.bytes());
   image.PutText(image.EntryOffset(directory, 40) + 2, "no name");  // not to be known for what it was
   image.Put32(image.MapOffset(directory, 1), 0);
@@ -802,48 +790,48 @@ TEST(RepairDirectory, middle_block_lost_entries_of_the_others_are_kept) {
 
 TEST(RepairDirectory, sizes_wrong_are_put_right) {
   for (const std::uint32_t size : {0u, 1u, 32u, 63u, 65u, 96u, 130u, 160u, 1024u, 5000u, 0xFFFFFFFFu}) {
-    Small image;
+    SmallWithC image;
     image.SetSize(3, size);
-    EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+    EXPECT_FILES(Repair(image), Tree(SmallWithC().bytes()));
   }
 }
 
 TEST(RepairDirectory, hole_in_the_middle_is_closed_and_the_node_linked) {
-  Small image;
+  SmallWithC image;
   image.Put16(image.EntryOffset(3, 2), 0);
-  Files files = Tree(Small().bytes());
+  Files files = Tree(SmallWithC().bytes());
   files["/LOST.FND/NODE0004"] = files.at("/D/B");
   files["/LOST.FND/"] = {};
   EXPECT_FILES(Repair(image), Without(files, {"/D/B"}));
 }
 
 TEST(RepairDirectory, dots_are_written_anew) {
-  Small image;
+  SmallWithC image;
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.EntryOffset(5, 0) + i, 0xEE);
-  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), SmallWithC().bytes());
 }
 
 TEST(RepairDirectory, dots_cleared_are_written_anew) {
-  Small image;
+  SmallWithC image;
   image.Put16(image.EntryOffset(5, 0), 0);
   image.Put16(image.EntryOffset(5, 1), 0);
   image.Put16(image.EntryOffset(1, 1), 3);
-  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), Small().bytes());
+  EXPECT_EQ(testimage::RepairedFromEveryStop(image.bytes()), SmallWithC().bytes());
 }
 
 TEST(RepairDirectory, entries_that_name_nothing_are_removed) {
-  Small image;
+  SmallWithC image;
   image.AddEntry(3, "FREE", 12);
   image.AddEntry(3, "FAR", 60000);
   image.AddEntry(3, "ROOT", 1);
   image.AddFile(3, "LAST", 5);
-  Files files = Tree(Small().bytes());
+  Files files = Tree(SmallWithC().bytes());
   files["/D/LAST"] = Pattern(5, 9);
   EXPECT_FILES(Repair(image), files);
 }
 
 TEST(RepairDirectory, names_illegal_or_twice_are_replaced) {
-  Small image;
+  SmallWithC image;
   image.AddFile(3, "low", 1);
   image.AddFile(3, "LOW", 2);
   image.AddFile(3, "A B", 3);
@@ -862,45 +850,45 @@ TEST(RepairDirectory, names_illegal_or_twice_are_replaced) {
 }
 
 TEST(RepairDirectory, file_with_three_names_becomes_three_files) {
-  Small image;
+  SmallWithC image;
   image.AddEntry(3, "X", 2);
   image.AddEntry(5, "Y", 2);
-  Files files = Tree(Small().bytes());
+  Files files = Tree(SmallWithC().bytes());
   files["/D/X"] = files["/D/E/Y"] = files.at("/A");
   EXPECT_FILES(Repair(image), files);
 }
 
 TEST(RepairDirectory, cycle_is_linked_under_lost_found) {
-  Small image;
+  SmallWithC image;
   image.AddEntry(5, "D", 3);
   image.Put16(image.EntryOffset(1, 3), 0);
   image.SetSize(1, 3 * 32);
   image.Put16(image.EntryOffset(3, 1), 5);
-  const Files was = Tree(Small().bytes());
+  const Files was = Tree(SmallWithC().bytes());
   const Files files = Repair(image);
   EXPECT_EQ(files.at("/LOST.FND/NODE0003/B"), was.at("/D/B"));
   EXPECT_EQ(files.at("/LOST.FND/NODE0003/E/C"), was.at("/D/E/C"));
 }
 
 TEST(RepairDirectory, entry_leads_back_to_an_ancestor_the_dot_dot_decides) {
-  Small image;
+  SmallWithC image;
   image.AddEntry(5, "UP", 3);
-  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+  EXPECT_FILES(Repair(image), Tree(SmallWithC().bytes()));
 }
 
 // ---- Half-made operations -------------------------------------------------------------------------------------------
 
 TEST(RepairHalfMade, created_node_without_a_name_is_given_back) {
-  Small image;
+  SmallWithC image;
   image.AddNode(0);
   image.AddNode(8);
   const Bytes after = testimage::RepairedFromEveryStop(image.bytes());
-  EXPECT_FILES(Tree(after), Tree(Small().bytes()));
+  EXPECT_FILES(Tree(after), Tree(SmallWithC().bytes()));
   EXPECT_EQ(Check(MemoryImage(after)).totals.freeNodes, 250u);
 }
 
 TEST(RepairHalfMade, created_entry_not_yet_counted_is_finished) {
-  Small image;
+  SmallWithC image;
   image.AddFile(1, "NEW", 0);
   const Bytes finished = image.bytes();
   image.SetSize(1, image.Size(1) - 32);
@@ -909,17 +897,17 @@ TEST(RepairHalfMade, created_entry_not_yet_counted_is_finished) {
 
 TEST(RepairHalfMade, created_entry_in_a_new_block_behind_six_is_finished) {
   ImageBuilder image(1024, 32);
-  const std::uint16_t directory = FillDirectory(&image, 7 * 32 + 1);
+  const std::uint16_t directory = FillDirectory(&image, 7 * 32 + 1, Sizes::kNumber);
   const Files files = Tree(image.bytes());
   image.SetSize(directory, 7 * 1024);
   EXPECT_FILES(Tree(testimage::Repaired(image.bytes())), files);
 }
 
 TEST(RepairHalfMade, move_of_a_file_the_new_name_stays) {
-  Small image;
+  SmallWithC image;
   image.AddFile(1, "Z", 3);
   image.AddEntry(3, "MOVED", 2);
-  Files files = Tree(Small().bytes());
+  Files files = Tree(SmallWithC().bytes());
   files["/D/MOVED"] = files.at("/A");
   files["/Z"] = Pattern(3, 4);
   EXPECT_FILES(Repair(image), files);  // nothing vouches for a move: both names are files
@@ -943,7 +931,7 @@ TEST(RepairHalfMade, move_of_a_file_both_names_last_the_younger_directory_has_th
 
 TEST(RepairHalfMade, move_of_a_directory_the_dot_dot_decides) {
   for (const bool done : {false, true}) {
-    Small image;
+    SmallWithC image;
     image.AddEntry(1, "MOVED", 5);
     if (done) image.Put16(image.EntryOffset(5, 1), 1);
     const Files files = Repair(image);
@@ -953,25 +941,25 @@ TEST(RepairHalfMade, move_of_a_directory_the_dot_dot_decides) {
 }
 
 TEST(RepairHalfMade, move_not_yet_counted_is_undone) {
-  Small image;
+  SmallWithC image;
   image.AddEntry(3, "MOVED", 2);
   image.SetSize(3, image.Size(3) - 32);
   image.Put32(kStateFlagsOffset, kVolumeDirty);
-  EXPECT_FILES(Repair(image), Tree(Small().bytes()));
+  EXPECT_FILES(Repair(image), Tree(SmallWithC().bytes()));
 }
 
 TEST(RepairHalfMade, move_not_yet_counted_without_amark_is_undone_and_what_paths_read_is_kept) {
-  Small image;
+  SmallWithC image;
   image.AddEntry(3, "MOVED", 2);
   image.SetSize(3, image.Size(3) - 32);
-  Files files = Tree(Small().bytes());
+  Files files = Tree(SmallWithC().bytes());
   files["/LOST.FND/"] = {};
   files["/LOST.FND/MOVED"] = files.at("/A");
   EXPECT_FILES(Repair(image), files);
 }
 
 // A removal whose hole and last entry lie in one block: A is removed from the root, FULL moves into its place.
-struct Removal : Small {
+struct Removal : SmallWithC {
   Removal() { AddFile(1, "LAST", 20); }
 
   // The block as the removal writes it.
@@ -996,7 +984,7 @@ TEST(RepairTorn, front_of_aremovals_block_no_file_is_mixed_up) {
     ASSERT_EQ(files.at("/LAST"), was.at("/LAST")) << cut;
     ASSERT_EQ(files.at("/D/B"), was.at("/D/B")) << cut;
     ASSERT_EQ(files.at("/LOST.FND/NODE0002"), was.at("/A")) << cut;
-    ASSERT_EQ(files.size(), was.size() + 1) << cut << Paths(files);
+    ASSERT_EQ(files.size(), was.size() + 1) << cut << PathsOf(files);
   }
 }
 
@@ -1022,7 +1010,7 @@ TEST(RepairTorn, rear_of_aremovals_block_from_within_the_hole_only_the_removed_n
     std::copy(written.begin() + cut, written.end(), image.bytes().begin() + image.At() + cut);
     const Files files = Tree(testimage::Repaired(image.bytes()));
     ASSERT_EQ(files.at("/LAST"), was.at("/LAST")) << cut;
-    ASSERT_EQ(files.size(), was.size()) << cut << Paths(files);
+    ASSERT_EQ(files.size(), was.size()) << cut << PathsOf(files);
     ASSERT_EQ(std::count_if(files.begin(), files.end(), [&](const auto& file) { return file.second == was.at("/A"); }),
               1)
         << cut;
@@ -1038,7 +1026,7 @@ TEST(RepairTorn, removal_of_the_last_entry_not_yet_counted_is_undone) {
 }
 
 TEST(RepairHalfMade, removed_last_entry_still_counted_is_finished) {
-  Small image;
+  SmallWithC image;
   image.Put16(image.EntryOffset(1, 3), 0);
   const Files files = Repair(image);
   EXPECT_EQ(files.count("/A"), 1u);
@@ -1047,8 +1035,8 @@ TEST(RepairHalfMade, removed_last_entry_still_counted_is_finished) {
 
 TEST(RepairHalfMade, last_entry_doubled_goes_from_the_end) {
   for (const std::uint32_t entries : {33u, 35u}) {
-    Small image;
-    const std::uint16_t directory = FillDirectory(&image, entries);
+    SmallWithC image;
+    const std::uint16_t directory = FillDirectory(&image, entries, Sizes::kNumber);
     Files files = Tree(image.bytes());
     for (std::uint32_t i = 0; i < 32; ++i) {
       image.Put8(image.EntryOffset(directory, 7) + i, image.bytes()[image.EntryOffset(directory, entries - 1) + i]);
@@ -1060,8 +1048,8 @@ TEST(RepairHalfMade, last_entry_doubled_goes_from_the_end) {
 }
 
 TEST(RepairHalfMade, last_block_listed_as_free_its_entry_is_kept) {
-  Small image;
-  const std::uint16_t directory = FillDirectory(&image, 33);
+  SmallWithC image;
+  const std::uint16_t directory = FillDirectory(&image, 33, Sizes::kNumber);
   const Files files = Tree(image.bytes());
   image.SetChain({{image.MappedBlock(directory, 1)}});
   EXPECT_FILES(Repair(image), files);
@@ -1071,7 +1059,7 @@ TEST(RepairHalfMade, last_block_turned_chain_record_is_dropped) {
   for (const bool linked : {false, true}) {
     for (const std::uint32_t entries : {33u, 6 * 32u + 1, 7 * 32u + 1}) {
       ImageBuilder image(1024, 32);
-      const std::uint16_t directory = FillDirectory(&image, entries);
+      const std::uint16_t directory = FillDirectory(&image, entries, Sizes::kNumber);
       const Files files = Tree(image.bytes());
       const std::uint32_t block = image.MappedBlock(directory, entries / 32);
       for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(block) + i, 0);
@@ -1090,37 +1078,31 @@ TEST(RepairHalfMade, last_block_turned_chain_record_is_dropped) {
 
 // ---- Chain and leaks ------------------------------------------------------------------------------------------------
 
-struct Chained : Small {
-  std::uint32_t a = AppendBlock(), b = AppendBlock(), c = AppendBlock();
-  std::uint32_t record = SetChain({{a, b, c}})[0];
-  std::uint64_t at = BlockOffset(record);
-};
-
 TEST(RepairChain, every_damage_chain_is_built_anew) {
   struct Case {
     std::uint32_t offset, value;
   };
-  const Chained sound;
+  const WithChain<SmallWithC> sound;
   for (const Case& change :
        {Case{0, 0}, Case{4, 9999}, Case{4, sound.record}, Case{8, 4}, Case{8, 254}, Case{12, 0}, Case{12, 9999},
         Case{12, sound.c}, Case{16, sound.a}, Case{16, sound.record}, Case{12, 2}}) {
-    Chained image;
+    WithChain<SmallWithC> image;
     image.Put32(image.at + change.offset, change.value);
     const Bytes after = testimage::RepairedFromEveryStop(image.bytes());
-    EXPECT_EQ(Tree(after), Tree(Small().bytes()));
+    EXPECT_EQ(Tree(after), Tree(SmallWithC().bytes()));
     EXPECT_EQ(Check(MemoryImage(after)).totals.freeBlocks, 4u) << change.offset << " " << change.value;
   }
 }
 
 TEST(RepairChain, head_beyond_the_end_is_built_anew) {
-  Chained image;
+  WithChain<SmallWithC> image;
   image.Put32(48, 9999);
   EXPECT_EQ(Check(MemoryImage(testimage::RepairedFromEveryStop(image.bytes()))).totals.freeBlocks, 4u);
 }
 
 TEST(RepairChain, many_leaked_blocks_make_full_records_behind_the_head) {
   for (const std::uint32_t blocks : {1u, 2u, 253u, 254u, 255u, 508u, 509u, 700u}) {
-    Small image;
+    SmallWithC image;
     for (std::uint32_t i = 0; i < blocks; ++i) image.AppendBlock();
     const Report report = Check(MemoryImage(testimage::RepairedFromEveryStop(image.bytes())));
     EXPECT_EQ(report.totals.freeBlocks, blocks);
@@ -1131,11 +1113,11 @@ TEST(RepairChain, many_leaked_blocks_make_full_records_behind_the_head) {
 }
 
 TEST(RepairLeaks, node_with_data_is_linked_under_lost_found) {
-  Small image;
+  SmallWithC image;
   const std::uint16_t node = image.AddFile(1, "GONE", 3000);
   image.Put16(image.EntryOffset(1, 4), 0);
   image.SetSize(1, image.Size(1) - 32);
-  Files files = Tree(Small().bytes());
+  Files files = Tree(SmallWithC().bytes());
   ASSERT_EQ(node, 7);
   files["/LOST.FND/"] = {};
   files["/LOST.FND/NODE0007"] = Pattern(3000, 3004);
@@ -1149,7 +1131,7 @@ TEST(RepairLeaks, node_with_data_is_linked_under_lost_found) {
 }
 
 TEST(RepairLeaks, lost_found_is_there_is_used_again_and_names_stay_unique) {
-  Small image;
+  SmallWithC image;
   const std::uint16_t lost = image.AddDirectory(1, "LOST.FND");  // 7
   image.AddFile(lost, "NODE0009", 5);
   const std::uint16_t node = image.AddFile(1, "GONE", 3000);
@@ -1162,7 +1144,7 @@ TEST(RepairLeaks, lost_found_is_there_is_used_again_and_names_stay_unique) {
 }
 
 TEST(RepairLeaks, lost_found_is_a_file_another_name_is_taken) {
-  Small image;
+  SmallWithC image;
   image.AddFile(1, "LOST.FND", 5);
   image.AddFile(1, "GONE", 3000);
   image.SetSize(1, image.Size(1) - 32);
@@ -1195,9 +1177,9 @@ TEST(RepairLeaks, root_full_and_many_lost_nodes_all_are_named) {
 
 // ---- Any damage -----------------------------------------------------------------------------------------------------
 
-struct Rich : Chained {
+struct Rich : WithChain<SmallWithC> {
   Rich() {
-    FillDirectory(this, 40);
+    FillDirectory(this, 40, Sizes::kNumber);
     AddFile(1, "BIG", 300 * 1024);
     AddDirectory(AddDirectory(1, "X"), "Y");
   }

@@ -12,22 +12,22 @@ namespace {
 
 using testimage::ImageBuilder;
 
-Report Inspect(const ImageBuilder& image) { return Check(MemoryImage(image.bytes())); }
+Report ReportOf(const ImageBuilder& image) { return Check(MemoryImage(image.bytes())); }
 
 std::string LastLine(const std::string& text) {
   const std::size_t start = text.rfind('\n', text.size() - 2);
   return text.substr(start + 1, text.size() - start - 2);
 }
 
-std::string Verdict(const ImageBuilder& image) { return LastLine(ToText(Inspect(image))); }
+std::string Verdict(const ImageBuilder& image) { return LastLine(ToText(ReportOf(image))); }
 
 // blocks: 1 nodes, 2 root, 3 A, 4 leaked, 5 free, 6 the chain
-struct Small : ImageBuilder {
-  Small() : ImageBuilder(1024, 32) { AddFile(1, "A", 900); }
+struct OneFile : ImageBuilder {
+  OneFile() : ImageBuilder(1024, 32) { AddFile(1, "A", 900); }
 };
 
 TEST(ReportText, verdict_is_the_worst_severity) {
-  Small image;
+  OneFile image;
   EXPECT_EQ(Verdict(image), "clean: damage 0, interrupted 0, leak 0, note 0");
   image.Put32(44, 0x10A);
   EXPECT_EQ(Verdict(image), "clean: damage 0, interrupted 0, leak 0, note 1");
@@ -42,11 +42,11 @@ TEST(ReportText, verdict_is_the_worst_severity) {
 }
 
 TEST(ReportText, summary_counts_files_nodes_and_blocks) {
-  Small image;
+  OneFile image;
   image.AppendBlock();
   image.SetChain({{image.AppendBlock()}});
   image.AddDirectory(1, "D");
-  EXPECT_EQ(ToText(Inspect(image)),
+  EXPECT_EQ(ToText(ReportOf(image)),
             "leak        block-leaked at block 4, byte 4128: block 4 is neither in use nor in the free chain; ordinary "
             "use can "
             "leave this behind: map blocks of a file that was shortened before it was deleted, or of a directory that "
@@ -57,11 +57,11 @@ TEST(ReportText, summary_counts_files_nodes_and_blocks) {
 }
 
 TEST(ReportText, place_of_a_node_without_a_name_is_its_number) {
-  Small image;
+  OneFile image;
   const std::uint16_t node = image.AddNode(0);
-  EXPECT_EQ(ToText(Inspect(image)).substr(0, 40), "leak        node-leaked at (node 3), byt");
+  EXPECT_EQ(ToText(ReportOf(image)).substr(0, 40), "leak        node-leaked at (node 3), byt");
   image.Put16(image.NodeOffset(node) + 6, 0x4000);
-  EXPECT_EQ(ToText(Inspect(image)).substr(0, 48),
+  EXPECT_EQ(ToText(ReportOf(image)).substr(0, 48),
             "damage      node-attributes at (node 3), byte " + std::to_string(image.NodeOffset(node) + 6).substr(0, 2));
 }
 
@@ -76,11 +76,11 @@ TEST(ReportText, layout_unknown_has_no_summary) {
 }
 
 TEST(ReportText, largest_container_has_room_for_a_number_of_blocks) {
-  Small image;
+  OneFile image;
   image.bytes().resize(4095);
-  EXPECT_EQ(Inspect(image).totals.appendableBlocks, 2097148u);  // up to 2147483647 bytes
+  EXPECT_EQ(ReportOf(image).totals.appendableBlocks, 2097148u);  // up to 2147483647 bytes
   image.bytes().push_back(0);
-  EXPECT_EQ(Inspect(image).totals.appendableBlocks, 2097147u);
+  EXPECT_EQ(ReportOf(image).totals.appendableBlocks, 2097147u);
 }
 
 // A directory with more bad names than findings are kept.
@@ -102,7 +102,7 @@ struct Many : ImageBuilder {
 };
 
 TEST(ReportText, findings_that_are_not_kept_are_counted) {
-  const Report report = Inspect(Many());
+  const Report report = ReportOf(Many());
   ASSERT_EQ(report.findings.size(), kMaxFindings);
   std::uint64_t all = 0;
   for (const KindInfo& info : AllKinds()) all += report.Count(info.kind);
@@ -113,10 +113,10 @@ TEST(ReportText, findings_that_are_not_kept_are_counted) {
 }
 
 TEST(ReportJson, clean_container_has_every_key) {
-  Small image;
+  OneFile image;
   image.SetChain({{image.AppendBlock()}});
   EXPECT_EQ(
-      ToJson(Inspect(image)),
+      ToJson(ReportOf(image)),
       "{\"verdict\":\"clean\",\"marked\":false,\"readable\":true,\"damage\":0,\"interrupted\":0,\"leak\":0,\"note\":0,"
       "\"blockSize\":1024,\"bitmapBytes\":32,\"blocks\":5,\"files\":1,\"fileBytes\":900,\"directories\":1,"
       "\"freeNodes\":254,\"freeBlocks\":2,\"leakedBlocks\":0,\"appendableBlocks\":2097145,\"unlisted\":0,"
@@ -124,11 +124,11 @@ TEST(ReportJson, clean_container_has_every_key) {
 }
 
 TEST(ReportJson, findings_have_what_is_known_of_their_place) {
-  Small image;
+  OneFile image;
   image.Put32(52, kVolumeDirty);
   image.Put16(image.EntryOffset(1, 2), 300);
   image.AppendBlock();
-  const std::string json = ToJson(Inspect(image));
+  const std::string json = ToJson(ReportOf(image));
   EXPECT_EQ(
       json.substr(json.find("\"findings\"")),
       "\"findings\":[{\"severity\":\"damage\",\"kind\":\"entry-outside\",\"node\":1,\"path\":\"/\",\"block\":2,"
