@@ -15,7 +15,8 @@ BUILD, SOURCE, SCRATCH, C_COMPILER, CXX_COMPILER = (pathlib.Path(argument) for a
 PREFIX = SCRATCH / "installed"
 FILES = {
     "bin/orba", "sbin/mount.fuse.orba", "include/orba.h", "share/man/man1/orba.1",
-    "share/bash-completion/completions/orba",
+    "share/man/man8/mount.fuse.orba.8", "share/bash-completion/completions/orba", "share/zsh/site-functions/_orba",
+    "share/fish/vendor_completions.d/orba.fish",
     "LIB/liborba.so", "LIB/liborba.so.1", "LIB/liborba.so.1.0.0", "LIB/liborba.a", "LIB/libmemfile.so",
     "LIB/pkgconfig/orba.pc", "LIB/cmake/orba/orba-config.cmake", "LIB/cmake/orba/orba-config-version.cmake",
     "LIB/cmake/orba/orba-targets.cmake",
@@ -65,10 +66,12 @@ class InstallTest(unittest.TestCase):
         self.assertEqual([os.path.realpath(path) for path in loaded],
                          [os.path.realpath(library_folder() / "liborba.so.1")])
 
-    def test_manual_page_and_completion_are_the_tool_s(self):
-        self.assertEqual((PREFIX / "share/man/man1/orba.1").read_text(), run(PREFIX / "bin/orba", "--man"))
-        self.assertEqual((PREFIX / "share/bash-completion/completions/orba").read_text(),
-                         run(PREFIX / "bin/orba", "--completion"))
+    def test_manual_page_and_completions_are_the_tool_s(self):
+        for file, options in (("man/man1/orba.1", ["--man"]),
+                              ("bash-completion/completions/orba", ["--completion=bash"]),
+                              ("zsh/site-functions/_orba", ["--completion=zsh"]),
+                              ("fish/vendor_completions.d/orba.fish", ["--completion=fish"])):
+            self.assertEqual((PREFIX / "share" / file).read_text(), run(PREFIX / "bin/orba", *options), file)
 
     def test_installed_files_lead_to_no_folder_of_the_build(self):
         texts = {path: path.read_text() for path in library_folder().rglob("*") if path.suffix in (".pc", ".cmake")}

@@ -1,12 +1,11 @@
-"""What does not need a container: help, usage, the manual page and the completion."""
+"""What does not need a container: help, usage and the manual page."""
 import os
 import re
-import shlex
 import signal
 import subprocess
 import unittest
 
-from support import LIMIT, PROGRAM, ToolTest, linux_alone, open_terminal
+from support import LIMIT, PROGRAM, ToolTest, linux_alone
 
 COMMANDS = ["format", "create", "compact", "info", "df", "ls", "tree", "du", "find", "diff", "cat", "put", "get",
             "manifest", "verify", "export", "import", "mount", "umount", "mkdir", "mv", "cp", "rm", "attrib", "touch",
@@ -210,100 +209,6 @@ class RenderedManualTest(ToolTest):
         text = re.sub("\x1b\\[[0-9;]*m|.\b", "", done.stdout.decode())
         for name in COMMANDS:
             self.assertIn(f"orba {name} [OPTION]...", re.sub(r"\s+", " ", text))
-
-
-class CompletionTest(ToolTest):
-    def complete(self, *words):
-        script = self.write("completion", self.ok("--completion").encode())
-        lines = ["source " + str(script), "compopt() { :; }",
-                 "orba() { %s \"$@\"; }" % shlex.join(PROGRAM),
-                 "COMP_WORDS=(" + " ".join(shlex.quote(word) for word in words) + ")",
-                 f"COMP_CWORD={len(words) - 1}", "_orba", 'printf "%s\\n" "${COMPREPLY[@]}"']
-        done = subprocess.run(["bash", "-c", "\n".join(lines)], capture_output=True, cwd=self.folder, text=True,
-                              env=self.environment(), check=False)
-        self.assertEqual((done.returncode, done.stderr), (0, ""))
-        return done.stdout.splitlines() if done.stdout.strip() else []
-
-    def test_completion_of_the_first_word_offers_commands(self):
-        self.assertEqual(self.complete("orba", ""), COMMANDS + ["-V", "--version", "-h", "--help"])
-        self.assertEqual(self.complete("orba", "re"), ["repair", "recover"])
-
-    def test_completion_of_options_offers_those_of_the_help(self):
-        for name in COMMANDS:
-            self.assertEqual(sorted(self.complete("orba", name, "-")), sorted(options_of(self.ok(name, "--help"))))
-
-    def test_completion_inside_a_container_offers_its_names(self):
-        self.format()
-        self.ok("mkdir", "card.orb:/LOGS")
-        self.put_text("card.orb:/LOGS/DAY1.TXT")
-        self.put_text("card.orb:/LIST.TXT")
-        self.assertEqual(self.complete("orba", "cat", "card.orb", ":", "/l"), ["/LIST.TXT", "/LOGS/"])
-        self.assertEqual(self.complete("orba", "cat", "card.orb", ":", "/LOGS/"), ["/LOGS/DAY1.TXT"])
-
-    def test_completion_of_a_container_and_colon_offers_the_root(self):
-        self.format()
-        self.ok("mkdir", "card.orb:/LOGS")
-        self.assertEqual(self.complete("orba", "cat", "card.orb", ":"), ["/LOGS/"])
-
-    def test_completion_of_quoted_names_works(self):
-        self.ok("format", "my card.orb")
-        self.put_text("my card.orb:/LIST.TXT")
-        self.assertEqual(self.complete("orba", "cat", "my\\ card.orb", ":", "/"), ["/LIST.TXT"])
-        for quote in "'\"":
-            self.assertEqual(self.complete("orba", "cat", quote + "my card.orb:/l"), ["my card.orb:/LIST.TXT"])
-
-    def test_completion_of_values_and_words_offers_those_there_are(self):
-        self.assertEqual(self.complete("orba", "format", "-b", ""), ["1024", "2048", "4096", "8192"])
-        self.assertEqual(self.complete("orba", "format", "--block-size", "8"), ["8192"])
-        self.assertEqual(self.complete("orba", "attrib", "+"), ["+r", "+u", "+ru"])
-        self.assertEqual(self.complete("orba", "attrib", "+r", ""), [])
-        self.assertEqual(self.complete("orba", "help", "re"), ["repair", "recover"])
-        self.assertEqual(self.complete("orba", "dump", "d"), [])
-        parts = self.complete("orba", "dump", "card.orb", "")
-        self.assertEqual(self.complete("orba", "dump", "card.orb", "b"), ["bitmap", "block", "bytes"])
-        self.format()
-        for part in parts:  # a part that needs a number says so; an unknown one would not
-            self.assertNotIn("there is no part", self.orba("dump", "card.orb", part).err)
-        self.assertEqual(len(parts), 8)
-
-    def test_completion_works_in_an_interactive_shell(self):
-        linux_alone("a terminal of Linux")
-        self.format()
-        self.ok("mkdir", "card.orb:/LOGS")
-        self.put_text("card.orb:/LOGS/DAY1.TXT", "what the file holds")
-        self.write("completion", self.ok("--completion").encode())
-        self.write("rc", ("PS1='ready> '; bind 'set enable-bracketed-paste off'; orba() { %s \"$@\"; }; "
-                          "source ./completion\n" % shlex.join(PROGRAM)).encode())
-        master, slave = open_terminal()
-        with subprocess.Popen(["bash", "--noprofile", "--rcfile", "./rc", "-i"], stdin=slave, stdout=slave,
-                              stderr=slave, cwd=self.folder, env=self.environment({"TERM": "dumb"}),
-                              start_new_session=True) as shell:
-            os.close(slave)
-            seen = b""
-            for typed in (b"orba ca\tcard.or\t:/lo\tday\t\n", b"exit\n"):
-                while not seen.endswith(b"ready> "):
-                    seen += os.read(master, 4096)
-                os.write(master, typed)
-                seen += b"\n"
-            try:
-                while part := os.read(master, 4096):
-                    seen += part
-            except OSError:  # how a terminal ends
-                pass
-        os.close(master)
-        self.assertIn(b"what the file holds", seen)
-
-    def test_completion_of_a_container_leaves_room_for_a_path(self):
-        self.format()
-        self.write("cash", b"no container")
-        self.assertEqual(self.complete("orba", "ls", "car"), ["card.orb"])
-        self.assertEqual(self.complete("orba", "ls", "cas"), [])  # the shell's own completion
-        self.assertEqual(self.complete("orba", "ls", "ca"), [])
-
-    def test_completion_runs_no_command_that_a_name_spells(self):
-        self.format()
-        self.put_text("card.orb:/$(TOUCH)")
-        self.assertEqual(self.complete("orba", "cat", "card.orb", ":", "/$"), ["/$(TOUCH)"])
 
 
 if __name__ == "__main__":

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tools/orba/command.h"
+#include "tools/orba/completion.h"
 #include "tools/orba/failure.h"
 #include "tools/orba/host/host.h"
 #include "tools/orba/interrupt.h"
@@ -66,12 +67,12 @@ const Command& FindCommand(const std::string& name) {
 int RunWithoutCommand(const std::vector<std::string>& arguments) {
   bool version = false;
   bool manual = false;
-  bool completion = false;
+  std::string completion;
   Syntax syntax;
   syntax.Flag("-V,--version", &version, "print the version");
   // For the build, which installs what these print.
   syntax.Flag("--man", &manual, "");
-  syntax.Flag("--completion", &completion, "");
+  syntax.Choice("--completion", "SHELL", &completion, CompletedShells(), "");
   syntax.Help();
   if (!Parse(syntax, "", arguments)) {
     Print(ProgramHelp());
@@ -79,7 +80,7 @@ int RunWithoutCommand(const std::vector<std::string>& arguments) {
   }
   if (version) Print(std::string("orba ") + kVersion + "\n");
   if (manual) Print(ManualPage());
-  if (completion) Print(BashCompletion(syntax));
+  if (!completion.empty()) Print(Completion(completion, syntax));
   return kSuccess;
 }
 

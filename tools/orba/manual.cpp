@@ -98,22 +98,6 @@ std::string OptionLabel(const Option& option) {
   return option.value.empty() ? label : label + " " + option.value;
 }
 
-std::vector<Option> ShownOptions(const Syntax& syntax) {
-  std::vector<Option> options;
-  for (const Option& option : syntax.options()) {
-    if (!option.meaning.empty()) options.push_back(option);
-  }
-  return options;
-}
-
-std::string AllOptionNames(const Syntax& syntax) {
-  std::string names;
-  for (const Option& option : ShownOptions(syntax)) {
-    for (const std::string& name : option.names) names += (names.empty() ? "" : " ") + name;
-  }
-  return names;
-}
-
 // ---- Help -----------------------------------------------------------------------------------------------------------
 
 std::string Example(const std::string& line) {
@@ -168,94 +152,6 @@ std::string ManualSection(const Command& command) {
   return page + ".RE\n.fi\n";
 }
 
-// ---- The completion of the shell ------------------------------------------------------------------------------------
-
-constexpr char kBashCompletion[] = R"-(# bash completion for orba
-# Names from containers may look like commands to the shell; they are compared here, never expanded.
-
-# Sets `plain` to what the shell would make of a word, but expands nothing but the home folder.
-_orba_plain() {
-  case $1 in
-    \'*) plain=${1#\'} plain=${plain%\'} ;;
-    \"*) plain=${1#\"} plain=${plain%\"} ;;
-    \~/*) plain=$HOME/${1:2} plain=${plain//\\/} ;;
-    *) plain=${1//\\/} ;;
-  esac
-}
-
-# Completes a path inside a container; `prefix` goes before each answer.
-_orba_inside() {
-  local container=$1 path=${2^^} prefix=$3 kind rest name
-  [[ -z $path ]] && path=/
-  local folder=${path%/*}/
-  COMPREPLY=()
-  while read -r kind rest; do
-    name=${rest##* }
-    [[ $kind == d* ]] && name+=/
-    [[ $folder$name == "$path"* ]] && COMPREPLY+=("$prefix$folder$name")
-  done < <(orba ls -l -- "$container:$folder" 2>/dev/null)
-  [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == */ ]] && compopt -o nospace
-}
-
-# Completes the name of a container, which a path may follow. Other files of the host are left to the shell.
-_orba_container() {
-  local files magic
-  _orba_plain "$1"
-  mapfile -t files < <(compgen -f -- "$plain")
-  [[ ${#files[@]} -eq 1 && -f ${files[0]} ]] && { LC_ALL=C read -rN 4 magic <"${files[0]}"; } 2>/dev/null || return
-  [[ $magic == ORBA ]] || return
-  COMPREPLY=("${files[0]}")
-  compopt -o nospace
-}
-
-_orba() {
-  local word=${COMP_WORDS[COMP_CWORD]} last=${COMP_WORDS[COMP_CWORD - 1]}
-  local commands="@commands@" command= options= words= plain= operands=0 i
-  COMPREPLY=()
-  for ((i = 1; i < COMP_CWORD; i++)); do
-    if [[ -n $command ]]; then
-      [[ ${COMP_WORDS[i]} == -* ]] || ((++operands))
-    elif [[ ${COMP_WORDS[i]} != -* ]]; then
-      command=${COMP_WORDS[i]}
-    fi
-  done
-  case "$command $last" in
-@values@  esac
-  if [[ -n $words ]]; then
-    COMPREPLY=($(compgen -W "$words" -- "$word"))
-    return
-  fi
-  case $command in
-    "") COMPREPLY=($(compgen -W "$commands @options@" -- "$word")) && return ;;
-    help) COMPREPLY=($(compgen -W "$commands" -- "$word")) && return ;;
-@cases@  esac
-  if [[ $word == -* ]]; then
-    COMPREPLY=($(compgen -W "$options" -- "$word"))
-  elif [[ $words == +* && $word == +* || $words == [^+]* && $operands -eq 1 ]]; then
-    COMPREPLY=($(compgen -W "$words" -- "$word"))
-  elif ((COMP_CWORD >= 3)) && [[ $word == : ]]; then
-    _orba_plain "$last"
-    _orba_inside "$plain" "" ""
-  elif ((COMP_CWORD >= 4)) && [[ $last == : && $word == /* ]]; then
-    _orba_plain "${COMP_WORDS[COMP_CWORD - 2]}"
-    _orba_inside "$plain" "$word" ""
-  elif [[ $word == *:/* ]]; then  # in quotes
-    _orba_plain "$word"
-    _orba_inside "${plain%:/*}" "/${plain##*:/}" "${plain%:/*}:"
-  else
-    _orba_container "$word"
-  fi
-}
-complete -o default -o filenames -F _orba orba
-)-";
-
-using Blanks = std::vector<std::pair<const char*, std::string>>;
-
-std::string Filled(std::string text, const Blanks& blanks) {
-  for (const auto& [blank, filling] : blanks) text.replace(text.find(blank), std::strlen(blank), filling);
-  return text;
-}
-
 }  // namespace
 
 std::string ProgramHelp() {
@@ -301,33 +197,6 @@ std::string ManualPage() {
     page += ManualSection(*command);
   }
   return page;
-}
-
-std::string BashCompletion(const Syntax& program) {
-  std::string names;
-  std::string cases;
-  std::string values;
-  for (const Command* command : Commands()) {
-    const Definition definition = Define(*command);
-    const std::string name = command->name;
-    const std::string words = command->words;
-    names += (names.empty() ? "" : " ") + name;
-    cases += "    " + name + ") options=\"" + AllOptionNames(definition.syntax) + "\"" +
-             (words.empty() ? "" : " words=\"" + words + "\"") + " ;;\n";
-    for (const Option& option : ShownOptions(definition.syntax)) {
-      if (option.choices.empty()) continue;
-      std::string patterns;
-      for (const std::string& label : option.names) {
-        patterns += (patterns.empty() ? "\"" : " | \"") + name + " " + label + "\"";
-      }
-      std::string choices;
-      for (const std::string& choice : option.choices) choices += (choices.empty() ? "" : " ") + choice;
-      values += "    " + patterns + ") words=\"" + choices + "\" ;;\n";
-    }
-  }
-  return Filled(
-      kBashCompletion,
-      {{"@commands@", names}, {"@options@", AllOptionNames(program)}, {"@values@", values}, {"@cases@", cases}});
 }
 
 }  // namespace orba::tool

@@ -1,5 +1,5 @@
-// Everything that explains the command line, made from the commands' records and their syntax: the help, the manual
-// page and the completion. Stands on command.
+// What explains the command line, made from the commands' records and their syntax: the help and the manual page.
+// Stands on command.
 #pragma once
 
 #include <string>
@@ -15,8 +15,5 @@ std::string CommandHelp(const Command& command);
 
 // orba(1), in troff.
 std::string ManualPage();
-
-// The completion for bash. `program` are the options that stand before any command.
-std::string BashCompletion(const Syntax& program);
 
 }  // namespace orba::tool

@@ -177,6 +177,14 @@ void Syntax::Many(const char* label, std::vector<std::string>* operands, std::si
   operands_.push_back({label, fewest, most, [operands](const std::string& text) { operands->push_back(text); }});
 }
 
+std::vector<Option> ShownOptions(const Syntax& syntax) {
+  std::vector<Option> options;
+  for (const Option& option : syntax.options()) {
+    if (!option.meaning.empty()) options.push_back(option);
+  }
+  return options;
+}
+
 // ---- Taking the command line apart ----------------------------------------------------------------------------------
 
 namespace {

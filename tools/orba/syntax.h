@@ -83,6 +83,9 @@ class Syntax {
   std::vector<std::pair<std::string, std::string>> excluded_;
 };
 
+// Those that texts show.
+std::vector<Option> ShownOptions(const Syntax& syntax);
+
 // Takes the arguments of `command` (empty for the program itself) apart and puts each value in its place. Options and
 // operands may be mixed; what follows "--" is an operand. False when help was asked for, whatever else is missing.
 // Throws a UsageFailure; some values may be set by then.
