@@ -45,6 +45,10 @@ struct Geometry {
   std::uint64_t BlockOffset(std::uint32_t block) const {
     return dataOffset + (static_cast<std::uint64_t>(block) - 1) * blockSize;
   }
+  // The block in which byte `offset` of the data area lies.
+  std::uint32_t BlockAt(std::uint64_t offset) const {
+    return static_cast<std::uint32_t>((offset - dataOffset) / blockSize) + 1;
+  }
   // Slot `slot` of node block, directory block or block-map block `block`.
   std::uint64_t NodeOffset(std::uint32_t block, std::uint32_t slot) const {
     return BlockOffset(block) + std::uint64_t{kNodeSize} * slot;

@@ -290,6 +290,19 @@ void FillTail(RepairWork* work) {
   work->Put(size, zeros.data(), zeros.size());
 }
 
+// Slots of a block-map block that something else uses too wait until Unshare has settled whose it is.
+void CutOutside(RepairWork* work) {
+  const Geometry& geometry = work->geometry();
+  if (work->report.Count(Kind::kMapOutside) == 0) return;
+  VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) {
+    if (slot.block == kNoBlock || geometry.Holds(slot.block)) return slot.block != kNoBlock;
+    const BlockInfo& holder = work->model().blocks[geometry.BlockAt(slot.offset)];
+    const bool disputed = holder.use != BlockUse::kNodeBlock && holder.shared;
+    if (!disputed) ClearSlot(work, node, slot, ActionKind::kTakeOutside);
+    return false;
+  });
+}
+
 void FixSlotsOutside(RepairWork* work) {
   VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) {
     if (slot.block == kNoBlock) return false;

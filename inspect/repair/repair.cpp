@@ -14,11 +14,11 @@ namespace {
 
 using std::to_string;
 
-constexpr Pass kPasses[] = {FixHeader,  FillTail,      FixTable,         RegainRecords,     RegainDirectories,
-                            FixSlots,   FixBitmap,     ReviveNodes,      FixRecords,        DropFreedBlocks,
-                            RegainMaps, RegainEntries, Unshare,          FixSlotsOutside,   FixMaps,
-                            FixRoot,    EmptyCopies,   UndoTornRemovals, FixDirectorySizes, FixNames,
-                            FixEntries, BreakCycles,   FixLeakedNodes,   FixChain};
+constexpr Pass kPasses[] = {FixHeader,         FillTail,   FixTable,      CutOutside,       RegainRecords,
+                            RegainDirectories, FixSlots,   FixBitmap,     ReviveNodes,      FixRecords,
+                            DropFreedBlocks,   RegainMaps, RegainEntries, Unshare,          FixSlotsOutside,
+                            FixMaps,           FixRoot,    EmptyCopies,   UndoTornRemovals, FixDirectorySizes,
+                            FixNames,          FixEntries, BreakCycles,   FixLeakedNodes,   FixChain};
 
 // Far more rounds than any damage takes; a guard against passes that undo each other.
 constexpr int kMostRounds = 100;
@@ -158,6 +158,8 @@ Plan Draft(const Image& image, const TimeStamp& now, Report before, const std::v
   }
   work.Recheck();
   if (losses != nullptr && CanKeepFirst(work)) {
+    CutOutside(&work);
+    if (work.changed) work.Recheck();
     work.careful = true;
     KeepCopies(&work, image, *losses);
     work.careful = false;

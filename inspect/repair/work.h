@@ -109,10 +109,11 @@ void FixHeader(RepairWork* work);
 void FillTail(RepairWork* work);  // a container that ends in the middle of a block in use
 // layout_passes.cpp
 void FixTable(RepairWork* work);  // regains node blocks
+// map_passes.cpp
+void CutOutside(RepairWork* work);  // numbers beyond the container's end, before blocks are appended there
 // regain_passes.cpp
+void RegainRecords(RepairWork* work);      // that lie in lost blocks or in the slots of other nodes
 void RegainDirectories(RepairWork* work);  // whose records are lost
-// regain_passes.cpp
-void RegainRecords(RepairWork* work);  // that lie in lost blocks or in the slots of other nodes
 // layout_passes.cpp
 void FixSlots(RepairWork* work);  // signatures and numbers
 void FixBitmap(RepairWork* work);
@@ -127,7 +128,7 @@ void RegainMaps(RepairWork* work);     // block-map blocks that no slot leads to
 void RegainEntries(RepairWork* work);  // blocks of entries that no slot leads to
 // map_passes.cpp
 void Unshare(RepairWork* work);
-void FixSlotsOutside(RepairWork* work);  // blocks that the container does not hold, or that hold no entries
+void FixSlotsOutside(RepairWork* work);  // what CutOutside left; blocks that hold no numbers or no entries
 void FixMaps(RepairWork* work);          // holes, missing map blocks, blocks past the size
 // layout_passes.cpp
 void FixRoot(RepairWork* work);  // a root that is lost

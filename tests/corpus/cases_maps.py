@@ -130,6 +130,16 @@ def outside_directory_block(c):
     c.put_word(c.slot("/LOGS", 1), 100000)
 
 
+@case("tree")
+def outside_where_a_copy_is_appended(c):
+    """Block 1 of /SMALL.TXT is block 3 of /SINGLE.BIN, the free chain's head is gone, and 120 blocks of /DOUBLE.BIN
+    lie just beyond the container's end."""
+    c.put_word(c.slot("/SMALL.TXT", 1), c.data_block("/SINGLE.BIN", 3))
+    c.put_word(at.CHAIN_HEAD, 0)
+    for i in range(120):
+        c.put_word(c.slot("/DOUBLE.BIN", 20 + i), c.blocks + 1 + i)
+
+
 # ---- Holes ----------------------------------------------------------------------------------------------------------
 
 

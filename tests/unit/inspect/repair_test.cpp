@@ -646,6 +646,19 @@ TEST(RepairMap, slot_beyond_the_end_in_the_middle_becomes_zeros) {
   EXPECT_FILES(Repair(image), files);
 }
 
+// The copy of the shared block is appended just where the slots lead.
+TEST(RepairMap, slots_beyond_the_end_where_a_copy_is_appended_become_zeros) {
+  Small image;
+  const Files before = Tree(image.bytes());
+  image.Put32(image.MapOffset(4, 0), image.MappedBlock(2, 0));
+  for (std::uint32_t i = 1; i < 6; ++i) image.Put32(image.MapOffset(4, i), image.Blocks() + i);
+  Files files = before;
+  Bytes& contents = files.at("/D/B");
+  std::copy_n(before.at("/A").begin(), 1024, contents.begin());
+  std::fill(contents.begin() + 1024, contents.begin() + 6 * 1024, std::uint8_t{0});
+  EXPECT_FILES(Repair(image), files);
+}
+
 TEST(RepairMap, last_slots_beyond_the_end_tail_is_cut_off) {
   SmallWithC image;
   image.Put32(image.MapOffset(4, 6), 0);
