@@ -47,16 +47,17 @@ ContainerTree::ContainerTree(const inspect::Image& image) : reader_(image) {
   inspect::Budget budget(reader_.geometry());
   Walk(
       &reader_, root.node, "", [this](const Step& step) { return Take(step); }, &budget);
+  equals_.clear();
 }
 
 Onward ContainerTree::Take(const Step& step) {
-  Object* const directory = ObjectOf(directories_.at(step.directory.number));
+  const Inode directory = directories_.at(step.directory.number);
   switch (step.what) {
     case Step::What::kEntry:
       Add(directory, *step.entry);
       break;
     case Step::What::kProblem: {
-      Object* const concerned = step.entry != nullptr ? &objects_.back() : directory;
+      Object* const concerned = step.entry != nullptr ? &objects_.back() : ObjectOf(directory);
       if (!concerned->problem.IsFailure()) concerned->problem = step.problem;
       break;
     }
@@ -66,22 +67,38 @@ Onward ContainerTree::Take(const Step& step) {
   return Onward::kOn;
 }
 
-void ContainerTree::Add(Object* directory, const inspect::Listed& entry) {
-  const std::string shown = ShownName(entry);
-  std::string name = shown;
-  for (unsigned number = 2; directory->byName.count(inspect::UpperCase(name)) != 0; ++number) {
-    name = shown + "~" + std::to_string(number);
-  }
+void ContainerTree::Add(Inode parent, const inspect::Listed& entry) {
   const Inode inode = objects_.size() + 1;
-  directory->byName.emplace(inspect::UpperCase(name), inode);
-  directory->children.push_back(inode);
   Object object;
-  object.path = directory->path + "/" + name;
-  object.name = name;
+  object.parent = parent;
+  object.name = FreeName(parent, ShownName(entry));
   object.node = entry.node;
   object.problem = entry.problem;
+  Object* const directory = ObjectOf(parent);
+  directory->byName.emplace(inspect::UpperCase(object.name), inode);
+  directory->children.push_back(inode);
   if (entry.node.directory && !entry.problem.IsFailure()) directories_.emplace(entry.node.number, inode);
-  objects_.push_back(object);
+  objects_.push_back(std::move(object));
+}
+
+// The name, or where it is taken one with a number behind it. No number is tried twice: a damaged directory may hold
+// one name a hundred thousand times.
+std::string ContainerTree::FreeName(Inode directory, const std::string& shown) {
+  const auto& taken = ObjectOf(directory)->byName;
+  std::string name = shown;
+  while (taken.count(inspect::UpperCase(name)) != 0) {
+    unsigned& last = equals_.emplace(std::make_pair(directory, inspect::UpperCase(shown)), 1).first->second;
+    name = shown + "~" + std::to_string(++last);
+  }
+  return name;
+}
+
+std::string ContainerTree::PathOf(const Object& object) const {
+  std::vector<const std::string*> names;
+  for (const Object* at = &object; at->parent != 0; at = &objects_[at->parent - 1]) names.push_back(&at->name);
+  std::string path;
+  for (auto name = names.rbegin(); name != names.rend(); ++name) path += "/" + **name;
+  return path;
 }
 
 // ---- Looking --------------------------------------------------------------------------------------------------------
@@ -108,13 +125,13 @@ int ContainerTree::Get(Inode inode, Status* status) {
 int ContainerTree::List(Inode directory, std::vector<Child>* children) {
   const Object* const object = ObjectOf(directory);
   if (object == nullptr) return ENOENT;
-  if (object->problem.IsFailure()) Log(object->path + "/: " + ToText(object->problem));
+  if (object->problem.IsFailure()) Log(PathOf(*object) + "/: " + ToText(object->problem));
   const auto entered = directories_.find(object->node.number);
   if (entered == directories_.end()) return EIO;
   if (entered->second != directory) return ELOOP;
   for (const Inode child : object->children) {
     const Object& one = objects_[child - 1];
-    children->push_back({one.name, one.node.directory});
+    children->push_back({one.name, one.node.directory, child});
   }
   return object->problem.IsFailure() ? EIO : 0;
 }
@@ -137,7 +154,7 @@ int ContainerTree::Open(Inode file, bool forWriting) {
   if (object->node.directory) return EISDIR;
   if (forWriting) return EROFS;
   if (!object->problem.IsFailure()) return 0;
-  Log(object->path + ": " + ToText(object->problem));
+  Log(PathOf(*object) + ": " + ToText(object->problem));
   return EIO;
 }
 
@@ -151,7 +168,7 @@ int ContainerTree::Read(Inode file, std::uint64_t position, void* bytes, std::si
   const inspect::Problem problem =
       reader_.Read(object->node, static_cast<std::uint32_t>(position), bytes, wanted, &read);
   if (problem.IsFailure()) {
-    Log(object->path + ": " + ToText(problem));
+    Log(PathOf(*object) + ": " + ToText(problem));
     return EIO;
   }
   *done = read;

@@ -9,8 +9,10 @@
 #pragma once
 
 #include <deque>
+#include <map>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "inspect/container/reader.h"
@@ -43,8 +45,8 @@ class ContainerTree : public Tree {
 
  private:
   struct Object {
-    std::string path;  // as shown
-    std::string name;  // its last part
+    Inode parent = 0;  // of the root none
+    std::string name;  // as shown
     inspect::Node node;
     inspect::Problem problem;                       // in the way of reading it, or all of it
     std::unordered_map<std::string, Inode> byName;  // in upper case
@@ -52,12 +54,15 @@ class ContainerTree : public Tree {
   };
 
   inspect::Onward Take(const inspect::Step& step);
-  void Add(Object* directory, const inspect::Listed& entry);
+  void Add(Inode parent, const inspect::Listed& entry);
+  std::string FreeName(Inode directory, const std::string& shown);
+  std::string PathOf(const Object& object) const;
   Object* ObjectOf(Inode inode) { return inode == 0 || inode > objects_.size() ? nullptr : &objects_[inode - 1]; }
 
   inspect::Reader reader_;
-  std::deque<Object> objects_;                            // the one with inode n in place n - 1
-  std::unordered_map<std::uint16_t, Inode> directories_;  // by node number, those that are entered
+  std::deque<Object> objects_;                                // the one with inode n in place n - 1
+  std::unordered_map<std::uint16_t, Inode> directories_;      // by node number, those that are entered
+  std::map<std::pair<Inode, std::string>, unsigned> equals_;  // while all is read: how often a name has come
 };
 
 }  // namespace orba::mount

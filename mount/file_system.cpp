@@ -73,7 +73,7 @@ struct stat StatOf(const Request& request, const Status& status) {
   const bool readOnly = (status.attributes & kReadOnlyAttribute) != 0 && !status.directory;
   const mode_t permissions = (status.directory ? 0777u : readOnly ? 0444u : 0666u) & ~settings.mask;
   result.st_mode = permissions | static_cast<mode_t>(status.directory ? S_IFDIR : S_IFREG);
-  result.st_nlink = 1;  // of a directory as well: how many lie in it is not known
+  result.st_nlink = status.nameless ? 0 : 1;  // of a directory as well: how many lie in it is not known
   result.st_uid = settings.user;
   result.st_gid = settings.group;
   result.st_size = status.size;
@@ -135,6 +135,17 @@ int Change(const Request& request, fuse_ino_t inode, const struct stat& wanted, 
   }
   if ((which & FUSE_SET_ATTR_MODE) == 0) return 0;
   return ChangeAttributes(request, inode, kReadOnlyAttribute, (wanted.st_mode & S_IWUSR) == 0);
+}
+
+void OnForget(fuse_req_t handle, fuse_ino_t inode, std::uint64_t /*count*/) {
+  Request(handle).tree->Forget(inode);
+  fuse_reply_none(handle);
+}
+
+void OnForgetMany(fuse_req_t handle, std::size_t count, fuse_forget_data* forgotten) {
+  const Request request(handle);
+  for (std::size_t i = 0; i < count; ++i) request.tree->Forget(forgotten[i].ino);
+  fuse_reply_none(handle);
 }
 
 void OnGetStatus(fuse_req_t handle, fuse_ino_t inode, fuse_file_info* /*file*/) {
@@ -382,7 +393,7 @@ void OnAllocate(fuse_req_t handle, fuse_ino_t inode, int mode, off_t position, o
 
 void OnOpenDirectory(fuse_req_t handle, fuse_ino_t inode, fuse_file_info* file) {
   Answer(handle, [&](const Request& request) {
-    OpenDirectory directory = {{{".", true}, {"..", true}}, 0};
+    OpenDirectory directory = {{{".", true, inode}, {"..", true, inode}}, 0};
     directory.error = request.tree->List(inode, &directory.children);
     if (directory.error != 0 && directory.children.size() == 2) return directory.error;
     Served& served = *request.served;
@@ -394,7 +405,7 @@ void OnOpenDirectory(fuse_req_t handle, fuse_ino_t inode, fuse_file_info* file) 
   });
 }
 
-void OnReadDirectory(fuse_req_t handle, fuse_ino_t inode, std::size_t room, off_t position, fuse_file_info* file) {
+void OnReadDirectory(fuse_req_t handle, fuse_ino_t /*inode*/, std::size_t room, off_t position, fuse_file_info* file) {
   Answer(handle, [&](const Request& request) {
     const OpenDirectory& directory = request.served->directories.at(file->fh);
     std::vector<char> bytes(room);
@@ -403,7 +414,7 @@ void OnReadDirectory(fuse_req_t handle, fuse_ino_t inode, std::size_t room, off_
     for (; at < directory.children.size(); ++at) {
       const Child& child = directory.children[at];
       struct stat status = {};
-      status.st_ino = inode;  // of a child any number but 0, as nobody relies on it
+      status.st_ino = child.inode;
       status.st_mode = child.directory ? S_IFDIR : S_IFREG;
       const std::size_t size = fuse_add_direntry(handle, bytes.data() + used, room - used, child.name.c_str(), &status,
                                                  static_cast<off_t>(at + 1));
@@ -451,6 +462,8 @@ fuse_lowlevel_ops Operations() {
   fuse_lowlevel_ops operations = {};
   operations.init = OnBegin;
   operations.lookup = OnLookUp;
+  operations.forget = OnForget;
+  operations.forget_multi = OnForgetMany;
   operations.getattr = OnGetStatus;
   operations.setattr = OnSetStatus;
   operations.mknod = OnMakeNode;
@@ -484,16 +497,20 @@ fuse_lowlevel_ops Operations() {
 
 std::string* g_complaints = nullptr;  // of libfuse, while it mounts
 
+std::string InOneLine(std::string text) {
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  for (std::size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n')) text.replace(at, 1, "; ");
+  return text;
+}
+
 void TakeComplaint(fuse_log_level level, const char* format, va_list arguments) {
   if (level > FUSE_LOG_WARNING) return;
   char line[512];
   std::vsnprintf(line, sizeof line, format, arguments);
-  std::string text = line;
-  while (!text.empty() && text.back() == '\n') text.pop_back();
-  if (g_complaints == nullptr) {
-    Log(text);
+  if (g_complaints != nullptr) {
+    *g_complaints += line;  // which may be a part of one
   } else {
-    *g_complaints += (g_complaints->empty() ? "" : "; ") + text;
+    Log(InOneLine(line));
   }
 }
 
@@ -567,7 +584,7 @@ std::string Serve(Tree* tree, const Settings& settings, const std::function<void
   Session session(&served);
   const bool done = session.Mount(settings.folder);
   g_complaints = nullptr;
-  if (!done) return complaints.empty() ? "libfuse refuses" : complaints;
+  if (!done) return complaints.empty() ? "fusermount3 refuses, for the reason above" : InOneLine(complaints);
   mounted();
   if (session.Loop()) return "";
   Log(settings.folder + ": the kernel's requests cannot be read any more");

@@ -26,6 +26,7 @@ constexpr std::uint32_t kUserAttribute = 2;
 struct Status {
   Inode inode = 0;
   bool directory = false;
+  bool nameless = false;         // it has been removed, but is still in use
   std::uint32_t attributes = 0;  // of a file: the two above
   std::uint32_t size = 0;        // bytes
   std::int64_t changed = 0;      // seconds since 1970
@@ -34,6 +35,7 @@ struct Status {
 struct Child {
   std::string name;
   bool directory = false;
+  Inode inode = 0;
 };
 
 struct Space {
@@ -60,6 +62,8 @@ class Tree {
   virtual int Get(Inode inode, Status* status) = 0;
   // Where it fails `children` are those that could be read.
   virtual int List(Inode directory, std::vector<Child>* children) = 0;
+  // Nobody knows the number any more. Until then Get answers for what has been removed, too.
+  virtual void Forget(Inode /*inode*/) {}
   // What is known of it beside its status.
   virtual int Remarks(Inode /*inode*/, std::vector<Remark>* /*remarks*/) { return 0; }
   virtual int Measure(Space* space) = 0;

@@ -63,6 +63,8 @@ std::int64_t SecondsOf(const OrbTime& time) {
   return inspect::IsDate(stamp) ? inspect::SecondsSince1970(stamp) : 0;
 }
 
+constexpr std::uint32_t kMeasuredGrowth = 16u << 20;  // bytes that a file can get before space is looked for
+
 // Why a name cannot be given.
 int RefuseName(const std::string& name) {
   const bool tooLong = name.size() > ORB_MAX_NAME;
@@ -122,15 +124,25 @@ VolumeTree::Object* VolumeTree::Meet(Object* directory, const std::string& name,
 }
 
 void VolumeTree::Drop(Object* object) {
+  object->parent->known = false;
   object->parent->children.erase(object->name);
   objects_.erase(object->inode);
 }
 
 void VolumeTree::Reattach(Object* object, Object* directory, const std::string& name) {
+  object->parent->known = directory->known = object->known = false;
   object->parent->children.erase(object->name);
   object->parent = directory;
   object->name = name;
   directory->children[name] = object;
+}
+
+// The error of the library's last call, which was to change names of the directory and may have changed some.
+int VolumeTree::Failed(Object* directory, const std::string& path) {
+  const int error = LastError(path);
+  directory->known = false;
+  directory->unsure = true;
+  return error;
 }
 
 std::string VolumeTree::PathOf(const Object* object) const {
@@ -149,60 +161,81 @@ int VolumeTree::Look(const std::string& path, OrbFindDataA* found) const {
   return 0;
 }
 
-void VolumeTree::Tell(const Object* object, const OrbFindDataA& found, Status* status) const {
-  status->inode = object->inode;
-  status->directory = object->directory;
-  status->attributes = found.attributes & (kReadOnlyAttribute | kUserAttribute);
-  if (object->sealed) status->attributes |= kReadOnlyAttribute;
-  status->size = found.size;
-  status->changed = SecondsOf(found.time);
+void VolumeTree::Note(Object* object, const OrbFindDataA& found) {
+  object->attributes = found.attributes & (kReadOnlyAttribute | kUserAttribute);
+  object->size = found.size;
+  object->changed = SecondsOf(found.time);
+  object->known = true;
 }
 
-int VolumeTree::GetObject(const Object* object, Status* status) const {
-  OrbFindDataA found = {};
-  const int error = Look(PathOf(object), &found);
-  if (error == 0) Tell(object, found, status);
-  return error;
+int VolumeTree::GetObject(Object* object, Status* status) const {
+  if (!object->known) {
+    OrbFindDataA found = {};
+    const int error = Look(PathOf(object), &found);
+    if (error != 0) return error;
+    Note(object, found);
+  }
+  status->inode = object->inode;
+  status->directory = object->directory;
+  status->nameless = object->hidden;
+  status->attributes = object->attributes | (object->sealed ? kReadOnlyAttribute : 0);
+  status->size = object->size;
+  status->changed = object->changed;
+  return 0;
 }
 
 int VolumeTree::Find(Inode directory, const std::string& name, Status* status) {
   Object* const parent = ObjectOf(directory);
   if (parent == nullptr || !inspect::IsLegalName(name)) return ENOENT;
   const std::string stored = inspect::UpperCase(name);
-  const auto known = parent->children.find(stored);
+  std::vector<Child> ignored;
+  if (!parent->listed && !parent->unsure && ListObject(parent, &ignored) != 0) parent->unsure = true;
+  auto known = parent->children.find(stored);
   if (known != parent->children.end() && known->second->hidden) return ENOENT;
-  OrbFindDataA found = {};
-  const int error = Look(PathIn(PathOf(parent), stored), &found);
-  if (error != 0) return error;
-  Tell(Meet(parent, stored, (found.attributes & ORB_ATTRIBUTE_DIRECTORY) != 0), found, status);
-  return 0;
+  if (parent->unsure) {
+    OrbFindDataA found = {};
+    const int error = Look(PathIn(PathOf(parent), stored), &found);
+    if (error != 0) return error;
+    Object* const object = Meet(parent, stored, (found.attributes & ORB_ATTRIBUTE_DIRECTORY) != 0);
+    Note(object, found);
+    return GetObject(object, status);
+  }
+  return known == parent->children.end() ? ENOENT : GetObject(known->second, status);
 }
 
 int VolumeTree::Get(Inode inode, Status* status) {
-  const Object* const object = ObjectOf(inode);
+  const auto removed = removed_.find(inode);
+  if (removed != removed_.end()) {
+    *status = removed->second;
+    return 0;
+  }
+  Object* const object = ObjectOf(inode);
   return object == nullptr ? ENOENT : GetObject(object, status);
 }
 
 int VolumeTree::List(Inode directory, std::vector<Child>* children) {
-  const Object* const object = ObjectOf(directory);
+  if (removed_.count(directory) != 0) return 0;
+  Object* const object = ObjectOf(directory);
   return object == nullptr ? ENOENT : ListObject(object, children);
 }
 
-int VolumeTree::ListObject(const Object* directory, std::vector<Child>* children) const {
+int VolumeTree::ListObject(Object* directory, std::vector<Child>* children) {
   const std::string path = PathOf(directory);
   OrbFindDataA found = {};
   const OrbHandle search = OrbFindFirstFileA((path + "/").c_str(), &found);
   if (search == ORB_INVALID_HANDLE) return LastError(path);
   do {
     const std::string name = found.name;
-    const auto known = directory->children.find(name);
-    const bool hidden = known != directory->children.end() && known->second->hidden;
-    if (name == "." || name == ".." || hidden) continue;
-    children->push_back({name, (found.attributes & ORB_ATTRIBUTE_DIRECTORY) != 0});
+    if (name == "." || name == "..") continue;
+    Object* const child = Meet(directory, name, (found.attributes & ORB_ATTRIBUTE_DIRECTORY) != 0);
+    Note(child, found);
+    if (!child->hidden) children->push_back({name, child->directory, child->inode});
   } while (OrbFindNextFileA(search, &found) != 0);
   const OrbU32 code = OrbGetLastError();
   OrbFindClose(search);
-  return code == ORB_ERROR_NO_MORE_ENTRIES ? 0 : ErrorOf(code, path);
+  if (code != ORB_ERROR_NO_MORE_ENTRIES) return ErrorOf(code, path);
+  directory->listed = true;
+  return 0;
 }
 
 // ---- Handles --------------------------------------------------------------------------------------------------------
@@ -238,6 +271,7 @@ int VolumeTree::CloseHandle(Object* file) {
   if (file->handle == ORB_INVALID_HANDLE) return 0;
   const OrbHandle handle = file->handle;
   file->handle = ORB_INVALID_HANDLE;
+  if (file->handleWrites) file->known = false;
   held_.remove(file);
   return OrbCloseFile(handle) != 0 ? 0 : LastError(PathOf(file));
 }
@@ -295,13 +329,20 @@ int VolumeTree::Read(Inode file, std::uint64_t position, void* bytes, std::size_
   return 0;
 }
 
-// Gives a file with a handle a larger size, or the one it had.
-int VolumeTree::Extend(const Object* file, OrbU32 size) const {
+// Gives a file with a handle this size, or leaves it the one it had. What cannot have room is not begun: to fill a
+// container with zeros and take them away again can take a minute.
+int VolumeTree::Extend(Object* file, OrbU32 size) {
   const OrbU32 before = OrbGetFileSize(file->handle);
   if (before == ORB_INVALID_SIZE) return LastError(PathOf(file));
+  Space space;
+  if (size > before && size - before > kMeasuredGrowth && Measure(&space) == 0 &&
+      (size - before) / space.blockSize > space.free) {
+    return ENOSPC;
+  }
   if (OrbSetFileSize(file->handle, size) != 0) return 0;
   const int error = LastError(PathOf(file));
   OrbSetFileSize(file->handle, before);
+  file->cut = true;
   return error;
 }
 
@@ -313,6 +354,7 @@ int VolumeTree::Write(Inode file, std::uint64_t position, const void* bytes, std
   if (position >= largest_) return EFBIG;
   const int error = Take(object, true);
   if (error != 0) return error;
+  object->known = false;
   const OrbU32 size = OrbGetFileSize(object->handle);
   if (size == ORB_INVALID_SIZE) return LastError(PathOf(object));
   const auto start = static_cast<OrbU32>(position);
@@ -325,7 +367,10 @@ int VolumeTree::Write(Inode file, std::uint64_t position, const void* bytes, std
   if (OrbSetFilePointer(object->handle, static_cast<OrbI32>(start), ORB_SEEK_BEGIN) == ORB_INVALID_POSITION ||
       (OrbWriteFile(object->handle, bytes, wanted, &written) == 0 && written == 0)) {
     const int failed = LastError(PathOf(object));
-    if (start > size) OrbSetFileSize(object->handle, size);
+    if (start > size) {
+      OrbSetFileSize(object->handle, size);
+      object->cut = true;
+    }
     return failed;
   }
   *done = written;
@@ -338,6 +383,7 @@ int VolumeTree::Resize(Inode file, std::uint64_t size) {
   if (size > largest_) return EFBIG;
   const int error = Take(object, true);
   if (error != 0) return error;
+  object->known = false;
   object->cut = object->cut || OrbGetFileSize(object->handle) > size;
   return Extend(object, static_cast<OrbU32>(size));
 }
@@ -351,6 +397,7 @@ int VolumeTree::SetAttributes(Inode file, std::uint32_t attributes) {
   if (closed != 0) return closed;
   const bool sealed = object->writers > 0 && (attributes & kReadOnlyAttribute) != 0;
   const std::uint32_t now = sealed ? attributes & ~kReadOnlyAttribute : attributes;
+  object->known = false;
   if (OrbSetFileAttributesA(PathOf(object).c_str(), static_cast<OrbI32>(now)) == 0) return LastError(PathOf(object));
   object->sealed = sealed;
   return 0;
@@ -370,7 +417,8 @@ int VolumeTree::Create(Inode directory, const std::string& name, bool asDirector
   if (!inspect::IsLegalName(name)) return RefuseName(name);
   const std::string stored = inspect::UpperCase(name);
   const std::string path = PathIn(PathOf(parent), stored);
-  if (OrbCreateFileA(path.c_str(), asDirectory ? ORB_ATTRIBUTE_DIRECTORY : 0) == 0) return LastError(path);
+  if (OrbCreateFileA(path.c_str(), asDirectory ? ORB_ATTRIBUTE_DIRECTORY : 0) == 0) return Failed(parent, path);
+  parent->known = false;
   return GetObject(Meet(parent, stored, asDirectory), status);
 }
 
@@ -390,7 +438,7 @@ int VolumeTree::Remove(Inode directory, const std::string& name) {
 }
 
 // Why `object` cannot take the place of `target`.
-int VolumeTree::CheckReplacement(const Object* object, const Object* target) const {
+int VolumeTree::CheckReplacement(const Object* object, Object* target) {
   if (object->directory && !target->directory) return ENOTDIR;
   if (!object->directory && target->directory) return EISDIR;
   if (!target->directory) return 0;
@@ -438,11 +486,14 @@ int VolumeTree::Rename(Inode from, const std::string& name, Inode to, const std:
 int VolumeTree::Move(Object* object, Object* directory, const std::string& name) {
   const std::string path = PathOf(object);
   if (object->parent == directory) {
-    if (OrbRenameFileA(path.c_str(), name.c_str()) == 0) return LastError(path);
+    if (OrbRenameFileA(path.c_str(), name.c_str()) == 0) return Failed(directory, path);
   } else {
     const int closed = CloseHandle(object);  // what is open cannot be moved
     if (closed != 0) return closed;
-    if (OrbMoveFileA(path.c_str(), PathIn(PathOf(directory), name).c_str()) == 0) return LastError(path);
+    if (OrbMoveFileA(path.c_str(), PathIn(PathOf(directory), name).c_str()) == 0) {
+      object->parent->unsure = true;
+      return Failed(directory, path);
+    }
   }
   Reattach(object, directory, name);
   return 0;
@@ -468,7 +519,7 @@ int VolumeTree::Hide(Object* object) {
 }
 
 // Before a directory goes: what in it has lost its name but is open goes on in the root.
-int VolumeTree::ClearHidden(const Object* directory) {
+int VolumeTree::ClearHidden(Object* directory) {
   std::vector<Object*> hidden;
   for (const auto& [name, object] : directory->children) {
     if (object->hidden) hidden.push_back(object);
@@ -489,7 +540,12 @@ int VolumeTree::Delete(Object* object) {
     OrbSetFileSize(object->handle, kDirectBlocks * blockSize_);
   }
   CloseHandle(object);
-  if (OrbDeleteFileA(path.c_str()) == 0) return LastError(path);
+  Status last;
+  last.inode = object->inode;
+  GetObject(object, &last);
+  if (OrbDeleteFileA(path.c_str()) == 0) return Failed(object->parent, path);
+  last.nameless = true;
+  removed_.emplace(last.inode, last);
   Drop(object);
   return 0;
 }

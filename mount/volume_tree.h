@@ -13,6 +13,11 @@
 //     a failure neither lost.
 //   - A file that was cut and is deleted grows a little before, or blocks of its map would stay in use under no name.
 //   - A file that is made read-only while it is open for writing gets the attribute when the last writer closes it.
+//   - What was removed can be asked for until nobody knows its number any more.
+//
+// The library goes through a directory to find a name in it, which takes long where there are thousands. So a directory
+// in which a name is looked up is read once, and what it tells of each name is kept until a call may have changed it.
+// After a call that fails half-way in a directory, its names are looked up on the disk each time.
 #pragma once
 
 #include <functional>
@@ -45,6 +50,7 @@ class VolumeTree : public Tree {
   int Find(Inode directory, const std::string& name, Status* status) override;
   int Get(Inode inode, Status* status) override;
   int List(Inode directory, std::vector<Child>* children) override;
+  void Forget(Inode inode) override { removed_.erase(inode); }
   int Measure(Space* space) override { return host_.measure(space); }
 
   int Open(Inode file, bool forWriting) override;
@@ -65,7 +71,13 @@ class VolumeTree : public Tree {
     Object* parent = nullptr;  // of the root nobody
     std::string name;          // in upper case
     bool directory = false;
-    bool hidden = false;        // it has lost its name
+    bool hidden = false;  // it has lost its name
+    bool listed = false;  // of a directory: each of its names has an object
+    bool unsure = false;  // of a directory: its objects may be other than its names
+    bool known = false;   // the next three are right
+    std::uint32_t attributes = 0;
+    std::uint32_t size = 0;
+    std::int64_t changed = 0;
     bool cut = false;           // it may have more block-map blocks than it needs
     bool sealed = false;        // to be read-only once nobody writes
     std::uint32_t readers = 0;  // how often it is open
@@ -80,26 +92,27 @@ class VolumeTree : public Tree {
   Object* ObjectOf(Inode inode) const;
   Object* Meet(Object* directory, const std::string& name, bool isDirectory);
   void Drop(Object* object);
+  int Failed(Object* directory, const std::string& path);
   void Reattach(Object* object, Object* directory, const std::string& name);
   std::string PathOf(const Object* object) const;
   static std::string PathIn(const std::string& directory, const std::string& name) { return directory + "/" + name; }
 
   int Look(const std::string& path, OrbFindDataA* found) const;
-  void Tell(const Object* object, const OrbFindDataA& found, Status* status) const;
-  int GetObject(const Object* object, Status* status) const;
-  int ListObject(const Object* directory, std::vector<Child>* children) const;
+  static void Note(Object* object, const OrbFindDataA& found);
+  int GetObject(Object* object, Status* status) const;
+  int ListObject(Object* directory, std::vector<Child>* children);
 
   int Take(Object* file, bool forWriting);
   int OpenHandle(Object* file, OrbU32 mode);
   int CloseHandle(Object* file);
-  int Extend(const Object* file, OrbU32 size) const;
+  int Extend(Object* file, OrbU32 size);
 
   int FreeName(const Object* directory, std::string* name) const;
   int Hide(Object* object);
-  int ClearHidden(const Object* directory);
+  int ClearHidden(Object* directory);
   int Delete(Object* object);
   int Move(Object* object, Object* directory, const std::string& name);
-  int CheckReplacement(const Object* object, const Object* target) const;
+  int CheckReplacement(const Object* object, Object* target);
 
   std::string volume_;
   VolumeHost host_;
@@ -107,6 +120,7 @@ class VolumeTree : public Tree {
   std::uint32_t largest_ = ORB_MAX_FILE_SIZE;  // bytes that a file can have
   Inode next_ = kRootInode;
   std::unordered_map<Inode, std::unique_ptr<Object>> objects_;
+  std::unordered_map<Inode, Status> removed_;
   Object* root_;
   std::list<Object*> held_;  // those with a handle, the one used last behind
 };

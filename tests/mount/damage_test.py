@@ -2,7 +2,9 @@
 import errno
 import os
 import pathlib
+import struct
 import sys
+import tarfile
 import unittest
 
 from mounted import MountTest
@@ -10,6 +12,7 @@ from mounted import MountTest
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "corpus"))
 
 import corpus  # noqa: E402
+from container import ATTRIBUTES, ENTRY_SIZE, SIZE, Container  # noqa: E402
 
 EVERY = int(os.environ.get("ORBA_MOUNT_EVERY", "5"))  # of the corpus: 1 is all of it
 
@@ -91,6 +94,62 @@ class MarkedTest(DamageTest):
         self.assertEqual(self.read_all(), {**self.expected, "LOST": errno.EIO})
         self.unmount()
         self.assertEqual(self.read("card.orb"), before)
+
+
+class HostileTest(DamageTest):
+    """Containers that somebody made to keep the program busy, or to fill its memory."""
+
+    def setUp(self):
+        super().setUp()
+        self.format("card.orb", "-b", "1024")
+
+    def test_one_name_a_hundred_thousand_times_is_shown_with_numbers(self):
+        count = 100_000
+        self.put_text("card.orb:/F", "x")
+        entries = [(3, "."), (1, ".."), *[(2, "A")] * count]
+        self.write("D", b"".join(struct.pack("<H30s", number, name.encode()) for number, name in entries))
+        self.ok("put", "D", "card.orb")
+        sound = Container(self.read("card.orb"))
+        self.assertEqual((sound.node("/F"), sound.node("/D")), (2, 3))
+        sound.put_half(sound.record(3) + ATTRIBUTES, 8)
+        self.write("card.orb", bytes(sound.data))
+        os.truncate(self.path("card.orb"), 80 << 20)  # as many blocks as it takes to be believed
+        self.mount(warns=True)
+        names = self.names("D")
+        self.assertEqual((len(set(names)), names[0], names[-1]), (count, "A", "A~99999"))
+        self.assertEqual(self.at("D/a~77").read_bytes(), b"x")
+
+    def test_folders_of_any_depth_are_shown(self):
+        depth = 3000
+        names = ["D" * 25 + f"{level:04}" for level in range(depth)]
+        with tarfile.open(self.path("names.tar"), "w") as archive:
+            for name in names:
+                folder = tarfile.TarInfo(name)
+                folder.type = tarfile.DIRTYPE
+                archive.addfile(folder)
+        self.format("deep.orb", "-b", "1024", "--nodes", "3584")
+        self.ok("import", "names.tar", "deep.orb")
+        flat = Container(self.read("deep.orb"))
+        nodes = range(2, depth + 2)
+        self.assertEqual(flat.node("/" + names[-1]), nodes[-1])
+        flat.put(flat.entry(1, 3), bytes(29 * ENTRY_SIZE))  # what follows in the root's first block
+        flat.put_word(flat.record(1) + SIZE, 3 * ENTRY_SIZE)
+        for above, below, name in zip(nodes, nodes[1:], names[1:]):
+            flat.put_word(flat.record(above) + SIZE, 3 * ENTRY_SIZE)
+            flat.put_entry(flat.entry(above, 2), below, name)
+            flat.put_half(flat.entry(below, 1), above)
+        self.write("deep.orb", bytes(flat.data))
+        for options in (("-r",), ()):
+            self.mount(*options, name="deep.orb", warns=True)
+            folder = os.open(self.path("mnt"), os.O_RDONLY)
+            for name in names:
+                self.assertEqual(os.listdir(folder), [name])
+                inner = os.open(name, os.O_RDONLY, dir_fd=folder)
+                os.close(folder)
+                folder = inner
+            self.assertEqual(os.listdir(folder), [])
+            os.close(folder)
+            self.unmount()
 
 
 class CorpusTest(DamageTest):

@@ -67,6 +67,25 @@ class FolderTest(MountTest):
         (path / "FILE").write_bytes(b"deep")
         self.assertEqual((path / "file").read_bytes(), b"deep")
 
+    def test_listings_and_look_ups_agree(self):
+        for number in range(20):
+            self.at(f"F{number}").write_bytes(bytes(number))
+        self.at("D").mkdir()
+        self.at("F3").unlink()
+        self.at("F4").rename(self.at("D/F4"))
+        os.truncate(self.at("F5"), 100)
+        self.at("F6").write_bytes(b"more than before")
+        for folder, count in ((self.at("."), 19), (self.at("D"), 1)):
+            entries = list(os.scandir(folder))
+            self.assertEqual(len(entries), count)
+            for entry in entries:
+                found = os.stat(entry.path)
+                self.assertEqual((entry.inode(), entry.is_dir()), (found.st_ino, stat.S_ISDIR(found.st_mode)))
+        sizes = [os.stat(self.at(name)).st_size for name in ("F2", "D/F4", "F5", "F6", "F19")]
+        self.assertEqual(sizes, [2, 4, 100, 16, 19])
+        self.fails_with(errno.ENOENT, os.stat, self.at("F3"))
+        self.fails_with(errno.ENOENT, os.stat, self.at("F4"))
+
     # ---- files
 
     def test_a_file_is_written_anywhere_and_grows_with_zeros(self):
@@ -107,6 +126,7 @@ class FolderTest(MountTest):
             file.write(b"still")
             self.at("f").unlink()
             self.assertEqual(self.names(), [])
+            self.assertEqual(os.fstat(file.fileno()).st_nlink, 0)
             self.at("F").write_bytes(b"another")
             file.write(b" there")
             self.assertEqual(os.pread(file.fileno(), 100, 0), b"still there")
@@ -126,6 +146,19 @@ class FolderTest(MountTest):
         self.unmount()
         self.assertEqual(self.listing(), [])
         self.assert_clean()
+
+    def test_a_folder_that_was_removed_is_empty_to_those_who_have_it_open(self):
+        self.at("D").mkdir()
+        folder = os.open(self.at("D"), os.O_RDONLY)
+        self.at("D").rmdir()
+        self.assertEqual(os.fstat(folder).st_nlink, 0)
+        self.assertEqual(os.listdir(folder), [])
+        self.at("D").mkdir()
+        self.at("D/NEW").touch()
+        self.assertEqual(os.listdir(folder), [])
+        self.fails_with(errno.ENOENT, os.open, "OLD", os.O_CREAT | os.O_WRONLY, dir_fd=folder)
+        self.assertEqual(os.stat(self.at("D")).st_nlink, 1)
+        os.close(folder)
 
     def test_an_open_file_is_renamed_and_moved(self):
         self.at("D").mkdir()
@@ -297,7 +330,8 @@ class FolderTest(MountTest):
 
 
 class FullTest(MountTest):
-    def test_a_full_disk_is_ENOSPC_and_keeps_what_was_written(self):
+    def setUp(self):
+        super().setUp()
         disk = self.path("disk")
         disk.mkdir()
         superuser = [] if os.geteuid() == 0 else ["sudo", "-n"]
@@ -306,6 +340,8 @@ class FullTest(MountTest):
         self.addCleanup(self.clear_away)
         self.format("disk/card.orb", "-b", "1024")
         self.mount(name="disk/card.orb")
+
+    def test_a_full_disk_is_ENOSPC_and_keeps_what_was_written(self):
         with self.assertRaises(OSError) as caught, open(self.at("F"), "wb", buffering=0) as file:
             for _ in range(1100):
                 file.write(b"x" * 1024)
@@ -320,6 +356,23 @@ class FullTest(MountTest):
         self.at("G").write_bytes(b"y" * (size - 8192))
         self.unmount()
         self.assert_clean("disk/card.orb")
+
+    def test_a_file_that_could_not_grow_leaves_nothing_behind(self):
+        for size in (10 << 20, 40 << 20):
+            self.at("F").touch()
+            self.fails_with(errno.ENOSPC, os.truncate, self.at("F"), size)
+            with open(self.at("F"), "r+b", buffering=0) as file:
+                self.fails_with(errno.ENOSPC, os.pwrite, file.fileno(), b"x", size)
+            self.assertEqual(os.stat(self.at("F")).st_size, 0)
+            self.at("F").unlink()
+        self.unmount()
+        self.assert_clean("disk/card.orb")
+
+    def test_growth_without_room_is_not_begun(self):
+        before = self.path("disk/card.orb").stat().st_size
+        self.at("F").touch()
+        self.fails_with(errno.ENOSPC, os.truncate, self.at("F"), 40 << 20)
+        self.assertLess(self.path("disk/card.orb").stat().st_size, before + 65536)
 
 
 if __name__ == "__main__":

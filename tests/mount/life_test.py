@@ -33,7 +33,7 @@ class LifeTest(MountTest):
         self.assertIn("make it with: mkdir nowhere", self.fails(1, "mount", "card.orb", "nowhere"))
         self.write("file")
         self.assertIn("it is not a folder but an ordinary file", self.fails(1, "mount", "card.orb", "file"))
-        self.assertIn("unknown option", self.fails(1, "mount", "-o", "nonsense", "card.orb", "mnt"))
+        self.assertIn("unknown option(s): `-o nonsense'", self.fails(1, "mount", "-o", "nonsense", "card.orb", "mnt"))
         self.write("text.orb", b"not a container")
         self.fails(1, "mount", "text.orb", "mnt")
         self.fails(16, "mount", "card.orb")
@@ -96,6 +96,7 @@ class LifeTest(MountTest):
         for descriptor in (file, gone):
             self.fails_with(errno.ENOTCONN, os.close, descriptor)
         self.fails_with(errno.ENOTCONN, os.listdir, self.path("mnt"))
+        self.assertIn("clear it with: orba umount mnt", self.fails(1, "mount", "card.orb", "mnt"))
         self.served = None
         self.ok("umount", "mnt")
         self.assert_clean()
@@ -179,6 +180,9 @@ class LifeTest(MountTest):
         self.assertEqual(run("-r").returncode, 0)
         self.fails_with(errno.EROFS, self.at("G").touch)
         self.unmount()
+        for word in ("relatime,lazytime,iversion,silent", "noexec,nosuid,nodev,user=somebody,X-mount.mkdir"):
+            self.assertEqual(run("-o", word).stderr, b"")
+            self.unmount()
         self.assertIn(b"unknown option", run("-o", "nonsense").stderr)
 
 

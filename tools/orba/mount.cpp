@@ -241,7 +241,13 @@ void TakeWords(MountOptions* options, mount::Settings* settings) {
 void RequireFolder(const std::string& folder) {
   const std::string what = "cannot mount at " + folder;
   const host::Kind kind = host::StatusOf(folder).kind;
-  if (kind == host::Kind::kNothing) throw HostFailure(what, errno, "make it with: mkdir " + ShellWord(folder));
+  if (kind == host::Kind::kNothing) {
+    const int error = errno;
+    throw HostFailure(what, error,
+                      error == ENOTCONN
+                          ? "the program that served it has gone; clear it with: orba umount " + ShellWord(folder)
+                          : "make it with: mkdir " + ShellWord(folder));
+  }
   if (kind != host::Kind::kDirectory) throw Failure(what, "it is not a folder but " + KindText(kind), "use a folder");
 }
 
