@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,6 +14,7 @@
 #include "inspect/container/names.h"
 #include "inspect/container/patched_image.h"
 #include "inspect/container/reader.h"
+#include "inspect/repair/apply.h"
 #include "inspect/repair/recover.h"
 #include "inspect/repair/repair.h"
 #include "inspect/view/report.h"
@@ -148,24 +148,13 @@ std::string WayTo(const inspect::Model& model, std::uint32_t node) {
 // What the plan makes of the bytes that it writes, without overlaps, from the front to the end.
 std::vector<inspect::Write> PatchesOf(const inspect::Plan& plan) {
   inspect::PatchedImage repaired(opened->image);
-  std::map<std::uint64_t, std::uint64_t> ranges;  // start and end
   for (const inspect::Action& action : plan.actions) {
     for (const inspect::Write& write : action.writes) {
       repaired.Write(write.offset, write.bytes.data(), write.bytes.size());
-      std::uint64_t start = write.offset;
-      std::uint64_t end = start + write.bytes.size();
-      auto at = ranges.lower_bound(start);
-      if (at != ranges.begin() && std::prev(at)->second >= start) --at;
-      while (at != ranges.end() && at->first <= end) {
-        start = std::min(start, at->first);
-        end = std::max(end, at->second);
-        at = ranges.erase(at);
-      }
-      ranges.emplace(start, end);
     }
   }
   std::vector<inspect::Write> patches;
-  for (const auto& [start, end] : ranges) {
+  for (const auto& [start, end] : inspect::WrittenRanges(plan, repaired.Size())) {
     patches.push_back({start, std::vector<std::uint8_t>(static_cast<std::size_t>(end - start))});
     repaired.Read(start, patches.back().bytes.data(), patches.back().bytes.size());
   }

@@ -13,16 +13,12 @@ namespace orba::explorer {
 // Reads go through a cache of pages, 64 MiB of them at most, for each read of the page's costs a message between
 // processes of the browser. The map blocks of a large file lie far apart, so any page may lie in any place; pages that
 // are read one after the other come many at a time.
-class HostImage : public inspect::Image {
+class HostImage : public inspect::PagedImage {
  public:
-  explicit HostImage(std::uint64_t size) : size_(size) {}
-
-  std::uint64_t Size() const override { return size_; }
-  bool Read(std::uint64_t offset, void* out, std::size_t count) const override;
+  explicit HostImage(std::uint64_t size) : PagedImage(size, kPageSize) {}
 
  private:
-  const std::uint8_t* Page(std::uint64_t page) const;
-
+  const std::uint8_t* Page(std::uint64_t page) const override;
   bool Fetch(std::uint64_t page) const;
   void Keep(std::uint64_t page, const std::uint8_t* bytes, std::size_t count) const;
 
@@ -30,7 +26,6 @@ class HostImage : public inspect::Image {
   static constexpr std::size_t kPages = 4096;
   static constexpr std::size_t kAhead = 16;  // pages that come at a time when they are read in order
 
-  std::uint64_t size_;
   mutable std::unordered_map<std::uint64_t, std::vector<std::uint8_t>> cache_;  // by page
   mutable std::vector<std::uint64_t> order_;  // the pages of the cache; the oldest lies in place oldest_
   mutable std::size_t oldest_ = 0;

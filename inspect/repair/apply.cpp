@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <map>
 
 #include "inspect/container/fields.h"
 
@@ -43,27 +42,6 @@ void Append64(std::vector<std::uint8_t>* to, std::uint64_t value) {
 
 std::uint64_t Get64(const std::uint8_t* bytes) {
   return Get32(bytes) | static_cast<std::uint64_t>(Get32(bytes + 4)) << 32;
-}
-
-// Start and end of each range of the old container that the plan overwrites, without overlaps.
-std::map<std::uint64_t, std::uint64_t> OverwrittenRanges(const Plan& plan, std::uint64_t size) {
-  std::map<std::uint64_t, std::uint64_t> ranges;
-  for (const Action& action : plan.actions) {
-    for (const Write& write : action.writes) {
-      std::uint64_t start = write.offset;
-      std::uint64_t end = std::min<std::uint64_t>(size, start + write.bytes.size());
-      if (start >= end) continue;
-      auto at = ranges.lower_bound(start);
-      if (at != ranges.begin() && std::prev(at)->second >= start) --at;
-      while (at != ranges.end() && at->first <= end) {
-        start = std::min(start, at->first);
-        end = std::max(end, at->second);
-        at = ranges.erase(at);
-      }
-      ranges.emplace(start, end);
-    }
-  }
-  return ranges;
 }
 
 void AppendPiece(std::vector<std::uint8_t>* to, std::uint64_t offset, std::size_t count) {
@@ -156,8 +134,28 @@ void Explain(Regions* regions, const Piece& piece) {
 
 }  // namespace
 
+std::map<std::uint64_t, std::uint64_t> WrittenRanges(const Plan& plan, std::uint64_t end) {
+  std::map<std::uint64_t, std::uint64_t> ranges;
+  for (const Action& action : plan.actions) {
+    for (const Write& write : action.writes) {
+      std::uint64_t start = write.offset;
+      std::uint64_t behind = std::min<std::uint64_t>(end, start + write.bytes.size());
+      if (start >= behind) continue;
+      auto at = ranges.lower_bound(start);
+      if (at != ranges.begin() && std::prev(at)->second >= start) --at;
+      while (at != ranges.end() && at->first <= behind) {
+        start = std::min(start, at->first);
+        behind = std::max(behind, at->second);
+        at = ranges.erase(at);
+      }
+      ranges.emplace(start, behind);
+    }
+  }
+  return ranges;
+}
+
 std::vector<std::uint8_t> MakeUndo(const Plan& plan, const Image& image) {
-  const auto ranges = OverwrittenRanges(plan, image.Size());
+  const auto ranges = WrittenRanges(plan, image.Size());
   std::vector<std::uint8_t> undo(kMagic, kMagic + 8);
   undo.resize(kUndoHeader);
   std::uint32_t rest = 0;

@@ -15,6 +15,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <vector>
 
 #include "inspect/container/image.h"
@@ -34,6 +35,9 @@ class Target {
   // Sees to it that what was written outlives this process.
   virtual bool Flush() = 0;
 };
+
+// Start and end of each range that the plan writes in front of `end`, without overlaps, from the front to the end.
+std::map<std::uint64_t, std::uint64_t> WrittenRanges(const Plan& plan, std::uint64_t end);
 
 // The contents of an undo file for this plan on this container.
 std::vector<std::uint8_t> MakeUndo(const Plan& plan, const Image& image);

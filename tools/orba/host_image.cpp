@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 #include "tools/orba/host/host.h"
 
@@ -23,36 +22,19 @@ std::unique_ptr<FileImage> FileImage::Open(const std::string& path) {
 }
 
 FileImage::FileImage(int file, bool owned, std::uint64_t size)
-    : file_(file), owned_(owned), size_(size), cache_(kPages * kPageSize), cached_(kPages, kNoPage) {}
+    : PagedImage(size, kPageSize), file_(file), owned_(owned), cache_(kPages * kPageSize), cached_(kPages, kNoPage) {}
 
 FileImage::~FileImage() {
   if (owned_) host::Close(file_);
 }
 
-bool FileImage::Read(std::uint64_t offset, void* out, std::size_t count) const {
-  if (offset > size_ || count > size_ - offset) return false;
-  auto* to = static_cast<std::uint8_t*>(out);
-  while (count > 0) {
-    const std::uint8_t* page = Page(offset / kPageSize);
-    if (page == nullptr) return false;
-    const std::size_t from = static_cast<std::size_t>(offset % kPageSize);
-    const std::size_t part = std::min(count, kPageSize - from);
-    std::memcpy(to, page + from, part);
-    to += part;
-    offset += part;
-    count -= part;
-  }
-  return true;
-}
-
-// The page's bytes, or null when the host cannot read them. The last page may be short; Read never looks past the end.
 const std::uint8_t* FileImage::Page(std::uint64_t page) const {
   const std::size_t place = static_cast<std::size_t>(page % kPages);
   std::uint8_t* bytes = cache_.data() + place * kPageSize;
   if (cached_[place] == page) return bytes;
   cached_[place] = kNoPage;
   const std::uint64_t offset = page * kPageSize;
-  const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(kPageSize, size_ - offset));
+  const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(kPageSize, Size() - offset));
   for (std::size_t done = 0; done < count;) {
     const std::ptrdiff_t part = host::ReadAt(file_, offset + done, bytes + done, count - done);
     if (part < 0 && errno == EINTR) continue;

@@ -11,9 +11,8 @@
 
 namespace orba::tool {
 
-// Reads go through a small cache of whole pages: the checker reads many short records. What the file is made to hold
-// after a page was read may not be seen.
-class FileImage : public inspect::Image {
+// What the file is made to hold after a page was read may not be seen.
+class FileImage : public inspect::PagedImage {
  public:
   // The file that `file`, a descriptor open for reading, stands for; it stays the caller's. Null when it is not an
   // ordinary file.
@@ -25,12 +24,9 @@ class FileImage : public inspect::Image {
   FileImage(const FileImage&) = delete;
   FileImage& operator=(const FileImage&) = delete;
 
-  std::uint64_t Size() const override { return size_; }
-  bool Read(std::uint64_t offset, void* out, std::size_t count) const override;
-
  private:
   FileImage(int file, bool owned, std::uint64_t size);
-  const std::uint8_t* Page(std::uint64_t page) const;
+  const std::uint8_t* Page(std::uint64_t page) const override;
 
   static constexpr std::size_t kPageSize = 8192;
   static constexpr std::size_t kPages = 64;
@@ -38,7 +34,6 @@ class FileImage : public inspect::Image {
 
   int file_;
   bool owned_;
-  std::uint64_t size_;
   mutable std::vector<std::uint8_t> cache_;    // kPages pages; page p lies in place p mod kPages
   mutable std::vector<std::uint64_t> cached_;  // which page each place holds
 };
