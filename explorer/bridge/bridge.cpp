@@ -8,7 +8,6 @@
 
 #include "explorer/bridge/host.h"
 #include "explorer/bridge/host_image.h"
-#include "explorer/bridge/json.h"
 #include "inspect/check/check.h"
 #include "inspect/container/date.h"
 #include "inspect/container/names.h"
@@ -17,11 +16,16 @@
 #include "inspect/repair/apply.h"
 #include "inspect/repair/recover.h"
 #include "inspect/repair/repair.h"
+#include "inspect/view/json.h"
 #include "inspect/view/report.h"
 
 namespace orba::explorer {
 
 namespace {
+
+using inspect::JsonArray;
+using inspect::JsonObject;
+using inspect::JsonText;
 
 struct Opened {
   explicit Opened(std::uint64_t size) : image(size), reader(image) {}
@@ -161,29 +165,6 @@ std::vector<inspect::Write> PatchesOf(const inspect::Plan& plan) {
   return patches;
 }
 
-std::string PromiseJson(const inspect::Promise& promise) {
-  JsonArray losses;
-  for (const std::string& loss : promise.losses) losses.Add(JsonText(loss));
-  return JsonObject()
-      .Number("readable", promise.readable)
-      .Number("kept", promise.kept)
-      .Number("excused", promise.excused)
-      .Number("regained", promise.regained)
-      .Number("mended", promise.mended)
-      .Number("toLost", promise.toLost)
-      .Number("lost", promise.lost())
-      .Json("losses", losses.Done())
-      .Done();
-}
-
-std::string StepsJson(const inspect::Plan& plan) {
-  JsonArray steps;
-  for (const inspect::Action& action : plan.actions) {
-    steps.Add(JsonObject().Text("text", ToText(action)).Number("writes", action.writes.size()).Done());
-  }
-  return steps.Done();
-}
-
 // ---- Recovery -------------------------------------------------------------------------------------------------------
 
 class PageDestination : public inspect::Destination {
@@ -203,12 +184,6 @@ class PageDestination : public inspect::Destination {
     return whole ? "" : "blocks are missing";
   }
 };
-
-std::string TextsJson(const std::vector<std::string>& texts) {
-  JsonArray json;
-  for (const std::string& text : texts) json.Add(JsonText(text));
-  return json.Done();
-}
 
 }  // namespace
 
@@ -319,8 +294,8 @@ void Plan(std::uint32_t year, std::uint32_t month, std::uint32_t day, std::uint3
                .Text("problem", plan.problem)
                .Text("text", text)
                .Text("notice", plan.actions.empty() ? "" : text.substr(0, text.find("1. ")))
-               .Json("steps", StepsJson(plan))
-               .Json("promise", PromiseJson(plan.promise))
+               .Json("steps", ToJson(plan.actions))
+               .Json("promise", ToJson(plan.promise))
                .Flag("complete", plan.IsComplete())
                .Flag("breaksPromise", plan.BreaksPromise())
                .Json("patches", patches.Done())
@@ -341,9 +316,9 @@ void Recover() {
                .Number("directories", recovered.directories)
                .Number("bytes", recovered.bytes)
                .Number("unreadable", recovered.unreadable)
-               .Json("repairs", TextsJson(recovered.repairs))
-               .Json("renamed", TextsJson(recovered.renamed))
-               .Json("failures", TextsJson(recovered.failures))
+               .Json("repairs", inspect::JsonTexts(recovered.repairs))
+               .Json("renamed", inspect::JsonTexts(recovered.renamed))
+               .Json("failures", inspect::JsonTexts(recovered.failures))
                .Done();
 }
 

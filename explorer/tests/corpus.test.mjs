@@ -39,9 +39,10 @@ for (const file of containers) {
   const name = path.basename(file, '.orb');
 
   test(`check_${name}_saysWhatTheToolSays`, async () => {
-    const { container, error, ...expected } = JSON.parse(orba(folder, ['check', '--json', file], [0, 4, 8]).text);
+    const { container, error, code, ...expected } = JSON.parse(orba(folder, ['check', '--json', file], [0, 4, 8]).text);
     assert.equal(container, file);
     assert.equal(error === undefined, expected.readable);
+    assert.equal(code === undefined, expected.readable);
     assert.deepEqual(await withInspection(file, (inspection) => inspection.check()), expected);
   });
 

@@ -1,5 +1,7 @@
 #include "inspect/view/report.h"
 
+#include <algorithm>
+
 namespace orba::inspect {
 
 namespace {
@@ -16,32 +18,37 @@ std::string PlaceText(const Finding& finding) {
   return text;
 }
 
-// Texts and paths hold visible ASCII only.
-std::string Quoted(const std::string& text) {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') quoted += '\\';
-    quoted += c;
+// "C6, D2" as a list.
+std::string RulesJson(const std::string& rules) {
+  JsonArray json;
+  for (std::size_t at = 0; at < rules.size();) {
+    const std::size_t end = std::min(rules.find(", ", at), rules.size());
+    json.Add(JsonText(rules.substr(at, end - at)));
+    at = end + 2;
   }
-  return quoted + "\"";
+  return json.Done();
 }
-
-std::string Pair(const char* name, std::uint64_t value) { return Quoted(name) + ":" + to_string(value); }
-std::string Pair(const char* name, const std::string& value) { return Quoted(name) + ":" + Quoted(value); }
-std::string Pair(const char* name, bool value) { return Quoted(name) + ":" + (value ? "true" : "false"); }
 
 std::string FindingJson(const Finding& finding) {
-  std::string json = "{" + Pair("severity", std::string(Name(SeverityOf(finding.kind)))) + "," +
-                     Pair("kind", std::string(Name(finding.kind)));
-  if (finding.node != 0) json += "," + Pair("node", std::uint64_t{finding.node});
-  if (!finding.path.empty()) json += "," + Pair("path", finding.path);
-  if (finding.block != 0) json += "," + Pair("block", std::uint64_t{finding.block});
-  if (finding.offset != kNoOffset) json += "," + Pair("offset", finding.offset);
-  return json + "," + Pair("count", std::uint64_t{finding.count}) + "," + Pair("text", Sentence(finding)) + "}";
+  const KindInfo& info = AllKinds()[static_cast<std::size_t>(finding.kind)];
+  JsonObject json;
+  json.Text("severity", Name(info.severity)).Text("kind", info.name).Json("rules", RulesJson(info.rules));
+  if (finding.node != 0) json.Number("node", finding.node);
+  if (!finding.path.empty()) json.Text("path", finding.path);
+  if (finding.block != 0) json.Number("block", finding.block);
+  if (finding.offset != kNoOffset) json.Number("offset", finding.offset);
+  return json.Number("count", finding.count).Text("text", Sentence(finding)).Done();
 }
 
-// "clean", "leaks", "interrupted", "damaged"
-std::string Verdict(const Report& report) {
+std::uint64_t All(const Report& report) {
+  std::uint64_t sum = 0;
+  for (const std::uint64_t count : report.counts) sum += count;
+  return sum;
+}
+
+}  // namespace
+
+const char* Verdict(const Report& report) {
   switch (report.Worst()) {
     case Severity::kNote:
       return "clean";
@@ -54,14 +61,6 @@ std::string Verdict(const Report& report) {
   }
   return "damaged";
 }
-
-std::uint64_t All(const Report& report) {
-  std::uint64_t sum = 0;
-  for (const std::uint64_t count : report.counts) sum += count;
-  return sum;
-}
-
-}  // namespace
 
 std::string ToText(const Report& report) {
   std::string text;
@@ -82,7 +81,7 @@ std::string ToText(const Report& report) {
             to_string(totals.leakedBlocks) + " leaked\n" +
             "contents carry no checksums: a file can be damaged without a finding\n";
   }
-  text += Verdict(report) + (report.marked ? ", marked as being updated" : "");
+  text += std::string(Verdict(report)) + (report.marked ? ", marked as being updated" : "");
   const char* separator = ": ";
   for (const Severity severity : kSeverities) {
     text += separator + (Name(severity) + (" " + to_string(report.Count(severity))));
@@ -91,27 +90,52 @@ std::string ToText(const Report& report) {
   return text + "\n";
 }
 
-std::string ToJson(const Report& report) {
-  std::string json = "{" + Pair("verdict", Verdict(report)) + "," + Pair("marked", report.marked) + "," +
-                     Pair("readable", report.readable);
-  for (const Severity severity : kSeverities) {
-    json += "," + Pair(Name(severity), report.Count(severity));
-  }
+void AddReport(const Report& report, JsonObject* json) {
+  json->Text("verdict", Verdict(report)).Flag("marked", report.marked).Flag("readable", report.readable);
+  for (const Severity severity : kSeverities) json->Number(Name(severity), report.Count(severity));
   const Geometry& geometry = report.model.geometry;
   const Totals& totals = report.totals;
-  json += "," + Pair("blockSize", std::uint64_t{geometry.blockSize}) + "," +
-          Pair("bitmapBytes", std::uint64_t{geometry.bitmapSize}) + "," +
-          Pair("blocks", std::uint64_t{geometry.blocks}) + "," + Pair("files", std::uint64_t{totals.files}) + "," +
-          Pair("fileBytes", totals.fileBytes) + "," + Pair("directories", std::uint64_t{totals.directories}) + "," +
-          Pair("freeNodes", std::uint64_t{totals.freeNodes}) + "," +
-          Pair("freeBlocks", std::uint64_t{totals.freeBlocks}) + "," +
-          Pair("leakedBlocks", std::uint64_t{totals.leakedBlocks}) + "," +
-          Pair("appendableBlocks", totals.appendableBlocks) + "," +
-          Pair("unlisted", All(report) - report.findings.size()) + ",\"findings\":[";
-  for (std::size_t i = 0; i < report.findings.size(); ++i) {
-    json += (i == 0 ? "" : ",") + FindingJson(report.findings[i]);
+  JsonArray findings;
+  for (const Finding& finding : report.findings) findings.Add(FindingJson(finding));
+  json->Number("blockSize", geometry.blockSize)
+      .Number("bitmapBytes", geometry.bitmapSize)
+      .Number("blocks", geometry.blocks)
+      .Number("files", totals.files)
+      .Number("fileBytes", totals.fileBytes)
+      .Number("directories", totals.directories)
+      .Number("freeNodes", totals.freeNodes)
+      .Number("freeBlocks", totals.freeBlocks)
+      .Number("leakedBlocks", totals.leakedBlocks)
+      .Number("appendableBlocks", totals.appendableBlocks)
+      .Number("unlisted", All(report) - report.findings.size())
+      .Json("findings", findings.Done());
+}
+
+std::string ToJson(const Report& report) {
+  JsonObject json;
+  AddReport(report, &json);
+  return json.Done();
+}
+
+std::string ToJson(const Promise& promise) {
+  return JsonObject()
+      .Number("readable", promise.readable)
+      .Number("kept", promise.kept)
+      .Number("excused", promise.excused)
+      .Number("regained", promise.regained)
+      .Number("mended", promise.mended)
+      .Number("toLost", promise.toLost)
+      .Number("lost", promise.lost())
+      .Json("losses", JsonTexts(promise.losses))
+      .Done();
+}
+
+std::string ToJson(const std::vector<Action>& actions) {
+  JsonArray json;
+  for (const Action& action : actions) {
+    json.Add(JsonObject().Text("text", ToText(action)).Number("writes", action.writes.size()).Done());
   }
-  return json + "]}\n";
+  return json.Done();
 }
 
 }  // namespace orba::inspect

@@ -25,7 +25,7 @@ LINK = re.compile(r"(?<!\\)!?\[[^\]]*\]\(<?([^)>\s]+)>?(?:\s+\"[^\"]*\")?\)")
 HEADING = re.compile(r"#+\s+(.*)")
 FOREIGN = [
     (re.compile(r"(?<![\w.$}])/(?:home|root|work|Users)/"), "a path of somebody's machine"),
-    (re.compile(r"https?://(?!www\.w3\.org/)"), "an address of a host"),
+    (re.compile(r"https?://(?!www\.w3\.org/|json-schema\.org/)"), "an address of a host"),
     (re.compile(r"[A-Za-z] #\d+\b|\b(?:Part|Chapter|Section) \d+\.\d+\b"), "a number that nothing here explains"),
 ]
 

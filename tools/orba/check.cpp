@@ -12,9 +12,9 @@
 #include "tools/orba/commands.h"
 #include "tools/orba/fsck.h"
 #include "tools/orba/interrupt.h"
+#include "tools/orba/json.h"
 #include "tools/orba/raw_container.h"
 #include "tools/orba/terminal.h"
-#include "tools/orba/utf8.h"
 
 namespace orba::tool {
 
@@ -45,23 +45,6 @@ Failure Unreadable(const std::string& path, const inspect::Report& report) {
                  ORB_ERROR_DAMAGED_VOLUME);
 }
 
-// What an object begins with.
-std::string JsonStart(const std::string& path, const Failure* failure) {
-  std::string json = "{\"container\":" + JsonString(path);
-  if (failure == nullptr) return json;
-  const std::string message = failure->what();
-  return json + ",\"error\":" + JsonString(message.substr(0, message.find('\n')));  // without the advice
-}
-
-RawContainer Open(const CheckOptions& options, const std::string& path) {
-  try {
-    return RawContainer(path);
-  } catch (const Failure& failure) {
-    if (options.json && !options.quiet) Print(JsonStart(path, &failure) + "}\n");
-    throw;
-  }
-}
-
 // What carrying out the plan of a repair would come to.
 std::string Prospect(const inspect::Promise& promise) {
   std::string text;
@@ -90,26 +73,41 @@ void PrintReport(const CheckOptions& options, const RawContainer& container, con
   Print("repair it with: orba repair " + ShellWord(path) + "\n");
 }
 
+inspect::Report CheckThrough(const CheckOptions& options, const RawContainer& container) {
+  return Watched("check", options.quiet, [&] { return inspect::Check(container.image()); });
+}
+
+int StatusOf(const inspect::Report& report) { return IsSound(report) ? kSuccess : kDamageLeft; }
+
 int CheckOne(const CheckOptions& options, const std::string& path) {
   CheckInterrupt();
-  const RawContainer container = Open(options, path);
-  const inspect::Report report = Watched("check", options.quiet, [&] { return inspect::Check(container.image()); });
-  std::optional<Failure> unreadable;
-  if (!report.readable) unreadable = Unreadable(path, report);
-  if (options.json && !options.quiet) {
-    const Failure* const failure = unreadable.has_value() ? &*unreadable : nullptr;
-    Print(JsonStart(path, failure) + "," + ToJson(report).substr(1));
-  } else if (!options.quiet) {
-    PrintReport(options, container, report);
-  }
-  if (unreadable.has_value()) throw Failure(*unreadable);
-  return IsSound(report) ? kSuccess : kDamageLeft;
+  const RawContainer container(path);
+  const inspect::Report report = CheckThrough(options, container);
+  if (!options.quiet) PrintReport(options, container, report);
+  if (!report.readable) throw Unreadable(path, report);
+  return StatusOf(report);
+}
+
+int CheckAsJson(const CheckOptions& options, const std::string& path) {
+  CheckInterrupt();
+  int status = kSuccess;
+  PrintObject("container", path, [&](JsonObject* json) {
+    const RawContainer container(path);
+    const inspect::Report report = CheckThrough(options, container);
+    AddReport(report, json);
+    if (!report.readable) throw Unreadable(path, report);
+    status = StatusOf(report);
+  });
+  return status;
 }
 
 int RunCheck(const CheckOptions& options) {
   int status = kSuccess;
   for (const std::string& operand : options.operands) {
-    status |= AsFsck([&] { return CheckOne(options, ParseContainer(operand)); });
+    status |= AsFsck([&] {
+      const std::string path = ParseContainer(operand);
+      return options.json && !options.quiet ? CheckAsJson(options, path) : CheckOne(options, path);
+    });
     if (IsOutputLost()) break;
   }
   return status;

@@ -5,12 +5,14 @@
 #include <optional>
 
 #include "inspect/check/check.h"
+#include "inspect/view/report.h"
 #include "orba.h"
 #include "tools/orba/command.h"
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"
 #include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
+#include "tools/orba/json.h"
 #include "tools/orba/raw_container.h"
 #include "tools/orba/session.h"
 #include "tools/orba/terminal.h"
@@ -122,14 +124,22 @@ inspect::Report Inspect(const RawContainer& container) {
   return report;
 }
 
+// The blocks in use.
+struct BlocksUsed {
+  explicit BlocksUsed(const inspect::Report& report)
+      : files(CountUse(report, inspect::BlockUse::kFile)),
+        directories(CountUse(report, inspect::BlockUse::kDirectory)),
+        nodes(CountUse(report, inspect::BlockUse::kNodeBlock)),
+        maps(CountUse(report, inspect::BlockUse::kMap)) {}
+
+  std::uint64_t files, directories, nodes, maps;
+};
+
 void PrintInfo(const RawContainer& container, const inspect::Report& report) {
   const inspect::Geometry& geometry = report.model.geometry;
   const inspect::Totals& totals = report.totals;
   const std::uint64_t blockSize = geometry.blockSize;
-  const std::uint64_t nodes = CountUse(report, inspect::BlockUse::kNodeBlock);
-  const std::uint64_t maps = CountUse(report, inspect::BlockUse::kMap);
-  const std::uint64_t files = CountUse(report, inspect::BlockUse::kFile);
-  const std::uint64_t directories = CountUse(report, inspect::BlockUse::kDirectory);
+  const BlocksUsed used(report);
   const auto line = [](const char* name, const std::string& value) { Print(PadRight(name, 18) + value + "\n"); };
   line("container", ShellWord(container.path()));
   line("size", Bytes(container.image().Size()));
@@ -139,9 +149,10 @@ void PrintInfo(const RawContainer& container, const inspect::Report& report) {
   line("files", std::to_string(totals.files) + " with " + Bytes(totals.fileBytes));
   line("directories", std::to_string(totals.directories) + ", the root included");
   line("blocks", std::to_string(geometry.blocks));
-  line("  in use", std::to_string(nodes + maps + files + directories) + ": " + std::to_string(files) + " for files, " +
-                       std::to_string(directories) + " for directories, " + std::to_string(nodes) + " for nodes, " +
-                       std::to_string(maps) + " for block maps");
+  line("  in use", std::to_string(used.files + used.directories + used.nodes + used.maps) + ": " +
+                       std::to_string(used.files) + " for files, " + std::to_string(used.directories) +
+                       " for directories, " + std::to_string(used.nodes) + " for nodes, " + std::to_string(used.maps) +
+                       " for block maps");
   line("  free", std::to_string(totals.freeBlocks) + " (" + HumanSize(totals.freeBlocks * blockSize) + ")");
   line("  leaked", std::to_string(totals.leakedBlocks));
   line("appendable blocks",
@@ -150,10 +161,46 @@ void PrintInfo(const RawContainer& container, const inspect::Report& report) {
   line("state", StateText(report));
 }
 
-int RunInfo(const std::vector<std::string>& operands) {
+void AddInfo(const RawContainer& container, const inspect::Report& report, JsonObject* json) {
+  const inspect::Geometry& geometry = report.model.geometry;
+  const inspect::Totals& totals = report.totals;
+  const BlocksUsed used(report);
+  json->Number("size", container.image().Size())
+      .Number("blockSize", geometry.blockSize)
+      .Number("bitmapBytes", geometry.bitmapSize)
+      .Number("nodes", geometry.nodeLimit())
+      .Number("freeNodes", totals.freeNodes)
+      .Number("files", totals.files)
+      .Number("fileBytes", totals.fileBytes)
+      .Number("directories", totals.directories)
+      .Number("blocks", geometry.blocks)
+      .Number("fileBlocks", used.files)
+      .Number("directoryBlocks", used.directories)
+      .Number("nodeBlocks", used.nodes)
+      .Number("mapBlocks", used.maps)
+      .Number("freeBlocks", totals.freeBlocks)
+      .Number("leakedBlocks", totals.leakedBlocks)
+      .Number("appendableBlocks", totals.appendableBlocks)
+      .Text("verdict", Verdict(report))
+      .Flag("marked", report.marked);
+}
+
+struct InfoOptions {
+  std::vector<std::string> operands;
+  bool json = false;
+};
+
+int RunInfo(const InfoOptions& options) {
   bool first = true;
-  return ForEach(operands, [&](const std::string& operand) {
-    const RawContainer container(ParseContainer(operand));
+  return ForEach(options.operands, [&](const std::string& operand) {
+    const std::string path = ParseContainer(operand);
+    if (options.json) {
+      return PrintObject("container", path, [&path](JsonObject* json) {
+        const RawContainer container(path);
+        AddInfo(container, Inspect(container), json);
+      });
+    }
+    const RawContainer container(path);
     const inspect::Report report = Inspect(container);
     if (!first) Print("\n");
     first = false;
@@ -162,9 +209,10 @@ int RunInfo(const std::vector<std::string>& operands) {
 }
 
 Run DefineInfo(Syntax* syntax) {
-  auto operands = std::make_shared<std::vector<std::string>>();
-  syntax->Many("CONTAINER", operands.get());
-  return [operands] { return RunInfo(*operands); };
+  auto options = std::make_shared<InfoOptions>();
+  syntax->Flag("--json", &options->json, "a JSON object for each container, on a line of its own");
+  syntax->Many("CONTAINER", &options->operands);
+  return [options] { return RunInfo(*options); };
 }
 
 // ---- df -------------------------------------------------------------------------------------------------------------
@@ -172,6 +220,7 @@ Run DefineInfo(Syntax* syntax) {
 struct FreeOptions {
   std::vector<std::string> operands;
   bool human = false;
+  bool json = false;
 };
 
 // How far the container can grow: up to the largest size, and up to what its disk has left.
@@ -180,28 +229,56 @@ std::uint64_t Growth(const std::string& path, const inspect::Report& report) {
   return std::min(growth, host::FreeSpace(path));
 }
 
+// In bytes.
+struct Room {
+  Room(const RawContainer& container, const inspect::Report& report)
+      : size(container.image().Size()),
+        free(std::min(std::uint64_t{report.totals.freeBlocks} * report.model.geometry.blockSize, size)),
+        growth(Growth(container.path(), report)) {}
+
+  std::uint64_t used() const { return size - free; }
+
+  std::uint64_t size, free, growth;
+};
+
 using FreeRow = std::array<std::string, 8>;
 
 FreeRow MakeFreeRow(const FreeOptions& options, const std::string& operand) {
   const RawContainer container(ParseContainer(operand));
   const inspect::Report report = Inspect(container);
-  const std::uint64_t free = std::uint64_t{report.totals.freeBlocks} * report.model.geometry.blockSize;
-  const std::uint64_t size = container.image().Size();
+  const Room room(container, report);
   const auto text = [&](std::uint64_t bytes) {
     return options.human ? HumanSize(bytes) : std::to_string((bytes + 1023) / 1024);
   };
-  const std::uint32_t nodes = report.model.geometry.nodeLimit();
   return {ShellWord(container.path()),
-          text(size),
-          text(size - std::min(free, size)),
-          text(free),
-          text(Growth(container.path(), report)),
-          std::to_string(nodes),
+          text(room.size),
+          text(room.used()),
+          text(room.free),
+          text(room.growth),
+          std::to_string(report.model.geometry.nodeLimit()),
           std::to_string(report.totals.freeNodes),
           StateText(report)};
 }
 
+void PrintFreeJson(const std::string& operand) {
+  const std::string path = ParseContainer(operand);
+  PrintObject("container", path, [&path](JsonObject* json) {
+    const RawContainer container(path);
+    const inspect::Report report = Inspect(container);
+    const Room room(container, report);
+    json->Number("size", room.size)
+        .Number("used", room.used())
+        .Number("free", room.free)
+        .Number("growth", room.growth)
+        .Number("nodes", report.model.geometry.nodeLimit())
+        .Number("freeNodes", report.totals.freeNodes)
+        .Text("verdict", Verdict(report))
+        .Flag("marked", report.marked);
+  });
+}
+
 int RunFree(const FreeOptions& options) {
+  if (options.json) return ForEach(options.operands, PrintFreeJson);
   const char* const unit = options.human ? "" : " K";
   std::vector<FreeRow> rows = {{"Container", std::string("Size") + unit, std::string("Used") + unit,
                                 std::string("Free") + unit, std::string("Growth") + unit, "Nodes", "Left", "State"}};
@@ -223,6 +300,7 @@ int RunFree(const FreeOptions& options) {
 Run DefineFree(Syntax* syntax) {
   auto options = std::make_shared<FreeOptions>();
   syntax->Flag("-h,--human", &options->human, "sizes such as 1.5K");
+  syntax->Flag("--json", &options->json, "a JSON object for each container, on a line of its own");
   syntax->Many("CONTAINER", &options->operands);
   return [options] { return RunFree(*options); };
 }

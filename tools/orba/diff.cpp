@@ -15,6 +15,7 @@
 #include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
 #include "tools/orba/interrupt.h"
+#include "tools/orba/json.h"
 #include "tools/orba/look.h"
 #include "tools/orba/terminal.h"
 #include "tools/orba/time_text.h"
@@ -28,6 +29,7 @@ struct DiffOptions {
   bool stat = false;
   bool time = false;
   bool quiet = false;
+  bool json = false;
 };
 
 // ---- The two sides --------------------------------------------------------------------------------------------------
@@ -56,6 +58,7 @@ class Side {
   virtual Pull Open(const Entry& file) = 0;
   // Ends the run: whether something could not be read that was reported without a Failure.
   virtual bool Finish() = 0;
+  virtual std::vector<std::string> Problems() = 0;  // what that was
 };
 
 class ContainerSide : public Side {
@@ -84,6 +87,7 @@ class ContainerSide : public Side {
   }
 
   bool Finish() override { return look_.Finish(kSuccess) != kSuccess; }
+  std::vector<std::string> Problems() override { return look_.TakeProblems(); }
 
  private:
   static Entry EntryOf(const Match& match) {
@@ -131,7 +135,8 @@ class HostSide : public Side {
     };
   }
 
-  bool Finish() override { return told_; }
+  bool Finish() override { return !problems_.empty(); }
+  std::vector<std::string> Problems() override { return problems_; }
 
  private:
   static constexpr std::size_t kPiece = 64 * 1024;
@@ -157,11 +162,11 @@ class HostSide : public Side {
 
   void Tell(const Failure& failure) {
     Report(failure);
-    told_ = true;
+    problems_.push_back(ReasonOf(failure));
   }
 
   std::string path_;
-  bool told_ = false;
+  std::vector<std::string> problems_;
 };
 
 // ---- The comparison -------------------------------------------------------------------------------------------------
@@ -179,6 +184,18 @@ struct Tally {
     return inspect::Counted(files, "file") + " with " + inspect::Counted(bytes, "byte") + ", " +
            inspect::Counted(directories, "directory", "directories");
   }
+  std::string Json() const {
+    return JsonObject().Number("files", files).Number("bytes", bytes).Number("directories", directories).Done();
+  }
+};
+
+// How two files differ; of those of the same size, from which byte on.
+struct Changes {
+  bool size = false;
+  std::optional<std::uint64_t> firstByte;
+  bool time = false;
+
+  bool Any() const { return size || firstByte.has_value() || time; }
 };
 
 class Comparison {
@@ -199,12 +216,26 @@ class Comparison {
     } else {
       CompareFiles(before, after, options_.operands[1]);
     }
-    if (options_.stat && !options_.quiet) PrintTallies();
+    if (options_.stat && !options_.quiet && !options_.json) PrintTallies();
     // Both say what they have to say.
     trouble_ = before_->Finish() || trouble_;
     trouble_ = after_->Finish() || trouble_;
     if (trouble_) return kTrouble;
     return removed_.Any() || added_.Any() || changed_.Any() ? kDifferent : kSuccess;
+  }
+
+  // What Run has found, and what it could not read.
+  void AddTo(JsonObject* json) const {
+    if (!options_.stat) json->Json("differences", differences_.Done());
+    json->Json("added", added_.Json())
+        .Json("removed", removed_.Json())
+        .Json("changed", changed_.Json())
+        .Json("same", same_.Json());
+    std::vector<std::string> problems = problems_;
+    for (Side* const side : {before_, after_}) {
+      for (std::string& problem : side->Problems()) problems.push_back(std::move(problem));
+    }
+    json->Json("problems", HostTexts(problems));
   }
 
  private:
@@ -265,24 +296,50 @@ class Comparison {
   void TellOnly(Side* side, const Entry& entry, const std::string& path, char sign, Counted* tally) {
     CheckInterrupt();
     tally->Add(entry);
-    PrintLine(sign, path + (entry.isDirectory ? "/" : ""));
+    if (options_.json) {
+      const bool added = sign == '+';
+      JsonObject difference = DifferenceJson(added ? "added" : "removed", path, entry.isDirectory);
+      AddSide(added ? "after" : "before", entry, &difference);
+      differences_.Add(difference.Done());
+    } else {
+      PrintLine(sign, path + (entry.isDirectory ? "/" : ""));
+    }
     if (!entry.isDirectory) return;
     for (const auto& [key, below] : Listed(side, entry)) TellOnly(side, below, path + "/" + below.name, sign, tally);
   }
 
   void CompareFiles(const Entry& before, const Entry& after, const std::string& path) {
-    std::string changes;
-    if (before.size != after.size) {
-      changes = "  size " + std::to_string(before.size) + " -> " + std::to_string(after.size);
-    } else {
-      const std::optional<std::uint64_t> differs = FirstDifference(before, after);
-      if (differs.has_value()) changes = "  contents from byte " + std::to_string(*differs) + " on";
+    Changes changes;
+    changes.size = before.size != after.size;
+    if (!changes.size) changes.firstByte = FirstDifference(before, after);
+    changes.time = options_.time && before.time != after.time;
+    (changes.Any() ? changed_ : same_).Add(after);
+    if (!changes.Any()) return;
+    if (options_.json) {
+      JsonObject difference = DifferenceJson("changed", path, false);
+      AddSide("before", before, &difference);
+      AddSide("after", after, &difference);
+      if (changes.firstByte.has_value()) difference.Number("firstByte", *changes.firstByte);
+      differences_.Add(difference.Done());
+      return;
     }
-    if (options_.time && before.time != after.time) {
-      changes += "  time " + TimeText(before.time) + " -> " + TimeText(after.time);
-    }
-    (changes.empty() ? same_ : changed_).Add(after);
-    if (!changes.empty()) PrintLine('!', path, changes);
+    std::string text;
+    if (changes.size) text = "  size " + std::to_string(before.size) + " -> " + std::to_string(after.size);
+    if (changes.firstByte.has_value()) text = "  contents from byte " + std::to_string(*changes.firstByte) + " on";
+    if (changes.time) text += "  time " + TimeText(before.time) + " -> " + TimeText(after.time);
+    PrintLine('!', path, text);
+  }
+
+  static JsonObject DifferenceJson(const char* change, const std::string& path, bool isDirectory) {
+    JsonObject json;
+    json.Text("change", change).Json("path", HostText(path)).Text("kind", isDirectory ? "directory" : "file");
+    return json;
+  }
+
+  static void AddSide(const char* name, const Entry& entry, JsonObject* difference) {
+    JsonObject json;
+    if (!entry.isDirectory) json.Number("size", entry.size);
+    difference->Json(name, json.Json("modified", TimeJson(entry.time)).Done());
   }
 
   // Of files of the same size: the first byte that differs. What cannot be read is reported.
@@ -328,6 +385,7 @@ class Comparison {
 
   void TellTrouble(const Failure& failure) {
     Report(failure);
+    problems_.push_back(ReasonOf(failure));
     trouble_ = true;
   }
 
@@ -338,6 +396,8 @@ class Comparison {
   Counted removed_;
   Counted changed_;
   Counted same_;
+  JsonArray differences_;
+  std::vector<std::string> problems_;
   bool trouble_ = false;
 };
 
@@ -355,12 +415,27 @@ std::unique_ptr<Side> OpenSide(const std::string& operand, const std::string& ot
   return std::make_unique<ContainerSide>(operand);
 }
 
+int Compare(const DiffOptions& options, JsonObject* json) {
+  const std::unique_ptr<Side> before = OpenSide(options.operands[0], options.operands[1]);
+  const std::unique_ptr<Side> after = OpenSide(options.operands[1], options.operands[0]);
+  Comparison comparison(options, before.get(), after.get());
+  const int status = comparison.Run();
+  if (json != nullptr) comparison.AddTo(json);
+  return status;
+}
+
 int RunDiff(const DiffOptions& options) {
   SetStatusWithoutMemory(kTrouble);
   try {
-    const std::unique_ptr<Side> before = OpenSide(options.operands[0], options.operands[1]);
-    const std::unique_ptr<Side> after = OpenSide(options.operands[1], options.operands[0]);
-    const int status = Comparison(options, before.get(), after.get()).Run();
+    int status = kSuccess;
+    if (options.json && !options.quiet) {
+      PrintObject("before", options.operands[0], [&](JsonObject* json) {
+        json->Json("after", HostText(options.operands[1]));
+        status = Compare(options, json);
+      });
+    } else {
+      status = Compare(options, nullptr);
+    }
     FlushOutput();
     return status;
   } catch (const UsageFailure&) {
@@ -377,7 +452,8 @@ Run DefineDiff(Syntax* syntax) {
   auto options = std::make_shared<DiffOptions>();
   syntax->Flag("--stat", &options->stat, "counts and sizes alone");
   syntax->Flag("-t,--time", &options->time, "a file that differs in its time alone differs too");
-  syntax->Flag("-q,--quiet", &options->quiet, "the exit status alone");
+  syntax->Flag("-q,--quiet", &options->quiet, "the exit status alone, also with --json");
+  syntax->Flag("--json", &options->json, "one JSON object; with --stat without the single differences");
   syntax->Exclude("--stat", "--quiet");
   syntax->Many("CONTAINER[:/PATH] or FOLDER", &options->operands, 2, 2);
   return [options] { return RunDiff(*options); };

@@ -225,10 +225,12 @@ Failure HostFailure(const std::string& what, int error, const std::string& advic
   return failure;
 }
 
+std::string CodeName(std::uint32_t code) { return Row(code).name; }
+
 std::string CodeText(std::uint32_t code) {
   char number[16];
   std::snprintf(number, sizeof number, "0x%08X", static_cast<unsigned>(code));
-  return std::string(Row(code).name) + ", " + number;
+  return CodeName(code) + ", " + number;
 }
 
 std::string Visible(const std::string& text) { return Escaped(text, ""); }

@@ -59,6 +59,9 @@ Failure LibraryFailure(const std::string& what, const std::string& container, st
 Failure HostFailure(const std::string& what, int error);
 Failure HostFailure(const std::string& what, int error, const std::string& advice);
 
+// "ORB_ERROR_NOT_CLEAN"
+std::string CodeName(std::uint32_t code);
+
 // "ORB_ERROR_NOT_CLEAN, 0x3000000C"
 std::string CodeText(std::uint32_t code);
 

@@ -6,6 +6,7 @@
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"
 #include "tools/orba/host/host.h"
+#include "tools/orba/json.h"
 #include "tools/orba/look.h"
 #include "tools/orba/terminal.h"
 #include "tools/orba/time_text.h"
@@ -22,6 +23,7 @@ struct FindOptions {
   std::string size;
   std::string newer;
   bool print0 = false;
+  bool json = false;
 };
 
 // What the options ask for; all of it must be so.
@@ -77,31 +79,41 @@ Wanted WhatIsWanted(const FindOptions& options, Look* look) {
 
 class Finder {
  public:
-  Finder(const FindOptions& options, const Wanted& wanted, Look* look)
-      : options_(options), wanted_(wanted), walker_(look) {}
+  Finder(const Wanted& wanted, Look* look) : wanted_(wanted), walker_(look) {}
 
-  void Find(const Match& match) {
-    if (wanted_.Fits(match.item)) PrintPlace(match.address);
+  // Calls `tell` with each place that fits.
+  template <typename Tell>
+  void Find(const Match& match, const Tell& tell) {
+    if (wanted_.Fits(match.item)) tell(match);
     if (!match.item.IsDirectory()) return;
-    for (const Item& item : walker_.List(match)) Find({match.address.Child(item.name), item});
+    for (const Item& item : walker_.List(match)) Find({match.address.Child(item.name), item}, tell);
   }
 
  private:
-  void PrintPlace(const Address& address) const {
-    if (options_.print0) return Print(address.container + ":" + address.Path() + std::string(1, '\0'));
-    Print(address.Text() + "\n");
-  }
-
-  const FindOptions& options_;
   const Wanted& wanted_;
   LookWalker walker_;
 };
 
+void PrintPlace(const FindOptions& options, const Address& address) {
+  if (options.print0) return Print(address.container + ":" + address.Path() + std::string(1, '\0'));
+  Print(address.Text() + "\n");
+}
+
 int RunFind(const FindOptions& options) {
   Look look;
   const Wanted wanted = WhatIsWanted(options, &look);
+  const auto find = [&](const Address& pattern, const auto& tell) {
+    for (const Match& match : Expand(&look, pattern, "find")) Finder(wanted, &look).Find(match, tell);
+  };
   return look.Finish(ForEach(options.operands, [&](const std::string& operand) {
-    for (const Match& match : Expand(&look, ParseAddress(operand), "find")) Finder(options, wanted, &look).Find(match);
+    if (!options.json) {
+      return find(ParseAddress(operand), [&](const Match& match) { PrintPlace(options, match.address); });
+    }
+    PrintLook(&look, operand, [&](const Address& pattern, JsonObject* json) {
+      JsonArray entries;
+      find(pattern, [&](const Match& match) { entries.Add(PlaceJson(match).Done()); });
+      json->Json("entries", entries.Done());
+    });
   }));
 }
 
@@ -114,6 +126,8 @@ Run DefineFind(Syntax* syntax) {
   syntax->Text("--newer", "WHEN", &options->newer,
                "changed after a date (UTC), or after a file of the host or of a container was");
   syntax->Flag("-0,--print0", &options->print0, "end each place with a NUL byte, nothing quoted: for xargs -0");
+  syntax->Flag("--json", &options->json, "a JSON object for each operand, on a line of its own");
+  syntax->Exclude("--print0", "--json");
   syntax->Many("CONTAINER[:/PATH]", &options->operands);
   return [options] { return RunFind(*options); };
 }

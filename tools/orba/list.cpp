@@ -10,6 +10,7 @@
 #include "tools/orba/commands.h"
 #include "tools/orba/each.h"
 #include "tools/orba/host/host.h"
+#include "tools/orba/json.h"
 #include "tools/orba/look.h"
 #include "tools/orba/terminal.h"
 #include "tools/orba/time_text.h"
@@ -36,20 +37,27 @@ struct ListOptions {
   bool bySize = false;
   bool reverse = false;
   bool all = false;
+  bool json = false;
 };
 
 bool IsNewer(const OrbTime& a, const OrbTime& b) {
   return SecondsOf(a).value_or(INT64_MIN) > SecondsOf(b).value_or(INT64_MIN);
 }
 
+const Item& ItemOf(const Item& item) { return item; }
+const Item& ItemOf(const Match& match) { return match.item; }
+
 // They come sorted by name.
-void Sort(const ListOptions& options, std::vector<Item>* items) {
-  const auto comesFirst = [&options](const Item& a, const Item& b) {
+template <typename One>
+void Sort(const ListOptions& options, std::vector<One>* all) {
+  const auto comesFirst = [&options](const One& one, const One& other) {
+    const Item& a = ItemOf(one);
+    const Item& b = ItemOf(other);
     if (options.byTime && (IsNewer(a.time, b.time) || IsNewer(b.time, a.time))) return IsNewer(a.time, b.time);
     return options.bySize && a.size > b.size;
   };
-  std::stable_sort(items->begin(), items->end(), comesFirst);
-  if (options.reverse) std::reverse(items->begin(), items->end());
+  std::stable_sort(all->begin(), all->end(), comesFirst);
+  if (options.reverse) std::reverse(all->begin(), all->end());
 }
 
 std::string AttributeText(const Item& item) {
@@ -66,26 +74,56 @@ class Lister {
   Lister(const ListOptions& options, Look* look) : options_(options), look_(look) {}
 
   void ListOperand(const std::string& operand) {
-    const Address pattern = ParseAddress(operand);
-    std::vector<Match> matches = Expand(look_, pattern, "list");
-    const bool several = matches.size() > 1 || options_.operands.size() > 1 || options_.recursive;
-    const auto firstDirectory = std::stable_partition(
-        matches.begin(), matches.end(), [this](const Match& m) { return options_.itself || !m.item.IsDirectory(); });
+    std::vector<Match> directories;
+    const std::vector<Match> found = Find(ParseAddress(operand), &directories);
+    const bool several = found.size() + directories.size() > 1 || options_.operands.size() > 1 || options_.recursive;
     std::vector<Item> files;
-    for (auto match = matches.begin(); match != firstDirectory; ++match) {
-      files.push_back(match->item);
-      const bool whole = several || match->address.IsRoot();
-      files.back().name = whole ? match->address.Text() : inspect::Printable(match->item.name);
+    for (const Match& match : found) {
+      files.push_back(match.item);
+      const bool whole = several || match.address.IsRoot();
+      files.back().name = whole ? match.address.Text() : inspect::Printable(match.item.name);
     }
-    Sort(options_, &files);
     if (!files.empty()) PrintItems(files);
-    for (auto match = firstDirectory; match != matches.end(); ++match) {
+    for (const Match& directory : directories) {
       LookWalker walker(look_);
-      ListDirectory(&walker, *match, several);
+      ListDirectory(&walker, directory, several);
     }
   }
 
+  // The same places, in the same order, as a list.
+  std::string ListJson(const Address& pattern) {
+    std::vector<Match> directories;
+    JsonArray entries;
+    for (const Match& match : Find(pattern, &directories)) entries.Add(PlaceJson(match).Done());
+    for (const Match& directory : directories) {
+      LookWalker walker(look_);
+      AddEntries(&walker, directory, &entries);
+    }
+    return entries.Done();
+  }
+
  private:
+  // What the pattern stands for and is to be listed itself, sorted; the directories whose contents are to be listed.
+  std::vector<Match> Find(const Address& pattern, std::vector<Match>* directories) {
+    std::vector<Match> files;
+    for (Match& match : Expand(look_, pattern, "list")) {
+      const bool itself = options_.itself || !match.item.IsDirectory();
+      (itself ? files : *directories).push_back(std::move(match));
+    }
+    Sort(options_, &files);
+    return files;
+  }
+
+  void AddEntries(LookWalker* walker, const Match& directory, JsonArray* entries) {
+    std::vector<Item> items = walker->List(directory);
+    Sort(options_, &items);
+    for (const Item& item : items) entries->Add(PlaceJson({directory.address.Child(item.name), item}).Done());
+    if (!options_.recursive) return;
+    for (const Item& item : items) {
+      if (item.IsDirectory()) AddEntries(walker, {directory.address.Child(item.name), item}, entries);
+    }
+  }
+
   void ListDirectory(LookWalker* walker, const Match& directory, bool headed) {
     std::vector<Item> items = walker->List(directory);
     Sort(options_, &items);
@@ -158,7 +196,11 @@ class Lister {
 int RunList(const ListOptions& options) {
   Look look;
   Lister lister(options, &look);
-  return look.Finish(ForEach(options.operands, [&](const std::string& operand) { lister.ListOperand(operand); }));
+  return look.Finish(ForEach(options.operands, [&](const std::string& operand) {
+    if (!options.json) return lister.ListOperand(operand);
+    PrintLook(&look, operand,
+              [&lister](const Address& pattern, JsonObject* json) { json->Json("entries", lister.ListJson(pattern)); });
+  }));
 }
 
 Run DefineList(Syntax* syntax) {
@@ -172,6 +214,8 @@ Run DefineList(Syntax* syntax) {
   syntax->Flag("-S", &options->bySize, "the largest first");
   syntax->Flag("-r,--reverse", &options->reverse, "the other way round");
   syntax->Flag("-a,--all", &options->all, "\".\" and \"..\" too; no other name is hidden");
+  syntax->Flag("--json", &options->json, "a JSON object for each operand, on a line of its own");
+  syntax->Exclude("--all", "--json");
   syntax->Many("CONTAINER[:/PATH]", &options->operands);
   return [options] { return RunList(*options); };
 }
@@ -238,32 +282,39 @@ struct UsageOptions {
   bool summary = false;
   bool bytes = false;
   bool human = false;
+  bool json = false;
+};
+
+// Of everything below a place: the sizes of files, and the blocks that they and directories take, in bytes.
+struct Usage {
+  std::uint64_t size = 0;
+  std::uint64_t space = 0;
 };
 
 class UsageCounter {
  public:
   UsageCounter(const UsageOptions& options, Look* look) : options_(options), look_(look), walker_(look) {}
 
-  std::uint64_t Count(const Match& match, bool top) {
-    std::uint64_t used = Own(match);
+  // Calls `tell` with each place that is to be shown and what it takes.
+  template <typename Tell>
+  Usage Count(const Match& match, bool top, const Tell& tell) {
+    Usage used = Own(match);
     if (match.item.IsDirectory()) {
-      for (const Item& item : walker_.List(match)) used += Count({match.address.Child(item.name), item}, false);
+      for (const Item& item : walker_.List(match)) {
+        const Usage below = Count({match.address.Child(item.name), item}, false, tell);
+        used.size += below.size;
+        used.space += below.space;
+      }
     }
     const bool shown = top || (!options_.summary && (match.item.IsDirectory() || options_.all));
-    if (shown) Print(Text(used) + "\t" + match.address.Text() + "\n");
+    if (shown) tell(match, used);
     return used;
   }
 
  private:
-  std::uint64_t Own(const Match& match) {
+  Usage Own(const Match& match) {
     const std::uint64_t blockSize = look_->BlockSize(match.address);
-    if (options_.bytes) return match.item.IsDirectory() ? 0 : match.item.size;
-    return BlocksTaken(match.item.size, blockSize) * blockSize;
-  }
-
-  std::string Text(std::uint64_t used) const {
-    if (options_.human) return HumanSize(used);
-    return std::to_string(options_.bytes ? used : (used + 1023) / 1024);
+    return {match.item.IsDirectory() ? 0 : match.item.size, BlocksTaken(match.item.size, blockSize) * blockSize};
   }
 
   const UsageOptions& options_;
@@ -271,12 +322,37 @@ class UsageCounter {
   LookWalker walker_;
 };
 
+std::string UsageText(const UsageOptions& options, const Usage& used) {
+  const std::uint64_t bytes = options.bytes ? used.size : used.space;
+  if (options.human) return HumanSize(bytes);
+  return std::to_string(options.bytes ? bytes : (bytes + 1023) / 1024);
+}
+
+std::string UsageJson(const Match& match, const Usage& used) {
+  return JsonObject()
+      .Text("path", inspect::Printable(match.address.Path()))
+      .Text("kind", match.item.IsDirectory() ? "directory" : "file")
+      .Number("size", used.size)
+      .Number("space", used.space)
+      .Done();
+}
+
 int RunUsage(const UsageOptions& options) {
   Look look;
+  const auto count = [&](const Address& pattern, const auto& tell) {
+    for (const Match& match : Expand(&look, pattern, "measure")) UsageCounter(options, &look).Count(match, true, tell);
+  };
   return look.Finish(ForEach(options.operands, [&](const std::string& operand) {
-    for (const Match& match : Expand(&look, ParseAddress(operand), "measure")) {
-      UsageCounter(options, &look).Count(match, true);
+    if (!options.json) {
+      return count(ParseAddress(operand), [&](const Match& match, const Usage& used) {
+        Print(UsageText(options, used) + "\t" + match.address.Text() + "\n");
+      });
     }
+    PrintLook(&look, operand, [&](const Address& pattern, JsonObject* json) {
+      JsonArray entries;
+      count(pattern, [&](const Match& match, const Usage& used) { entries.Add(UsageJson(match, used)); });
+      json->Json("entries", entries.Done());
+    });
   }));
 }
 
@@ -286,6 +362,7 @@ Run DefineUsage(Syntax* syntax) {
   syntax->Flag("-s,--summarize", &options->summary, "the operands alone");
   syntax->Flag("-b,--bytes", &options->bytes, "the files' sizes in bytes instead of the space they take");
   syntax->Flag("-h,--human", &options->human, "sizes such as 1.5K");
+  syntax->Flag("--json", &options->json, "a JSON object for each operand, on a line of its own");
   syntax->Many("CONTAINER[:/PATH]", &options->operands);
   return [options] { return RunUsage(*options); };
 }

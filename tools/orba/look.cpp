@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "inspect/container/names.h"
 #include "tools/orba/interrupt.h"
@@ -16,6 +17,7 @@ using inspect::Problem;
 using inspect::Trouble;
 
 constexpr std::size_t kMostTold = 20;
+constexpr std::size_t kMostKept = 1000;
 
 OrbTime TimeOf(const TimeStamp& stamp) {
   OrbTime time = {};
@@ -92,8 +94,12 @@ void Look::Tell(const Address& address, const std::string& what, const std::stri
 }
 
 void Look::TellLeftOut(const std::string& what, const std::string& why) {
-  if (++told_ <= kMostTold) Report(Failure(what, why, ""));
+  const Failure failure(what, why, "");
+  if (++told_ <= kMostTold) Report(failure);
+  if (problems_.size() < kMostKept) problems_.emplace_back(failure.what());
 }
+
+std::vector<std::string> Look::TakeProblems() { return std::exchange(problems_, {}); }
 
 int Look::Finish(int status) {
   if (told_ > kMostTold) Report("and " + std::to_string(told_ - kMostTold) + " more of the kind");

@@ -49,6 +49,9 @@ class Look : public Places {
   // Reports, in the same way, what was left out though nothing is wrong with it.
   void TellLeftOut(const std::string& what, const std::string& why);
 
+  // What was told since the last call, in a line each: the first thousand of them.
+  std::vector<std::string> TakeProblems();
+
   // Ends the run: says what to do about what was told. kFailed when something was, else `status`.
   int Finish(int status);
 
@@ -67,6 +70,7 @@ class Look : public Places {
   std::map<host::FileId, std::unique_ptr<Container>> containers_;
   std::map<host::FileId, inspect::Budget> budgets_;
   std::set<std::string> damaged_;  // containers of which something was told
+  std::vector<std::string> problems_;
   std::size_t told_ = 0;
 };
 

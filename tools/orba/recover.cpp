@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "inspect/check/check.h"
+#include "inspect/view/report.h"
 #include "orba.h"
 #include "tools/orba/address.h"
 #include "tools/orba/command.h"
@@ -16,6 +17,7 @@
 #include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
 #include "tools/orba/interrupt.h"
+#include "tools/orba/json.h"
 #include "tools/orba/raw_container.h"
 #include "tools/orba/terminal.h"
 
@@ -30,6 +32,7 @@ struct RecoverOptions {
   bool noClobber = false;
   bool verbose = false;
   bool quiet = false;
+  bool json = false;
 };
 
 // A folder of the host, written to as get does.
@@ -68,7 +71,7 @@ class Folder : public inspect::Destination {
       return work() ? "" : "blocks are missing";
     } catch (const Failure& failure) {
       failures_.push_back(failure);
-      return failure.what();
+      return ReasonOf(failure);
     }
   }
 
@@ -125,6 +128,19 @@ void PrintRecovered(const RecoverOptions& options, const inspect::Recovered& rec
                 Visible(options.directory) + skipped + "\n");
 }
 
+void AddRecovered(const RecoverOptions& options, const inspect::Recovered& recovered, const Folder& folder,
+                  JsonObject* json) {
+  json->Json("directory", HostText(options.directory))
+      .Number("files", recovered.files - folder.skipped())
+      .Number("fileBytes", recovered.bytes)
+      .Number("directories", recovered.directories)
+      .Number("skipped", folder.skipped())
+      .Json("repairs", HostTexts(recovered.repairs))
+      .Json("renamed", HostTexts(recovered.renamed))
+      .Number("unreadable", recovered.unreadable)
+      .Json("problems", HostTexts(recovered.failures));
+}
+
 // What could not be copied. True when there is anything.
 bool ReportLosses(const std::string& container, const inspect::Recovered& recovered, const Folder& folder) {
   ReportAll(folder.failures());
@@ -141,18 +157,20 @@ bool ReportLosses(const std::string& container, const inspect::Recovered& recove
   return !folder.failures().empty() || recovered.unreadable > 0;
 }
 
-int RunRecover(const RecoverOptions& options) {
-  const RawContainer container(ParseContainer(options.container));
+// `json` is the object to tell of it in, if any.
+int Recover(const RecoverOptions& options, const std::string& path, JsonObject* json) {
+  const RawContainer container(path);
   const inspect::Report report = inspect::Check(container.image());
+  if (json != nullptr) json->Text("verdict", Verdict(report)).Flag("marked", report.marked);
   const std::uint64_t bytes = std::min(report.totals.fileBytes, container.image().Size());  // sizes may be damaged
   Progress progress("recover", bytes + report.totals.files * Progress::kFile, options.quiet);
   const bool isNew = !HostFileExists(options.directory);
   MakeHostDirectories(options.directory);
   Folder folder(options, container.path(), &progress);
   const inspect::Recovered recovered =
-      Recover(container.image(), options.directory, &folder, [&progress](const std::string& path) {
+      inspect::Recover(container.image(), options.directory, &folder, [&progress](const std::string& item) {
         CheckInterrupt();
-        progress.SetItem(path);
+        progress.SetItem(item);
         progress.Advance(Progress::kFile);
       });
   Progress::Hide();
@@ -164,14 +182,24 @@ int RunRecover(const RecoverOptions& options) {
         "cannot recover " + ShellWord(container.path()), why + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
         "see what it holds with: orba dump " + ShellWord(container.path()) + " bytes 0", ORB_ERROR_DAMAGED_VOLUME);
   }
-  if (!options.quiet) PrintRecovered(options, recovered, folder);
+  const bool inText = json == nullptr && !options.quiet;
+  if (json != nullptr) AddRecovered(options, recovered, folder, json);
+  if (inText) PrintRecovered(options, recovered, folder);
   if (ReportLosses(container.path(), recovered, folder)) return kFailed;
   if (report.IsClean()) return kSuccess;
-  if (!options.quiet) {
+  if (inText) {
     SayAfterwards("the container is damaged, and more may have been there; see the damage with: orba check " +
                   ShellWord(container.path()) + "\n");
   }
   return kDamageLeft;
+}
+
+int RunRecover(const RecoverOptions& options) {
+  const std::string path = ParseContainer(options.container);
+  int status = kSuccess;
+  if (!options.json || options.quiet) return Recover(options, path, nullptr);
+  PrintObject("container", path, [&](JsonObject* json) { status = Recover(options, path, json); });
+  return status;
 }
 
 Run DefineRecover(Syntax* syntax) {
@@ -180,7 +208,8 @@ Run DefineRecover(Syntax* syntax) {
   syntax->Flag("-n,--no-clobber", &options->noClobber, "leave files alone that are there, and copy the others");
   syntax->Exclude("--force", "--no-clobber");
   syntax->Flag("-v,--verbose", &options->verbose, "all of what was set right, not the first 40 lines");
-  syntax->Flag("-q,--quiet", &options->quiet, "print errors alone");
+  syntax->Flag("--json", &options->json, "one JSON object");
+  syntax->Flag("-q,--quiet", &options->quiet, "print errors alone, also with --json");
   syntax->One("CONTAINER", &options->container);
   syntax->One("DIRECTORY", &options->directory);
   return [options] { return RunRecover(*options); };

@@ -17,6 +17,7 @@
 #include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
 #include "tools/orba/interrupt.h"
+#include "tools/orba/json.h"
 #include "tools/orba/raw_container.h"
 #include "tools/orba/terminal.h"
 
@@ -33,6 +34,63 @@ struct RepairOptions {
   bool force = false;
   bool verbose = false;
   bool quiet = false;
+  bool json = false;
+};
+
+// Tells of a repair, before it is done and after: in text, as JSON, or not at all.
+class Telling {
+ public:
+  Telling(const RepairOptions& options, const std::string& path)
+      : options_(options), inText_(!options.quiet && !options.json) {
+    if (options.json && !options.quiet) object_.emplace("container", path);
+  }
+
+  void Plan(const inspect::Plan& plan) {
+    const bool nothing = plan.actions.empty() && IsSound(plan.before);
+    if (inText_ && nothing) Print(Painted(Stream::kOutput, Colour::kGreen, "clean") + ": nothing to repair\n");
+    if (inText_ && !nothing) Print(ShortList(ToText(plan), options_.verbose));
+    if (object_.has_value()) {
+      JsonObject json;
+      json.Text("verdict", Verdict(plan.before)).Flag("marked", plan.before.marked);
+      json.Json("actions", ToJson(plan.actions)).Json("promise", ToJson(plan.promise));
+      object_->Add(json.Flag("complete", plan.IsComplete()));
+    }
+    FlushOutput();  // what is going to be done is said before it is done
+  }
+
+  // How the repair ended without a write.
+  void End(const char* result) {
+    if (object_.has_value()) Close(JsonObject().Text("result", result));
+  }
+
+  // What the container is after all writes.
+  void End(const inspect::Report& after) {
+    const bool sound = IsSound(after);
+    if (object_.has_value()) {
+      Close(JsonObject().Text("result", sound ? "repaired" : "damaged").Text("after", Verdict(after)));
+    }
+    if (!inText_) return;
+    SayAfterwards(sound ? Painted(Stream::kOutput, Colour::kGreen, "repaired") + "\n"
+                        : ShortList(PaintedReport(ToText(after)), options_.verbose));
+  }
+
+  void End(const Failure& failure) {
+    if (!object_.has_value() || IsOutputLost()) return;
+    JsonObject json;
+    AddError(failure, &json);
+    Close(json);
+  }
+
+ private:
+  void Close(const JsonObject& members) {
+    const OpenObject object = *object_;
+    object_.reset();  // whatever becomes of it
+    object.Close(members);
+  }
+
+  const RepairOptions& options_;
+  bool inText_;
+  std::optional<OpenObject> object_;
 };
 
 // Draws how much of a container has been read: reading all of a large one takes long.
@@ -104,37 +162,34 @@ void Apply(const RepairOptions& options, RawContainer* container, const inspect:
 }
 
 // What the container is after all writes, read anew.
-int JudgeRepair(const RepairOptions& options, RawContainer* container) {
+int JudgeRepair(const RepairOptions& options, RawContainer* container, Telling* telling) {
   container->Reread();
   const inspect::Report report = Watched("repair", options.quiet, [&] { return inspect::Check(container->image()); });
-  if (IsSound(report)) {
-    if (!options.quiet) SayAfterwards(Painted(Stream::kOutput, Colour::kGreen, "repaired") + "\n");
-    return kRepaired;
-  }
-  if (!options.quiet) SayAfterwards(ShortList(PaintedReport(ToText(report)), options.verbose));
+  telling->End(report);
+  if (IsSound(report)) return kRepaired;
   Report(Failure(ShellWord(container->path()) + " is still damaged", "not everything could be repaired",
                  "fetch what can be read with: orba recover " + ShellWord(container->path()) + " DIR"));
   return kDamageLeft;
 }
 
-int Repair(const RepairOptions& options) {
-  const std::string path = ParseContainer(options.container);
+int Repair(const RepairOptions& options, const std::string& path, Telling* telling) {
   RawContainer container(path, options.dryRun ? RawContainer::kRead : RawContainer::kWrite);
   const inspect::Plan plan = Watched("repair", options.quiet, [&] { return PlanRepair(container.image(), Now()); });
   if (!plan.possible) {
     throw Failure("cannot repair " + ShellWord(path), plan.problem + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
                   "see what it holds with: orba dump " + ShellWord(path) + " bytes 0", ORB_ERROR_DAMAGED_VOLUME);
   }
+  telling->Plan(plan);
   if (plan.actions.empty() && IsSound(plan.before)) {
-    if (!options.quiet) Print(Painted(Stream::kOutput, Colour::kGreen, "clean") + ": nothing to repair\n");
+    telling->End("clean");
     return kSuccess;
   }
-  if (!options.quiet) {
-    Print(ShortList(ToText(plan), options.verbose));
-    FlushOutput();  // what is going to be done is said before it is done
+  if (options.dryRun) {
+    telling->End("planned");
+    return kDamageLeft;
   }
-  if (options.dryRun) return kDamageLeft;
   if (plan.BreaksPromise() && !options.force) {
+    telling->End("refused");
     const std::string word = ShellWord(path);
     Report(Failure("will not repair " + ShellWord(path),
                    "it would cost " + inspect::Counted(plan.promise.lost(), "file") + " that can be read now, first " +
@@ -144,7 +199,18 @@ int Repair(const RepairOptions& options) {
     return kDamageLeft;
   }
   Apply(options, &container, plan);
-  return JudgeRepair(options, &container);
+  return JudgeRepair(options, &container, telling);
+}
+
+int RunRepair(const RepairOptions& options) {
+  const std::string path = ParseContainer(options.container);
+  Telling telling(options, path);
+  try {
+    return Repair(options, path, &telling);
+  } catch (const Failure& failure) {
+    telling.End(failure);
+    throw;
+  }
 }
 
 Run DefineRepair(Syntax* syntax) {
@@ -153,9 +219,10 @@ Run DefineRepair(Syntax* syntax) {
   syntax->Flag("-f,--force", &options->force, "also where that costs files that can be read now");
   syntax->Text("--undo", "FILE", &options->undo, "keep in a new file what it takes to undo the repair");
   syntax->Flag("-v,--verbose", &options->verbose, "all of a long plan, not its first 40 lines");
-  syntax->Flag("-q,--quiet", &options->quiet, "the exit status alone");
+  syntax->Flag("--json", &options->json, "one JSON object: the plan, its promise, and what became of it");
+  syntax->Flag("-q,--quiet", &options->quiet, "the exit status alone, also with --json");
   syntax->One("CONTAINER", &options->container);
-  return [options] { return AsFsck([&] { return Repair(*options); }); };
+  return [options] { return AsFsck([&] { return RunRepair(*options); }); };
 }
 
 // ---- undo -----------------------------------------------------------------------------------------------------------

@@ -1,7 +1,5 @@
 #include "tools/orba/utf8.h"
 
-#include <cstdio>
-
 namespace orba::tool {
 
 namespace {
@@ -30,29 +28,6 @@ std::uint32_t NextCharacter(const std::string& text, std::size_t* at) {
   const bool overlong = (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
   const bool surrogate = character >= 0xD800 && character <= 0xDFFF;
   return overlong || surrogate || character > 0x10FFFF ? kNoCharacter : character;
-}
-
-std::string ValidUtf8(const std::string& text) {
-  std::string valid;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t start = at;
-    const bool sound = NextCharacter(text, &at) != kNoCharacter;
-    if (!sound) at = start + 1;
-    valid += sound ? text.substr(start, at - start) : "\xEF\xBF\xBD";
-  }
-  return valid;
-}
-
-std::string JsonString(const std::string& text) {
-  std::string quoted = "\"";
-  for (const char c : ValidUtf8(text)) {
-    char number[8];
-    std::snprintf(number, sizeof number, "\\u%04x", static_cast<unsigned>(static_cast<unsigned char>(c)));
-    const bool control = c >= 0 && c < ' ';
-    if (c == '"' || c == '\\') quoted += '\\';
-    quoted += control ? number : std::string(1, c);
-  }
-  return quoted + "\"";
 }
 
 }  // namespace orba::tool

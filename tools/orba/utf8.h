@@ -12,10 +12,4 @@ constexpr std::uint32_t kNoCharacter = 0xFFFFFFFF;
 // The character at `*at`, which moves behind it; kNoCharacter where there is none, and then `*at` may stay.
 std::uint32_t NextCharacter(const std::string& text, std::size_t* at);
 
-// The text with U+FFFD for each byte that is not UTF-8.
-std::string ValidUtf8(const std::string& text);
-
-// A valid text as a JSON string, in quotes.
-std::string JsonString(const std::string& text);
-
 }  // namespace orba::tool

@@ -12,6 +12,7 @@
 #include "tools/orba/digest.h"
 #include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
+#include "tools/orba/json.h"
 #include "tools/orba/look.h"
 #include "tools/orba/manifest.h"
 #include "tools/orba/name_rule.h"
@@ -63,7 +64,6 @@ Run DefineManifest(Syntax* syntax) {
 // ---- verify ---------------------------------------------------------------------------------------------------------
 
 // What verify exits with, beside kSuccess and kUsage: as diff does.
-constexpr int kDifferent = 1;
 constexpr int kCouldNotVerify = 2;
 
 struct VerifyOptions {
@@ -73,6 +73,7 @@ struct VerifyOptions {
   bool rename = false;
   bool verbose = false;
   bool quiet = false;
+  bool json = false;
 };
 
 // Something that is to be in the container.
@@ -88,7 +89,7 @@ struct Expected {
 struct Reference {
   bool isTree = false;
   std::map<std::string, Expected> expected;
-  bool whole = true;  // all of it could be read
+  std::vector<std::string> problems;  // what of it could not be read
 
   void Add(const std::string& stored, Expected one) {
     const std::string name = one.name;
@@ -145,11 +146,12 @@ class TreeReader {
       reference_->Add(stored, {name, true, std::nullopt, "", path});
       Add(path, name, stored);
     } else {
-      reference_->whole = false;
-      Report(Failure("cannot compare " + path,
-                     link ? "it is a symbolic link to a directory, or leads nowhere"
-                          : "it is not an ordinary file but " + KindText(status.kind),
-                     "a container holds files and directories only"));
+      const Failure failure("cannot compare " + path,
+                            link ? "it is a symbolic link to a directory, or leads nowhere"
+                                 : "it is not an ordinary file but " + KindText(status.kind),
+                            "a container holds files and directories only");
+      reference_->problems.push_back(ReasonOf(failure));
+      Report(failure);
     }
   }
 
@@ -196,7 +198,7 @@ class Verifier {
       const auto found = there.find(stored);
       if (found == there.end()) {
         Tell("missing", expected.name, "");
-        ++missing_;
+        missing_.push_back(expected.name);
         continue;
       }
       progress.SetItem(stored);
@@ -211,6 +213,18 @@ class Verifier {
     return Summary();
   }
 
+  // What Run has found.
+  void AddTo(JsonObject* json) const {
+    std::vector<std::string> problems = reference_.problems;
+    problems.insert(problems.end(), unread_.begin(), unread_.end());
+    for (std::string& problem : look_->TakeProblems()) problems.push_back(std::move(problem));
+    json->Number("same", same_)
+        .Json("missing", HostTexts(missing_))
+        .Json("changed", changed_.Done())
+        .Json("extra", HostTexts(extra_))
+        .Json("problems", HostTexts(problems));
+  }
+
  private:
   void Compare(const Expected& expected, const Match& found) {
     try {
@@ -221,10 +235,11 @@ class Verifier {
         return;
       }
       Tell("changed", expected.name, difference);
-      ++changed_;
+      ++differing_;
+      changed_.Add(JsonObject().Json("path", HostText(expected.name)).Text("difference", difference).Done());
     } catch (const Failure& failure) {
       Report(failure);
-      ++unread_;
+      unread_.push_back(ReasonOf(failure));
     }
   }
 
@@ -245,46 +260,59 @@ class Verifier {
   void TellExtra(const Content& content) {
     if (options_.ignoreExtra || (content.match.item.IsDirectory() && !reference_.isTree)) return;
     Tell("extra", content.name, "");
-    ++extra_;
+    extra_.push_back(content.name);
   }
 
   void Tell(const char* verdict, const std::string& name, const std::string& difference) const {
-    if (options_.quiet) return;
+    if (options_.quiet || options_.json) return;
     Print(PadRight(verdict, 9) + Visible(name) + (difference.empty() ? "" : ": " + difference) + "\n");
   }
 
   int Summary() {
-    const int status = missing_ + changed_ + extra_ > 0 ? kDifferent : kSuccess;
-    if (!options_.quiet) {
-      Print(inspect::Counted(same_, "file is", "files are") + " the same, " + std::to_string(missing_) + " missing, " +
-            std::to_string(changed_) + " changed, " + std::to_string(extra_) + " extra\n");
+    const int status = missing_.size() + differing_ + extra_.size() > 0 ? kDifferent : kSuccess;
+    if (!options_.quiet && !options_.json) {
+      Print(inspect::Counted(same_, "file is", "files are") + " the same, " + std::to_string(missing_.size()) +
+            " missing, " + std::to_string(differing_) + " changed, " + std::to_string(extra_.size()) + " extra\n");
     }
-    return unread_ > 0 || !reference_.whole ? kCouldNotVerify : status;
+    return unread_.empty() && reference_.problems.empty() ? status : kCouldNotVerify;
   }
 
   const VerifyOptions& options_;
   Look* look_;
   const Reference& reference_;
   std::uint64_t same_ = 0;
-  std::uint64_t missing_ = 0;
-  std::uint64_t changed_ = 0;
-  std::uint64_t extra_ = 0;
-  std::uint64_t unread_ = 0;
+  std::uint64_t differing_ = 0;
+  std::vector<std::string> missing_;
+  JsonArray changed_;
+  std::vector<std::string> extra_;
+  std::vector<std::string> unread_;  // why
 };
 
-int Verify(const VerifyOptions& options) {
+int Verify(const VerifyOptions& options, JsonObject* json) {
   Look look;
   const std::vector<Content> contents = ContentsAt(&look, options.container, "verify");
   const Reference reference = ReferenceOf(options);
-  const int status = Verifier(options, &look, reference).Run(contents);
+  Verifier verifier(options, &look, reference);
+  const int status = verifier.Run(contents);
+  if (json != nullptr) verifier.AddTo(json);
   constexpr int kNothingTold = -1;
   return look.Finish(kNothingTold) == kNothingTold ? status : kCouldNotVerify;
+}
+
+int VerifyAsJson(const VerifyOptions& options) {
+  const Address address = ParseAddress(options.container);
+  int status = kSuccess;
+  PrintObject("container", address.container, [&](JsonObject* json) {
+    json->Text("path", inspect::Printable(address.Path())).Json("reference", HostText(options.reference));
+    status = Verify(options, json);
+  });
+  return status;
 }
 
 int RunVerify(const VerifyOptions& options) {
   SetStatusWithoutMemory(kCouldNotVerify);
   try {
-    const int status = Verify(options);
+    const int status = options.json && !options.quiet ? VerifyAsJson(options) : Verify(options, nullptr);
     FlushOutput();
     return status;
   } catch (const UsageFailure&) {
@@ -302,7 +330,8 @@ Run DefineVerify(Syntax* syntax) {
   syntax->Flag("--ignore-extra", &options->ignoreExtra, "what the manifest or tree does not have is no difference");
   syntax->Flag("--rename", &options->rename, "expect the names that put --rename gives to the files of a tree");
   syntax->Flag("-v,--verbose", &options->verbose, "print the files that are the same too");
-  syntax->Flag("-q,--quiet", &options->quiet, "print nothing: the exit status tells");
+  syntax->Flag("--json", &options->json, "one JSON object");
+  syntax->Flag("-q,--quiet", &options->quiet, "print nothing: the exit status tells; also with --json");
   syntax->One("CONTAINER[:/PATH]", &options->container);
   syntax->One("MANIFEST|TREE", &options->reference);
   return [options] { return RunVerify(*options); };

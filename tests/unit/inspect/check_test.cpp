@@ -1082,11 +1082,11 @@ TEST(ReportJson, finding_is_an_object_with_its_place) {
   image.PutText(image.EntryOffset(1, 2) + 2, "\"\\\x01");
   const std::string json = ToJson(CheckOf(image));
   EXPECT_EQ(json.find("{\"verdict\":\"damaged\",\"marked\":false,\"readable\":true,\"damage\":1,"), 0u);
-  EXPECT_NE(
-      json.find("{\"severity\":\"damage\",\"kind\":\"name-illegal\",\"node\":1,\"path\":\"/\",\"block\":2,\"offset\":" +
-                std::to_string(image.EntryOffset(1, 2) + 2) +
-                ",\"count\":1,\"text\":\"the name \\\"\\\"\\\\x5c\\\\x01\\\" is not one that a path can hold\"}"),
-      std::string::npos)
+  EXPECT_NE(json.find("{\"severity\":\"damage\",\"kind\":\"name-illegal\",\"rules\":[\"C6\"],\"node\":1,\"path\":\"/"
+                      "\",\"block\":2,\"offset\":" +
+                      std::to_string(image.EntryOffset(1, 2) + 2) +
+                      ",\"count\":1,\"text\":\"the name \\\"\\\"\\\\x5c\\\\x01\\\" is not one that a path can hold\"}"),
+            std::string::npos)
       << json;
 }
 

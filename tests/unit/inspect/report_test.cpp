@@ -120,7 +120,7 @@ TEST(ReportJson, clean_container_has_every_key) {
       "{\"verdict\":\"clean\",\"marked\":false,\"readable\":true,\"damage\":0,\"interrupted\":0,\"leak\":0,\"note\":0,"
       "\"blockSize\":1024,\"bitmapBytes\":32,\"blocks\":5,\"files\":1,\"fileBytes\":900,\"directories\":1,"
       "\"freeNodes\":254,\"freeBlocks\":2,\"leakedBlocks\":0,\"appendableBlocks\":2097145,\"unlisted\":0,"
-      "\"findings\":[]}\n");
+      "\"findings\":[]}");
 }
 
 TEST(ReportJson, findings_have_what_is_known_of_their_place) {
@@ -129,14 +129,16 @@ TEST(ReportJson, findings_have_what_is_known_of_their_place) {
   image.Put16(image.EntryOffset(1, 2), 300);
   image.AppendBlock();
   const std::string json = ToJson(ReportOf(image));
-  EXPECT_EQ(
-      json.substr(json.find("\"findings\"")),
-      "\"findings\":[{\"severity\":\"damage\",\"kind\":\"entry-outside\",\"node\":1,\"path\":\"/\",\"block\":2,"
-      "\"offset\":2144,\"count\":1,\"text\":\"\\\"A\\\" refers to node 300, a number that the volume does not have\"},"
-      "{\"severity\":\"leak\",\"kind\":\"node-leaked\",\"node\":2,\"path\":\"(node 2)\",\"offset\":1120,\"count\":1,"
-      "\"text\":\"the node is in use, with 900 bytes, but has no name; the damage may hide it\"},"
-      "{\"severity\":\"leak\",\"kind\":\"block-leaked\",\"block\":4,\"offset\":4128,\"count\":1,\"text\":\"block 4 is "
-      "neither in use nor in the free chain; the damage may hide what refers to it\"}]}\n");
+  EXPECT_EQ(json.substr(json.find("\"findings\"")),
+            "\"findings\":[{\"severity\":\"damage\",\"kind\":\"entry-outside\",\"rules\":[\"C7\"],\"node\":1,"
+            "\"path\":\"/\",\"block\":2,\"offset\":2144,"
+            "\"count\":1,\"text\":\"\\\"A\\\" refers to node 300, a number that the volume does not have\"},"
+            "{\"severity\":\"leak\",\"kind\":\"node-leaked\",\"rules\":[],\"node\":2,\"path\":\"(node "
+            "2)\",\"offset\":1120,\"count\":1,"
+            "\"text\":\"the node is in use, with 900 bytes, but has no name; the damage may hide it\"},"
+            "{\"severity\":\"leak\",\"kind\":\"block-leaked\",\"rules\":[],\"block\":4,\"offset\":4128,\"count\":1,"
+            "\"text\":\"block 4 is "
+            "neither in use nor in the free chain; the damage may hide what refers to it\"}]}");
   EXPECT_EQ(json.substr(0, 61), "{\"verdict\":\"damaged\",\"marked\":true,\"readable\":true,\"damage\":1");
 }
 

@@ -1,8 +1,8 @@
-#include "explorer/bridge/json.h"
+#include "inspect/view/json.h"
 
 #include <cstdio>
 
-namespace orba::explorer {
+namespace orba::inspect {
 
 std::string JsonText(const std::string& text) {
   std::string json = "\"";
@@ -27,4 +27,10 @@ JsonObject& JsonObject::Json(const char* name, const std::string& value) {
   return *this;
 }
 
-}  // namespace orba::explorer
+std::string JsonTexts(const std::vector<std::string>& texts) {
+  JsonArray json;
+  for (const std::string& text : texts) json.Add(JsonText(text));
+  return json.Done();
+}
+
+}  // namespace orba::inspect

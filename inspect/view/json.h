@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace orba::explorer {
+namespace orba::inspect {
 
 // A JSON string. Bytes outside of ASCII become those of Latin-1, so that any bytes give valid text.
 std::string JsonText(const std::string& text);
@@ -35,4 +35,7 @@ class JsonArray {
   std::string elements_;
 };
 
-}  // namespace orba::explorer
+// An array of strings.
+std::string JsonTexts(const std::vector<std::string>& texts);
+
+}  // namespace orba::inspect
