@@ -1,6 +1,7 @@
 #include "inspect/container/geometry.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <vector>
 
@@ -67,14 +68,17 @@ bool BearsTheRoot(const Image& image, const Geometry& geometry) {
   return entry.node == kRootNode && NameOf(entry) == ".";
 }
 
+// The size of the bitmap, by all that the header says of it.
+std::array<std::uint32_t, 4> BitmapSizes(const VolumeHeader& header) {
+  return {header.bitmapSize, header.reservedOffset - kBitmapOffset,
+          header.dataOffset - header.reservedSize - kBitmapOffset, header.dataOffset - kBitmapOffset};
+}
+
 // What the header says twice about bitmap and data area. Block 1 is where formatting puts the root's node block,
 // and the root is never deleted: it decides.
 Geometry FromRedundancy(const Image& image, const VolumeHeader& header) {
-  const std::uint32_t bitmaps[] = {header.bitmapSize, header.reservedOffset - kBitmapOffset,
-                                   header.dataOffset - header.reservedSize - kBitmapOffset,
-                                   header.dataOffset - kBitmapOffset};
   for (const bool reserved : {false, true}) {
-    for (const std::uint32_t bitmap : bitmaps) {
+    for (const std::uint32_t bitmap : BitmapSizes(header)) {
       if (bitmap > kLargestBitmap) continue;
       const std::uint32_t offset = reserved ? header.dataOffset : kBitmapOffset + bitmap;
       if (offset < kBitmapOffset + bitmap || offset >= kContainerLimit) continue;
@@ -122,8 +126,9 @@ Geometry FindGeometry(const Image& image, const VolumeHeader& header) {
   const bool agree = FieldsAgree(header);
   if (agree && BearsTheRoot(image, FromHeader(image, header))) return FromHeader(image, header);
   Geometry geometry = FromRedundancy(image, header);
-  const bool redundant = geometry.known();
-  if (!redundant) geometry = FromSearch(image);
+  const auto bitmaps = BitmapSizes(header);
+  const bool redundant = std::count(bitmaps.begin(), bitmaps.end(), geometry.bitmapSize) > 1 && geometry.known();
+  if (!geometry.known()) geometry = FromSearch(image);
   if (agree) return BearsTheRoot(image, geometry) ? geometry : FromHeader(image, header);
   // What passes for the first node block may be a copy of it, unless it leads to the root.
   if (geometry.known() && BearsTheRoot(image, geometry)) return geometry;

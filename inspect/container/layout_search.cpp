@@ -15,9 +15,11 @@ namespace {
 
 constexpr std::size_t kMostTraces = 100000;  // of each kind: by then the layout is certain
 constexpr std::uint32_t kShortestRun = 4;
-constexpr std::uint32_t kFirstRootBlock = 2;  // where formatting puts the root's directory
+constexpr std::uint32_t kPerSector = 512 / kNodeSize;  // records
+constexpr std::uint32_t kFirstRootBlock = 2;           // where formatting puts the root's directory
 
-// Node records one behind the other, with numbers that go up by one.
+// Node records one behind the other, with numbers that go up by one. Some may be missing in between, where sectors were
+// overwritten: `count` is what the first and the last span.
 struct Run {
   std::uint64_t offset;
   std::uint32_t first;
@@ -35,6 +37,13 @@ struct Traces {
   std::vector<Directory> directories;                  // where they begin; deleted ones too
 };
 
+// The record lies where the run has it, with no more than a sector in between.
+bool GoesOn(const Run& run, std::uint64_t offset, std::uint32_t number) {
+  const std::uint32_t end = run.first + run.count;
+  return number >= end && number - end <= kPerSector &&
+         offset - run.offset == std::uint64_t{number - run.first} * kNodeSize;
+}
+
 // The last run is the one that may go on.
 void TakeRecord(const std::uint8_t* bytes, std::uint64_t offset, Traces* traces) {
   const OrbNodeRecord record = DecodeNode(bytes);
@@ -43,12 +52,14 @@ void TakeRecord(const std::uint8_t* bytes, std::uint64_t offset, Traces* traces)
     traces->firstBlocks.emplace(record.number, record.direct[0]);
   }
   std::vector<Run>& runs = traces->runs;
-  if (!runs.empty() && runs.back().offset + std::uint64_t{runs.back().count} * kNodeSize == offset &&
-      runs.back().first + runs.back().count == record.number) {
-    ++runs.back().count;
-    return;
+  while (!runs.empty()) {
+    if (GoesOn(runs.back(), offset, record.number)) {
+      runs.back().count = record.number - runs.back().first + 1;
+      return;
+    }
+    if (runs.back().count >= kShortestRun) break;
+    runs.pop_back();
   }
-  if (!runs.empty() && runs.back().count < kShortestRun) runs.pop_back();
   if (runs.size() < kMostTraces) runs.push_back({offset, record.number, 1});
 }
 
@@ -126,22 +137,30 @@ void CountDirectories(const Traces& traces, std::uint32_t blockSize, std::uint32
   for (const auto& directory : right) ++(directory.second ? witnesses->with : witnesses->against);
 }
 
-// The runs that fill one block or belong to block 1 speak for it; those against it that go on into another block, or
-// lie where no block begins. A run within one block may be what is left of it.
+// The runs that fill one block or belong to block 1 speak for it; those against it that go on into another block, that
+// lie where no block begins, or that would be other parts of a node block that lies elsewhere. A run within one block
+// may be what is left of it, and one of a sector may have been written to the wrong place.
 void CountRuns(const Traces& traces, std::uint32_t blockSize, std::uint32_t dataOffset, Witnesses* witnesses) {
   const std::uint32_t perBlock = blockSize / kNodeSize;
+  std::map<std::uint32_t, const Run*> parts;  // by the index of the node block, the first that was met
   for (const Run& run : traces.runs) {
     const std::int64_t start = NodeBlockOf(run.offset, run.first, blockSize);
     const std::uint32_t slot = (run.first - 1) % perBlock;
     const bool aligned = Phase(start, blockSize) == Phase(dataOffset, blockSize);
     const bool within = slot + run.count <= perBlock || (slot == 0 && run.count % perBlock == 0);
+    if (run.count <= kPerSector && !aligned) continue;
     if (start == dataOffset && run.first <= perBlock) {
       ++witnesses->with;
     } else if (!aligned || !within) {
       ++witnesses->against;
+      continue;
     } else if (run.count == perBlock) {
       ++witnesses->with;
     }
+    const Run& other = *parts.emplace((run.first - 1) / perBlock, &run).first->second;
+    const bool elsewhere = NodeBlockOf(other.offset, other.first, blockSize) != start;
+    const bool apart = run.first >= other.first + other.count || other.first >= run.first + run.count;
+    if (run.count > kPerSector && elsewhere && apart) ++witnesses->against;
   }
 }
 

@@ -240,6 +240,16 @@ TEST(FindGeometry, sound_header_is_believed_where_the_root_is_nowhere) {
   }
 }
 
+// Of zeros one field says that there is no bitmap, and a copy of the first node block lies where block 1 would be then.
+TEST(FindGeometry, erased_header_says_nothing_of_a_bitmap) {
+  ImageBuilder image(1024, 64);
+  for (int i = 0; i < 40; ++i) image.AddDirectory(1, "D" + std::to_string(i));
+  std::memmove(&image.bytes()[1024], &image.bytes()[image.BlockOffset(1)], 1024);
+  std::memset(image.bytes().data(), 0, kHeaderSize);
+  EXPECT_EQ(GeometryOf(image).bitmapSize, 64u);
+  EXPECT_EQ(GeometryOf(image).blockSize, 1024u);
+}
+
 TEST(FindGeometry, too_few_slots_are_no_node_block) {
   ImageBuilder image(1024, 32);
   std::memset(image.bytes().data(), 0, kHeaderSize);

@@ -136,6 +136,61 @@ TEST(SearchLayout, node_blocks_alone_are_enough) {
   EXPECT_EQ(Search(bytes).dataOffset, 1100u);
 }
 
+TEST(SearchLayout, node_block_of_which_a_sector_is_lost_is_one_run) {
+  Bytes bytes(300000);
+  PutSlots(&bytes, 1100 + 4096 * 9, 65, 24);
+  PutSlots(&bytes, 1100 + 4096 * 9 + 2048, 97, 32);
+  PutSlots(&bytes, 1100 + 4096 * 30, 129, 24);
+  PutSlots(&bytes, 1100 + 4096 * 30 + 2048, 161, 32);
+  EXPECT_EQ(Search(bytes).blockSize, 4096u);
+  EXPECT_EQ(Search(bytes).dataOffset, 1100u);
+}
+
+TEST(SearchLayout, record_whose_number_is_damaged_ends_no_run) {
+  Bytes bytes(300000);
+  for (const std::uint16_t first : {std::uint16_t{65}, std::uint16_t{129}}) {
+    const std::size_t offset = 1100 + 64u * 3 * (first - 1);
+    PutSlots(&bytes, offset, first, 64);
+    bytes[offset + 64 * 30 + 5] ^= 0x10;
+  }
+  EXPECT_EQ(Search(bytes).blockSize, 4096u);
+}
+
+TEST(SearchLayout, records_with_more_than_a_sector_between_them_are_two_runs) {
+  Bytes bytes(300000);
+  PutSlots(&bytes, 1100 + 4096 * 9, 65, 23);
+  PutSlots(&bytes, 1100 + 4096 * 9 + 2048, 97, 32);
+  PutSlots(&bytes, 1100 + 4096 * 30, 129, 23);
+  PutSlots(&bytes, 1100 + 4096 * 30 + 2048, 161, 32);
+  EXPECT_EQ(Search(bytes).blockSize, 2048u);
+}
+
+// By blocks of 8192 bytes these would be the halves of two node blocks, and lie in four.
+TEST(SearchLayout, parts_of_one_node_block_in_two_places_contradict) {
+  ImageBuilder image(4096, 64);
+  for (int i = 0; i < 190; ++i) image.AddFile(1, "F" + std::to_string(i), 1);
+  const std::uint32_t directory = image.MappedBlock(1, 0);  // where block 2 of 8192 bytes begins
+  Bytes root(4096);
+  std::copy_n(&image.bytes()[image.BlockOffset(directory)], root.size(), root.begin());
+  std::copy_n(&image.bytes()[image.BlockOffset(3)], root.size(), &image.bytes()[image.BlockOffset(directory)]);
+  std::copy_n(root.begin(), root.size(), &image.bytes()[image.BlockOffset(3)]);
+  EraseBefore(&image, 1);
+  EXPECT_EQ(Search(image).blockSize, 4096u);
+  EXPECT_EQ(Search(image).dataOffset, 1088u);
+}
+
+TEST(SearchLayout, sectors_in_the_wrong_place_contradict_nothing) {
+  Bytes bytes(300000);
+  PutSlots(&bytes, 1100 + 1024 * 9, 17, 16);
+  PutSlots(&bytes, 1100 + 1024 * 30, 49, 16);
+  PutSlots(&bytes, 1024, 33, 8);
+  PutSlots(&bytes, 100000, 41, 8);
+  EXPECT_EQ(Search(bytes).blockSize, 1024u);
+  PutSlots(&bytes, 100000, 41, 9);
+  PutSlots(&bytes, 1024, 33, 9);
+  EXPECT_EQ(Search(bytes).blockSize, 0u);
+}
+
 TEST(SearchLayout, slots_that_lie_where_no_block_begins_contradict) {
   Bytes bytes(300000);
   PutSlots(&bytes, 1100 + 1024 * 9, 17, 16);
@@ -177,12 +232,10 @@ TEST(SearchLayout, guess_is_taken_where_nothing_contradicts_it) {
 TEST(SearchLayout, runs_of_fewer_than_four_slots_say_nothing) {
   Bytes bytes(300000);
   PutSlots(&bytes, 1100 + 1024 * 9, 17, 16);
-  PutSlots(&bytes, 1100 + 1024 * 30, 49, 16);
-  for (std::size_t block = 50; block < 60; ++block) PutSlots(&bytes, 1000 + 1024 * block, 81, 3);
-  EXPECT_EQ(Search(bytes).blockSize, 1024u);
-  PutSlots(&bytes, 1000 + 1024 * 50, 81, 4);
-  PutSlots(&bytes, 1000 + 1024 * 55, 81, 4);
+  PutSlots(&bytes, 1100, 1, 3);
   EXPECT_EQ(Search(bytes).blockSize, 0u);
+  PutSlots(&bytes, 1100, 1, 4);
+  EXPECT_EQ(Search(bytes).blockSize, 1024u);
 }
 
 TEST(SearchLayout, slots_without_a_number_are_none) {
