@@ -339,7 +339,8 @@ void RepointSecondNames(RepairWork* work) {
   const bool single = onlyTwice != nullptr && CountNames(*onlyTwice) == 2 && FindOnlyNameless(*work) != nullptr;
   std::set<std::uint16_t> seen;
   for (const NodeInfo& node : model.nodes) {
-    if (IsNameless(node)) RepointSecondName(work, node, single ? onlyTwice : nullptr, &seen);
+    if (!IsNameless(node) || node.record.size == 0) continue;  // nothing is worth the risk to take a path that reads
+    RepointSecondName(work, node, single ? onlyTwice : nullptr, &seen);
   }
 }
 

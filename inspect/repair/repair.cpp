@@ -152,6 +152,7 @@ Plan Draft(const Image& image, const TimeStamp& now, Report before, const std::v
   plan.possible = true;
   RepairWork work(image, now);
   work.marked = plan.before.model.header.stateFlags == kVolumeDirty;
+  work.resumed = plan.before.model.header.stateFlags == (kVolumeDirty | kRepairMark);
   work.budget = plan.before.model.geometry.blocks + 1024u;
   for (const BlockInfo& block : plan.before.model.blocks) {
     work.wasFree.push_back(block.use == BlockUse::kFree || block.use == BlockUse::kChainRecord);

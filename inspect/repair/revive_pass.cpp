@@ -4,6 +4,8 @@
 //
 // May assume: slots carry their own numbers. Changes: bits of the bitmap.
 #include <algorithm>
+#include <set>
+#include <utility>
 
 #include "inspect/container/fields.h"
 #include "inspect/container/names.h"
@@ -57,15 +59,26 @@ void ReviveNamed(RepairWork* work, std::vector<bool>* revived) {
   }
 }
 
+// The same as HoldsData, but files in use have the blocks.
+bool SharesData(const RepairWork& work, const NodeInfo& node) {
+  const std::vector<std::uint32_t> blocks = NamedBlocks(node.record);
+  const auto isFiles = [&](std::uint32_t block) { return work.model().blocks[block].use == BlockUse::kFile; };
+  return node.record.size > 0 && HasItsSlots(work.geometry(), node.record) &&
+         std::all_of(blocks.begin(), blocks.end(), isFiles);
+}
+
+// Of records with the same contents one is enough. Where two lead to one block and do not, both are in use: Unshare
+// gives the second a copy. A repair that was stopped may have brought back the first of them alone.
 void ReviveWithData(RepairWork* work, const std::vector<bool>& revived) {
-  std::vector<bool> taken(work->model().blocks.size());
-  const auto isTaken = [&](std::uint32_t block) { return taken[block]; };
+  std::set<std::pair<std::uint32_t, std::vector<std::uint32_t>>> seen;  // sizes and blocks
   for (const NodeInfo& node : work->model().nodes) {
-    if (!CanBeRevived(*work, node.number) || !HoldsData(*work, node.number, node.record)) continue;
-    const std::vector<std::uint32_t> blocks = NamedBlocks(node.record);
-    if (std::any_of(blocks.begin(), blocks.end(), isTaken)) continue;
-    for (const std::uint32_t block : blocks) taken[block] = true;
-    if (revived[node.number]) continue;
+    if (node.state == NodeState::kUsed && work->resumed) seen.emplace(node.record.size, NamedBlocks(node.record));
+  }
+  for (const NodeInfo& node : work->model().nodes) {
+    if (!CanBeRevived(*work, node.number)) continue;
+    if (!HoldsData(*work, node.number, node.record) && !(work->resumed && SharesData(*work, node))) continue;
+    const bool fresh = seen.emplace(node.record.size, NamedBlocks(node.record)).second;
+    if (!fresh || revived[node.number]) continue;
     work->Begin(ActionKind::kUseWithData, node.number).count = node.record.size;
     work->SetFree(node.number, false);
   }

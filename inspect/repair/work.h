@@ -82,6 +82,8 @@ struct RepairWork {
   bool marked = false;
   // The object of that operation, once a pass has found it.
   Vouched vouched;
+  // The container was marked by a repair instead, which was stopped.
+  bool resumed = false;
 
   // Gets ready for the next round.
   void Recheck();

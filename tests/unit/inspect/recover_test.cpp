@@ -27,6 +27,17 @@ struct ThreeFiles : ImageBuilder {
   }
 };
 
+// The search for the layout looks past the end of so small a container.
+TEST(Recover, header_lost_and_host_reads_all_nothing_is_unreadable) {
+  MemoryDestination destination;
+  ImageBuilder image(1024, 32);
+  image.AddFile(1, "A", 10);
+  std::fill_n(image.bytes().begin(), 128, std::uint8_t{0});
+  const Recovered result = Recover(MemoryImage(image.bytes()), "out", &destination);
+  EXPECT_EQ(result.files, 1u);
+  EXPECT_EQ(result.unreadable, 0u);
+}
+
 TEST(Recover, sound_container_everything_is_copied) {
   MemoryDestination destination;
   const ThreeFiles image;

@@ -326,6 +326,24 @@ TEST(RepairStray, directorys_entry_names_anothers_node_names_its_own_again) {
   EXPECT_FILES(Repair(image), files);
 }
 
+// The entry that stands before that of the next number is the damaged one.
+TEST(RepairStray, entry_before_its_neighbour_names_anothers_node_names_its_own_again) {
+  Named image;
+  Files files = Tree(image.bytes());
+  image.Point(2, 12);  // F2, node 8; 12 is F6, four places behind
+  files["/LOST.FND/"] = {};
+  files["/LOST.FND/F2"] = files.at("/FULL/F6");
+  EXPECT_FILES(Repair(image), files);
+}
+
+TEST(RepairStray, entry_of_an_empty_file_names_anothers_node_both_paths_read_as_before) {
+  SmallWithC image;
+  image.AddFile(1, "EMPTY", 0);  // node 7
+  image.AddFile(5, "LAST", 10);  // node 8, behind C, node 6
+  image.Put16(image.EntryOffset(1, 4), 6);
+  EXPECT_FILES(Repair(image), Tree(image.bytes()));
+}
+
 TEST(RepairStray, entry_without_name_and_no_node_without_name_legal_name_is_kept) {
   Named image;
   const Files files = Tree(image.bytes());
@@ -477,6 +495,33 @@ TEST(RepairErased, record_with_data_but_no_name_is_linked_under_lost_found) {
   image.Put16(image.EntryOffset(1, 2), 0);
   const Files files = Repair(image);
   EXPECT_EQ(files.at("/LOST.FND/NODE0002"), Tree(WideTree().bytes()).at("/A"));
+}
+
+// A bit of X's record was damaged: its block is Y's.
+TEST(RepairErased, two_records_with_one_block_and_other_sizes_are_both_in_use) {
+  SmallWithC image;
+  const std::uint16_t x = image.AddFile(1, "X", 100);
+  const std::uint16_t y = image.AddFile(1, "Y", 200);
+  image.Put32(image.MapOffset(x, 0), image.MappedBlock(y, 0));
+  const Bytes contents = Tree(image.bytes()).at("/Y");
+  for (const std::uint32_t entry : {4u, 5u}) image.Put16(image.EntryOffset(1, entry), 0);
+  image.SetSize(1, 4 * 32);
+  for (const std::uint16_t node : {x, y}) image.SetFree(node, true);
+  const Files files = Repair(image);
+  EXPECT_EQ(files.at("/LOST.FND/NODE0007"), Bytes(contents.begin(), contents.begin() + 100));
+  EXPECT_EQ(files.at("/LOST.FND/NODE0008"), contents);
+}
+
+// An entry whose number was damaged and is now that of a file that was deleted: the node without a name is meant.
+TEST(RepairErased, entry_that_names_a_deleted_files_node_names_its_own_again) {
+  SmallWithC image;
+  const std::uint16_t gone = image.AddFile(1, "X", 0);  // node 7: its record has a date, and nothing else
+  image.Put16(image.EntryOffset(1, 4), 0);
+  image.SetSize(1, 4 * 32);
+  image.SetFree(gone, true);
+  const Files files = Tree(image.bytes());
+  image.Put16(image.EntryOffset(5, 2), gone);  // C, node 6
+  EXPECT_FILES(Repair(image), files);
 }
 
 TEST(RepairErased, deleted_files_record_stays_free) {
@@ -719,6 +764,19 @@ TEST(RepairMap, size_far_too_large_is_cut_to_the_blocks) {
   }
 }
 
+TEST(RepairMap, blocks_behind_what_a_container_can_hold_leave_a_size_that_it_can_hold) {
+  ImageBuilder image(8192, 32);
+  const std::uint16_t node = image.AddFile(1, "A", 7 * 8192);
+  const std::uint32_t second = image.AppendBlock();
+  const std::uint32_t twice = image.AppendBlock();
+  image.Put32(image.BlockOffset(second), image.MappedBlock(node, 6));
+  image.Put32(image.MapOffset(node, 6), 0);
+  image.Put32(image.BlockOffset(twice) + 4 * 127, second);  // 6 + 2048 + 127 * 2048 blocks and one, of 8192 bytes
+  image.Put32(image.NodeOffset(node) + 60, twice);
+  image.SetSize(node, 0xC0000000);
+  EXPECT_EQ(Tree(testimage::Repaired(image.bytes())).at("/A").size(), 6u * 8192);
+}
+
 TEST(RepairMap, stray_block_of_another_past_the_size_is_taken_out) {
   SmallWithC image;
   image.Put32(image.MapOffset(2, 2), image.MappedBlock(4, 0));
@@ -762,6 +820,16 @@ TEST(RepairDirectory, record_overwritten_is_made_anew_from_its_blocks) {
     for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(directory) + i, 0xAA);
     EXPECT_FILES(entries < 64 ? Repair(image) : Tree(testimage::Repaired(image.bytes())), was);
   }
+}
+
+TEST(RepairDirectory, records_of_a_full_one_and_another_overwritten_entries_go_to_the_full_one) {
+  SmallWithC image;
+  const std::uint16_t directory = FillDirectory(&image, 70, Sizes::kNumber);
+  const Files files = Tree(image.bytes());
+  for (const std::uint16_t node : {directory, std::uint16_t{5}}) {
+    for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(node) + i, 0xAA);
+  }
+  EXPECT_FILES(Tree(testimage::Repaired(image.bytes())), files);
 }
 
 TEST(RepairDirectory, record_of_a_file_overwritten_what_a_deleted_directory_left_is_not_taken_for_it) {
@@ -869,6 +937,18 @@ TEST(RepairDirectory, file_with_three_names_becomes_three_files) {
   Files files = Tree(SmallWithC().bytes());
   files["/D/X"] = files["/D/E/Y"] = files.at("/A");
   EXPECT_FILES(Repair(image), files);
+}
+
+// Of two in the directory that changed last the first keeps the node.
+TEST(RepairDirectory, file_with_two_names_in_the_younger_directory_keeps_the_first_of_them) {
+  SmallWithC image;
+  for (const char* name : {"X", "Y", "Z"}) image.AddEntry(5, name, 2);
+  image.Put16(image.EntryOffset(5, 5), 6);  // the last entry is another's
+  image.Put8(image.NodeOffset(5) + 8, 0xFF);
+  const Bytes repaired = testimage::Repaired(image.bytes());
+  EXPECT_EQ(repaired[image.EntryOffset(5, 3)], 2);
+  EXPECT_NE(repaired[image.EntryOffset(5, 4)], 2);
+  EXPECT_NE(repaired[image.EntryOffset(1, 2)], 2);
 }
 
 TEST(RepairDirectory, cycle_is_linked_under_lost_found) {
@@ -1089,6 +1169,18 @@ TEST(RepairHalfMade, last_block_turned_chain_record_is_dropped) {
   }
 }
 
+// Until it is settled whose block-map block it is, nothing is taken out of it: the other file reads through it.
+TEST(RepairHalfMade, last_block_turned_chain_record_under_another_files_map_block_is_read_as_before) {
+  SmallWithC image;
+  const std::uint16_t directory = FillDirectory(&image, 6 * 32 + 1, Sizes::kNumber);
+  const std::uint32_t block = image.MappedBlock(directory, 6);
+  for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(block) + i, 0);
+  image.PutText(image.BlockOffset(block), "FBC1");
+  image.Put32(image.NodeOffset(4) + 56, image.Get32(image.NodeOffset(directory) + 56));  // the indirect block of /D/B
+  const Bytes read = Tree(image.bytes()).at("/D/B");
+  EXPECT_EQ(Tree(testimage::Repaired(image.bytes())).at("/D/B"), read);
+}
+
 // ---- Chain and leaks ------------------------------------------------------------------------------------------------
 
 TEST(RepairChain, every_damage_chain_is_built_anew) {
@@ -1105,6 +1197,19 @@ TEST(RepairChain, every_damage_chain_is_built_anew) {
     EXPECT_EQ(Tree(after), Tree(SmallWithC().bytes()));
     EXPECT_EQ(Check(MemoryImage(after)).totals.freeBlocks, 4u) << change.offset << " " << change.value;
   }
+}
+
+TEST(RepairChain, head_is_taken_off_before_records_are_written_and_set_behind_them) {
+  WithChain<SmallWithC> image;
+  image.Put32(image.at + 12, 0xFFFF);
+  const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
+  ASSERT_EQ(plan.actions.size(), 3u);  // between the mark and its end
+  const std::vector<Write>& writes = plan.actions[1].writes;
+  ASSERT_EQ(writes.size(), 3u);
+  EXPECT_EQ(writes[0].offset, 48u);
+  EXPECT_EQ(writes[0].bytes, Bytes(4));
+  EXPECT_EQ(writes[1].bytes.size(), 1024u);
+  EXPECT_EQ(writes[2].offset, 48u);
 }
 
 TEST(RepairChain, head_beyond_the_end_is_built_anew) {
