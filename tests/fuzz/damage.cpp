@@ -1,11 +1,15 @@
 // A sweep of damages over small containers, judged by the promise of repair: what a reader could read before the repair
 // can be read after it. Beside that, what was there before the damage is looked for: a file none of whose own bytes
-// were touched - record, map and contents - must be there after the repair, under whatever name.
+// were touched - record, map and contents - nor those that say where its record lies - the header's layout and the
+// entry of the node-block table - must be there after the repair, under whatever name. Where its path still read as the
+// file, nothing else may be there afterwards, unless the promise put what was read under /LOST.FND.
 //
 //   fuzz_damage --bits              every bit of the metadata, one at a time
 //   fuzz_damage --seed N --runs M   M containers with 1 to 300 damages each: bits, bytes, sectors and blocks erased,
 //                                   copied and swapped, the end cut off; seed N and up
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +21,7 @@
 
 #include "inspect/check/check.h"
 #include "inspect/container/block_map.h"
+#include "inspect/container/fields.h"
 #include "inspect/repair/repair.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/repair_harness.h"
@@ -33,9 +38,10 @@ struct Tally {
   std::uint64_t readable = 0, kept = 0, excused = 0, regained = 0, lostFound = 0;
   std::uint64_t broken = 0;     // files that the promise says are lost
   std::uint64_t unclean = 0;    // containers that one repair did not make clean
-  std::uint64_t untouched = 0;  // files of the sound container whose own bytes were not touched
+  std::uint64_t untouched = 0;  // files of the sound container that hold something and whose own bytes were not touched
   std::uint64_t gone = 0;       // of these, those that are nowhere
-  std::uint64_t other = 0;      // of these, those at whose path something else is
+  std::uint64_t unplaced = 0;   // the same, but nothing says any more where their records lie
+  std::uint64_t displaced = 0;  // of these, those whose path led to them before, and leads to something else now
   double slowest = 0;
 };
 
@@ -44,6 +50,7 @@ struct Original {
   std::string path;
   Bytes contents;
   std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges;
+  std::uint64_t tableEntry;
 };
 
 struct Sound {
@@ -78,10 +85,11 @@ Sound Describe(const std::string& name, const ImageBuilder& image) {
   }
   sound.metadata.emplace_back(1024, 1024 + (report.model.nodes.size() - report.totals.freeNodes) / 8 + 2);
   for (const NodeInfo& node : report.model.nodes) {
-    if (node.reach != Reach::kRoot || node.IsDirectory()) continue;
+    if (node.reach != Reach::kRoot || node.IsDirectory() || node.record.size == 0) continue;
     Original file;
     file.path = PathOf(report.model, node.number);
     file.contents = tree.at(file.path);
+    file.tableEntry = TableEntryOffset((node.number - 1u) / geometry.nodesPerBlock());
     file.ranges.emplace_back(node.offset, node.offset + 64);
     VisitMap(memory, geometry, node.record, node.offset, [&](const MapSlot& slot) {
       if (slot.block != 0 && slot.block <= geometry.blocks) {
@@ -137,12 +145,21 @@ std::vector<Sound> SoundContainers() {
   return all;
 }
 
+bool Differ(const Bytes& sound, const Bytes& damaged, std::uint64_t start, std::uint64_t end) {
+  return end > damaged.size() ||
+         std::memcmp(&sound[start], &damaged[start], static_cast<std::size_t>(end - start)) != 0;
+}
+
 bool Touches(const Original& file, const Bytes& sound, const Bytes& damaged) {
-  for (const auto& [start, end] : file.ranges) {
-    if (end > damaged.size()) return true;
-    if (std::memcmp(&sound[start], &damaged[start], static_cast<std::size_t>(end - start)) != 0) return true;
-  }
-  return false;
+  return std::any_of(file.ranges.begin(), file.ranges.end(),
+                     [&](const auto& range) { return Differ(sound, damaged, range.first, range.second); });
+}
+
+// Nothing says where the file's record lies.
+bool IsUnplaced(const Original& file, const Bytes& sound, const Bytes& damaged) {
+  return Differ(sound, damaged, offsetof(orba::VolumeHeader, headerSize),
+                offsetof(orba::VolumeHeader, freeChainHead)) ||
+         Differ(sound, damaged, file.tableEntry, file.tableEntry + kWordSize);
 }
 
 bool g_Verbose = false;
@@ -178,22 +195,26 @@ void Try(const Sound& sound, const Bytes& damaged, const std::string& what, Tall
   tally->lostFound += promise.toLost;
   tally->broken += promise.lost();
   if (promise.lost() > 0) fault += " broken";
-  const auto tree = testimage::Tree(repaired);
-  std::multiset<Bytes> contents;
-  for (const auto& [path, bytes] : tree) contents.insert(bytes);
+  const auto was = testimage::Tree(damaged);
+  const auto is = testimage::Tree(repaired);
+  std::set<Bytes> contents;
+  for (const auto& [path, bytes] : is) contents.insert(bytes);
+  const auto reads = [](const auto& tree, const Original& file) {
+    const auto at = tree.find(file.path);
+    return at != tree.end() && at->second == file.contents;
+  };
   for (const Original& file : sound.files) {
     if (Touches(file, sound.bytes, damaged)) continue;
     ++tally->untouched;
-    const auto now = tree.find(file.path);
-    if (now != tree.end() && now->second == file.contents) continue;
-    if (now != tree.end()) {
-      ++tally->other;
-      fault += " other:" + file.path;
+    if (reads(is, file)) continue;
+    if (is.count(file.path) > 0 && reads(was, file)) {
+      ++tally->displaced;
+      fault += " displaced:" + file.path;
     }
-    if (contents.count(file.contents) == 0) {
-      ++tally->gone;
-      fault += " gone:" + file.path;
-    }
+    if (contents.count(file.contents) > 0) continue;
+    const bool unplaced = IsUnplaced(file, sound.bytes, damaged);
+    ++(unplaced ? tally->unplaced : tally->gone);
+    fault += (unplaced ? " unplaced:" : " gone:") + file.path;
   }
   if (g_Verbose && !fault.empty()) std::printf("%s %s:%s\n", sound.name.c_str(), what.c_str(), fault.c_str());
   if (!g_Keep.empty() && !fault.empty()) {
@@ -287,15 +308,16 @@ void Random(const std::vector<Sound>& all, std::uint64_t seed, Tally* tally) {
 int Print(const Tally& tally) {
   std::printf(
       "%llu containers, %llu beyond planning, %llu left unclean; of %llu readable files %llu kept, %llu excused, "
-      "%llu lost; %llu more came back, %llu under /LOST.FND; of %llu untouched files %llu gone, %llu with another at "
-      "their path; slowest plan %.2f s\n",
+      "%llu lost; %llu more came back, %llu under /LOST.FND; of %llu untouched files %llu gone, %llu more where header "
+      "or table no longer lead to them, %llu with another at their path; slowest plan %.2f s\n",
       static_cast<unsigned long long>(tally.images), static_cast<unsigned long long>(tally.impossible),
       static_cast<unsigned long long>(tally.unclean), static_cast<unsigned long long>(tally.readable),
       static_cast<unsigned long long>(tally.kept), static_cast<unsigned long long>(tally.excused),
       static_cast<unsigned long long>(tally.broken), static_cast<unsigned long long>(tally.regained),
       static_cast<unsigned long long>(tally.lostFound), static_cast<unsigned long long>(tally.untouched),
-      static_cast<unsigned long long>(tally.gone), static_cast<unsigned long long>(tally.other), tally.slowest);
-  return tally.broken + tally.unclean == 0 ? 0 : 1;
+      static_cast<unsigned long long>(tally.gone), static_cast<unsigned long long>(tally.unplaced),
+      static_cast<unsigned long long>(tally.displaced), tally.slowest);
+  return tally.broken + tally.unclean + tally.gone == 0 ? 0 : 1;
 }
 
 }  // namespace
