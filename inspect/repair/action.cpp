@@ -48,6 +48,9 @@ constexpr Wording kWordings[] = {
      "writes the node block of table entry {first} anew, as block {block}, with {count record} from the slots of other "
      "nodes",
      nullptr},
+    {ActionKind::kReturnSectors,
+     "writes a block of {node} anew, as block {block}: {count sector} of it and of node records had changed places",
+     nullptr},
     {ActionKind::kFreeNode, "frees node {number}: it holds nothing and has no name", nullptr},
     {ActionKind::kReturnMap, "gives {node} its block-map block {block} back, which leads to {count block}", nullptr},
     {ActionKind::kReturnEntries, "gives {node} its block {block} with {count entry} back", nullptr},

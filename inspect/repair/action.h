@@ -35,6 +35,7 @@ enum class ActionKind : std::uint8_t {
   kReturnRecord,    // node
   kMoveRecord,      // node; first: the node in whose slot it lay
   kMoveRecords,     // first: the table entry; block: the new one; count: of records
+  kReturnSectors,   // node; block: the new one; count: of sectors
   kFreeNode,        // node
   // block maps
   kReturnMap,       // node; block; count: of blocks that it leads to

@@ -14,11 +14,11 @@ namespace {
 
 using std::to_string;
 
-constexpr Pass kPasses[] = {FixHeader,         FillTail,   FixTable,      CutOutside,       RegainRecords,
-                            RegainDirectories, FixSlots,   FixBitmap,     ReviveNodes,      FixRecords,
-                            DropFreedBlocks,   RegainMaps, RegainEntries, Unshare,          FixSlotsOutside,
-                            FixMaps,           FixRoot,    EmptyCopies,   UndoTornRemovals, FixDirectorySizes,
-                            FixNames,          FixEntries, BreakCycles,   FixLeakedNodes,   FixChain};
+constexpr Pass kPasses[] = {
+    FixHeader, FillTail,        FixTable,    CutOutside,     ReturnSectors,   RegainRecords,    RegainDirectories,
+    FixSlots,  FixBitmap,       ReviveNodes, FixRecords,     DropFreedBlocks, RegainMaps,       RegainEntries,
+    Unshare,   FixSlotsOutside, FixMaps,     FixRoot,        EmptyCopies,     UndoTornRemovals, FixDirectorySizes,
+    FixNames,  FixEntries,      BreakCycles, FixLeakedNodes, FixChain};
 
 // Far more rounds than any damage takes; a guard against passes that undo each other.
 constexpr int kMostRounds = 100;

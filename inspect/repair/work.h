@@ -113,6 +113,8 @@ void FillTail(RepairWork* work);  // a container that ends in the middle of a bl
 void FixTable(RepairWork* work);  // regains node blocks
 // map_passes.cpp
 void CutOutside(RepairWork* work);  // numbers beyond the container's end, before blocks are appended there
+// sector_pass.cpp
+void ReturnSectors(RepairWork* work);  // of node records in directories, and of entries among node records
 // regain_passes.cpp
 void RegainRecords(RepairWork* work);      // that lie in lost blocks or in the slots of other nodes
 void RegainDirectories(RepairWork* work);  // whose records are lost

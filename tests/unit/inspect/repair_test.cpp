@@ -372,6 +372,68 @@ TEST(RepairStray, two_nodes_without_name_and_one_bit_damaged_in_one_number_that_
   EXPECT_EQ(files.at("/FULL/F6"), was.at("/FULL/F6"));
 }
 
+// ---- Sectors of directories and of node records that changed places -------------------------------------------------
+
+void Exchange(ImageBuilder* image, std::uint64_t a, std::uint64_t b) {
+  Bytes& bytes = image->bytes();
+  std::swap_ranges(bytes.begin() + static_cast<std::ptrdiff_t>(a), bytes.begin() + static_cast<std::ptrdiff_t>(a + 512),
+                   bytes.begin() + static_cast<std::ptrdiff_t>(b));
+}
+
+// FULL is node 7, F2 to F69 are nodes 8 to 75, of 2 to 69 bytes.
+struct ThreeBlocks : SmallWithC {
+  ThreeBlocks() { FillDirectory(this, 70, Sizes::kNumber); }
+};
+
+TEST(RepairSectors, one_of_a_directory_and_one_of_node_records_go_back) {
+  for (const std::uint16_t node : {std::uint16_t{17}, std::uint16_t{25}, std::uint16_t{65}}) {
+    for (const std::uint32_t entry : {16u, 32u, 48u}) {
+      ThreeBlocks image;
+      const Files files = Tree(image.bytes());
+      Exchange(&image, image.NodeOffset(node), image.EntryOffset(7, entry));
+      EXPECT_FILES(Repair(image), files) << node << " " << entry;
+    }
+  }
+}
+
+TEST(RepairSectors, two_of_one_block_go_back) {
+  ThreeBlocks image;
+  const Files files = Tree(image.bytes());
+  Exchange(&image, image.NodeOffset(25), image.EntryOffset(7, 32));
+  Exchange(&image, image.NodeOffset(33), image.EntryOffset(7, 48));
+  std::string texts;
+  EXPECT_FILES(Repair(image, &texts), files);
+  EXPECT_NE(texts.find(": 2 sectors of it and of node records had changed places"), std::string::npos) << texts;
+}
+
+TEST(RepairSectors, empty_files_and_free_nodes_are_in_them_too) {
+  SmallWithC image;
+  FillDirectory(&image, 52, Sizes::kZero);  // the last node is 57
+  const Files files = Tree(image.bytes());
+  Exchange(&image, image.NodeOffset(57), image.EntryOffset(7, 16));
+  EXPECT_FILES(Tree(testimage::Repaired(image.bytes())), files);
+}
+
+TEST(RepairSectors, copy_of_node_records_in_a_directory_moves_nothing) {
+  ThreeBlocks image;
+  const Bytes records(image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(25)),
+                      image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(25)) + 512);
+  std::copy(records.begin(), records.end(),
+            image.bytes().begin() + static_cast<std::ptrdiff_t>(image.EntryOffset(7, 48)));
+  std::string texts;
+  Repair(image, &texts);
+  EXPECT_EQ(texts.find("changed places"), std::string::npos) << texts;
+}
+
+TEST(RepairSectors, node_records_over_a_directory_without_its_entries_move_nothing) {
+  ThreeBlocks image;
+  Exchange(&image, image.NodeOffset(25), image.EntryOffset(7, 48));
+  image.Put16(image.NodeOffset(25), 0xFFFF);  // no node has this number: these are no entries
+  std::string texts;
+  Repair(image, &texts);
+  EXPECT_EQ(texts.find("changed places"), std::string::npos) << texts;
+}
+
 // ---- Erased flash: every byte 0xFF, and a bitmap that calls every node free -----------------------------------------
 
 // node 7 /FULL with F2 to F39 as nodes 8 to 45, 46 /P, 47 /P/Q, 48 /P/Q/R: three node blocks. Three blocks are free.
@@ -797,6 +859,16 @@ TEST(RepairMap, shrink_half_made_is_finished) {
   EXPECT_FILES(Repair(image), files);
 }
 
+// What a file was read as is kept before anything changes, in blocks at the end; then free blocks are taken again.
+TEST(RepairMap, map_block_that_leads_to_itself_leaves_a_hole_for_a_free_block) {
+  WithChain<SmallWithC> image;
+  image.Put32(image.MapOffset(4, 6), image.Get32(image.NodeOffset(4) + 56));
+  const Bytes read = Tree(image.bytes()).at("/D/B");
+  const Bytes repaired = testimage::Repaired(image.bytes());
+  EXPECT_EQ(Tree(repaired).at("/LOST.FND/B"), read);
+  EXPECT_EQ(repaired.size(), image.bytes().size() + 9 * 1024);  // the directory, seven blocks and their block-map block
+}
+
 TEST(RepairMap, every_slot_the_same_is_bounded) {
   ImageBuilder image(1024, 32);
   const std::uint16_t node = image.AddFile(1, "F", 600 * 1024);
@@ -1173,12 +1245,13 @@ TEST(RepairHalfMade, last_block_turned_chain_record_is_dropped) {
 TEST(RepairHalfMade, last_block_turned_chain_record_under_another_files_map_block_is_read_as_before) {
   SmallWithC image;
   const std::uint16_t directory = FillDirectory(&image, 6 * 32 + 1, Sizes::kNumber);
+  const std::uint16_t last = image.AddFile(5, "LAST", 7 * 1024);
   const std::uint32_t block = image.MappedBlock(directory, 6);
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(block) + i, 0);
   image.PutText(image.BlockOffset(block), "FBC1");
-  image.Put32(image.NodeOffset(4) + 56, image.Get32(image.NodeOffset(directory) + 56));  // the indirect block of /D/B
-  const Bytes read = Tree(image.bytes()).at("/D/B");
-  EXPECT_EQ(Tree(testimage::Repaired(image.bytes())).at("/D/B"), read);
+  image.Put32(image.NodeOffset(last) + 56, image.Get32(image.NodeOffset(directory) + 56));  // the indirect block
+  const Bytes read = Tree(image.bytes()).at("/D/E/LAST");
+  EXPECT_EQ(Tree(testimage::Repaired(image.bytes())).at("/D/E/LAST"), read);
 }
 
 // ---- Chain and leaks ------------------------------------------------------------------------------------------------
