@@ -12,7 +12,7 @@ export class Container {
   private readonly waiting = new Map<number, Waiting>();
   private next = 1;
 
-  private constructor() {
+  constructor() {
     workerUrl ||= URL.createObjectURL(new Blob([WORKER_SOURCE], { type: 'text/javascript' }));
     this.worker = new Worker(workerUrl);
     this.worker.onmessage = ({ data }: MessageEvent<Answer>) => {
@@ -28,12 +28,6 @@ export class Container {
       for (const { reject } of this.waiting.values()) reject(new Error(event.message));
       this.waiting.clear();
     };
-  }
-
-  static async open(module: WebAssembly.Module, bytes: Blob): Promise<Container> {
-    const container = new Container();
-    await container.call('open', module, bytes);
-    return container;
   }
 
   call<Name extends keyof Calls>(call: Name, ...parameters: Parameters<Calls[Name]>):

@@ -49,7 +49,9 @@ export function attributesText(attributes: number): string {
   return words.filter((_, bit) => (attributes & (1 << bit)) !== 0).join(', ');
 }
 
-export function download(blob: Blob, name: string): void {
+/** Throws when the file that the bytes come from has changed or gone. */
+export async function download(blob: Blob, name: string): Promise<void> {
+  for (const end of [blob.slice(0, 1), blob.slice(-1)]) await end.arrayBuffer();
   const url = URL.createObjectURL(blob);
   const link = element('a', { href: url, download: name });
   link.click();

@@ -41,9 +41,19 @@ module.catch((error: unknown) => fail('This browser cannot run the explorer', me
 
 // ---- Opening --------------------------------------------------------------------------------------------------------
 
-async function openView(blob: Blob): Promise<View> {
-  const container = await Container.open(await module, blob);
+/** A worker on the bytes. It ends when another file is opened, and what it was asked for never comes then. */
+async function start(blob: Blob): Promise<Container> {
+  const chosen = file;
+  const compiled = await module;
+  if (file !== chosen) throw new Error('another file was opened');
+  const container = new Container();
   workers.push(container);
+  await container.call('open', compiled, blob);
+  return container;
+}
+
+async function openView(blob: Blob): Promise<View> {
+  const container = await start(blob);
   return { container, report: await container.call('check'), bytes: blob.size };
 }
 
@@ -89,11 +99,13 @@ async function show(next: View): Promise<void> {
     archiveButton(next.container, 0, 'Download all (.tar)', `${file!.name}.tar`, byId('tree-notes')));
   showScreen('explorer');
   const problems = await tree.show(next.container);
+  if (view !== next) return;
   byId('tree-notes').replaceChildren(...problems.map((problem) =>
     element('p', { class: 'warning' }, `The root directory cannot be read whole: ${problem}.`)));
   byId('tree').hidden = tree.empty;
   byId('tree-empty').hidden = !tree.empty || problems.length > 0;
   await map.show(next.container, report);
+  if (view !== next) return;
   announce(`${file!.name}: ${text}. ${counted(report.files, 'file')}. ${findingsText(report)}`);
 }
 
@@ -110,8 +122,7 @@ async function plan(chosen: File): Promise<void> {
   byId('callout-text').textContent = 'Working out what a repair would do…';
   byId('callout-more').hidden = true;
   showPlanning(root);
-  const container = await Container.open(await module, chosen);
-  workers.push(container);
+  const container = await start(chosen);
   const made = await container.call('plan', new Date());
   if (file !== chosen) return;
   repair = made;
@@ -188,7 +199,10 @@ byId('as-is').addEventListener('click', () => {
   if (original !== null && view !== original) void show(original);
 });
 byId('as-repaired').addEventListener('click', () => {
-  showRepaired().catch((error: unknown) => fail('The repaired container could not be read', message(error)));
+  const chosen = file;
+  showRepaired().catch((error: unknown) => {
+    if (file === chosen) fail('The repaired container could not be read', message(error));
+  });
 });
 byId('callout-more').addEventListener('click', () => {
   tabs.show('tab-repair');

@@ -7,19 +7,23 @@ import type { FileContents } from './worker';
 const kTextStep = 64 * 1024;
 const kHexPage = 2048;
 const kLargestPicture = 64 * 1024 * 1024;
+const kMostPixels = 100_000_000;
 
 type Form = 'text' | 'picture' | 'bytes';
 
 interface Picture {
   type: string;
   magic: [offset: number, text: string][];
+  /** Width and height, where a few bytes can make a picture that fills the memory. */
+  extent?: (head: DataView) => [number, number];
 }
 
 const kPictures: Picture[] = [
-  { type: 'image/png', magic: [[0, '\x89PNG\r\n\x1a\n']] },
+  { type: 'image/png', magic: [[0, '\x89PNG\r\n\x1a\n']], extent: (head) => [head.getUint32(16), head.getUint32(20)] },
   { type: 'image/jpeg', magic: [[0, '\xff\xd8\xff']] },
-  { type: 'image/gif', magic: [[0, 'GIF8']] },
-  { type: 'image/bmp', magic: [[0, 'BM'], [6, '\0\0\0\0']] },
+  { type: 'image/gif', magic: [[0, 'GIF8']], extent: (head) => [head.getUint16(6, true), head.getUint16(8, true)] },
+  { type: 'image/bmp', magic: [[0, 'BM'], [6, '\0\0\0\0']],
+    extent: (head) => [head.getInt32(18, true), head.getInt32(22, true)] },
   { type: 'image/webp', magic: [[0, 'RIFF'], [8, 'WEBP']] },
 ];
 
@@ -69,12 +73,14 @@ export class Preview {
         `Only the first ${counted(contents.blob.size, 'byte')} can be read` +
         (contents.problem === '' ? '.' : `: ${contents.problem}.`)));
     }
-    actions.append(button('Download', { class: 'primary' }, () => download(contents.blob, entry.hostName)));
+    actions.append(button('Download', { class: 'primary' }, () => {
+      download(contents.blob, entry.hostName).catch((error: unknown) => body.append(failure(error)));
+    }));
     if (contents.blob.size === 0) {
       body.append(element('p', { class: 'hint' }, 'The file is empty.'));
       return;
     }
-    const picture = kPictures.find(({ magic }) => magic.every(([offset, text]) => startsWith(head, offset, text)));
+    const picture = kPictures.find((candidate) => isPicture(candidate, head));
     const forms: Form[] = ['text', 'bytes'];
     if (picture !== undefined && contents.blob.size <= kLargestPicture) forms.unshift('picture');
     let shownIn = element('div', { class: 'view' });
@@ -135,7 +141,7 @@ export function archiveButton(container: Container, node: number, text: string, 
     notes.querySelector('.archive-notes')?.remove();
     try {
       const archive = await container.call('archive', node);
-      download(archive.blob, name);
+      await download(archive.blob, name);
       if (archive.problems.length > 0) notes.append(archiveNotes(archive.problems));
     } catch (error) {
       notes.append(failure(error));
@@ -157,6 +163,14 @@ export function archiveNotes(problems: string[]): HTMLElement {
 export function failure(error: unknown): HTMLElement {
   return element('p', { class: 'warning', role: 'alert' },
     `The browser could not read this (${message(error)}). If the file has changed or moved, open it again.`);
+}
+
+function isPicture({ magic, extent }: Picture, head: Uint8Array): boolean {
+  if (!magic.every(([offset, text]) => startsWith(head, offset, text))) return false;
+  if (extent === undefined) return true;
+  if (head.length < 32) return false;
+  const [width, height] = extent(new DataView(head.buffer, head.byteOffset));
+  return Math.abs(width * height) <= kMostPixels;
 }
 
 function startsWith(bytes: Uint8Array, offset: number, text: string): boolean {
@@ -184,7 +198,9 @@ async function showText(blob: Blob, encoding: string, view: HTMLElement): Promis
   const text = element('pre', { class: 'text', tabindex: 0, 'aria-label': 'Text of the file' });
   const decoder = new TextDecoder(encoding);
   let shown = 0;
-  const more = button('Show more', {}, () => void add());
+  const more = button('Show more', {}, () => {
+    add().catch((error: unknown) => more.replaceWith(failure(error)));
+  });
   const add = async () => {
     const end = Math.min(blob.size, shown + kTextStep);
     text.append(decoder.decode(await blob.slice(shown, end).arrayBuffer(), { stream: end < blob.size }));

@@ -76,7 +76,7 @@ function actions(root: HTMLElement, container: Container, name: string, { plan, 
     root.querySelector('.archive-notes')?.remove();
     try {
       const { archive } = await container.call('recover');
-      download(archive.blob, `${name}.tar`);
+      await download(archive.blob, `${name}.tar`);
       if (archive.problems.length > 0) root.append(archiveNotes(archive.problems));
     } catch (error) {
       root.append(failure(error));
@@ -85,8 +85,9 @@ function actions(root: HTMLElement, container: Container, name: string, { plan, 
   });
   const text = plan.breaksPromise ? `Download repaired container without ${counted(plan.promise.lost, 'file')}`
     : 'Download repaired container';
-  const get = button(text, { class: plan.breaksPromise ? '' : 'primary' },
-                     () => download(repaired, repairedName(name)));
+  const get = button(text, { class: plan.breaksPromise ? '' : 'primary' }, () => {
+    download(repaired, repairedName(name)).catch((error: unknown) => root.append(failure(error)));
+  });
   return element('div', { class: 'download' },
     element('div', { class: 'actions' }, ...(plan.breaksPromise ? [recover, get] : [get, recover])),
     element('p', { class: 'hint' }, 'Your file stays as it is: the repair is made in the copy that you download.'));

@@ -107,7 +107,8 @@ export class Tree {
     const stack = [...this.roots].reverse();
     for (let row = stack.pop(); row !== undefined; row = stack.pop()) {
       this.rows.push(row);
-      if (row.open && row.children !== null) stack.push(...[...row.children].reverse());
+      if (!row.open || row.children === null) continue;
+      for (let index = row.children.length - 1; index >= 0; --index) stack.push(row.children[index]!);
     }
     for (const made of this.shown.values()) made.remove();
     this.shown.clear();
@@ -252,5 +253,7 @@ export class Tree {
 }
 
 function pathOf(row: Row): string {
-  return (row.parent === null ? '' : pathOf(row.parent)) + '/' + row.entry.name;
+  const names: string[] = [];
+  for (let at: Row | null = row; at !== null; at = at.parent) names.push(at.entry.name);
+  return '/' + names.reverse().join('/');
 }

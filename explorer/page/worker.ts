@@ -56,6 +56,11 @@ class BlobSource implements Source {
     return this.blob.size;
   }
 
+  /** Ranges that are not copied are read when an archive is stored. Throws when they will not be there any more. */
+  require(): void {
+    this.reader.readAsArrayBuffer(this.blob.slice(0, 1));
+  }
+
   read(offset: number, to: Uint8Array): boolean {
     try {
       const bytes = this.reader.readAsArrayBuffer(this.blob.slice(offset, offset + to.length));
@@ -84,14 +89,19 @@ function gather(pieces: [number, number][], to: Assembly): void {
 
 /** Names that are new in their folder: two of a container may become one on a desktop. */
 class Folder {
-  private readonly taken = new Set<string>();
+  private readonly taken = new Map<string, number>();  // with the last number that was put behind it
 
   constructor(readonly path: string) {}
 
   pathOf(name: string): string {
     let unique = name;
-    for (let next = 2; this.taken.has(unique); ++next) unique = `${name}~${next}`;
-    this.taken.add(unique);
+    while (this.taken.has(unique)) {
+      // No number is tried twice: a damaged directory may hold one name a hundred thousand times.
+      const next = this.taken.get(name)! + 1;
+      this.taken.set(name, next);
+      unique = `${name}~${next}`;
+    }
+    this.taken.set(unique, 1);
     return this.path + unique;
   }
 }
@@ -121,6 +131,7 @@ function archive(node: number): Archive {
     if (!contents.whole) problems.push(`/${path}: ${contents.problem || 'blocks are missing'}`);
     ++files;
   }
+  source.require();
   return { blob: tar.done(), files, problems };
 }
 
@@ -154,6 +165,7 @@ function recover(): { recovered: Recovered; archive: Archive } {
     piece: (bytes) => contents.bytes(bytes),
     end: () => tar.file(file.path, file.seconds, contents.size, (to) => to.append(contents)),
   });
+  source.require();
   return { recovered, archive: { blob: tar.done(), files: recovered.files, problems: recovered.failures } };
 }
 
