@@ -28,12 +28,20 @@ using inspect::JsonObject;
 using inspect::JsonText;
 
 struct Opened {
-  explicit Opened(std::uint64_t size) : image(size), reader(image) {}
+  explicit Opened(std::uint64_t size) : image(size) {}
+
+  // Made when it is first asked for: where the layout has to be searched, that takes long, and a check searches itself.
+  inspect::Reader& reader() {
+    if (reader_ == nullptr) reader_ = std::make_unique<inspect::Reader>(image);
+    return *reader_;
+  }
 
   HostImage image;
-  inspect::Reader reader;
   inspect::Report report;
   std::vector<inspect::Write> patches;
+
+ private:
+  std::unique_ptr<inspect::Reader> reader_;
 };
 
 std::unique_ptr<Opened> opened;
@@ -83,7 +91,7 @@ std::string EntryJson(const inspect::Listed& entry) {
 }
 
 inspect::Problem FindNode(std::uint32_t number, inspect::Node* node) {
-  return number == 0 ? opened->reader.Root(node) : opened->reader.ReadNode(number, node);
+  return number == 0 ? opened->reader().Root(node) : opened->reader().ReadNode(number, node);
 }
 
 // The steps of a walk as an archive needs them: each directory that is entered is left again.
@@ -201,7 +209,7 @@ void List(std::uint32_t node) {
   if (problem.IsFailure()) {
     problems.Add(JsonText(ToText(problem)));
   } else {
-    const inspect::Listing listing = opened->reader.List(directory);
+    const inspect::Listing listing = opened->reader().List(directory);
     for (const inspect::Listed& entry : listing.entries) entries.Add(EntryJson(entry));
     for (const inspect::Problem& found : listing.problems) problems.Add(JsonText(ToText(found)));
   }
@@ -212,9 +220,9 @@ void Walk(std::uint32_t node) {
   inspect::Node directory;
   Steps steps;
   if (!FindNode(node, &directory).IsFailure()) {
-    inspect::Budget budget(opened->reader.geometry());
+    inspect::Budget budget(opened->reader().geometry());
     const auto take = [&steps](const inspect::Step& step) { return steps.Take(step); };
-    inspect::Walk(&opened->reader, directory, "", take, &budget);
+    inspect::Walk(&opened->reader(), directory, "", take, &budget);
   }
   result = steps.Done();
 }
@@ -225,11 +233,11 @@ void Contents(std::uint32_t node) {
   JsonArray pieces;
   std::uint64_t done = 0;
   if (!problem.IsFailure()) {
-    const inspect::Geometry& geometry = opened->reader.geometry();
+    const inspect::Geometry& geometry = opened->reader().geometry();
     inspect::Budget budget(geometry);
     inspect::Extent extent;
     for (std::uint64_t index = 0; done < file.size(); index += extent.count) {
-      problem = opened->reader.FindExtent(file, index, geometry.blocks, &extent, &budget);
+      problem = opened->reader().FindExtent(file, index, geometry.blocks, &extent, &budget);
       if (problem || extent.count == 0) break;
       const std::uint64_t count =
           std::min<std::uint64_t>(file.size() - done, std::uint64_t{extent.count} * geometry.blockSize);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <map>
 #include <vector>
 
@@ -75,6 +76,11 @@ void TakeAll(const std::uint8_t* bytes, std::size_t count, std::uint64_t offset,
   }
 }
 
+// Nothing but zeros, as most of a large file may be that is no container.
+bool IsBlank(const std::uint8_t* bytes, std::size_t count) {
+  return bytes[0] == 0 && std::memcmp(bytes, bytes + 1, count - 1) == 0;
+}
+
 Traces Scan(const Image& image) {
   constexpr std::size_t kPiece = 1 << 16;
   constexpr std::size_t kAhead = kNodeSize - 1;  // what a record that begins in one piece may need of the next
@@ -83,7 +89,9 @@ Traces Scan(const Image& image) {
   std::vector<std::uint8_t> bytes(kPiece + kAhead);
   for (std::uint64_t offset = 0; offset + kAhead < size; offset += kPiece) {
     const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), size - offset));
-    if (image.Read(offset, bytes.data(), count)) TakeAll(bytes.data(), count - kAhead, offset, &traces);
+    if (image.Read(offset, bytes.data(), count) && !IsBlank(bytes.data(), count)) {
+      TakeAll(bytes.data(), count - kAhead, offset, &traces);
+    }
   }
   if (!traces.runs.empty() && traces.runs.back().count < kShortestRun) traces.runs.pop_back();
   return traces;

@@ -202,7 +202,7 @@ std::unique_ptr<Mounted> Open(const MountOptions& options) {
 void RequireLibrary() {
   if (mount::IsAvailable()) return;
   throw Failure("cannot mount or unmount anything", "this build of orba has no libfuse 3",
-                "install libfuse3-dev and build it again, or use: orba get");
+                "on Linux, install libfuse3-dev and build it again; elsewhere use: orba get");
 }
 
 std::uint32_t NumberOf(const std::string& word, const std::string& text, int base) {
