@@ -48,6 +48,11 @@ class UsageTest(ToolTest):
     def test_version_is_printed(self):
         self.assertRegex(self.ok("--version"), r"^orba \d+\.\d+\.\d+\n$")
 
+    def test_completion_is_printed_for_each_shell(self):
+        for shell, begin in (("bash", "# bash completion"), ("zsh", "#compdef orba\n"), ("fish", "# fish completion")):
+            self.assertTrue(self.ok("--completion", shell).startswith(begin), shell)
+        self.assertIn('--completion takes bash, zsh or fish, not "sh"\n', self.fails(16, "--completion", "sh"))
+
     def test_no_command_prints_help_and_is_usage(self):
         result = self.orba()
         self.assertEqual((result.status, result.err), (16, ""))

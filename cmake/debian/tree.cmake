@@ -1,0 +1,25 @@
+# Run by CPack between installing the components and packing them.
+function(run)
+  execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+set(library "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME}")
+set(development "${CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME}")
+set(tool "${CPACK_DEBIAN_TOOL_PACKAGE_NAME}")
+foreach(component library development tool)
+  set(tree "${CPACK_TEMPORARY_DIRECTORY}/${component}${CPACK_PACKAGING_INSTALL_PREFIX}")
+  set(documents "${tree}/share/doc/${${component}}")
+  file(MAKE_DIRECTORY "${documents}")
+  configure_file("${CPACK_ORBA_SOURCE}/cmake/debian/copyright" "${documents}/copyright" COPYONLY)
+  configure_file("${CPACK_ORBA_DEBIAN_FILES}/changelog" "${documents}/changelog.Debian" COPYONLY)
+  configure_file("${CPACK_ORBA_SOURCE}/CHANGELOG.md" "${documents}/changelog" COPYONLY)
+  file(GLOB compressed "${documents}/changelog*" "${tree}/share/man/man*/*")
+  run(gzip -9n ${compressed})
+  file(GLOB archives "${tree}/lib/*/*.a")
+  if(archives)
+    run(strip --strip-debug --remove-section=.comment --remove-section=.note --enable-deterministic-archives
+        ${archives})
+  endif()
+  # Whatever the umask, the owner of a file and the group may be.
+  run(chmod -R u+rwX,go+rX,go-w "${CPACK_TEMPORARY_DIRECTORY}/${component}")
+endforeach()
