@@ -5,6 +5,7 @@
 #include <linux/fs.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -204,9 +205,10 @@ void OnListRemarks(fuse_req_t handle, fuse_ino_t inode, std::size_t room) {
 }
 
 void OnSetRemark(fuse_req_t handle, fuse_ino_t inode, const char* name, const char* value, std::size_t size,
-                 int /*flags*/) {
+                 int flags) {
   Answer(handle, [&](const Request& request) {
     if (std::strcmp(name, kAttributes) != 0) return EOPNOTSUPP;
+    if ((flags & XATTR_CREATE) != 0) return EEXIST;
     const std::optional<std::uint32_t> attributes = AttributesIn({value, size});
     if (!attributes.has_value()) return EINVAL;
     Status status;
@@ -218,8 +220,8 @@ void OnSetRemark(fuse_req_t handle, fuse_ino_t inode, const char* name, const ch
   });
 }
 
-void OnRemoveRemark(fuse_req_t handle, fuse_ino_t /*inode*/, const char* /*name*/) {
-  fuse_reply_err(handle, EOPNOTSUPP);
+void OnRemoveRemark(fuse_req_t handle, fuse_ino_t /*inode*/, const char* name) {
+  fuse_reply_err(handle, std::strncmp(name, kPrefix, std::strlen(kPrefix)) == 0 ? EOPNOTSUPP : ENODATA);
 }
 
 // ---- Names ----------------------------------------------------------------------------------------------------------

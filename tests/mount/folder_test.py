@@ -268,6 +268,9 @@ class FolderTest(MountTest):
         self.fails_with(errno.EINVAL, os.setxattr, self.at("F"), "user.orba.attributes", b"x")
         self.fails_with(errno.EOPNOTSUPP, os.setxattr, self.at("F"), "user.other", b"x")
         self.fails_with(errno.ENODATA, os.getxattr, self.at("F"), "user.other")
+        self.fails_with(errno.EEXIST, os.setxattr, self.at("F"), "user.orba.attributes", b"r", os.XATTR_CREATE)
+        self.fails_with(errno.EOPNOTSUPP, os.removexattr, self.at("F"), "user.orba.attributes")
+        self.fails_with(errno.ENODATA, os.removexattr, self.at("F"), "user.other")
         with open(self.at("F"), "r+b", buffering=0) as file:
             os.chmod(self.at("F"), 0o400)
             file.write(b"y")
