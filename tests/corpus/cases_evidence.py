@@ -279,3 +279,12 @@ def evidence_copy_of_the_first_node_block_in_the_bitmap(c):
     """The header is zeros, and the bitmap holds a copy of the first records, which begin before block 1."""
     c.put(0, bytes(at.BITMAP))
     c.put(at.BITMAP + 256, c.sound[_node_block(c, 0):][:768])
+
+
+@case("tree")
+def evidence_sectors_of_nodes_and_of_a_directory_exchanged(c):
+    """The sector of nodes 25 to 32 and the second sector of /LOGS have changed places."""
+    nodes, entries = c.record(25), c.entry("/LOGS", "L14")
+    records = c.sound[nodes:nodes + 512]
+    c.put(nodes, c.sound[entries:entries + 512])
+    c.put(entries, records)

@@ -63,11 +63,14 @@ std::map<std::string, Bytes> Tree(const Bytes& container) {
   Reader reader(image);
   Node root;
   std::map<std::string, Bytes> tree;
+  std::set<std::string> seen;  // of equal names the first is the one that a path leads to
   if (reader.Root(&root).IsFailure()) return tree;
   tree["/"] = {};
   Budget budget(reader.geometry());
   const auto take = [&](const Step& step) {
-    if (step.what != Step::What::kEntry || step.entry->problem.IsFailure()) return Onward::kOn;
+    if (step.what != Step::What::kEntry) return Onward::kOn;
+    if (!seen.insert(step.path).second) return Onward::kPast;
+    if (step.entry->problem.IsFailure()) return Onward::kOn;
     if (step.entry->node.directory) {
       tree[step.path + "/"] = {};
       return Onward::kOn;
