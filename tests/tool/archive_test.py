@@ -8,9 +8,9 @@ import tarfile
 import unittest
 import zipfile
 
-from support import BLOCK_1, NODE_SIZE, PROGRAM, ToolTest, linux_alone, obey_modes
+from support import BLOCK_1, NODE_SIZE, PROGRAM, WINDOWS, ToolTest, obey_modes
 
-FORMATS = ["tar", "tar.gz", "tgz", "tar.bz2", "tar.xz", "tar.zst", "zip"]
+FORMATS = ["tar", "tar.gz", *([] if WINDOWS else ["tar.bz2", "tar.xz", "tar.zst"]), "zip"]
 DAY = 1582934399  # 2020-02-28 23:59:59
 MISSING_BLOCK = (1 << 20).to_bytes(4, "little")  # a block number beyond the container's end
 
@@ -37,7 +37,6 @@ def special(name, kind, target=""):
 
 class ExportTest(ToolTest):
     def setUp(self):
-        linux_alone("archives: Debian has libarchive for Linux alone")
         super().setUp()
         self.write("tree/logs/day1.txt", b"monday")
         self.write("tree/big.bin", bytes(range(256)) * 3000)
@@ -88,7 +87,7 @@ class ExportTest(ToolTest):
             self.assertEqual(archive.getnames(), ["DAY1.TXT"])
 
     def test_export_and_import_change_nothing_in_every_format(self):
-        for name in FORMATS:
+        for name in (*FORMATS, "tgz"):
             self.ok("export", "-q", "card.orb", "card." + name)
             self.ok("format", name + ".orb")
             self.ok("import", "-q", "card." + name, name + ".orb")
@@ -103,8 +102,8 @@ class ExportTest(ToolTest):
 
     def test_export_refuses_a_name_without_a_format(self):
         message = self.fails(16, "export", "card.orb", "card.rar")
-        self.assertIn("the name card.rar says no format; it has to end in one of .tar, .tar.gz, .tar.bz2, .tar.xz, "
-                      ".tar.zst, .zip, or give --format", message)
+        self.assertIn("the name card.rar says no format; it has to end in one of ."
+                      f"{', .'.join(FORMATS)}, or give --format", message)
         self.ok("export", "--format", "zip", "card.orb", "card.rar")
         with zipfile.ZipFile(self.path("card.rar")) as archive:
             self.assertEqual(archive.read("LOGS/DAY1.TXT"), b"monday")
@@ -179,7 +178,6 @@ class ExportTest(ToolTest):
 
 class ImportTest(ToolTest):
     def setUp(self):
-        linux_alone("archives: Debian has libarchive for Linux alone")
         super().setUp()
         self.format()
         self.before = self.read("card.orb")

@@ -3,28 +3,30 @@ manifest, verify and diff."""
 import os
 import unittest
 
-from support import ToolTest, linux_alone
+from support import WINDOWS, ToolTest
+
+
+FILES = 300 if WINDOWS else 3000  # Wine opens them slowly
 
 
 class RealTreeTest(ToolTest):
-    """3000 files of this machine, some with names that no container holds."""
+    """Files of this machine, some with names that no container holds."""
 
     def test_nothing_differs_after_create_export_import_verify_compact_and_get(self):
-        linux_alone("archives: Debian has libarchive for Linux alone")
         count = 0
         for folder, _, names in os.walk("/usr/include"):
             for name in sorted(names):
                 path = os.path.join(folder, name)
-                if count < 3000 and os.path.isfile(path) and not os.path.islink(path):
+                if count < FILES and os.path.isfile(path) and not os.path.islink(path):
                     with open(path, "rb") as source:
                         self.write("tree" + path.removeprefix("/usr/include"), source.read())
                     count += 1
-        self.assertEqual(count, 3000)
+        self.assertEqual(count, FILES)
         self.ok("create", "-q", "--rename", "one.orb", "tree/.")
         self.assertEqual(self.ok("verify", "--rename", "one.orb", "tree"),
-                         "3000 files are the same, 0 missing, 0 changed, 0 extra\n")
+                         f"{FILES} files are the same, 0 missing, 0 changed, 0 extra\n")
         manifest = self.ok("manifest", "one.orb")
-        for name in ("tree.tar", "tree.tar.zst", "tree.zip"):
+        for name in ("tree.tar", "tree.tar.gz" if WINDOWS else "tree.tar.zst", "tree.zip"):
             self.ok("export", "-q", "one.orb", name)
             self.ok("format", "-b", "8192", name + ".orb")
             self.ok("import", "-q", name, name + ".orb")
@@ -38,7 +40,7 @@ class RealTreeTest(ToolTest):
             self.ok("get", "-q", "--verify", name, name + ".got")
         self.assertEqual(self.contents("one.orb.got"), self.contents("tree.tar.orb.got"))
         self.assertEqual(self.ok("verify", "tree.zip.orb", "one.orb.got"),
-                         "3000 files are the same, 0 missing, 0 changed, 0 extra\n")
+                         f"{FILES} files are the same, 0 missing, 0 changed, 0 extra\n")
 
 
 if __name__ == "__main__":

@@ -1,7 +1,9 @@
 """What only Windows has: drives, backslashes, long paths, wildcards without a shell, names it keeps for itself. Run by
 under_wine.py alone."""
+import bz2
 import contextlib
 import fcntl
+import lzma
 import os
 import re
 import signal
@@ -9,6 +11,7 @@ import struct
 import subprocess
 import termios
 import unittest
+import zipfile
 
 from support import INTERRUPTED, LIMIT, PROGRAM, ToolTest, open_terminal
 
@@ -158,12 +161,21 @@ class WindowsTest(ToolTest):
         self.assertRegex(lines[0], r"^put\[\.+\]0%0of5\.1M")
         self.assertEqual(self.on_console("put", "-q", "BIG", "card.orb:/SECOND"), (0, []))
 
-    def test_archives_are_refused_without_a_library_for_them(self):
-        self.write("x.tar", b"x")
-        for arguments in (["export", "card.orb", "card.tar"], ["import", "x.tar", "card.orb"]):
-            self.assertIn("cannot read or write archives: this build of orba has no library for them",
-                          self.fails(1, *arguments))
-        self.assertEqual(self.host_names(), ["card.orb", "x.tar"])
+    # ---- archives
+
+    def test_archives_of_compressors_that_are_not_there_are_refused(self):
+        self.assertIn("it has to end in one of .tar, .tar.gz, .zip, or give --format",
+                      self.fails(16, "export", "card.orb", "card.tar.xz"))
+        for pack in (bz2.compress, lzma.compress):
+            self.write("x", pack(bytes(10240)))
+            self.assertIn("it must be tar or zip, whole, and compressed by gzip if at all",
+                          self.fails(1, "import", "x", "card.orb"))
+
+    def test_names_in_archives_beyond_the_code_page_are_known(self):
+        with zipfile.ZipFile(self.path("a.zip"), "w") as archive:
+            archive.writestr("Größe-日本.txt", b"text")
+        self.assertEqual(self.ok("import", "--rename", "a.zip", "card.orb"),
+                         "Größe-日本.txt -> card.orb:/GR__E-__.TXT\n")
 
     # ---- other programs
 

@@ -25,14 +25,27 @@ constexpr const char* kAttributes = "user.orba.attributes";
 struct Format {
   const char* name;
   const char* shortName;
+  const char* compressor;
   int (*addFilter)(archive*);
+  int (*supportFilter)(archive*);
+  const char* (*version)();  // of the compressor's library
 };
 
+const char* NoLibrary() { return ""; }
+
 constexpr Format kFormats[] = {
-    {"tar", nullptr, archive_write_add_filter_none},     {"tar.gz", "tgz", archive_write_add_filter_gzip},
-    {"tar.bz2", "tbz2", archive_write_add_filter_bzip2}, {"tar.xz", "txz", archive_write_add_filter_xz},
-    {"tar.zst", "tzst", archive_write_add_filter_zstd},  {"zip", nullptr, archive_write_add_filter_none},
+    {"tar", nullptr, nullptr, archive_write_add_filter_none, archive_read_support_filter_none, NoLibrary},
+    {"tar.gz", "tgz", "gzip", archive_write_add_filter_gzip, archive_read_support_filter_gzip, archive_zlib_version},
+    {"tar.bz2", "tbz2", "bzip2", archive_write_add_filter_bzip2, archive_read_support_filter_bzip2,
+     archive_bzlib_version},
+    {"tar.xz", "txz", "xz", archive_write_add_filter_xz, archive_read_support_filter_xz, archive_liblzma_version},
+    {"tar.zst", "tzst", "zstd", archive_write_add_filter_zstd, archive_read_support_filter_zstd,
+     archive_libzstd_version},
+    {"zip", nullptr, nullptr, archive_write_add_filter_none, archive_read_support_filter_none, NoLibrary},
 };
+
+// For what it was built without the library would start programs, wherever it finds them.
+bool IsBuiltIn(const Format& format) { return format.version() != nullptr; }
 
 bool EndsIn(const std::string& path, const char* name) {
   const std::string end = std::string(".") + name;
@@ -56,7 +69,9 @@ std::string ErrorOf(archive* handle) {
 const std::vector<std::string>& ArchiveFormats() {
   static const std::vector<std::string> names = [] {
     std::vector<std::string> all;
-    for (const Format& format : kFormats) all.emplace_back(format.name);
+    for (const Format& format : kFormats) {
+      if (IsBuiltIn(format)) all.emplace_back(format.name);
+    }
     return all;
   }();
   return names;
@@ -64,6 +79,7 @@ const std::vector<std::string>& ArchiveFormats() {
 
 std::string ArchiveFormatOf(const std::string& path) {
   for (const Format& format : kFormats) {
+    if (!IsBuiltIn(format)) continue;
     if (EndsIn(path, format.name) || (format.shortName != nullptr && EndsIn(path, format.shortName))) {
       return format.name;
     }
@@ -129,7 +145,7 @@ void ArchiveWriter::Add(const Member& member) {
   archive_entry_set_pathname(one, member.name.c_str());
   archive_entry_set_filetype(one, member.isDirectory ? AE_IFDIR : AE_IFREG);
   const std::uint32_t attributes = member.attributes.value_or(0);
-  const unsigned mode = member.isDirectory ? 0755 : (attributes & ORB_ATTRIBUTE_READ_ONLY) != 0 ? 0444 : 0644;
+  const std::uint16_t mode = member.isDirectory ? 0755 : (attributes & ORB_ATTRIBUTE_READ_ONLY) != 0 ? 0444 : 0644;
   archive_entry_set_perm(one, mode);
   if (member.time.has_value()) archive_entry_set_mtime(one, *member.time, 0);
   if (!member.isDirectory) archive_entry_set_size(one, static_cast<la_int64_t>(member.size.value_or(0)));
@@ -147,6 +163,19 @@ void ArchiveWriter::Write(const void* bytes, std::size_t count) {
 void ArchiveWriter::Close() { state_->Require(archive_write_close(state_->handle)); }
 
 // ---- Reading --------------------------------------------------------------------------------------------------------
+
+namespace {
+
+std::string Compressors() {
+  std::string all;
+  for (const Format& format : kFormats) {
+    if (format.compressor == nullptr || !IsBuiltIn(format)) continue;
+    all += (all.empty() ? "" : " or ") + std::string(format.compressor);
+  }
+  return all;
+}
+
+}  // namespace
 
 struct ArchiveReader::State {
   archive* handle = nullptr;
@@ -195,7 +224,7 @@ struct ArchiveReader::State {
     if (result >= ARCHIVE_WARN) return;
     if (archive_errno(handle) == ENOMEM) throw std::bad_alloc();
     throw Failure("cannot read " + path + " as an archive", ErrorOf(handle),
-                  "it must be tar or zip, whole, and compressed by gzip, bzip2, xz or zstd if at all");
+                  "it must be tar or zip, whole, and compressed by " + Compressors() + " if at all");
   }
 };
 
@@ -206,10 +235,10 @@ ArchiveReader::ArchiveReader(const std::string& path, int file) : state_(std::ma
   state_->handle = archive_read_new();
   archive* const handle = state_->handle;
   if (handle == nullptr) throw std::bad_alloc();
-  for (const auto support :
-       {archive_read_support_format_tar, archive_read_support_format_zip, archive_read_support_filter_gzip,
-        archive_read_support_filter_bzip2, archive_read_support_filter_xz, archive_read_support_filter_zstd}) {
-    state_->Require(support(handle));
+  state_->Require(archive_read_support_format_tar(handle));
+  state_->Require(archive_read_support_format_zip(handle));
+  for (const Format& format : kFormats) {
+    if (IsBuiltIn(format)) state_->Require(format.supportFilter(handle));
   }
   archive_read_set_seek_callback(handle, State::OnSeek);
   state_->Require(archive_read_open2(handle, state_.get(), nullptr, State::OnRead, State::OnSkip, nullptr));
@@ -264,9 +293,10 @@ std::optional<Member> ArchiveReader::Next() {
   if (result == ARCHIVE_EOF) return std::nullopt;
   state_->Require(result == ARCHIVE_RETRY ? int{ARCHIVE_FATAL} : result);
   Member member;
+  const std::string wide = host::FromSystemText(archive_entry_pathname_w(entry));
   const char* name = archive_entry_pathname_utf8(entry);
   if (name == nullptr) name = archive_entry_pathname(entry);
-  if (name != nullptr) member.name = name;
+  member.name = !wide.empty() || name == nullptr ? wide : name;
   member.other = OtherKind(entry);
   member.isDirectory = archive_entry_filetype(entry) == AE_IFDIR;
   if (archive_entry_size_is_set(entry) != 0) member.size = static_cast<std::uint64_t>(archive_entry_size(entry));

@@ -140,8 +140,9 @@ const Command kExportCommand = {
     "CONTAINER[:/PATH] [FILE|-]",
     "write what a container holds as tar or zip",
     "Writes the contents of PATH and everything below it as an archive, names from PATH on: to FILE in the format that "
-    "its name ends in (.tar, .tar.gz, .tgz, .tar.bz2, .tar.xz, .tar.zst, .zip), or to standard output. Files and "
-    "directories keep their times. In tar, the attributes of a file stand in an extended header as the extended "
+    "its name ends in (.tar, .tar.gz, .tgz, .tar.bz2, .tar.xz, .tar.zst, .zip; on Windows .tar, "
+    ".tar.gz, .tgz, .zip), or to standard output. Files and directories keep their times. In tar, the attributes of a "
+    "file stand in an extended header as the extended "
     "attribute user.orba.attributes, \"r\" for read-only and \"u\" for the user's; zip has no place for them. The same "
     "contents give the same archive.\n\n"
     "Works on marked and damaged containers as get does: a file that cannot be read is left out and reported, and the "

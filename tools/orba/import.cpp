@@ -339,9 +339,9 @@ const Command kImportCommand = {
     kTransferGroup,
     "FILE|- CONTAINER[:/PATH]",
     "put what a tar or zip archive holds into a container",
-    "Puts the files and directories of an archive into the directory PATH: tar or zip, compressed by gzip, bzip2, xz "
-    "or "
-    "zstd, whatever its name. They keep their times, and from tar their attributes, as export has written them. "
+    "Puts the files and directories of an archive into the directory PATH: tar or zip, compressed by gzip or, except "
+    "on Windows, by bzip2, xz or zstd, whatever its name. They keep their times, and from tar their attributes, as "
+    "export has written them. "
     "Nothing is unpacked on the host; from standard input the archive itself is kept in a temporary file.\n\n"
     "The archive is looked through before anything is written. Absolute names, \"..\", links, devices, names that "
     "stand twice or differ in letter case alone, and more than the container has room for are refused, and nothing is "

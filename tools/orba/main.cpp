@@ -120,6 +120,9 @@ int Guarded(int argc, char** argv) {
   } catch (const std::bad_alloc&) {
     ReportNoMemory();
     return StatusWithoutMemory();
+  } catch (const std::exception& fault) {
+    Report(Failure("cannot go on", fault.what(), "this should not happen; please report it, with the command line"));
+    return StatusWithoutMemory();
   }
   return kFailed;
 }
@@ -145,6 +148,7 @@ int main(int argc, char** argv) {
   try {
     return Guarded(argc, argv);
   } catch (...) {
-    return StatusWithoutMemory();  // there was none even for the message
+    ReportNoMemory();  // not even for another message
+    return StatusWithoutMemory();
   }
 }

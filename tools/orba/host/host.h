@@ -33,6 +33,10 @@ std::size_t DriveLength(const std::string& path);
 // As calls take it that know nothing of this header: a path that is too long for them is written in another way.
 std::string NativePath(const std::string& path);
 
+// What a library has in wide characters, where these are the system's own and nothing else holds all of a text; empty
+// elsewhere, and for none.
+std::string FromSystemText(const wchar_t* text);
+
 // Why no file can have this name, such as "it holds \":\""; empty for one that a file can have.
 std::string NameProblem(const std::string& name);
 

@@ -22,6 +22,8 @@ std::size_t DriveLength(const std::string& /*path*/) { return 0; }
 
 std::string NativePath(const std::string& path) { return path; }
 
+std::string FromSystemText(const wchar_t* /*text*/) { return ""; }
+
 std::string NameProblem(const std::string& /*name*/) { return ""; }
 
 std::string Quoted(const std::string& word) {

@@ -148,6 +148,8 @@ std::string NativePath(const std::string& path) {
   return Absolute(Wide(path)).size() < kLongest ? path : Narrow(WidePath(path));
 }
 
+std::string FromSystemText(const wchar_t* text) { return text == nullptr ? "" : Narrow(text); }
+
 // ---- Names ----------------------------------------------------------------------------------------------------------
 
 namespace {
