@@ -1,8 +1,8 @@
-// Writes one fixed sequence of calls into a new container, or prints all that a container holds. Every build of the
+// Writes one fixed sequence of calls into new containers, or prints all that containers hold. Every build of the
 // library runs it: the containers must be the same bytes, time stamps set aside, and each must read the others'.
 //
-//   exchange write CONTAINER BITMAP_BYTES BLOCK_SIZE
-//   exchange read CONTAINER
+//   exchange write {CONTAINER BITMAP_BYTES BLOCK_SIZE}...
+//   exchange read CONTAINER...
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -138,12 +138,16 @@ void PrintContainer(const std::string& container) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 3 && std::strcmp(argv[1], "read") == 0) {
-    PrintContainer(argv[2]);
-  } else if (argc == 5 && std::strcmp(argv[1], "write") == 0) {
-    WriteContainer(argv[2], static_cast<OrbU32>(std::atoi(argv[3])), static_cast<OrbU32>(std::atoi(argv[4])));
+  const std::string what = argc > 2 ? argv[1] : "";
+  if (what == "read") {
+    for (int i = 2; i < argc; ++i) PrintContainer(argv[i]);
+  } else if (what == "write" && argc % 3 == 2) {
+    for (int i = 2; i < argc; i += 3) {
+      WriteContainer(argv[i], static_cast<OrbU32>(std::atoi(argv[i + 1])), static_cast<OrbU32>(std::atoi(argv[i + 2])));
+    }
   } else {
-    std::fputs("usage: exchange write CONTAINER BITMAP_BYTES BLOCK_SIZE\n       exchange read CONTAINER\n", stderr);
+    std::fputs("usage: exchange write {CONTAINER BITMAP_BYTES BLOCK_SIZE}...\n       exchange read CONTAINER...\n",
+               stderr);
     return 2;
   }
   return EXIT_SUCCESS;

@@ -3,13 +3,15 @@ import datetime
 import os
 import unittest
 
-from support import ToolTest
+from support import WINDOWS, ToolTest
+
+FILES_EACH = 5 if WINDOWS else 50  # Wine opens them slowly
 
 
 class LargeTreeTest(ToolTest):
     def round_trip(self, *format_options):
-        files = self.make_tree("tree", directories=60, files_each=50, seed=7)
-        self.assertEqual(files, 3050)
+        files = self.make_tree("tree", directories=60, files_each=FILES_EACH, seed=7)
+        self.assertEqual(files, 61 * FILES_EACH)
         expected = {name.upper(): contents for name, contents in self.contents("tree").items()}
         self.format("card.orb", *format_options)
         self.ok("put", "tree/.", "card.orb")

@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""Runs all end-to-end tests with orba.exe under Wine, two at a time.
+"""Runs all end-to-end tests with orba.exe under Wine, two at a time, as script/test-device does.
 
-  under_wine.py dist/win64/orba.exe build/device-win64/hold.exe SCRATCH
+  WINEPREFIX=build/wine WINEDEBUG=-all under_wine.py dist/win64/orba.exe build/device-win64/hold.exe SCRATCH
 
-A wineserver that stays (wineserver -p) and a program that has run before (wine wineboot) have to be there: the first
-one would hand its streams to what stays.
+A wineserver that stays (wineserver -p) and a prefix that is up to date (wine wineboot) have to be there: the first
+program would wait for them otherwise, and hand them its streams.
 
-Prints how many passed, and the tests about what Windows does not have with the reason of each kind. Exits with 1 when
-one failed. SCRATCH.tests lists them all.
+Prints each test that fails, how many passed, and the tests about what Windows does not have with the reason of each
+kind. Exits with 1 when one failed. SCRATCH.tests lists them all.
 """
 import collections
 import io
@@ -46,6 +46,8 @@ def judge(name):
 
 
 def main():
+    if len(sys.argv) != 4 or "WINEPREFIX" not in os.environ:
+        sys.exit(__doc__)
     program, hold, scratch = map(os.path.abspath, sys.argv[1:])
     os.makedirs(scratch, exist_ok=True)
     os.environ.update(ORBA=program, ORBA_HOLD=hold, ORBA_SCRATCH=scratch)
@@ -57,10 +59,10 @@ def main():
     with multiprocessing.Pool(PROCESSES) as pool, open(scratch + ".tests", "w", encoding="utf-8") as log:
         for result in pool.imap_unordered(run, names):
             results.append(result)
-            print(f"{result[1]:6} {result[3]:6.1f} s  {result[0]}", file=log, flush=True)
-    for name, verdict, report, _ in sorted(results):
-        if verdict == "failed":
-            print(f"FAILED {name}\n{report}")
+            name, verdict, report, seconds = result
+            print(f"{verdict:6} {seconds:6.1f} s  {name}", file=log, flush=True)
+            if verdict == "failed":
+                print(f"FAILED {name}\n{report}", flush=True)
     counts = collections.Counter(verdict for _, verdict, *_ in results)
     reasons = collections.Counter(report for _, verdict, report, _ in results if verdict == "linux")
     print(f"orba.exe: {counts['passed']} tests passed, {counts['failed']} failed, {counts['linux']} are about what "
