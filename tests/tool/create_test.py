@@ -152,15 +152,34 @@ class CreateTest(ToolTest):
         seen = set()
         for number in range(1, len(calls) + 1):
             for name in self.host_names():
-                if name.endswith(".orb") or name.startswith(".orba-new-"):
+                if name.endswith(".orb"):
                     self.path(name).unlink()
             status, _ = self.host_calls(*arguments, at=f"any * {number} kill")
             self.assertEqual(status, -9)
+            self.assertLessEqual(len([name for name in self.host_names() if name.startswith(".orba-")]), 2)
             there = self.path("card.orb").exists()
             seen.add(there)
             if there:
                 self.assertEqual(self.read("card.orb"), whole)
         self.assertEqual(seen, {False, True})
+
+    def test_create_and_export_remove_what_interrupted_runs_left_but_not_what_is_locked(self):
+        self.format("first.orb")
+        for arguments in (["create", "-q", "card.orb", "tree"], ["compact", "-q", "first.orb", "card.orb"],
+                          ["export", "-q", "first.orb", "card.tar"]):
+            for name in (".orba-aaaaaa", ".orba-aaaaaa.new", ".orba-bbbbbb.new", ".orba-cccccc", ".orba-cccccc.new",
+                         ".orba-new", ".orba-cccccc.new.new"):
+                self.write(name)
+            with self.held(".orba-cccccc"):
+                result = self.orba(*arguments)
+            self.assertEqual((result.status, result.out), (0, ""))
+            removed = ["aaaaaa", "aaaaaa.new", "bbbbbb.new"]
+            self.assertEqual(result.err.replace("./", ""),
+                             "".join(f"orba: removed .orba-{name}, which an interrupted run had left\n"
+                                     for name in removed))
+            self.assertEqual([name for name in self.host_names() if name.startswith(".orba-")],
+                             [".orba-cccccc", ".orba-cccccc.new", ".orba-cccccc.new.new", ".orba-new"])
+            self.path("card.orb").unlink(missing_ok=True)
 
 
 class CompactTest(ToolTest):
@@ -303,7 +322,7 @@ class CompactTest(ToolTest):
         seen = set()
         for number in [*range(1, len(calls) - 6, 29), *range(len(calls) - 6, len(calls) + 1)]:
             for name in self.host_names():
-                if name == "old.orb" or name.startswith(".orba-new-"):
+                if name == "old.orb" or name.startswith(".orba-"):
                     self.path(name).unlink()
             self.write("card.orb", self.before)
             status, _ = self.host_calls(*arguments, at=f"any * {number} kill")

@@ -205,9 +205,10 @@ class PutTest(ToolTest):
 
     def test_put_of_trees_deeper_than_can_be_walked_is_refused(self):
         os.makedirs(self.path("deep/" + "d/" * 511))
-        self.ok("put", "deep", "card.orb")
-        self.assertIn("\n512 directories, 0 files\n", self.ok("tree", "card.orb"))
-        self.ok("rm", "-r", "card.orb:/DEEP")
+        if not WINDOWS:  # Wine takes a minute for it
+            self.ok("put", "deep", "card.orb")
+            self.assertIn("\n512 directories, 0 files\n", self.ok("tree", "card.orb"))
+            self.ok("rm", "-r", "card.orb:/DEEP")
         os.makedirs(self.path("deep/" + "d/" * 512))
         message = self.fails(1, "put", "deep", "card.orb")
         self.assertIn("d: it would lie more than 512 directories deep\n", message)

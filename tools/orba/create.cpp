@@ -177,7 +177,7 @@ const Command kCreateCommand = {
     "smallest, and it has room for a quarter more files and directories, and 64 at least; what was chosen is printed. "
     "Files and directories keep their times.\n\n"
     "With --time, the same trees give the same bytes, wherever and whenever. Either all of it is made or nothing: the "
-    "container has the name .orba-new-XXXXXX beside its place until it is complete and on the disk. What put would "
+    "container has the name .orba-XXXXXX.new beside its place until it is complete and on the disk. What put would "
     "leave out (pipes, links to directories) is refused here.",
     "orba create card.orb config logs\n"
     "orba create --time 2026-11-22 --spare 500 image.orb tree/.",

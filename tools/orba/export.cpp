@@ -112,6 +112,7 @@ int RunExport(const ExportOptions& options) {
     ArchiveWriter archive(format, [](const void* bytes, std::size_t count) { Print(bytes, count); });
     status = Export(options, &look, contents, &archive);
   } else {
+    SweepTemporaries(ParentOf(options.archive));
     NewHostFile file(options.archive);
     ArchiveWriter archive(format, [&file](const void* bytes, std::size_t count) { file.Write(bytes, count); });
     status = Export(options, &look, contents, &archive);

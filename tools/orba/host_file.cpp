@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "inspect/container/date.h"
@@ -224,23 +225,47 @@ void StampHostDirectory(const std::string& path, const OrbTime& time) {
 namespace {
 
 constexpr const char* kTemporaryName = ".orba-XXXXXX";
+constexpr const char* kLockedEnding = ".new";  // of a file that the one without it locks
 
-bool IsTemporaryHostName(const std::string& name) {
+bool IsTemporaryHostName(const std::string& name, const std::string& ending) {
   const std::string pattern = kTemporaryName;
   const std::size_t fixed = pattern.find('X');
-  return name.size() == pattern.size() && name.compare(0, fixed, pattern, 0, fixed) == 0;
+  return name.size() == pattern.size() + ending.size() && name.compare(0, fixed, pattern, 0, fixed) == 0 &&
+         name.compare(pattern.size(), ending.size(), ending) == 0;
+}
+
+// False where somebody may be at work on it.
+bool RemoveLeft(const std::string& path, bool locked) {
+  if (host::OwnStatusOf(path).kind != host::Kind::kFile) return false;
+  if (!locked) return host::RemoveUnused(path);
+  const std::string lock = path.substr(0, path.size() - std::strlen(kLockedEnding));
+  return host::OwnStatusOf(lock).kind == host::Kind::kNothing && host::Remove(path);
 }
 
 }  // namespace
 
 void SweepTemporaries(const std::string& directory) {
-  for (const std::string& name : ListHostDirectory(directory)) {
-    if (!IsTemporaryHostName(name)) continue;
+  std::vector<std::string> names;
+  host::ListDirectory(directory, &names);
+  std::sort(names.begin(), names.end());  // locks before what they lock
+  for (const std::string& name : names) {
+    const bool locked = IsTemporaryHostName(name, kLockedEnding);
+    if (!locked && !IsTemporaryHostName(name, "")) continue;
     const std::string path = JoinPath(directory, name);
-    if (host::OwnStatusOf(path).kind != host::Kind::kFile) continue;
-    if (!host::RemoveUnused(path)) continue;
-    Report("removed " + Visible(path) + ", which an interrupted get or recover had left");
+    if (RemoveLeft(path, locked)) Report("removed " + Visible(path) + ", which an interrupted run had left");
   }
+}
+
+TemporaryName::TemporaryName(const std::string& directory, const std::string& what)
+    : lock_(JoinPath(directory, kTemporaryName)), descriptor_(host::CreateTemporary(&lock_)) {
+  if (descriptor_ < 0) throw HostFailure(what, errno);
+  path_ = lock_ + kLockedEnding;
+}
+
+TemporaryName::~TemporaryName() {
+  if (!path_.empty()) host::Remove(path_);
+  host::Close(descriptor_);
+  host::Remove(lock_);
 }
 
 void SyncDisks(const std::set<std::string>& directories) {

@@ -85,11 +85,30 @@ std::int64_t SecondsSince1970(const OrbTime& date);
 void StampHostDirectory(const std::string& path, const OrbTime& time);
 
 // Removes what interrupted runs have left of files that were being written in a directory, and reports each. Those of
-// runs that are still at work stay.
+// runs that are still at work stay, and so does what cannot be listed or removed.
 void SweepTemporaries(const std::string& directory);
 
 // Has all that was written below these directories, each a place of its own, on the disk. Throws a Failure.
 void SyncDisks(const std::set<std::string>& directories);
+
+// A name for a file that others make and open as they need it, such as the library a container. While this lives, a
+// file beside it that is open all the time keeps other runs from removing it as left. Then both go.
+class TemporaryName {
+ public:
+  // Throws a Failure that begins with `what`.
+  TemporaryName(const std::string& directory, const std::string& what);
+  ~TemporaryName();
+  TemporaryName(const TemporaryName&) = delete;
+  TemporaryName& operator=(const TemporaryName&) = delete;
+
+  const std::string& path() const { return path_; }  // empty once released
+  void Release() { path_.clear(); }                  // the file has its own name
+
+ private:
+  std::string lock_;
+  int descriptor_;
+  std::string path_;
+};
 
 // A file that is being written: beside its place, under a name of its own, and gone again unless it is published.
 class NewHostFile {

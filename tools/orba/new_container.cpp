@@ -117,39 +117,26 @@ NewContainer::NewContainer(std::string place, const Shape& shape) : place_(std::
                       CodeText(ORB_ERROR_DISK_FULL) + ")",
                   "make room on the disk, or make it on another one", ORB_ERROR_DISK_FULL);
   }
-  // The library makes the file itself, so that the name must be free again. No run sweeps such a name away: between two
-  // steps nobody has the file open.
-  std::string file = JoinPath(ParentOf(place_), ".orba-new-XXXXXX");
-  const int taken = host::CreateTemporary(&file);
-  if (taken < 0) throw HostFailure(what, errno);
-  host::Close(taken);
-  host::Remove(file);
-  file_ = std::move(file);
-  if (OrbCreateVolumeEx(WideName(file_).c_str(), shape.bitmapBytes, shape.blockSize) == 0) {
-    const OrbU32 code = OrbGetLastError();
-    host::Remove(file_);
-    throw LibraryFailure(what, place_, code);
+  SweepTemporaries(ParentOf(place_));
+  name_.emplace(ParentOf(place_), what);
+  if (OrbCreateVolumeEx(WideName(file()).c_str(), shape.bitmapBytes, shape.blockSize) == 0) {
+    throw LibraryFailure(what, place_);
   }
-  session_.emplace().PlaceAt(place_, file_);
-}
-
-NewContainer::~NewContainer() {
-  session_.reset();
-  if (!file_.empty()) host::Remove(file_);
+  session_.emplace().PlaceAt(place_, file());
 }
 
 void NewContainer::Publish() {
-  if (!host::Rename(file_, place_, false)) throw HostFailure("cannot make the container " + place_, errno);
-  file_.clear();
+  if (!host::Rename(file(), place_, false)) throw HostFailure("cannot make the container " + place_, errno);
+  name_->Release();
   SyncDirectory(ParentOf(place_));
 }
 
 void NewContainer::Replace(const std::string& kept) {
-  if (!host::Replace(place_, file_, kept)) {
+  if (!host::Replace(place_, file(), kept)) {
     throw HostFailure("cannot put the new container in the place of " + place_, errno,
                       errno == EEXIST ? kept + " is there; use another name" : "the old one is as it was");
   }
-  file_.clear();
+  name_->Release();
   SyncDirectory(ParentOf(place_));
 }
 

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/orba/host_file.h"
 #include "tools/orba/session.h"
 #include "tools/orba/syntax.h"
 
@@ -61,14 +62,13 @@ class NewContainer {
  public:
   // Makes an empty one that is to be `place`.
   NewContainer(std::string place, const Shape& shape);
-  ~NewContainer();
   NewContainer(const NewContainer&) = delete;
   NewContainer& operator=(const NewContainer&) = delete;
 
   // Addresses have the place for it. To be closed before the rest.
   Session* session() { return &*session_; }
   // Where it is as yet.
-  const std::string& file() const { return file_; }
+  const std::string& file() const { return name_->path(); }
 
   // Gives it its name, on the disk. Fails where the name is taken.
   void Publish();
@@ -78,8 +78,8 @@ class NewContainer {
 
  private:
   std::string place_;
-  std::string file_;  // empty once published
-  std::optional<Session> session_;
+  std::optional<TemporaryName> name_;
+  std::optional<Session> session_;  // goes first
 };
 
 }  // namespace orba::tool
