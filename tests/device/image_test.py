@@ -263,7 +263,8 @@ class DesktopTool(unittest.TestCase):
         self.assertEqual(0, headers["TimeDateStamp"])
 
     def test_tool_imports_are_part_of_windows(self):
-        self.assertEqual({"ADVAPI32.dll", "KERNEL32.dll", "msvcrt.dll", "bcrypt.dll"}, set(images.imports(self.program)))
+        self.assertEqual({"ADVAPI32.dll", "KERNEL32.dll", "bcrypt.dll", "msvcrt.dll"},
+                         set(images.imports(self.program)))
 
 
 class ExportList(unittest.TestCase):

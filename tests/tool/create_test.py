@@ -152,7 +152,7 @@ class CreateTest(ToolTest):
         seen = set()
         for number in range(1, len(calls) + 1):
             for name in self.host_names():
-                if name.endswith(".orb"):
+                if name.endswith(".orb") or name.startswith(".orba-"):
                     self.path(name).unlink()
             status, _ = self.host_calls(*arguments, at=f"any * {number} kill")
             self.assertEqual(status, -9)
