@@ -38,6 +38,11 @@ class WindowsTest(ToolTest):
         message = self.fails(1, "ls", self.windows_folder + "\\none.orb")
         self.assertIn("make a container with: orba format " + self.windows_folder + "\\none.orb\n", message)
 
+    def test_a_path_inside_a_container_with_backslashes_is_explained(self):
+        for address in ("card.orb:\\LOGS\\OLD", "card.orb:LOGS\\OLD", self.windows_folder + "\\card.orb:\\LOGS\\OLD"):
+            self.assertIn('a path inside a container begins with "/": ', message := self.fails(1, "ls", address))
+            self.assertIn("card.orb:/LOGS/OLD\n", message)
+
     def test_trees_come_and_go_with_backslashes(self):
         self.write("tree/sub/file.txt", b"text")
         self.ok("put", self.windows_folder + "\\tree\\", "card.orb")
@@ -110,9 +115,16 @@ class WindowsTest(ToolTest):
                                                 "DOT._": b"DOT.", "PLAIN": b"PLAIN"})
         self.assertIn("renamed: /CON -> _CON\n", self.ok("recover", "card.orb", "saved"))
 
-    def test_containers_get_no_name_that_windows_keeps(self):
-        for name, why in (("nul", "takes this name for a device"), ("card.orb:more", 'has no ":" in names')):
-            self.assertIn(f"cannot make the container {name}: Windows {why}", self.fails(1, "format", name))
+    def test_what_is_written_gets_no_name_that_windows_keeps(self):
+        self.write("tree/x", b"x")
+        self.ok("put", "tree/x", "card.orb")
+        for name, why in (("nul", "takes this name for a device"), ("dot.", "has no name that ends in a dot or a blank"),
+                          ("card.orb:more", 'has no ":" in names')):
+            for arguments in (["format", name], ["create", name, "tree"], ["compact", "card.orb", name]):
+                self.assertIn(f"cannot make the container {name}: Windows {why}", self.fails(1, *arguments))
+            for arguments in (["get", "card.orb:/X", name], ["export", "--format=tar", "card.orb", name]):
+                self.assertIn(f"cannot write {name}: Windows {why}", self.fails(1, *arguments))
+        self.assertEqual(self.host_names(), ["card.orb", "tree"])
 
     # ---- streams
 

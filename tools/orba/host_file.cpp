@@ -173,6 +173,8 @@ std::string KindText(host::Kind kind) {
 std::string PlaceToWrite(const std::string& path) {
   const std::string what = "cannot write " + path;
   host::Status status = host::OwnStatusOf(path);
+  const std::string problem = host::NameProblem(BaseName(path));
+  if (!problem.empty()) throw Failure(what, problem, "use another name");
   if (status.kind == host::Kind::kNothing) return path;
   const bool link = status.kind == host::Kind::kLink;
   if (link) status = host::StatusOf(path);

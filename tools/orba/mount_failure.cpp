@@ -10,6 +10,12 @@ namespace {
 
 bool IsOrdinary(const std::string& path) { return host::StatusOf(path).kind == host::Kind::kFile; }
 
+// One that separates nothing, since no "/" follows it; npos where there is none.
+std::size_t IdleColon(const std::string& container) {
+  const std::size_t colon = container.rfind(':');
+  return colon != std::string::npos && colon >= host::DriveLength(container) ? colon : std::string::npos;
+}
+
 // What to do where there is no container of this name. The address may have been meant in another way.
 std::string AdviceOnMissing(const Address& address) {
   const std::string& container = address.container;
@@ -18,12 +24,14 @@ std::string AdviceOnMissing(const Address& address) {
   if (IsOrdinary(address.written)) {
     return "the root of the container " + ShellWord(address.written) + " is " + ShellWord(address.written + ":/");
   }
-  const std::size_t colon = container.rfind(':');
-  if (colon == std::string::npos || colon < host::DriveLength(container)) {
+  const std::size_t colon = IdleColon(container);
+  if (colon == std::string::npos) {
     return "check the name, or make a container with: orba format " + ShellWord(container);
   }
+  std::string path = container.substr(colon + 1);
+  for (char& c : path) c = host::IsSeparator(c) ? '/' : c;
   return "a path inside a container begins with \"/\": " +
-         ShellWord(container.substr(0, colon) + ":/" + container.substr(colon + 1));
+         ShellWord(container.substr(0, colon) + (path.rfind('/', 0) == 0 ? ":" : ":/") + path);
 }
 
 }  // namespace
@@ -44,7 +52,9 @@ Failure MountFailure(const Address& address, std::uint32_t code, const host::Sta
   }
   if (code == ORB_ERROR_PATH_NOT_FOUND) {
     return Failure(what, "a folder on the way to it is missing, or is not a folder" + coded,
-                   EndsWithSeparator(container) ? AdviceOnMissing(address) : "check the name", code);
+                   EndsWithSeparator(container) || IdleColon(container) != std::string::npos ? AdviceOnMissing(address)
+                                                                                             : "check the name",
+                   code);
   }
   if (code == ORB_ERROR_CONTAINER_IN_USE) return BusyFailure(container, host::HolderOf(container));
   if (code != ORB_ERROR_FILE_NOT_FOUND) return LibraryFailure(what, container, code);

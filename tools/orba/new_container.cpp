@@ -110,6 +110,8 @@ void Measure::Refuse(const ShapeOptions& options, const std::string& what) const
 
 NewContainer::NewContainer(std::string place, const Shape& shape) : place_(std::move(place)) {
   const std::string what = "cannot make the container " + place_;
+  const std::string problem = host::NameProblem(BaseName(place_));
+  if (!problem.empty()) throw Failure(what, problem, "use another name");
   const std::uint64_t room = host::FreeSpace(ParentOf(place_));
   if (room < shape.size) {
     throw Failure(what,
