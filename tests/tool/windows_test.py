@@ -39,9 +39,10 @@ class WindowsTest(ToolTest):
         self.assertIn("make a container with: orba format " + self.windows_folder + "\\none.orb\n", message)
 
     def test_a_path_inside_a_container_with_backslashes_is_explained(self):
-        for address in ("card.orb:\\LOGS\\OLD", "card.orb:LOGS\\OLD", self.windows_folder + "\\card.orb:\\LOGS\\OLD"):
-            self.assertIn('a path inside a container begins with "/": ', message := self.fails(1, "ls", address))
-            self.assertIn("card.orb:/LOGS/OLD\n", message)
+        for container in ("card.orb", self.windows_folder + "\\card.orb"):
+            for path in ("\\LOGS\\OLD", "LOGS\\OLD"):
+                self.assertIn(f'a path inside a container begins with "/": {container}:/LOGS/OLD\n',
+                              self.fails(1, "ls", container + ":" + path))
 
     def test_trees_come_and_go_with_backslashes(self):
         self.write("tree/sub/file.txt", b"text")
@@ -118,9 +119,10 @@ class WindowsTest(ToolTest):
     def test_what_is_written_gets_no_name_that_windows_keeps(self):
         self.write("tree/x", b"x")
         self.ok("put", "tree/x", "card.orb")
-        for name, why in (("nul", "takes this name for a device"), ("dot.", "has no name that ends in a dot or a blank"),
-                          ("card.orb:more", 'has no ":" in names')):
-            for arguments in (["format", name], ["create", name, "tree"], ["compact", "card.orb", name]):
+        for name, why in (("nul", "takes this name for a device"), ("card.orb:more", 'has no ":" in names'),
+                          ("dot.", "has no name that ends in a dot or a blank")):
+            self.assertIn(f"cannot make the container {name}: Windows {why}", self.fails(1, "format", name))
+            for arguments in (["create", name, "tree"], ["compact", "card.orb", name]) if name != "nul" else ():
                 self.assertIn(f"cannot make the container {name}: Windows {why}", self.fails(1, *arguments))
             for arguments in (["get", "card.orb:/X", name], ["export", "--format=tar", "card.orb", name]):
                 self.assertIn(f"cannot write {name}: Windows {why}", self.fails(1, *arguments))
