@@ -119,13 +119,15 @@ class WindowsTest(ToolTest):
     def test_what_is_written_gets_no_name_that_windows_keeps(self):
         self.write("tree/x", b"x")
         self.ok("put", "tree/x", "card.orb")
-        for name, why in (("nul", "takes this name for a device"), ("card.orb:more", 'has no ":" in names'),
-                          ("dot.", "has no name that ends in a dot or a blank")):
-            self.assertIn(f"cannot make the container {name}: Windows {why}", self.fails(1, "format", name))
-            for arguments in (["create", name, "tree"], ["compact", "card.orb", name]) if name != "nul" else ():
-                self.assertIn(f"cannot make the container {name}: Windows {why}", self.fails(1, *arguments))
-            for arguments in (["get", "card.orb:/X", name], ["export", "--format=tar", "card.orb", name]):
-                self.assertIn(f"cannot write {name}: Windows {why}", self.fails(1, *arguments))
+        for name, why, commands in (
+                ("nul", "takes this name for a device", ["format", "export"]),
+                ("card.orb:more", 'has no ":" in names', ["format", "create", "compact", "export"]),
+                ("dot.", "has no name that ends in a dot or a blank", ["format", "create", "compact", "export"])):
+            for command in commands:
+                operands = {"format": [name], "create": [name, "tree"], "compact": ["card.orb", name],
+                            "get": ["card.orb:/X", name], "export": ["--format=tar", "card.orb", name]}[command]
+                what = "write" if command in ("get", "export") else "make the container"
+                self.assertIn(f"cannot {what} {name}: Windows {why}", self.fails(1, command, *operands))
         self.assertEqual(self.host_names(), ["card.orb", "tree"])
 
     # ---- streams
