@@ -120,8 +120,8 @@ class WindowsTest(ToolTest):
         self.write("tree/x", b"x")
         self.ok("put", "tree/x", "card.orb")
         for name, why, commands in (
-                ("nul", "takes this name for a device", ["format", "export"]),
-                ("card.orb:more", 'has no ":" in names', ["format", "create", "compact", "export"]),
+                ("con", "takes this name for a device", ["format", "create", "compact", "get", "export"]),
+                ("card.orb:more", 'has no ":" in names', ["format", "create", "compact", "get", "export"]),
                 ("dot.", "has no name that ends in a dot or a blank", ["format", "create", "compact", "export"])):
             for command in commands:
                 operands = {"format": [name], "create": [name, "tree"], "compact": ["card.orb", name],

@@ -170,12 +170,21 @@ std::string KindText(host::Kind kind) {
   }
 }
 
+namespace {
+
+// The path; throws where no file can have its name.
+const std::string& PossiblePath(const std::string& path) {
+  const std::string problem = host::NameProblem(BaseName(path));
+  if (!problem.empty()) throw Failure("cannot write " + path, problem, "use another name");
+  return path;
+}
+
+}  // namespace
+
 std::string PlaceToWrite(const std::string& path) {
   const std::string what = "cannot write " + path;
   host::Status status = host::OwnStatusOf(path);
-  const std::string problem = host::NameProblem(BaseName(path));
-  if (!problem.empty()) throw Failure(what, problem, "use another name");
-  if (status.kind == host::Kind::kNothing) return path;
+  if (status.kind == host::Kind::kNothing) return PossiblePath(path);
   const bool link = status.kind == host::Kind::kLink;
   if (link) status = host::StatusOf(path);
   if (status.kind == host::Kind::kNothing) {
@@ -282,7 +291,7 @@ void SyncDisks(const std::set<std::string>& directories) {
 
 NewHostFile::NewHostFile(std::string path, bool isNew)
     : path_(std::move(path)),
-      place_(isNew ? path_ : PlaceToWrite(path_)),
+      place_(isNew ? PossiblePath(path_) : PlaceToWrite(path_)),
       temporary_(place_.substr(0, LastName(place_).first) + kTemporaryName),
       descriptor_(host::CreateTemporary(&temporary_)) {
   if (descriptor_ >= 0) return;
