@@ -62,6 +62,16 @@ const char* Verdict(const Report& report) {
   return "damaged";
 }
 
+std::string VerdictText(const Report& report) {
+  std::string text = std::string(Verdict(report)) + (report.marked ? ", marked as being updated" : "");
+  const char* separator = ": ";
+  for (const Severity severity : kSeverities) {
+    text += separator + (Name(severity) + (" " + to_string(report.Count(severity))));
+    separator = ", ";
+  }
+  return text;
+}
+
 std::string ToText(const Report& report) {
   std::string text;
   for (const Finding& finding : report.findings) {
@@ -81,13 +91,7 @@ std::string ToText(const Report& report) {
             to_string(totals.leakedBlocks) + " leaked\n" +
             "contents carry no checksums: a file can be damaged without a finding\n";
   }
-  text += std::string(Verdict(report)) + (report.marked ? ", marked as being updated" : "");
-  const char* separator = ": ";
-  for (const Severity severity : kSeverities) {
-    text += separator + (Name(severity) + (" " + to_string(report.Count(severity))));
-    separator = ", ";
-  }
-  return text + "\n";
+  return text + VerdictText(report) + "\n";
 }
 
 void AddReport(const Report& report, JsonObject* json) {

@@ -14,7 +14,10 @@ namespace orba::inspect {
 // After the worst finding: "clean", "leaks", "interrupted" or "damaged".
 const char* Verdict(const Report& report);
 
-// For people: a line for each finding, then a summary.
+// "damaged, marked as being updated: damage 1, interrupted 0, leak 0, note 0"
+std::string VerdictText(const Report& report);
+
+// For people: a line for each finding, then a summary that ends with the verdict.
 std::string ToText(const Report& report);
 
 // For programs: the members of an object, the same as an object of their own, and the parts of a plan. docs/json.md

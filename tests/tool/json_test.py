@@ -57,7 +57,7 @@ class JsonTest(ToolTest):
 
     def test_schemas_are_valid_and_each_stands_in_the_page(self):
         page = (TOP / "docs/json.md").read_text(encoding="utf-8")
-        self.assertEqual(len(TEXTS), 11)
+        self.assertEqual(len(TEXTS), 12)
         for name, text in TEXTS.items():
             schema = json.loads(text)
             jsonschema.Draft7Validator.check_schema(schema)
@@ -222,6 +222,17 @@ class JsonTest(ToolTest):
         self.cut_x()
         self.assertEqual(self.object(4, "recover", "card.orb", "rest")["verdict"], "damaged")
         self.assertIn("error", self.object(1, "recover", "none.orb", "out"))
+
+    def test_export_tells_what_the_archive_holds(self):
+        linux_alone("archives")
+        found = self.object(0, "export", "card.orb:/LOGS", "logs.tar")
+        self.assertEqual(found, {"container": "card.orb", "path": "/LOGS", "archive": "logs.tar", "files": 1,
+                                 "fileBytes": 6000, "directories": 0, "problems": []})
+        self.assertIn("EEXIST", self.object(1, "export", "card.orb", "logs.tar")["error"])
+        self.assertIn("--json and the archive cannot both be printed", self.fails(16, "export", "--json", "card.orb"))
+        self.cut_x()
+        damaged = self.object(1, "export", "card.orb", "card.tar")
+        self.assertEqual((damaged["files"], len(damaged["problems"])), (1, 1))
 
     def test_verify_lists_what_differs(self):
         self.assertEqual(self.object(0, "verify", "card.orb", "tree"),

@@ -392,8 +392,11 @@ state             clean
 
     def test_info_of_several_containers(self):
         self.format("new.orb")
-        self.assertEqual(re.findall(r"^container +(.*)$", self.ok("info", "new.orb", "card.orb"), re.MULTILINE),
-                         ["new.orb", "card.orb"])
+        lines = self.ok("info", "new.orb", "card.orb").splitlines()
+        self.assertEqual([line.split(":")[0] for line in lines], ["new.orb", "card.orb", "2 containers"])
+        self.assertEqual(lines[0], "new.orb: 10K, blocks of 4096 bytes, 0 files with 0, 1 directory, "
+                                   "8191 of 8192 nodes free, clean")
+        self.assertEqual(lines[2], "2 containers: 2 clean")
 
     def test_info_of_what_is_no_container_fails(self):
         self.write("text.txt", b"text")

@@ -12,6 +12,7 @@
 #include "tools/orba/commands.h"
 #include "tools/orba/fsck.h"
 #include "tools/orba/interrupt.h"
+#include "tools/orba/jobs.h"
 #include "tools/orba/json.h"
 #include "tools/orba/raw_container.h"
 #include "tools/orba/terminal.h"
@@ -24,6 +25,7 @@ struct CheckOptions {
   std::vector<std::string> operands;
   bool json = false;
   bool quiet = false;
+  std::uint32_t jobs = 0;
 };
 
 Failure Unreadable(const std::string& path, const inspect::Report& report) {
@@ -63,62 +65,74 @@ std::string Prospect(const inspect::Promise& promise) {
   return "repair would " + text + "\n";
 }
 
+// Of one all there is to say, of each of several a line.
 void PrintReport(const CheckOptions& options, const RawContainer& container, const inspect::Report& report) {
-  const std::string& path = container.path();
-  if (options.operands.size() > 1) Print(ShellWord(path) + ":\n");
+  const std::string word = ShellWord(container.path());
+  if (options.operands.size() > 1) {
+    if (report.readable) Print(word + ": " + PaintedReport(VerdictText(report) + "\n"));
+    return;
+  }
   Print(PaintedReport(ToText(report)));
   if (!report.readable || IsSound(report)) return;
   const inspect::Plan plan = Watched("check", false, [&] { return PlanRepair(container.image(), Now()); });
   if (plan.possible) Print(Prospect(plan.promise));
-  Print("repair it with: orba repair " + ShellWord(path) + "\n");
+  Print("repair it with: orba repair " + word + "\n");
+}
+
+constexpr const char* kNotChecked = "not checked";
+
+Outcome OutcomeOf(const inspect::Report& report) {
+  if (IsSound(report)) return {kSuccess, "clean"};
+  return {kDamageLeft, report.IsClean() ? "marked" : Verdict(report)};
 }
 
 inspect::Report CheckThrough(const CheckOptions& options, const RawContainer& container) {
   return Watched("check", options.quiet, [&] { return inspect::Check(container.image()); });
 }
 
-int StatusOf(const inspect::Report& report) { return IsSound(report) ? kSuccess : kDamageLeft; }
-
-int CheckOne(const CheckOptions& options, const std::string& path) {
+Outcome CheckOne(const CheckOptions& options, const std::string& path) {
   CheckInterrupt();
   const RawContainer container(path);
   const inspect::Report report = CheckThrough(options, container);
   if (!options.quiet) PrintReport(options, container, report);
   if (!report.readable) throw Unreadable(path, report);
-  return StatusOf(report);
+  return OutcomeOf(report);
 }
 
-int CheckAsJson(const CheckOptions& options, const std::string& path) {
+Outcome CheckAsJson(const CheckOptions& options, const std::string& path) {
   CheckInterrupt();
-  int status = kSuccess;
+  Outcome outcome = {};
   PrintObject("container", path, [&](JsonObject* json) {
     const RawContainer container(path);
     const inspect::Report report = CheckThrough(options, container);
     AddReport(report, json);
     if (!report.readable) throw Unreadable(path, report);
-    status = StatusOf(report);
+    outcome = OutcomeOf(report);
   });
-  return status;
+  return outcome;
 }
 
 int RunCheck(const CheckOptions& options) {
-  int status = kSuccess;
-  for (const std::string& operand : options.operands) {
-    status |= AsFsck([&] {
-      const std::string path = ParseContainer(operand);
-      return options.json && !options.quiet ? CheckAsJson(options, path) : CheckOne(options, path);
-    });
-    if (IsOutputLost()) break;
+  const std::size_t count = options.operands.size();
+  const Batch batch = {"check", count, options.jobs, options.quiet, {kCouldNotWork, kNotChecked}};
+  const bool asJson = options.json && !options.quiet;
+  const std::vector<Outcome> outcomes = RunBatch(batch, [&](std::size_t number) {
+    const std::string path = ParseContainer(options.operands[number]);
+    return asJson ? CheckAsJson(options, path) : CheckOne(options, path);
+  });
+  if (count > 1 && !options.json && !options.quiet) {
+    Print(Summary(outcomes, {"clean", "marked", "leaks", "interrupted", "damaged", kNotChecked}));
   }
-  return status;
+  return WorstStatus(outcomes, {kSuccess, kDamageLeft, kCouldNotWork});
 }
 
 Run DefineCheck(Syntax* syntax) {
   auto options = std::make_shared<CheckOptions>();
   syntax->Flag("--json", &options->json, "one JSON object for each container, on a line of its own");
   syntax->Flag("-q,--quiet", &options->quiet, "the exit status alone, also with --json");
+  DefineJobs(syntax, &options->jobs);
   syntax->Many("CONTAINER", &options->operands);
-  return [options] { return RunCheck(*options); };
+  return [options] { return AsFsck([&] { return RunCheck(*options); }); };
 }
 
 }  // namespace
@@ -133,9 +147,10 @@ const Command kCheckCommand = {
     "known; a leak is space that nothing refers to, no data is lost by it; a note breaks no rule.\n\n"
     "Of a container that is not clean it tells as well what a repair would keep and bring back.\n\n"
     "Exits with 0 when the container is clean, 4 when there is something to repair (an update mark that is set "
-    "counts), 8 when it could not be read or the report not be written. Of several containers the statuses are "
-    "combined. Each JSON object has the name of its container; one that could not be checked has the reason as error.",
+    "counts), 8 when it could not be read or the report not be written. Of several containers, each of which has a "
+    "line then, the worst of these counts.",
     "orba check card.orb\n"
+    "orba check *.orb  # a line for each, and a summary\n"
     "orba check --json card.orb | jq .verdict\n"
     "orba check -q card.orb || orba repair --undo card.undo card.orb",
     DefineCheck,

@@ -12,6 +12,7 @@
 #include "tools/orba/each.h"
 #include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
+#include "tools/orba/jobs.h"
 #include "tools/orba/json.h"
 #include "tools/orba/raw_container.h"
 #include "tools/orba/session.h"
@@ -185,32 +186,62 @@ void AddInfo(const RawContainer& container, const inspect::Report& report, JsonO
       .Flag("marked", report.marked);
 }
 
+// Of each of several.
+void PrintInfoLine(const RawContainer& container, const inspect::Report& report) {
+  const inspect::Totals& totals = report.totals;
+  Print(ShellWord(container.path()) + ": " + HumanSize(container.image().Size()) + ", blocks of " +
+        std::to_string(report.model.geometry.blockSize) + " bytes, " + inspect::Counted(totals.files, "file") +
+        " with " + HumanSize(totals.fileBytes) + ", " +
+        inspect::Counted(totals.directories, "directory", "directories") + ", " + std::to_string(totals.freeNodes) +
+        " of " + std::to_string(report.model.geometry.nodeLimit()) + " nodes free, " + StateText(report) + "\n");
+}
+
 struct InfoOptions {
   std::vector<std::string> operands;
   bool json = false;
+  std::uint32_t jobs = 0;
 };
 
-int RunInfo(const InfoOptions& options) {
-  bool first = true;
-  return ForEach(options.operands, [&](const std::string& operand) {
-    const std::string path = ParseContainer(operand);
-    if (options.json) {
-      return PrintObject("container", path, [&path](JsonObject* json) {
-        const RawContainer container(path);
-        AddInfo(container, Inspect(container), json);
-      });
-    }
+Outcome InfoOf(const inspect::Report& report) {
+  return {kSuccess, report.IsClean() && report.marked ? "marked" : Verdict(report)};
+}
+
+Outcome InfoOne(const InfoOptions& options, const std::string& path) {
+  const RawContainer container(path);
+  const inspect::Report report = Inspect(container);
+  options.operands.size() > 1 ? PrintInfoLine(container, report) : PrintInfo(container, report);
+  return InfoOf(report);
+}
+
+Outcome InfoAsJson(const std::string& path) {
+  Outcome outcome = {};
+  PrintObject("container", path, [&](JsonObject* json) {
     const RawContainer container(path);
     const inspect::Report report = Inspect(container);
-    if (!first) Print("\n");
-    first = false;
-    PrintInfo(container, report);
+    AddInfo(container, report, json);
+    outcome = InfoOf(report);
   });
+  return outcome;
+}
+
+int RunInfo(const InfoOptions& options) {
+  constexpr const char* kUnknown = "not made out";
+  const std::size_t count = options.operands.size();
+  const Batch batch = {"info", count, options.jobs, false, {kFailed, kUnknown}};
+  const std::vector<Outcome> outcomes = RunBatch(batch, [&options](std::size_t number) {
+    const std::string path = ParseContainer(options.operands[number]);
+    return options.json ? InfoAsJson(path) : InfoOne(options, path);
+  });
+  if (count > 1 && !options.json) {
+    Print(Summary(outcomes, {"clean", "marked", "leaks", "interrupted", "damaged", kUnknown}));
+  }
+  return WorstStatus(outcomes, {kSuccess, kFailed});
 }
 
 Run DefineInfo(Syntax* syntax) {
   auto options = std::make_shared<InfoOptions>();
   syntax->Flag("--json", &options->json, "a JSON object for each container, on a line of its own");
+  DefineJobs(syntax, &options->jobs);
   syntax->Many("CONTAINER", &options->operands);
   return [options] { return RunInfo(*options); };
 }
@@ -328,8 +359,11 @@ const Command kInfoCommand = {
     "CONTAINER...",
     "describe a container",
     "Sizes, counts of files, directories, nodes and blocks, the update mark and the state. Works on containers that "
-    "cannot be mounted too, and changes nothing. \"Appendable\" are the blocks by which the container can still grow.",
-    "orba info card.orb",
+    "cannot be mounted too, and changes nothing. \"Appendable\" are the blocks by which the container can still grow. "
+    "Of "
+    "several containers, a line for each.",
+    "orba info card.orb\n"
+    "orba info *.orb",
     DefineInfo,
 };
 

@@ -244,13 +244,10 @@ std::string ShellWord(const std::string& word) {
 void Report(const Failure& failure) { Report(std::string(failure.what())); }
 
 void Report(const std::string& message) {
-  std::fflush(stdout);
-  Progress::Hide();
   const std::string prefix = "orba:";
   std::string text = prefix + " " + message;
   if (IsTerminal(Stream::kError)) text = InLines(text);
-  std::fputs((Painted(Stream::kError, Colour::kRed, prefix) + text.substr(prefix.size()) + "\n").c_str(), stderr);
-  std::fflush(stderr);
+  PrintError(Painted(Stream::kError, Colour::kRed, prefix) + text.substr(prefix.size()) + "\n");
 }
 
 int StatusWithoutMemory() noexcept { return g_statusWithoutMemory; }

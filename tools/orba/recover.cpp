@@ -17,6 +17,7 @@
 #include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
 #include "tools/orba/interrupt.h"
+#include "tools/orba/jobs.h"
 #include "tools/orba/json.h"
 #include "tools/orba/raw_container.h"
 #include "tools/orba/terminal.h"
@@ -26,8 +27,9 @@ namespace orba::tool {
 namespace {
 
 struct RecoverOptions {
-  std::string container;
-  std::string directory;
+  std::vector<std::string> operands;  // containers, and without `into` the directory
+  std::string into;
+  std::uint32_t jobs = 0;
   bool force = false;
   bool noClobber = false;
   bool verbose = false;
@@ -35,16 +37,23 @@ struct RecoverOptions {
   bool json = false;
 };
 
+// One container and where its files go.
+struct Rescue {
+  std::string container;
+  std::string directory;
+  bool alone;  // the only one: all is said of it, and what is written is had on the disk
+};
+
 // A folder of the host, written to as get does.
 class Folder : public inspect::Destination {
  public:
-  Folder(const RecoverOptions& options, const std::string& container, Progress* progress)
-      : options_(options), container_(container), progress_(progress) {}
+  Folder(const RecoverOptions& options, const Rescue& rescue, Progress* progress)
+      : options_(options), rescue_(rescue), progress_(progress) {}
 
   std::string MakeDirectory(const std::string& path) override {
     return Try([&] {
       // What already stands in the folder may be a link that leads out of it.
-      const bool link = path != options_.directory && host::OwnStatusOf(path).kind == host::Kind::kLink;
+      const bool link = path != rescue_.directory && host::OwnStatusOf(path).kind == host::Kind::kLink;
       if (link) throw HostFailure("cannot make the directory " + path, EEXIST, "remove the link of this name");
       MakeHostDirectory(path);
       return true;
@@ -81,7 +90,7 @@ class Folder : public inspect::Destination {
         ++skipped_;
         return true;
       }
-      if (IsSameHostFile(path, container_)) {
+      if (IsSameHostFile(path, rescue_.container)) {
         throw Failure("cannot write " + path, "it is the container itself", "recover into another folder");
       }
       PlaceToWrite(path);
@@ -107,31 +116,35 @@ class Folder : public inspect::Destination {
   }
 
   const RecoverOptions& options_;
-  const std::string& container_;
+  const Rescue& rescue_;
   Progress* progress_;
   std::vector<Failure> failures_;
   std::uint32_t skipped_ = 0;
   std::uint32_t notTried_ = 0;
 };
 
-void PrintRecovered(const RecoverOptions& options, const inspect::Recovered& recovered, const Folder& folder) {
-  std::string repairs;
-  for (const std::string& repair : recovered.repairs) repairs += "set right in the copies: " + repair + "\n";
-  std::string renames;
-  for (const std::string& renamed : recovered.renamed) renames += "renamed: " + renamed + "\n";
+void PrintRecovered(const RecoverOptions& options, const Rescue& rescue, const inspect::Recovered& recovered,
+                    const Folder& folder) {
+  std::string text;
+  if (rescue.alone) {
+    std::string repairs;
+    for (const std::string& repair : recovered.repairs) repairs += "set right in the copies: " + repair + "\n";
+    std::string renames;
+    for (const std::string& renamed : recovered.renamed) renames += "renamed: " + renamed + "\n";
+    text = ShortList(repairs, options.verbose) + ShortList(renames, options.verbose);
+  } else {
+    text = ShellWord(rescue.container) + ": ";
+  }
   const std::string skipped =
       folder.skipped() == 0 ? "" : "; " + inspect::Counted(folder.skipped(), "file") + " left alone";
-  SayAfterwards(ShortList(repairs, options.verbose) + ShortList(renames, options.verbose) +
-                inspect::Counted(recovered.files - folder.skipped(), "file") + " with " +
+  SayAfterwards(text + inspect::Counted(recovered.files - folder.skipped(), "file") + " with " +
                 inspect::Counted(recovered.bytes, "byte") + " and " +
                 inspect::Counted(recovered.directories, "directory", "directories") + " copied to " +
-                Visible(options.directory) + skipped + "\n");
+                Visible(rescue.directory) + skipped + "\n");
 }
 
-void AddRecovered(const RecoverOptions& options, const inspect::Recovered& recovered, const Folder& folder,
-                  JsonObject* json) {
-  json->Json("directory", HostText(options.directory))
-      .Number("files", recovered.files - folder.skipped())
+void AddRecovered(const inspect::Recovered& recovered, const Folder& folder, JsonObject* json) {
+  json->Number("files", recovered.files - folder.skipped())
       .Number("fileBytes", recovered.bytes)
       .Number("directories", recovered.directories)
       .Number("skipped", folder.skipped())
@@ -157,61 +170,108 @@ bool ReportLosses(const std::string& container, const inspect::Recovered& recove
   return !folder.failures().empty() || recovered.unreadable > 0;
 }
 
+constexpr Outcome kWhole = {kSuccess, "whole"};
+constexpr Outcome kFromDamaged = {kDamageLeft, "damaged"};
+constexpr Outcome kIncomplete = {kFailed, "incomplete"};
+constexpr Outcome kNotRecovered = {kFailed, "not recovered"};
+
 // `json` is the object to tell of it in, if any.
-int Recover(const RecoverOptions& options, const std::string& path, JsonObject* json) {
-  const RawContainer container(path);
+Outcome Recover(const RecoverOptions& options, const Rescue& rescue, JsonObject* json) {
+  CheckInterrupt();
+  const RawContainer container(rescue.container);
+  const std::string word = ShellWord(rescue.container);
   const inspect::Report report = inspect::Check(container.image());
   if (json != nullptr) json->Text("verdict", Verdict(report)).Flag("marked", report.marked);
   const std::uint64_t bytes = std::min(report.totals.fileBytes, container.image().Size());  // sizes may be damaged
   Progress progress("recover", bytes + report.totals.files * Progress::kFile, options.quiet);
-  const bool isNew = !HostFileExists(options.directory);
-  MakeHostDirectories(options.directory);
-  Folder folder(options, container.path(), &progress);
+  const bool isNew = !HostFileExists(rescue.directory);
+  MakeHostDirectories(rescue.directory);
+  Folder folder(options, rescue, &progress);
   const inspect::Recovered recovered =
-      inspect::Recover(container.image(), options.directory, &folder, [&progress](const std::string& item) {
+      inspect::Recover(container.image(), rescue.directory, &folder, [&progress](const std::string& item) {
         CheckInterrupt();
         progress.SetItem(item);
         progress.Advance(Progress::kFile);
       });
   Progress::Hide();
-  if (recovered.possible) SyncDisks({options.directory});
+  if (recovered.possible && rescue.alone) SyncDisks({rescue.directory});
   if (!recovered.possible) {
-    if (isNew) host::RemoveDirectory(options.directory);
+    if (isNew) host::RemoveDirectory(rescue.directory);
     const std::string why = recovered.failures.empty() ? "nothing can be made out" : recovered.failures[0];
-    throw Failure(
-        "cannot recover " + ShellWord(container.path()), why + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
-        "see what it holds with: orba dump " + ShellWord(container.path()) + " bytes 0", ORB_ERROR_DAMAGED_VOLUME);
+    throw Failure("cannot recover " + word, why + " (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
+                  "see what it holds with: orba dump " + word + " bytes 0", ORB_ERROR_DAMAGED_VOLUME);
   }
   const bool inText = json == nullptr && !options.quiet;
-  if (json != nullptr) AddRecovered(options, recovered, folder, json);
-  if (inText) PrintRecovered(options, recovered, folder);
-  if (ReportLosses(container.path(), recovered, folder)) return kFailed;
-  if (report.IsClean()) return kSuccess;
-  if (inText) {
-    SayAfterwards("the container is damaged, and more may have been there; see the damage with: orba check " +
-                  ShellWord(container.path()) + "\n");
+  if (json != nullptr) AddRecovered(recovered, folder, json);
+  if (inText) PrintRecovered(options, rescue, recovered, folder);
+  if (ReportLosses(rescue.container, recovered, folder)) {
+    Outcome outcome = kIncomplete;
+    outcome.last = !folder.failures().empty() && folder.failures().back().IsFinal();
+    return outcome;
   }
-  return kDamageLeft;
+  if (report.IsClean()) return kWhole;
+  if (inText && rescue.alone) {
+    SayAfterwards("the container is damaged, and more may have been there; see the damage with: orba check " + word +
+                  "\n");
+  }
+  return kFromDamaged;
+}
+
+Outcome RecoverAsJson(const RecoverOptions& options, const Rescue& rescue) {
+  Outcome outcome = {};
+  PrintObject("container", rescue.container, [&](JsonObject* json) {
+    json->Json("directory", HostText(rescue.directory));
+    outcome = Recover(options, rescue, json);
+  });
+  return outcome;
+}
+
+std::vector<Rescue> RescuesOf(const RecoverOptions& options) {
+  const std::vector<std::string>& operands = options.operands;
+  if (options.into.empty()) {
+    if (operands.size() < 2) throw UsageFailure("recover", "DIRECTORY is missing");
+    if (operands.size() > 2) {
+      throw UsageFailure("recover",
+                         "\"" + operands[2] + "\" is one operand too many; several containers take --into FOLDER");
+    }
+    return {{ParseContainer(operands[0]), operands[1], true}};
+  }
+  std::vector<std::string> containers;
+  containers.reserve(operands.size());
+  for (const std::string& operand : operands) containers.push_back(ParseContainer(operand));
+  const std::vector<std::string> places = PlacesInto(options.into, containers, "");
+  std::vector<Rescue> rescues;
+  for (std::size_t i = 0; i < containers.size(); ++i) rescues.push_back({containers[i], places[i], places.size() == 1});
+  return rescues;
 }
 
 int RunRecover(const RecoverOptions& options) {
-  const std::string path = ParseContainer(options.container);
-  int status = kSuccess;
-  if (!options.json || options.quiet) return Recover(options, path, nullptr);
-  PrintObject("container", path, [&](JsonObject* json) { status = Recover(options, path, json); });
-  return status;
+  const std::vector<Rescue> rescues = RescuesOf(options);
+  const bool several = rescues.size() > 1;
+  if (several) MakeHostDirectories(options.into);
+  const Batch batch = {"recover", rescues.size(), options.jobs, options.quiet, kNotRecovered};
+  const bool asJson = options.json && !options.quiet;
+  const std::vector<Outcome> outcomes = RunBatch(batch, [&](std::size_t number) {
+    return asJson ? RecoverAsJson(options, rescues[number]) : Recover(options, rescues[number], nullptr);
+  });
+  if (several) SyncDisks({options.into});
+  if (several && !options.json && !options.quiet) {
+    SayAfterwards(Summary(outcomes, {kWhole.word, kFromDamaged.word, kIncomplete.word, kNotRecovered.word}));
+  }
+  return WorstStatus(outcomes, {kSuccess, kDamageLeft, kFailed});
 }
 
 Run DefineRecover(Syntax* syntax) {
   auto options = std::make_shared<RecoverOptions>();
+  syntax->Text("--into", "FOLDER", &options->into, "a folder for each of several containers, named after it");
   syntax->Flag("-f,--force", &options->force, "overwrite files that are there");
   syntax->Flag("-n,--no-clobber", &options->noClobber, "leave files alone that are there, and copy the others");
   syntax->Exclude("--force", "--no-clobber");
   syntax->Flag("-v,--verbose", &options->verbose, "all of what was set right, not the first 40 lines");
-  syntax->Flag("--json", &options->json, "one JSON object");
+  syntax->Flag("--json", &options->json, "a JSON object for each container, on a line of its own");
   syntax->Flag("-q,--quiet", &options->quiet, "print errors alone, also with --json");
-  syntax->One("CONTAINER", &options->container);
-  syntax->One("DIRECTORY", &options->directory);
+  DefineJobs(syntax, &options->jobs);
+  syntax->Many("CONTAINER", &options->operands);
   return [options] { return RunRecover(*options); };
 }
 
@@ -220,16 +280,18 @@ Run DefineRecover(Syntax* syntax) {
 const Command kRecoverCommand = {
     "recover",
     kRepairGroup,
-    "CONTAINER DIRECTORY",
+    "CONTAINER DIRECTORY | --into FOLDER CONTAINER...",
     "copy everything readable out of a damaged container",
     "Copies what repair would leave, and what it would cost, with names and directories as far as they survive, and "
     "touches nothing in the container. What has no name left goes under LOST.FND. Files that are there already are "
     "only overwritten with --force, and left alone with --no-clobber, which continues an interrupted recover. Each "
-    "file is written under a temporary name and renamed when it is complete.\n\n"
+    "file is written under a temporary name and renamed when it is complete. With --into, each container has a "
+    "folder of its own in FOLDER, named as it is but without \".orb\".\n\n"
     "Exits with 0 when the container is sound (the update mark alone is not damage) and all was copied, 4 when all "
     "that can be read was copied but check finds damage, so that more may have been there, 1 when something could "
-    "not be copied.",
-    "orba recover card.orb rescued",
+    "not be copied. Of several containers the worst counts.",
+    "orba recover card.orb rescued\n"
+    "orba recover --into rescued *.orb",
     DefineRecover,
 };
 

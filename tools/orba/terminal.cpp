@@ -18,6 +18,14 @@ namespace {
 
 Progress* g_progress;  // the one that is drawn, if any
 bool g_outputLost;
+thread_local Kept* t_kept;  // where what this thread prints goes, if not out
+
+void Keep(Stream stream, const void* bytes, std::size_t count) {
+  auto& pieces = t_kept->pieces;
+  if (pieces.empty() || pieces.back().first != stream) pieces.emplace_back(stream, "");
+  pieces.back().second.append(static_cast<const char*>(bytes), count);
+  t_kept->size += count;
+}
 
 int Number(Stream stream) { return stream == Stream::kOutput ? host::kOutput : host::kError; }
 
@@ -122,12 +130,33 @@ std::string Painted(Stream stream, Colour colour, const std::string& text) {
 void Print(const std::string& text) { Print(text.data(), text.size()); }
 
 void Print(const void* bytes, std::size_t count) {
+  if (t_kept != nullptr) return Keep(Stream::kOutput, bytes, count);
   if (std::fwrite(bytes, 1, count, stdout) != count) FailOutput();
 }
 
 void FlushOutput() {
-  if (std::fflush(stdout) != 0) FailOutput();
+  if (t_kept == nullptr && std::fflush(stdout) != 0) FailOutput();
 }
+
+void PrintError(const std::string& text) {
+  if (t_kept != nullptr) return Keep(Stream::kError, text.data(), text.size());
+  std::fflush(stdout);
+  Progress::Hide();
+  std::fputs(text.c_str(), stderr);
+  std::fflush(stderr);
+}
+
+void PrintKept(const Kept& kept) {
+  if (IsTerminal(Stream::kOutput) && !kept.pieces.empty()) Progress::Hide();
+  for (const auto& [stream, text] : kept.pieces) {
+    if (stream == Stream::kOutput) Print(text);
+    if (stream == Stream::kError) PrintError(text);
+  }
+  if (IsTerminal(Stream::kOutput)) FlushOutput();
+}
+
+Keeping::Keeping(Kept* kept) { t_kept = kept; }
+Keeping::~Keeping() { t_kept = nullptr; }
 
 bool IsOutputLost() { return g_outputLost; }
 
@@ -174,14 +203,17 @@ std::string PadRight(const std::string& text, std::size_t width) {
   return text.size() < width ? text + std::string(width - text.size(), ' ') : text;
 }
 
-Progress::Progress(std::string label, std::uint64_t total, bool quiet)
+Progress::Progress(std::string label, std::uint64_t total, bool quiet, Unit unit)
     : label_(std::move(label)),
       total_(total),
-      enabled_(!quiet && total >= kLongWork && g_progress == nullptr && IsTerminal(Stream::kError)),
-      begun_(std::chrono::steady_clock::now()) {
+      unit_(unit),
+      enabled_(!quiet && t_kept == nullptr && total >= (unit == Unit::kBytes ? kLongWork : 1) &&
+               g_progress == nullptr && IsTerminal(Stream::kError)),
+      begun_(std::chrono::steady_clock::now()),
+      last_(begun_) {
   if (!enabled_) return;
   g_progress = this;
-  if (KnowsTotal()) Draw();
+  if (KnowsTotal() && unit_ == Unit::kBytes) Draw();
 }
 
 Progress::~Progress() {
@@ -194,11 +226,12 @@ void Progress::Advance(std::uint64_t units) {
   done_ = std::min(done_ + units, total_);
   constexpr std::chrono::milliseconds kPause(100);
   if (!enabled_ || (!KnowsTotal() && done_ < kLongWork)) return;
-  if (done_ == total_ || std::chrono::steady_clock::now() - last_ >= kPause) Draw();
+  const bool end = done_ == total_ && unit_ == Unit::kBytes;
+  if (end || std::chrono::steady_clock::now() - last_ >= kPause) Draw();
 }
 
 void Progress::HasRead(std::uint64_t bytes) {
-  if (g_progress != nullptr && g_progress->total_ == kReading) g_progress->Advance(bytes);
+  if (t_kept == nullptr && g_progress != nullptr && g_progress->total_ == kReading) g_progress->Advance(bytes);
 }
 
 void Progress::Hide() {
@@ -220,11 +253,15 @@ void Progress::Draw() {
 }
 
 std::string Progress::Bar() const {
-  if (!KnowsTotal()) return HumanSize(done_);
+  if (!KnowsTotal()) return Amount(done_);
   constexpr std::size_t kBar = 16;
   const std::size_t filled = static_cast<std::size_t>(kBar * done_ / total_);
   return "[" + std::string(filled, '#') + std::string(kBar - filled, '.') + "] " +
-         PadLeft(std::to_string(100 * done_ / total_), 3) + "%  " + HumanSize(done_) + " of " + HumanSize(total_);
+         PadLeft(std::to_string(100 * done_ / total_), 3) + "%  " + Amount(done_) + " of " + Amount(total_);
+}
+
+std::string Progress::Amount(std::uint64_t units) const {
+  return unit_ == Unit::kBytes ? HumanSize(units) : std::to_string(units);
 }
 
 // Over all of the time so far.
@@ -234,7 +271,7 @@ std::string Progress::Rate() const {
   constexpr std::int64_t kSoonest = 200;  // before that it tells nothing
   if (passed < kSoonest || done_ == 0) return "";
   const std::uint64_t rate = std::max<std::uint64_t>(1, 1000 * done_ / static_cast<std::uint64_t>(passed));
-  std::string text = "  " + HumanSize(rate) + "/s";
+  std::string text = "  " + Amount(rate) + "/s";
   if (!KnowsTotal() || done_ == total_) return text;
   const std::uint64_t seconds = (total_ - done_ + rate - 1) / rate;
   const std::string minutes =

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace orba::tool {
@@ -34,8 +35,26 @@ std::string Painted(Stream stream, Colour colour, const std::string& text);
 void Print(const std::string& text);
 void Print(const void* bytes, std::size_t count);
 void FlushOutput();
+// As it is, on standard error, behind all that was printed.
+void PrintError(const std::string& text);
 class OutputClosed {};  // thrown when the reader went away
 bool IsOutputLost();    // one of them has failed
+
+// What a thread prints, until it is its turn.
+struct Kept {
+  std::vector<std::pair<Stream, std::string>> pieces;
+  std::size_t size = 0;  // of all
+};
+void PrintKept(const Kept& kept);
+
+// While there is one, all that its thread prints goes to `kept`, and progress is not drawn.
+class Keeping {
+ public:
+  explicit Keeping(Kept* kept);
+  ~Keeping();
+  Keeping(const Keeping&) = delete;
+  Keeping& operator=(const Keeping&) = delete;
+};
 
 // In columns, as many as fit `width`, filled downwards. `shown` are the texts with colours, `texts` the same without.
 std::string InColumns(const std::vector<std::string>& texts, const std::vector<std::string>& shown, std::size_t width);
@@ -54,7 +73,8 @@ class Progress {
   static constexpr std::uint64_t kUnknown = UINT64_MAX;
   // The same, for work that consists in reading containers: what is done is what was read.
   static constexpr std::uint64_t kReading = UINT64_MAX - 1;
-  Progress(std::string label, std::uint64_t total, bool quiet);
+  enum class Unit { kBytes, kContainers };
+  Progress(std::string label, std::uint64_t total, bool quiet, Unit unit = Unit::kBytes);
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
@@ -77,9 +97,11 @@ class Progress {
   bool KnowsTotal() const { return total_ < kReading; }
   std::string Bar() const;
   std::string Rate() const;
+  std::string Amount(std::uint64_t units) const;
 
   std::string label_;
   std::uint64_t total_;
+  Unit unit_;
   std::uint64_t done_ = 0;
   std::string item_;
   bool drawn_ = false;

@@ -12,6 +12,7 @@
 #include "tools/orba/digest.h"
 #include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
+#include "tools/orba/jobs.h"
 #include "tools/orba/json.h"
 #include "tools/orba/look.h"
 #include "tools/orba/manifest.h"
@@ -31,8 +32,7 @@ std::string DigestOf(Look* look, const Match& file) {
   return digest.Text();
 }
 
-std::vector<Content> ContentsAt(Look* look, const std::string& operand, const char* action) {
-  const Address address = ParseAddress(operand);
+std::vector<Content> ContentsAt(Look* look, const Address& address, const char* action) {
   return ContentsOf(look, {address, GetItem(look, address, action)});
 }
 
@@ -40,7 +40,7 @@ std::vector<Content> ContentsAt(Look* look, const std::string& operand, const ch
 
 int RunManifest(const std::string& operand) {
   Look look;
-  const std::vector<Content> contents = ContentsAt(&look, operand, "list");
+  const std::vector<Content> contents = ContentsAt(&look, ParseAddress(operand), "list");
   int status = kSuccess;
   for (const Content& content : contents) {
     if (content.match.item.IsDirectory()) continue;
@@ -67,13 +67,17 @@ Run DefineManifest(Syntax* syntax) {
 constexpr int kCouldNotVerify = 2;
 
 struct VerifyOptions {
-  std::string container;
-  std::string reference;
+  std::vector<std::string> operands;  // containers, or places in them, and the reference
+  std::uint32_t jobs = 0;
   bool ignoreExtra = false;
   bool rename = false;
   bool verbose = false;
   bool quiet = false;
   bool json = false;
+
+  const std::string& reference() const { return operands.back(); }
+  bool inText() const { return !quiet && !json; }
+  bool several() const { return operands.size() > 2; }
 };
 
 // Something that is to be in the container.
@@ -160,10 +164,10 @@ class TreeReader {
 };
 
 Reference ReferenceOf(const VerifyOptions& options) {
-  if (!IsHostDirectory(options.reference)) return ReferenceIn(options.reference);
+  if (!IsHostDirectory(options.reference())) return ReferenceIn(options.reference());
   Reference reference;
   reference.isTree = true;
-  TreeReader(options, &reference).Add(options.reference, "", "");
+  TreeReader(options, &reference).Add(options.reference(), "", "");
   return reference;
 }
 
@@ -183,8 +187,8 @@ bool HasContentsOf(Look* look, const Match& file, const std::string& path) {
 
 class Verifier {
  public:
-  Verifier(const VerifyOptions& options, Look* look, const Reference& reference)
-      : options_(options), look_(look), reference_(reference) {}
+  Verifier(const VerifyOptions& options, const Address& place, Look* look, const Reference& reference)
+      : options_(options), place_(place), look_(look), reference_(reference) {}
 
   int Run(const std::vector<Content>& contents) {
     std::map<std::string, const Content*> there;
@@ -264,20 +268,22 @@ class Verifier {
   }
 
   void Tell(const char* verdict, const std::string& name, const std::string& difference) const {
-    if (options_.quiet || options_.json) return;
+    if (!options_.inText() || options_.several()) return;
     Print(PadRight(verdict, 9) + Visible(name) + (difference.empty() ? "" : ": " + difference) + "\n");
   }
 
   int Summary() {
     const int status = missing_.size() + differing_ + extra_.size() > 0 ? kDifferent : kSuccess;
-    if (!options_.quiet && !options_.json) {
-      Print(inspect::Counted(same_, "file is", "files are") + " the same, " + std::to_string(missing_.size()) +
-            " missing, " + std::to_string(differing_) + " changed, " + std::to_string(extra_.size()) + " extra\n");
+    if (options_.inText()) {
+      Print((options_.several() ? place_.Text() + ": " : "") + inspect::Counted(same_, "file is", "files are") +
+            " the same, " + std::to_string(missing_.size()) + " missing, " + std::to_string(differing_) + " changed, " +
+            std::to_string(extra_.size()) + " extra\n");
     }
     return unread_.empty() && reference_.problems.empty() ? status : kCouldNotVerify;
   }
 
   const VerifyOptions& options_;
+  const Address& place_;
   Look* look_;
   const Reference& reference_;
   std::uint64_t same_ = 0;
@@ -288,31 +294,59 @@ class Verifier {
   std::vector<std::string> unread_;  // why
 };
 
-int Verify(const VerifyOptions& options, JsonObject* json) {
+constexpr const char* kNotCompared = "not compared";
+
+Outcome Verify(const VerifyOptions& options, const Address& place, const Reference& reference, JsonObject* json) {
   Look look;
-  const std::vector<Content> contents = ContentsAt(&look, options.container, "verify");
-  const Reference reference = ReferenceOf(options);
-  Verifier verifier(options, &look, reference);
+  const std::vector<Content> contents = ContentsAt(&look, place, "verify");
+  Verifier verifier(options, place, &look, reference);
   const int status = verifier.Run(contents);
   if (json != nullptr) verifier.AddTo(json);
   constexpr int kNothingTold = -1;
-  return look.Finish(kNothingTold) == kNothingTold ? status : kCouldNotVerify;
+  if (look.Finish(kNothingTold) != kNothingTold || status == kCouldNotVerify) return {kCouldNotVerify, kNotCompared};
+  return {status, status == kSuccess ? "the same" : "different"};
 }
 
-int VerifyAsJson(const VerifyOptions& options) {
-  const Address address = ParseAddress(options.container);
-  int status = kSuccess;
-  PrintObject("container", address.container, [&](JsonObject* json) {
-    json->Text("path", inspect::Printable(address.Path())).Json("reference", HostText(options.reference));
-    status = Verify(options, json);
+// `reference` yields the reference, or fails.
+template <typename Yield>
+Outcome VerifyAsJson(const VerifyOptions& options, const Address& place, const Yield& reference) {
+  Outcome outcome = {};
+  PrintObject("container", place.container, [&](JsonObject* json) {
+    json->Text("path", inspect::Printable(place.Path())).Json("reference", HostText(options.reference()));
+    outcome = Verify(options, place, reference(), json);
   });
-  return status;
+  return outcome;
+}
+
+int VerifyAll(const VerifyOptions& options) {
+  if (options.operands.size() < 2) throw UsageFailure("verify", "MANIFEST|TREE is missing");
+  std::optional<Reference> reference;
+  std::optional<Failure> unread;
+  try {
+    reference = ReferenceOf(options);
+  } catch (const Failure& failure) {
+    if (!options.json || options.quiet) throw;
+    unread = failure;
+  }
+  const auto yield = [&]() -> const Reference& {
+    if (unread.has_value()) throw Failure(*unread);
+    return *reference;
+  };
+  const std::size_t count = options.operands.size() - 1;
+  const Batch batch = {"verify", count, options.jobs, options.quiet, {kCouldNotVerify, kNotCompared}};
+  const std::vector<Outcome> outcomes = RunBatch(batch, [&](std::size_t number) {
+    const Address place = ParseAddress(options.operands[number]);
+    if (options.json && !options.quiet) return VerifyAsJson(options, place, yield);
+    return Verify(options, place, *reference, nullptr);
+  });
+  if (count > 1 && options.inText()) Print(Summary(outcomes, {"the same", "different", kNotCompared}));
+  return WorstStatus(outcomes, {kSuccess, kDifferent, kCouldNotVerify});
 }
 
 int RunVerify(const VerifyOptions& options) {
   SetStatusWithoutMemory(kCouldNotVerify);
   try {
-    const int status = options.json && !options.quiet ? VerifyAsJson(options) : Verify(options, nullptr);
+    const int status = VerifyAll(options);
     FlushOutput();
     return status;
   } catch (const UsageFailure&) {
@@ -330,10 +364,10 @@ Run DefineVerify(Syntax* syntax) {
   syntax->Flag("--ignore-extra", &options->ignoreExtra, "what the manifest or tree does not have is no difference");
   syntax->Flag("--rename", &options->rename, "expect the names that put --rename gives to the files of a tree");
   syntax->Flag("-v,--verbose", &options->verbose, "print the files that are the same too");
-  syntax->Flag("--json", &options->json, "one JSON object");
+  syntax->Flag("--json", &options->json, "a JSON object for each container, on a line of its own");
   syntax->Flag("-q,--quiet", &options->quiet, "print nothing: the exit status tells; also with --json");
-  syntax->One("CONTAINER[:/PATH]", &options->container);
-  syntax->One("MANIFEST|TREE", &options->reference);
+  DefineJobs(syntax, &options->jobs);
+  syntax->Many("CONTAINER[:/PATH]", &options->operands);
   return [options] { return RunVerify(*options); };
 }
 
@@ -355,14 +389,17 @@ const Command kManifestCommand = {
 const Command kVerifyCommand = {
     "verify",
     kTransferGroup,
-    "CONTAINER[:/PATH] MANIFEST|TREE",
+    "CONTAINER[:/PATH]... MANIFEST|TREE",
     "compare what a container holds with a manifest or a tree",
     "Compares the contents of PATH and everything below it with a manifest, as manifest, put --manifest or sha256sum "
     "write it (\"-\" is standard input), or with a directory of the host, byte for byte. Prints what is missing in the "
-    "container, changed or extra. Letter case makes no difference in names; times are not compared.\n\n"
-    "Exits with 0 when nothing differs, 1 when something does, 2 when something could not be compared.",
+    "container, changed or extra; of each of several containers how much that is. Letter case makes no difference in "
+    "names; times are not compared.\n\n"
+    "Exits with 0 when nothing differs, 1 when something does, 2 when something could not be compared; of "
+    "several containers the worst counts.",
     "orba verify card.orb:/LOGS logs.sha256  # which put --manifest has written\n"
-    "orba verify card.orb backup",
+    "orba verify card.orb backup\n"
+    "orba verify *.orb image.sha256",
     DefineVerify,
 };
 

@@ -6,6 +6,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <initializer_list>
@@ -16,8 +17,8 @@ namespace orba::tool::host {
 
 namespace {
 
-volatile sig_atomic_t g_signal;
-int g_wake[2] = {-1, -1};  // a pipe: what the handler writes ends the wait for input
+std::atomic<int> g_signal;  // no lock: a handler may write it
+int g_wake[2] = {-1, -1};   // a pipe: what the handler writes ends the wait for input
 
 void Remember(int signal) {
   const int error = errno;

@@ -8,6 +8,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -109,11 +110,11 @@ int CreateNew(const std::string& path) { return open(path.c_str(), O_WRONLY | O_
 
 int CreateTemporary(std::string* path) {
   static const char kLetters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-  static auto number = static_cast<std::uint64_t>(time(nullptr)) << 32 ^ static_cast<std::uint64_t>(getpid());
+  static std::atomic<std::uint64_t> number =
+      static_cast<std::uint64_t>(time(nullptr)) << 32 ^ static_cast<std::uint64_t>(getpid());
   const std::size_t end = path->find_last_not_of('X') + 1;
   for (;;) {
-    number = number * 6364136223846793005u + 1442695040888963407u;
-    std::uint64_t rest = number >> 24;  // its upper bits are the more mixed ones
+    std::uint64_t rest = ++number * 6364136223846793005u >> 24;  // its upper bits are the more mixed ones
     for (std::size_t i = end; i < path->size(); ++i, rest /= sizeof kLetters - 1) {
       (*path)[i] = kLetters[rest % (sizeof kLetters - 1)];
     }

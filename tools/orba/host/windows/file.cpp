@@ -1,5 +1,6 @@
 // Files, directories and disks. Everything may be read, written, renamed and removed by others meanwhile unless the
 // caller says otherwise: that is what the flags for sharing say.
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -170,13 +171,11 @@ DWORD Flags(Share share) {
 
 // A name like the X of a pattern, different each time.
 std::string AnyName(std::size_t length) {
-  static std::uint64_t state = 0;
+  static std::atomic<std::uint64_t> number = 0;
   LARGE_INTEGER counter = {};
   QueryPerformanceCounter(&counter);
-  state = (state ^ static_cast<std::uint64_t>(counter.QuadPart) ^ std::uint64_t{GetCurrentProcessId()} << 32) *
-              6364136223846793005u +
-          1442695040888963407u;
-  std::uint64_t rest = state >> 11;
+  const std::uint64_t seed = static_cast<std::uint64_t>(counter.QuadPart) ^ std::uint64_t{GetCurrentProcessId()} << 32;
+  std::uint64_t rest = (seed + ++number) * 6364136223846793005u >> 11;
   std::string name;
   for (; name.size() < length; rest /= 36) name += "abcdefghijklmnopqrstuvwxyz0123456789"[rest % 36];
   return name;
