@@ -84,7 +84,8 @@ class ToolTest(unittest.TestCase):
 
     def setUp(self):
         self.maxDiff = None
-        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="orba-tool-", dir=os.environ.get("ORBA_SCRATCH")))
+        folder = tempfile.mkdtemp(prefix="orba-tool-", dir=os.environ.get("ORBA_SCRATCH"))
+        self.folder = pathlib.Path(folder).resolve()  # as the system tells it of an open file
         self.addCleanup(shutil.rmtree, self.folder)
 
     def environment(self, changes=None):
