@@ -33,6 +33,13 @@ class FindTest(ToolTest):
                          ["/LOGS/DAY1.TXT", "/LOGS/DAY2.DAT", "/LOGS/MAY/EMPTY.TXT"])
         self.fails(16, "find", "card.orb", "--type", "x")
 
+    def test_find_takes_the_options_of_find_with_one_dash(self):
+        self.assertEqual(self.found("card.orb", "-name", "*.txt", "-size", "+1", "-print"), ["/LOGS/DAY1.TXT"])
+        self.assertEqual(self.ok("find", "card.orb:/LOGS", "-type", "d", "-print0"),
+                         "card.orb:/LOGS\0card.orb:/LOGS/MAY\0")
+        self.assertEqual(self.found("card.orb", "-tf", "-nDAY2*"), ["/LOGS/DAY2.DAT"])
+        self.assertIn('there is no option "-iname"', self.fails(16, "find", "card.orb", "-iname", "x"))
+
     def test_find_size_is_in_bytes_equal_more_or_less(self):
         for size, names in (("2000", ["DAY1.TXT"]), ("+2000", ["DAY2.DAT"]), ("+1999", ["DAY1.TXT", "DAY2.DAT"]),
                             ("-2000", ["EMPTY.TXT"]), ("+4K", ["DAY2.DAT"]), ("-0x1", ["EMPTY.TXT"]), ("+1M", [])):

@@ -23,6 +23,7 @@ struct FindOptions {
   std::string size;
   std::string newer;
   bool print0 = false;
+  bool print = false;
   bool json = false;
 };
 
@@ -127,7 +128,9 @@ Run DefineFind(Syntax* syntax) {
                "changed after a date (UTC), or after a file of the host or of a container was");
   syntax->Flag("-0,--print0", &options->print0, "end each place with a NUL byte, nothing quoted: for xargs -0");
   syntax->Flag("--json", &options->json, "a JSON object for each operand, on a line of its own");
+  syntax->Flag("--print", &options->print, "");  // what find does anyway; without it, -print would stand for -print0
   syntax->Exclude("--print0", "--json");
+  syntax->TakeOneDash();
   syntax->Many("CONTAINER[:/PATH]", &options->operands);
   return [options] { return RunFind(*options); };
 }
@@ -141,7 +144,8 @@ const Command kFindCommand = {
     "find files and directories by name, kind, size or time",
     "Prints the address of each place and of everything below it that fits all options; without any, of everything. A "
     "directory comes before what it holds, else names come sorted. Names match without regard to letter case. A "
-    "directory's size is 32 bytes for each entry. What has no date is newer than nothing.",
+    "directory's size is 32 bytes for each entry. What has no date is newer than nothing. "
+    "Options may have one dash, as those of find(1): -name, -type f, -print0.",
     "orba find card.orb --name '*.TXT'\n"
     "orba find card.orb:/LOGS --type f --size +1M\n"
     "orba find card.orb --newer 2026-11-20\n"

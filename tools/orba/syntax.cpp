@@ -205,8 +205,9 @@ class Parser {
     words_.push_back(nullptr);
     optind = 0;  // begin anew
     opterr = 0;
+    const auto find = syntax_.takesOneDash() ? getopt_long_only : getopt_long;
     for (;;) {
-      const int found = getopt_long(count, words_.data(), letters_.c_str(), longNames_.data(), nullptr);
+      const int found = find(count, words_.data(), letters_.c_str(), longNames_.data(), nullptr);
       if (found == -1) break;
       // Some parsers report a value too many as one that is missing.
       if (found == ':' && !At(optopt).value.empty()) {

@@ -62,6 +62,10 @@ class Syntax {
   // The flag that makes Parse return false: --help, and -h where that means nothing else.
   void Help();
 
+  // Long names may be written with one dash too, as find(1) has them.
+  void TakeOneDash() { oneDash_ = true; }
+  bool takesOneDash() const { return oneDash_; }
+
   // At most one of these two may be given.
   void Exclude(const char* one, const char* other);
 
@@ -81,6 +85,7 @@ class Syntax {
   std::vector<Option> options_;
   std::vector<Operand> operands_;
   std::vector<std::pair<std::string, std::string>> excluded_;
+  bool oneDash_ = false;
 };
 
 // Those that texts show.
