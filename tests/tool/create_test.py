@@ -3,7 +3,7 @@ import errno
 import os
 import unittest
 
-from support import NODE_SIZE, ToolTest, linux_alone
+from support import NODE_SIZE, ToolTest, linux_alone, obey_modes
 
 NO_SPACE = errno.ENOSPC
 
@@ -255,6 +255,36 @@ class CompactTest(ToolTest):
         self.assertIn("these are 63 files and directories, the root included",
                       self.fails(1, "compact", "--nodes", "62", "card.orb"))
         self.assertEqual(self.read("card.orb"), self.before)
+
+    def test_compact_says_that_smaller_blocks_hold_fewer_files(self):
+        for number in range(3600):
+            self.write(f"many/F{number}")
+        self.ok("create", "-q", "many.orb", "many/.")
+        before = self.read("many.orb")
+        message = self.fails(1, "compact", "-b", "1024", "many.orb")
+        self.assertIn("with blocks of 1024 bytes a container holds 3584 files and directories, and room is needed for "
+                      "3601", message)
+        self.assertIn("use larger blocks", message)
+        self.assertEqual(self.read("many.orb"), before)
+
+    def test_compact_in_place_of_a_container_that_is_not_to_be_written_is_refused(self):
+        self.path("card.orb").chmod(0o444)
+        self.assertIn("cannot compact card.orb: Permission denied (EACCES",
+                      self.fails(1, "compact", "card.orb", preexec_fn=obey_modes))
+        self.assertEqual(self.read("card.orb"), self.before)
+        self.assertEqual(self.orba("compact", "-q", "card.orb", "new.orb", preexec_fn=obey_modes).status, 0)
+        self.assertEqual(self.everything("new.orb"), self.lines)
+
+    def test_compact_keeps_owner_and_permissions(self):
+        linux_alone("owners as Linux has them")
+        if os.geteuid() == 0:
+            os.chown(self.path("card.orb"), 1234, 4321)
+        self.path("card.orb").chmod(0o664)
+        before = self.path("card.orb").stat()
+        self.ok("compact", "-q", "card.orb")
+        after = self.path("card.orb").stat()
+        self.assertNotEqual(after.st_ino, before.st_ino)
+        self.assertEqual((after.st_uid, after.st_gid, after.st_mode), (before.st_uid, before.st_gid, before.st_mode))
 
     def test_compact_of_a_marked_container_is_refused_with_advice(self):
         self.mark_dirty()

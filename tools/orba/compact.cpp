@@ -1,5 +1,6 @@
 // compact: a container made anew from what another one holds.
 #include <algorithm>
+#include <cerrno>
 #include <map>
 #include <memory>
 #include <optional>
@@ -50,6 +51,13 @@ void RequireSound(const RawContainer& container) {
     throw Failure("cannot compact " + path, "an update of it was interrupted (" + CodeText(ORB_ERROR_NOT_CLEAN) + ")",
                   "repair it first with: orba repair " + word, ORB_ERROR_NOT_CLEAN);
   }
+}
+
+// What the host does not let the user write to is not to be replaced either, though its directory may allow that.
+void RequireWritable(const std::string& container) {
+  const Descriptor file = tool::OpenForWriting(container, host::Share::kReaders);
+  const bool refused = errno == EACCES || errno == EPERM || errno == EROFS;
+  if (file.get() < 0 && refused) throw HostFailure("cannot compact " + ShellWord(container), errno);
 }
 
 // What the source has, unless the user wants something else.
@@ -155,6 +163,7 @@ int RunCompact(const CompactOptions& options) {
   if (!options.keep.empty() && HostFileExists(options.keep)) {
     throw Failure("cannot keep " + container + " as " + options.keep, "a file of this name exists", "use another name");
   }
+  if (options.target.empty()) RequireWritable(container);
   const RawContainer raw(container);  // nobody writes to it until all is done
   RequireSound(raw);
   Look look;

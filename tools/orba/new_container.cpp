@@ -83,16 +83,17 @@ void Measure::Refuse(const ShapeOptions& options, const std::string& what) const
   const std::uint32_t blockSize = options.blockSize.value_or(8192);
   const std::uint64_t wanted = options.nodes.value_or(static_cast<std::uint32_t>(nodes_)) + options.spare.value_or(0);
   const std::string with = "with blocks of " + std::to_string(blockSize) + " bytes ";
+  const std::uint64_t needed = std::max(wanted, nodes_);
+  if (needed > MostNodes(blockSize)) {
+    throw Failure(what,
+                  with + "a container holds " + std::to_string(MostNodes(blockSize)) + " files and directories, and " +
+                      "room is needed for " + std::to_string(needed) + " (" + CodeText(ORB_ERROR_NO_FREE_NODE) + ")",
+                  blockSize < 8192 ? "use larger blocks" : "spread them over several containers, or pack some into one",
+                  ORB_ERROR_NO_FREE_NODE);
+  }
   if (nodes_ > wanted) {
     throw Failure(what, "these are " + std::to_string(nodes_) + " files and directories, the root included",
                   "give --nodes more, or leave it out", ORB_ERROR_NO_FREE_NODE);
-  }
-  if (wanted > MostNodes(blockSize)) {
-    throw Failure(what,
-                  with + "a container holds " + std::to_string(MostNodes(blockSize)) + " files and directories, and " +
-                      "room is needed for " + std::to_string(wanted) + " (" + CodeText(ORB_ERROR_NO_FREE_NODE) + ")",
-                  blockSize < 8192 ? "use larger blocks" : "spread them over several containers, or pack some into one",
-                  ORB_ERROR_NO_FREE_NODE);
   }
   if (largest_ > LargestFile(blockSize)) {
     throw Failure(what,

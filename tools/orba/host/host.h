@@ -122,9 +122,10 @@ void ResetClock();  // it shows the present time again
 // ---- Names ----------------------------------------------------------------------------------------------------------
 
 bool Rename(const std::string& from, const std::string& to, bool overwrite);
-// Puts the file `by` in the place of the file `path` in one step, and lets it have the same permissions. The old one is
-// kept under the new name `kept`, unless that is empty; EEXIST where the name is taken. Only a file system that cannot
-// give a file two names has nothing at `path` for a moment then. On failure `path` is as before.
+// Puts the file `by` in the place of the file `path` in one step, and lets it have the same permissions and, as far as
+// the host allows, the same owner. The old one is kept under the new name `kept`, unless that is empty; EEXIST where
+// the name is taken. Only a file system that cannot give a file two names has nothing at `path` for a moment then. On
+// failure `path` is as before.
 bool Replace(const std::string& path, const std::string& by, const std::string& kept);
 bool Remove(const std::string& path);
 bool RemoveUnused(const std::string& path);     // EBUSY where another one has it for itself

@@ -234,7 +234,10 @@ bool Rename(const std::string& from, const std::string& to, bool overwrite) {
 
 bool Replace(const std::string& path, const std::string& by, const std::string& kept) {
   struct stat old = {};
-  if (stat(path.c_str(), &old) != 0 || chmod(by.c_str(), old.st_mode & 07777) != 0) return false;
+  if (stat(path.c_str(), &old) != 0) return false;
+  // The superuser's alone may have another's owner; then permissions, which a change of owner may take away.
+  if (chown(by.c_str(), old.st_uid, old.st_gid) != 0 && errno != EPERM) return false;
+  if (chmod(by.c_str(), old.st_mode & 07777) != 0) return false;
   if (kept.empty()) return rename(by.c_str(), path.c_str()) == 0;
   const bool linked = link(path.c_str(), kept.c_str()) == 0;
   if (!linked && errno != EPERM && errno != EOPNOTSUPP && errno != EMLINK) return false;
