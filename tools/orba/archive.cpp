@@ -22,6 +22,9 @@ namespace {
 // In tar: attributes of a file in a container, "r" read-only and "u" the user's.
 constexpr const char* kAttributes = "user.orba.attributes";
 
+// In zip, times have 32 bits.
+constexpr std::int64_t kLastZipTime = 0xFFFFFFFF;
+
 struct Format {
   const char* name;
   const char* shortName;
@@ -61,7 +64,10 @@ using Entry = std::unique_ptr<archive_entry, FreeEntry>;
 
 std::string ErrorOf(archive* handle) {
   const char* const text = archive_error_string(handle);
-  return text != nullptr ? text : "it is no archive";
+  if (text == nullptr) return "it is no archive";
+  std::string line = text;
+  while (!line.empty() && line.back() == '\n') line.pop_back();  // of some messages
+  return line;
 }
 
 }  // namespace
@@ -93,6 +99,8 @@ struct ArchiveWriter::State {
   archive* handle = nullptr;
   Take take;
   std::exception_ptr thrown;
+  bool zip = false;
+  bool closed = false;
 
   // No exception passes through the library's code: what is thrown below waits until it is back.
   static la_ssize_t OnWrite(archive*, void* data, const void* bytes, std::size_t count) {
@@ -121,6 +129,7 @@ ArchiveWriter::ArchiveWriter(const std::string& format, const Take& take) : stat
   const auto* const row =
       std::find_if(std::begin(kFormats), std::end(kFormats), [&](const Format& one) { return format == one.name; });
   const bool zip = format == "zip";
+  state_->zip = zip;
   state_->Require(zip ? archive_write_set_format_zip(handle) : archive_write_set_format_pax_restricted(handle));
   // The way of tar for extended attributes alone; of the other one it would warn.
   if (!zip) state_->Require(archive_write_set_format_option(handle, "pax", "xattrheader", "SCHILY"));
@@ -135,10 +144,12 @@ ArchiveWriter::ArchiveWriter(const std::string& format, const Take& take) : stat
 
 ArchiveWriter::~ArchiveWriter() {
   state_->take = [](const void*, std::size_t) {};  // an end that nobody waits for
+  // Without Close the archive is given up: otherwise the rest of the file would be zeros, which are compressed too.
+  if (!state_->closed) archive_write_fail(state_->handle);
   archive_write_free(state_->handle);
 }
 
-void ArchiveWriter::Add(const Member& member) {
+bool ArchiveWriter::Add(const Member& member) {
   const Entry entry(archive_entry_new());
   if (entry == nullptr) throw std::bad_alloc();
   archive_entry* const one = entry.get();
@@ -147,20 +158,25 @@ void ArchiveWriter::Add(const Member& member) {
   const std::uint32_t attributes = member.attributes.value_or(0);
   const std::uint16_t mode = member.isDirectory ? 0755 : (attributes & ORB_ATTRIBUTE_READ_ONLY) != 0 ? 0444 : 0644;
   archive_entry_set_perm(one, mode);
-  if (member.time.has_value()) archive_entry_set_mtime(one, *member.time, 0);
+  const bool fits = !state_->zip || !member.time.has_value() || (*member.time >= 0 && *member.time <= kLastZipTime);
+  if (member.time.has_value() && fits) archive_entry_set_mtime(one, *member.time, 0);
   if (!member.isDirectory) archive_entry_set_size(one, static_cast<la_int64_t>(member.size.value_or(0)));
   std::string letters;
   if ((attributes & ORB_ATTRIBUTE_READ_ONLY) != 0) letters += 'r';
   if ((attributes & ORB_ATTRIBUTE_USER) != 0) letters += 'u';
   if (!letters.empty()) archive_entry_xattr_add_entry(one, kAttributes, letters.data(), letters.size());
   state_->Require(archive_write_header(state_->handle, one));
+  return fits;
 }
 
 void ArchiveWriter::Write(const void* bytes, std::size_t count) {
   if (count > 0) state_->Require(archive_write_data(state_->handle, bytes, count));
 }
 
-void ArchiveWriter::Close() { state_->Require(archive_write_close(state_->handle)); }
+void ArchiveWriter::Close() {
+  state_->Require(archive_write_close(state_->handle));
+  state_->closed = true;
+}
 
 // ---- Reading --------------------------------------------------------------------------------------------------------
 
@@ -180,6 +196,7 @@ std::string Compressors() {
 struct ArchiveReader::State {
   archive* handle = nullptr;
   std::string path;
+  std::string member;  // the one that Next gave last
   int file = -1;
   std::uint64_t size = 0;
   std::uint64_t position = 0;
@@ -225,6 +242,13 @@ struct ArchiveReader::State {
     if (archive_errno(handle) == ENOMEM) throw std::bad_alloc();
     throw Failure("cannot read " + path + " as an archive", ErrorOf(handle),
                   "it must be tar or zip, whole, and compressed by " + Compressors() + " if at all");
+  }
+
+  void RequireContents(la_ssize_t result) const {
+    if (interrupted || archive_errno(handle) == ENOMEM) return Require(result);
+    if (result >= 0) return;  // a warning here: the checksum is wrong
+    throw Failure("cannot read " + member + " in " + path, ErrorOf(handle),
+                  "the archive is damaged; this file is left out");
   }
 };
 
@@ -297,6 +321,7 @@ std::optional<Member> ArchiveReader::Next() {
   const char* name = archive_entry_pathname_utf8(entry);
   if (name == nullptr) name = archive_entry_pathname(entry);
   member.name = !wide.empty() || name == nullptr ? wide : name;
+  state_->member = member.name;
   member.other = OtherKind(entry);
   member.isDirectory = archive_entry_filetype(entry) == AE_IFDIR;
   if (archive_entry_size_is_set(entry) != 0) member.size = static_cast<std::uint64_t>(archive_entry_size(entry));
@@ -309,7 +334,7 @@ std::size_t ArchiveReader::Read(void* buffer, std::size_t count) {
   std::size_t done = 0;
   while (done < count) {
     const la_ssize_t part = archive_read_data(state_->handle, static_cast<char*>(buffer) + done, count - done);
-    state_->Require(part < 0 ? la_ssize_t{ARCHIVE_FATAL} : part);  // a warning here: the checksum is wrong
+    state_->RequireContents(part);
     if (part == 0) break;
     done += static_cast<std::size_t>(part);
   }

@@ -38,8 +38,9 @@ class ArchiveWriter {
   ArchiveWriter(const ArchiveWriter&) = delete;
   ArchiveWriter& operator=(const ArchiveWriter&) = delete;
 
-  // Begins a directory, or a file of which as many bytes are to be written as it has.
-  void Add(const Member& member);
+  // Begins a directory, or a file of which as many bytes are to be written as it has. False where the format cannot
+  // hold its time, which is left out then.
+  bool Add(const Member& member);
   void Write(const void* bytes, std::size_t count);
   void Close();
 
@@ -48,7 +49,7 @@ class ArchiveWriter {
   std::unique_ptr<State> state_;
 };
 
-// Every member throws a Failure that begins with "cannot read ARCHIVE".
+// Every member throws a Failure that says what of which archive cannot be read.
 class ArchiveReader {
  public:
   // Reads an ordinary file, which stays the caller's, from its beginning.

@@ -92,7 +92,9 @@ Exported Export(const ExportOptions& options, const Shipment& shipment, Look* lo
     try {
       const bool file = !content.match.item.IsDirectory();
       if (file) look->RequireBlocks(content.match);
-      archive->Add(MemberOf(content));
+      if (!archive->Add(MemberOf(content))) {
+        Report("warning: the time of " + content.name + " is left out: zip holds those from 1970 to 2106 alone");
+      }
       if (file) AddContents(archive, look, content.match, &progress);
       ++(file ? exported.files : exported.directories);
       if (file) exported.bytes += content.match.item.size;
@@ -237,8 +239,8 @@ const Command kExportCommand = {
     "its name ends in (.tar, .tar.gz, .tgz, .tar.bz2, .tar.xz, .tar.zst, .zip; on Windows .tar, "
     ".tar.gz, .tgz, .zip), or to standard output. Files and directories keep their times. In tar, the attributes of a "
     "file stand in an extended header as the extended "
-    "attribute user.orba.attributes, \"r\" for read-only and \"u\" for the user's; zip has no place for them. The same "
-    "contents give the same archive.\n\n"
+    "attribute user.orba.attributes, \"r\" for read-only and \"u\" for the user's; zip has no place for them, nor for "
+    "times before 1970 or after 2106. The same contents give the same archive.\n\n"
     "With --into, each container has an archive of its own in FOLDER, named as it is but with .tar, or what --format "
     "says, in place of .orb.\n\n"
     "Works on marked and damaged containers as get does: a file that cannot be read is left out and reported, and the "
