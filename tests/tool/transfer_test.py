@@ -294,7 +294,8 @@ class PutTest(ToolTest):
         self.write("tree/big", ALL_BYTES)
         result = self.orba("put", "-n", "tree/.", "card.orb")
         self.assertEqual((result.status, result.out, result.err),
-                         (0, "", "orba: removed card.orb:/~ORBA-1.TMP, which an interrupted put, cp or mv had left\n"))
+                         (0, "", "orba: removed card.orb:/~ORBA-1.TMP, which an interrupted put, import, cp or mv had "
+                                 "left\n"))
         self.assertEqual(self.listing(), ["A", "BIG"])
         self.assertEqual(self.orba("cat", "card.orb:/BIG").raw, ALL_BYTES)
         self.assert_clean()

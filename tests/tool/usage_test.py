@@ -37,6 +37,10 @@ class UsageTest(ToolTest):
                 self.assertLess(longest, widest)
                 self.assertGreater(longest, widest - 16)
 
+    def test_help_wraps_what_a_command_is_for(self):
+        lines = self.on_terminal("find", "--help", columns=60).out.splitlines()
+        self.assertEqual(lines[:3], ["orba find - find files and directories by name, kind, size", "or time", ""])
+
     def test_help_of_each_command_has_usage_options_and_an_example(self):
         for name in COMMANDS:
             text = self.ok(name, "--help")

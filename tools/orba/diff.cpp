@@ -469,7 +469,7 @@ const Command kDiffCommand = {
     "Compares two trees, each in a container or on the host, or two files. A line for each difference, sorted by path: "
     "- for what only BEFORE has, + for what only AFTER has, with everything below it, ! for a file whose size or "
     "contents differ, with both sizes or the first byte that does. Names are compared without regard to letter case, "
-    "as in a container. Times count with --time alone: put cannot store the host's.\n\n"
+    "as in a container. Times count with --time alone: put does not keep the host's.\n\n"
     "Exits with 0 when nothing differs, 1 when something does, 2 when not everything could be compared.",
     "orba diff monday.orb tuesday.orb\n"
     "orba diff config card.orb:/CONFIG\n"

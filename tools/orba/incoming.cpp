@@ -62,7 +62,7 @@ const std::string& Incoming::TemporaryIn(const Address& directory, const std::st
     }
     const Address address = directory.Child(item.name);
     Delete(session_, address);
-    Report("removed " + address.Text() + ", which an interrupted put, cp or mv had left");
+    Report("removed " + address.Text() + ", which an interrupted put, import, cp or mv had left");
   }
   return temporary_[path] = FreeTemporaryName(left);
 }

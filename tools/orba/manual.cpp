@@ -172,7 +172,7 @@ std::string ProgramHelp() {
 std::string CommandHelp(const Command& command) {
   const Definition definition = Define(command);
   std::string help =
-      std::string("orba ") + command.name + " - " + command.summary + "\n\n" +
+      InLines(std::string("orba ") + command.name + " - " + command.summary, "", "") + "\n" +
       InLines(std::string("orba ") + command.name + " [OPTION]... " + command.operands, "Usage: ", "           ");
   for (const std::string& paragraph : Split(command.details, "\n\n")) help += "\n" + InLines(paragraph, "", "");
   help += "\nOptions:\n";

@@ -514,7 +514,7 @@ const Command kPutCommand = {
     "put; --rename makes them legal: other characters become \"_\", long names are shortened, a number tells equal "
     "names of one directory apart. A source has the same new name in every run, so that --force and --no-clobber "
     "work as usual. The new names are printed.\n\n"
-    "Files in a container have the time when they were written there; the host's times cannot be stored. What is "
+    "Files in a container have the time when they were written there; create and import keep the host's. What is "
     "neither file nor directory is left out, and so are links to directories below the sources.\n\n"
     "--manifest writes the SHA-256 of each file that was put, as it was read, in the format of sha256sum, with names "
     "from PATH on: orba verify CONTAINER:/PATH FILE compares with it later.",
