@@ -101,16 +101,18 @@ struct ArchiveWriter::State {
   std::exception_ptr thrown;
   bool zip = false;
   bool closed = false;
+  bool failed = false;  // what was written is no longer taken
 
   // No exception passes through the library's code: what is thrown below waits until it is back.
   static la_ssize_t OnWrite(archive*, void* data, const void* bytes, std::size_t count) {
     auto* const state = static_cast<State*>(data);
-    if (state->thrown != nullptr) return -1;
+    if (state->failed) return -1;
     try {
       state->take(bytes, count);
       return static_cast<la_ssize_t>(count);
     } catch (...) {
       state->thrown = std::current_exception();
+      state->failed = true;
       return -1;
     }
   }
@@ -144,8 +146,9 @@ ArchiveWriter::ArchiveWriter(const std::string& format, const Take& take) : stat
 
 ArchiveWriter::~ArchiveWriter() {
   state_->take = [](const void*, std::size_t) {};  // an end that nobody waits for
-  // Without Close the archive is given up: otherwise the rest of the file would be zeros, which are compressed too.
-  if (!state_->closed) archive_write_fail(state_->handle);
+  // Without Close the archive is given up: otherwise the rest of the file would be zeros, which are compressed too. The
+  // library then forgets to free a block, so not where it is stopped by a write that failed.
+  if (!state_->closed && !state_->failed) archive_write_fail(state_->handle);
   archive_write_free(state_->handle);
 }
 
