@@ -861,12 +861,81 @@ TEST(RepairMap, shrink_half_made_is_finished) {
 
 // What a file was read as is kept before anything changes, in blocks at the end; then free blocks are taken again.
 TEST(RepairMap, map_block_that_leads_to_itself_leaves_a_hole_for_a_free_block) {
-  WithChain<SmallWithC> image;
-  image.Put32(image.MapOffset(4, 6), image.Get32(image.NodeOffset(4) + 56));
-  const Bytes read = Tree(image.bytes()).at("/D/B");
+  struct Image : SmallWithC {
+    std::uint16_t file = AddFile(1, "F", 9 * 1024);
+  };
+  WithChain<Image> image;
+  image.Put32(image.MapOffset(image.file, 6), image.Get32(image.NodeOffset(image.file) + 56));
+  const Bytes read = Tree(image.bytes()).at("/F");
+  Bytes holed = read;
+  std::fill(holed.begin() + 6 * 1024, holed.begin() + 7 * 1024, std::uint8_t{0});
   const Bytes repaired = testimage::Repaired(image.bytes());
-  EXPECT_EQ(Tree(repaired).at("/LOST.FND/B"), read);
-  EXPECT_EQ(repaired.size(), image.bytes().size() + 9 * 1024);  // the directory, seven blocks and their block-map block
+  EXPECT_EQ(Tree(repaired).at("/LOST.FND/F"), read);
+  EXPECT_EQ(Tree(repaired).at("/F"), holed);
+  EXPECT_EQ(repaired.size(), image.bytes().size() + 11 * 1024);  // the directory, nine blocks and their block-map block
+}
+
+// Files whose block-map block fills its slots with itself: each is read as many blocks and has few.
+struct FullOfThemselves : ImageBuilder {
+  FullOfThemselves() : ImageBuilder(1024, 32) { AddFile(1, "SOUND", 300 * 1024); }
+
+  std::uint16_t Add(const std::string& name, std::uint32_t blocks) {
+    const std::uint16_t node = AddFile(1, name, 7 * 1024);
+    for (std::uint32_t i = 6; i < blocks; ++i) Put32(MapOffset(node, i), Get32(NodeOffset(node) + 56));
+    SetSize(node, blocks * 1024);
+    return node;
+  }
+
+  // As many of 262 blocks, which take 263 to copy.
+  void AddMany(int count) {
+    for (int i = 0; i < count; ++i) Add("F" + std::to_string(i), 262);
+  }
+};
+
+std::size_t CopiesBegun(const Plan& plan) {
+  return static_cast<std::size_t>(std::count_if(plan.actions.begin(), plan.actions.end(), [](const Action& action) {
+    return action.kind == ActionKind::kKeepCopy;
+  }));
+}
+
+// Before anything else is repaired copies may take as many blocks as there are with LOST.FND, and 1,024, but for 72
+// that are left for names. Where a copy does not fit it is made a second time, at the end.
+TEST(RepairCopies, room_ends_the_last_copy_that_fits_is_made_at_once) {
+  for (const std::uint32_t more : {0u, 1u}) {
+    FullOfThemselves image;
+    image.AddMany(4);
+    const std::uint32_t blocks = image.Blocks() + 9;  // with LAST's and LOST.FND's
+    image.Add("LAST", blocks + 1024 - 72 - 4 * 263 - 1 + more);
+    const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
+    EXPECT_TRUE(plan.promise.holds()) << more;
+    EXPECT_EQ(CopiesBegun(plan), 5u + more);
+  }
+}
+
+TEST(RepairCopies, more_files_than_there_was_room_for_at_first_are_kept_afterwards) {
+  FullOfThemselves image;
+  image.AddMany(6);
+  const Files before = Without(Tree(image.bytes()), {"/", "/SOUND"});
+  ASSERT_EQ(before.size(), 6u);
+  const Files files = Tree(testimage::Repaired(image.bytes()));
+  for (const auto& [path, bytes] : before) EXPECT_EQ(files.at("/LOST.FND" + path), bytes) << path;
+}
+
+TEST(RepairCopies, far_more_files_than_there_is_room_for_a_repair_does_not_grow_the_container_without_end) {
+  FullOfThemselves image;
+  image.AddMany(14);
+  const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
+  EXPECT_FALSE(plan.promise.holds());
+  EXPECT_EQ(plan.promise.lost(), 2u);
+}
+
+TEST(RepairCopies, file_with_two_names_gets_one_copy) {
+  FullOfThemselves image;
+  image.AddEntry(1, "TOO", image.Add("F", 20));
+  const Bytes read = Tree(image.bytes()).at("/F");
+  const Files files = Tree(testimage::Repaired(image.bytes()));
+  EXPECT_EQ(PathsOf(files), "/ /F /LOST.FND/ /LOST.FND/F /SOUND /TOO ");
+  EXPECT_EQ(files.at("/LOST.FND/F"), read);
 }
 
 TEST(RepairMap, every_slot_the_same_is_bounded) {
@@ -1283,6 +1352,15 @@ TEST(RepairChain, head_is_taken_off_before_records_are_written_and_set_behind_th
   EXPECT_EQ(writes[0].bytes, Bytes(4));
   EXPECT_EQ(writes[1].bytes.size(), 1024u);
   EXPECT_EQ(writes[2].offset, 48u);
+}
+
+TEST(RepairChain, there_is_none_head_is_written_once) {
+  SmallWithC image;
+  image.AppendBlock();
+  const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
+  ASSERT_EQ(plan.actions.size(), 3u);  // mark, chain, mark
+  EXPECT_EQ(ToText(plan.actions[1]), "builds the free chain anew: 1 block in 1 record");
+  EXPECT_EQ(plan.actions[1].writes.size(), 2u);  // the record, then the head
 }
 
 TEST(RepairChain, head_beyond_the_end_is_built_anew) {
