@@ -158,7 +158,6 @@ class IntoTest(JobsTest):
         self.assertIn("recover: DIRECTORY is missing", self.fails(16, "recover", "one.orb"))
 
     def test_export_into_gives_each_an_archive(self):
-        linux_alone("archives")
         names = self.copies(5)
         out = self.ok("export", "--into", "out", "--format", "tar.gz", *names)
         self.assertEqual(self.host_names("out"), [f"card{number:03}.tar.gz" for number in range(5)])
