@@ -8,7 +8,7 @@ import tarfile
 import unittest
 import zipfile
 
-from support import BLOCK_1, NODE_SIZE, PROGRAM, WINDOWS, ToolTest, obey_modes
+from support import BLOCK_1, NODE_SIZE, PROGRAM, WINDOWS, ToolTest, linux_alone, obey_modes
 
 FORMATS = ["tar", "tar.gz", *([] if WINDOWS else ["tar.bz2", "tar.xz", "tar.zst"]), "zip"]
 DAY = 1582934399  # 2020-02-28 23:59:59
@@ -114,8 +114,15 @@ class ExportTest(ToolTest):
         self.ok("import", "-q", "old.zip", "new.orb")
         lines = {line.split()[-1]: line.split()[2] for line in self.ok("ls", "-l", "new.orb").splitlines()}
         self.assertEqual((lines["1970"], lines["2106"]), ("1970-01-01", "2106-01-01"))
+
+    def test_export_to_tar_keeps_times_before_1970_and_after_2106(self):
+        linux_alone("times before 1970, which the library for archives reads as none on Windows")
+        self.format("old.orb")
+        for node, year in ((2, 1969), (3, 2108)):
+            self.put_text(f"old.orb:/{year}")
+            self.set_time(node, (year, 1, 1, 0, 0, 0), "old.orb")
         self.ok("export", "-q", "old.orb", "old.tar")
-        self.ok("format", "tar.orb")
+        self.format("tar.orb")
         self.ok("import", "-q", "old.tar", "tar.orb")
         self.ok("diff", "--time", "old.orb", "tar.orb")
 
