@@ -310,8 +310,8 @@ const char* ZshSeparator(const Option& option, const std::string& name) {
   return option.mayBeBare ? "=-" : "=";
 }
 
-// One specification for each name, as _arguments takes them.
-std::string ZshSpecifications(const Syntax& syntax, const std::string& indent) {
+// A line for each name, as _arguments takes them.
+std::string ZshOptions(const Syntax& syntax, const std::string& indent) {
   std::string lines;
   for (const Option& option : ShownOptions(syntax)) {
     const std::string excluded = "(" + ZshExcluded(syntax, option) + ")";
@@ -336,11 +336,10 @@ std::string ZshCompletion(const Syntax& program) {
   for (const Command* command : Commands()) {
     commands += "    " + ZshQuoted(std::string(command->name) + ":" + command->summary) + "\n";
     cases += std::string("    ") + command->name + ")\n      _arguments -s -S \\\n" +
-             ZshSpecifications(Define(*command).syntax, "        ") + "        " + ZshOperands(*command) +
-             "\n      ;;\n";
+             ZshOptions(Define(*command).syntax, "        ") + "        " + ZshOperands(*command) + "\n      ;;\n";
   }
   return Filled(kZshCompletion,
-                {{"@commands@", commands}, {"@options@", ZshSpecifications(program, "    ")}, {"@cases@", cases}});
+                {{"@commands@", commands}, {"@options@", ZshOptions(program, "    ")}, {"@cases@", cases}});
 }
 
 // ---- fish

@@ -426,26 +426,15 @@ int Compare(const DiffOptions& options, JsonObject* json) {
 
 int RunDiff(const DiffOptions& options) {
   SetStatusWithoutMemory(kTrouble);
-  try {
+  return StatusOf(kTrouble, [&] {
+    if (!options.json || options.quiet) return Compare(options, nullptr);
     int status = kSuccess;
-    if (options.json && !options.quiet) {
-      PrintObject("before", options.operands[0], [&](JsonObject* json) {
-        json->Json("after", HostText(options.operands[1]));
-        status = Compare(options, json);
-      });
-    } else {
-      status = Compare(options, nullptr);
-    }
-    FlushOutput();
+    PrintObject("before", options.operands[0], [&](JsonObject* json) {
+      json->Json("after", HostText(options.operands[1]));
+      status = Compare(options, json);
+    });
     return status;
-  } catch (const UsageFailure&) {
-    throw;
-  } catch (const Failure& failure) {
-    Report(failure);
-  } catch (const OutputClosed&) {
-    // Whoever read the output has seen enough.
-  }
-  return kTrouble;
+  });
 }
 
 Run DefineDiff(Syntax* syntax) {

@@ -18,7 +18,7 @@ enum ExitStatus : int {
   kRepaired = 1,
   kDamageLeft = 4,
   kCouldNotWork = 8,
-  // diff as diff does:
+  // diff and verify as diff does:
   kDifferent = 1,
   kTrouble = 2,
 };

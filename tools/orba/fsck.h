@@ -2,7 +2,6 @@
 // terminal and inspect/.
 #pragma once
 
-#include <new>
 #include <string>
 
 #include "inspect/check/check.h"
@@ -33,23 +32,9 @@ auto Watched(const char* label, bool quiet, const Work& work) {
   return work();
 }
 
-// The status of `work`; kCouldNotWork where it could not begin or could not say what it found.
 template <typename Work>
 int AsFsck(const Work& work) {
-  try {
-    const int status = work();
-    FlushOutput();
-    return status;
-  } catch (const UsageFailure&) {
-    throw;
-  } catch (const Failure& failure) {
-    Report(failure);
-  } catch (const OutputClosed&) {
-    // Nobody reads any more what was found.
-  } catch (const std::bad_alloc&) {
-    ReportNoMemory();
-  }
-  return kCouldNotWork;
+  return StatusOf(kCouldNotWork, work);
 }
 
 }  // namespace orba::tool

@@ -235,7 +235,7 @@ void Progress::HasRead(std::uint64_t bytes) {
 }
 
 void Progress::Hide() {
-  if (g_progress == nullptr || !g_progress->drawn_) return;
+  if (t_kept != nullptr || g_progress == nullptr || !g_progress->drawn_) return;
   std::fputs("\r\033[K", stderr);
   std::fflush(stderr);
   g_progress->drawn_ = false;

@@ -5,9 +5,12 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "tools/orba/failure.h"
 
 namespace orba::tool {
 
@@ -39,6 +42,26 @@ void FlushOutput();
 void PrintError(const std::string& text);
 class OutputClosed {};  // thrown when the reader went away
 bool IsOutputLost();    // one of them has failed
+
+// The status of `work`, for commands whose status tells what they found; `failed` where it could not begin or could not
+// say what that was.
+template <typename Work>
+int StatusOf(int failed, const Work& work) {
+  try {
+    const int status = work();
+    FlushOutput();
+    return status;
+  } catch (const UsageFailure&) {
+    throw;
+  } catch (const Failure& failure) {
+    Report(failure);
+  } catch (const OutputClosed&) {
+    // Nobody reads any more what was found.
+  } catch (const std::bad_alloc&) {
+    ReportNoMemory();
+  }
+  return failed;
+}
 
 // What a thread prints, until it is its turn.
 struct Kept {
@@ -89,7 +112,7 @@ class Progress {
   // Of a container so many bytes were read.
   static void HasRead(std::uint64_t bytes);
 
-  // Takes the bar away, for a message; the next Advance draws it again.
+  // Takes the bar away, for a message; the next Advance draws it again. PrintKept does it for what was kept.
   static void Hide();
 
  private:

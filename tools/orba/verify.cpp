@@ -64,8 +64,6 @@ Run DefineManifest(Syntax* syntax) {
 // ---- verify ---------------------------------------------------------------------------------------------------------
 
 // What verify exits with, beside kSuccess and kUsage: as diff does.
-constexpr int kCouldNotVerify = 2;
-
 struct VerifyOptions {
   std::vector<std::string> operands;  // containers, or places in them, and the reference
   std::uint32_t jobs = 0;
@@ -279,7 +277,7 @@ class Verifier {
             " the same, " + std::to_string(missing_.size()) + " missing, " + std::to_string(differing_) + " changed, " +
             std::to_string(extra_.size()) + " extra\n");
     }
-    return unread_.empty() && reference_.problems.empty() ? status : kCouldNotVerify;
+    return unread_.empty() && reference_.problems.empty() ? status : kTrouble;
   }
 
   const VerifyOptions& options_;
@@ -303,7 +301,7 @@ Outcome Verify(const VerifyOptions& options, const Address& place, const Referen
   const int status = verifier.Run(contents);
   if (json != nullptr) verifier.AddTo(json);
   constexpr int kNothingTold = -1;
-  if (look.Finish(kNothingTold) != kNothingTold || status == kCouldNotVerify) return {kCouldNotVerify, kNotCompared};
+  if (look.Finish(kNothingTold) != kNothingTold || status == kTrouble) return {kTrouble, kNotCompared};
   return {status, status == kSuccess ? "the same" : "different"};
 }
 
@@ -333,30 +331,19 @@ int VerifyAll(const VerifyOptions& options) {
     return *reference;
   };
   const std::size_t count = options.operands.size() - 1;
-  const Batch batch = {"verify", count, options.jobs, options.quiet, {kCouldNotVerify, kNotCompared}};
+  const Batch batch = {"verify", count, options.jobs, options.quiet, {kTrouble, kNotCompared}};
   const std::vector<Outcome> outcomes = RunBatch(batch, [&](std::size_t number) {
     const Address place = ParseAddress(options.operands[number]);
     if (options.json && !options.quiet) return VerifyAsJson(options, place, yield);
     return Verify(options, place, *reference, nullptr);
   });
   if (count > 1 && options.inText()) Print(Summary(outcomes, {"the same", "different", kNotCompared}));
-  return WorstStatus(outcomes, {kSuccess, kDifferent, kCouldNotVerify});
+  return WorstStatus(outcomes, {kSuccess, kDifferent, kTrouble});
 }
 
 int RunVerify(const VerifyOptions& options) {
-  SetStatusWithoutMemory(kCouldNotVerify);
-  try {
-    const int status = VerifyAll(options);
-    FlushOutput();
-    return status;
-  } catch (const UsageFailure&) {
-    throw;
-  } catch (const Failure& failure) {
-    Report(failure);
-  } catch (const OutputClosed&) {
-    // Nobody reads any more what differs.
-  }
-  return kCouldNotVerify;
+  SetStatusWithoutMemory(kTrouble);
+  return StatusOf(kTrouble, [&] { return VerifyAll(options); });
 }
 
 Run DefineVerify(Syntax* syntax) {
