@@ -4,7 +4,8 @@
 // entry of the node-block table - must be there after the repair, under whatever name. Where its path still read as the
 // file, nothing else may be there afterwards, unless the promise put what was read under /LOST.FND.
 //
-//   fuzz_damage --bits              every bit of the metadata, one at a time
+//   fuzz_damage --bits              every bit of the metadata, one at a time; --only NAME: of one container;
+//                                   --minutes N: for so long, and then says how many bits were left
 //   fuzz_damage --seed N --runs M   M containers with 1 to 300 damages each: bits, bytes, sectors and blocks erased,
 //                                   copied and swapped, the end cut off; seed N and up
 #include <algorithm>
@@ -34,6 +35,7 @@ using testimage::ImageBuilder;
 
 struct Tally {
   std::uint64_t images = 0;
+  std::uint64_t left = 0;        // bits for which there was no time
   std::uint64_t impossible = 0;  // nothing can be planned
   std::uint64_t readable = 0, kept = 0, excused = 0, regained = 0, lostFound = 0;
   std::uint64_t broken = 0;     // files that the promise says are lost
@@ -225,9 +227,15 @@ void Try(const Sound& sound, const Bytes& damaged, const std::string& what, Tall
   }
 }
 
-void Bits(const Sound& sound, Tally* tally) {
+using Deadline = std::chrono::steady_clock::time_point;
+
+void Bits(const Sound& sound, Deadline deadline, Tally* tally) {
   for (const auto& [start, end] : sound.metadata) {
     for (std::uint64_t at = start; at < end; ++at) {
+      if (std::chrono::steady_clock::now() >= deadline) {
+        tally->left += 8 * (end - at);
+        break;
+      }
       for (int bit = 0; bit < 8; ++bit) {
         Bytes damaged = sound.bytes;
         damaged[at] = static_cast<std::uint8_t>(damaged[at] ^ (1 << bit));
@@ -306,6 +314,7 @@ void Random(const std::vector<Sound>& all, std::uint64_t seed, Tally* tally) {
 }
 
 int Print(const Tally& tally) {
+  if (tally.left > 0) std::printf("%llu bits were left; of the others:\n", static_cast<unsigned long long>(tally.left));
   std::printf(
       "%llu containers, %llu beyond planning, %llu left unclean; of %llu readable files %llu kept, %llu excused, "
       "%llu lost; %llu more came back, %llu under /LOST.FND; of %llu untouched files %llu gone, %llu more where header "
@@ -327,6 +336,7 @@ int main(int count, char** arguments) {
   std::uint64_t seed = 1;
   std::uint64_t runs = 0;
   std::string only;
+  Deadline deadline = Deadline::max();
   for (int i = 1; i < count; ++i) {
     const std::string word = arguments[i];
     const char* const value = i + 1 < count ? arguments[i + 1] : "0";
@@ -336,11 +346,14 @@ int main(int count, char** arguments) {
     if (word == "--only") only = value;
     if (word == "--seed") seed = std::strtoull(value, nullptr, 10);
     if (word == "--runs") runs = std::strtoull(value, nullptr, 10);
+    if (word == "--minutes") {
+      deadline = std::chrono::steady_clock::now() + std::chrono::minutes(std::strtoull(value, nullptr, 10));
+    }
   }
   const std::vector<Sound> all = SoundContainers();
   Tally tally;
   for (const Sound& sound : all) {
-    if (bits && (only.empty() || only == sound.name)) Bits(sound, &tally);
+    if (bits && (only.empty() || only == sound.name)) Bits(sound, deadline, &tally);
   }
   for (std::uint64_t i = 0; i < runs; ++i) Random(all, seed + i, &tally);
   return Print(tally);
