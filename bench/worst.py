@@ -129,6 +129,18 @@ def one_node_for_all_names(count):
     return c.bytes()
 
 
+def more_names_than_nodes(count):
+    """directories in which all names refer to one file, and no node is left for a copy"""
+    c = Container(count)
+    for number in range(2, 18):
+        c.directory(number, 1, [(count, f"F{name}") for name in range(count)])
+    c.directory(1, 1, [(number, f"D{number}") for number in range(2, 18)])
+    for number in range(18, count):
+        c.put(number, FILE, 0)
+    c.put(count, FILE, 10, [c.add(b"x")])
+    return c.bytes()
+
+
 def numbers_one_bit_away(count):
     """names that refer to the next file's node, so that every second one has two and the others none"""
     c = Container(count)
@@ -201,9 +213,10 @@ def erased_beginning(count):
 
 
 CASES = {
-    equal_names: 7168, one_node_for_all_names: 7168, numbers_one_bit_away: 7168, one_block_for_all: 7168,
-    crossed_maps: 7168, crossed_directories: 1792, one_large_directory: 7168, dangling_names: 7168,
-    chain_of_directories: 7168, ring_of_directories: 7168, everything_leaked: 4096, erased_beginning: 7168,
+    equal_names: 7168, one_node_for_all_names: 7168, more_names_than_nodes: 7168, numbers_one_bit_away: 7168,
+    one_block_for_all: 7168, crossed_maps: 7168, crossed_directories: 1792, one_large_directory: 7168,
+    dangling_names: 7168, chain_of_directories: 7168, ring_of_directories: 7168, everything_leaked: 4096,
+    erased_beginning: 7168,
 }
 
 

@@ -45,6 +45,8 @@ struct Entry {
 struct NameRef {
   std::uint16_t directory = 0;
   std::uint32_t entry = 0;
+
+  bool operator==(const NameRef& other) const { return directory == other.directory && entry == other.entry; }
 };
 
 enum class NodeState : std::uint8_t {

@@ -94,6 +94,7 @@ constexpr Wording kWordings[] = {
     {ActionKind::kRemoveSecond, "removes {name} from {node}: node {first} keeps its name {new} in {other}", nullptr},
     {ActionKind::kRemoveTwice, "removes {name} from {node}: it is there twice", nullptr},
     {ActionKind::kRemoveDangling, "removes {name} from {node}: node {first} is not there", nullptr},
+    {ActionKind::kRemoveMany, "removes {count name} from {node}: the nodes are not there or keep other names", nullptr},
     {ActionKind::kEndMove,
      "ends the interrupted move of node {first}, the only one with two names: removes {name} from {node}; it keeps "
      "{new} in {other}",

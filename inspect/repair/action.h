@@ -73,6 +73,7 @@ enum class ActionKind : std::uint8_t {
   kRemoveSecond,    // node; name; other, newName: where the node keeps its name; first: the node
   kRemoveTwice,     // node; name
   kRemoveDangling,  // node; name; first: the node referred to
+  kRemoveMany,      // node; count: of names, as the last three
   kEndMove,         // as kRemoveSecond: of the interrupted operation, like the next two
   kEndRemoval,      // as kRemoveSecond
   kUndoRemoval,     // node; name; first: the node

@@ -12,6 +12,7 @@
 #include <map>
 #include <set>
 #include <tuple>
+#include <unordered_map>
 
 #include "inspect/container/fields.h"
 #include "inspect/container/names.h"
@@ -21,29 +22,40 @@ namespace orba::inspect {
 
 namespace {
 
+constexpr std::size_t kMostActions = 10000;  // beyond that nobody reads a line for each name
+
 // ---- Removing -------------------------------------------------------------------------------------------------------
 
-// By directory, places in it to be given up, highest first, each with the action without its writes.
-using Removals = std::map<std::uint16_t, std::map<std::uint32_t, Action, std::greater<>>>;
+// An entry to be given up, and why.
+struct Removal {
+  ActionKind kind;
+  const Entry* entry;
+  NameRef kept = {};  // kRemoveSecond, kEndMove, kEndRemoval: the name that stays
+};
 
-void RemoveAll(RepairWork* work, const Removals& removals) {
-  for (const auto& [directory, places] : removals) {
-    for (const auto& [index, why] : places) {
-      work->Begin(why.kind, directory) = why;
-      RemoveEntry(work, directory, index);
-    }
+void BeginRemoval(RepairWork* work, std::uint16_t directory, const Removal& removal) {
+  Action& action = work->Begin(removal.kind, directory);
+  action.name = NameOf(removal.entry->record);
+  action.first = removal.entry->record.node;
+  action.other = removal.kind == ActionKind::kBreakCycle ? removal.entry->record.node : removal.kept.directory;
+  if (action.other != 0) action.otherPath = PathOf(work->model(), action.other);
+  if (removal.kept.directory != 0) action.newName = NameOf(work->model().EntryOf(removal.kept).record);
+}
+
+// The removals are in the order of the entries; the last goes first.
+void RemoveEach(RepairWork* work, std::uint16_t directory, const std::vector<Removal>& removals) {
+  for (auto removal = removals.rbegin(); removal != removals.rend(); ++removal) {
+    BeginRemoval(work, directory, *removal);
+    RemoveEntry(work, directory, removal->entry->index);
   }
 }
 
-// A removal of `entry` from `directory`.
-Action Removal(const RepairWork& work, ActionKind kind, std::uint16_t directory, const Entry& entry) {
-  Action action;
-  action.kind = kind;
-  action.node = directory;
-  action.path = PathOf(work.model(), directory);
-  action.name = NameOf(entry.record);
-  action.first = entry.record.node;
-  return action;
+// The same as one action.
+void RemoveMany(RepairWork* work, std::uint16_t directory, const std::vector<Removal>& removals) {
+  work->Begin(ActionKind::kRemoveMany, directory).count = removals.size();
+  for (auto removal = removals.rbegin(); removal != removals.rend(); ++removal) {
+    RemoveEntry(work, directory, removal->entry->index);
+  }
 }
 
 // Which of a file's names came last, as far as that can still be told.
@@ -131,17 +143,11 @@ bool FinishStopped(RepairWork* work) {
   const bool removal = IsStoppedRemoval(*work, *node);
   if (!removal && !IsStoppedMove(*work, *node)) return false;
   const NameRef right = removal ? node->names[1] : RightName(model, *node);
-  const NameRef wrong = right.entry == node->names[0].entry && right.directory == node->names[0].directory
-                            ? node->names[1]
-                            : node->names[0];
+  const NameRef wrong = right == node->names[0] ? node->names[1] : node->names[0];
   if (!IsWhole(model.nodes[wrong.directory])) return false;
   work->vouched.node = node->number;
   const ActionKind kind = removal ? ActionKind::kEndRemoval : ActionKind::kEndMove;
-  Action action = Removal(*work, kind, wrong.directory, model.EntryOf(wrong));
-  action.other = right.directory;
-  action.otherPath = PathOf(model, right.directory);
-  action.newName = NameOf(model.EntryOf(right).record);
-  work->Begin(action.kind, action.node) = action;
+  BeginRemoval(work, wrong.directory, {kind, &model.EntryOf(wrong), right});
   RemoveEntry(work, wrong.directory, model.EntryOf(wrong).index);
   return true;
 }
@@ -166,11 +172,12 @@ void NoteRepair(RepairWork* work) {
 void CopySecondNames(RepairWork* work) {
   const Model& model = work->model();
   for (const NodeInfo& node : model.nodes) {
-    if (node.names.size() < 2 || node.IsDirectory()) continue;
+    if (node.names.size() < 2 || node.IsDirectory() || !work->IsNodeLeft()) continue;
     const NameRef right = RightName(model, node);
     std::set<std::pair<std::uint16_t, std::string>> seen;
     for (const NameRef& name : node.names) {
-      const bool keep = name.directory == right.directory && name.entry == right.entry;
+      if (!work->IsNodeLeft()) break;
+      const bool keep = name == right;
       const bool again = !seen.emplace(name.directory, UpperCase(NameOf(model.EntryOf(name).record))).second;
       if (keep || again || !HasLegalName(model, name) || !IsWhole(model.nodes[name.directory])) continue;
       const Entry& entry = model.EntryOf(name);
@@ -187,22 +194,13 @@ void CopySecondNames(RepairWork* work) {
   }
 }
 
-void CollectSecondNames(const RepairWork& work, Removals* removals) {
-  const Model& model = work.model();
+// By number: the name that a node with several keeps.
+std::vector<NameRef> RightNames(const Model& model) {
+  std::vector<NameRef> right(model.nodes.size());
   for (const NodeInfo& node : model.nodes) {
-    if (node.names.size() < 2) continue;
-    const NameRef right = RightName(model, node);
-    for (const NameRef& name : node.names) {
-      const bool keep = name.directory == right.directory && name.entry == right.entry;
-      if (keep || !IsWhole(model.nodes[name.directory])) continue;
-      const Entry& entry = model.EntryOf(name);
-      Action action = Removal(work, ActionKind::kRemoveSecond, name.directory, entry);
-      action.other = right.directory;
-      action.otherPath = PathOf(model, right.directory);
-      action.newName = NameOf(model.EntryOf(right).record);
-      (*removals)[name.directory][entry.index] = action;
-    }
+    if (node.names.size() > 1) right[node.number] = RightName(model, node);
   }
+  return right;
 }
 
 // ---- Entries whose number was damaged -------------------------------------------------------------------------------
@@ -344,24 +342,37 @@ void RepointSecondNames(RepairWork* work) {
   }
 }
 
-// ---- Entries that lead nowhere --------------------------------------------------------------------------------------
+// ---- Entries to be removed ------------------------------------------------------------------------------------------
 
-void CollectUseless(const RepairWork& work, const NodeInfo& directory, Removals* removals) {
-  std::map<std::string, std::uint16_t> seen;
-  for (const Entry& entry : directory.entries) {
+// Second names, and entries that lead nowhere; `right` are the names that stay.
+std::vector<Removal> FindUseless(const RepairWork& work, const NodeInfo& directory, const std::vector<NameRef>& right) {
+  const Model& model = work.model();
+  std::vector<Removal> removals;
+  std::unordered_map<std::string, std::uint16_t> seen;
+  for (std::size_t i = 0; i < directory.entries.size(); ++i) {
+    const Entry& entry = directory.entries[i];
     if (entry.index < 2 || entry.pastSize) continue;
     const auto [first, fresh] = seen.emplace(UpperCase(NameOf(entry.record)), entry.record.node);
-    const bool again = !fresh && first->second == entry.record.node;
-    if (!again && !entry.doubled && work.model().RefersToUsed(entry.record)) continue;
-    const ActionKind kind = again || entry.doubled ? ActionKind::kRemoveTwice : ActionKind::kRemoveDangling;
-    (*removals)[directory.number][entry.index] = Removal(work, kind, directory.number, entry);
+    const bool leads = model.RefersToUsed(entry.record);
+    const NameRef kept = leads ? right[entry.record.node] : NameRef{};
+    if (kept == NameRef{directory.number, static_cast<std::uint32_t>(i)}) continue;
+    if ((!fresh && first->second == entry.record.node) || entry.doubled) {
+      removals.push_back({ActionKind::kRemoveTwice, &entry});
+    } else if (!leads) {
+      removals.push_back({ActionKind::kRemoveDangling, &entry});
+    } else if (kept.directory != 0) {
+      removals.push_back({ActionKind::kRemoveSecond, &entry, kept});
+    }
   }
+  return removals;
 }
 
 // A node that the bitmap calls free, and that was emptied as one that was removed is: only a name speaks for it.
 bool ReviveEmpty(RepairWork* work) {
+  std::set<std::uint16_t> revived;
   for (const Dangling& name : FindDangling(work->model())) {
     if (!NamesNode(*work, *name.entry) || !CanBeRevived(*work, name.entry->record.node)) continue;
+    if (!revived.insert(name.entry->record.node).second) continue;
     work->Begin(ActionKind::kUseNamed, name.entry->record.node).name = NameOf(name.entry->record);
     work->SetFree(name.entry->record.node, false);
   }
@@ -399,28 +410,27 @@ void FixNames(RepairWork* work) {
   if (work->changed || FinishStopped(work)) return;
   CopySecondNames(work);
   if (work->changed) return;
-  Removals removals;
-  CollectSecondNames(*work, &removals);
+  const std::vector<NameRef> right = RightNames(work->model());
   for (const NodeInfo& directory : work->model().nodes) {
-    if (IsWhole(directory)) CollectUseless(*work, directory, &removals);
+    if (!IsWhole(directory)) continue;
+    const std::vector<Removal> removals = FindUseless(*work, directory, right);
+    if (removals.empty()) continue;
+    const bool many = !work->keepsActions || work->actions.size() + removals.size() > kMostActions;
+    (many ? RemoveMany : RemoveEach)(work, directory.number, removals);
   }
-  RemoveAll(work, removals);
 }
 
 void BreakCycles(RepairWork* work) {
   const Model& model = work->model();
-  Removals removals;
-  for (const NodeInfo& node : model.nodes) {
-    if (node.reach != Reach::kCycle || node.parent != 0) continue;
-    for (const NameRef& name : node.names) {
-      const Entry& entry = model.EntryOf(name);
-      Action action = Removal(*work, ActionKind::kBreakCycle, name.directory, entry);
-      action.other = node.number;
-      action.otherPath = PathOf(model, node.number);
-      removals[name.directory][entry.index] = action;
+  for (const NodeInfo& directory : model.nodes) {
+    std::vector<Removal> removals;
+    for (const Entry& entry : directory.entries) {
+      if (entry.index < 2 || entry.pastSize || entry.doubled || !model.RefersToUsed(entry.record)) continue;
+      const NodeInfo& node = model.nodes[entry.record.node];
+      if (node.reach == Reach::kCycle && node.parent == 0) removals.push_back({ActionKind::kBreakCycle, &entry});
     }
+    RemoveEach(work, directory.number, removals);
   }
-  RemoveAll(work, removals);
 }
 
 }  // namespace orba::inspect

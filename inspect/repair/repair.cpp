@@ -1,7 +1,6 @@
 #include "inspect/repair/repair.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "inspect/container/fields.h"
@@ -42,31 +41,8 @@ void MakeClean(RepairWork* work) {
 
 // ---- The promise ----------------------------------------------------------------------------------------------------
 
-// The ranges that the plan writes, from start to end, in order and without overlaps.
-std::vector<std::pair<std::uint64_t, std::uint64_t>> WrittenRanges(const std::vector<Action>& actions) {
-  std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges;
-  for (const Action& action : actions) {
-    for (const Write& write : action.writes) ranges.emplace_back(write.offset, write.offset + write.bytes.size());
-  }
-  std::sort(ranges.begin(), ranges.end());
-  std::vector<std::pair<std::uint64_t, std::uint64_t>> merged;
-  for (const auto& range : ranges) {
-    if (merged.empty() || range.first > merged.back().second) {
-      merged.push_back(range);
-    } else {
-      merged.back().second = std::max(merged.back().second, range.second);
-    }
-  }
-  return merged;
-}
-
 Promise Judge(const RepairWork& work, const Image& before) {
-  const auto ranges = WrittenRanges(work.actions);
-  const auto touched = [&](std::uint64_t offset, std::uint64_t count) {
-    const auto behind = std::upper_bound(ranges.begin(), ranges.end(), std::make_pair(offset, ~std::uint64_t{0}));
-    if (behind != ranges.begin() && std::prev(behind)->second > offset) return true;
-    return behind != ranges.end() && behind->first < offset + count;
-  };
+  const auto touched = [&](std::uint64_t offset, std::uint64_t count) { return work.image.Touches(offset, count); };
   Vouched vouched = work.vouched;
   vouched.none = !work.marked;
   return JudgePromise(before, work.image, vouched, touched);
@@ -144,34 +120,30 @@ bool CanKeepFirst(const RepairWork& work) {
                       [&](const Entry& entry) { return work.model().blocks[entry.block].shared; });
 }
 
-// A plan. Files that it would cost but for copies are named in `losses`: these copies are made first, where that is
-// possible, else last. Without them the plan may break the promise.
+// Makes the image clean. Files that this would cost but for copies are named in `losses`: these copies are made first,
+// where that is possible, else last. Without them it may break the promise.
+Promise Mend(RepairWork* work, const Image& before, const std::vector<Loss>* losses) {
+  if (losses != nullptr && CanKeepFirst(*work)) {
+    CutOutside(work);
+    if (work->changed) work->Recheck();
+    work->careful = true;
+    KeepCopies(work, before, *losses);
+    work->careful = false;
+  }
+  MakeClean(work);
+  Promise promise = Judge(*work, before);
+  if (losses == nullptr || promise.holds()) return promise;
+  KeepCopies(work, before, promise.lostFiles);
+  MakeClean(work);
+  return Judge(*work, before);
+}
+
 Plan Draft(const Image& image, const TimeStamp& now, Report before, const std::vector<Loss>* losses) {
   Plan plan;
   plan.before = std::move(before);
   plan.possible = true;
-  RepairWork work(image, now);
-  work.marked = plan.before.model.header.stateFlags == kVolumeDirty;
-  work.resumed = plan.before.model.header.stateFlags == (kVolumeDirty | kRepairMark);
-  work.budget = plan.before.model.geometry.blocks + 1024u;
-  for (const BlockInfo& block : plan.before.model.blocks) {
-    work.wasFree.push_back(block.use == BlockUse::kFree || block.use == BlockUse::kChainRecord);
-  }
-  work.Recheck();
-  if (losses != nullptr && CanKeepFirst(work)) {
-    CutOutside(&work);
-    if (work.changed) work.Recheck();
-    work.careful = true;
-    KeepCopies(&work, image, *losses);
-    work.careful = false;
-  }
-  MakeClean(&work);
-  plan.promise = Judge(work, image);
-  if (losses != nullptr && !plan.promise.holds()) {
-    KeepCopies(&work, image, plan.promise.lostFiles);
-    MakeClean(&work);
-    plan.promise = Judge(work, image);
-  }
+  RepairWork work(image, now, plan.before);
+  plan.promise = Mend(&work, image, losses);
   if (!work.report.IsClean()) {
     plan.problem = Counted(work.report.Count(Severity::kDamage) + work.report.Count(Severity::kInterrupted) +
                                work.report.Count(Severity::kLeak),
@@ -179,9 +151,8 @@ Plan Draft(const Image& image, const TimeStamp& now, Report before, const std::v
                    " left" + (Mounts(plan.before) ? "" : ", and the container stays marked");
   }
   if (work.report.marked && (plan.problem.empty() || Mounts(plan.before))) ClearMark(&work);
-  for (Action& action : work.actions) {
-    if (!action.writes.empty()) plan.actions.push_back(std::move(action));
-  }
+  if (!work.actions.empty() && work.actions.back().writes.empty()) work.actions.pop_back();
+  plan.actions = std::move(work.actions);
   plan.after = std::move(work.report);
   return plan;
 }
@@ -204,6 +175,17 @@ Plan PlanRepair(const Image& image, const TimeStamp& now) {
   return plan;
 }
 
+std::optional<Promise> ForeseeRepair(const Image& image, const TimeStamp& now, Report checked) {
+  if (!Hopeless(checked).empty()) return std::nullopt;
+  const auto foresee = [&](Report report, const std::vector<Loss>* losses) {
+    RepairWork work(image, now, std::move(report));
+    work.keepsActions = false;
+    return Mend(&work, image, losses);
+  };
+  const Promise promise = foresee(std::move(checked), nullptr);
+  return promise.holds() ? promise : foresee(Check(image), &promise.lostFiles);
+}
+
 std::string ToText(const Plan& plan) {
   std::string text;
   if (LosesAll(plan)) text += "nothing of what the container held can be saved: it will be empty\n";
@@ -219,24 +201,36 @@ std::string ToText(const Plan& plan) {
 
 // ---- Writing --------------------------------------------------------------------------------------------------------
 
+RepairWork::RepairWork(const Image& from, const TimeStamp& time, Report checked)
+    : image(from), now(time), report(std::move(checked)) {
+  marked = model().header.stateFlags == kVolumeDirty;
+  resumed = model().header.stateFlags == (kVolumeDirty | kRepairMark);
+  budget = geometry().blocks + 1024u;
+  for (const BlockInfo& block : model().blocks) {
+    wasFree.push_back(block.use == BlockUse::kFree || block.use == BlockUse::kChainRecord);
+  }
+}
+
 Action& RepairWork::Begin(ActionKind kind, std::uint16_t node) {
   if (actions.empty() && !report.marked) {
     actions.emplace_back();
     PutWord(kStateFlagsOffset, report.model.header.stateFlags | kVolumeDirty | kRepairMark);
   }
+  if (!actions.empty() && (!wrote_ || !keepsActions)) actions.pop_back();
+  wrote_ = false;
   actions.emplace_back();
   Action& action = actions.back();
   action.kind = kind;
   action.node = node;
-  if (node != 0) action.path = PathOf(model(), node);
+  if (node != 0 && keepsActions) action.path = PathOf(model(), node);
   return action;
 }
 
 void RepairWork::Put(std::uint64_t offset, const void* bytes, std::size_t count) {
   const auto* from = static_cast<const std::uint8_t*>(bytes);
-  actions.back().writes.push_back({offset, std::vector<std::uint8_t>(from, from + count)});
+  if (keepsActions) actions.back().writes.push_back({offset, std::vector<std::uint8_t>(from, from + count)});
   image.Write(offset, bytes, count);
-  changed = true;
+  changed = wrote_ = true;
 }
 
 void RepairWork::PutWord(std::uint64_t offset, std::uint32_t value) {
@@ -355,14 +349,18 @@ bool RepairWork::CanTake(const NodeInfo& node) const {
                       record.size == 0 && record.direct[0] == kNoBlock && referred_.count(node.number) == 0);
 }
 
-RepairWork::NewNode RepairWork::TakeNode() {
+bool RepairWork::IsNodeLeft() {
   if (careful && referred_.empty()) {
     for (const NodeInfo& directory : model().nodes) {
       for (const Entry& entry : directory.entries) referred_.insert(entry.record.node);
     }
   }
   while (nextNode_ < model().nodes.size() && !CanTake(model().nodes[nextNode_])) ++nextNode_;
-  if (nextNode_ >= model().nodes.size() || nextNode_ > model().bits()) return {};
+  return nextNode_ < model().nodes.size() && nextNode_ <= model().bits();
+}
+
+RepairWork::NewNode RepairWork::TakeNode() {
+  if (!IsNodeLeft()) return {};
   const std::uint32_t perBlock = geometry().nodesPerBlock();
   const std::uint32_t index = (nextNode_ - 1) / perBlock;
   std::uint32_t block = model().table[index];
@@ -382,7 +380,10 @@ RepairWork::NewNode RepairWork::TakeNode() {
 }
 
 void RepairWork::Recheck() {
-  report = Check(image);
+  if (changed) {
+    report = {};  // not two at a time in memory
+    report = Check(image);
+  }
   changed = false;
   nextFree_ = 1;
   nextLost_ = 1;

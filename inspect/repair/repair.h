@@ -42,6 +42,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -69,6 +70,10 @@ struct Plan {
 
 // Plans the repair of a container. `now` is the time stamp of what repair makes itself: /LOST.FND, a lost root.
 Plan PlanRepair(const Image& image, const TimeStamp& now);
+
+// The promise of the same plan, without the plan: `checked` is what a check of the container found. Nothing where
+// nothing can be planned.
+std::optional<Promise> ForeseeRepair(const Image& image, const TimeStamp& now, Report checked);
 
 // The plan for people: a line for each action; before them, where nothing that the container held will be left, that.
 std::string ToText(const Plan& plan);

@@ -21,18 +21,21 @@ namespace orba::inspect {
 constexpr std::uint64_t kChainHeadOffset = offsetof(VolumeHeader, freeChainHead);
 
 struct RepairWork {
-  RepairWork(const Image& from, const TimeStamp& time) : image(from), now(time) {}
+  // `checked` is what a check of `from` found.
+  RepairWork(const Image& from, const TimeStamp& time, Report checked);
 
   PatchedImage image;
   TimeStamp now;
   std::vector<Action> actions;
-  Report report;         // of the image at the start of this round
-  bool changed = false;  // something was written in this round
+  bool keepsActions = true;  // false: only the image is wanted; `actions` holds the last alone, without writes
+  Report report;             // of the image at the start of this round
+  bool changed = false;      // something was written in this round
 
   const Model& model() const { return report.model; }
   const Geometry& geometry() const { return report.model.geometry; }
 
-  // ---- Writing. Every write belongs to the action begun last. The action is good until the next one begins.
+  // ---- Writing. Every write belongs to the action begun last. The action is good until the next one begins, and is
+  // dropped then if it has written nothing.
   Action& Begin(ActionKind kind, std::uint16_t node = 0);
   void Put(std::uint64_t offset, const void* bytes, std::size_t count);
   void PutWord(std::uint64_t offset, std::uint32_t value);
@@ -74,6 +77,8 @@ struct RepairWork {
     std::uint64_t offset = 0;
   };
   NewNode TakeNode();
+  // A number is left, if not a block for its record.
+  bool IsNodeLeft();
 
   // Nothing was repaired yet: blocks are taken at the container's end alone, and nodes that are free beyond doubt.
   bool careful = false;
@@ -85,13 +90,14 @@ struct RepairWork {
   // The container was marked by a repair instead, which was stopped.
   bool resumed = false;
 
-  // Gets ready for the next round.
+  // Gets ready for the next round: `report` is what a check of the image finds now.
   void Recheck();
 
  private:
   // The lowest loose block from `*next` on that is lost, or is not; 0 when there is none.
   std::uint32_t NextLoose(std::uint32_t* next, bool lost) const;
 
+  bool wrote_ = false;  // something belongs to the last action
   std::uint32_t nextFree_ = 1;
   std::uint32_t nextLost_ = 1;
   std::uint32_t nextNode_ = 1;

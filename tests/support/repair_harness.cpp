@@ -13,6 +13,7 @@ namespace testimage {
 
 using orba::inspect::Budget;
 using orba::inspect::Check;
+using orba::inspect::ForeseeRepair;
 using orba::inspect::MemoryImage;
 using orba::inspect::Node;
 using orba::inspect::Onward;
@@ -104,6 +105,9 @@ Bytes RepairedFromEveryStop(const Bytes& container, std::string* texts) {
   const Bytes once = Repaired(container, texts);
   const std::multiset<Bytes> kept = Contents(Tree(once));
   const Plan plan = PlanRepair(MemoryImage(container), kRepairTime);
+  const MemoryImage image(container);
+  const auto promise = ForeseeRepair(image, kRepairTime, Check(image));
+  EXPECT_TRUE(promise.has_value() && ToText(*promise) == ToText(plan.promise)) << ToText(plan.promise);
   const std::size_t writes = WriteCount(plan);
   for (std::size_t stop = 1; stop < writes && !testing::Test::HasFailure(); ++stop) {
     const Bytes stopped = AfterWrites(plan, container, stop);

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "inspect/repair/repair.h"
 #include "inspect/view/report.h"
@@ -66,17 +67,19 @@ std::string Prospect(const inspect::Promise& promise) {
 }
 
 // Of one all there is to say, of each of several a line.
-void PrintReport(const CheckOptions& options, const RawContainer& container, const inspect::Report& report) {
-  const std::string word = ShellWord(container.path());
-  if (options.operands.size() > 1) {
-    if (report.readable) Print(word + ": " + PaintedReport(VerdictText(report) + "\n"));
-    return;
+void PrintReport(const CheckOptions& options, const std::string& path, const inspect::Report& report) {
+  if (options.operands.size() == 1) {
+    Print(PaintedReport(ToText(report)));
+  } else if (report.readable) {
+    Print(ShellWord(path) + ": " + PaintedReport(VerdictText(report) + "\n"));
   }
-  Print(PaintedReport(ToText(report)));
-  if (!report.readable || IsSound(report)) return;
-  const inspect::Plan plan = Watched("check", false, [&] { return PlanRepair(container.image(), Now()); });
-  if (plan.possible) Print(Prospect(plan.promise));
-  Print("repair it with: orba repair " + word + "\n");
+}
+
+void PrintProspect(const RawContainer& container, inspect::Report report) {
+  const auto promise =
+      Watched("check", false, [&] { return ForeseeRepair(container.image(), Now(), std::move(report)); });
+  if (promise.has_value()) Print(Prospect(*promise));
+  Print("repair it with: orba repair " + ShellWord(container.path()) + "\n");
 }
 
 constexpr const char* kNotChecked = "not checked";
@@ -93,10 +96,12 @@ inspect::Report CheckThrough(const CheckOptions& options, const RawContainer& co
 Outcome CheckOne(const CheckOptions& options, const std::string& path) {
   CheckInterrupt();
   const RawContainer container(path);
-  const inspect::Report report = CheckThrough(options, container);
-  if (!options.quiet) PrintReport(options, container, report);
+  inspect::Report report = CheckThrough(options, container);
+  if (!options.quiet) PrintReport(options, path, report);
   if (!report.readable) throw Unreadable(path, report);
-  return OutcomeOf(report);
+  const Outcome outcome = OutcomeOf(report);
+  if (!options.quiet && options.operands.size() == 1 && !IsSound(report)) PrintProspect(container, std::move(report));
+  return outcome;
 }
 
 Outcome CheckAsJson(const CheckOptions& options, const std::string& path) {

@@ -272,6 +272,40 @@ TEST(RepairSentence, free_node_with_two_names_is_noted_once) {
             "gives \"A\" in / (node 1) a copy of \"X\" in /D (node 3): both refer to node 2\n");
 }
 
+TEST(RepairSentence, empty_free_node_with_two_names_is_noted_once) {
+  SmallWithC image;
+  const std::uint16_t node = image.AddFile(1, "Z", 0u);
+  image.AddEntry(3, "X", node);
+  image.SetFree(node, true);
+  EXPECT_EQ(Sentences(image),
+            "notes in the bitmap that node 7, to which \"Z\" refers, is in use\n"
+            "gives \"Z\" in / (node 1) a copy of \"X\" in /D (node 3): both refer to node 7\n");
+}
+
+// /D (node 3) has `count` more names of /D/E (node 5), and the root an entry that leads nowhere.
+struct ManyNames : SmallWithC {
+  explicit ManyNames(std::uint32_t count) {
+    for (std::uint32_t i = 0; i < count; ++i) AddEntry(3, "N" + std::to_string(i), 5);
+    AddEntry(1, "Y", 200);
+  }
+};
+
+TEST(RepairSentence, names_are_told_one_by_one_up_to_ten_thousand_steps) {
+  const Plan plan = PlanRepair(MemoryImage(ManyNames(9998).bytes()), testimage::kRepairTime);
+  ASSERT_EQ(plan.actions.size(), 10002u);  // the mark, "Y", 9,998, the chain, the mark
+  EXPECT_EQ(ToText(plan.actions[1]), "removes \"Y\" from / (node 1): node 200 is not there");
+  EXPECT_EQ(ToText(plan.actions[2]), "removes \"N9997\" from /D (node 3): node 5 keeps its name \"E\" in /D (node 3)");
+}
+
+TEST(RepairSentence, beyond_ten_thousand_steps_the_names_of_a_directory_are_one) {
+  const ManyNames image(9999);
+  EXPECT_EQ(Sentences(image),
+            "removes \"Y\" from / (node 1): node 200 is not there\n"
+            "removes 9999 names from /D (node 3): the nodes are not there or keep other names\n"
+            "builds the free chain anew: 312 blocks in 2 records\n");
+  EXPECT_EQ(testimage::Repaired(image.bytes()).size(), image.bytes().size());
+}
+
 TEST(RepairSentence, copies_share_one_new_node_block) {
   ImageBuilder image(1024, 32);
   const std::uint16_t directory = FillDirectory(&image, 16, Sizes::kNumber);

@@ -46,6 +46,11 @@ std::string PathsOf(const Files& files) {
 #define EXPECT_FILES(files, expected) \
   EXPECT_TRUE((files) == (expected)) << PathsOf(files) << "instead of " << PathsOf(expected)
 
+TEST(ForeseeRepair, container_without_a_layout_has_no_promise) {
+  const MemoryImage image(Bytes(50000, 7));
+  EXPECT_FALSE(ForeseeRepair(image, testimage::kRepairTime, Check(image)).has_value());
+}
+
 // ---- Nothing, and the mark alone ------------------------------------------------------------------------------------
 
 TEST(RepairNothing, clean_container_plan_is_empty) {
@@ -1090,6 +1095,18 @@ TEST(RepairDirectory, file_with_two_names_in_the_younger_directory_keeps_the_fir
   EXPECT_EQ(repaired[image.EntryOffset(5, 3)], 2);
   EXPECT_NE(repaired[image.EntryOffset(5, 4)], 2);
   EXPECT_NE(repaired[image.EntryOffset(1, 2)], 2);
+}
+
+// The name that stays is not the one to which a path leads: that one goes.
+TEST(RepairDirectory, file_without_room_for_copies_keeps_the_second_of_two_equal_names) {
+  ImageBuilder image(1024, 1);
+  const std::uint16_t directory = image.AddDirectory(1, "D");
+  const std::uint16_t file = image.AddFile(1, "A", 0u);
+  for (int i = 0; i < 5; ++i) image.AddFile(1, "F" + std::to_string(i), 1);
+  for (int i = 0; i < 2; ++i) image.AddEntry(directory, "X", file);
+  const Bytes repaired = testimage::Repaired(image.bytes());
+  EXPECT_EQ(Tree(repaired).count("/D/X"), 1u);
+  EXPECT_EQ(Tree(repaired).size(), 1 + 1 + 1 + 5u);
 }
 
 TEST(RepairDirectory, cycle_is_linked_under_lost_found) {
