@@ -56,6 +56,24 @@ RepairRun RunRepair(const testhost::FileImage& image);
 // "marked, clean", "marked, leaks", "unmarked, interrupted", ...
 std::string ClassOf(const inspect::Report& report);
 
+// Which of many like cases have their turn: so many at both ends, and each `step`-th.
+struct Turns {
+  size_t ends;
+  size_t step;
+};
+constexpr Turns kAll = {0, 1};
+
+// Whether case `k` of `count`, counted from 0, has its turn. Under the sanitizers, which look for other faults and are
+// slow, tests take fewer.
+inline bool HasTurn(size_t k, size_t count, [[maybe_unused]] Turns plain, [[maybe_unused]] Turns sanitized) {
+#ifdef ORBA_SANITIZED
+  const Turns turns = sanitized;
+#else
+  const Turns turns = plain;
+#endif
+  return k < turns.ends || k + turns.ends >= count || k % turns.step == 0;
+}
+
 // The operations as parameters, and the names of their tests.
 std::vector<const testhost::Operation*> AllOperations();
 std::string NameOfOperation(const ::testing::TestParamInfo<const testhost::Operation*>& info);

@@ -135,17 +135,8 @@ FileImage TornInTheMiddle(const FileImage& before, const inspect::Write& write) 
 }
 
 // Every write has its turn, but of file data, whose parts differ in nothing that repair looks at, and of an operation
-// of very many writes, only some in between; under the sanitizers, which look for other faults, few.
-bool HasTurn(size_t k, size_t count) {
-#ifdef ORBA_SANITIZED
-  constexpr size_t kEnds = 2;
-  constexpr size_t kStep = 197;
-#else
-  constexpr size_t kEnds = 20;
-  constexpr size_t kStep = 29;
-#endif
-  return k < kEnds || k + kEnds >= count || k % kStep == 0;
-}
+// of very many writes, only some in between.
+bool WriteHasTurn(size_t k, size_t count) { return HasTurn(k, count, {20, 29}, {2, 197}); }
 
 void CountKinds(const FileImage& image) {
   const inspect::Report report = testhost::Inspect(image);
@@ -160,7 +151,7 @@ void CountKinds(const FileImage& image) {
 TEST_P(PowerLoss, torn_write_is_repaired_in_one_run) {
   const std::set<size_t> data = DataWrites(writes());
   for (size_t k = 0; k < writes().size(); ++k) {
-    if (!HasTurn(k, writes().size())) continue;
+    if (!WriteHasTurn(k, writes().size())) continue;
     SCOPED_TRACE("write " + std::to_string(k));
     std::vector<FileImage> torn = Torn(states()[k].image, states()[k + 1].image, writes()[k]);
     if (data.count(k) != 0 && torn.size() > 2) torn = {torn.front(), torn.back()};
@@ -230,7 +221,7 @@ TEST_P(PowerLoss, reordered_writes_are_repaired_in_one_run) {
 // The operation's write is torn in its middle, then each write of the repair is, then repair runs again.
 TEST_P(PowerLoss, torn_repair_of_a_torn_write_is_repaired_in_one_run) {
   for (size_t k = 0; k < writes().size(); ++k) {
-    if (!HasTurn(k, writes().size())) continue;
+    if (!WriteHasTurn(k, writes().size())) continue;
     SCOPED_TRACE("write " + std::to_string(k));
     const std::vector<FileImage> torn = Torn(states()[k].image, states()[k + 1].image, writes()[k]);
     if (torn.empty()) continue;

@@ -45,19 +45,9 @@ std::vector<FileImage> RepairedOperation::Repair(const FileImage& image) {
   return steps;
 }
 
-// Every state has its turn; only under the sanitizers, which look for other faults, few.
-bool StateHasTurn([[maybe_unused]] size_t k, [[maybe_unused]] size_t count) {
-#ifdef ORBA_SANITIZED
-  constexpr size_t kEnds = 2;
-  return k < kEnds || k + kEnds >= count || k % 197 == 0;
-#else
-  return true;
-#endif
-}
-
 TEST_P(RepairedOperation, is_clean_after_one_run) {
   for (size_t k = 0; k < states().size(); ++k) {
-    if (!StateHasTurn(k, states().size())) continue;
+    if (!HasTurn(k, states().size(), kAll, {2, 197})) continue;
     SCOPED_TRACE("after " + std::to_string(k));
     const std::vector<FileImage> steps = Repair(states()[k].image);
     // What is clean and unmarked is left alone.
@@ -73,7 +63,7 @@ TEST_P(RepairedOperation, is_clean_after_one_run) {
 
 TEST_P(RepairedOperation, is_clean_after_a_second_run_where_the_first_is_stopped) {
   for (size_t k = 0; k < states().size(); ++k) {
-    if (!StateHasTurn(k, states().size())) continue;
+    if (!HasTurn(k, states().size(), kAll, {2, 197})) continue;
     SCOPED_TRACE("after " + std::to_string(k));
     const std::vector<FileImage> steps = Repair(states()[k].image);
     for (size_t i = 1; i < steps.size(); ++i) {

@@ -8,7 +8,7 @@ import tarfile
 import unittest
 import zipfile
 
-from support import BLOCK_1, NODE_SIZE, PROGRAM, WINDOWS, ToolTest, linux_alone, obey_modes
+from support import BLOCK_1, NODE_SIZE, PROGRAM, WINDOWS, ToolTest, linux_alone, obey_modes, turns
 
 FORMATS = ["tar", "tar.gz", *([] if WINDOWS else ["tar.bz2", "tar.xz", "tar.zst"]), "zip"]
 DAY = 1582934399  # 2020-02-28 23:59:59
@@ -183,7 +183,7 @@ class ExportTest(ToolTest):
         self.path("card.tar").unlink()
         writes = [call for call in calls if call.startswith("write")]
         self.assertGreater(len(writes), 5)
-        for number in range(1, len(writes) + 1):
+        for number in turns(len(writes)):
             status, _ = self.host_calls("export", "-q", "card.orb", "card.tar", at=f"write * {number} {errno.ENOSPC}")
             self.assertEqual(status, 1)
             self.assertEqual(self.host_names(), ["card.orb", "tree"])
@@ -192,7 +192,7 @@ class ExportTest(ToolTest):
         _, calls = self.host_calls("export", "-q", "card.orb", "card.tar")
         whole = self.read("card.tar")
         seen = set()
-        for number in range(1, len(calls) + 1):
+        for number in turns(len(calls)):
             for name in self.host_names():
                 if name == "card.tar" or name.startswith(".orba-"):
                     self.path(name).unlink()
@@ -355,7 +355,7 @@ class ImportTest(ToolTest):
         self.write("a.tar", archive)
         _, calls = self.host_calls("import", "-q", "a.tar", "card.orb")
         writes = [call for call in calls if call.startswith("write")]
-        for number in range(1, len(writes) + 1):
+        for number in turns(len(writes)):
             self.write("card.orb", self.before)
             status, _ = self.host_calls("import", "-q", "a.tar", "card.orb",
                                         at=f"write card.orb {number} {errno.ENOSPC}")
@@ -369,7 +369,7 @@ class ImportTest(ToolTest):
         archive = tar(*[(f"f{number}", bytes([number]) * 5000) for number in range(2)])
         self.write("a.tar", archive)
         _, calls = self.host_calls("import", "-q", "a.tar", "card.orb")
-        for number in range(1, len(calls) + 1):
+        for number in turns(len(calls)):
             self.write("card.orb", self.before)
             status, _ = self.host_calls("import", "-q", "a.tar", "card.orb", at=f"any * {number} kill")
             self.assertEqual(status, -9)

@@ -3,7 +3,7 @@ import errno
 import os
 import unittest
 
-from support import NODE_SIZE, ToolTest, linux_alone, obey_modes
+from support import NODE_SIZE, SANITIZED, ToolTest, linux_alone, obey_modes, turns
 
 NO_SPACE = errno.ENOSPC
 
@@ -140,7 +140,9 @@ class CreateTest(ToolTest):
         # The first and the last sync are of the folder, when the names in it are as they are to be.
         for kind, first, last in (("write", 1, kinds.count("write")), ("sync", 2, kinds.count("sync") - 1)):
             self.assertGreater(last, first)
-            for number in range(first, last + 1):
+            for number in turns(last):
+                if number < first:
+                    continue
                 status, _ = self.host_calls("create", "-q", "card.orb", "tree", at=f"{kind} * {number} {NO_SPACE}")
                 self.assertEqual(status, 1, (kind, number))
                 self.assert_nothing_made()
@@ -150,7 +152,7 @@ class CreateTest(ToolTest):
         _, calls = self.host_calls(*arguments)
         whole = self.read("card.orb")
         seen = set()
-        for number in range(1, len(calls) + 1):
+        for number in turns(len(calls)):
             for name in self.host_names():
                 if name.endswith(".orb") or name.startswith(".orba-"):
                     self.path(name).unlink()
@@ -333,7 +335,7 @@ class CompactTest(ToolTest):
         self.path("new.orb").unlink()
         last = len([call for call in calls if call.startswith("write")])
         refused = 0
-        for number in range(10, last - 64, 19):
+        for number in range(10, last - 64, 61 if SANITIZED else 19):
             result = self.orba("compact", "-q", "card.orb", environment=self.failing(f"write * {number} flip"))
             if result.status == 0:  # what was flipped was written again, or is not part of the contents
                 self.assertEqual(self.ok("manifest", "card.orb"), self.manifest)

@@ -1,7 +1,7 @@
 """put, get, cp, mv and rm, killed before each call that changes the host's disk, on paths above 127 characters."""
 import unittest
 
-from support import ToolTest
+from support import ToolTest, turns
 
 FOLDER = "/" + "/".join(letter * 19 for letter in "ABCDEFG")
 OLD, NEW = "old" * 500, "new" * 700
@@ -21,7 +21,7 @@ class KillTest(ToolTest):
         """Runs with a kill before each call in turn, the container as it was each time; yields how far it came."""
         _, calls = self.host_calls(*arguments)
         self.assertGreater(len(calls), 4)
-        for number in range(1, len(calls) + 1):
+        for number in turns(len(calls)):
             self.write("card.orb", self.before)
             status, _ = self.host_calls(*arguments, at=f"any * {number} kill")
             self.assertEqual(status, -9)
@@ -98,7 +98,7 @@ class KillTest(ToolTest):
         self.path("out").mkdir()
         _, calls = self.host_calls(*arguments)
         self.assertGreaterEqual(len(calls), 3)
-        for number in range(1, len(calls) + 1):
+        for number in turns(len(calls)):
             for name in self.host_names("out"):
                 self.path("out/" + name).unlink()
             status, _ = self.host_calls(*arguments, at=f"any * {number} kill")

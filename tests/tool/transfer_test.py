@@ -7,7 +7,8 @@ import signal
 import subprocess
 import unittest
 
-from support import BLOCK_1, INTERRUPTED, LIMIT, NODE_SIZE, PROGRAM, WINDOWS, ToolTest, linux_alone, obey_modes
+from support import (BLOCK_1, INTERRUPTED, LIMIT, NODE_SIZE, PROGRAM, SANITIZED, WINDOWS, ToolTest, linux_alone,
+                     obey_modes)
 
 ALL_BYTES = bytes(range(256)) * 40
 
@@ -233,7 +234,7 @@ class PutTest(ToolTest):
         for name, size in sizes.items():
             self.write(name, os.urandom(size))
             self.ok("put", name, "card.orb")
-        for _ in range(3 if WINDOWS else 50):  # Wine starts programs slowly
+        for _ in range(3 if WINDOWS or SANITIZED else 50):  # which start slowly
             for name in sizes:
                 done = subprocess.run(f"{program} cat card.orb:/{name} | {program} put -f - card.orb:/COPY", shell=True,
                                       cwd=self.folder, capture_output=True, check=False, timeout=LIMIT)
