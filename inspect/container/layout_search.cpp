@@ -35,7 +35,7 @@ struct Directory {
 struct Traces {
   std::vector<Run> runs;
   std::map<std::uint16_t, std::uint32_t> firstBlocks;  // of directories, as their records say
-  std::vector<Directory> directories;                  // where they begin; deleted ones too
+  std::vector<Directory> directories;                  // where they begin, in order; deleted ones too
 };
 
 // The record lies where the run has it, with no more than a sector in between.
@@ -132,15 +132,30 @@ struct Witnesses {
   int against = 0;
 };
 
-// The directories that lie where they should speak for it, those that lie elsewhere and not there against it.
+// Which directory begins at the offset; 0 when none does.
+std::uint16_t DirectoryAt(const Traces& traces, std::uint64_t offset) {
+  const auto at =
+      std::lower_bound(traces.directories.begin(), traces.directories.end(), offset,
+                       [](const Directory& directory, std::uint64_t value) { return directory.offset < value; });
+  return at != traces.directories.end() && at->offset == offset ? at->number : std::uint16_t{0};
+}
+
+// The directories that lie where they should speak for it, those that lie elsewhere and not there against it; two that
+// lie in each other's place have been exchanged and do neither.
 void CountDirectories(const Traces& traces, std::uint32_t blockSize, std::uint32_t dataOffset, Witnesses* witnesses) {
+  const auto placeOf = [&](std::uint16_t number) -> std::uint64_t {
+    const auto record = traces.firstBlocks.find(number);
+    const bool known = record != traces.firstBlocks.end();
+    if (!known && number != kRootNode) return 0;
+    return dataOffset + (std::uint64_t{known ? record->second : kFirstRootBlock} - 1) * blockSize;
+  };
   std::map<std::uint16_t, bool> right;
   for (const Directory& directory : traces.directories) {
-    const auto record = traces.firstBlocks.find(directory.number);
-    const bool known = record != traces.firstBlocks.end();
-    if (!known && directory.number != kRootNode) continue;
-    const std::uint32_t block = known ? record->second : kFirstRootBlock;
-    right[directory.number] |= directory.offset == dataOffset + (std::uint64_t{block} - 1) * blockSize;
+    const std::uint64_t place = placeOf(directory.number);
+    if (place == 0) continue;
+    const std::uint16_t other = DirectoryAt(traces, place);
+    const bool exchanged = other != 0 && other != directory.number && placeOf(other) == directory.offset;
+    if (!exchanged) right[directory.number] |= directory.offset == place;
   }
   for (const auto& directory : right) ++(directory.second ? witnesses->with : witnesses->against);
 }

@@ -22,9 +22,9 @@ struct Layout {
 //   - each run of node records that fills exactly one block,
 // and contradicted by directories that lie elsewhere than their records say and by runs that go on into another block,
 // lie where no block begins, or belong to one node block and lie in two. Single sectors count for nothing: they may
-// have been overwritten, or written to the wrong place. There must be at least two such witnesses for it, more than
-// against it, and more by a greater number than for any other size or place. Where there are not, the guess is taken,
-// if nothing contradicts it.
+// have been overwritten, or written to the wrong place; nor do two directories that lie in each other's place. There
+// must be at least two such witnesses for it, more than against it, and more by a greater number than for any other
+// size or place. Where there are not, the guess is taken, if nothing contradicts it.
 Layout SearchLayout(const Image& image, const Layout& guess = {});
 
 }  // namespace orba::inspect

@@ -81,6 +81,33 @@ TEST(SearchLayout, directories_that_lie_elsewhere_contradict) {
   EXPECT_EQ(Search(image).blockSize, 0u);
 }
 
+// In blocks of half the size one of the two would lie where it should.
+TEST(SearchLayout, exchanged_directories_contradict_nothing) {
+  ImageBuilder image(4096, 64);
+  const std::uint16_t directory = image.AddDirectory(1, "D");
+  for (int i = 0; i < 150; ++i) image.AddFile(directory, "F" + std::to_string(i), 100);
+  ASSERT_EQ(image.MappedBlock(directory, 0), 3u);
+  EraseBefore(&image, 1);
+  const auto second = image.bytes().begin() + static_cast<std::ptrdiff_t>(image.BlockOffset(2));
+  std::swap_ranges(second, second + 4096, second + 4096);
+  EXPECT_EQ(Search(image).blockSize, 4096u);
+  EXPECT_EQ(Search(image).dataOffset, 1088u);
+}
+
+TEST(SearchLayout, directories_whose_records_lead_to_a_third_contradict) {
+  ImageBuilder image(1024, 8);
+  image.AddFile(1, "A", 3000);  // the directories do not lie where block 2 of another size would
+  const std::uint16_t directories[] = {image.AddDirectory(1, "D"), image.AddDirectory(1, "E")};
+  for (const std::uint16_t directory : directories) {
+    ImageBuilder erased = image;
+    EraseBefore(&erased, 1);
+    EXPECT_EQ(Search(erased).blockSize, 1024u);
+    image.Put32(image.NodeOffset(directory) + 32, 2);  // the root's
+  }
+  EraseBefore(&image, 1);
+  EXPECT_EQ(Search(image).blockSize, 0u);
+}
+
 TEST(SearchLayout, deleted_directories_lie_where_they_may) {
   ImageBuilder image = Tree(1024, 8);
   EraseBefore(&image, 1);
