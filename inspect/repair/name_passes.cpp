@@ -220,7 +220,7 @@ bool StandsBeside(const Model& model, const NameRef& name, std::uint16_t node) {
 
 // Which of the two names was `lost`'s before its number was damaged; null when that cannot be told. An illegal name is
 // the damaged one; a directory's ".." tells where its name stands; else the one in `lost`'s place, if the other is not
-// in it as well.
+// in it as well. One in the place of both may be sound.
 const NameRef* DamagedName(const Model& model, const NodeInfo& node, const NodeInfo& lost) {
   const NameRef& first = node.names[0];
   const NameRef& second = node.names[1];
@@ -233,9 +233,11 @@ const NameRef* DamagedName(const Model& model, const NodeInfo& node, const NodeI
   if (!canBe(first)) return nullptr;
   const bool legal = HasLegalName(model, first);
   if (legal != HasLegalName(model, second)) return legal ? &second : &first;
-  const bool beside = StandsBeside(model, first, lost.number);
-  if (beside == StandsBeside(model, second, lost.number)) return nullptr;
-  return beside ? &first : &second;
+  const auto isMisplaced = [&](const NameRef& name) {
+    return StandsBeside(model, name, lost.number) && !StandsBeside(model, name, node.number);
+  };
+  if (isMisplaced(first) == isMisplaced(second)) return nullptr;
+  return isMisplaced(first) ? &first : &second;
 }
 
 // What the entry was read as until now is kept, where that was a file.

@@ -341,6 +341,24 @@ TEST(RepairStray, entry_before_its_neighbour_names_anothers_node_names_its_own_a
   EXPECT_FILES(Repair(image), files);
 }
 
+// Every third file lies in the root, nodes 3, 6 and 9, the others in D, 4, 5, 7 and 8. Node 6 or 7 has both names of the
+// two, and between 5 and 8 each would be in its place.
+TEST(RepairStray, entry_in_the_place_of_both_nodes_both_paths_read_as_before) {
+  for (const bool inRoot : {true, false}) {
+    ImageBuilder image(1024, 32);
+    const std::uint16_t directory = image.AddDirectory(1, "D");
+    for (std::uint32_t i = 0; i < 7; ++i) {
+      image.AddFile(i % 3 == 0 ? std::uint16_t{1} : directory, "F" + std::to_string(i), 10 + i);
+    }
+    const Files was = Tree(image.bytes());
+    image.Put16(image.EntryOffset(inRoot ? 1 : directory, 4), inRoot ? 7 : 6);
+    Files files = Tree(image.bytes());
+    files["/LOST.FND/"] = {};
+    files[inRoot ? "/LOST.FND/NODE0006" : "/LOST.FND/NODE0007"] = was.at(inRoot ? "/F3" : "/D/F4");
+    EXPECT_FILES(Repair(image), files);
+  }
+}
+
 TEST(RepairStray, entry_of_an_empty_file_names_anothers_node_both_paths_read_as_before) {
   SmallWithC image;
   image.AddFile(1, "EMPTY", 0);  // node 7
