@@ -55,6 +55,17 @@ class AddressTest(ToolTest):
                 self.assertEqual(words.stdout.decode(), name + ":/A&B")
         self.assertIn("cannot open 'no card.orb': there is no such container", self.fails(1, "ls", "no card.orb"))
 
+    def test_place_inside_where_a_whole_container_is_meant_is_explained(self):
+        before = self.read("card.orb")
+        for status, *arguments in ((8, "check"), (8, "repair"), (1, "info"), (1, "map"), (1, "format"),
+                                   (1, "compact"), (1, "recover")):
+            operands = ["out"] if arguments == ["recover"] else []
+            result = self.orba(*arguments, "card.orb:/LOGS", *operands)
+            self.assertEqual((result.status, result.err), (
+                status, "orba: cannot take card.orb:/LOGS: it is a place inside a container, and this is about a "
+                        "whole one\n      name the container alone: card.orb\n"), arguments)
+        self.assertEqual((self.read("card.orb"), self.host_names()), (before, ["card.orb"]))
+
     def test_path_without_slash_is_explained(self):
         message = self.fails(1, "ls", "card.orb:LOGS")
         self.assertIn("there is no such container (ORB_ERROR_FILE_NOT_FOUND, 0x30000013)", message)

@@ -15,6 +15,8 @@ std::string RequireContainer(const std::string& container, const std::string& te
   throw Failure("\"" + text + "\" has no container", "", "write CONTAINER:/PATH, such as card.orb:/LOGS/DAY1.TXT");
 }
 
+bool IsFile(const std::string& path) { return host::StatusOf(path).kind == host::Kind::kFile; }
+
 bool EndsWith(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
@@ -94,6 +96,11 @@ std::string ParseContainer(const std::string& text) {
   for (const std::string end : {":/", ":"}) {
     const bool drive = text.size() < host::DriveLength(text) + end.size();
     if (!drive && EndsWith(text, end)) return RequireContainer(text.substr(0, text.size() - end.size()), text);
+  }
+  const std::size_t colon = FindSeparatingColon(text);
+  if (colon != std::string::npos && IsFile(text.substr(0, colon)) && !IsFile(text)) {
+    throw Failure("cannot take " + ShellWord(text), "it is a place inside a container, and this is about a whole one",
+                  "name the container alone: " + ShellWord(text.substr(0, colon)));
   }
   return RequireContainer(text, text);
 }

@@ -30,7 +30,8 @@ Address ParseAddress(const std::string& text);
 // cannot; npos where there is none.
 std::size_t FindSeparatingColon(const std::string& text);
 
-// For commands that work on a container as a whole: its host name, from which a ":" or ":/" at the end is taken.
+// For commands that work on a container as a whole: its host name, from which a ":" or ":/" at the end is taken. Throws
+// a Failure on an empty name and on a place inside a container that is there.
 std::string ParseContainer(const std::string& text);
 
 }  // namespace orba::tool
