@@ -12,7 +12,9 @@ For every case: check tells the same in text and JSON; check, the dry run, recov
 no byte; the dry run shows what the repair does. What could be read before, as reading.py finds it, is there after the
 repair, or in what recover copied where that is refused; how many files that are stands in the expected file. After one
 repair check finds the container clean, a second repair changes no byte, the library mounts it and reads every file,
-and undo brings the damage back byte by byte. Recover copies out the very files that a repair leaves.
+and undo brings the damage back byte by byte. Recover copies out the very files that a repair leaves. With sanitizers,
+which look for other faults and are slow, nothing runs that takes the same way again: the JSON, the dry run, the second
+repair.
 """
 import argparse
 import functools
@@ -44,6 +46,7 @@ import reading
 from container import ORBA, Container, sound
 
 EXPECTED = pathlib.Path(__file__).parent / "expected"
+SANITIZED = os.environ.get("ORBA_SANITIZE", "") != ""
 LIMIT = 240  # seconds after which a run counts as hanging
 GROUPS = {
     "header": cases_header.CASES,
@@ -161,7 +164,8 @@ class CorpusTest(unittest.TestCase):
     def observe(self, case):
         check = self.check()
         recovered = self.unchanging("recover", "--verbose", self.name, "recovered")
-        planned, repaired = self.repair()
+        planned = None if SANITIZED else self.unchanging("repair", "--verbose", "--dry-run", self.name)
+        repaired = Run(self.folder, "repair", "--verbose", "--undo", "undo", self.name)
         text = f"{sentence(case)}\n\n$ orba check {self.name}\n{check}\n$ orba repair {self.name}\n{repaired}"
         if repaired.status not in (0, 1):
             self.assertEqual(self.path.read_bytes(), self.damaged)
@@ -170,8 +174,10 @@ class CorpusTest(unittest.TestCase):
                 kept = self.judge_promise(case, host_tree(self.folder / "recovered")) + "\n"
             return f"{text}\n{kept}$ orba recover {self.name} recovered\n{recovered}"
         if repaired.status == 0:  # notes alone
-            self.assertEqual((str(planned), self.path.read_bytes()), (str(repaired), self.damaged))
-        else:
+            self.assertEqual(self.path.read_bytes(), self.damaged)
+        if planned and repaired.status == 0:
+            self.assertEqual(str(planned), str(repaired))
+        elif planned:
             self.assertEqual((planned.status, planned.err, planned.out + "repaired\n"), (4, "", repaired.out))
         lines = self.judge_repair(case, check, recovered)
         if repaired.status == 1:
@@ -188,6 +194,8 @@ class CorpusTest(unittest.TestCase):
     def check(self):
         """The report, which is the same in both forms."""
         text = self.unchanging("check", self.name)
+        if SANITIZED:
+            return text
         report = self.unchanging("check", "--json", self.name)
         self.assertEqual(report.status, text.status)
         listed = json.loads(report.out)
@@ -196,16 +204,13 @@ class CorpusTest(unittest.TestCase):
         self.assertEqual([(finding["severity"], finding["kind"]) for finding in listed["findings"]], found)
         return text
 
-    def repair(self):
-        planned = self.unchanging("repair", "--verbose", "--dry-run", self.name)
-        return planned, Run(self.folder, "repair", "--verbose", "--undo", "undo", self.name)
-
     def judge_repair(self, case, before, recovered):
         repaired = self.path.read_bytes()
         check = self.unchanging("check", self.name)
         self.assertEqual((check.status, check.err), (0, ""), check)
-        again = self.unchanging("repair", self.name)
-        self.assertEqual(str(again), "clean: nothing to repair\nexit status 0\n")
+        if not SANITIZED:
+            again = self.unchanging("repair", self.name)
+            self.assertEqual(str(again), "clean: nothing to repair\nexit status 0\n")
         after = tree(self.folder, self.name)
         self.assertEqual(self.path.read_bytes(), repaired)
         unharmed = any(line.startswith("clean") for line in before.out.splitlines())

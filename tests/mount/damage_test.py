@@ -8,13 +8,14 @@ import tarfile
 import unittest
 
 from mounted import MountTest
+from support import SANITIZED
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "corpus"))
 
 import corpus  # noqa: E402
 from container import ATTRIBUTES, ENTRY_SIZE, SIZE, Container  # noqa: E402
 
-EVERY = int(os.environ.get("ORBA_MOUNT_EVERY", "5"))  # of the corpus: 1 is all of it
+EVERY = int(os.environ.get("ORBA_MOUNT_EVERY", "23" if SANITIZED else "5"))  # of the corpus: 1 is all of it
 
 
 class DamageTest(MountTest):

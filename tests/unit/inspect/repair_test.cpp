@@ -341,8 +341,8 @@ TEST(RepairStray, entry_before_its_neighbour_names_anothers_node_names_its_own_a
   EXPECT_FILES(Repair(image), files);
 }
 
-// Every third file lies in the root, nodes 3, 6 and 9, the others in D, 4, 5, 7 and 8. Node 6 or 7 has both names of the
-// two, and between 5 and 8 each would be in its place.
+// Every third file lies in the root, nodes 3, 6 and 9, the others in D, 4, 5, 7 and 8. Node 6 or 7 has both names of
+// the two, and between 5 and 8 each would be in its place.
 TEST(RepairStray, entry_in_the_place_of_both_nodes_both_paths_read_as_before) {
   for (const bool inRoot : {true, false}) {
     ImageBuilder image(1024, 32);
