@@ -300,7 +300,6 @@ void MoveRecords(RepairWork* work, const Strays& strays) {
   for (const auto& [number, slot] : strays) {
     const std::uint32_t index = (number - 1u) / work->geometry().nodesPerBlock();
     const NodeInfo& node = model.nodes[number];
-    if (node.offset == 0 && model.table[index] != kNoBlock) continue;
     const bool anew = node.offset == 0 || sources.count(number) != 0;
     if (anew && moved.count(index) == 0 && MoveNodeBlock(work, index, strays)) moved.insert(index);
     if (moved.count(index) == 0) {

@@ -24,7 +24,7 @@ constexpr int kMostRounds = 100;
 
 bool RunRound(RepairWork* work) {
   work->Recheck();
-  if (work->report.IsClean()) return false;
+  if (work->unreadable || work->report.IsClean()) return false;
   for (const Pass pass : kPasses) {
     pass(work);
     if (work->changed) return true;
@@ -38,6 +38,25 @@ void MakeClean(RepairWork* work) {
   }
   work->Recheck();
 }
+
+// Notes a failure to read what the check before the repair has read.
+class WatchedImage : public Image {
+ public:
+  explicit WatchedImage(const Image& base) : base_(base) {}
+
+  std::uint64_t Size() const override { return base_.Size(); }
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    if (base_.Read(offset, out, count)) return true;
+    failed_ |= offset <= Size() && count <= Size() - offset;
+    return false;
+  }
+
+  bool failed() const { return failed_; }
+
+ private:
+  const Image& base_;
+  mutable bool failed_ = false;
+};
 
 // ---- The promise ----------------------------------------------------------------------------------------------------
 
@@ -124,15 +143,15 @@ bool CanKeepFirst(const RepairWork& work) {
 // where that is possible, else last. Without them it may break the promise.
 Promise Mend(RepairWork* work, const Image& before, const std::vector<Loss>* losses) {
   if (losses != nullptr && CanKeepFirst(*work)) {
+    // Copies are appended where these numbers lead.
     CutOutside(work);
-    if (work->changed) work->Recheck();
     work->careful = true;
     KeepCopies(work, before, *losses);
     work->careful = false;
   }
   MakeClean(work);
   Promise promise = Judge(*work, before);
-  if (losses == nullptr || promise.holds()) return promise;
+  if (losses == nullptr || promise.holds() || work->unreadable) return promise;
   KeepCopies(work, before, promise.lostFiles);
   MakeClean(work);
   return Judge(*work, before);
@@ -153,37 +172,52 @@ Plan Draft(const Image& image, const TimeStamp& now, Report before, const std::v
   if (work.report.marked && (plan.problem.empty() || Mounts(plan.before))) ClearMark(&work);
   if (!work.actions.empty() && work.actions.back().writes.empty()) work.actions.pop_back();
   plan.actions = std::move(work.actions);
+  plan.possible = !work.unreadable;
   plan.after = std::move(work.report);
+  return plan;
+}
+
+Plan Impossible(Report before, const std::string& problem) {
+  Plan plan;
+  plan.before = std::move(before);
+  plan.after = plan.before;
+  plan.problem = problem;
   return plan;
 }
 
 }  // namespace
 
 Plan PlanRepair(const Image& image, const TimeStamp& now) {
-  Plan plan;
-  plan.before = Check(image);
-  plan.problem = Hopeless(plan.before);
-  if (!plan.problem.empty()) {
-    plan.after = plan.before;
-    return plan;
-  }
-  plan = Draft(image, now, std::move(plan.before), nullptr);
-  if (!plan.promise.holds()) {
+  Report before = Check(image);
+  const std::string problem = Hopeless(before);
+  if (!problem.empty()) return Impossible(std::move(before), problem);
+  const WatchedImage watched(image);
+  Plan plan = Draft(watched, now, std::move(before), nullptr);
+  if (plan.possible && !plan.promise.holds()) {
     const std::vector<Loss> losses = plan.promise.lostFiles;
-    plan = Draft(image, now, std::move(plan.before), &losses);
+    plan = Draft(watched, now, std::move(plan.before), &losses);
   }
-  return plan;
+  if (plan.possible && !watched.failed()) return plan;
+  return Impossible(
+      std::move(plan.before),
+      "what could be read before cannot be read again: the container is being changed, or its medium fails");
 }
 
 std::optional<Promise> ForeseeRepair(const Image& image, const TimeStamp& now, Report checked) {
   if (!Hopeless(checked).empty()) return std::nullopt;
-  const auto foresee = [&](Report report, const std::vector<Loss>* losses) {
-    RepairWork work(image, now, std::move(report));
+  const WatchedImage watched(image);
+  const auto foresee = [&](Report report, const std::vector<Loss>* losses) -> std::optional<Promise> {
+    RepairWork work(watched, now, std::move(report));
     work.keepsActions = false;
-    return Mend(&work, image, losses);
+    Promise promise = Mend(&work, watched, losses);
+    if (work.unreadable || watched.failed()) return std::nullopt;
+    return promise;
   };
-  const Promise promise = foresee(std::move(checked), nullptr);
-  return promise.holds() ? promise : foresee(Check(image), &promise.lostFiles);
+  const std::optional<Promise> promise = foresee(std::move(checked), nullptr);
+  if (!promise.has_value() || promise->holds()) return promise;
+  Report again = Check(watched);
+  if (!Hopeless(again).empty()) return std::nullopt;
+  return foresee(std::move(again), &promise->lostFiles);
 }
 
 std::string ToText(const Plan& plan) {
@@ -383,6 +417,7 @@ void RepairWork::Recheck() {
   if (changed) {
     report = {};  // not two at a time in memory
     report = Check(image);
+    unreadable |= !report.readable;
   }
   changed = false;
   nextFree_ = 1;

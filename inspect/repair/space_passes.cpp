@@ -137,6 +137,7 @@ void KeepCopies(RepairWork* work, const Image& before, const std::vector<Loss>& 
   if (lost.number == 0) {
     MakeLostFound(work, lost.name);
     work->Recheck();
+    if (work->unreadable) return;
     lost = FindLostFound(work->model());
   }
   if (lost.number == 0) return;

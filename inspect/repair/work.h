@@ -92,6 +92,8 @@ struct RepairWork {
 
   // Gets ready for the next round: `report` is what a check of the image finds now.
   void Recheck();
+  // A check could not read what the one before the repair has read. There is no model any more, and no plan.
+  bool unreadable = false;
 
  private:
   // The lowest loose block from `*next` on that is lost, or is not; 0 when there is none.

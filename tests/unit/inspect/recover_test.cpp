@@ -74,6 +74,36 @@ TEST(Recover, container_too_long_everything_is_copied) {
   EXPECT_EQ(destination.files["out/D/B"].contents, Pattern(300 * 1024, 300 * 1024 + 1));
 }
 
+// The last block of /A ends with the last byte that a container can have.
+TEST(Recover, container_as_long_as_can_be_its_last_byte_counts) {
+  constexpr std::uint64_t kLength = 0x7FFFFFFF;
+  constexpr std::uint32_t kReserved = 8191 - 1056;  // of the data area's offset, 1056, to the next one that fits
+  constexpr std::uint32_t kLast = (kLength - 8191) / 8192;
+  struct Longest : MemoryImage {
+    using MemoryImage::MemoryImage;
+    std::uint64_t Size() const override { return kLength; }
+    bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+      if (offset > kLength || count > kLength - offset) return false;
+      std::memset(out, 7, count);
+      const std::uint64_t end = MemoryImage::Size();
+      if (offset >= end) return true;
+      return MemoryImage::Read(offset, out, static_cast<std::size_t>(std::min<std::uint64_t>(count, end - offset)));
+    }
+  };
+  ImageBuilder image(8192, 32);
+  const std::uint16_t node = image.AddFile(1, "A", 2 * 8192);
+  image.Put32(image.MapOffset(node, 1), kLast);
+  image.Put32(32, kReserved);
+  image.Put32(36, 1056 + kReserved);
+  image.bytes().insert(image.bytes().begin() + 1056, kReserved, std::uint8_t{0});
+  MemoryDestination destination;
+  const Recovered result = Recover(Longest(image.bytes()), "out", &destination);
+  EXPECT_EQ(result.files, 1u);
+  const Bytes& contents = destination.files["out/A"].contents;
+  ASSERT_EQ(contents.size(), 2u * 8192);
+  EXPECT_EQ(contents.back(), 7);
+}
+
 TEST(Recover, time_stamps_are_handed_on) {
   MemoryDestination destination;
   Recover(MemoryImage(ThreeFiles().bytes()), "out", &destination);

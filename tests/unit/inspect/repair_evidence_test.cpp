@@ -4,11 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 
+#include "inspect/container/patched_image.h"
 #include "inspect/repair/repair.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/repair_harness.h"
+#include "tests/support/small_image.h"
 
 namespace orba::inspect {
 namespace {
@@ -18,10 +21,11 @@ using testimage::ImageBuilder;
 using testimage::Repaired;
 using testimage::RepairedFromEveryStop;
 using testimage::Tree;
+using testimage::WithChain;
 
-// 40 files in a directory, in node blocks of 16: nodes 3 to 42.
+// 40 files in a directory, nodes 3 to 42; in blocks of 1024 bytes there are 16 nodes each.
 struct Forty : ImageBuilder {
-  Forty() : ImageBuilder(1024, 32) {
+  explicit Forty(std::uint32_t blockSize = 1024) : ImageBuilder(blockSize, 32) {
     const std::uint16_t directory = AddDirectory(1, "D");
     for (std::uint32_t i = 0; i < 40; ++i) AddFile(directory, "F" + std::to_string(i), 10 * i);
   }
@@ -63,6 +67,64 @@ TEST(RepairStrays, exchanged_records_with_names_return) {
   const auto sound = Tree(image.bytes());
   image.Exchange(image.NodeOffset(5), image.NodeOffset(40), 64);
   EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
+}
+
+TEST(RepairStrays, exchanged_records_that_are_the_last_of_their_blocks_return) {
+  Forty image;
+  const auto sound = Tree(image.bytes());
+  image.Exchange(image.NodeOffset(16), image.NodeOffset(32), 64);
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
+}
+
+// While a record lies in the slot of a free node, nothing else tells that its file's block is in use.
+TEST(RepairStrays, block_listed_as_free_by_mistake_is_not_taken_before_its_records_return) {
+  WithChain<Forty> image;
+  const auto sound = Tree(image.bytes());
+  const std::uint32_t block = image.MappedBlock(35, 0);
+  ASSERT_LT(block, image.a);
+  image.Put32(image.at + 8, block);
+  image.Exchange(image.NodeOffset(33), image.NodeOffset(41), 512);  // nodes from 43 on are free
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
+}
+
+TEST(RepairStrays, once_its_records_are_back_free_blocks_are_taken_again) {
+  WithChain<Forty> image;
+  image.AddNode(0);  // what has no name goes to a new /LOST.FND
+  image.AppendToNode(43, Bytes(1024, 1));
+  image.SetSize(43, 1024);
+  image.Exchange(image.NodeOffset(5), image.NodeOffset(7), 64);
+  const Bytes repaired = Repaired(image.bytes());
+  EXPECT_EQ(Tree(repaired).count("/LOST.FND/NODE0043"), 1u);
+  EXPECT_EQ(repaired.size(), image.bytes().size() + 1024);  // the node block alone
+}
+
+// The container at its beginning, then zeros up to the length from which on nothing can be appended.
+struct FullImage : MemoryImage {
+  using MemoryImage::MemoryImage;
+  std::uint64_t Size() const override { return kContainerLimit - 1; }
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    if (offset > Size() || count > Size() - offset) return false;
+    std::memset(out, 0, count);
+    const std::uint64_t end = MemoryImage::Size();
+    if (offset >= end) return true;
+    return MemoryImage::Read(offset, out, static_cast<std::size_t>(std::min<std::uint64_t>(count, end - offset)));
+  }
+};
+
+TEST(RepairStrays, no_room_for_a_new_node_block_records_return_in_place) {
+  Forty image(8192);
+  const auto sound = Tree(image.bytes());
+  image.Exchange(image.NodeOffset(17), image.NodeOffset(33), 512);
+  const FullImage full(image.bytes());
+  const Plan plan = PlanRepair(full, testimage::kRepairTime);
+  EXPECT_TRUE(plan.IsComplete()) << ToText(plan);
+  PatchedImage repaired(full);
+  for (const Action& action : plan.actions) {
+    for (const Write& write : action.writes) repaired.Write(write.offset, write.bytes.data(), write.bytes.size());
+  }
+  Bytes beginning(image.bytes().size());
+  ASSERT_TRUE(repaired.Read(0, beginning.data(), beginning.size()));
+  EXPECT_EQ(Tree(beginning), sound);
 }
 
 TEST(RepairStrays, sector_in_anothers_place_its_own_records_are_lost_alone) {

@@ -34,6 +34,12 @@ TEST(RepairSentence, entries_not_counted_are_told_by_their_number) {
   EXPECT_EQ(Sentences(image), "counts 2 entries more in /D (node 3)\n");
 }
 
+TEST(RepairSentence, name_in_lower_case_is_told_with_the_new_one) {
+  SmallWithC image;
+  image.PutText(image.EntryOffset(3, 2) + 2, "b");
+  EXPECT_EQ(Sentences(image), "renames \"b\" in /D (node 3) to \"B\"\n");
+}
+
 TEST(RepairSentence, table_entries_in_a_row_are_one_action) {
   SmallWithC image;
   for (const std::uint32_t entry : {17u, 18u, 19u, 21u}) image.Put32(ImageBuilder::TableOffset(entry), 500 + entry);

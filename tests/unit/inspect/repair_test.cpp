@@ -102,6 +102,32 @@ TEST(RepairImpossible, host_cannot_read_says_so) {
   EXPECT_FALSE(PlanRepair(BadSector(SmallWithC().bytes()), testimage::kRepairTime).possible);
 }
 
+// The host reads so many times, then no more.
+struct Failing : MemoryImage {
+  Failing(const Bytes& bytes, std::size_t times) : MemoryImage(bytes), left(times) {}
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    if (left == 0 || !MemoryImage::Read(offset, out, count)) return false;
+    --left;
+    return true;
+  }
+  mutable std::size_t left;
+};
+
+TEST(RepairImpossible, host_fails_to_read_what_it_has_read_plans_nothing) {
+  constexpr std::size_t kMany = 1u << 30;
+  SmallWithC image;
+  image.Put8(image.NodeOffset(2), 'X');
+  const Failing sound(image.bytes(), kMany);
+  ASSERT_TRUE(PlanRepair(sound, testimage::kRepairTime).IsComplete());
+  const std::size_t reads = kMany - sound.left;
+  for (std::size_t times = 0; times < reads; ++times) {
+    const Plan plan = PlanRepair(Failing(image.bytes(), times), testimage::kRepairTime);
+    EXPECT_FALSE(plan.possible) << times;
+    EXPECT_FALSE(plan.problem.empty()) << times;
+    EXPECT_EQ(plan.actions.size(), 0u) << times;
+  }
+}
+
 // The container at its beginning, then zeros up to its length.
 struct LongImage : MemoryImage {
   LongImage(const Bytes& bytes, std::uint64_t length) : MemoryImage(bytes), whole(bytes.size()), size(length) {}
@@ -328,6 +354,15 @@ TEST(RepairStray, directorys_entry_names_anothers_node_names_its_own_again) {
   image.Put16(image.EntryOffset(1, 3), 4);  // D, node 3; 4 is its file B
   files["/LOST.FND/"] = {};
   files["/LOST.FND/D"] = files.at("/D/B");
+  EXPECT_FILES(Repair(image), files);
+}
+
+TEST(RepairStray, lowest_bit_of_an_entrys_number_damaged_names_its_own_again) {
+  Named image;
+  Files files = Tree(image.bytes());
+  image.Point(4, 11);  // F4, node 10; 11 is F5
+  files["/LOST.FND/"] = {};
+  files["/LOST.FND/F4"] = files.at("/FULL/F5");
   EXPECT_FILES(Repair(image), files);
 }
 
@@ -699,6 +734,17 @@ TEST(RepairRoot, first_node_block_overwritten_directories_are_found_by_their_blo
   EXPECT_EQ(PathsOf(Repair(image)), "/ /D/ /D/E/ ");
 }
 
+// The directory is the last node of the block that was overwritten.
+TEST(RepairRoot, second_node_block_overwritten_its_directory_is_found_by_its_block) {
+  ImageBuilder image(1024, 32);
+  for (int i = 2; i < 32; ++i) image.AddFile(1, "F" + std::to_string(i), 0);
+  image.AddFile(image.AddDirectory(1, "D"), "IN", 10);
+  const Bytes in = Tree(image.bytes()).at("/D/IN");
+  const std::uint64_t block = image.NodeOffset(17);
+  for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(block + i, 0xAA);
+  EXPECT_EQ(Repair(image).at("/D/IN"), in);
+}
+
 // ---- Block maps -----------------------------------------------------------------------------------------------------
 
 TEST(RepairMap, block_shared_second_owner_gets_a_copy) {
@@ -850,16 +896,19 @@ TEST(RepairMap, size_far_too_large_is_cut_to_the_blocks) {
 }
 
 TEST(RepairMap, blocks_behind_what_a_container_can_hold_leave_a_size_that_it_can_hold) {
-  ImageBuilder image(8192, 32);
-  const std::uint16_t node = image.AddFile(1, "A", 7 * 8192);
-  const std::uint32_t second = image.AppendBlock();
-  const std::uint32_t twice = image.AppendBlock();
-  image.Put32(image.BlockOffset(second), image.MappedBlock(node, 6));
-  image.Put32(image.MapOffset(node, 6), 0);
-  image.Put32(image.BlockOffset(twice) + 4 * 127, second);  // 6 + 2048 + 127 * 2048 blocks and one, of 8192 bytes
-  image.Put32(image.NodeOffset(node) + 60, twice);
-  image.SetSize(node, 0xC0000000);
-  EXPECT_EQ(Tree(testimage::Repaired(image.bytes())).at("/A").size(), 6u * 8192);
+  constexpr std::uint32_t kLimit = 0x80000000 / 8192;
+  for (const std::uint32_t index : {kLimit - 1, kLimit + 6}) {  // of the last block
+    ImageBuilder image(8192, 32);
+    const std::uint16_t node = image.AddFile(1, "A", 7 * 8192);
+    const std::uint32_t second = image.AppendBlock();
+    const std::uint32_t twice = image.AppendBlock();
+    image.Put32(image.BlockOffset(second) + 4 * ((index - 6) % 2048), image.MappedBlock(node, 6));
+    image.Put32(image.MapOffset(node, 6), 0);
+    image.Put32(image.BlockOffset(twice) + 4 * ((index - 6) / 2048 - 1), second);
+    image.Put32(image.NodeOffset(node) + 60, twice);
+    image.SetSize(node, 0xC0000000);
+    EXPECT_EQ(Tree(testimage::Repaired(image.bytes())).at("/A").size(), 6u * 8192) << index;
+  }
 }
 
 TEST(RepairMap, stray_block_of_another_past_the_size_is_taken_out) {
@@ -959,6 +1008,19 @@ TEST(RepairCopies, file_with_two_names_gets_one_copy) {
   const Files files = Tree(testimage::Repaired(image.bytes()));
   EXPECT_EQ(PathsOf(files), "/ /F /LOST.FND/ /LOST.FND/F /SOUND /TOO ");
   EXPECT_EQ(files.at("/LOST.FND/F"), read);
+}
+
+TEST(RepairCopies, slots_beyond_the_end_where_copies_are_appended_become_zeros) {
+  FullOfThemselves image;
+  image.Add("F", 20);
+  const std::uint16_t holed = image.AddFile(1, "HOLED", 6 * 1024);
+  const Files before = Tree(image.bytes());
+  for (std::uint32_t i = 1; i < 5; ++i) image.Put32(image.MapOffset(holed, i), image.Blocks() + i);
+  const Files files = Tree(testimage::Repaired(image.bytes()));
+  EXPECT_EQ(files.at("/LOST.FND/F"), before.at("/F"));
+  Bytes contents = before.at("/HOLED");
+  std::fill(contents.begin() + 1024, contents.begin() + 5 * 1024, std::uint8_t{0});
+  EXPECT_EQ(files.at("/HOLED"), contents);
 }
 
 TEST(RepairMap, every_slot_the_same_is_bounded) {
@@ -1101,6 +1163,20 @@ TEST(RepairDirectory, file_with_three_names_becomes_three_files) {
   Files files = Tree(SmallWithC().bytes());
   files["/D/X"] = files["/D/E/Y"] = files.at("/A");
   EXPECT_FILES(Repair(image), files);
+}
+
+TEST(RepairDirectory, file_with_names_in_three_directories_keeps_the_one_in_the_youngest) {
+  SmallWithC image;
+  image.AddEntry(3, "X", 2);
+  image.AddEntry(5, "Y", 2);
+  for (const std::uint16_t directory : {std::uint16_t{1}, std::uint16_t{3}, std::uint16_t{5}}) {
+    image.AddFile(directory, "LAST", 1);  // none of the three is the last entry
+  }
+  image.Put8(image.NodeOffset(5) + 8, 0xFF);
+  const Bytes repaired = testimage::Repaired(image.bytes());
+  EXPECT_NE(repaired[image.EntryOffset(1, 2)], 2);
+  EXPECT_NE(repaired[image.EntryOffset(3, 4)], 2);
+  EXPECT_EQ(repaired[image.EntryOffset(5, 3)], 2);
 }
 
 // Of two in the directory that changed last the first keeps the node.
