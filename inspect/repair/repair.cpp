@@ -238,7 +238,6 @@ std::string ToText(const Plan& plan) {
 RepairWork::RepairWork(const Image& from, const TimeStamp& time, Report checked)
     : image(from), now(time), report(std::move(checked)) {
   marked = model().header.stateFlags == kVolumeDirty;
-  resumed = model().header.stateFlags == (kVolumeDirty | kRepairMark);
   budget = geometry().blocks + 1024u;
   for (const BlockInfo& block : model().blocks) {
     wasFree.push_back(block.use == BlockUse::kFree || block.use == BlockUse::kChainRecord);

@@ -2,8 +2,9 @@
 // deleting a node leaves a record of size 0 without blocks, and takes its name away first. So an entry that names the
 // node speaks for it, and so does a record that holds data.
 //
-// May assume: slots carry their own numbers. Changes: bits of the bitmap.
+// May assume: slots carry their own numbers. Changes: bits of the bitmap; in free records, blocks that others have too.
 #include <algorithm>
+#include <cstddef>
 #include <set>
 #include <utility>
 
@@ -46,42 +47,50 @@ bool HasEntries(const RepairWork& work, std::uint32_t block) {
 // What is left of a node that was removed too.
 bool IsEmptied(const OrbNodeRecord& record) { return record.size == 0 && NamedBlocks(record).empty(); }
 
-void ReviveNamed(RepairWork* work, std::vector<bool>* revived) {
-  for (const NodeInfo& directory : work->model().nodes) {
+// A node that is in use: `entry` refers to it, or, where that is null, it holds data.
+struct Revival {
+  const NodeInfo* node;
+  const Entry* entry;
+};
+
+std::vector<Revival> FindRevivals(const RepairWork& work) {
+  const Model& model = work.model();
+  std::vector<Revival> found;
+  std::vector<bool> named(model.nodes.size());
+  for (const NodeInfo& directory : model.nodes) {
     for (const Entry& entry : directory.entries) {
       const std::uint16_t number = entry.record.node;
-      if (!NamesNode(*work, entry) || (*revived)[number] || !CanBeRevived(*work, number)) continue;
-      if (IsEmptied(work->model().nodes[number].record)) continue;  // FixNames knows more of its name
-      (*revived)[number] = true;
-      work->Begin(ActionKind::kUseNamed, number).name = NameOf(entry.record);
-      work->SetFree(number, false);
+      if (!NamesNode(work, entry) || named[number] || !CanBeRevived(work, number)) continue;
+      if (IsEmptied(model.nodes[number].record)) continue;  // FixNames knows more of its name
+      named[number] = true;
+      found.push_back({&model.nodes[number], &entry});
     }
   }
-}
-
-// The same as HoldsData, but files in use have the blocks.
-bool SharesData(const RepairWork& work, const NodeInfo& node) {
-  const std::vector<std::uint32_t> blocks = NamedBlocks(node.record);
-  const auto isFiles = [&](std::uint32_t block) { return work.model().blocks[block].use == BlockUse::kFile; };
-  return node.record.size > 0 && HasItsSlots(work.geometry(), node.record) &&
-         std::all_of(blocks.begin(), blocks.end(), isFiles);
-}
-
-// Of records with the same contents one is enough. Where two lead to one block and do not, both are in use: Unshare
-// gives the second a copy. A repair that was stopped may have brought back the first of them alone.
-void ReviveWithData(RepairWork* work, const std::vector<bool>& revived) {
   std::set<std::pair<std::uint32_t, std::vector<std::uint32_t>>> seen;  // sizes and blocks
-  for (const NodeInfo& node : work->model().nodes) {
-    if (node.state == NodeState::kUsed && work->resumed) seen.emplace(node.record.size, NamedBlocks(node.record));
-  }
-  for (const NodeInfo& node : work->model().nodes) {
-    if (!CanBeRevived(*work, node.number)) continue;
-    if (!HoldsData(*work, node.number, node.record) && !(work->resumed && SharesData(*work, node))) continue;
+  for (const NodeInfo& node : model.nodes) {
+    if (!CanBeRevived(work, node.number) || !HoldsData(work, node.number, node.record)) continue;
+    // Of records with the same contents one is enough.
     const bool fresh = seen.emplace(node.record.size, NamedBlocks(node.record)).second;
-    if (!fresh || revived[node.number]) continue;
-    work->Begin(ActionKind::kUseWithData, node.number).count = node.record.size;
-    work->SetFree(node.number, false);
+    if (fresh && !named[node.number]) found.push_back({&node, nullptr});
   }
+  return found;
+}
+
+// Gives a file that is known by its data alone copies of the blocks that its record shares with nodes that are revived
+// before it. Were the repair stopped in between, they would be the other's blocks, and the file one that was removed.
+// The copies are appended: the free chain is still wanted.
+void CopyShared(RepairWork* work, const NodeInfo& node, const std::set<std::uint32_t>& taken) {
+  work->careful = true;
+  for (std::uint64_t slot = node.offset + offsetof(OrbNodeRecord, direct); slot < node.offset + kNodeSize;
+       slot += kWordSize) {
+    std::uint8_t bytes[kWordSize] = {};
+    work->image.Read(slot, bytes, sizeof bytes);
+    if (taken.count(Get32(bytes)) == 0) continue;
+    work->Begin(ActionKind::kCopyBlock, node.number).block = Get32(bytes);
+    const std::uint32_t copy = work->TakeForCopy(work->GetBlock(Get32(bytes)));
+    if (copy != kNoBlock) work->PutWord(slot, copy);
+  }
+  work->careful = false;
 }
 
 }  // namespace
@@ -111,9 +120,20 @@ bool HoldsData(const RepairWork& work, std::uint32_t number, const OrbNodeRecord
 }
 
 void ReviveNodes(RepairWork* work) {
-  std::vector<bool> revived(work->model().nodes.size());
-  ReviveNamed(work, &revived);
-  ReviveWithData(work, revived);
+  const std::vector<Revival> revivals = FindRevivals(*work);
+  std::set<std::uint32_t> taken;
+  for (const auto& [node, entry] : revivals) {
+    if (entry == nullptr && !node->IsDirectory()) CopyShared(work, *node, taken);
+    for (const std::uint32_t block : NamedBlocks(node->record)) taken.insert(block);
+  }
+  for (const auto& [node, entry] : revivals) {
+    if (entry != nullptr) {
+      work->Begin(ActionKind::kUseNamed, node->number).name = NameOf(entry->record);
+    } else {
+      work->Begin(ActionKind::kUseWithData, node->number).count = node->record.size;
+    }
+    work->SetFree(node->number, false);
+  }
 }
 
 }  // namespace orba::inspect

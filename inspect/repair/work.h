@@ -87,8 +87,6 @@ struct RepairWork {
   bool marked = false;
   // The object of that operation, once a pass has found it.
   Vouched vouched;
-  // The container was marked by a repair instead, which was stopped.
-  bool resumed = false;
 
   // Gets ready for the next round: `report` is what a check of the image finds now.
   void Recheck();

@@ -617,19 +617,40 @@ TEST(RepairErased, record_with_data_but_no_name_is_linked_under_lost_found) {
   EXPECT_EQ(files.at("/LOST.FND/NODE0002"), Tree(WideTree().bytes()).at("/A"));
 }
 
-// A bit of X's record was damaged: its block is Y's.
+// A bit of X's record was damaged: a block of it is Y's. Both have lost name and bit.
+struct TwoFreeWithOneBlock : SmallWithC {
+  explicit TwoFreeWithOneBlock(std::uint32_t blocks) {
+    const std::uint32_t free = AppendBlock();
+    SetChain({{free, AppendBlock()}});
+    x = AddFile(1, "X", blocks * 1024 - 900);
+    y = AddFile(1, "Y", blocks * 1024 - 800);
+    if (blocks <= 6) {
+      Put32(MapOffset(x, blocks - 1), MappedBlock(y, 0));
+    } else {
+      Put32(NodeOffset(x) + 56, Get32(NodeOffset(y) + 56));  // the block-map block
+    }
+    const auto read = Tree(bytes());
+    files = {{"/LOST.FND/NODE0007", read.at("/X")}, {"/LOST.FND/NODE0008", read.at("/Y")}};
+    for (const std::uint32_t entry : {4u, 5u}) Put16(EntryOffset(1, entry), 0);
+    SetSize(1, 4 * 32);
+    for (const std::uint16_t node : {x, y}) SetFree(node, true);
+  }
+  std::uint16_t x, y;
+  Files files;  // after a repair
+};
+
+// Marked or not: a repair that was stopped between the two need not know that it was.
 TEST(RepairErased, two_records_with_one_block_and_other_sizes_are_both_in_use) {
-  SmallWithC image;
-  const std::uint16_t x = image.AddFile(1, "X", 100);
-  const std::uint16_t y = image.AddFile(1, "Y", 200);
-  image.Put32(image.MapOffset(x, 0), image.MappedBlock(y, 0));
-  const Bytes contents = Tree(image.bytes()).at("/Y");
-  for (const std::uint32_t entry : {4u, 5u}) image.Put16(image.EntryOffset(1, entry), 0);
-  image.SetSize(1, 4 * 32);
-  for (const std::uint16_t node : {x, y}) image.SetFree(node, true);
-  const Files files = Repair(image);
-  EXPECT_EQ(files.at("/LOST.FND/NODE0007"), Bytes(contents.begin(), contents.begin() + 100));
-  EXPECT_EQ(files.at("/LOST.FND/NODE0008"), contents);
+  for (const std::uint32_t flags : {0u, kVolumeDirty, kVolumeDirty | kRepairMark}) {
+    for (const std::uint32_t blocks : {1u, 3u, 8u}) {
+      TwoFreeWithOneBlock image(blocks);
+      image.Put32(kStateFlagsOffset, flags);
+      Files expected = Tree(SmallWithC().bytes());
+      expected["/LOST.FND/"] = {};
+      expected.insert(image.files.begin(), image.files.end());
+      EXPECT_FILES(Repair(image), expected);
+    }
+  }
 }
 
 // An entry whose number was damaged and is now that of a file that was deleted: the node without a name is meant.
