@@ -15,6 +15,9 @@ constexpr std::uint32_t kVersion = 2;
 constexpr std::size_t kUndoHeader = 32;
 constexpr std::size_t kPieceHeader = 12;
 
+// The state flags while a repair is taken back.
+constexpr std::uint8_t kMark[4] = {kVolumeDirty | kRepairMark, 0, 0, 0};
+
 // The CRC-32 of bytes whose first part has the CRC-32 `crc`, 0 for no first part.
 std::uint32_t Crc32(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count) {
   static const std::array<std::uint32_t, 256> table = [] {
@@ -56,6 +59,8 @@ struct Piece {
   std::uint32_t count;
   std::uint64_t end() const { return offset + count; }
 };
+
+constexpr Piece kMarking = {kStateFlagsOffset, kMark, sizeof kMark};
 
 struct Undo {
   std::uint64_t size = 0;
@@ -100,6 +105,10 @@ std::uint32_t SumUp(std::uint32_t sum, const Image& image, std::uint64_t start, 
     start += part;
   }
   return sum;
+}
+
+bool WriteRange(Target* target, const Piece& range) {
+  return range.count == 0 || target->Write(range.offset, range.bytes, range.count);
 }
 
 // Part of a container that a repair may have changed.
@@ -214,6 +223,7 @@ bool UndoFits(const std::vector<std::uint8_t>& file, const Image& image) {
   const std::vector<std::uint8_t> zeros(static_cast<std::size_t>(image.Size() - undo.size));
   Explain(&regions, {undo.size, zeros.data(), static_cast<std::uint32_t>(zeros.size())});
   for (const Piece& write : undo.writes) Explain(&regions, write);
+  Explain(&regions, kMarking);
   return std::all_of(regions.begin(), regions.end(), [](const Regions::value_type& region) {
     const std::vector<bool>& explained = region.second.explained;
     return std::find(explained.begin(), explained.end(), false) == explained.end();
@@ -236,10 +246,26 @@ bool ApplyPlan(const Plan& plan, Target* target) {
 bool ApplyUndo(const std::vector<std::uint8_t>& file, Target* target) {
   Undo undo;
   if (!ReadUndo(file, &undo)) return false;
+  const auto header = std::find_if(undo.ranges.begin(), undo.ranges.end(), [](const Piece& range) {
+    return range.offset <= kMarking.offset && range.end() >= kMarking.end();
+  });
+  // A repair that left the flags alone left the mark that was there.
+  const bool marks = header != undo.ranges.end();
+  if (marks && !(WriteRange(target, kMarking) && target->Flush())) return false;
+  Piece flags = kMarking;
   for (const Piece& range : undo.ranges) {
-    if (!target->Write(range.offset, range.bytes, range.count)) return false;
+    if (!marks || &range != &*header) {
+      if (!WriteRange(target, range)) return false;
+      continue;
+    }
+    const auto before = static_cast<std::uint32_t>(flags.offset - range.offset);
+    flags.bytes = range.bytes + before;
+    const Piece front = {range.offset, range.bytes, before};
+    const Piece rest = {flags.end(), flags.bytes + flags.count, range.count - before - flags.count};
+    if (!WriteRange(target, front) || !WriteRange(target, rest)) return false;
   }
-  return target->Flush() && target->Cut(undo.size) && target->Flush();
+  if (!target->Flush() || !target->Cut(undo.size) || !target->Flush()) return false;
+  return !marks || (WriteRange(target, flags) && target->Flush());
 }
 
 }  // namespace orba::inspect

@@ -55,9 +55,10 @@ bool UndoFits(const std::vector<std::uint8_t>& file, const Image& image);
 // the first call that fails; the container is then as far as it got, and can be repaired again or taken back.
 bool ApplyPlan(const Plan& plan, Target* target);
 
-// Puts back what an undo file holds and cuts the container to its old length. False, with nothing written, when the
-// file is no undo file or damaged; false as well when a write fails, and then it can be tried again. Whether the file
-// fits the container is for the caller to know: UndoFits.
+// Puts back what an undo file holds and cuts the container to its old length. From the first write until all is back
+// the container is marked as by a repair, with the same flushes, so that nobody mounts what is half the one and half
+// the other. False, with nothing written, when the file is no undo file or damaged; false as well when a write fails,
+// and then it can be tried again. Whether the file fits the container is for the caller to know: UndoFits.
 bool ApplyUndo(const std::vector<std::uint8_t>& file, Target* target);
 
 }  // namespace orba::inspect

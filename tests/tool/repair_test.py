@@ -38,7 +38,8 @@ class RepairHostTest(ToolTest):
         status, calls = self.host_calls("undo", "card.orb", "card.undo")
         self.assertEqual(status, 0)
         self.assertRegex("\n".join(calls) + "\n",
-                         r"^(write /card.orb\n)+sync /card.orb\ncut /card.orb\nsync /card.orb\n$")
+                         r"^write /card.orb\nsync /card.orb\n(write /card.orb\n)+sync /card.orb\n"
+                         r"cut /card.orb\nsync /card.orb\nwrite /card.orb\nsync /card.orb\n$")
         self.assertEqual(self.read("card.orb"), self.damaged)
 
     def test_an_undo_file_that_did_not_reach_the_disk_is_removed_and_nothing_changed(self):

@@ -125,6 +125,45 @@ TEST(Undo, itself_stopped_can_be_tried_again) {
   EXPECT_EQ(target.bytes, before);
 }
 
+// The header is in front of the flags and behind them, so its range is written in parts.
+TEST(Undo, stopped_at_any_write_the_container_stays_marked_and_it_can_be_tried_again) {
+  ImageBuilder image = Damaged();
+  image.Put32(40, 0);
+  const Bytes before = image.bytes();
+  const Plan plan = PlanFor(before);
+  const Bytes undo = MakeUndo(plan, MemoryImage(before));
+  const Bytes repaired = testimage::AfterWrites(plan, before, testimage::WriteCount(plan));
+  MemoryTarget whole(repaired);
+  ASSERT_TRUE(ApplyUndo(undo, &whole));
+  EXPECT_EQ(whole.bytes, before);
+  const std::size_t writes = whole.writes;
+  ASSERT_GT(writes, 4u);
+  EXPECT_EQ(whole.flushes, (std::vector<std::size_t>{1, writes - 1, writes - 1, writes}));
+  for (std::size_t done = 1; done < writes; ++done) {
+    MemoryTarget target(repaired);
+    target.refuse = done;
+    EXPECT_FALSE(ApplyUndo(undo, &target));
+    EXPECT_EQ(target.bytes[kStateFlagsOffset], kVolumeDirty | kRepairMark) << done;
+    EXPECT_TRUE(UndoFits(undo, MemoryImage(target.bytes))) << done;
+    target.refuse = ~std::size_t{0};
+    EXPECT_TRUE(ApplyUndo(undo, &target));
+    EXPECT_EQ(target.bytes, before) << done;
+  }
+}
+
+TEST(Undo, a_flush_fails_stops_there) {
+  const Bytes before = Damaged().bytes();
+  const Plan plan = PlanFor(before);
+  const Bytes undo = MakeUndo(plan, MemoryImage(before));
+  const Bytes repaired = testimage::AfterWrites(plan, before, testimage::WriteCount(plan));
+  for (std::size_t flush = 0; flush < 4; ++flush) {
+    MemoryTarget target(repaired);
+    target.refuseFlush = flush;
+    EXPECT_FALSE(ApplyUndo(undo, &target)) << flush;
+    EXPECT_EQ(target.flushes.size(), flush + 1);
+  }
+}
+
 TEST(Undo, any_byte_of_the_file_changed_or_missing_is_refused_and_nothing_written) {
   const Bytes before = Damaged().bytes();
   const Bytes undo = MakeUndo(PlanFor(before), MemoryImage(before));
