@@ -91,6 +91,7 @@ class ToolTest(unittest.TestCase):
 
     def setUp(self):
         self.maxDiff = None
+        self.last_run = None
         folder = tempfile.mkdtemp(prefix="orba-tool-", dir=os.environ.get("ORBA_SCRATCH"))
         self.folder = pathlib.Path(folder).resolve()  # as the system tells it of an open file
         self.addCleanup(shutil.rmtree, self.folder)
@@ -107,7 +108,8 @@ class ToolTest(unittest.TestCase):
             linux_alone("modes and limits that a process gives itself before the program starts")
         done = subprocess.run([*PROGRAM, *map(str, arguments)], input=stdin, capture_output=True, cwd=self.folder,
                               env=self.environment(environment), timeout=LIMIT, check=False, **options)
-        return Result(done.returncode, done.stdout, done.stderr)
+        self.last_run = arguments, Result(done.returncode, done.stdout, done.stderr)
+        return self.last_run[1]
 
     def ok(self, *arguments, **options):
         """One run that must succeed without a word on standard error; its standard output."""

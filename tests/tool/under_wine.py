@@ -10,7 +10,6 @@ Prints each test that fails, how many passed, and the tests about what Windows d
 kind. Exits with 1 when one failed. SCRATCH.tests lists them all.
 """
 import collections
-import io
 import multiprocessing
 import os
 import pathlib
@@ -37,12 +36,23 @@ def run(name):
 
 
 def judge(name):
-    result = unittest.TextTestRunner(stream=io.StringIO()).run(unittest.defaultTestLoader.loadTestsFromName(name))
-    if not result.wasSuccessful():
-        return "failed", "\n".join(report for _, report in result.failures + result.errors)
+    """Wine itself, under load, ends a program once in some ten thousand with status 1 and without a word, as orba never
+    ends where its output is read. The test is run again then; what is printed says so."""
+    again = ""
+    while True:
+        test, = tests_in(unittest.defaultTestLoader.loadTestsFromName(name))
+        result = unittest.TestResult()
+        test.run(result)
+        if result.wasSuccessful():
+            break
+        reports = [report for _, report in result.failures + result.errors]
+        arguments, last = test.last_run or ((), None)
+        if again or last is None or (last.status, last.raw, last.err) != (1, b"", ""):
+            return "failed", "\n".join([*reports, f"The last program: {arguments}: {last}"])
+        again = f"a program ended by Wine: {' '.join(map(str, arguments))}"
     if result.skipped:
         return "linux", result.skipped[0][1]
-    return "passed", ""
+    return "passed", again
 
 
 def main():
@@ -63,6 +73,8 @@ def main():
             print(f"{verdict:6} {seconds:6.1f} s  {name}", file=log, flush=True)
             if verdict == "failed":
                 print(f"FAILED {name}\n{report}", flush=True)
+            elif verdict == "passed" and report:
+                print(f"passed when run again: {name}: {report}", flush=True)
     counts = collections.Counter(verdict for _, verdict, *_ in results)
     reasons = collections.Counter(report for _, verdict, report, _ in results if verdict == "linux")
     print(f"orba.exe: {counts['passed']} tests passed, {counts['failed']} failed, {counts['linux']} are about what "
