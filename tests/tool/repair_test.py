@@ -100,6 +100,32 @@ class RepairHostTest(ToolTest):
         self.format("other.orb")
         self.put_text("other.orb:/KEEP", "healthy")
         other = self.read("other.orb")
+
+        def replace():
+            self.path("card.orb").rename(self.path("moved.orb"))
+            self.path("other.orb").rename(self.path("card.orb"))
+
+        self.assertEqual(self.repair_refused_after(replace),
+                         "orba: cannot write card.orb: another file has taken its place meanwhile\n"
+                         "      nothing was changed; try again\n")
+        self.assertEqual(self.read("card.orb"), other)
+        self.assertEqual(self.read("moved.orb"), self.damaged)
+        self.assertEqual(self.host_names(), ["card.orb", "moved.orb"])
+
+    def test_a_container_written_over_meanwhile_is_left_as_it_is_then(self):
+        linux_alone("a write to a file that a program has for itself")
+        self.format("other.orb")
+        self.put_text("other.orb:/KEEP", "healthy")
+        other = self.read("other.orb")
+        self.path("other.orb").unlink()
+        self.assertEqual(self.repair_refused_after(lambda: self.write("card.orb", other)),
+                         "orba: cannot write card.orb: another program has changed it meanwhile\n"
+                         "      nothing was changed; try again\n")
+        self.assertEqual(self.read("card.orb"), other)
+        self.assertEqual(self.host_names(), ["card.orb"])
+
+    def repair_refused_after(self, change):
+        """What a repair says that is to be refused, since something happens once it has planned and not yet written."""
         reader, writer = os.pipe()
         fill = bytes(fcntl.fcntl(writer, fcntl.F_GETPIPE_SZ))
         os.write(writer, fill)  # the plan cannot be said before this is read
@@ -107,16 +133,12 @@ class RepairHostTest(ToolTest):
                               stderr=subprocess.PIPE, cwd=self.folder, env=self.environment()) as process:
             os.close(writer)
             self.wait_until(lambda: self.state_of(process.pid) == "S" and self.syscall_of(process.pid) == "1")
-            self.path("card.orb").rename(self.path("moved.orb"))
-            self.path("other.orb").rename(self.path("card.orb"))
+            change()
             with open(reader, "rb") as output:
                 output.read()
             message = process.stderr.read().decode()
         self.assertEqual(process.returncode, 8)
-        self.assertIn("orba: cannot write card.orb: another file has taken its place meanwhile\n", message)
-        self.assertEqual(self.read("card.orb"), other)
-        self.assertEqual(self.read("moved.orb"), self.damaged)
-        self.assertEqual(self.host_names(), ["card.orb", "moved.orb"])
+        return message
 
     @staticmethod
     def state_of(process):

@@ -59,6 +59,7 @@ RawContainer::RawContainer(const std::string& path, Access access)
 }
 
 void RawContainer::Reread() {
+  read_ = host::StatusOf(file_.get());
   image_ = FileImage::Of(file_.get());
   if (image_ == nullptr) throw HostFailure("cannot read " + ShellWord(path_), errno);
   watched_ = std::make_unique<WatchedImage>(*image_);
@@ -66,8 +67,12 @@ void RawContainer::Reread() {
 
 inspect::Target* RawContainer::target() {
   if (refusal_ != 0) throw HostFailure("cannot write " + ShellWord(path_), refusal_);
-  if (host::StatusOf(path_).id != host::StatusOf(file_.get()).id) {
-    throw Failure("cannot write " + ShellWord(path_), "another file has taken its place meanwhile",
+  const host::Status now = host::StatusOf(file_.get());
+  const bool replaced = host::StatusOf(path_).id != now.id;
+  const bool changed = now.size != read_.size || now.changed != read_.changed || now.nanoseconds != read_.nanoseconds;
+  if (replaced || changed) {
+    throw Failure("cannot write " + ShellWord(path_),
+                  replaced ? "another file has taken its place meanwhile" : "another program has changed it meanwhile",
                   "nothing was changed; try again");
   }
   return &target_;

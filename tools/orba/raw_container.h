@@ -6,6 +6,7 @@
 #include <string>
 
 #include "inspect/container/image.h"
+#include "tools/orba/host/host.h"
 #include "tools/orba/host_file.h"
 #include "tools/orba/host_image.h"
 #include "tools/orba/host_target.h"
@@ -25,7 +26,8 @@ class RawContainer {
   const inspect::Image& image() const { return *watched_; }
   void Reread();
 
-  // What to write to. Throws a Failure where writing is not allowed, and where another file has taken the name.
+  // What to write to. Throws a Failure where writing is not allowed, where another file has taken the name, and where
+  // the container has changed since it was read: not every program asks for the lock.
   inspect::Target* target();
 
   const std::string& path() const { return path_; }
@@ -35,6 +37,7 @@ class RawContainer {
   int refusal_ = 0;  // why it is open for reading only
   Descriptor file_;
   HostTarget target_;
+  host::Status read_;  // when it was read
   std::unique_ptr<FileImage> image_;
   std::unique_ptr<inspect::Image> watched_;
 };

@@ -54,7 +54,8 @@ struct Status {
   Kind kind = Kind::kNothing;
   std::uint64_t size = 0;
   FileId id;
-  std::int64_t changed = 0;  // seconds since 1970
+  std::int64_t changed = 0;      // seconds since 1970
+  std::int64_t nanoseconds = 0;  // behind them; 0 where nobody can write to a file that another has for itself
 };
 
 // Of what the path leads to; kNothing with errno set where there is none or it cannot be asked.

@@ -34,7 +34,8 @@ Status Told(int result, const struct stat& status) {
   return {KindOf(status.st_mode),
           static_cast<std::uint64_t>(status.st_size),
           {status.st_dev, status.st_ino},
-          std::int64_t{status.st_mtim.tv_sec}};
+          std::int64_t{status.st_mtim.tv_sec},
+          std::int64_t{status.st_mtim.tv_nsec}};
 }
 
 }  // namespace
