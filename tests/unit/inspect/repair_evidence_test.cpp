@@ -189,6 +189,17 @@ TEST(RepairCopies, first_block_is_anothers_is_emptied_and_what_it_named_keeps_a_
   EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), expected);
 }
 
+TEST(RepairCopies, first_block_is_anothers_the_entries_of_the_second_stay) {
+  TwoDirectories image;
+  for (int i = 0; i < 40; ++i) image.AddFile(image.other, "G" + std::to_string(i), 1);
+  image.Copy(image.BlockOffset(image.MappedBlock(image.other, 0)), image.bytes(),
+             image.BlockOffset(image.MappedBlock(2, 0)), 1024);
+  const auto tree = Tree(Repaired(image.bytes()));
+  EXPECT_EQ(tree.count("/OTHER/F0"), 0u);
+  EXPECT_EQ(tree.count("/OTHER/G29"), 1u);  // the first in the second block
+  EXPECT_EQ(tree.count("/OTHER/G39"), 1u);
+}
+
 TEST(RepairCopies, copy_with_a_name_of_its_own_keeps_all_names) {
   TwoDirectories image;
   const std::uint64_t block = image.BlockOffset(image.MappedBlock(image.other, 0));

@@ -40,6 +40,24 @@ TEST(RepairSentence, name_in_lower_case_is_told_with_the_new_one) {
   EXPECT_EQ(Sentences(image), "renames \"b\" in /D (node 3) to \"B\"\n");
 }
 
+TEST(RepairSentence, header_is_told_with_its_layout) {
+  SmallWithC image;
+  image.Put32(0, 0);
+  EXPECT_EQ(Sentences(image), "writes the header anew, for blocks of 1024 bytes and a bitmap of 32 bytes\n");
+}
+
+TEST(RepairSentence, exchanged_entries_of_full_node_blocks_are_set_right_at_once) {
+  ImageBuilder image(1024, 32);
+  FillDirectory(&image, 49, Sizes::kZero);  // nodes 2 to 49
+  const std::uint32_t second = image.Get32(ImageBuilder::TableOffset(1));
+  const std::uint32_t third = image.Get32(ImageBuilder::TableOffset(2));
+  image.Put32(ImageBuilder::TableOffset(1), third);
+  image.Put32(ImageBuilder::TableOffset(2), second);
+  EXPECT_EQ(Sentences(image), "points table entry 1 at block " + std::to_string(second) + ", which holds its nodes\n" +
+                                  "points table entry 2 at block " + std::to_string(third) +
+                                  ", which holds its nodes\n");
+}
+
 TEST(RepairSentence, table_entries_in_a_row_are_one_action) {
   SmallWithC image;
   for (const std::uint32_t entry : {17u, 18u, 19u, 21u}) image.Put32(ImageBuilder::TableOffset(entry), 500 + entry);
