@@ -40,6 +40,17 @@ TEST(RepairSentence, name_in_lower_case_is_told_with_the_new_one) {
   EXPECT_EQ(Sentences(image), "renames \"b\" in /D (node 3) to \"B\"\n");
 }
 
+TEST(RepairSentence, step_that_drops_the_chain_says_so) {
+  testimage::WithChain<SmallWithC> image;
+  image.AddNode(0);
+  image.AppendToNode(7, Bytes(1024, 1));
+  image.SetSize(7, 1024);
+  EXPECT_EQ(Sentences(image),
+            "makes the directory /LOST.FND; drops the free chain for now\n"
+            "links node 7, which has 1024 bytes but no name, as /LOST.FND/NODE0007\n"
+            "builds the free chain anew: 3 blocks in 1 record\n");
+}
+
 TEST(RepairSentence, header_is_told_with_its_layout) {
   SmallWithC image;
   image.Put32(0, 0);
