@@ -213,7 +213,7 @@ std::optional<Promise> ForeseeRepair(const Image& image, const TimeStamp& now, R
     if (work.unreadable || watched.failed()) return std::nullopt;
     return promise;
   };
-  const std::optional<Promise> promise = foresee(std::move(checked), nullptr);
+  std::optional<Promise> promise = foresee(std::move(checked), nullptr);
   if (!promise.has_value() || promise->holds()) return promise;
   Report again = Check(watched);
   if (!Hopeless(again).empty()) return std::nullopt;
