@@ -35,7 +35,7 @@ EQUIVALENTS = pathlib.Path(__file__).parent / "equivalents.txt"
 MEMORY = 4 << 30  # bytes that a test may take, addresses that it only reserves apart
 TIMES = 5  # as much processor time as without the change, and SPARE seconds more, until a test counts as hanging
 SPARE = 10
-PATIENCE = 10  # seconds of the clock for each of the processor's: the machine may be busy
+PATIENCE = 60  # seconds of the clock for each of the processor's: the machine may be busy
 
 # Which tests could notice a change, the quick ones first: gtest programs by name, Python tests by path.
 PYTHON = ["tests/tool/check_test.py", "tests/tool/picture_test.py", "tests/tool/repair_test.py",
