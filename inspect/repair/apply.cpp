@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <iterator>
 
 #include "inspect/container/fields.h"
 
@@ -107,9 +108,7 @@ std::uint32_t SumUp(std::uint32_t sum, const Image& image, std::uint64_t start, 
   return sum;
 }
 
-bool WriteRange(Target* target, const Piece& range) {
-  return range.count == 0 || target->Write(range.offset, range.bytes, range.count);
-}
+bool WriteRange(Target* target, const Piece& range) { return target->Write(range.offset, range.bytes, range.count); }
 
 // Part of a container that a repair may have changed.
 struct Region {
@@ -253,16 +252,16 @@ bool ApplyUndo(const std::vector<std::uint8_t>& file, Target* target) {
   const bool marks = header != undo.ranges.end();
   if (marks && !(WriteRange(target, kMarking) && target->Flush())) return false;
   Piece flags = kMarking;
-  for (const Piece& range : undo.ranges) {
-    if (!marks || &range != &*header) {
-      if (!WriteRange(target, range)) return false;
-      continue;
-    }
-    const auto before = static_cast<std::uint32_t>(flags.offset - range.offset);
-    flags.bytes = range.bytes + before;
-    const Piece front = {range.offset, range.bytes, before};
-    const Piece rest = {flags.end(), flags.bytes + flags.count, range.count - before - flags.count};
-    if (!WriteRange(target, front) || !WriteRange(target, rest)) return false;
+  std::vector<std::uint8_t> marked;  // the header with the mark
+  if (marks) {
+    const auto at = static_cast<std::ptrdiff_t>(kMarking.offset - header->offset);
+    flags.bytes = header->bytes + at;
+    marked.assign(header->bytes, header->bytes + header->count);
+    std::copy(std::begin(kMark), std::end(kMark), marked.begin() + at);
+  }
+  for (auto range = undo.ranges.begin(); range != undo.ranges.end(); ++range) {
+    const std::uint8_t* const bytes = marks && range == header ? marked.data() : range->bytes;
+    if (!WriteRange(target, {range->offset, bytes, range->count})) return false;
   }
   if (!target->Flush() || !target->Cut(undo.size) || !target->Flush()) return false;
   return !marks || (WriteRange(target, flags) && target->Flush());

@@ -160,7 +160,6 @@ Promise Mend(RepairWork* work, const Image& before, const std::vector<Loss>* los
 Plan Draft(const Image& image, const TimeStamp& now, Report before, const std::vector<Loss>* losses) {
   Plan plan;
   plan.before = std::move(before);
-  plan.possible = true;
   RepairWork work(image, now, plan.before);
   plan.promise = Mend(&work, image, losses);
   if (!work.report.IsClean()) {

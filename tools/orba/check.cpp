@@ -137,7 +137,7 @@ Run DefineCheck(Syntax* syntax) {
   syntax->Flag("-q,--quiet", &options->quiet, "the exit status alone, also with --json");
   DefineJobs(syntax, &options->jobs);
   syntax->Many("CONTAINER", &options->operands);
-  return [options] { return AsFsck([&] { return RunCheck(*options); }); };
+  return [options] { return StatusOf(kCouldNotWork, [&] { return RunCheck(*options); }); };
 }
 
 }  // namespace

@@ -32,9 +32,4 @@ auto Watched(const char* label, bool quiet, const Work& work) {
   return work();
 }
 
-template <typename Work>
-int AsFsck(const Work& work) {
-  return StatusOf(kCouldNotWork, work);
-}
-
 }  // namespace orba::tool

@@ -222,7 +222,7 @@ Run DefineRepair(Syntax* syntax) {
   syntax->Flag("--json", &options->json, "one JSON object: the plan, its promise, and what became of it");
   syntax->Flag("-q,--quiet", &options->quiet, "the exit status alone, also with --json");
   syntax->One("CONTAINER", &options->container);
-  return [options] { return AsFsck([&] { return RunRepair(*options); }); };
+  return [options] { return StatusOf(kCouldNotWork, [&] { return RunRepair(*options); }); };
 }
 
 // ---- undo -----------------------------------------------------------------------------------------------------------

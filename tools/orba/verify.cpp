@@ -63,7 +63,6 @@ Run DefineManifest(Syntax* syntax) {
 
 // ---- verify ---------------------------------------------------------------------------------------------------------
 
-// What verify exits with, beside kSuccess and kUsage: as diff does.
 struct VerifyOptions {
   std::vector<std::string> operands;  // containers, or places in them, and the reference
   std::uint32_t jobs = 0;

@@ -125,7 +125,7 @@ TEST(Undo, itself_stopped_can_be_tried_again) {
   EXPECT_EQ(target.bytes, before);
 }
 
-// The header is in front of the flags and behind them, so its range is written in parts.
+// The header comes back with the mark in it.
 TEST(Undo, stopped_at_any_write_the_container_stays_marked_and_it_can_be_tried_again) {
   ImageBuilder image = Damaged();
   image.Put32(40, 0);

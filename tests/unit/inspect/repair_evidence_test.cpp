@@ -41,40 +41,23 @@ struct Forty : ImageBuilder {
   }
 };
 
-TEST(RepairStrays, exchanged_sectors_every_record_returns_to_its_slot) {
+// Exchanges the bytes from one node's record on with those from the other's on.
+void ExpectAllReturns(std::uint16_t one, std::uint16_t other, std::size_t count) {
   Forty image;
   const auto sound = Tree(image.bytes());
-  image.Exchange(image.NodeOffset(17), image.NodeOffset(33), 512);
+  image.Exchange(image.NodeOffset(one), image.NodeOffset(other), count);
   EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
 }
 
-TEST(RepairStrays, exchanged_sectors_of_one_block_every_record_returns_to_its_slot) {
-  Forty image;
-  const auto sound = Tree(image.bytes());
-  image.Exchange(image.NodeOffset(17), image.NodeOffset(25), 512);
-  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
-}
+TEST(RepairStrays, exchanged_sectors_every_record_returns_to_its_slot) { ExpectAllReturns(17, 33, 512); }
 
-TEST(RepairStrays, exchanged_sectors_with_root_and_directory_all_comes_back) {
-  Forty image;
-  const auto sound = Tree(image.bytes());
-  image.Exchange(image.NodeOffset(1), image.NodeOffset(17), 512);
-  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
-}
+TEST(RepairStrays, exchanged_sectors_of_one_block_every_record_returns_to_its_slot) { ExpectAllReturns(17, 25, 512); }
 
-TEST(RepairStrays, exchanged_records_with_names_return) {
-  Forty image;
-  const auto sound = Tree(image.bytes());
-  image.Exchange(image.NodeOffset(5), image.NodeOffset(40), 64);
-  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
-}
+TEST(RepairStrays, exchanged_sectors_with_root_and_directory_all_comes_back) { ExpectAllReturns(1, 17, 512); }
 
-TEST(RepairStrays, exchanged_records_that_are_the_last_of_their_blocks_return) {
-  Forty image;
-  const auto sound = Tree(image.bytes());
-  image.Exchange(image.NodeOffset(16), image.NodeOffset(32), 64);
-  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
-}
+TEST(RepairStrays, exchanged_records_with_names_return) { ExpectAllReturns(5, 40, 64); }
+
+TEST(RepairStrays, exchanged_records_that_are_the_last_of_their_blocks_return) { ExpectAllReturns(16, 32, 64); }
 
 // While a record lies in the slot of a free node, nothing else tells that its file's block is in use.
 TEST(RepairStrays, block_listed_as_free_by_mistake_is_not_taken_before_its_records_return) {
