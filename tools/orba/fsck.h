@@ -1,5 +1,4 @@
-// What the commands for damage share: they exit as fsck does, and print reports and long lists. Stands on failure,
-// terminal and inspect/.
+// What the commands for damage share: reports, and progress through long ones. Stands on failure, terminal and inspect/.
 #pragma once
 
 #include <string>
