@@ -1,4 +1,5 @@
-// What the commands for damage share: reports, and progress through long ones. Stands on failure, terminal and inspect/.
+// What the commands for damage share: reports, long lists and signs of progress. Stands on failure, terminal and
+// inspect/.
 #pragma once
 
 #include <string>
