@@ -21,6 +21,7 @@ using testimage::FillDirectory;
 using testimage::ImageBuilder;
 using testimage::Pattern;
 using testimage::Sizes;
+using testimage::Small;
 using testimage::SmallWithC;
 using testimage::Tree;
 using testimage::WithChain;
