@@ -22,21 +22,20 @@ constexpr Pass kPasses[] = {
 // Far more rounds than any damage takes; a guard against passes that undo each other.
 constexpr int kMostRounds = 100;
 
+// Runs the passes up to the first that changes something, and tells whether there was one.
 bool RunRound(RepairWork* work) {
-  work->Recheck();
-  if (work->unreadable || work->report.IsClean()) return false;
-  for (const Pass pass : kPasses) {
+  return std::any_of(std::begin(kPasses), std::end(kPasses), [work](Pass pass) {
     pass(work);
-    if (work->changed) return true;
-  }
-  return false;
+    return work->changed;
+  });
 }
 
 void MakeClean(RepairWork* work) {
-  for (int round = 0; round < kMostRounds; ++round) {
-    if (!RunRound(work)) break;
-  }
   work->Recheck();
+  for (int round = 0; round < kMostRounds; ++round) {
+    if (work->unreadable || work->report.IsClean() || !RunRound(work)) return;
+    work->Recheck();
+  }
 }
 
 // Notes a failure to read what the check before the repair has read.
@@ -47,7 +46,7 @@ class WatchedImage : public Image {
   std::uint64_t Size() const override { return base_.Size(); }
   bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
     if (base_.Read(offset, out, count)) return true;
-    failed_ |= offset <= Size() && count <= Size() - offset;
+    if (offset + count <= Size()) failed_ = true;
     return false;
   }
 
@@ -71,16 +70,16 @@ Promise Judge(const RepairWork& work, const Image& before) {
 
 // Where what is in use ends.
 std::uint64_t EndOfUse(const Model& model) {
-  std::size_t block = model.blocks.size() - 1;
-  while (block > 0 && model.blocks[block].use == BlockUse::kNothing) --block;
-  return model.geometry.BlockOffset(static_cast<std::uint32_t>(block) + 1);
+  const std::vector<BlockInfo>& blocks = model.blocks;
+  const auto last = std::find_if(blocks.rbegin(), blocks.rend(),
+                                 [](const BlockInfo& block) { return block.use != BlockUse::kNothing; });
+  return model.geometry.BlockOffset(static_cast<std::uint32_t>(blocks.rend() - last));
 }
 
 // A plan only adds; what must be taken off the end is for a person to say.
 std::string TooLong(const Report& report) {
   const std::string what = "the container has 2^31 bytes or more, and repair takes nothing off its end; ";
-  if (report.Count(Severity::kDamage) > report.Count(Kind::kContainerLong) ||
-      report.Count(Severity::kInterrupted) > 0) {
+  if (report.Count(Severity::kDamage) + report.Count(Severity::kInterrupted) > report.Count(Kind::kContainerLong)) {
     return what + "it is damaged as well: recover what it holds";
   }
   return what + "cut it to " + to_string(EndOfUse(report.model)) + " bytes, where what is in use ends";
@@ -237,7 +236,7 @@ std::string ToText(const Plan& plan) {
 RepairWork::RepairWork(const Image& from, const TimeStamp& time, Report checked)
     : image(from), now(time), report(std::move(checked)) {
   marked = model().header.stateFlags == kVolumeDirty;
-  budget = geometry().blocks + 1024u;
+  ResetBudget();
   for (const BlockInfo& block : model().blocks) {
     wasFree.push_back(block.use == BlockUse::kFree || block.use == BlockUse::kChainRecord);
   }
@@ -254,7 +253,7 @@ Action& RepairWork::Begin(ActionKind kind, std::uint16_t node) {
   Action& action = actions.back();
   action.kind = kind;
   action.node = node;
-  if (node != 0 && keepsActions) action.path = PathOf(model(), node);
+  if (keepsActions) action.path = PathOf(model(), node);
   return action;
 }
 
@@ -308,7 +307,7 @@ OrbNodeRecord RepairWork::GetNode(std::uint16_t number) const {
 
 std::vector<std::uint8_t> RepairWork::GetBlock(std::uint32_t block) const {
   std::vector<std::uint8_t> bytes(geometry().blockSize);
-  if (!image.Read(geometry().BlockOffset(block), bytes.data(), bytes.size())) bytes.assign(bytes.size(), 0);
+  image.Read(geometry().BlockOffset(block), bytes.data(), bytes.size());
   return bytes;
 }
 
@@ -333,13 +332,13 @@ std::uint32_t RepairWork::Take(const std::vector<std::uint8_t>& contents) {
   std::uint32_t block = kNoBlock;
   if (!careful) {
     DropChain(this);
-    block = NextLoose(&nextFree_, false);
+    block = NextLoose(&round_.nextFree, false);
   }
   if (block == kNoBlock) {
     const std::uint64_t size = std::max<std::uint64_t>(image.Size(), geometry().dataOffset);
     block = static_cast<std::uint32_t>((size - geometry().dataOffset) / geometry().blockSize + 1);
     if (geometry().BlockOffset(block) + geometry().blockSize >= kContainerLimit) {
-      block = careful ? kNoBlock : NextLoose(&nextLost_, true);
+      block = careful ? kNoBlock : NextLoose(&round_.nextLost, true);
     }
     if (block == kNoBlock) return kNoBlock;
   }
@@ -348,6 +347,8 @@ std::uint32_t RepairWork::Take(const std::vector<std::uint8_t>& contents) {
   return block;
 }
 
+void RepairWork::ResetBudget() { budget = geometry().blocks + 1024u; }
+
 std::uint32_t RepairWork::TakeForCopy(const std::vector<std::uint8_t>& contents) {
   constexpr std::uint64_t kFew = 64;  // a directory, map blocks
   const std::uint64_t reserve = model().nodes.size() / geometry().entriesPerBlock() + kFew;
@@ -355,8 +356,8 @@ std::uint32_t RepairWork::TakeForCopy(const std::vector<std::uint8_t>& contents)
 }
 
 std::uint32_t RepairWork::FindDirectoryBlock(std::uint16_t number) {
-  if (!directoryBlocksRead_) {
-    directoryBlocksRead_ = true;
+  if (!round_.directoryBlocksRead) {
+    round_.directoryBlocksRead = true;
     for (const bool lost : {true, false}) {  // what a deleted directory left does not come first
       for (std::uint32_t block = 1; block < model().blocks.size(); ++block) {
         std::uint8_t bytes[2 * kDirEntrySize];
@@ -364,39 +365,39 @@ std::uint32_t RepairWork::FindDirectoryBlock(std::uint16_t number) {
         if (!image.Read(geometry().BlockOffset(block), bytes, sizeof bytes)) continue;
         const OrbDirEntry self = DecodeEntry(bytes);
         if (NameOf(self) == "." && NameOf(DecodeEntry(bytes + kDirEntrySize)) == "..") {
-          directoryBlocks_.emplace(self.node, block);
+          round_.directoryBlocks.emplace(self.node, block);
         }
       }
     }
   }
-  const auto found = directoryBlocks_.find(number);
-  return found == directoryBlocks_.end() ? kNoBlock : found->second;
+  const auto found = round_.directoryBlocks.find(number);
+  return found == round_.directoryBlocks.end() ? kNoBlock : found->second;
 }
 
 // In a careful repair nodes are free beyond doubt: their records are there, and empty.
 bool RepairWork::CanTake(const NodeInfo& node) const {
   if (node.state != NodeState::kFree) return false;
   const OrbNodeRecord& record = node.record;
-  return !careful || (node.offset != 0 && record.signature == kNodeSignature && record.number == node.number &&
-                      record.size == 0 && record.direct[0] == kNoBlock && referred_.count(node.number) == 0);
+  return !careful || (record.signature == kNodeSignature && record.number == node.number && record.size == 0 &&
+                      record.direct[0] == kNoBlock && round_.referred.count(node.number) == 0);
 }
 
 bool RepairWork::IsNodeLeft() {
-  if (careful && referred_.empty()) {
+  if (careful && round_.referred.empty()) {
     for (const NodeInfo& directory : model().nodes) {
-      for (const Entry& entry : directory.entries) referred_.insert(entry.record.node);
+      for (const Entry& entry : directory.entries) round_.referred.insert(entry.record.node);
     }
   }
-  while (nextNode_ < model().nodes.size() && !CanTake(model().nodes[nextNode_])) ++nextNode_;
-  return nextNode_ < model().nodes.size() && nextNode_ <= model().bits();
+  while (round_.nextNode < model().nodes.size() && !CanTake(model().nodes[round_.nextNode])) ++round_.nextNode;
+  return round_.nextNode < model().nodes.size();
 }
 
 RepairWork::NewNode RepairWork::TakeNode() {
   if (!IsNodeLeft()) return {};
   const std::uint32_t perBlock = geometry().nodesPerBlock();
-  const std::uint32_t index = (nextNode_ - 1) / perBlock;
+  const std::uint32_t index = (round_.nextNode - 1) / perBlock;
   std::uint32_t block = model().table[index];
-  if (block == kNoBlock) block = nodeBlocks_[index];
+  if (block == kNoBlock) block = round_.nodeBlocks[index];
   if (block == kNoBlock) {
     std::vector<std::uint8_t> bytes(geometry().blockSize);
     for (std::uint32_t i = 0; i < perBlock; ++i) {
@@ -405,9 +406,9 @@ RepairWork::NewNode RepairWork::TakeNode() {
     block = Take(bytes);
     if (block == kNoBlock) return {};
     PutWord(TableEntryOffset(index), block);
-    nodeBlocks_[index] = block;
+    round_.nodeBlocks[index] = block;
   }
-  const auto number = static_cast<std::uint16_t>(nextNode_++);
+  const auto number = static_cast<std::uint16_t>(round_.nextNode++);
   return {number, geometry().NodeOffset(block, (number - 1) % perBlock)};
 }
 
@@ -415,16 +416,10 @@ void RepairWork::Recheck() {
   if (changed) {
     report = {};  // not two at a time in memory
     report = Check(image);
-    unreadable |= !report.readable;
+    unreadable = !report.readable;
   }
   changed = false;
-  nextFree_ = 1;
-  nextLost_ = 1;
-  nextNode_ = 1;
-  nodeBlocks_.clear();
-  referred_.clear();
-  directoryBlocks_.clear();
-  directoryBlocksRead_ = false;
+  round_ = {};
 }
 
 void DropChain(RepairWork* work) {

@@ -141,7 +141,7 @@ void KeepCopies(RepairWork* work, const Image& before, const std::vector<Loss>& 
     lost = FindLostFound(work->model());
   }
   if (lost.number == 0) return;
-  work->budget = work->geometry().blocks + 1024u;
+  work->ResetBudget();
   Names names = NamesIn(work->model().nodes[lost.number]);
   std::set<std::uint16_t> copied;  // one copy stands for all names of a node
   for (const Loss& loss : losses) {

@@ -46,7 +46,7 @@ struct RepairWork {
 
   // ---- Reading the image as it is now
   OrbNodeRecord GetNode(std::uint16_t number) const;
-  std::vector<std::uint8_t> GetBlock(std::uint32_t block) const;  // zeros where it cannot be read
+  std::vector<std::uint8_t> GetBlock(std::uint32_t block) const;  // zeros beyond the end
 
   // ---- Taking blocks. A block is taken by writing it; 0 when there is none left to take. Free blocks come first, then
   // new ones at the container's end. Lost ones are spared as long as they can be: what they hold may still be wanted.
@@ -54,6 +54,7 @@ struct RepairWork {
   // Blocks that may still be taken: repair does not blow a container up without end. Copies of contents leave a reserve
   // for what names need.
   std::uint64_t budget = 0;
+  void ResetBudget();  // as many as there are blocks in this round's model, and some more
   std::uint32_t TakeForCopy(const std::vector<std::uint8_t>& contents);
 
   // The slot of a map names a block that can be one of its block-map blocks.
@@ -97,15 +98,21 @@ struct RepairWork {
   // The lowest loose block from `*next` on that is lost, or is not; 0 when there is none.
   std::uint32_t NextLoose(std::uint32_t* next, bool lost) const;
 
-  bool wrote_ = false;  // something belongs to the last action
-  std::uint32_t nextFree_ = 1;
-  std::uint32_t nextLost_ = 1;
-  std::uint32_t nextNode_ = 1;
-  std::unordered_set<std::uint16_t> referred_;  // by entries
   bool CanTake(const NodeInfo& node) const;
-  std::map<std::uint32_t, std::uint32_t> nodeBlocks_;  // made in this round, by their table entries
-  std::unordered_map<std::uint16_t, std::uint32_t> directoryBlocks_;
-  bool directoryBlocksRead_ = false;
+
+  bool wrote_ = false;  // something belongs to the last action
+
+  // What was taken and looked up in this round.
+  struct Round {
+    std::uint32_t nextFree = 1;
+    std::uint32_t nextLost = 1;
+    std::uint32_t nextNode = kRootNode + 1;
+    std::unordered_set<std::uint16_t> referred;         // by entries
+    std::map<std::uint32_t, std::uint32_t> nodeBlocks;  // new ones, by their table entries
+    std::unordered_map<std::uint16_t, std::uint32_t> directoryBlocks;
+    bool directoryBlocksRead = false;
+  };
+  Round round_;
 };
 
 // A pass changes what it finds wrong, or nothing. In this order:

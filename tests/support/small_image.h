@@ -1,8 +1,10 @@
 // The containers that most tests of the inspection begin with.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "inspect/container/image.h"
@@ -42,6 +44,20 @@ inline std::uint16_t FillDirectory(ImageBuilder* image, std::uint32_t entries, S
   }
   return directory;
 }
+
+// The container at its beginning, then zeros up to its length.
+struct LongImage : orba::inspect::MemoryImage {
+  LongImage(const Bytes& bytes, std::uint64_t length) : MemoryImage(bytes), size(length) {}
+  std::uint64_t Size() const override { return size; }
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    if (offset > size || count > size - offset) return false;
+    std::memset(out, 0, count);
+    const std::uint64_t end = MemoryImage::Size();
+    if (offset >= end) return true;
+    return MemoryImage::Read(offset, out, static_cast<std::size_t>(std::min<std::uint64_t>(count, end - offset)));
+  }
+  std::uint64_t size;
+};
 
 // Counts the bytes that are read.
 struct Counting : orba::inspect::MemoryImage {

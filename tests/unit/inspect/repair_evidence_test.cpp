@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <string>
 
 #include "inspect/container/patched_image.h"
@@ -18,6 +17,7 @@ namespace {
 
 using testimage::Bytes;
 using testimage::ImageBuilder;
+using testimage::LongImage;
 using testimage::Repaired;
 using testimage::RepairedFromEveryStop;
 using testimage::Tree;
@@ -81,24 +81,11 @@ TEST(RepairStrays, once_its_records_are_back_free_blocks_are_taken_again) {
   EXPECT_EQ(repaired.size(), image.bytes().size() + 1024);  // the node block alone
 }
 
-// The container at its beginning, then zeros up to the length from which on nothing can be appended.
-struct FullImage : MemoryImage {
-  using MemoryImage::MemoryImage;
-  std::uint64_t Size() const override { return kContainerLimit - 1; }
-  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-    if (offset > Size() || count > Size() - offset) return false;
-    std::memset(out, 0, count);
-    const std::uint64_t end = MemoryImage::Size();
-    if (offset >= end) return true;
-    return MemoryImage::Read(offset, out, static_cast<std::size_t>(std::min<std::uint64_t>(count, end - offset)));
-  }
-};
-
 TEST(RepairStrays, no_room_for_a_new_node_block_records_return_in_place) {
   Forty image(8192);
   const auto sound = Tree(image.bytes());
   image.Exchange(image.NodeOffset(17), image.NodeOffset(33), 512);
-  const FullImage full(image.bytes());
+  const LongImage full(image.bytes(), kContainerLimit - 1);
   const Plan plan = PlanRepair(full, testimage::kRepairTime);
   EXPECT_TRUE(plan.IsComplete()) << ToText(plan);
   PatchedImage repaired(full);

@@ -49,6 +49,10 @@ TEST(RepairSentence, step_that_drops_the_chain_says_so) {
             "makes the directory /LOST.FND; drops the free chain for now\n"
             "links node 7, which has 1024 bytes but no name, as /LOST.FND/NODE0007\n"
             "builds the free chain anew: 3 blocks in 1 record\n");
+  const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
+  const Write& first = plan.actions[1].writes[0];  // before one of the chain's blocks is written
+  EXPECT_EQ(first.offset, 48u);
+  EXPECT_EQ(first.bytes, Bytes(4));
 }
 
 TEST(RepairSentence, header_is_told_with_its_layout) {

@@ -47,11 +47,6 @@ std::string PathsOf(const Files& files) {
 #define EXPECT_FILES(files, expected) \
   EXPECT_TRUE((files) == (expected)) << PathsOf(files) << "instead of " << PathsOf(expected)
 
-TEST(ForeseeRepair, container_without_a_layout_has_no_promise) {
-  const MemoryImage image(Bytes(50000, 7));
-  EXPECT_FALSE(ForeseeRepair(image, testimage::kRepairTime, Check(image)).has_value());
-}
-
 // ---- Nothing, and the mark alone ------------------------------------------------------------------------------------
 
 TEST(RepairNothing, clean_container_plan_is_empty) {
@@ -84,90 +79,6 @@ TEST(RepairMark, damage_without_mark_mark_first_and_last) {
   EXPECT_EQ(plan.actions[0].writes[0].bytes, (Bytes{kVolumeDirty | kRepairMark, 0, 0, 0}));
   EXPECT_EQ(plan.actions[2].writes[0].offset, 52u);
   EXPECT_EQ(plan.actions[2].writes[0].bytes, (Bytes{0, 0, 0, 0}));
-}
-
-TEST(RepairImpossible, no_layout_says_so) {
-  const Plan plan = PlanRepair(MemoryImage(Bytes(50000, 7)), testimage::kRepairTime);
-  EXPECT_FALSE(plan.possible);
-  EXPECT_FALSE(plan.problem.empty());
-  EXPECT_EQ(plan.actions.size(), 0u);
-}
-
-TEST(RepairImpossible, host_cannot_read_says_so) {
-  struct BadSector : MemoryImage {
-    using MemoryImage::MemoryImage;
-    bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-      return offset + count <= 3000 && MemoryImage::Read(offset, out, count);
-    }
-  };
-  EXPECT_FALSE(PlanRepair(BadSector(SmallWithC().bytes()), testimage::kRepairTime).possible);
-}
-
-// The host reads so many times, then no more.
-struct Failing : MemoryImage {
-  Failing(const Bytes& bytes, std::size_t times) : MemoryImage(bytes), left(times) {}
-  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-    if (left == 0 || !MemoryImage::Read(offset, out, count)) return false;
-    --left;
-    return true;
-  }
-  mutable std::size_t left;
-};
-
-TEST(RepairImpossible, host_fails_to_read_what_it_has_read_plans_nothing) {
-  constexpr std::size_t kMany = 1u << 30;
-  SmallWithC image;
-  image.Put8(image.NodeOffset(2), 'X');
-  const Failing sound(image.bytes(), kMany);
-  ASSERT_TRUE(PlanRepair(sound, testimage::kRepairTime).IsComplete());
-  const std::size_t reads = kMany - sound.left;
-  for (std::size_t times = 0; times < reads; ++times) {
-    const Plan plan = PlanRepair(Failing(image.bytes(), times), testimage::kRepairTime);
-    EXPECT_FALSE(plan.possible) << times;
-    EXPECT_FALSE(plan.problem.empty()) << times;
-    EXPECT_EQ(plan.actions.size(), 0u) << times;
-  }
-}
-
-// The container at its beginning, then zeros up to its length.
-struct LongImage : MemoryImage {
-  LongImage(const Bytes& bytes, std::uint64_t length) : MemoryImage(bytes), whole(bytes.size()), size(length) {}
-  std::uint64_t Size() const override { return size; }
-  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-    if (offset > size || count > size - offset) return false;
-    std::memset(out, 0, count);
-    if (offset >= whole) return true;
-    return MemoryImage::Read(offset, out, static_cast<std::size_t>(std::min<std::uint64_t>(count, whole - offset)));
-  }
-  std::uint64_t whole, size;
-};
-
-TEST(RepairImpossible, container_too_long_says_where_to_cut_and_plans_nothing) {
-  const SmallWithC image;
-  const Plan plan = PlanRepair(LongImage(image.bytes(), 0x80000000), testimage::kRepairTime);
-  EXPECT_FALSE(plan.possible);
-  EXPECT_EQ(plan.actions.size(), 0u);
-  EXPECT_NE(plan.problem.find("cut it to " + std::to_string(image.bytes().size()) + " bytes"), std::string::npos)
-      << plan.problem;
-}
-
-TEST(RepairImpossible, container_too_long_and_damaged_advises_recovery) {
-  SmallWithC image;
-  image.Put8(image.NodeOffset(2), 'X');
-  const Plan plan = PlanRepair(LongImage(image.bytes(), 0x80000000), testimage::kRepairTime);
-  EXPECT_FALSE(plan.possible);
-  EXPECT_EQ(plan.actions.size(), 0u);
-  EXPECT_NE(plan.problem.find("recover what it holds"), std::string::npos) << plan.problem;
-}
-
-TEST(RepairImpossible, container_ends_before_its_data_says_that_nothing_can_be_saved) {
-  for (const std::size_t size : {0u, 500u, 1024u, 1055u}) {
-    const SmallWithC image;
-    const Plan plan = PlanRepair(MemoryImage({image.bytes().begin(), image.bytes().begin() + static_cast<long>(size)}),
-                                 testimage::kRepairTime);
-    EXPECT_FALSE(plan.possible) << size;
-    EXPECT_NE(plan.problem.find("nothing of what it held can be saved"), std::string::npos) << plan.problem;
-  }
 }
 
 TEST(RepairLength, nothing_is_left_of_the_data_plan_says_so) {
