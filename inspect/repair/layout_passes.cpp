@@ -226,8 +226,8 @@ bool IsCopyOfAnother(const Model& model, const NodeInfo& node) {
   const std::uint16_t other = node.record.number;
   if (node.record.signature != kNodeSignature || other == node.number || !model.IsNode(other)) return false;
   const OrbNodeRecord& record = model.nodes[other].record;
-  return model.nodes[other].offset != 0 && record.signature == kNodeSignature && record.number == other &&
-         record.direct[0] != kNoBlock && std::equal(record.direct, record.direct + kDirectBlocks, node.record.direct) &&
+  return record.signature == kNodeSignature && record.number == other && record.direct[0] != kNoBlock &&
+         std::equal(record.direct, record.direct + kDirectBlocks, node.record.direct) &&
          record.indirect == node.record.indirect && record.doubleIndirect == node.record.doubleIndirect;
 }
 
@@ -250,7 +250,6 @@ void FixSlots(RepairWork* work) {
       OrbNodeRecord record = EmptyNode(kRootNode);
       record.attributes = kRootAttributes;
       record.time = work->now;
-      record.time.reserved = 0;
       work->Begin(ActionKind::kSignSlot, kRootNode);
       work->PutNode(kRootNode, record);
     }
@@ -306,7 +305,6 @@ void FixRoot(RepairWork* work) {
   OrbNodeRecord record = EmptyNode(kRootNode);
   record.attributes = kRootAttributes;
   record.time = work->now;
-  record.time.reserved = 0;
   record.size = block != kNoBlock ? work->geometry().blockSize : 2 * kDirEntrySize;
   work->Begin(block != kNoBlock ? ActionKind::kMakeRootRecord : ActionKind::kMakeRoot).block = block;
   if (block == kNoBlock) block = work->Take(NewDirectoryBlock(work->geometry(), kRootNode, kRootNode));

@@ -13,6 +13,14 @@ namespace orba::inspect {
 
 namespace {
 
+std::vector<std::uint32_t> FindLostBlocks(const RepairWork& work) {
+  std::vector<std::uint32_t> lost;
+  for (std::uint32_t block = 1; block < work.model().blocks.size(); ++block) {
+    if (work.IsLost(block)) lost.push_back(block);
+  }
+  return lost;
+}
+
 // ---- Directories without a record -----------------------------------------------------------------------------------
 
 // Every name as directory and node.
@@ -41,11 +49,12 @@ bool IsLostNode(const NodeInfo& node) {
 Directories FindDirectories(const RepairWork& work) {
   const Model& model = work.model();
   Directories found;
-  if (work.report.totals.leakedBlocks == 0) return found;
+  const std::vector<std::uint32_t> lost = FindLostBlocks(work);
+  if (lost.empty()) return found;
   const Names names = FindNames(model);
-  for (std::uint32_t block = 1; block < model.blocks.size(); ++block) {
+  for (const std::uint32_t block : lost) {
     std::uint8_t bytes[3 * kDirEntrySize];
-    if (!work.IsLost(block) || !work.image.Read(work.geometry().BlockOffset(block), bytes, sizeof bytes)) continue;
+    if (!work.image.Read(work.geometry().BlockOffset(block), bytes, sizeof bytes)) continue;
     const OrbDirEntry self = DecodeEntry(bytes);
     const OrbDirEntry up = DecodeEntry(bytes + kDirEntrySize);
     if (NameOf(self) != "." || NameOf(up) != ".." || self.node == kRootNode || !model.IsNode(self.node)) continue;
@@ -60,10 +69,8 @@ Directories FindDirectories(const RepairWork& work) {
 
 OrbNodeRecord DirectoryRecord(const RepairWork& work, std::uint16_t number, std::uint32_t block) {
   OrbNodeRecord record = EmptyNode(number);
-  if (block == kNoBlock) return record;
   record.attributes = ORB_NODE_DIRECTORY;
   record.time = work.now;
-  record.time.reserved = 0;
   record.size = work.geometry().blockSize;  // FixDirectorySizes cuts the empty places off
   record.direct[0] = block;
   return record;
@@ -79,15 +86,18 @@ void MakeNodeBlock(RepairWork* work, std::uint32_t index, const Directories& dir
     const auto number = static_cast<std::uint16_t>(geometry.firstNode(index) + i);
     const auto found = directories.find(number);
     const bool lost = work->model().IsNode(number) && work->model().nodes[number].state == NodeState::kLost;
-    if (found == directories.end() && lost && number != kRootNode) bits.emplace_back(number, true);
-    if (found != directories.end() && !lost) bits.emplace_back(number, false);
-    if (found != directories.end()) work->regained.insert(number);
-    EncodeNode(DirectoryRecord(*work, number, found == directories.end() ? kNoBlock : found->second),
-               &bytes[i * kNodeSize]);
+    OrbNodeRecord record = EmptyNode(number);
+    if (found != directories.end()) {
+      record = DirectoryRecord(*work, number, found->second);
+      work->regained.insert(number);
+      if (!lost) bits.emplace_back(number, false);
+    } else if (lost && number != kRootNode) {
+      bits.emplace_back(number, true);
+    }
+    EncodeNode(record, &bytes[i * kNodeSize]);
   }
   for (const auto& [number, free] : bits) work->SetFree(number, free);
-  const std::uint32_t block = work->Take(bytes);
-  if (block != kNoBlock) work->PutWord(TableEntryOffset(index), block);
+  work->PutWord(TableEntryOffset(index), work->Take(bytes));  // without a block left 0, as before
 }
 
 // ---- Block-map blocks without a slot --------------------------------------------------------------------------------
@@ -102,13 +112,13 @@ struct MissingMap {
 // Lost blocks that can be block-map blocks, with what they name: lost blocks, each once, and nothing behind them.
 using Maps = std::map<std::uint32_t, std::vector<std::uint32_t>>;
 
-std::uint64_t CountSlots(const RepairWork& work, std::uint32_t block) {
-  const std::vector<std::uint8_t> bytes = work.GetBlock(block);
-  std::uint64_t count = 0;
-  while (kWordSize * count < bytes.size() && Get32(&bytes[static_cast<std::size_t>(kWordSize * count)]) != kNoBlock) {
-    ++count;
-  }
-  return count;
+std::vector<std::uint32_t> SlotsOf(const RepairWork& work, std::uint32_t block) {
+  return DecodeWords(work.GetBlock(block).data(), work.geometry().mapSlots());
+}
+
+// Up to the first empty one.
+std::uint64_t CountSlots(const std::vector<std::uint32_t>& slots) {
+  return static_cast<std::uint64_t>(std::find(slots.begin(), slots.end(), kNoBlock) - slots.begin());
 }
 
 // A block-map block that is shared and leads to more or less than it should is somebody else's.
@@ -123,9 +133,8 @@ std::vector<MissingMap> FindMissingMaps(const RepairWork& work) {
       const std::uint64_t left = node.map.needed - slot.index;
       const bool all = slot.level == MapLevel::kDouble;
       const std::uint64_t blocks = all ? left : std::min<std::uint64_t>(left, geometry.mapSlots());
-      const bool held = work.CanEnter(slot.block);
-      const bool shared = held && work.model().blocks[slot.block].shared;
-      if (!held || (shared && !all && CountSlots(work, slot.block) != blocks)) {
+      if (!work.CanEnter(slot.block) ||
+          (work.model().blocks[slot.block].shared && !all && CountSlots(SlotsOf(work, slot.block)) != blocks)) {
         missing.push_back({node.number, slot, blocks});
         return false;
       }
@@ -136,22 +145,20 @@ std::vector<MissingMap> FindMissingMaps(const RepairWork& work) {
 }
 
 std::vector<std::uint32_t> NamedBlocks(const RepairWork& work, std::uint32_t block) {
-  const std::vector<std::uint8_t> bytes = work.GetBlock(block);
-  std::vector<std::uint32_t> named;
+  std::vector<std::uint32_t> named = SlotsOf(work, block);
+  const auto end = named.begin() + static_cast<std::ptrdiff_t>(CountSlots(named));
+  if (std::count(end, named.end(), kNoBlock) != named.end() - end) return {};
+  named.erase(end, named.end());
   std::set<std::uint32_t> seen = {block};
-  for (std::size_t at = 0; at < bytes.size(); at += 4) {
-    const std::uint32_t slot = Get32(&bytes[at]);
-    if (slot == kNoBlock) continue;
-    if (named.size() != at / 4 || !work.IsLost(slot) || !seen.insert(slot).second) return {};
-    named.push_back(slot);
+  for (const std::uint32_t slot : named) {
+    if (!work.IsLost(slot) || !seen.insert(slot).second) return {};
   }
   return named;
 }
 
 Maps FindMaps(const RepairWork& work) {
   Maps maps;
-  for (std::uint32_t block = 1; block < work.model().blocks.size(); ++block) {
-    if (!work.IsLost(block)) continue;
+  for (const std::uint32_t block : FindLostBlocks(work)) {
     std::vector<std::uint32_t> named = NamedBlocks(work, block);
     if (!named.empty()) maps.emplace(block, std::move(named));
   }
@@ -193,8 +200,7 @@ using Records = std::map<std::uint16_t, OrbNodeRecord>;
 Records FindRecords(const RepairWork& work) {
   Records records;
   std::set<std::uint16_t> twice;
-  for (std::uint32_t block = 1; block < work.model().blocks.size(); ++block) {
-    if (!work.IsLost(block)) continue;
+  for (const std::uint32_t block : FindLostBlocks(work)) {
     const std::vector<std::uint8_t> bytes = work.GetBlock(block);
     for (std::uint32_t i = 0; i < work.geometry().nodesPerBlock(); ++i) {
       const std::uint8_t* slot = &bytes[i * kNodeSize];
@@ -216,12 +222,12 @@ Records FindRecords(const RepairWork& work) {
 using Strays = std::map<std::uint16_t, std::uint16_t>;
 
 bool HasOwnRecord(const NodeInfo& node) {
-  return node.offset != 0 && node.record.signature == kNodeSignature && node.record.number == node.number;
+  return node.record.signature == kNodeSignature && node.record.number == node.number;
 }
 
 // The node's slot holds another's record, as far as signature and number tell.
 bool HoldsStray(const Model& model, const NodeInfo& node) {
-  return node.offset != 0 && node.record.signature == kNodeSignature && node.record.number != node.number &&
+  return node.record.signature == kNodeSignature && node.record.number != node.number &&
          model.IsNode(node.record.number) && !HasOwnRecord(model.nodes[node.record.number]);
 }
 
@@ -327,7 +333,7 @@ void RegainRecords(RepairWork* work) {
     const bool mended = node.readable && !IsCopyOfAnother(model, node) && !IsEmptyOfAnother(model, node);
     if (node.offset != 0 && !HasOwnRecord(node) && !mended) lost.push_back(&node);
   }
-  if (work->report.totals.leakedBlocks > 0 && !lost.empty()) {
+  if (!lost.empty()) {
     const Records records = FindRecords(*work);
     for (const NodeInfo* node : lost) {
       const auto found = records.find(node->number);
@@ -361,8 +367,8 @@ namespace {
 
 EntryBlocks FindEntryBlocks(const RepairWork& work) {
   EntryBlocks found;
-  for (std::uint32_t block = 1; block < work.model().blocks.size(); ++block) {
-    const std::uint32_t count = work.IsLost(block) ? CountNamelessEntries(work, block) : 0;
+  for (const std::uint32_t block : FindLostBlocks(work)) {
+    const std::uint32_t count = CountNamelessEntries(work, block);
     if (count > 0) found[count].push_back(block);
   }
   return found;

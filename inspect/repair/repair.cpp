@@ -235,6 +235,7 @@ std::string ToText(const Plan& plan) {
 
 RepairWork::RepairWork(const Image& from, const TimeStamp& time, Report checked)
     : image(from), now(time), report(std::move(checked)) {
+  now.reserved = 0;
   marked = model().header.stateFlags == kVolumeDirty;
   ResetBudget();
   for (const BlockInfo& block : model().blocks) {

@@ -66,7 +66,6 @@ void MakeLostFound(RepairWork* work, const std::string& name) {
   OrbNodeRecord record = EmptyNode(number);
   record.attributes = ORB_NODE_DIRECTORY;
   record.time = work->now;
-  record.time.reserved = 0;
   record.size = 2 * kDirEntrySize;
   record.direct[0] = block;
   std::uint8_t bytes[kNodeSize];

@@ -127,6 +127,123 @@ TEST(RepairStrays, number_that_no_name_refers_to_is_corrected) {
   EXPECT_EQ(Repaired(image.bytes()), sound);
 }
 
+// The steps between the mark and its end.
+std::string StepsOf(const Forty& image) {
+  const std::string text = ToText(PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime));
+  const std::size_t from = text.find("\n2. ") + 1;
+  return text.substr(from, text.find("clears the mark") - 3 - from);
+}
+
+std::string MovesRecords(std::uint32_t entry, std::uint32_t block, const char* records) {
+  return "writes the node block of table entry " + std::to_string(entry) + " anew, as block " + std::to_string(block) +
+         ", with " + records + " from the slots of other nodes (2 writes)\n";
+}
+
+TEST(RepairStrays, exchanged_records_plan_says_which_node_blocks_are_written) {
+  Forty image;
+  const std::uint32_t end = image.Blocks();
+  image.Exchange(image.NodeOffset(16), image.NodeOffset(32), 64);
+  EXPECT_EQ(StepsOf(image).substr(0, 300),
+            ("2. " + MovesRecords(0, end + 1, "1 record") + "3. " + MovesRecords(1, end + 2, "1 record") +
+             "4. builds the free chain anew: 2 blocks in 1 record (2 writes)\n")
+                .substr(0, 300));
+}
+
+TEST(RepairStrays, exchanged_sectors_plan_counts_the_records) {
+  Forty image;
+  const std::uint32_t end = image.Blocks();
+  image.Exchange(image.NodeOffset(1), image.NodeOffset(17), 512);
+  EXPECT_EQ(StepsOf(image), "2. " + MovesRecords(0, end + 1, "8 records") + "3. " +
+                                MovesRecords(1, end + 2, "8 records") +
+                                "4. builds the free chain anew: 2 blocks in 1 record (2 writes)\n");
+}
+
+TEST(RepairStrays, exchanged_records_of_nodes_that_the_bitmap_calls_free_are_in_use_at_once) {
+  Forty image;
+  const auto sound = Tree(image.bytes());
+  const std::uint32_t end = image.Blocks();
+  image.Exchange(image.NodeOffset(5), image.NodeOffset(40), 64);
+  image.SetFree(5, true);
+  EXPECT_EQ(StepsOf(image), "2. writes the node block of table entry 0 anew, as block " + std::to_string(end + 1) +
+                                ", with 1 record from the slots of other nodes (3 writes)\n3. " +
+                                MovesRecords(2, end + 2, "1 record") +
+                                "4. builds the free chain anew: 2 blocks in 1 record (2 writes)\n");
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), sound);
+}
+
+// Without names the records that lie side by side are the only evidence of what was where.
+TEST(RepairStrays, exchanged_records_side_by_side_without_names_return) {
+  Forty image;
+  const auto sound = Tree(image.bytes());
+  for (std::uint32_t i = 0; i < 40; ++i) image.Put16(image.EntryOffset(2, 2 + i), 0);
+  image.Exchange(image.NodeOffset(20), image.NodeOffset(40), 128);
+  const auto files = Tree(RepairedFromEveryStop(image.bytes()));
+  for (const int node : {20, 21, 40, 41}) {
+    EXPECT_EQ(files.at("/LOST.FND/NODE00" + std::to_string(node)), sound.at("/D/F" + std::to_string(node - 3))) << node;
+  }
+}
+
+TEST(RepairStrays, damaged_number_is_that_of_a_lost_record_without_a_name_it_is_corrected) {
+  Forty image;
+  auto sound = Tree(image.bytes());
+  image.Put16(image.NodeOffset(5) + 4, 42);
+  image.Put16(image.EntryOffset(2, 41), 0);
+  image.SetSize(2, 41 * 32);
+  std::fill_n(image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(42)), 64, std::uint8_t{0xAA});
+  sound.erase("/D/F39");
+  EXPECT_EQ(Tree(Repaired(image.bytes())), sound);
+}
+
+TEST(RepairStrays, damaged_number_is_that_of_a_lost_record_and_attributes_are_damaged_too_it_is_corrected) {
+  Forty image;
+  auto sound = Tree(image.bytes());
+  image.Put16(image.NodeOffset(5) + 4, 40);
+  image.Put16(image.NodeOffset(5) + 6, 0xFF00);
+  std::fill_n(image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(40)), 64, std::uint8_t{0xAA});
+  sound.erase("/D/F37");
+  EXPECT_EQ(Tree(Repaired(image.bytes())), sound);
+}
+
+TEST(RepairStrays, record_in_two_other_slots_alike_returns) {
+  Forty image;
+  auto sound = Tree(image.bytes());
+  const std::uint64_t own = image.NodeOffset(40);
+  for (const std::uint16_t node : {std::uint16_t{5}, std::uint16_t{9}}) {
+    image.Copy(image.NodeOffset(node), image.bytes(), own, 64);
+    sound.erase("/D/F" + std::to_string(node - 3));
+  }
+  std::fill_n(image.bytes().begin() + static_cast<std::ptrdiff_t>(own), 64, std::uint8_t{0xAA});
+  EXPECT_EQ(Tree(Repaired(image.bytes())).at("/D/F37"), sound.at("/D/F37"));
+}
+
+TEST(RepairStrays, records_of_one_number_in_two_other_slots_that_differ_none_is_guessed) {
+  Forty image;
+  const std::uint64_t own = image.NodeOffset(40);
+  for (const std::uint16_t node : {std::uint16_t{5}, std::uint16_t{9}}) {
+    image.Copy(image.NodeOffset(node), image.bytes(), own, 64);
+    image.Put32(image.NodeOffset(node) + 16, node);
+  }
+  std::fill_n(image.bytes().begin() + static_cast<std::ptrdiff_t>(own), 64, std::uint8_t{0xAA});
+  EXPECT_EQ(Tree(Repaired(image.bytes())).count("/D/F37"), 0u);
+}
+
+// The node block of 17 to 32 is lost, and a sector of it was written over one of 33 to 40.
+TEST(RepairStrays, own_node_block_is_lost_it_is_made_anew_with_the_records) {
+  Forty image;
+  const auto sound = Tree(image.bytes());
+  const std::uint32_t end = image.Blocks();
+  image.Copy(image.NodeOffset(33), image.bytes(), image.NodeOffset(17), 512);
+  std::fill_n(image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(17)), 1024, std::uint8_t{0xAA});
+  const auto files = Tree(RepairedFromEveryStop(image.bytes()));
+  for (int node = 17; node < 25; ++node) {
+    const std::string path = "/D/F" + std::to_string(node - 3);
+    EXPECT_EQ(files.at(path), sound.at(path));
+  }
+  const std::string steps = StepsOf(image);
+  EXPECT_NE(steps.find(MovesRecords(1, end + 1, "8 records")), std::string::npos) << steps;
+  EXPECT_EQ(steps.find("slot of node 2"), std::string::npos) << steps;
+}
+
 TEST(RepairTable, one_block_in_two_entries_serves_the_one_with_more_records) {
   Forty image;
   const auto sound = Tree(image.bytes());
