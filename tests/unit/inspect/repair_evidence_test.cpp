@@ -97,6 +97,19 @@ TEST(RepairStrays, no_room_for_a_new_node_block_records_return_in_place) {
   EXPECT_EQ(Tree(beginning), sound);
 }
 
+// Nodes from 129 on: a sector of their records was written over one of the first node block, and their own is lost.
+TEST(RepairStrays, own_node_block_is_lost_and_no_room_for_a_new_one_nothing_is_written_in_its_stead) {
+  Forty image(8192);
+  for (std::uint32_t i = 40; i < 135; ++i) image.AddFile(2, "F" + std::to_string(i), 10);
+  image.Copy(image.NodeOffset(33), image.bytes(), image.NodeOffset(129), 512);
+  std::fill_n(image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(129)), 8192, std::uint8_t{0xAA});
+  const Plan plan = PlanRepair(FullImage(image.bytes()), testimage::kRepairTime);
+  EXPECT_TRUE(plan.IsComplete()) << ToText(plan);
+  for (const Action& action : plan.actions) {
+    for (const Write& write : action.writes) EXPECT_NE(write.offset, 0u) << ToText(action);
+  }
+}
+
 TEST(RepairStrays, sector_in_anothers_place_its_own_records_are_lost_alone) {
   Forty image;
   auto sound = Tree(image.bytes());
@@ -192,6 +205,10 @@ TEST(RepairStrays, damaged_number_is_that_of_a_lost_record_without_a_name_it_is_
   std::fill_n(image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(42)), 64, std::uint8_t{0xAA});
   sound.erase("/D/F39");
   EXPECT_EQ(Tree(Repaired(image.bytes())), sound);
+  EXPECT_EQ(StepsOf(image),
+            "2. writes signature and number into the slot of node 5 (1 write)\n"
+            "3. clears the slot of node 42, whose record is lost, and frees the node (2 writes)\n"
+            "4. builds the free chain anew: 1 block in 1 record (2 writes)\n");
 }
 
 TEST(RepairStrays, damaged_number_is_that_of_a_lost_record_and_attributes_are_damaged_too_it_is_corrected) {
