@@ -2,6 +2,7 @@
 // blocks and blocks of entries without the slot that named them. Only lost blocks are taken for it
 // (RepairWork::IsLost), and only where what they hold fits what is missing, and nothing else does.
 #include <algorithm>
+#include <functional>
 #include <map>
 
 #include "inspect/container/block_map.h"
@@ -188,8 +189,8 @@ struct MissingEntries {
   std::uint32_t count;  // of entries
 };
 
-// Lost blocks by the number of entries in them.
-using EntryBlocks = std::map<std::uint32_t, std::vector<std::uint32_t>>;
+// Lost blocks by the number of entries in them, full ones first.
+using EntryBlocks = std::map<std::uint32_t, std::vector<std::uint32_t>, std::greater<>>;
 
 // ---- Records without a slot -----------------------------------------------------------------------------------------
 
@@ -411,13 +412,13 @@ std::uint16_t FindFullDirectory(const RepairWork& work) {
 void Append(RepairWork* work, std::uint16_t directory, const EntryBlocks& blocks) {
   const std::uint32_t full = work->geometry().entriesPerBlock();
   if (blocks.size() > 2 || (blocks.size() == 2 && blocks.count(full) == 0)) return;
-  for (auto at = blocks.rbegin(); at != blocks.rend(); ++at) {
-    if (at->first != full && at->second.size() > 1) return;
-    for (const std::uint32_t block : at->second) {
+  for (const auto& [count, found] : blocks) {
+    if (count != full && found.size() > 1) return;
+    for (const std::uint32_t block : found) {
       OrbNodeRecord record = work->GetNode(directory);
       Action& action = work->Begin(ActionKind::kReturnEntries, directory);
       action.block = block;
-      action.count = at->first;
+      action.count = count;
       if (!SetMapSlot(work, &record, record.size / work->geometry().blockSize, block)) return;
       record.size += work->geometry().blockSize;
       work->PutNode(directory, record);
@@ -468,19 +469,20 @@ void RegainEntries(RepairWork* work) {
   const std::vector<MissingEntries> missing = FindMissingEntries(*work);
   const std::uint16_t growing = FindFullDirectory(*work);
   if (missing.empty() && growing == 0) return;
-  EntryBlocks blocks = FindEntryBlocks(*work);
+  const EntryBlocks blocks = FindEntryBlocks(*work);
   // Slots that need as many entries as each other get their blocks in the order in which these lie. There must be just
   // as many, and all slots must be one directory's.
   std::map<std::uint32_t, std::vector<const MissingEntries*>> needs;
   for (const MissingEntries& slot : missing) needs[slot.count].push_back(&slot);
   for (const auto& [count, slots] : needs) {
-    const std::vector<std::uint32_t>& fit = blocks[count];
-    if (fit.size() != slots.size() || slots.front()->directory != slots.back()->directory) continue;
-    for (std::size_t i = 0; i < fit.size(); ++i) {
+    const auto fit = blocks.find(count);
+    if (fit == blocks.end() || fit->second.size() != slots.size()) continue;
+    if (slots.front()->directory != slots.back()->directory) continue;
+    for (std::size_t i = 0; i < slots.size(); ++i) {
       Action& action = work->Begin(ActionKind::kReturnEntries, slots[i]->directory);
-      action.block = fit[i];
+      action.block = fit->second[i];
       action.count = count;
-      work->PutWord(slots[i]->offset, fit[i]);
+      work->PutWord(slots[i]->offset, fit->second[i]);
     }
   }
   if (!work->changed && growing != 0) Append(work, growing, blocks);

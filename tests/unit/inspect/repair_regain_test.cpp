@@ -415,6 +415,21 @@ TEST(RegainEntries, blocks_of_two_directories_alike_are_not_guessed) {
   EXPECT_EQ(texts.find("header"), std::string::npos) << texts;
 }
 
+TEST(RegainEntries, two_directories_miss_a_block_alike_and_one_is_there_neither_is_guessed) {
+  TwoBlocks image(1);
+  const std::uint16_t other = image.AddDirectory(1, "OTHER");
+  for (int i = 2; i < 33; ++i) image.AddFile(other, "G" + std::to_string(i), 5);
+  const auto was = Tree(image.bytes());
+  image.Overwrite(image.EntryOffset(image.directory, 32), 1024);
+  image.LoseSecond();
+  image.Put32(image.MapOffset(other, 1), 0);
+  std::string texts;
+  const auto files = Tree(RepairedFromEveryStop(image.bytes(), &texts));
+  EXPECT_EQ(files.count("/FULL/G32") + files.count("/OTHER/G32"), 0u);
+  EXPECT_EQ(files.at("/LOST.FND/NODE0065"), was.at("/OTHER/G32"));
+  EXPECT_EQ(texts.find("header"), std::string::npos) << texts;
+}
+
 TEST(RegainEntries, more_blocks_than_are_missing_none_is_guessed) {
   TwoBlocks image(1);
   image.LoseSecond();
@@ -489,6 +504,17 @@ TEST(RegainEntries, record_made_anew_full_block_and_two_alike_only_the_full_one_
   EXPECT_EQ(left.count("/FULL/F64"), 0u);
   EXPECT_EQ(left.at("/LOST.FND/NODE0065"), files.at("/FULL/F64"));
   EXPECT_EQ(left.count("/LOST.FND/NODE0066"), 1u);
+}
+
+TEST(RegainEntries, record_made_anew_beside_a_directory_whose_block_is_overwritten_goes_on_with_its_own) {
+  TwoBlocks image(1);
+  const std::uint16_t other = image.AddDirectory(1, "OTHER");
+  for (int i = 2; i < 39; ++i) image.AddFile(other, "G" + std::to_string(i), 5);
+  const auto was = Tree(image.bytes());
+  image.Overwrite(image.EntryOffset(other, 32), 1024);
+  image.Put32(image.MapOffset(other, 1), 0);
+  image.OverwriteRecord(image.directory);
+  EXPECT_EQ(Tree(Repaired(image.bytes())).at("/FULL/F32"), was.at("/FULL/F32"));
 }
 
 TEST(RegainEntries, record_made_anew_beside_a_directory_that_misses_a_block_each_gets_its_own) {
