@@ -38,7 +38,7 @@ void BeginRemoval(RepairWork* work, std::uint16_t directory, const Removal& remo
   action.name = NameOf(removal.entry->record);
   action.first = removal.entry->record.node;
   action.other = removal.kind == ActionKind::kBreakCycle ? removal.entry->record.node : removal.kept.directory;
-  if (action.other != 0) action.otherPath = PathOf(work->model(), action.other);
+  action.otherPath = PathOf(work->model(), action.other);
   if (removal.kept.directory != 0) action.newName = NameOf(work->model().EntryOf(removal.kept).record);
 }
 
@@ -82,17 +82,13 @@ NameRef RightName(const Model& model, const NodeInfo& node) {
   std::copy_if(node.names.begin(), node.names.end(), std::back_inserter(names),
                [&](const NameRef& name) { return HasLegalName(model, name); });
   if (names.empty()) names = node.names;
-  if (node.IsDirectory()) {
-    const std::uint16_t up = DotDotOf(node);
-    for (const NameRef& name : names) {
-      if (name.directory == up) return name;
-    }
-  }
-  // Two names in one directory: the first is the one that a path finds.
+  const std::uint16_t up = DotDotOf(node);
   for (const NameRef& name : names) {
-    if (name.directory != names[0].directory) return names[NewestName(model, names)];
+    if (name.directory == up) return name;
   }
-  return names[0];
+  // All in one directory: the first is the one that a path finds. They are in the order of the directories.
+  const bool apart = names.front().directory != names.back().directory;
+  return apart ? names[NewestName(model, names)] : names.front();
 }
 
 // ---- What the mark vouches for --------------------------------------------------------------------------------------
@@ -128,10 +124,11 @@ bool IsStoppedMove(const RepairWork& work, const NodeInfo& node) {
 // written, up to within the hole: the hole names the last entry's node, by a name that is partly another's.
 bool IsStoppedRemoval(const RepairWork& work, const NodeInfo& node) {
   const Model& model = work.model();
-  if (node.names.size() != 2 || node.names[0].directory != node.names[1].directory) return false;
-  const Entry& hole = model.EntryOf(node.names[0]);
-  const Entry& last = model.EntryOf(node.names[1]);
-  return hole.block == last.block && last.index + 1 == EntryCount(model.nodes[node.names[0].directory].record);
+  if (node.names.size() != 2) return false;
+  const NameRef& name = node.names[1];
+  const Entry& last = model.EntryOf(name);
+  return model.EntryOf(node.names[0]).block == last.block &&
+         last.index + 1 == EntryCount(model.nodes[name.directory].record);
 }
 
 // The name that the stopped operation was about to take away is removed, at most one in a repair.
@@ -176,7 +173,6 @@ void CopySecondNames(RepairWork* work) {
     const NameRef right = RightName(model, node);
     std::set<std::pair<std::uint16_t, std::string>> seen;
     for (const NameRef& name : node.names) {
-      if (!work->IsNodeLeft()) break;
       const bool keep = name == right;
       const bool again = !seen.emplace(name.directory, UpperCase(NameOf(model.EntryOf(name).record))).second;
       if (keep || again || !HasLegalName(model, name) || !IsWhole(model.nodes[name.directory])) continue;
@@ -205,9 +201,10 @@ std::vector<NameRef> RightNames(const Model& model) {
 
 // ---- Entries whose number was damaged -------------------------------------------------------------------------------
 
+// Of different numbers.
 bool IsOneBitAway(std::uint32_t a, std::uint32_t b) {
-  const std::uint32_t other = a ^ b;
-  return other != 0 && (other & (other - 1)) == 0;
+  const std::uint32_t bits = a ^ b;
+  return (bits & (bits - 1)) == 0;
 }
 
 // Numbers are given out in order: the entry stands before or behind that of the node's neighbour.
@@ -240,7 +237,8 @@ const NameRef* DamagedName(const Model& model, const NodeInfo& node, const NodeI
   return isMisplaced(first) ? &first : &second;
 }
 
-// What the entry was read as until now is kept, where that was a file.
+// What the entry was read as until now is kept, where that was a file and there is room. Without room the name would
+// go.
 void Repoint(RepairWork* work, std::uint16_t directory, const Entry& entry, std::uint16_t lost) {
   Action& action = work->Begin(ActionKind::kRepoint, directory);
   action.name = NameOf(entry.record);
@@ -249,34 +247,30 @@ void Repoint(RepairWork* work, std::uint16_t directory, const Entry& entry, std:
   const bool file = work->model().RefersToUsed(entry.record) && !work->model().nodes[entry.record.node].IsDirectory();
   if (file && HasLegalName(entry)) {
     const std::uint16_t copy = AddCopy(work, work->model().nodes[entry.record.node].record, work->image);
-    if (copy == 0) return;
-    work->bestNames[copy] = NameOf(entry.record);
+    if (copy != 0) work->bestNames[copy] = NameOf(entry.record);
   }
   work->PutHalf(entry.offset, lost);
 }
 
-// One entry's number was damaged and is another node's now: that node has two names, and one has lost its own.
-void RepointSecondName(RepairWork* work, const NodeInfo& lost, const NodeInfo* onlyTwice,
-                       std::set<std::uint16_t>* seen) {
-  const Model& model = work->model();
+// One entry's number was damaged and is another node's now: that node has two names, and `lost` has lost its own. Null
+// where none can be told to be the damaged one. `onlyTwice` is asked last.
+const NameRef* FindDamagedName(const Model& model, const NodeInfo& lost, const NodeInfo* onlyTwice) {
   const NodeInfo* twice = nullptr;
   for (std::uint32_t bit = 1; bit < 0x10000; bit <<= 1) {
     const std::uint32_t number = lost.number ^ bit;
     if (!model.IsNode(number) || CountNames(model.nodes[number]) != 2) continue;
-    if (twice != nullptr) return;
+    if (twice != nullptr) return nullptr;
     twice = &model.nodes[number];
   }
   if (twice == nullptr) twice = onlyTwice;
-  if (twice == nullptr || AreEqual(model, twice->names[0], twice->names[1])) return;
-  if (!seen->insert(twice->number).second) return;  // its names are no longer the model's
+  if (twice == nullptr || AreEqual(model, twice->names[0], twice->names[1])) return nullptr;
   const NameRef* const name = DamagedName(model, *twice, lost);
-  if (name == nullptr || !IsWhole(model.nodes[name->directory])) return;
-  const Entry& entry = model.EntryOf(*name);
-  const bool likely = lost.IsDirectory() || IsOneBitAway(entry.record.node, lost.number) || !HasLegalName(model, *name);
-  if (likely) Repoint(work, name->directory, entry, lost.number);
+  if (name == nullptr) return nullptr;
+  const bool likely = lost.IsDirectory() || IsOneBitAway(twice->number, lost.number) || !HasLegalName(model, *name);
+  return likely ? name : nullptr;
 }
 
-// An entry that leads to no node, in a directory that is whole.
+// An entry that leads to no node.
 struct Dangling {
   std::uint16_t directory;
   const Entry* entry;
@@ -285,7 +279,6 @@ struct Dangling {
 std::vector<Dangling> FindDangling(const Model& model) {
   std::vector<Dangling> found;
   for (const NodeInfo& directory : model.nodes) {
-    if (!IsWhole(directory)) continue;
     for (const Entry& entry : directory.entries) {
       if (entry.index >= 2 && !entry.pastSize && !model.RefersToUsed(entry.record)) {
         found.push_back({directory.number, &entry});
@@ -317,7 +310,6 @@ const NodeInfo* FindOneBitAway(const Model& model, const Dangling& name) {
 void RepointDangling(RepairWork* work) {
   const Model& model = work->model();
   const std::vector<Dangling> dangling = FindDangling(model);
-  if (dangling.empty()) return;
   std::map<std::uint16_t, std::vector<const Dangling*>> claims;  // by node
   for (const Dangling& name : dangling) {
     const NodeInfo* const node = FindOneBitAway(model, name);
@@ -328,8 +320,9 @@ void RepointDangling(RepairWork* work) {
   }
   if (work->changed || dangling.size() != 1) return;
   const NodeInfo* const lost = FindOnlyNameless(*work);
-  if (lost != nullptr && IsPlausible(work->geometry(), lost->number, lost->record) && CanBeNameOf(dangling[0], *lost)) {
-    Repoint(work, dangling[0].directory, *dangling[0].entry, lost->number);
+  if (lost != nullptr && IsPlausible(work->geometry(), lost->number, lost->record) &&
+      CanBeNameOf(dangling.front(), *lost)) {
+    Repoint(work, dangling.front().directory, *dangling.front().entry, lost->number);
   }
 }
 
@@ -337,10 +330,16 @@ void RepointSecondNames(RepairWork* work) {
   const Model& model = work->model();
   const NodeInfo* const onlyTwice = FindOnly(model, [](const NodeInfo& node) { return node.names.size() > 1; });
   const bool single = onlyTwice != nullptr && CountNames(*onlyTwice) == 2 && FindOnlyNameless(*work) != nullptr;
-  std::set<std::uint16_t> seen;
+  std::map<std::uint16_t, std::vector<std::pair<std::uint16_t, const NameRef*>>> claims;  // by node with two names
   for (const NodeInfo& node : model.nodes) {
     if (!IsNameless(node) || node.record.size == 0) continue;  // nothing is worth the risk to take a path that reads
-    RepointSecondName(work, node, single ? onlyTwice : nullptr, &seen);
+    const NameRef* const name = FindDamagedName(model, node, single ? onlyTwice : nullptr);
+    if (name != nullptr) claims[model.EntryOf(*name).record.node].emplace_back(node.number, name);
+  }
+  for (const auto& [node, lost] : claims) {
+    if (lost.size() != 1) continue;
+    const auto& [number, name] = lost.front();
+    Repoint(work, name->directory, model.EntryOf(*name), number);
   }
 }
 
@@ -358,7 +357,7 @@ std::vector<Removal> FindUseless(const RepairWork& work, const NodeInfo& directo
     const bool leads = model.RefersToUsed(entry.record);
     const NameRef kept = leads ? right[entry.record.node] : NameRef{};
     if (kept == NameRef{directory.number, static_cast<std::uint32_t>(i)}) continue;
-    if ((!fresh && first->second == entry.record.node) || entry.doubled) {
+    if (!fresh && first->second == entry.record.node) {
       removals.push_back({ActionKind::kRemoveTwice, &entry});
     } else if (!leads) {
       removals.push_back({ActionKind::kRemoveDangling, &entry});

@@ -40,6 +40,12 @@ std::multiset<Bytes> Contents(const std::map<std::string, Bytes>& tree) {
   return contents;
 }
 
+std::string Listed(const std::map<std::string, Bytes>& tree) {
+  std::string text;
+  for (const auto& [path, bytes] : tree) text += path + ":" + std::to_string(bytes.size()) + " ";
+  return text;
+}
+
 }  // namespace
 
 Bytes AfterWrites(const Plan& plan, const Bytes& before, std::size_t count) {
@@ -86,6 +92,12 @@ std::map<std::string, Bytes> Tree(const Bytes& container) {
   };
   Walk(&reader, root, "", take, &budget);
   return tree;
+}
+
+testing::AssertionResult SameFiles(const std::map<std::string, Bytes>& files,
+                                   const std::map<std::string, Bytes>& expected) {
+  if (files == expected) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << Listed(files) << "instead of " << Listed(expected);
 }
 
 Bytes Repaired(const Bytes& container, std::string* texts) {

@@ -2,6 +2,8 @@
 // write leaves one from which a second run does the same and keeps as much.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <map>
 #include <string>
@@ -23,6 +25,10 @@ std::size_t WriteCount(const orba::inspect::Plan& plan);
 // Path -> contents of every file that the root leads to; of a directory, "/" with no contents. Files whose map is not
 // whole are left out.
 std::map<std::string, Bytes> Tree(const Bytes& container);
+
+// The same paths with the same contents; a failure tells paths and sizes.
+testing::AssertionResult SameFiles(const std::map<std::string, Bytes>& files,
+                                   const std::map<std::string, Bytes>& expected);
 
 // Plans, applies, checks that the result is clean and unmarked (a test failure otherwise), and returns the container.
 // The plan's texts, one a line, go to `texts`.

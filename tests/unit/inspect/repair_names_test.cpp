@@ -1,0 +1,391 @@
+// Repair of names: entries whose numbers were damaged, nodes with several names, and what the mark of a stopped move or
+// removal vouches for. What only one reading explains comes back; where two are possible nothing is guessed, and what
+// paths read they go on reading.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+
+#include "inspect/repair/repair.h"
+#include "tests/support/image_builder.h"
+#include "tests/support/repair_harness.h"
+#include "tests/support/small_image.h"
+
+namespace orba::inspect {
+namespace {
+
+using testimage::Bytes;
+using testimage::ImageBuilder;
+using testimage::Repaired;
+using testimage::RepairedFromEveryStop;
+using testimage::SameFiles;
+using testimage::SmallWithC;
+using testimage::Tree;
+
+using Files = std::map<std::string, Bytes>;
+
+// FULL is node 7, F2 to F9 are nodes 8 to 15, in the order of their numbers.
+struct InOrder : SmallWithC {
+  InOrder() { testimage::FillDirectory(this, 10, testimage::Sizes::kNumber); }
+  void Point(std::uint32_t entry, std::uint16_t node) { Put16(EntryOffset(7, entry), node); }
+};
+
+// G is node 7, X8 to X12 are nodes 8 to 12 in the root, and G holds N, node 13, alone.
+struct Alone : SmallWithC {
+  Alone() {
+    AddDirectory(1, "G");
+    for (std::uint32_t i = 8; i < 13; ++i) AddFile(1, "X" + std::to_string(i), i);
+    AddFile(7, "N", 13);
+  }
+  void Point(std::uint16_t node) { Put16(EntryOffset(7, 2), node); }
+};
+
+// With what the node without a name holds under /LOST.FND.
+Files WithLost(Files paths, const char* name, const Bytes& contents) {
+  paths["/LOST.FND/"] = {};
+  paths[std::string("/LOST.FND/") + name] = contents;
+  return paths;
+}
+
+void TakeLastName(ImageBuilder* image, std::uint16_t directory) {
+  const std::uint32_t size = image->Size(directory) - 32;
+  image->Put16(image->EntryOffset(directory, size / 32), 0);
+  image->SetSize(directory, size);
+}
+
+void Mark(ImageBuilder* image) { image->Put32(kStateFlagsOffset, kVolumeDirty); }
+
+// ---- Names that lead nowhere ----------------------------------------------------------------------------------------
+
+TEST(RepairDangling, one_bit_of_two_numbers_damaged_both_names_come_back) {
+  for (const int bit : {0, 1, 7, 15}) {
+    InOrder image;
+    image.AddFile(1, "LAST", 50);  // node 16
+    const Files sound = Tree(image.bytes());
+    image.Point(4, 10 ^ 64);
+    image.Put16(image.EntryOffset(1, 5), static_cast<std::uint16_t>(16 ^ 1 << bit));
+    EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), sound)) << bit;
+  }
+}
+
+TEST(RepairDangling, number_one_bit_from_two_nodes_without_names_is_not_guessed) {
+  InOrder image;
+  image.AddFile(1, "LAST", 50);  // node 16
+  Files expected = Tree(image.bytes());
+  image.Point(2, 24);  // F2, node 8
+  TakeLastName(&image, 1);
+  expected = WithLost(expected, "NODE0008", expected.at("/FULL/F2"));
+  expected = WithLost(expected, "NODE0016", expected.at("/LAST"));
+  expected.erase("/FULL/F2");
+  expected.erase("/LAST");
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), expected));
+}
+
+TEST(RepairDangling, two_names_one_bit_from_one_node_neither_is_guessed) {
+  InOrder image;
+  Files expected = Tree(image.bytes());
+  image.Point(4, 10 ^ 64);
+  image.AddEntry(7, "X", 10 ^ 128);
+  expected = WithLost(expected, "NODE0010", expected.at("/FULL/F4"));
+  expected.erase("/FULL/F4");
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), expected));
+}
+
+// ---- Names that lead to another's node ------------------------------------------------------------------------------
+
+TEST(RepairMisled, number_two_bits_from_the_lost_one_path_reads_as_before) {
+  InOrder image;
+  const Bytes own = Tree(image.bytes()).at("/FULL/F4");
+  image.Point(4, 12);
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), WithLost(Tree(image.bytes()), "NODE0010", own)));
+}
+
+TEST(RepairMisled, last_name_behind_its_neighbour_leads_to_its_own_node_again) {
+  SmallWithC image;
+  image.AddDirectory(1, "G");
+  image.AddFile(7, "P", 8);
+  image.AddFile(7, "Q", 9);
+  image.AddFile(1, "R", 10);
+  image.AddFile(1, "S", 11);
+  const Files sound = Tree(image.bytes());
+  image.Put16(image.EntryOffset(7, 3), 11);
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), WithLost(sound, "Q", sound.at("/S"))));
+}
+
+// ".." is a directory's second entry and no neighbour of its first name: P, whose number is one less than L's, is not.
+TEST(RepairMisled, first_name_behind_the_dots_is_not_taken_for_the_lost_nodes) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t h = image.AddDirectory(1, "H");
+  const std::uint16_t p = image.AddDirectory(1, "P");
+  const std::uint16_t lost = image.AddFile(h, "L", 44);
+  ASSERT_EQ(lost, p + 1);
+  const std::uint16_t s = image.AddDirectory(p, "S");
+  const std::uint16_t node = image.AddFile(s, "N", 66);
+  const Bytes own = Tree(image.bytes()).at("/H/L");
+  image.Put16(image.EntryOffset(h, 2), node);
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), WithLost(Tree(image.bytes()), "NODE0004", own)));
+}
+
+TEST(RepairMisled, name_of_a_directory_where_its_dot_dot_does_not_lead_gets_the_lost_file) {
+  Alone image;
+  const Files sound = Tree(image.bytes());
+  image.Point(5);  // E
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), sound));
+}
+
+TEST(RepairMisled, two_names_of_a_directory_side_by_side_the_one_in_the_lost_files_place_gets_it) {
+  SmallWithC image;
+  for (std::uint32_t i = 7; i < 12; ++i) image.AddFile(1, "X" + std::to_string(i), i);
+  image.AddFile(3, "L", 12);
+  image.AddFile(3, "M", 13);
+  const Files sound = Tree(image.bytes());
+  image.Put16(image.EntryOffset(3, 5), 5);  // M's; E, node 5, stands two places before
+  EXPECT_TRUE(SameFiles(Tree(Repaired(image.bytes())), sound));
+}
+
+// Neither name stands in the directory of which the lost one's ".." speaks, though one has its neighbour before it.
+TEST(RepairMisled, lost_directory_whose_dot_dot_speaks_for_neither_name_is_not_guessed) {
+  SmallWithC image;
+  image.AddDirectory(1, "G");
+  image.AddFile(1, "X", 8);
+  image.AddFile(3, "Z", 9);
+  image.AddEntry(3, "Y", 6);
+  image.AddFile(image.AddDirectory(1, "K"), "IN", 11);  // K is node 10
+  Files expected = Tree(image.bytes());
+  TakeLastName(&image, 1);
+  expected = WithLost(expected, "NODE0010/IN", expected.at("/K/IN"));
+  expected["/LOST.FND/NODE0010/"] = {};
+  expected.erase("/K/");
+  expected.erase("/K/IN");
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), expected));
+}
+
+TEST(RepairMisled, illegal_one_of_two_names_gets_the_lost_node) {
+  Alone image;
+  Files expected = Tree(image.bytes());
+  image.Point(12);
+  image.PutText(image.EntryOffset(7, 2) + 2, "?");
+  expected["/G/_"] = expected.at("/G/N");
+  expected.erase("/G/N");
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), expected));
+}
+
+TEST(RepairMisled, two_legal_names_and_no_neighbours_both_paths_read_as_before) {
+  Alone image;
+  const Bytes own = Tree(image.bytes()).at("/G/N");
+  image.Point(12);
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), WithLost(Tree(image.bytes()), "NODE0013", own)));
+}
+
+TEST(RepairMisled, lowest_bit_damaged_and_another_name_lost_both_come_back) {
+  InOrder image;
+  const Files sound = Tree(image.bytes());
+  image.Point(4, 11);
+  image.Point(6, 0xFFF);
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), WithLost(sound, "F4", sound.at("/FULL/F5"))));
+}
+
+TEST(RepairMisled, two_nodes_with_second_names_one_bit_from_the_lost_one_none_is_guessed) {
+  InOrder image;
+  Files expected = Tree(image.bytes());
+  image.Point(4, 8);           // node 10 is one bit away from 8
+  image.AddEntry(1, "X", 11);  // and from 11
+  expected = WithLost(expected, "NODE0010", expected.at("/FULL/F4"));
+  expected["/FULL/F4"] = expected.at("/FULL/F2");
+  expected["/X"] = expected.at("/FULL/F5");
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), expected));
+}
+
+// Q, node 9, stands behind 8 and before 11. Node 10 has lost its name as well, and might have stood there.
+TEST(RepairMisled, name_in_the_place_of_two_lost_nodes_is_not_guessed) {
+  SmallWithC image;
+  image.AddDirectory(1, "G");
+  image.AddFile(7, "P", 8);
+  image.AddFile(7, "Q", 9);
+  image.AddFile(1, "R", 10);
+  image.AddFile(7, "S", 11);
+  const Files sound = Tree(image.bytes());
+  TakeLastName(&image, 1);
+  image.Put16(image.EntryOffset(7, 3), 11);
+  Files expected = WithLost(Tree(image.bytes()), "NODE0009", sound.at("/G/Q"));
+  expected = WithLost(expected, "NODE0010", sound.at("/R"));
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), expected));
+}
+
+TEST(RepairMisled, node_with_three_names_gives_none_to_the_lost_one) {
+  InOrder image;
+  Files expected = Tree(image.bytes());
+  image.Point(4, 2);
+  image.AddEntry(7, "X", 2);
+  expected = WithLost(expected, "NODE0010", expected.at("/FULL/F4"));
+  expected["/FULL/F4"] = expected["/FULL/X"] = expected.at("/A");
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), expected));
+}
+
+// The second name would go for lack of a node for a copy: better it leads where it led.
+TEST(RepairMisled, no_node_left_for_a_copy_name_leads_to_its_own_node_again) {
+  ImageBuilder image(1024, 1);
+  for (std::uint32_t i = 2; i < 9; ++i) image.AddFile(1, "F" + std::to_string(i), i);
+  const Bytes sound = image.bytes();
+  image.Put16(image.EntryOffset(1, 4), 5);  // F4
+  EXPECT_EQ(Repaired(image.bytes()), sound);
+}
+
+// ---- Several names --------------------------------------------------------------------------------------------------
+
+TEST(RepairSeveral, illegal_name_is_removed_and_not_taken_for_a_stopped_move) {
+  for (const bool first : {true, false}) {
+    SmallWithC image;
+    image.AddEntry(3, first ? "X" : "?", 2);
+    if (first) image.PutText(image.EntryOffset(1, 2) + 2, "?");
+    Mark(&image);
+    std::string texts;
+    RepairedFromEveryStop(image.bytes(), &texts);
+    EXPECT_NE(texts.find(first ? "removes \"?\" from / (node 1): node 2 keeps its name \"X\" in /D (node 3)\n"
+                               : "removes \"?\" from /D (node 3): node 2 keeps its name \"A\" in / (node 1)\n"),
+              std::string::npos)
+        << texts;
+  }
+}
+
+TEST(RepairSeveral, three_names_in_a_marked_container_all_stay) {
+  SmallWithC image;
+  image.AddEntry(1, "X", 2);
+  image.AddEntry(3, "Y", 2);
+  Mark(&image);
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), Tree(image.bytes())));
+}
+
+TEST(RepairSeveral, two_names_in_two_blocks_of_a_marked_directory_both_stay) {
+  SmallWithC image;
+  testimage::FillDirectory(&image, 40, testimage::Sizes::kNumber);
+  image.AddEntry(7, "X", 8);  // F2, in the first block
+  Mark(&image);
+  EXPECT_TRUE(SameFiles(Tree(Repaired(image.bytes())), Tree(image.bytes())));
+}
+
+TEST(RepairSeveral, same_name_of_the_same_node_is_told_as_there_twice) {
+  SmallWithC image;
+  image.AddEntry(1, "A", 2);
+  image.AddFile(1, "Z", 7);
+  const Files sound = Tree(image.bytes());
+  std::string texts;
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes(), &texts)), sound));
+  EXPECT_NE(texts.find("removes \"A\" from / (node 1): it is there twice\n"), std::string::npos) << texts;
+}
+
+// The mark of the stopped operation becomes the repair's own before the first copy, and that once.
+TEST(RepairSeveral, copies_in_a_marked_container_mark_it_once) {
+  const std::string mark = "marks the container as being updated\n";
+  for (const std::uint32_t flags : {kVolumeDirty, kVolumeDirty | kRepairMark}) {
+    SmallWithC image;
+    image.AddEntry(3, "X", 2);
+    image.AddEntry(5, "Y", 2);
+    image.Put32(kStateFlagsOffset, flags);
+    std::string texts;
+    RepairedFromEveryStop(image.bytes(), &texts);
+    EXPECT_EQ(texts, (flags == kVolumeDirty ? mark : "") +
+                         "gives \"A\" in / (node 1) a copy of \"Y\" in /D/E (node 5): both refer to node 2\n"
+                         "gives \"X\" in /D (node 3) a copy of \"Y\" in /D/E (node 5): both refer to node 2\n"
+                         "clears the mark of an update in progress\n");
+  }
+}
+
+// Copies may take as many blocks as there are, and 1,024, but for those that are left for names: there is room for one
+// beside the one that stands for all names under /LOST.FND.
+TEST(RepairSeveral, names_for_which_there_is_no_room_are_removed_and_what_they_read_is_kept) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t file = image.AddFile(1, "F", 600 * 1024);
+  for (const char* name : {"G", "H", "I"}) image.AddEntry(1, name, file);
+  const Bytes contents = Tree(image.bytes()).at("/F");
+  std::string texts;
+  const Files paths = Tree(Repaired(image.bytes(), &texts));
+  EXPECT_TRUE(
+      SameFiles(paths, {{"/", {}}, {"/F", contents}, {"/G", contents}, {"/LOST.FND/", {}}, {"/LOST.FND/I", contents}}));
+  for (const char* name : {"H", "I"}) {
+    const std::string removed = std::string("removes \"") + name + "\" from / (node 1): node 2 keeps its name \"F\"";
+    EXPECT_NE(texts.find(removed), std::string::npos) << texts;
+  }
+}
+
+// ---- What the mark vouches for --------------------------------------------------------------------------------------
+
+// A file whose block-map block leads to itself: it is read as 20 blocks, of which a repair leaves zeros.
+Bytes AddFileThroughItself(ImageBuilder* image) {
+  image->AddFile(1, "SOUND", 20 * 1024);
+  const std::uint16_t file = image->AddFile(1, "0", 7 * 1024);
+  for (std::uint32_t i = 6; i < 20; ++i) {
+    image->Put32(image->MapOffset(file, i), image->Get32(image->NodeOffset(file) + 56));
+  }
+  image->SetSize(file, 20 * 1024);
+  return Tree(image->bytes()).at("/0");
+}
+
+TEST(RepairVouched, stopped_move_excuses_no_other_file) {
+  ImageBuilder image(1024, 32);
+  const Bytes read = AddFileThroughItself(&image);
+  const std::uint16_t file = image.AddFile(1, "A", 30);
+  image.AddEntry(image.AddDirectory(1, "D"), "B", file);
+  Mark(&image);
+  const Files paths = Tree(Repaired(image.bytes()));
+  EXPECT_EQ(paths.count("/A"), 0u);
+  EXPECT_EQ(paths.count("/D/B"), 1u);
+  EXPECT_EQ(paths.at("/LOST.FND/0"), read);
+}
+
+// The last entry of D is cleared and still counted, and its node has no other name.
+struct StoppedRemoval : SmallWithC {
+  StoppedRemoval() {
+    AddFile(3, "LAST", 20);  // node 7
+    sound = Tree(bytes());
+    Put16(EntryOffset(3, 4), 0);
+    Mark(this);
+  }
+  Files sound;
+};
+
+TEST(RepairVouched, stopped_removal_is_taken_back) {
+  const StoppedRemoval image;
+  std::string texts;
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes(), &texts)), image.sound));
+  EXPECT_EQ(texts,
+            "takes the interrupted removal in /D (node 3) back: \"LAST\", whose entry is cleared, refers to node 7 "
+            "again, the only one without a name\n"
+            "clears the mark of an update in progress\n");
+}
+
+TEST(RepairVouched, stopped_removal_excuses_no_other_file) {
+  StoppedRemoval image;
+  const Bytes read = AddFileThroughItself(&image);
+  const Files paths = Tree(Repaired(image.bytes()));
+  EXPECT_EQ(paths.at("/D/LAST"), image.sound.at("/D/LAST"));
+  EXPECT_EQ(paths.at("/LOST.FND/0"), read);
+}
+
+TEST(RepairVouched, cleared_entry_with_a_name_that_was_never_written_stays_cleared) {
+  for (const char* name : {"last", "LA?T"}) {
+    StoppedRemoval image;
+    image.PutText(image.EntryOffset(3, 4) + 2, name);
+    Files expected = WithLost(image.sound, "NODE0007", image.sound.at("/D/LAST"));
+    expected.erase("/D/LAST");
+    EXPECT_TRUE(SameFiles(Tree(Repaired(image.bytes())), expected)) << name;
+  }
+}
+
+// The last entry has filled the hole of the removed one: A is gone, and its place is LAST's.
+TEST(RepairVouched, cleared_entry_whose_name_is_there_stays_cleared) {
+  SmallWithC image;
+  image.AddFile(1, "LAST", 20);
+  Files expected = Tree(image.bytes());
+  for (std::uint32_t i = 0; i < 32; ++i) {
+    image.Put8(image.EntryOffset(1, 2) + i, image.bytes()[image.EntryOffset(1, 4) + i]);
+  }
+  image.Put16(image.EntryOffset(1, 4), 0);
+  Mark(&image);
+  expected = WithLost(expected, "NODE0002", expected.at("/A"));
+  expected.erase("/A");
+  EXPECT_TRUE(SameFiles(Tree(Repaired(image.bytes())), expected));
+}
+
+}  // namespace
+}  // namespace orba::inspect
