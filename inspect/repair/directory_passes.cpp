@@ -46,13 +46,12 @@ void FixPast(RepairWork* work, const NodeInfo& directory) {
   SetSize(work, directory.number, size);
 }
 
-// Places without an entry: at the end they are cut off, elsewhere the last entry moves in.
+// Places without an entry, and none is behind the size: at the end they are cut off, elsewhere the last entry moves in.
 void FixHoles(RepairWork* work, const NodeInfo& directory) {
   const std::uint32_t count = EntryCount(directory.record);
   std::vector<bool> there(count);
   std::uint32_t end = 2;
   for (const Entry& entry : directory.entries) {
-    if (entry.pastSize) continue;
     there[entry.index] = true;
     end = std::max(end, entry.index + 1);
   }
@@ -85,7 +84,7 @@ const NodeInfo* FindOriginal(const Model& model, const NodeInfo& directory, std:
     return there ? node.entries[0].record.node : std::uint16_t{0};
   };
   const std::uint16_t number = dotOf(directory);
-  if (number == directory.number || !model.IsNode(number) || !IsWhole(model.nodes[number])) return nullptr;
+  if (number == directory.number || !model.IsNode(number)) return nullptr;
   const NodeInfo& other = model.nodes[number];
   if (dotOf(other) != number) return nullptr;
   std::set<std::pair<std::uint16_t, std::string>> names;
@@ -113,9 +112,7 @@ std::string MakeLegal(const Entry& entry) {
 
 void FixNamesIn(RepairWork* work, const NodeInfo& directory) {
   Names names;
-  for (const Entry& entry : directory.entries) {
-    if (entry.index >= 2) names.Add(UpperCase(NameOf(entry.record)));
-  }
+  for (const Entry& entry : directory.entries) names.Add(UpperCase(NameOf(entry.record)));
   std::set<std::string> seen;
   for (const Entry& entry : directory.entries) {
     if (entry.index < 2 || entry.pastSize) continue;
@@ -126,7 +123,6 @@ void FixNamesIn(RepairWork* work, const NodeInfo& directory) {
     OrbDirEntry record = entry.record;
     const std::string better = keeps ? UpperCase(name) : names.Unique(MakeLegal(entry));
     SetName(&record, better);
-    seen.insert(better);
     Action& action = work->Begin(ActionKind::kRename, directory.number);
     action.name = NameOf(entry.record);
     action.newName = better;
@@ -167,7 +163,6 @@ void DropFreedBlocks(RepairWork* work) {
 void EmptyCopies(RepairWork* work) {
   const std::uint32_t perBlock = work->geometry().entriesPerBlock();
   for (const NodeInfo& directory : work->model().nodes) {
-    if (!IsWhole(directory) || directory.entries.size() <= 2) continue;
     const NodeInfo* const original = FindOriginal(work->model(), directory, perBlock);
     if (original == nullptr) continue;
     Action& action = work->Begin(ActionKind::kEmptyCopy, directory.number);
@@ -199,7 +194,6 @@ void FixDirectorySizes(RepairWork* work) {
 
 void FixEntries(RepairWork* work) {
   for (const NodeInfo& directory : work->model().nodes) {
-    if (!IsWhole(directory)) continue;
     FixNamesIn(work, directory);
     for (const Entry& entry : directory.entries) {
       if (entry.index < 2) FixDot(work, directory, entry);

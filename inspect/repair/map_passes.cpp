@@ -35,10 +35,10 @@ void VisitAll(RepairWork* work, const std::function<bool(const NodeInfo&, const 
 // ---- Blocks with two owners -----------------------------------------------------------------------------------------
 
 struct Owner {
-  bool taken = false;
-  bool map = false;  // as block-map block
-  bool firstOfDirectory = false;
-  std::uint16_t node = 0;
+  bool taken;
+  bool map;  // as block-map block
+  bool firstOfDirectory;
+  std::uint16_t node;  // 0 = none: a node block
 };
 
 // Slots of one node that go for one reason are one action.
@@ -96,9 +96,8 @@ struct Unsharing {
 
 // True to go down into the block.
 bool Unsharing::Visit(const NodeInfo& node, const MapSlot& slot) {
-  if (!work->geometry().Holds(slot.block)) return false;
   const bool map = slot.level != MapLevel::kData;
-  if (map && !work->CanEnter(slot.block)) return false;  // FixSlotsOutside takes it out
+  if (map ? !work->CanEnter(slot.block) : !work->geometry().Holds(slot.block)) return false;  // CutForeign's
   const bool shared = work->model().blocks[slot.block].shared;
   if (map && shared && !LooksLikeMap(*work, slot.block)) {
     ClearSlot(work, node, slot, ActionKind::kTakeForeignMap);
@@ -123,7 +122,7 @@ bool Unsharing::Visit(const NodeInfo& node, const MapSlot& slot) {
 
 void Unsharing::Separate(const NodeInfo& node, const MapSlot& slot, const Owner& owner) {
   const bool firstOfDirectory = node.IsDirectory() && slot.level == MapLevel::kData && slot.index == 0;
-  const bool read = !node.IsDirectory() && !owner.map && slot.level == MapLevel::kData && slot.index < node.map.needed;
+  const bool read = !node.IsDirectory() && !owner.map && slot.level == MapLevel::kData;
   if (owner.node == node.number && !read) {
     ClearSlot(work, node, slot, ActionKind::kTakeTwice);
   } else if (firstOfDirectory && owner.firstOfDirectory) {
@@ -150,7 +149,7 @@ std::uint32_t SizeOf(const RepairWork& work, std::uint64_t blocks) {
 // file's new block is let go.
 void FinishGrowth(RepairWork* work, const NodeInfo& node) {
   const MapSummary& map = node.map;
-  if (node.IsDirectory() && work->geometry().Holds(map.extraBlock)) {
+  if (node.IsDirectory()) {
     const std::vector<std::uint8_t> bytes = work->GetBlock(map.extraBlock);
     const OrbDirEntry entry = DecodeEntry(bytes.data());
     const bool names = work->model().IsNode(entry.node) && work->model().nodes[entry.node].state == NodeState::kUsed &&
@@ -277,9 +276,9 @@ void FillTail(RepairWork* work) {
   if (!work->model().tailNamed || end >= kContainerLimit) return;
   // A file that goes no further ends where the container does.
   VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) {
-    if (slot.level != MapLevel::kData || slot.block != tail || slot.index >= node.map.needed) return true;
+    const bool data = slot.level == MapLevel::kData && slot.block == tail && !node.IsDirectory();
     const std::uint64_t left = slot.index * geometry.blockSize + (size - geometry.BlockOffset(tail));
-    if (!node.IsDirectory() && node.map.end <= slot.index && left < node.record.size) {
+    if (data && node.map.end <= slot.index && left < node.record.size) {
       work->Begin(ActionKind::kCutTail, node.number).count = left;
       SetSize(work, node, static_cast<std::uint32_t>(left));
     }
@@ -295,28 +294,21 @@ void CutOutside(RepairWork* work) {
   const Geometry& geometry = work->geometry();
   if (work->report.Count(Kind::kMapOutside) == 0) return;
   VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) {
-    if (slot.block == kNoBlock || geometry.Holds(slot.block)) return slot.block != kNoBlock;
     const BlockInfo& holder = work->model().blocks[geometry.BlockAt(slot.offset)];
     const bool disputed = holder.use != BlockUse::kNodeBlock && holder.shared;
-    if (!disputed) ClearSlot(work, node, slot, ActionKind::kTakeOutside);
-    return false;
+    const bool outside = slot.block != kNoBlock && !geometry.Holds(slot.block);
+    if (outside && !disputed) ClearSlot(work, node, slot, ActionKind::kTakeOutside);
+    return true;
   });
 }
 
-void FixSlotsOutside(RepairWork* work) {
+void CutForeign(RepairWork* work) {
   VisitAll(work, [&](const NodeInfo& node, const MapSlot& slot) {
-    if (slot.block == kNoBlock) return false;
-    if (!work->geometry().Holds(slot.block)) {
-      ClearSlot(work, node, slot, ActionKind::kTakeOutside);
-      return false;
-    }
-    if (slot.level != MapLevel::kData && !work->CanEnter(slot.block)) {
-      ClearSlot(work, node, slot, ActionKind::kTakeNoNumbers);
-      return false;
-    }
     const std::vector<std::uint64_t>& foreign = node.directory.foreign;
     const bool data = slot.level == MapLevel::kData;
-    if (data && std::binary_search(foreign.begin(), foreign.end(), slot.index)) {
+    if (slot.block != kNoBlock && !data && !work->CanEnter(slot.block)) {
+      ClearSlot(work, node, slot, ActionKind::kTakeNoNumbers);
+    } else if (data && std::binary_search(foreign.begin(), foreign.end(), slot.index)) {
       ClearSlot(work, node, slot, ActionKind::kTakeNoEntries);
     }
     return true;
@@ -342,36 +334,36 @@ void FixMaps(RepairWork* work) {
 }
 
 bool SetMapSlot(RepairWork* work, OrbNodeRecord* record, std::uint64_t index, std::uint32_t block) {
-  if (index < kDirectBlocks) {
-    record->direct[index] = block;
-    return true;
-  }
-  const std::uint64_t slots = work->geometry().mapSlots();
-  const auto newMap = [&](std::uint64_t slot, std::uint32_t value) {
-    std::vector<std::uint8_t> bytes(work->geometry().blockSize);
-    Put32(&bytes[static_cast<std::size_t>(kWordSize * slot)], value);
+  const Geometry& geometry = work->geometry();
+  const MapPath path = PathTo(geometry, index);
+  const auto newMap = [&](std::uint32_t slot, std::uint32_t value) {
+    std::vector<std::uint8_t> bytes(geometry.blockSize);
+    Put32(&bytes[std::size_t{kWordSize} * slot], value);
     return work->Take(bytes);
   };
-  if (index < kDirectBlocks + slots) {
-    const std::uint64_t slot = index - kDirectBlocks;
-    if (record->indirect == kNoBlock) return (record->indirect = newMap(slot, block)) != kNoBlock;
-    work->PutWord(work->geometry().SlotOffset(record->indirect, slot), block);
+  if (path.from == MapLevel::kData) {
+    record->direct[path.slot] = block;
     return true;
   }
-  const std::uint64_t high = (index - kDirectBlocks - slots) / slots;
-  const std::uint64_t low = (index - kDirectBlocks - slots) % slots;
+  if (path.from == MapLevel::kIndirect) {
+    if (record->indirect == kNoBlock) return (record->indirect = newMap(path.slot, block)) != kNoBlock;
+    work->PutWord(geometry.SlotOffset(record->indirect, path.slot), block);
+    return true;
+  }
   std::uint32_t second = kNoBlock;
   if (record->doubleIndirect != kNoBlock) {
-    second = Get32(&work->GetBlock(record->doubleIndirect)[static_cast<std::size_t>(kWordSize * high)]);
+    second = Get32(&work->GetBlock(record->doubleIndirect)[std::size_t{kWordSize} * path.second]);
   }
   if (second != kNoBlock) {
-    work->PutWord(work->geometry().SlotOffset(second, low), block);
+    work->PutWord(geometry.SlotOffset(second, path.slot), block);
     return true;
   }
-  second = newMap(low, block);
+  second = newMap(path.slot, block);
   if (second == kNoBlock) return false;
-  if (record->doubleIndirect == kNoBlock) return (record->doubleIndirect = newMap(high, second)) != kNoBlock;
-  work->PutWord(work->geometry().SlotOffset(record->doubleIndirect, high), second);
+  if (record->doubleIndirect == kNoBlock) {
+    return (record->doubleIndirect = newMap(path.second, second)) != kNoBlock;
+  }
+  work->PutWord(geometry.SlotOffset(record->doubleIndirect, path.second), second);
   return true;
 }
 

@@ -14,10 +14,10 @@ namespace {
 using std::to_string;
 
 constexpr Pass kPasses[] = {
-    FixHeader, FillTail,        FixTable,    CutOutside,     ReturnSectors,   RegainRecords,    RegainDirectories,
-    FixSlots,  FixBitmap,       ReviveNodes, FixRecords,     DropFreedBlocks, RegainMaps,       RegainEntries,
-    Unshare,   FixSlotsOutside, FixMaps,     FixRoot,        EmptyCopies,     UndoTornRemovals, FixDirectorySizes,
-    FixNames,  FixEntries,      BreakCycles, FixLeakedNodes, FixChain};
+    FixHeader, FillTail,   FixTable,    CutOutside,     ReturnSectors,   RegainRecords,    RegainDirectories,
+    FixSlots,  FixBitmap,  ReviveNodes, FixRecords,     DropFreedBlocks, RegainMaps,       RegainEntries,
+    Unshare,   CutForeign, FixMaps,     FixRoot,        EmptyCopies,     UndoTornRemovals, FixDirectorySizes,
+    FixNames,  FixEntries, BreakCycles, FixLeakedNodes, FixChain};
 
 // Far more rounds than any damage takes; a guard against passes that undo each other.
 constexpr int kMostRounds = 100;

@@ -43,9 +43,8 @@ LostFound FindLostFound(const Model& model) {
   LostFound found;
   for (std::uint32_t i = 1;; ++i) {
     found.name = i == 1 ? kLostFound : kLostFound + ("~" + to_string(i));
-    const auto entry = std::find_if(entries.begin(), entries.end(), [&](const Entry& at) {
-      return at.index >= 2 && UpperCase(NameOf(at.record)) == found.name;
-    });
+    const auto entry = std::find_if(entries.begin(), entries.end(),
+                                    [&](const Entry& at) { return UpperCase(NameOf(at.record)) == found.name; });
     if (entry == entries.end()) return found;
     const std::uint16_t number = entry->record.node;
     if (!model.IsNode(number) || number == kRootNode) continue;

@@ -145,8 +145,8 @@ void RegainMaps(RepairWork* work);     // block-map blocks that no slot leads to
 void RegainEntries(RepairWork* work);  // blocks of entries that no slot leads to
 // map_passes.cpp
 void Unshare(RepairWork* work);
-void FixSlotsOutside(RepairWork* work);  // what CutOutside left; blocks that hold no numbers or no entries
-void FixMaps(RepairWork* work);          // holes, missing map blocks, blocks past the size
+void CutForeign(RepairWork* work);  // blocks that hold no numbers or no entries
+void FixMaps(RepairWork* work);     // holes, missing map blocks, blocks past the size
 // layout_passes.cpp
 void FixRoot(RepairWork* work);  // a root that is lost
 // directory_passes.cpp

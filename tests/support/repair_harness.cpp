@@ -11,6 +11,8 @@
 
 namespace testimage {
 
+using orba::inspect::Action;
+using orba::inspect::ActionKind;
 using orba::inspect::Budget;
 using orba::inspect::Check;
 using orba::inspect::ForeseeRepair;
@@ -111,6 +113,15 @@ Bytes Repaired(const Bytes& container, std::string* texts) {
   const Report report = Check(MemoryImage(after));
   EXPECT_TRUE(report.IsClean() && !report.marked) << ToText(plan) << ToText(report);
   return after;
+}
+
+std::string StepsOf(const Bytes& container) {
+  std::string text;
+  for (const Action& action : PlanRepair(MemoryImage(container), kRepairTime).actions) {
+    if (action.kind == ActionKind::kSetMark || action.kind == ActionKind::kClearMark) continue;
+    text += ToText(action) + "\n";
+  }
+  return text;
 }
 
 Bytes RepairedFromEveryStop(const Bytes& container, std::string* texts) {

@@ -34,6 +34,9 @@ testing::AssertionResult SameFiles(const std::map<std::string, Bytes>& files,
 // The plan's texts, one a line, go to `texts`.
 Bytes Repaired(const Bytes& container, std::string* texts = nullptr);
 
+// The sentences of the plan, one a line, without those that set and clear the mark.
+std::string StepsOf(const Bytes& container);
+
 // Repaired, and the same from every state in which the repair may stop. What the second run keeps is held against what
 // one run keeps: every file's contents must still be there, under whatever name. Returns the container after one run.
 Bytes RepairedFromEveryStop(const Bytes& container, std::string* texts = nullptr);
