@@ -103,7 +103,7 @@ TEST(RepairStrays, own_node_block_is_lost_and_no_room_for_a_new_one_nothing_is_w
   for (std::uint32_t i = 40; i < 135; ++i) image.AddFile(2, "F" + std::to_string(i), 10);
   image.Copy(image.NodeOffset(33), image.bytes(), image.NodeOffset(129), 512);
   std::fill_n(image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(129)), 8192, std::uint8_t{0xAA});
-  const Plan plan = PlanRepair(FullImage(image.bytes()), testimage::kRepairTime);
+  const Plan plan = PlanRepair(LongImage(image.bytes(), kContainerLimit - 1), testimage::kRepairTime);
   EXPECT_TRUE(plan.IsComplete()) << ToText(plan);
   for (const Action& action : plan.actions) {
     for (const Write& write : action.writes) EXPECT_NE(write.offset, 0u) << ToText(action);
