@@ -169,14 +169,13 @@ void FixExtras(RepairWork* work, const NodeInfo& node) {
   std::uint64_t end = node.map.needed;
   work->Begin(ActionKind::kFixSize, node.number);
   VisitMap(work->image, work->geometry(), node.record, node.offset, [&](const MapSlot& slot) {
-    if (slot.level != MapLevel::kData) return work->CanEnter(slot.block);
-    if (slot.index < node.map.needed || slot.block == kNoBlock) return false;
-    if (slot.index == end) {
+    const bool extra = slot.level == MapLevel::kData && slot.index >= node.map.needed && slot.block != kNoBlock;
+    if (extra && slot.index == end) {
       ++end;
-    } else {
+    } else if (extra) {
       work->PutWord(slot.offset, kNoBlock);
     }
-    return false;
+    return work->CanEnter(slot.block);
   });
   if (end > node.map.needed) SetSize(work, node, SizeOf(*work, end));
 }
@@ -199,9 +198,9 @@ void MakeFirstBlock(RepairWork* work, const NodeInfo& node) {
 std::vector<std::uint64_t> MissingBlocks(const RepairWork& work, const NodeInfo& node) {
   std::vector<bool> there(static_cast<std::size_t>(node.map.end));
   VisitMap(work.image, work.geometry(), node.record, node.offset, [&](const MapSlot& slot) {
-    if (slot.level != MapLevel::kData) return work.CanEnter(slot.block);
-    if (slot.index < there.size() && slot.block != kNoBlock) there[static_cast<std::size_t>(slot.index)] = true;
-    return false;
+    const bool data = slot.level == MapLevel::kData && slot.index < there.size();
+    if (data && slot.block != kNoBlock) there[static_cast<std::size_t>(slot.index)] = true;
+    return work.CanEnter(slot.block);
   });
   std::vector<std::uint64_t> missing;
   for (std::size_t i = 0; i < there.size(); ++i) {
@@ -235,11 +234,10 @@ void FixUnneeded(RepairWork* work, const NodeInfo& node) {
     bool ended = false;
     work->Begin(ActionKind::kTakeUnneeded, node.number);
     VisitMap(work->image, work->geometry(), node.record, node.offset, [&](const MapSlot& slot) {
-      if (slot.level == MapLevel::kDouble) return true;
-      if (slot.level != MapLevel::kSecond) return false;
-      ended |= slot.block == kNoBlock;
-      if (ended && slot.block != kNoBlock) work->PutWord(slot.offset, kNoBlock);
-      return false;
+      const bool second = slot.level == MapLevel::kSecond;
+      ended |= second && slot.block == kNoBlock;
+      if (ended && second && slot.block != kNoBlock) work->PutWord(slot.offset, kNoBlock);
+      return slot.level == MapLevel::kDouble;
     });
   }
 }
@@ -371,11 +369,9 @@ void CutNode(RepairWork* work, std::uint16_t number, std::uint64_t end, std::uin
   OrbNodeRecord record = work->GetNode(number);
   std::vector<std::uint64_t> slots;
   VisitMap(work->image, work->geometry(), record, work->model().nodes[number].offset, [&](const MapSlot& slot) {
-    if (slot.level != MapLevel::kData) return work->CanEnter(slot.block);
-    if (slot.index >= std::max<std::uint64_t>(end, kDirectBlocks) && slot.block != kNoBlock) {
-      slots.push_back(slot.offset);
-    }
-    return false;
+    const bool behind = slot.level == MapLevel::kData && slot.index >= std::max<std::uint64_t>(end, kDirectBlocks);
+    if (behind && slot.block != kNoBlock) slots.push_back(slot.offset);
+    return work->CanEnter(slot.block);
   });
   for (auto slot = slots.rbegin(); slot != slots.rend(); ++slot) work->PutWord(*slot, kNoBlock);
   for (std::uint64_t i = end; i < kDirectBlocks; ++i) record.direct[i] = kNoBlock;

@@ -245,9 +245,8 @@ void Repoint(RepairWork* work, std::uint16_t directory, const Entry& entry, std:
   action.first = lost;
   action.last = entry.record.node;
   const bool file = work->model().RefersToUsed(entry.record) && !work->model().nodes[entry.record.node].IsDirectory();
-  if (file && HasLegalName(entry)) {
-    const std::uint16_t copy = AddCopy(work, work->model().nodes[entry.record.node].record, work->image);
-    if (copy != 0) work->bestNames[copy] = NameOf(entry.record);
+  if (file && HasLegalName(entry)) {  // without room it is node 0's name, for which nobody asks
+    work->bestNames[AddCopy(work, work->model().nodes[entry.record.node].record, work->image)] = NameOf(entry.record);
   }
   work->PutHalf(entry.offset, lost);
 }
@@ -426,7 +425,7 @@ void BreakCycles(RepairWork* work) {
   for (const NodeInfo& directory : model.nodes) {
     std::vector<Removal> removals;
     for (const Entry& entry : directory.entries) {
-      if (entry.index < 2 || entry.pastSize || entry.doubled || !model.RefersToUsed(entry.record)) continue;
+      if (entry.index < 2 || !model.RefersToUsed(entry.record)) continue;
       const NodeInfo& node = model.nodes[entry.record.node];
       if (node.reach == Reach::kCycle && node.parent == 0) removals.push_back({ActionKind::kBreakCycle, &entry});
     }

@@ -159,6 +159,17 @@ TEST(RepairCopiedBlock, name_of_its_own_behind_the_first_both_keep_their_names) 
   EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), expected));
 }
 
+// What lies behind the size of D is read, but not counted, so that OTHER's block is no copy.
+TEST(RepairCopiedBlock, name_that_the_original_does_not_count_stays) {
+  CopyOfD image;
+  image.SetSize(2, image.Size(2) - 32);
+  Files expected = BothKept();
+  expected["/LOST.FND/"] = {};
+  expected["/LOST.FND/F4"] = expected.at("/D/F4");
+  expected.erase("/D/F4");
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), expected));
+}
+
 // G names A as the root does, and its "." seems to be the root's, or is not there.
 TEST(RepairCopiedBlock, first_entry_that_is_not_a_dot_says_nothing) {
   for (const bool there : {true, false}) {

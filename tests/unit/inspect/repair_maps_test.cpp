@@ -89,6 +89,19 @@ TEST(RepairShared, map_slot_leads_to_a_files_data_the_data_stays_and_the_map_com
   }
 }
 
+TEST(RepairShared, map_slot_leads_to_data_of_a_later_file_the_data_stays) {
+  SmallWithC image;
+  image.AddFile(1, "X", 1024);
+  const std::uint32_t block = image.MappedBlock(7, 0);
+  FillBlock(&image, block, 0);
+  image.Put32(image.BlockOffset(block) + 4, IndirectOf(image, 4));
+  const Files sound = Tree(image.bytes());
+  image.Put32(image.NodeOffset(2) + kIndirectOffset, block);
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), sound));
+  EXPECT_EQ(StepsOf(image.bytes()),
+            "takes block " + Number(block) + " out of /A (node 2): something else's, and no block numbers\n");
+}
+
 // The slot of A's map that is not needed leads to a directory's block: numbers in there are not A's.
 TEST(RepairShared, map_slot_leads_to_a_directory_nothing_in_it_is_written) {
   SmallWithC image;
@@ -168,6 +181,9 @@ TEST(RepairShared, one_block_shared_and_one_listed_as_free_both_are_settled) {
   image.Put32(image.MapOffset(4, 0), image.MappedBlock(2, 0));
   image.SetChain({{image.MappedBlock(4, 1)}});
   EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), Tree(image.bytes())));
+  EXPECT_EQ(StepsOf(image.bytes()), "gives /D/B (node 4) a copy of block " + Number(image.MappedBlock(2, 0)) +
+                                        ", which something else uses too; drops the free chain for now\n"
+                                        "builds the free chain anew: 1 block in 1 record\n");
 }
 
 TEST(RepairShared, first_block_of_two_directories_is_told_as_the_ones_that_its_dot_names) {
@@ -233,6 +249,20 @@ TEST(RepairSlot, behind_a_gap_of_the_double_indirect_block_is_taken_out) {
                   std::string(hole ? "3 blocks" : "1 block") + " in 1 record\n");
     EXPECT_TRUE(SameFiles(Tree(Repaired(image.bytes())), sound));
   }
+}
+
+TEST(RepairSlot, behind_a_gap_of_a_double_indirect_block_that_a_shrunk_file_has_kept_is_taken_out_alone) {
+  SmallWithC image;
+  const std::uint32_t indirect = image.AppendBlock(), twice = image.AppendBlock(), first = image.AppendBlock();
+  image.Put32(image.NodeOffset(2) + kIndirectOffset, indirect);
+  image.Put32(image.NodeOffset(2) + kDoubleOffset, twice);
+  image.Put32(image.BlockOffset(twice), first);
+  const Files sound = Tree(image.bytes());
+  image.Put32(image.BlockOffset(twice) + 8, image.AppendBlock());
+  EXPECT_EQ(StepsOf(image.bytes()),
+            "takes block-map blocks that serve nothing out of /A (node 2)\n"
+            "builds the free chain anew: 1 block in 1 record\n");
+  EXPECT_TRUE(SameFiles(Tree(Repaired(image.bytes())), sound));
 }
 
 // ---- Growth ---------------------------------------------------------------------------------------------------------

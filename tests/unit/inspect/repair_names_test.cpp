@@ -14,6 +14,7 @@
 namespace orba::inspect {
 namespace {
 
+using testimage::AfterWrites;
 using testimage::Bytes;
 using testimage::ImageBuilder;
 using testimage::Repaired;
@@ -57,12 +58,13 @@ void Mark(ImageBuilder* image) { image->Put32(kStateFlagsOffset, kVolumeDirty); 
 
 // ---- Names that lead nowhere ----------------------------------------------------------------------------------------
 
-TEST(RepairDangling, one_bit_of_two_numbers_damaged_both_names_come_back) {
+TEST(RepairDangling, one_bit_of_two_numbers_damaged_and_a_third_all_names_come_back) {
   for (const int bit : {0, 1, 7, 15}) {
     InOrder image;
     image.AddFile(1, "LAST", 50);  // node 16
     const Files sound = Tree(image.bytes());
     image.Point(4, 10 ^ 64);
+    image.Point(6, 0xFFF);
     image.Put16(image.EntryOffset(1, 5), static_cast<std::uint16_t>(16 ^ 1 << bit));
     EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), sound)) << bit;
   }
@@ -231,6 +233,24 @@ TEST(RepairMisled, no_node_left_for_a_copy_name_leads_to_its_own_node_again) {
   EXPECT_EQ(Repaired(image.bytes()), sound);
 }
 
+// ---- Cycles ---------------------------------------------------------------------------------------------------------
+
+TEST(RepairCycle, first_names_of_two_directories_lead_to_each_other_one_is_taken_out) {
+  SmallWithC image;
+  image.AddDirectory(1, "P");
+  image.AddDirectory(7, "Q");
+  image.AddEntry(8, "P", 7);
+  image.AddFile(8, "IN", 20);
+  TakeLastName(&image, 1);
+  image.Put16(image.EntryOffset(7, 1), 8);
+  Files expected = Tree(SmallWithC().bytes());
+  expected = WithLost(expected, "NODE0007/Q/IN", testimage::Pattern(20, 22));
+  expected["/LOST.FND/NODE0007/"] = expected["/LOST.FND/NODE0007/Q/"] = {};
+  std::string texts;
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes(), &texts)), expected));
+  EXPECT_NE(texts.find(", which lies in it: no path leads there\n"), std::string::npos) << texts;
+}
+
 // ---- Several names --------------------------------------------------------------------------------------------------
 
 TEST(RepairSeveral, illegal_name_is_removed_and_not_taken_for_a_stopped_move) {
@@ -291,6 +311,13 @@ TEST(RepairSeveral, copies_in_a_marked_container_mark_it_once) {
   }
 }
 
+// The double-indirect block of the copy is new, and so are the blocks that it leads to.
+TEST(RepairSeveral, second_name_of_a_file_with_all_kinds_of_map_blocks_reads_the_same) {
+  ImageBuilder image(1024, 24);
+  image.AddEntry(1, "G", image.AddFile(1, "F", 600 * 1024));
+  EXPECT_TRUE(SameFiles(Tree(Repaired(image.bytes())), Tree(image.bytes())));
+}
+
 // Copies may take as many blocks as there are, and 1,024, but for those that are left for names: there is room for one
 // beside the one that stands for all names under /LOST.FND.
 TEST(RepairSeveral, names_for_which_there_is_no_room_are_removed_and_what_they_read_is_kept) {
@@ -310,27 +337,21 @@ TEST(RepairSeveral, names_for_which_there_is_no_room_are_removed_and_what_they_r
 
 // ---- What the mark vouches for --------------------------------------------------------------------------------------
 
-// A file whose block-map block leads to itself: it is read as 20 blocks, of which a repair leaves zeros.
-Bytes AddFileThroughItself(ImageBuilder* image) {
-  image->AddFile(1, "SOUND", 20 * 1024);
-  const std::uint16_t file = image->AddFile(1, "0", 7 * 1024);
-  for (std::uint32_t i = 6; i < 20; ++i) {
-    image->Put32(image->MapOffset(file, i), image->Get32(image->NodeOffset(file) + 56));
-  }
-  image->SetSize(file, 20 * 1024);
-  return Tree(image->bytes()).at("/0");
-}
-
-TEST(RepairVouched, stopped_move_excuses_no_other_file) {
-  ImageBuilder image(1024, 32);
-  const Bytes read = AddFileThroughItself(&image);
-  const std::uint16_t file = image.AddFile(1, "A", 30);
-  image.AddEntry(image.AddDirectory(1, "D"), "B", file);
+// F4, node 4, has the number of F5 and comes back; what F5 is read as by that path cannot be kept: no node is left.
+TEST(RepairVouched, stopped_move_excuses_no_other_name) {
+  ImageBuilder image(1024, 1);
+  image.AddDirectory(1, "D");
+  for (std::uint32_t i = 3; i < 9; ++i) image.AddFile(1, "F" + std::to_string(i), i == 5 ? 0 : i);
+  Files expected = Tree(image.bytes());
+  image.Put16(image.EntryOffset(1, 4), 5);
+  image.AddEntry(2, "MOVED", 7);
   Mark(&image);
-  const Files paths = Tree(Repaired(image.bytes()));
-  EXPECT_EQ(paths.count("/A"), 0u);
-  EXPECT_EQ(paths.count("/D/B"), 1u);
-  EXPECT_EQ(paths.at("/LOST.FND/0"), read);
+  const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
+  EXPECT_EQ(plan.promise.losses, std::vector<std::string>{"/F4"});
+  EXPECT_EQ(plan.promise.firstExcused, "/F7");
+  expected["/D/MOVED"] = expected.at("/F7");
+  expected.erase("/F7");
+  EXPECT_TRUE(SameFiles(Tree(AfterWrites(plan, image.bytes(), testimage::WriteCount(plan))), expected));
 }
 
 // The last entry of D is cleared and still counted, and its node has no other name.
@@ -356,10 +377,19 @@ TEST(RepairVouched, stopped_removal_is_taken_back) {
 
 TEST(RepairVouched, stopped_removal_excuses_no_other_file) {
   StoppedRemoval image;
-  const Bytes read = AddFileThroughItself(&image);
+  testimage::AddKnotted(&image, "0");
+  const Bytes read = Tree(image.bytes()).at("/0");
   const Files paths = Tree(Repaired(image.bytes()));
   EXPECT_EQ(paths.at("/D/LAST"), image.sound.at("/D/LAST"));
   EXPECT_EQ(paths.at("/LOST.FND/0"), read);
+}
+
+TEST(RepairVouched, stopped_removal_is_the_only_operation_and_two_names_of_a_file_stay) {
+  StoppedRemoval image;
+  image.AddEntry(5, "SECOND", 2);
+  Files expected = image.sound;
+  expected["/D/E/SECOND"] = expected.at("/A");
+  EXPECT_TRUE(SameFiles(Tree(Repaired(image.bytes())), expected));
 }
 
 TEST(RepairVouched, cleared_entry_with_a_name_that_was_never_written_stays_cleared) {
