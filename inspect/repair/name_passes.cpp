@@ -93,7 +93,7 @@ NameRef RightName(const Model& model, const NodeInfo& node) {
 
 // ---- What the mark vouches for --------------------------------------------------------------------------------------
 
-std::uint32_t CountNames(const NodeInfo& node) { return static_cast<std::uint32_t>(node.names.size()); }
+bool HasSeveralNames(const NodeInfo& node) { return node.names.size() > 1; }
 
 // The only node that the predicate holds for; null when there is none, or another one.
 template <typename Predicate>
@@ -135,7 +135,7 @@ bool IsStoppedRemoval(const RepairWork& work, const NodeInfo& node) {
 bool FinishStopped(RepairWork* work) {
   const Model& model = work->model();
   if (!work->marked || work->vouched.node != 0) return false;
-  const NodeInfo* const node = FindOnly(model, [](const NodeInfo& at) { return at.names.size() > 1; });
+  const NodeInfo* const node = FindOnly(model, HasSeveralNames);
   if (node == nullptr) return false;
   const bool removal = IsStoppedRemoval(*work, *node);
   if (!removal && !IsStoppedMove(*work, *node)) return false;
@@ -169,7 +169,7 @@ void NoteRepair(RepairWork* work) {
 void CopySecondNames(RepairWork* work) {
   const Model& model = work->model();
   for (const NodeInfo& node : model.nodes) {
-    if (node.names.size() < 2 || node.IsDirectory() || !work->IsNodeLeft()) continue;
+    if (!HasSeveralNames(node) || node.IsDirectory() || !work->IsNodeLeft()) continue;
     const NameRef right = RightName(model, node);
     std::set<std::pair<std::uint16_t, std::string>> seen;
     for (const NameRef& name : node.names) {
@@ -194,7 +194,7 @@ void CopySecondNames(RepairWork* work) {
 std::vector<NameRef> RightNames(const Model& model) {
   std::vector<NameRef> right(model.nodes.size());
   for (const NodeInfo& node : model.nodes) {
-    if (node.names.size() > 1) right[node.number] = RightName(model, node);
+    if (HasSeveralNames(node)) right[node.number] = RightName(model, node);
   }
   return right;
 }
@@ -257,7 +257,7 @@ const NameRef* FindDamagedName(const Model& model, const NodeInfo& lost, const N
   const NodeInfo* twice = nullptr;
   for (std::uint32_t bit = 1; bit < 0x10000; bit <<= 1) {
     const std::uint32_t number = lost.number ^ bit;
-    if (!model.IsNode(number) || CountNames(model.nodes[number]) != 2) continue;
+    if (!model.IsNode(number) || model.nodes[number].names.size() != 2) continue;
     if (twice != nullptr) return nullptr;
     twice = &model.nodes[number];
   }
@@ -327,8 +327,8 @@ void RepointDangling(RepairWork* work) {
 
 void RepointSecondNames(RepairWork* work) {
   const Model& model = work->model();
-  const NodeInfo* const onlyTwice = FindOnly(model, [](const NodeInfo& node) { return node.names.size() > 1; });
-  const bool single = onlyTwice != nullptr && CountNames(*onlyTwice) == 2 && FindOnlyNameless(*work) != nullptr;
+  const NodeInfo* const onlyTwice = FindOnly(model, HasSeveralNames);
+  const bool single = onlyTwice != nullptr && onlyTwice->names.size() == 2 && FindOnlyNameless(*work) != nullptr;
   std::map<std::uint16_t, std::vector<std::pair<std::uint16_t, const NameRef*>>> claims;  // by node with two names
   for (const NodeInfo& node : model.nodes) {
     if (!IsNameless(node) || node.record.size == 0) continue;  // nothing is worth the risk to take a path that reads
@@ -397,6 +397,8 @@ void UndoTornRemovals(RepairWork* work) {
                                  [&](const Entry& entry) { return UpperCase(NameOf(entry.record)) == name; });
   if (!legal || there) return;
   work->vouched.node = lost->number;
+  // The operation is found: were this repair stopped, names that are left would look like another's.
+  if (std::any_of(model.nodes.begin(), model.nodes.end(), HasSeveralNames)) NoteRepair(work);
   Action& action = work->Begin(ActionKind::kUndoRemoval, directory->number);
   action.name = name;
   action.first = lost->number;
