@@ -84,6 +84,10 @@ TEST(RepairCopy, no_node_left_for_it_nothing_is_named_so_and_the_plan_says_what_
   const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
   EXPECT_TRUE(plan.IsComplete());
   EXPECT_EQ(plan.promise.losses, std::vector<std::string>{"/F"});
+  EXPECT_EQ(StepsOf(image.bytes()),
+            "takes block 11 out of /F (node 3): there already\n"
+            "fills 1 missing block of /F (node 3) with zeros\n"
+            "builds the free chain anew: 1 block in 1 record\n");
   Files expected = Tree(image.bytes());
   for (std::uint32_t i = 0; i < 1024; ++i) expected.at("/F")[7 * 1024 + i] = 0;
   EXPECT_TRUE(SameFiles(Tree(AfterWrites(plan, image.bytes(), testimage::WriteCount(plan))), expected));
