@@ -114,9 +114,7 @@ void CheckDots(Work* work, const NodeInfo& directory) {
   const std::uint16_t up = dots[1]->record.node;
   const std::vector<NameRef>& names = directory.names.empty() ? directory.pending : directory.names;
   bool right = number == kRootNode ? up == kRootNode : names.empty();
-  if (number != kRootNode) {
-    for (const NameRef& name : names) right |= name.directory == up;
-  }
+  for (const NameRef& name : names) right |= name.directory == up;  // the root has none
   if (NameOf(dots[1]->record) == ".." && right) return;
   work->Add(Kind::kDirDotDot, {number, dots[1]->block, dots[1]->offset}, {{up}, NameOf(dots[1]->record)});
 }

@@ -31,7 +31,6 @@ void PatchedImage::Write(std::uint64_t offset, const void* bytes, std::size_t co
   const std::uint64_t first = std::min(offset, size_) / kPageSize;
   const std::uint64_t last = (offset + count - 1) / kPageSize;
   for (std::uint64_t page = first; page <= last; ++page) {
-    if (page < offset / kPageSize && (page + 1) * kPageSize <= base_.Size()) continue;
     const auto [place, fresh] = pages_.try_emplace(page);
     if (!fresh) continue;
     place->second.resize(kPageSize);

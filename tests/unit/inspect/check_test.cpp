@@ -316,6 +316,34 @@ TEST(CheckTable, block_without_nodes_is_foreign) {
   EXPECT_EQ(FoundIn(image), At("node-block-foreign", 0, block, 128 + 12));
 }
 
+TEST(CheckNodes, kind_is_judged_by_the_blocks_within_the_size) {
+  Small image;
+  const std::uint16_t like = image.AddFile(1, "LIKE", 64);
+  const auto block = [&](std::uint16_t node) { return image.BlockOffset(image.MappedBlock(node, 0)); };
+  for (std::uint64_t i = 0; i < 64; ++i) image.Put8(block(like) + i, image.bytes()[block(3) + i]);
+  image.Put16(block(like), like);
+  EXPECT_TRUE(CheckOf(image).model.nodes[like].wrongKind);
+  image.SetSize(like, 32);
+  EXPECT_FALSE(CheckOf(image).model.nodes[like].wrongKind);
+
+  image.Put16(image.NodeOffset(2) + 6, image.Get16(image.NodeOffset(3) + 6));  // A is marked as a directory
+  image.SetSize(2, 1024);
+  image.Put32(image.MapOffset(2, 1), image.MappedBlock(3, 0));
+  EXPECT_TRUE(CheckOf(image).model.nodes[2].wrongKind);
+}
+
+TEST(CheckMap, blocks_past_the_size_are_not_among_those_that_are_there) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t file = image.AddFile(1, "F", 5 * 1024);
+  image.SetSize(file, 3 * 1024);
+  image.Put32(image.MapOffset(file, 1), 0);
+  const MapSummary map = CheckOf(image).model.nodes[file].map;
+  EXPECT_EQ(map.needed, 3u);
+  EXPECT_EQ(map.present, 2u);
+  EXPECT_EQ(map.end, 3u);
+  EXPECT_EQ(map.extras, 2u);
+}
+
 TEST(CheckTable, block_without_used_nodes_is_a_note) {
   Small image;
   for (int i = 0; i < 12; ++i) image.AddNode(0);  // 6 to 17
@@ -373,6 +401,9 @@ TEST(CheckBitmap, used_beyond_the_table_is_found) {
   ImageBuilder image(1024, 896);
   image.SetFree(224 * 16 + 1, false);
   EXPECT_EQ(FoundIn(image), At("node-without-block", 224 * 16 + 1, 0, 1024 + 224 * 2));
+  image.SetFree(224 * 16 + 1, true);
+  image.SetFree(896 * 8, false);  // the bitmap's last
+  EXPECT_EQ(FoundIn(image), At("node-without-block", 896 * 8, 0, 1024 + 895));
 }
 
 TEST(CheckBitmap, root_free_is_found) {
@@ -638,6 +669,25 @@ TEST(CheckDirectory, size_too_large_entries_missing) {
   EXPECT_EQ(FoundIn(image), At("dir-hole", 3, image.MappedBlock(3, 0), image.EntryOffset(3, 4), 3));
 }
 
+// Six entries of another kind are, five are not; one sound name is enough.
+TEST(CheckDirectory, block_of_bad_names_is_foreign_from_six_on) {
+  for (const std::uint32_t bad : {5u, 6u}) {
+    for (const std::uint32_t at : {0u, 3u}) {
+      ImageBuilder image(1024, 32);
+      const std::uint16_t directory = FillDirectory(&image, 40);
+      const std::uint64_t block = image.BlockOffset(image.MappedBlock(directory, 1));
+      for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(block + i, 0);
+      for (std::uint32_t i = 0; i < bad; ++i) {
+        image.Put16(block + 32 * (at + i), 1000);
+        image.PutText(block + 32 * (at + i) + 2, "?");
+      }
+      EXPECT_EQ(CheckOf(image).Count(Kind::kDirBlockForeign), bad == 6 ? 1u : 0u) << bad << at;
+      image.PutText(block + 32 * at + 2, "A");
+      EXPECT_EQ(CheckOf(image).Count(Kind::kDirBlockForeign), 0u) << bad << at;
+    }
+  }
+}
+
 TEST(CheckDirectory, block_without_entries_is_one_finding) {
   ImageBuilder image(1024, 32);
   const std::uint16_t directory = FillDirectory(&image, 40);
@@ -699,6 +749,28 @@ TEST(CheckDirectory, root_dot_dot_of_another_node_is_found) {
   Small image;
   image.Put16(image.EntryOffset(1, 1), 3);
   EXPECT_EQ(FoundIn(image), At("dir-dotdot", 1, 2, image.EntryOffset(1, 1)));
+}
+
+// An entry that leads to the root gives it no parent.
+TEST(CheckDirectory, root_dot_dot_of_a_directory_that_names_the_root_is_found) {
+  Small image;
+  image.AddEntry(3, "UP", 1);
+  image.Put16(image.EntryOffset(1, 1), 3);
+  EXPECT_EQ(CheckOf(image).Count(Kind::kDirDotDot), 1u);
+}
+
+TEST(CheckDirectory, cycle_is_told_by_a_directory_of_it_and_not_by_a_file_below) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t file = image.AddFile(1, "T", 0);
+  const std::uint16_t directory = image.AddDirectory(1, "D");
+  const std::uint16_t inside = image.AddDirectory(directory, "E");
+  image.AddEntry(directory, "T", file);
+  image.AddEntry(inside, "D", directory);
+  image.Put16(image.EntryOffset(directory, 1), inside);
+  image.Put16(image.EntryOffset(1, 2), 0);
+  image.Put16(image.EntryOffset(1, 3), 0);
+  image.SetSize(1, 2 * 32);
+  EXPECT_EQ(FoundIn(image), At("dir-cycle", directory, 0, image.NodeOffset(directory)));
 }
 
 TEST(CheckDirectory, cycle_of_directories_is_found) {  // C7
@@ -786,6 +858,23 @@ TEST(CheckEntries, file_with_two_names_on_a_marked_container_is_a_stopped_move) 
   image.AddEntry(3, "X", 2);
   image.Put32(kStateFlagsOffset, kVolumeDirty);
   EXPECT_EQ(FoundIn(image), At("two-names", 2, 0, kNoOffset));
+}
+
+TEST(CheckEntries, directory_with_a_name_below_itself_is_no_stopped_move) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t moved = image.AddDirectory(1, "E");
+  const std::uint16_t below = image.AddDirectory(moved, "G");
+  const std::uint16_t other = image.AddDirectory(1, "P");
+  image.AddEntry(below, "E", moved);
+  image.AddEntry(other, "E", moved);
+  image.Put16(image.EntryOffset(1, 2), other);  // P twice, so E's two names are those
+  image.PutText(image.EntryOffset(1, 2) + 2, "P");
+  image.Put16(image.EntryOffset(1, 3), 0);
+  image.SetSize(1, 3 * 32);
+  image.Put32(kStateFlagsOffset, kVolumeDirty);
+  const Report report = CheckOf(image);
+  EXPECT_EQ(report.Count(Kind::kTwoNames), 0u);
+  EXPECT_EQ(report.Count(Kind::kManyNames), 1u);
 }
 
 TEST(CheckEntries, two_names_of_which_one_is_illegal_is_damage) {

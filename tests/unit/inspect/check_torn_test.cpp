@@ -47,6 +47,9 @@ TEST(TornChain, last_entry_counted_and_zero_is_an_update_on_a_marked_container) 
   Free image;
   image.Put32(image.Entry(20), 0);
   EXPECT_EQ(Marked(image), "chain-torn");
+  ImageBuilder marked = image;
+  marked.Put32(kStateFlagsOffset, kVolumeDirty);
+  EXPECT_EQ(Check(MemoryImage(marked.bytes())).findings[0].offset, image.record + 8);
   EXPECT_EQ(MarkedByRepair(image), "chain-torn");
   EXPECT_EQ(Unmarked(image), "chain-zero-entry");
 }
@@ -124,10 +127,31 @@ TEST(TornTable, entry_of_nodes_in_use_is_damage) {
   EXPECT_EQ(Marked(image), "table-outside node-without-block");
 }
 
-TEST(TornTable, entry_that_the_volume_cannot_have_is_damage) {
+TEST(TornTable, entry_to_a_block_with_any_node_record_is_no_update) {
   Free image;
-  image.Put32(ImageBuilder::TableOffset(16), 5000);
-  EXPECT_EQ(Marked(image), "table-outside");
+  const std::uint64_t block = image.BlockOffset(image.AppendBlock());
+  image.Put32(ImageBuilder::TableOffset(3), image.Blocks());
+  EXPECT_EQ(Marked(image), "table-torn");
+  for (const std::uint32_t slot : {0u, 15u}) {
+    ImageBuilder one = image;
+    one.Put32(block + 64 * slot, kNodeSignature);
+    EXPECT_EQ(Marked(one).find("table-torn"), std::string::npos) << slot;
+  }
+}
+
+TEST(TornTable, entry_of_nodes_of_which_the_first_is_in_use_is_damage) {
+  Free image;
+  image.Put32(ImageBuilder::TableOffset(3), 5000);
+  image.SetFree(49, false);
+  EXPECT_EQ(Marked(image), "table-outside node-without-block");
+}
+
+TEST(TornTable, entry_that_the_volume_cannot_have_is_damage) {
+  for (const std::uint32_t index : {16u, 17u}) {
+    Free image;
+    image.Put32(ImageBuilder::TableOffset(index), 5000);
+    EXPECT_EQ(Marked(image), "table-outside") << index;
+  }
 }
 
 TEST(TornBitmap, only_entry_to_a_free_node_is_an_update_on_a_marked_container) {
@@ -138,6 +162,13 @@ TEST(TornBitmap, only_entry_to_a_free_node_is_an_update_on_a_marked_container) {
   EXPECT_EQ(Unmarked(image), "entry-to-free");
   image.SetFree(2, true);
   EXPECT_EQ(Marked(image), "entry-to-free entry-to-free");
+}
+
+TEST(TornDirectory, two_names_in_a_block_before_its_last_are_damage) {
+  Free image;
+  image.AddFile(3, "E", 0);
+  image.Put16(image.EntryOffset(3, 2), 5);  // B leads to C's node
+  EXPECT_EQ(Marked(image), "many-names");
 }
 
 TEST(TornDirectory, last_entry_in_a_hole_of_its_block_is_an_update_on_a_marked_container) {

@@ -250,6 +250,22 @@ TEST(FindGeometry, erased_header_says_nothing_of_a_bitmap) {
   EXPECT_EQ(GeometryOf(image).blockSize, 1024u);
 }
 
+// Nothing but the first node block speaks for the layout, and a directory that lies elsewhere against it: then it takes
+// two fields of the header that say the same.
+TEST(FindGeometry, contradicted_node_block_needs_the_headers_word) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t directory = image.AddDirectory(1, "D");
+  image.Put32(image.NodeOffset(directory) + 32, 200);
+  std::memset(&image.bytes()[image.BlockOffset(2)], 0, 1024);
+  image.Put32(40, 9);  // the block size
+  EXPECT_EQ(GeometryOf(image).blockSize, 1024u);
+  EXPECT_EQ(GeometryOf(image).bitmapSize, 32u);
+  std::memset(image.bytes().data(), 0, 128);
+  EXPECT_FALSE(GeometryOf(image).known());
+  image.Put32(image.NodeOffset(directory) + 32, 3);  // where it is
+  EXPECT_TRUE(GeometryOf(image).known());
+}
+
 TEST(FindGeometry, too_few_slots_are_no_node_block) {
   ImageBuilder image(1024, 32);
   std::memset(image.bytes().data(), 0, kHeaderSize);

@@ -111,11 +111,13 @@ TEST(SearchLayout, directories_whose_records_lead_to_a_third_contradict) {
 TEST(SearchLayout, deleted_directories_lie_where_they_may) {
   ImageBuilder image = Tree(1024, 8);
   EraseBefore(&image, 1);
-  const std::uint32_t old = image.AppendBlock();  // the dots of a node that is a file now
-  image.Put16(image.BlockOffset(old), 10);
-  image.PutText(image.BlockOffset(old) + 2, ".");
-  image.Put16(image.BlockOffset(old) + 32, 1);
-  image.PutText(image.BlockOffset(old) + 34, "..");
+  for (std::uint16_t node = 10; node < 20; ++node) {
+    const std::uint32_t old = image.AppendBlock();  // the dots of a node that is a file now
+    image.Put16(image.BlockOffset(old), node);
+    image.PutText(image.BlockOffset(old) + 2, ".");
+    image.Put16(image.BlockOffset(old) + 32, 1);
+    image.PutText(image.BlockOffset(old) + 34, "..");
+  }
   EXPECT_EQ(Search(image).blockSize, 1024u);
   EXPECT_EQ(Search(image).dataOffset, 1032u);
 }

@@ -236,6 +236,7 @@ TEST(Reader, free_chain_in_a_circle_is_counted_once_and_said) {
   EXPECT_EQ(opened.reader.FreeBlocks(&problem), 1u);
   EXPECT_EQ(problem.trouble, Trouble::kBlockForeign);
   EXPECT_EQ(problem.block, record);
+  EXPECT_EQ(problem.node, 0u);
 }
 
 // ---- Paths ----------------------------------------------------------------------------------------------------------
@@ -246,6 +247,7 @@ TEST(Reader, path_is_found_whatever_the_case_and_the_slashes) {
   EXPECT_EQ(opened.Find("/D/E/EMPTY").number, image.empty);
   EXPECT_EQ(opened.Find("//d/e//empty/").number, image.empty);
   EXPECT_EQ(opened.Find("D/./E/../B").number, image.b);
+  EXPECT_EQ(opened.Find("D/../A").number, image.a);
   EXPECT_EQ(opened.Find("/../..").number, kRootNode);
   EXPECT_EQ(opened.Find("").number, kRootNode);
 }
@@ -596,6 +598,21 @@ TEST(Reader, contents_up_to_what_the_host_cannot_read) {
   EXPECT_EQ(count, 30u * 1024);
 }
 
+TEST(Reader, contents_from_within_a_block_up_to_what_the_host_cannot_read) {
+  const SmallTree image;
+  const std::uint64_t bad = image.BlockOffset(image.MappedBlock(image.b, 3));
+  const UnreadableFrom host(image.bytes(), bad + 100, bad + 101);
+  Reader reader(host);
+  Node file;
+  ASSERT_FALSE(reader.Find("/D/B", &file));
+  const Bytes whole = Opened(image).Contents(file);
+  Bytes bytes(3000);
+  std::uint32_t done = 0;
+  EXPECT_EQ(reader.Read(file, 1500, bytes.data(), 3000, &done).trouble, Trouble::kHostCannotRead);
+  ASSERT_EQ(done, 3u * 1024 - 1500);
+  EXPECT_TRUE(std::equal(bytes.begin(), bytes.begin() + done, whole.begin() + 1500));
+}
+
 TEST(Reader, contents_taker_may_stop) {
   Opened opened{SmallTree()};
   int calls = 0;
@@ -749,6 +766,29 @@ TEST(Reader, list_behind_a_hole_goes_on) {
   const Listing listing = opened.reader.List(opened.Find("/"));
   ASSERT_EQ(Names(listing), Strings{"D"});
   EXPECT_EQ(listing.entries[0].place, Listed::Place::kBehindHole);
+}
+
+TEST(Reader, list_behind_a_missing_block_goes_on_as_behind_a_hole) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t directory = testimage::FillDirectory(&image, 70);
+  image.Put32(image.MapOffset(directory, 1), 0);
+  Opened opened(image);
+  const Listing listing = opened.reader.List(opened.Find("/FULL"));
+  ASSERT_EQ(listing.entries.size(), 30u + 6);
+  EXPECT_EQ(listing.entries[29].place, Listed::Place::kListed);
+  EXPECT_EQ(listing.entries[30].place, Listed::Place::kBehindHole);
+}
+
+TEST(Reader, list_of_crossed_directories_ends_where_the_budget_does) {
+  const SmallTree image;
+  Opened opened(image);
+  Budget budget(opened.reader.geometry());
+  while (budget.MeetNode(image.d)) {
+  }
+  const Node root = opened.Find("/");
+  const Listing listing = opened.reader.List(root, &budget);  // A is met for the first time, D is not
+  EXPECT_EQ(Names(listing), Strings{"A"});
+  EXPECT_EQ(Troubles(listing.problems), Found{Trouble::kCrossed});
 }
 
 TEST(Reader, list_past_the_size_up_to_the_end_mark) {
