@@ -75,8 +75,8 @@ std::map<std::uint32_t, std::uint32_t> CountVotes(const RepairWork& work, std::u
     const std::uint8_t* slot = &bytes[i * kNodeSize];
     const std::uint32_t number = NodeNumber(slot);
     const std::uint32_t first = number - i;
-    if (!HasNodeSignature(slot) || number <= i || first % perBlock != 1) continue;
-    if (first / perBlock < kNodeTableEntries) ++votes[first / perBlock];
+    if (!HasNodeSignature(slot) || first % perBlock != 1) continue;
+    if (first / perBlock < kNodeTableEntries) ++votes[first / perBlock];  // also where `first` is below 0
   }
   return votes;
 }

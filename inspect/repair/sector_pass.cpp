@@ -84,9 +84,8 @@ void ReturnSectors(RepairWork* work) {
     VisitMap(work->image, work->geometry(), directory.record, directory.offset, [&](const MapSlot& slot) {
       const bool held = work->geometry().Holds(slot.block);
       const BlockUse use = held ? model.blocks[slot.block].use : BlockUse::kNothing;
-      const bool own = held && !model.blocks[slot.block].shared;
-      if (slot.level != MapLevel::kData) return own && use == BlockUse::kMap;
-      if (own && use == BlockUse::kDirectory) ReturnBlock(work, directory, slot);
+      if (slot.level != MapLevel::kData) return use == BlockUse::kMap;
+      if (use == BlockUse::kDirectory) ReturnBlock(work, directory, slot);
       return false;
     });
   }

@@ -1,0 +1,236 @@
+// Repair of the node-block table: which block is taken for the node block of which entry, and what speaks for one that
+// stands in its place.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <string>
+
+#include "inspect/repair/repair.h"
+#include "tests/support/image_builder.h"
+#include "tests/support/repair_harness.h"
+#include "tests/support/small_image.h"
+
+namespace orba::inspect {
+namespace {
+
+using testimage::Bytes;
+using testimage::ImageBuilder;
+using testimage::Repaired;
+using testimage::RepairedFromEveryStop;
+using testimage::Tree;
+
+// Files in the root from node 2 on: F2 and so on, of as many bytes. 16 nodes in a block.
+struct Nodes : ImageBuilder {
+  explicit Nodes(std::uint16_t last) : ImageBuilder(1024, 32) {
+    for (std::uint16_t node = 2; node <= last; ++node) AddFile(1, "F" + std::to_string(node), node);
+  }
+
+  Bytes Block(std::uint32_t block) const {
+    const auto from = bytes().begin() + static_cast<std::ptrdiff_t>(BlockOffset(block));
+    return Bytes(from, from + 1024);
+  }
+  void PutBlock(std::uint32_t block, const Bytes& data) {
+    std::copy(data.begin(), data.end(), bytes().begin() + static_cast<std::ptrdiff_t>(BlockOffset(block)));
+  }
+  void Overwrite(std::uint64_t offset, std::size_t count) {
+    std::fill_n(bytes().begin() + static_cast<std::ptrdiff_t>(offset), count, std::uint8_t{0xAA});
+  }
+  void CopyRecord(std::uint16_t to, std::uint16_t from) {
+    std::copy_n(bytes().begin() + static_cast<std::ptrdiff_t>(NodeOffset(from)), 64,
+                bytes().begin() + static_cast<std::ptrdiff_t>(NodeOffset(to)));
+  }
+  std::uint32_t NodeBlock(std::uint32_t entry) const { return Get32(TableOffset(entry)); }
+  void SetEntry(std::uint32_t entry, std::uint32_t block) { Put32(TableOffset(entry), block); }
+};
+
+std::string PlanOf(const Nodes& image) {
+  return ToText(PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime));
+}
+
+void ExpectKept(const std::map<std::string, Bytes>& files, const std::map<std::string, Bytes>& was, int node) {
+  const auto found = files.find("/F" + std::to_string(node));
+  ASSERT_NE(found, files.end()) << node;
+  EXPECT_EQ(found->second, was.at(found->first)) << node;
+}
+
+// ---- Blocks that stand in their place -------------------------------------------------------------------------------
+
+// Records of another node block were written over this one. An old copy of it, which nobody uses, has all its nodes.
+TEST(LayoutTable, one_slot_of_a_node_in_use_is_left_block_stays_in_its_place) {
+  for (const std::uint16_t left : {std::uint16_t{9}, std::uint16_t{17}, std::uint16_t{25}, std::uint16_t{32}}) {
+    Nodes image(48);
+    const std::uint16_t entry = left < 17 ? 0 : 1;
+    image.PutBlock(image.AppendBlock(), image.Block(image.NodeBlock(entry)));
+    image.SetSize(left, 8);
+    const auto was = Tree(image.bytes());
+    const auto end = static_cast<std::uint16_t>(16 * (entry + 1));
+    for (auto node = static_cast<std::uint16_t>(16 * entry + 1); node <= end; ++node) {
+      if (node != left) image.CopyRecord(node, static_cast<std::uint16_t>(node + 16));
+    }
+    EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), was) << left;
+  }
+}
+
+TEST(LayoutTable, numbers_lost_and_one_signature_left_block_stays_in_its_place) {
+  for (const std::uint16_t left : {std::uint16_t{17}, std::uint16_t{25}, std::uint16_t{32}}) {
+    Nodes image(32);
+    const auto was = Tree(image.bytes());
+    for (std::uint16_t node = 17; node <= 32; ++node) {
+      image.Put16(image.NodeOffset(node) + 4, 0);
+      if (node != left) image.Put32(image.NodeOffset(node), 0);
+    }
+    EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), was) << left;
+  }
+}
+
+TEST(LayoutTable, number_of_the_only_node_in_use_speaks_for_another_entry_block_stays_in_its_place) {
+  Nodes image(17);
+  const auto was = Tree(image.bytes());
+  image.Put16(image.NodeOffset(17) + 4, 33);
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), was);
+}
+
+TEST(LayoutTable, numbers_speak_for_an_entry_that_no_table_has_block_stays_in_its_place) {
+  Nodes image(18);
+  const auto was = Tree(image.bytes());
+  for (std::uint16_t node = 17; node < 26; ++node) {
+    image.Put16(image.NodeOffset(node) + 4, static_cast<std::uint16_t>(224 * 16 + node - 16));
+  }
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), was);
+}
+
+// ---- Blocks that are found again ------------------------------------------------------------------------------------
+
+// Nothing else tells that something is lost: the file is empty, and the chain lists its node block.
+TEST(LayoutTable, block_of_one_empty_file_is_listed_as_free_it_is_found_again) {
+  for (const std::uint16_t left : {std::uint16_t{17}, std::uint16_t{25}, std::uint16_t{32}}) {
+    Nodes image(16);
+    for (int node = 17; node <= 32; ++node) image.AddNode(0);
+    for (std::uint16_t node = 17; node <= 32; ++node) image.SetFree(node, node != left);
+    image.AddEntry(1, "EMPTY", left);
+    const auto was = Tree(image.bytes());
+    image.SetChain({{image.NodeBlock(1)}});
+    image.SetEntry(1, 0);
+    EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), was) << left;
+  }
+}
+
+TEST(LayoutTable, entries_exchanged_and_nodes_called_free_both_are_set_at_once) {
+  Nodes image(48);
+  const auto was = Tree(image.bytes());
+  const std::uint32_t one = image.NodeBlock(1), two = image.NodeBlock(2);
+  image.SetEntry(1, two);
+  image.SetEntry(2, one);
+  for (std::uint16_t node = 17; node <= 32; ++node) image.SetFree(node, true);
+  const std::string text = PlanOf(image);
+  EXPECT_NE(text.find("points table entry 1 at block " + std::to_string(one)), std::string::npos) << text;
+  EXPECT_NE(text.find("points table entry 2 at block " + std::to_string(two)), std::string::npos) << text;
+  EXPECT_EQ(text.find("clears"), text.find("clears the mark")) << text;
+  EXPECT_EQ(Tree(Repaired(image.bytes())), was);
+}
+
+TEST(LayoutTable, one_record_is_left_of_a_lost_block_it_is_found_again) {
+  for (const std::uint16_t left : {std::uint16_t{17}, std::uint16_t{32}}) {
+    Nodes image(32);
+    const auto was = Tree(image.bytes());
+    for (std::uint16_t node = 17; node <= 32; ++node) {
+      if (node != left) image.Overwrite(image.NodeOffset(node), 64);
+    }
+    image.SetEntry(1, 0);
+    ExpectKept(Tree(RepairedFromEveryStop(image.bytes())), was, left);
+  }
+}
+
+TEST(LayoutTable, lost_block_of_nodes_of_which_none_is_in_use_stays_out) {
+  Nodes image(2);
+  const std::uint32_t block = image.AppendBlock();
+  for (std::uint16_t i = 0; i < 16; ++i) {
+    image.PutText(image.BlockOffset(block) + 64 * i, "INO1");
+    image.Put16(image.BlockOffset(block) + 64 * i + 4, static_cast<std::uint16_t>(33 + i));
+  }
+  EXPECT_EQ(PlanOf(image),
+            "1. marks the container as being updated (1 write)\n"
+            "2. builds the free chain anew: 1 block in 1 record (2 writes)\n"
+            "3. clears the mark of an update in progress (1 write)\n"
+            "keeps 1 of 1 readable file\n");
+}
+
+// Two blocks for entry 1, the first of them before the other: empty files of the nodes from 17 on in the one, and files
+// with data in the other.
+struct TwoBlocksForOne : Nodes {
+  TwoBlocksForOne(std::uint16_t empty, std::uint16_t data, bool emptyFirst) : Nodes(16) {
+    const std::uint32_t spare = AppendBlock();
+    const std::uint16_t last = static_cast<std::uint16_t>(16 + std::max(empty, data));
+    for (std::uint16_t node = 17; node <= last; ++node) AddFile(1, "F" + std::to_string(node), 0u);
+    const std::uint32_t real = NodeBlock(1);
+    PutBlock(spare, Bytes(1024));
+    Bytes whole = Block(real), files = whole;
+    for (std::uint16_t i = 0; i < 16; ++i) {
+      if (i >= empty) std::fill_n(whole.begin() + 64 * i, 64, std::uint8_t{0});
+      if (i >= data) std::fill_n(files.begin() + 64 * i, 64, std::uint8_t{0});
+    }
+    for (std::uint16_t i = 0; i < data; ++i) {
+      const std::uint32_t block = AppendBlock();
+      Put8(BlockOffset(block), 'x');
+      files[static_cast<std::size_t>(64 * i + 16)] = 1;
+      files[static_cast<std::size_t>(64 * i + 32)] = static_cast<std::uint8_t>(block);
+    }
+    PutBlock(emptyFirst ? spare : real, whole);
+    PutBlock(emptyFirst ? real : spare, files);
+    SetEntry(1, 0);
+  }
+};
+
+TEST(LayoutTable, two_blocks_for_an_entry_the_one_with_more_of_its_nodes_is_taken_and_of_equals_that_with_data) {
+  struct Case {
+    std::uint16_t empty, data;
+    bool takesData;
+  };
+  for (const Case& blocks :
+       {Case{1, 1, true}, Case{3, 1, false}, Case{4, 2, false}, Case{2, 1, false}, Case{3, 3, true}}) {
+    for (const bool emptyFirst : {true, false}) {
+      const TwoBlocksForOne image(blocks.empty, blocks.data, emptyFirst);
+      const auto files = Tree(Repaired(image.bytes()));
+      ASSERT_EQ(files.count("/F17"), 1u) << blocks.empty << blocks.data << emptyFirst;
+      EXPECT_EQ(files.at("/F17") == Bytes(1, 'x'), blocks.takesData) << blocks.empty << blocks.data << emptyFirst;
+    }
+  }
+}
+
+// A block that looks like the lost one, before it: with implausible records, without signatures, or a file's contents.
+TEST(LayoutTable, block_that_only_looks_like_the_lost_one_is_not_taken_for_it) {
+  for (const char* what : {"implausible", "unsigned", "file"}) {
+    Nodes image(2);
+    const std::uint16_t file = image.AddFile(1, "COPY", Bytes(1024));
+    const std::uint32_t spare = image.AppendBlock();
+    const bool inFile = what[0] == 'f';
+    for (std::uint16_t node = 4; node <= 18; ++node) image.AddFile(1, "F" + std::to_string(node), 0u);
+    const std::uint32_t copy = inFile ? image.MappedBlock(file, 0) : spare;
+    image.PutBlock(copy, image.Block(image.NodeBlock(1)));
+    for (std::uint64_t at = image.BlockOffset(copy); at < image.BlockOffset(copy) + 1024; at += 64) {
+      if (what[0] == 'i') image.Put8(at + 7, 0xF0);
+      if (what[0] == 'u') image.Put8(at, 0);
+    }
+    const auto was = Tree(image.bytes());
+    const std::uint32_t real = image.NodeBlock(1);
+    image.SetEntry(1, 0);
+    const std::string text = PlanOf(image);
+    EXPECT_NE(text.find("points table entry 1 at block " + std::to_string(real) + ","), std::string::npos)
+        << what << text;
+    EXPECT_EQ(Tree(Repaired(image.bytes())), was) << what;
+  }
+}
+
+// A file of the second node block names block 1, to which the table does not lead any more.
+TEST(LayoutTable, first_block_is_a_files_too_it_is_still_the_first_node_block) {
+  Nodes image(17);
+  const auto was = Tree(image.bytes());
+  image.Put32(image.MapOffset(17, 0), 1);
+  image.SetEntry(0, 0);
+  const auto files = Tree(Repaired(image.bytes()));
+  for (int node = 2; node <= 16; ++node) ExpectKept(files, was, node);
+}
+
+}  // namespace
+}  // namespace orba::inspect
