@@ -96,9 +96,7 @@ void CopyShared(RepairWork* work, const NodeInfo& node, const std::set<std::uint
 }  // namespace
 
 bool CanBeRevived(const RepairWork& work, std::uint32_t number) {
-  const Model& model = work.model();
-  if (!model.IsNode(number)) return false;
-  const NodeInfo& node = model.nodes[number];
+  const NodeInfo& node = work.model().nodes[number];
   return node.state == NodeState::kFree && node.readable && IsPlausible(work.geometry(), number, node.record);
 }
 

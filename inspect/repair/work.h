@@ -192,7 +192,7 @@ bool IsNameless(const NodeInfo& node);
 // What a directory's ".." says, 0 where there is none.
 std::uint16_t DotDotOf(const NodeInfo& directory);
 
-// The bitmap calls the node free, but its record is one that a node in use can have.
+// The bitmap calls this node of the volume free, but its record is one that a node in use can have.
 bool CanBeRevived(const RepairWork& work, std::uint32_t number);
 
 // The entry is a name, and the node that it names can be one of the volume.

@@ -79,6 +79,40 @@ TEST(ReviveNodes, one_of_its_blocks_is_anothers_it_stays_free) {
   }
 }
 
+// X and Y, which have lost their names, have a block in common; the chain lists the one of Z, which has its name.
+TEST(ReviveNodes, two_records_with_one_block_the_copy_is_not_written_over_what_the_chain_lists_by_mistake) {
+  Revivable image;
+  const std::uint16_t z = image.AddFile(1, "Z", 30);
+  const std::uint16_t x = image.AddFile(1, "X", 100);
+  const std::uint16_t y = image.AddFile(1, "Y", 200);
+  image.Put32(image.MapOffset(y, 0), image.MappedBlock(x, 0));
+  auto files = Tree(image.bytes());
+  image.Remove(y);
+  image.Remove(x);
+  image.SetFree(z, true);
+  image.SetChain({{image.MappedBlock(z, 0)}});
+  files["/LOST.FND/"] = {};
+  files["/LOST.FND/NODE0004"] = files.at("/X");
+  files["/LOST.FND/NODE0005"] = files.at("/Y");
+  files.erase("/X");
+  files.erase("/Y");
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), files);
+}
+
+TEST(ReviveNodes, two_that_have_names_with_one_block_the_copy_takes_a_free_one) {
+  Revivable image;
+  const std::uint32_t free = image.AppendBlock();
+  const std::uint16_t x = image.AddFile(1, "X", 100);
+  const std::uint16_t y = image.AddFile(1, "Y", 200);
+  image.SetChain({{free, image.MappedBlock(y, 0)}});
+  image.Put32(image.MapOffset(y, 0), image.MappedBlock(x, 0));
+  const auto files = Tree(image.bytes());
+  for (const std::uint16_t node : {x, y}) image.SetFree(node, true);
+  const Bytes repaired = RepairedFromEveryStop(image.bytes());
+  EXPECT_EQ(Tree(repaired), files);
+  EXPECT_EQ(repaired.size(), image.bytes().size());
+}
+
 TEST(ReviveNodes, block_of_its_own_twice_it_stays_free) {
   Revivable image;
   const std::uint16_t file = image.AddFile(1, "F", 3 * 1024);
