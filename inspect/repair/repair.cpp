@@ -350,10 +350,14 @@ std::uint32_t RepairWork::Take(const std::vector<std::uint8_t>& contents) {
 
 void RepairWork::ResetBudget() { budget = geometry().blocks + 1024u; }
 
-std::uint32_t RepairWork::TakeForCopy(const std::vector<std::uint8_t>& contents) {
+std::uint64_t RepairWork::RoomForCopies() const {
   constexpr std::uint64_t kFew = 64;  // a directory, map blocks
   const std::uint64_t reserve = model().nodes.size() / geometry().entriesPerBlock() + kFew;
-  return budget > reserve ? Take(contents) : kNoBlock;
+  return budget - std::min(budget, reserve);
+}
+
+std::uint32_t RepairWork::TakeForCopy(const std::vector<std::uint8_t>& contents) {
+  return RoomForCopies() > 0 ? Take(contents) : kNoBlock;
 }
 
 std::uint32_t RepairWork::FindDirectoryBlock(std::uint16_t number) {

@@ -93,6 +93,14 @@ void Link(RepairWork* work, const NodeInfo& node, const LostFound& lost, Names* 
   AddEntry(work, directory, name, node.number);
 }
 
+// What a file of that size takes, block-map blocks with it.
+std::uint64_t CountBlocks(const Geometry& geometry, std::uint32_t size) {
+  const std::uint64_t blocks = geometry.BlocksFor(size);
+  const std::uint64_t twice = blocks - std::min(blocks, geometry.firstDouble());
+  const std::uint64_t second = (twice + geometry.mapSlots() - 1) / geometry.mapSlots();
+  return blocks + (blocks > kDirectBlocks ? 1 : 0) + (twice > 0 ? 1 : 0) + second;
+}
+
 // ---- The chain ------------------------------------------------------------------------------------------------------
 
 bool IsChainSound(const Report& report) {
@@ -109,6 +117,7 @@ bool IsChainSound(const Report& report) {
 
 std::uint16_t AddCopy(RepairWork* work, const OrbNodeRecord& like, const Image& from) {
   const Geometry& geometry = work->geometry();
+  if (CountBlocks(geometry, like.size) > work->RoomForCopies()) return 0;  // half a copy serves nobody
   const auto [number, offset] = work->TakeNode();
   if (number == 0) return 0;
   OrbNodeRecord record = like;

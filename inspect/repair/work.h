@@ -55,6 +55,7 @@ struct RepairWork {
   // for what names need.
   std::uint64_t budget = 0;
   void ResetBudget();  // as many as there are blocks in this round's model, and some more
+  std::uint64_t RoomForCopies() const;
   std::uint32_t TakeForCopy(const std::vector<std::uint8_t>& contents);
 
   // The slot of a map names a block that can be one of its block-map blocks.

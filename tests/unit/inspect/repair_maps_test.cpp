@@ -91,15 +91,16 @@ TEST(RepairShared, map_slot_leads_to_a_files_data_the_data_stays_and_the_map_com
 
 TEST(RepairShared, map_slot_leads_to_data_of_a_later_file_the_data_stays) {
   SmallWithC image;
+  image.AddFile(1, "F", 700);
   image.AddFile(1, "X", 1024);
-  const std::uint32_t block = image.MappedBlock(7, 0);
+  const std::uint32_t block = image.MappedBlock(8, 0);
   FillBlock(&image, block, 0);
   image.Put32(image.BlockOffset(block) + 4, IndirectOf(image, 4));
   const Files sound = Tree(image.bytes());
-  image.Put32(image.NodeOffset(2) + kIndirectOffset, block);
+  image.Put32(image.NodeOffset(7) + kIndirectOffset, block);
   EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), sound));
   EXPECT_EQ(StepsOf(image.bytes()),
-            "takes block " + Number(block) + " out of /A (node 2): something else's, and no block numbers\n");
+            "takes block " + Number(block) + " out of /F (node 7): something else's, and no block numbers\n");
 }
 
 // The slot of A's map that is not needed leads to a directory's block: numbers in there are not A's.
