@@ -1,5 +1,6 @@
-// Repair of what has lost the one field that led to it: directories whose records were overwritten, block-map blocks and
-// blocks of entries that no slot names. What belongs to nobody else comes back, and what only looks like it does not.
+// Repair of what has lost the one field that led to it: directories whose records were overwritten, block-map blocks
+// and blocks of entries that no slot names. What belongs to nobody else comes back, and what only looks like it does
+// not.
 #include <gtest/gtest.h>
 
 #include <algorithm>
