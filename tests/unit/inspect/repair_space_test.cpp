@@ -58,6 +58,27 @@ TEST(RepairCopy, of_what_a_file_was_read_as_is_told_with_both_paths) {
             "builds the free chain anew: 1 block in 1 record\n");
 }
 
+// What is left of the room when X has two copies of its 955 blocks is just what a copy of Y takes, or a block less.
+TEST(RepairCopy, of_a_second_name_is_made_where_the_room_is_just_enough) {
+  struct Case {
+    std::uint32_t blocks, maps;
+  };
+  for (const Case& of : {Case{6, 0}, Case{7, 1}, Case{263, 3}, Case{518, 3}, Case{519, 4}}) {
+    for (const std::uint32_t spare : {1u, 0u}) {
+      ImageBuilder image(1024, 32);
+      const std::uint16_t x = image.AddFile(1, "X", 950 * 1024);
+      const std::uint16_t y = image.AddFile(1, "Y", of.blocks * 1024);
+      for (const char* name : {"X2", "X3"}) image.AddEntry(1, name, x);
+      image.AddEntry(1, "Y2", y);
+      const std::uint32_t room = image.Blocks() + 1024 - 72 - 2 * 955;
+      ASSERT_LT(room, of.blocks + of.maps);
+      for (std::uint32_t i = room + 1; i < of.blocks + of.maps + spare; ++i) image.AppendBlock();
+      const std::string steps = StepsOf(image.bytes());
+      EXPECT_EQ(steps.find("keeps what \"Y2\"") == std::string::npos, spare == 1) << of.blocks << "\n" << steps;
+    }
+  }
+}
+
 TEST(RepairCopy, goes_to_the_directory_that_is_there) {
   ImageBuilder image(1024, 32);
   image.AddFile(image.AddDirectory(1, "LOST.FND"), "OLD", 5);
@@ -91,6 +112,15 @@ TEST(RepairCopy, no_node_left_for_it_nothing_is_named_so_and_the_plan_says_what_
   Files expected = Tree(image.bytes());
   for (std::uint32_t i = 0; i < 1024; ++i) expected.at("/F")[7 * 1024 + i] = 0;
   EXPECT_TRUE(SameFiles(Tree(AfterWrites(plan, image.bytes(), testimage::WriteCount(plan))), expected));
+}
+
+TEST(RepairChain, head_leads_into_a_file_and_there_is_no_free_block_head_is_written_once) {
+  SmallWithC image;
+  image.Put32(48, image.MappedBlock(2, 0));
+  const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
+  ASSERT_EQ(plan.actions.size(), 3u);
+  EXPECT_EQ(plan.actions[1].writes.size(), 1u);
+  EXPECT_EQ(AfterWrites(plan, image.bytes(), 3), SmallWithC().bytes());
 }
 
 }  // namespace
