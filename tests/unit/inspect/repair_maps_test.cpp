@@ -429,8 +429,8 @@ TEST(RepairFirst, only_a_root_without_a_date_gets_the_time_of_the_repair) {
       if (!dated) image.Put16(year, 0);
       image.Put32(image.MapOffset(node, 0), 0);
       const Bytes repaired = Repaired(image.bytes());
-      const std::uint32_t is = repaired[year] | repaired[year + 1] << 8;
-      EXPECT_EQ(is, dated ? 2004u : node == 1 ? testimage::kRepairTime.year : 0u) << node;
+      const int is = repaired[year] | repaired[year + 1] << 8;
+      EXPECT_EQ(is, dated ? 2004 : node == 1 ? testimage::kRepairTime.year : 0) << node;
     }
   }
 }

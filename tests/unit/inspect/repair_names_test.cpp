@@ -63,7 +63,7 @@ TEST(RepairDangling, one_bit_of_two_numbers_damaged_and_a_third_all_names_come_b
     InOrder image;
     image.AddFile(1, "LAST", 50);  // node 16
     const Files sound = Tree(image.bytes());
-    image.Point(4, 10 ^ 64);
+    image.Point(4, 0x0A ^ 0x40);
     image.Point(6, 0xFFF);
     image.Put16(image.EntryOffset(1, 5), static_cast<std::uint16_t>(16 ^ 1 << bit));
     EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), sound)) << bit;
@@ -86,8 +86,8 @@ TEST(RepairDangling, number_one_bit_from_two_nodes_without_names_is_not_guessed)
 TEST(RepairDangling, two_names_one_bit_from_one_node_neither_is_guessed) {
   InOrder image;
   Files expected = Tree(image.bytes());
-  image.Point(4, 10 ^ 64);
-  image.AddEntry(7, "X", 10 ^ 128);
+  image.Point(4, 0x0A ^ 0x40);
+  image.AddEntry(7, "X", 0x0A ^ 0x80);
   expected = WithLost(expected, "NODE0010", expected.at("/FULL/F4"));
   expected.erase("/FULL/F4");
   EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), expected));
