@@ -123,6 +123,7 @@ TEST(SectorPlaces, copy_of_records_that_read_as_entries_none_moves) {
     image.Put32(image.NodeOffset(node) + 12, 0);
   }
   image.CopyRecords(65, 32);
+  for (std::uint16_t node = 81; node < 89; ++node) image.Put8(image.NodeOffset(node), 0);  // a sector is lost, it seems
   ExpectNoneMoves(image);
 }
 
