@@ -173,8 +173,9 @@ void FixHeader(RepairWork* work) {
   action.first = work->geometry().blockSize;
   action.last = work->geometry().bitmapSize;
   VolumeHeader header = SoundHeader(work->geometry(), work->model().header);
-  header.stateFlags = kVolumeDirty | (work->model().header.stateFlags & kRepairMark);
-  std::uint8_t bytes[kHeaderSize];
+  std::uint8_t bytes[kHeaderSize] = {};
+  work->image.Read(0, bytes, sizeof bytes);
+  header.stateFlags = Get32(bytes + kStateFlagsOffset) & (kVolumeDirty | kRepairMark);  // as marked by now
   EncodeHeader(header, bytes);
   work->Put(0, bytes, sizeof bytes);
 }

@@ -232,5 +232,150 @@ TEST(LayoutTable, first_block_is_a_files_too_it_is_still_the_first_node_block) {
   for (int node = 2; node <= 16; ++node) ExpectKept(files, was, node);
 }
 
+// ---- What each step says and writes ---------------------------------------------------------------------------------
+
+// The steps between the mark and its end.
+std::string StepsBetween(const Nodes& image) {
+  const std::string text = PlanOf(image);
+  const std::size_t from = text.find("\n2. ") + 1;
+  return text.substr(from, text.rfind('\n', text.find("clears the mark")) + 1 - from);
+}
+
+TEST(LayoutSteps, entries_that_lead_to_no_node_blocks_are_cleared_in_runs) {
+  Nodes image(2);
+  const Bytes sound = image.bytes();
+  for (const std::uint32_t entry : {3u, 4u, 5u, 9u, 223u}) image.SetEntry(entry, 9999);
+  EXPECT_EQ(StepsBetween(image),
+            "2. clears table entries 3 to 5: they lead to no node blocks (3 writes)\n"
+            "3. clears table entry 9: it leads to no node block (1 write)\n"
+            "4. clears table entry 223: it leads to no node block (1 write)\n");
+  EXPECT_EQ(RepairedFromEveryStop(image.bytes()), sound);
+}
+
+TEST(LayoutSteps, two_entries_for_a_block_the_first_of_equals_keeps_it) {
+  Nodes image(32);
+  const Bytes sound = image.bytes();
+  for (const std::uint32_t entry : {0u, 5u, 200u}) {
+    Nodes twice = image;
+    twice.SetEntry(entry == 0 ? 2 : entry, twice.NodeBlock(1));
+    EXPECT_EQ(RepairedFromEveryStop(twice.bytes()), sound) << entry;
+  }
+}
+
+TEST(LayoutSteps, numbers_in_use_without_a_node_block_are_freed_in_runs) {
+  Nodes image(2);
+  const Bytes sound = image.bytes();
+  for (std::uint16_t node = 33; node < 41; ++node) image.SetFree(node, false);
+  image.SetFree(50, false);
+  image.SetFree(256, false);
+  EXPECT_EQ(StepsBetween(image),
+            "2. notes in the bitmap that nodes 33 to 40 are free: no node block holds them (8 writes)\n"
+            "3. notes in the bitmap that node 50 is free: no node block holds it (1 write)\n"
+            "4. notes in the bitmap that node 256 is free: no node block holds it (1 write)\n");
+  EXPECT_EQ(RepairedFromEveryStop(image.bytes()), sound);
+}
+
+TEST(LayoutSteps, slots_of_free_nodes_are_signed_or_cleared) {
+  Nodes image(2);
+  const Bytes sound = image.bytes();
+  image.Put8(image.NodeOffset(5), 0);
+  image.Overwrite(image.NodeOffset(9), 64);
+  EXPECT_EQ(StepsBetween(image),
+            "2. writes signature and number into the slot of node 5 (1 write)\n"
+            "3. clears the slot of node 9, which is free (1 write)\n");
+  EXPECT_EQ(RepairedFromEveryStop(image.bytes()), sound);
+}
+
+TEST(LayoutSteps, attributes_that_a_file_can_have_are_kept) {
+  for (const std::uint16_t kept : {std::uint16_t{0}, kNodeReadOnly, kNodeUserFlag}) {
+    Nodes image(2);
+    image.Put16(image.NodeOffset(2) + 6, kept);
+    const Bytes sound = image.bytes();
+    image.Put16(image.NodeOffset(2) + 6, static_cast<std::uint16_t>(kept | 0xF000));
+    EXPECT_EQ(StepsBetween(image), "2. gives /F2 (node 2) attributes " + std::to_string(kept) +
+                                       " and clears its reserved bytes (1 write)\n");
+    EXPECT_EQ(RepairedFromEveryStop(image.bytes()), sound);
+  }
+}
+
+TEST(LayoutSteps, roots_attributes_are_written_its_time_only_where_it_is_none) {
+  for (const bool date : {true, false}) {
+    Nodes image(2);
+    const TimeStamp was = Check(MemoryImage(image.bytes())).model.nodes[1].record.time;
+    image.Put16(image.NodeOffset(1) + 6, 0xF00E);
+    if (!date) image.Put8(image.NodeOffset(1) + 10, 13);
+    const OrbNodeRecord record = Check(MemoryImage(RepairedFromEveryStop(image.bytes()))).model.nodes[1].record;
+    EXPECT_EQ(record.attributes, kRootAttributes);
+    EXPECT_EQ(record.time.year, date ? was.year : testimage::kRepairTime.year);
+    EXPECT_EQ(record.time.second, date ? was.second : testimage::kRepairTime.second);
+  }
+}
+
+TEST(LayoutSteps, file_with_a_date_that_is_none_keeps_it) {
+  Nodes image(2);
+  image.Put8(image.NodeOffset(2) + 10, 13);
+  const Bytes sound = image.bytes();
+  image.Put32(image.NodeOffset(2) + 20, 1);  // reserved
+  EXPECT_EQ(RepairedFromEveryStop(image.bytes()), sound);
+}
+
+TEST(LayoutSteps, header_is_written_anew_and_the_mark_of_a_repair_stays_until_its_end) {
+  for (const std::uint32_t flags : {0u, kVolumeDirty, kVolumeDirty | kRepairMark}) {
+    Nodes image(2);
+    const Bytes sound = image.bytes();
+    image.Put32(0, 0x12345678);
+    image.Put32(kStateFlagsOffset, flags);
+    const Plan plan = PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime);
+    for (const Action& action : plan.actions) {
+      if (action.kind != ActionKind::kWriteHeader) continue;
+      EXPECT_EQ(ToText(action), "writes the header anew, for blocks of 1024 bytes and a bitmap of 32 bytes");
+      const std::uint32_t mark = flags == kVolumeDirty ? kVolumeDirty : kVolumeDirty | kRepairMark;
+      EXPECT_EQ(action.writes[0].bytes[kStateFlagsOffset], mark) << flags;
+    }
+    EXPECT_EQ(RepairedFromEveryStop(image.bytes()), sound) << flags;
+  }
+}
+
+// A second run must not take the mark for that of a move.
+TEST(LayoutSteps, header_is_written_anew_and_the_repair_stopped_both_names_of_a_file_stay) {
+  Nodes image(4);
+  image.AddEntry(image.AddDirectory(1, "D"), "SECOND", 3);
+  auto files = Tree(image.bytes());
+  image.Put32(0, 0x12345678);
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), files);
+}
+
+TEST(LayoutRoot, record_overwritten_plan_says_which_block_it_has) {
+  Nodes image(2);
+  image.Overwrite(image.NodeOffset(1), 64);
+  const std::string steps = StepsBetween(image);
+  EXPECT_NE(steps.find("makes a new root node for the directory in block 2 (1 write)\n"), std::string::npos) << steps;
+  const OrbNodeRecord record = Check(MemoryImage(Repaired(image.bytes()))).model.nodes[1].record;
+  EXPECT_EQ(record.attributes, kRootAttributes);
+  EXPECT_EQ(record.time.year, testimage::kRepairTime.year);
+  EXPECT_EQ(record.size, 3 * kDirEntrySize);
+}
+
+TEST(LayoutRoot, record_and_block_overwritten_plan_says_that_the_new_one_is_empty) {
+  Nodes image(2);
+  image.Overwrite(image.NodeOffset(1), 64);
+  image.Overwrite(image.BlockOffset(2), 1024);
+  const std::string steps = StepsBetween(image);
+  EXPECT_NE(steps.find("makes a new, empty root directory (2 writes)\n"), std::string::npos) << steps;
+}
+
+// Nothing is left of the first node block and of the root's: both are made anew, with the slots that belong there.
+TEST(LayoutRoot, node_block_and_block_overwritten_both_are_made_anew) {
+  Nodes image(17);
+  const Bytes data = Tree(image.bytes()).at("/F17");
+  image.Overwrite(image.NodeOffset(1), 1024);
+  image.Overwrite(image.BlockOffset(2), 1024);
+  const std::string steps = StepsBetween(image);
+  EXPECT_EQ(steps.find("slot"), std::string::npos) << steps;
+  const auto files = Tree(RepairedFromEveryStop(image.bytes()));
+  ASSERT_EQ(files.count("/LOST.FND/NODE0017"), 1u);
+  EXPECT_EQ(files.at("/LOST.FND/NODE0017"), data);
+}
+
 }  // namespace
 }  // namespace orba::inspect
