@@ -40,6 +40,15 @@ struct Nodes : ImageBuilder {
     std::copy_n(bytes().begin() + static_cast<std::ptrdiff_t>(NodeOffset(from)), 64,
                 bytes().begin() + static_cast<std::ptrdiff_t>(NodeOffset(to)));
   }
+  // A block that nobody uses, with the empty slots of the nodes from this one on.
+  std::uint32_t AppendSlots(std::uint16_t first) {
+    const std::uint32_t block = AppendBlock();
+    for (std::uint16_t i = 0; i < 16; ++i) {
+      PutText(BlockOffset(block) + 64 * i, "INO1");
+      Put16(BlockOffset(block) + 64 * i + 4, static_cast<std::uint16_t>(first + i));
+    }
+    return block;
+  }
   std::uint32_t NodeBlock(std::uint32_t entry) const { return Get32(TableOffset(entry)); }
   void SetEntry(std::uint32_t entry, std::uint32_t block) { Put32(TableOffset(entry), block); }
 };
@@ -144,11 +153,7 @@ TEST(LayoutTable, one_record_is_left_of_a_lost_block_it_is_found_again) {
 
 TEST(LayoutTable, lost_block_of_nodes_of_which_none_is_in_use_stays_out) {
   Nodes image(2);
-  const std::uint32_t block = image.AppendBlock();
-  for (std::uint16_t i = 0; i < 16; ++i) {
-    image.PutText(image.BlockOffset(block) + 64 * i, "INO1");
-    image.Put16(image.BlockOffset(block) + 64 * i + 4, static_cast<std::uint16_t>(33 + i));
-  }
+  image.AppendSlots(33);
   EXPECT_EQ(PlanOf(image),
             "1. marks the container as being updated (1 write)\n"
             "2. builds the free chain anew: 1 block in 1 record (2 writes)\n"
@@ -252,6 +257,17 @@ TEST(LayoutSteps, entries_that_lead_to_no_node_blocks_are_cleared_in_runs) {
   EXPECT_EQ(RepairedFromEveryStop(image.bytes()), sound);
 }
 
+// The bitmap has 256 bits: 16 entries are enough.
+TEST(LayoutSteps, entry_for_nodes_that_cannot_be_is_cleared_whatever_its_block_holds) {
+  for (const std::uint32_t entry : {16u, 17u, 223u}) {
+    Nodes image(2);
+    image.SetEntry(entry, image.AppendSlots(static_cast<std::uint16_t>(16 * entry + 1)));
+    EXPECT_EQ(StepsBetween(image), "2. clears table entry " + std::to_string(entry) +
+                                       ": it leads to no node block (1 write)\n"
+                                       "3. builds the free chain anew: 1 block in 1 record (2 writes)\n");
+  }
+}
+
 TEST(LayoutSteps, two_entries_for_a_block_the_first_of_equals_keeps_it) {
   Nodes image(32);
   const Bytes sound = image.bytes();
@@ -259,6 +275,23 @@ TEST(LayoutSteps, two_entries_for_a_block_the_first_of_equals_keeps_it) {
     Nodes twice = image;
     twice.SetEntry(entry == 0 ? 2 : entry, twice.NodeBlock(1));
     EXPECT_EQ(RepairedFromEveryStop(twice.bytes()), sound) << entry;
+  }
+}
+
+// Both kinds of slots are in the block: whichever entry keeps it, the records of the other return to a new one.
+TEST(LayoutTable, two_entries_for_a_block_that_holds_nodes_of_both_all_of_them_are_kept) {
+  for (const std::uint16_t count : {std::uint16_t{7}, std::uint16_t{8}, std::uint16_t{9}}) {
+    Nodes image(48);
+    const auto was = Tree(image.bytes());
+    for (std::uint16_t i = 0; i < count; ++i) {
+      image.CopyRecord(static_cast<std::uint16_t>(17 + i), static_cast<std::uint16_t>(33 + i));
+    }
+    image.Overwrite(image.NodeOffset(33), 1024);
+    image.SetEntry(2, image.NodeBlock(1));
+    const auto files = Tree(RepairedFromEveryStop(image.bytes()));
+    for (int node = 2; node <= 48; ++node) {
+      if (node < 17 || (node >= 17 + count && node < 33 + count)) ExpectKept(files, was, node);
+    }
   }
 }
 
