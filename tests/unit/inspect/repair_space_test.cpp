@@ -47,6 +47,27 @@ TEST(RepairLostFound, directory_gets_its_dot_dot_with_the_name) {
             "links node 3, which has 128 bytes but no name, as /LOST.FND/NODE0003\n");
 }
 
+// The entries of the last ones lie in a block that is taken on the way.
+TEST(RepairLostFound, more_directories_than_its_first_block_holds_are_linked_in_one_step_each) {
+  ImageBuilder image(1024, 32);
+  constexpr std::uint32_t kMany = 33;
+  const std::uint16_t directory = image.AddDirectory(1, "H");
+  for (std::uint32_t i = 0; i < kMany; ++i) {
+    image.AddFile(image.AddDirectory(directory, "D" + std::to_string(i)), "F", i);
+  }
+  for (std::uint32_t i = 2; i < kMany + 2; ++i) {
+    for (std::uint32_t at = 0; at < 32; ++at) image.Put8(image.EntryOffset(directory, i) + at, 0);
+  }
+  image.Put32(image.MapOffset(directory, 1), 0);
+  image.SetSize(directory, 2 * 32);
+  const std::string steps = StepsOf(image.bytes());
+  std::uint32_t links = 0;
+  for (std::size_t at = steps.find("links node"); at != std::string::npos; at = steps.find("links node", at + 1))
+    ++links;
+  EXPECT_EQ(links, kMany) << steps;
+  EXPECT_EQ(Tree(Repaired(image.bytes())).size(), 3 + 2 * kMany);
+}
+
 TEST(RepairCopy, of_what_a_file_was_read_as_is_told_with_both_paths) {
   ImageBuilder image(1024, 32);
   AddKnotted(&image, "F");
