@@ -1,8 +1,10 @@
 #include "inspect/repair/promise.h"
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "inspect/check/finding.h"
@@ -16,9 +18,7 @@ namespace {
 
 using std::to_string;
 
-constexpr const char* kLostFound = "LOST.FND";
-constexpr std::size_t kLostFoundLength = 8;
-constexpr std::uint32_t kNone = ~std::uint32_t{0};
+constexpr const char* kLostFound = "/LOST.FND";
 
 // A name of a directory: the directory that holds it and the name, in upper case.
 using DirectoryName = std::pair<std::uint16_t, std::string>;
@@ -26,12 +26,12 @@ using DirectoryName = std::pair<std::uint16_t, std::string>;
 // A file of the repaired container.
 struct Found {
   Node node;
-  bool inLostFound = false;
+  bool inLostFound;
   bool matched = false;  // it is what a file before was
   bool stays = false;    // there was a file at its path
 };
 
-// A place in the tree before, from which paths are made when they are needed.
+// A place in the tree before, from which paths are made when they are needed. The root's is the first.
 struct Place {
   std::uint32_t parent;
   std::string name;
@@ -39,30 +39,36 @@ struct Place {
 
 // A file that is not at its path any more.
 struct Missing {
-  std::uint32_t place = 0;
+  std::uint32_t place;
   Node node;
-  bool weak = false;  // it may be anywhere
+  bool weak;  // it may be anywhere
 };
 
 // A directory whose files are to be looked for, in the one that it has become.
 struct Pair {
   Node before;
-  bool there = false;
-  Node after;
-  std::uint32_t place = 0;
-  bool weak = false;   // no path leads there
-  bool alias = false;  // its first block is another directory's, to which a path leads
+  Node after;  // no directory where it is gone
+  std::uint32_t place;
+  bool weak;   // no path leads there
+  bool alias;  // its first block is another directory's, to which a path leads
 };
 
 bool LeadsThere(const Listed& entry) {
   return !entry.problem.IsFailure() && !entry.nameProblem && entry.place != Listed::Place::kBehindHole;
 }
 
+// Below /LOST.FND, or /LOST.FND~2 and so on where that name was taken.
+bool IsInLostFound(const std::string& path) {
+  const std::size_t length = std::strlen(kLostFound);
+  return path.compare(0, length, kLostFound) == 0 && (path[length] == '/' || path[length] == '~') &&
+         path.find('/', length) != std::string::npos;
+}
+
 // The number in the "." of the directory, 0 where there is none.
 std::uint16_t DotOf(Reader* reader, const Node& directory) {
-  std::uint8_t bytes[kDirEntrySize];
+  std::uint8_t bytes[kDirEntrySize] = {};
   std::uint32_t done = 0;
-  if (reader->Read(directory, 0, bytes, sizeof bytes, &done) || done < sizeof bytes) return 0;
+  reader->Read(directory, 0, bytes, sizeof bytes, &done);
   const OrbDirEntry dot = DecodeEntry(bytes);
   return NameOf(dot) == "." ? dot.node : std::uint16_t{0};
 }
@@ -89,7 +95,7 @@ class Judge {
   // Files after, by what they hold; of a size once it was asked for.
   struct Pool {
     bool lostFoundAlone;
-    std::unordered_map<std::uint32_t, bool> sizes;
+    std::unordered_set<std::uint32_t> sizes;
     std::unordered_multimap<std::uint64_t, std::uint32_t> byHash;
   };
 
@@ -136,8 +142,8 @@ class Judge {
   std::vector<Place> places_;
   std::vector<Pair> pairs_;
   std::vector<Pair> weakPairs_;
-  std::vector<bool> entered_ = std::vector<bool>(0x10000, false);
-  std::vector<bool> keptNodes_ = std::vector<bool>(0x10000, false);
+  std::unordered_set<std::uint16_t> entered_;    // directories before
+  std::unordered_set<std::uint16_t> keptNodes_;  // files before
   std::vector<Missing> missing_;
 };
 
@@ -163,7 +169,6 @@ void Judge::NoteNames() {
 void Judge::WalkAfter() {
   Node root;
   if (after_.Root(&root).IsFailure()) return;
-  afterNodes_[root.number] = root;
   const auto take = [&](const Step& step) {
     if (step.what != Step::What::kEntry || !LeadsThere(*step.entry)) return Onward::kPast;
     const Listed& entry = *step.entry;
@@ -173,10 +178,7 @@ void Judge::WalkAfter() {
       return Onward::kOn;
     }
     const auto index = static_cast<std::uint32_t>(found_.size());
-    Found found;
-    found.node = entry.node;
-    found.inLostFound = step.path.compare(1, kLostFoundLength, kLostFound) == 0;
-    found_.push_back(found);
+    found_.push_back({entry.node, IsInLostFound(step.path)});
     foundAt_[{step.directory.number, entry.index}] = index;
     bySize_[entry.node.size()].push_back(index);
     return Onward::kOn;
@@ -187,11 +189,11 @@ void Judge::WalkAfter() {
 Promise Judge::Run() {
   NoteNames();
   WalkAfter();
-  Pair top;
+  Pair top = {};
   if (!before_.Root(&top.before).IsFailure()) {
-    top.there = !after_.Root(&top.after).IsFailure();
-    places_.push_back({kNone, ""});
-    entered_[kRootNode] = true;
+    after_.Root(&top.after);
+    places_.emplace_back();
+    entered_.insert(kRootNode);
     pairs_.push_back(top);
   }
   while (!pairs_.empty() || !weakPairs_.empty()) {
@@ -229,7 +231,7 @@ const Listed* Judge::MatchFor(const Listed& entry, const Index& after) {
 void Judge::ComparePair(const Pair& pair) {
   const Listing before = before_.List(pair.before, &beforeBudget_);
   Index after;
-  if (pair.there) after.listing = after_.List(pair.after);
+  after.listing = after_.List(pair.after);
   for (std::size_t i = 0; i < after.listing.entries.size(); ++i) {
     const Listed& entry = after.listing.entries[i];
     if (!LeadsThere(entry)) continue;
@@ -254,47 +256,42 @@ std::uint32_t Judge::AddPlace(const Pair& pair, const Listed& entry) {
 
 bool Judge::IsAlias(const Node& directory) {
   const std::uint16_t dot = DotOf(&before_, directory);
-  if (dot == 0 || dot == directory.number || (dot != kRootNode && names_.count(dot) == 0)) return false;
-  Node other;
-  return !before_.ReadNode(dot, &other).IsFailure() && other.directory && DotOf(&before_, other) == dot;
+  if (dot == directory.number || (dot != kRootNode && names_.count(dot) == 0)) return false;
+  Node other;  // there, as a path leads to it
+  before_.ReadNode(dot, &other);
+  return DotOf(&before_, other) == dot;
 }
 
 void Judge::CompareDirectory(const Listed& entry, const Pair& pair, const Listed* match) {
   const std::uint16_t recorded = entry.node.record.number;
   const bool weak = pair.weak || !LeadsThere(entry) || recorded != entry.number;
-  if (entered_[entry.number]) return;
+  if (entered_.count(entry.number) > 0) return;
   // The slot of another directory, which is looked through under its own number.
-  if (recorded != entry.number && (entered_[recorded] || names_.count(recorded) > 0)) return;
-  Pair below;
+  if (recorded != entry.number && (entered_.count(recorded) > 0 || names_.count(recorded) > 0)) return;
+  if (weak && names_.count(entry.number) > 0) return;  // a path leads there elsewhere
+  entered_.insert(entry.number);
+  Pair below = {};
   below.before = entry.node;
-  below.weak = weak;
-  if (match != nullptr && match->node.directory && match->number == entry.number) {
-    below.there = true;
+  // Under another of the names that it had, where it kept that one.
+  const auto now = directories_.find(entry.number);
+  const auto names = names_.equal_range(entry.number);
+  const bool named = now != directories_.end() && std::any_of(names.first, names.second, [&](const auto& name) {
+                       return name.second == now->second;
+                     });
+  if (named) {
+    below.after = afterNodes_[entry.number];
+  } else if (match != nullptr) {
     below.after = match->node;
-  } else {
-    // Under another of the names that it had, or, where no path led there, under any.
-    const auto now = directories_.find(entry.number);
-    const auto names = names_.equal_range(entry.number);
-    const bool named = now != directories_.end() && std::any_of(names.first, names.second, [&](const auto& name) {
-                         return name.second == now->second;
-                       });
-    below.there = named || (weak && now != directories_.end());
-    if (below.there) below.after = afterNodes_[entry.number];
-    if (!below.there && match != nullptr && match->node.directory) {
-      below.there = true;
-      below.after = match->node;
-    }
   }
-  if (weak && !pair.weak && names_.count(entry.number) > 0) return;  // a path leads there elsewhere
-  entered_[entry.number] = true;
-  below.alias = IsAlias(entry.node);
   below.place = AddPlace(pair, entry);
+  below.weak = weak;
+  below.alias = IsAlias(entry.node);
   (weak ? weakPairs_ : pairs_).push_back(below);
 }
 
 void Judge::CompareFile(const Listed& entry, const Pair& pair, const Listed* match) {
   Found* found = nullptr;
-  if (match != nullptr && !match->node.directory) {
+  if (match != nullptr) {
     const auto at = foundAt_.find({pair.after.number, match->index});
     if (at != foundAt_.end()) found = &found_[at->second];
   }
@@ -310,16 +307,13 @@ void Judge::CompareFile(const Listed& entry, const Pair& pair, const Listed* mat
   ++promise_.readable;
   if (found != nullptr && IsSame(entry.node, found->node)) {
     found->matched = true;
-    keptNodes_[entry.number] = true;
+    keptNodes_.insert(entry.number);
     ++promise_.kept;
     return;
   }
-  Missing missing;
-  missing.node = entry.node;
   const bool another = pair.alias && entry.index < before_.geometry().entriesPerBlock();
-  missing.weak = pair.weak || another || !LeadsThere(entry) || entry.node.record.number != entry.number;
-  missing.place = AddPlace(pair, entry);
-  missing_.push_back(missing);
+  const bool weak = pair.weak || another || !LeadsThere(entry) || entry.node.record.number != entry.number;
+  missing_.push_back({AddPlace(pair, entry), entry.node, weak});
 }
 
 // ---- Contents -------------------------------------------------------------------------------------------------------
@@ -335,29 +329,22 @@ bool Judge::IsWhole(Reader* reader, const Node& file, Budget* budget) const {
 }
 
 bool Judge::IsSamePiece(std::uint64_t before, std::uint64_t after, std::uint64_t bytes) const {
-  constexpr std::uint64_t kPiece = 1u << 16;
   if (touched_ && before == after && !touched_(before, bytes)) return true;
-  std::vector<std::uint8_t> a(static_cast<std::size_t>(std::min(bytes, kPiece)));
+  std::vector<std::uint8_t> a(static_cast<std::size_t>(bytes));
   std::vector<std::uint8_t> b(a.size());
-  for (std::uint64_t at = 0; at < bytes; at += a.size()) {
-    const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(a.size(), bytes - at));
-    if (!before_.image().Read(before + at, a.data(), count) || !after_.image().Read(after + at, b.data(), count) ||
-        !std::equal(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(count), b.begin())) {
-      return false;
-    }
-  }
-  return true;
+  return before_.image().Read(before, a.data(), a.size()) && after_.image().Read(after, b.data(), b.size()) && a == b;
 }
 
 // `before` is whole. Both sides have one block size: a repair cannot change it and keep anything.
 bool Judge::IsSame(const Node& before, const Node& after) {
+  constexpr std::uint64_t kMost = 16;  // blocks compared at a time
   if (before.size() != after.size() || before_.geometry().blockSize != after_.geometry().blockSize) return false;
   const std::uint64_t blockSize = before_.geometry().blockSize;
   const std::uint64_t blocks = before_.geometry().BlocksFor(before.size());
   for (std::uint64_t index = 0; index < blocks;) {
     Extent from;
     Extent to;
-    if (before_.FindExtent(before, index, blocks, &from) || after_.FindExtent(after, index, blocks, &to)) return false;
+    if (before_.FindExtent(before, index, kMost, &from) || after_.FindExtent(after, index, kMost, &to)) return false;
     const std::uint64_t count = std::min(from.count, to.count);
     const std::uint64_t bytes = std::min(count * blockSize, before.size() - index * blockSize);
     if (!IsSamePiece(before_.geometry().BlockOffset(from.block), after_.geometry().BlockOffset(to.block), bytes)) {
@@ -382,7 +369,7 @@ std::uint64_t Judge::Hash(Reader* reader, const Node& file) const {
 
 // Adds the files of this size, unless they are there.
 void Judge::Fill(Pool* pool, std::uint32_t size) {
-  if (!pool->sizes.emplace(size, true).second) return;
+  if (!pool->sizes.insert(size).second) return;
   const auto files = bySize_.find(size);
   if (files == bySize_.end()) return;
   for (const std::uint32_t index : files->second) {
@@ -403,13 +390,12 @@ bool Judge::FindMissing(const Missing& missing) {
     return true;
   }
   Fill(pool, missing.node.size());
-  if (pool->byHash.empty()) return false;
   auto at = pool->byHash.equal_range(Hash(&before_, missing.node));
   for (int tries = 0; at.first != at.second && tries < kMostTries; ++tries, ++at.first) {
     Found& found = found_[at.first->second];
     if (!IsSame(missing.node, found.node)) continue;
     found.matched = true;
-    keptNodes_[missing.node.number] = true;
+    keptNodes_.insert(missing.node.number);
     ++promise_.kept;
     if (!missing.weak) {
       standsFor_.emplace(missing.node.number, found.node);
@@ -423,12 +409,10 @@ bool Judge::FindMissing(const Missing& missing) {
 // One object may have lost a name, or all, to the operation that the mark vouches for.
 void Judge::Excuse(const std::vector<Missing>& missing) {
   const bool vouches = before_.marked() && !vouched_.none;
-  std::uint16_t node = vouches ? vouched_.node : 0;
+  std::uint16_t node = vouched_.node;
   for (const Missing& file : missing) {
-    const bool any = vouches && vouched_.node == 0 && (node == 0 || node == file.node.number);
-    const bool meant = node != 0 && node == file.node.number;
-    const bool removed = vouched_.removal && vouched_.node == file.node.number;
-    if ((any || meant) && (file.node.size() == 0 || keptNodes_[file.node.number] || removed)) {
+    const bool meant = vouches && (node == 0 || node == file.node.number);
+    if (meant && (file.node.size() == 0 || keptNodes_.count(file.node.number) > 0)) {
       node = file.node.number;
       if (promise_.excused++ == 0) promise_.firstExcused = PathOf(file.place);
       continue;
@@ -441,7 +425,7 @@ void Judge::Excuse(const std::vector<Missing>& missing) {
 std::string Judge::PathOf(std::uint32_t place) const {
   constexpr std::size_t kLongest = 1000;
   std::string path;
-  for (; places_[place].parent != kNone; place = places_[place].parent) {
+  for (; place != 0; place = places_[place].parent) {
     if (path.size() > kLongest) return "..." + path;
     path.insert(0, "/" + Printable(places_[place].name));
   }
@@ -468,7 +452,7 @@ std::string ToText(const Promise& promise) {
     text += "; " + to_string(promise.regained) + (promise.regained == 1 ? " more comes back" : " more come back");
   }
   if (promise.toLost > 0) {
-    text += "; " + to_string(promise.toLost) + (promise.toLost == 1 ? " goes" : " go") + " to /" + kLostFound;
+    text += "; " + to_string(promise.toLost) + (promise.toLost == 1 ? " goes" : " go") + " to " + kLostFound;
   }
   text += "\n";
   for (const std::string& path : promise.losses) text += "would lose " + path + "\n";

@@ -11,8 +11,7 @@
 //   - A directory with several names keeps one of them, with all that is below.
 //
 // One exception: the operation that a set mark vouches for may be finished or taken back. Of an object being moved one
-// of two names stays; of one being created or removed that holds nothing, none; and one being removed may take its
-// contents along. That goes for one object at most.
+// of two names stays; of one being created or removed that holds nothing, none. That goes for one object at most.
 #pragma once
 
 #include <cstddef>
@@ -29,7 +28,6 @@ namespace orba::inspect {
 // The object of the operation that a repair takes to be interrupted. Counts only where the container is marked.
 struct Vouched {
   std::uint16_t node = 0;  // 0 = not known: any one
-  bool removal = false;    // it was being removed: what it holds may go
   bool none = false;       // the mark is not an operation's: it vouches for nothing
 };
 
