@@ -23,9 +23,10 @@ constexpr std::uint8_t kMark[4] = {kVolumeDirty | kRepairMark, 0, 0, 0};
 std::uint32_t Crc32(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count) {
   static const std::array<std::uint32_t, 256> table = [] {
     std::array<std::uint32_t, 256> made = {};
-    for (std::uint32_t i = 0; i < 256; ++i) {
-      made[i] = i;
-      for (int bit = 0; bit < 8; ++bit) made[i] = (made[i] >> 1) ^ ((made[i] & 1) != 0 ? 0xEDB88320 : 0);
+    std::uint32_t byte = 0;
+    for (std::uint32_t& sum : made) {
+      sum = byte++;
+      for (int bit = 0; bit < 8; ++bit) sum = (sum >> 1) ^ ((sum & 1) != 0 ? 0xEDB88320 : 0);
     }
     return made;
   }();
@@ -64,20 +65,31 @@ struct Piece {
 constexpr Piece kMarking = {kStateFlagsOffset, kMark, sizeof kMark};
 
 struct Undo {
-  std::uint64_t size = 0;
-  std::uint32_t rest = 0;  // the checksum of all outside the ranges
+  std::uint64_t size;
+  std::uint32_t rest;  // the checksum of all outside the ranges
   std::vector<Piece> ranges;
   std::vector<Piece> writes;
 };
 
-bool ReadPieces(const std::vector<std::uint8_t>& file, std::size_t end, std::uint64_t limit, std::uint32_t count,
-                std::size_t* at, std::vector<Piece>* pieces) {
+// What is still to be read of an undo file.
+struct Input {
+  const std::uint8_t* at;
+  std::uint64_t left;
+
+  bool Skip(std::uint64_t count) {
+    if (count > left) return false;
+    at += count;
+    left -= count;
+    return true;
+  }
+};
+
+bool ReadPieces(Input* input, std::uint64_t limit, std::uint32_t count, std::vector<Piece>* pieces) {
   for (; count > 0; --count) {
-    if (end - *at < kPieceHeader) return false;
-    const Piece piece = {Get64(&file[*at]), file.data() + *at + kPieceHeader, Get32(&file[*at + 8])};
-    *at += kPieceHeader;
-    if (end - *at < piece.count || piece.offset > limit || piece.count > limit - piece.offset) return false;
-    *at += piece.count;
+    const std::uint8_t* const header = input->at;
+    if (!input->Skip(kPieceHeader)) return false;
+    const Piece piece = {Get64(header), input->at, Get32(header + 8)};
+    if (piece.count > limit || piece.offset > limit - piece.count || !input->Skip(piece.count)) return false;
     pieces->push_back(piece);
   }
   return true;
@@ -85,24 +97,24 @@ bool ReadPieces(const std::vector<std::uint8_t>& file, std::size_t end, std::uin
 
 // False for any bytes that are no sound undo file.
 bool ReadUndo(const std::vector<std::uint8_t>& file, Undo* undo) {
-  constexpr std::uint64_t kAnywhere = std::uint64_t{1} << 48;
+  constexpr std::uint64_t kAnywhere = ~std::uint64_t{0};
   if (file.size() < kUndoHeader + 4 || std::memcmp(file.data(), kMagic, 8) != 0) return false;
   const std::size_t end = file.size() - 4;
   if (Get32(&file[8]) != kVersion || Get32(&file[end]) != Crc32(0, file.data(), end)) return false;
   undo->rest = Get32(&file[20]);
   undo->size = Get64(&file[24]);
-  std::size_t at = kUndoHeader;
-  return ReadPieces(file, end, undo->size, Get32(&file[12]), &at, &undo->ranges) &&
-         ReadPieces(file, end, kAnywhere, Get32(&file[16]), &at, &undo->writes) && at == end;
+  Input input = {file.data() + kUndoHeader, end - kUndoHeader};
+  return ReadPieces(&input, undo->size, Get32(&file[12]), &undo->ranges) &&
+         ReadPieces(&input, kAnywhere, Get32(&file[16]), &undo->writes) && input.left == 0;
 }
 
 // The checksum goes on over the container from `start` to `end`. What the host cannot read counts as zeros.
 std::uint32_t SumUp(std::uint32_t sum, const Image& image, std::uint64_t start, std::uint64_t end) {
-  std::vector<std::uint8_t> bytes(static_cast<std::size_t>(std::min<std::uint64_t>(65536, end - start)));
+  std::uint8_t bytes[16384];
   while (start < end) {
-    const auto part = static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), end - start));
-    if (!image.Read(start, bytes.data(), part)) std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
-    sum = Crc32(sum, bytes.data(), part);
+    const auto part = static_cast<std::size_t>(std::min<std::uint64_t>(sizeof bytes, end - start));
+    if (!image.Read(start, bytes, part)) std::fill_n(bytes, part, std::uint8_t{0});
+    sum = Crc32(sum, bytes, part);
     start += part;
   }
   return sum;
@@ -112,29 +124,27 @@ bool WriteRange(Target* target, const Piece& range) { return target->Write(range
 
 // Part of a container that a repair may have changed.
 struct Region {
+  std::uint64_t start;
   std::vector<std::uint8_t> now;
   std::vector<bool> explained;  // of each byte, that the repair accounts for it
 };
-using Regions = std::map<std::uint64_t, Region>;  // by offset, without overlaps
+using Regions = std::map<std::uint64_t, Region>;  // by the offset of their end, without overlaps
 
 void AddRegion(Regions* regions, const Image& image, std::uint64_t start, std::uint64_t end) {
-  if (start >= end) return;
-  Region region;
+  Region region = {start, {}, {}};
   region.now.resize(static_cast<std::size_t>(end - start));
   image.Read(start, region.now.data(), region.now.size());
   region.explained.resize(region.now.size());
-  regions->emplace(start, std::move(region));
+  regions->emplace(end, std::move(region));
 }
 
 // Bytes that are now what the piece has for them are explained.
 void Explain(Regions* regions, const Piece& piece) {
-  auto at = regions->upper_bound(piece.offset);
-  if (at != regions->begin()) --at;
-  for (; at != regions->end() && at->first < piece.end(); ++at) {
+  for (auto at = regions->upper_bound(piece.offset); at != regions->end() && at->second.start < piece.end(); ++at) {
     Region& region = at->second;
-    const std::uint64_t end = std::min<std::uint64_t>(piece.end(), at->first + region.now.size());
-    for (std::uint64_t byte = std::max(piece.offset, at->first); byte < end; ++byte) {
-      const auto place = static_cast<std::size_t>(byte - at->first);
+    const std::uint64_t end = std::min(piece.end(), at->first);
+    for (std::uint64_t byte = std::max(piece.offset, region.start); byte < end; ++byte) {
+      const auto place = static_cast<std::size_t>(byte - region.start);
       if (region.now[place] == piece.bytes[byte - piece.offset]) region.explained[place] = true;
     }
   }
@@ -164,32 +174,32 @@ std::map<std::uint64_t, std::uint64_t> WrittenRanges(const Plan& plan, std::uint
 
 std::vector<std::uint8_t> MakeUndo(const Plan& plan, const Image& image) {
   const auto ranges = WrittenRanges(plan, image.Size());
-  std::vector<std::uint8_t> undo(kMagic, kMagic + 8);
-  undo.resize(kUndoHeader);
+  std::vector<std::uint8_t> pieces;
   std::uint32_t rest = 0;
   std::uint64_t last = 0;
   for (const auto& [start, end] : ranges) {
     rest = SumUp(rest, image, last, start);
     last = end;
     const auto count = static_cast<std::size_t>(end - start);
-    AppendPiece(&undo, start, count);
-    image.Read(start, &undo[undo.size() - count], count);
+    AppendPiece(&pieces, start, count);
+    image.Read(start, &pieces[pieces.size() - count], count);
   }
   rest = SumUp(rest, image, last, image.Size());
   std::uint32_t writes = 0;
   for (const Action& action : plan.actions) {
     for (const Write& write : action.writes) {
-      AppendPiece(&undo, write.offset, write.bytes.size());
-      std::copy(write.bytes.begin(), write.bytes.end(), undo.end() - static_cast<std::ptrdiff_t>(write.bytes.size()));
+      AppendPiece(&pieces, write.offset, write.bytes.size());
+      std::copy(write.bytes.begin(), write.bytes.end(), pieces.end() - static_cast<std::ptrdiff_t>(write.bytes.size()));
       ++writes;
     }
   }
-  Put32(&undo[8], kVersion);
-  Put32(&undo[12], static_cast<std::uint32_t>(ranges.size()));
-  Put32(&undo[16], writes);
-  Put32(&undo[20], rest);
-  Put32(&undo[24], static_cast<std::uint32_t>(image.Size()));
-  Put32(&undo[28], static_cast<std::uint32_t>(image.Size() >> 32));
+  std::vector<std::uint8_t> undo(kMagic, kMagic + 8);
+  Append32(&undo, kVersion);
+  Append32(&undo, static_cast<std::uint32_t>(ranges.size()));
+  Append32(&undo, writes);
+  Append32(&undo, rest);
+  Append64(&undo, image.Size());
+  undo.insert(undo.end(), pieces.begin(), pieces.end());
   Append32(&undo, Crc32(0, undo.data(), undo.size()));
   return undo;
 }

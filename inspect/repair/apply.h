@@ -36,7 +36,8 @@ class Target {
   virtual bool Flush() = 0;
 };
 
-// Start and end of each range that the plan writes in front of `end`, without overlaps, from the front to the end.
+// Start and end of each range that the plan writes in front of `end`, from the front to the end. Ranges that overlap or
+// touch are one.
 std::map<std::uint64_t, std::uint64_t> WrittenRanges(const Plan& plan, std::uint64_t end);
 
 // The contents of an undo file for this plan on this container.
