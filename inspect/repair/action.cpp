@@ -159,7 +159,7 @@ std::string ToText(const Action& action) {
   const Wording& wording = kWordings[static_cast<std::size_t>(action.kind)];
   const std::string form = action.count != 1 && wording.many != nullptr ? wording.many : wording.text;
   std::string text;
-  for (std::size_t at = 0; at < form.size();) {
+  for (std::size_t at = 0;;) {
     const std::size_t open = form.find('{', at);
     text += form.substr(at, open - at);
     if (open == std::string::npos) break;

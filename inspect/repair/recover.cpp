@@ -81,22 +81,20 @@ class Copy {
   Destination* destination_;
   const std::function<void(const std::string&)>& step_;
   Recovered* result_;
-  std::vector<Folder> folders_;  // from the outermost to the one in which the walk is
-  Folder top_;                   // the outermost, once the walk has left it
-  Folder lostFound_;             // likewise LOST.FND in it, where there is one
+  std::vector<Folder> folders_;  // from the outermost, which stays, to the one in which the walk is
+  Folder lostFound_;             // LOST.FND in it, where there is one, once the walk has left it
 };
 
 bool Copy::Run(const std::string& directory) {
   if (!Enter("/", directory)) return false;
-  top_ = folders_.back();
   Node root;
   const Problem problem = reader_.Root(&root);
   if (problem.IsFailure()) {
     Fail("/", ToText(problem));
-    return true;
+  } else {
+    const auto take = [this](const Step& step) { return Take(step); };
+    Walk(&reader_, root, "", take, &budget_);
   }
-  const auto take = [this](const Step& step) { return Take(step); };
-  Walk(&reader_, root, "", take, &budget_);
   return true;
 }
 
@@ -105,7 +103,6 @@ void Copy::AddLosses(const Image& before, const std::vector<Loss>& losses) {
   Reader reader(before);
   Budget budget(reader.geometry());
   const std::string place = std::string("/") + kLostFound;
-  folders_ = {top_};
   if (!lostFound_.path.empty()) {
     folders_.push_back(lostFound_);
   } else if (Enter(place, PathFor(kLostFound, place))) {
@@ -116,7 +113,6 @@ void Copy::AddLosses(const Image& before, const std::vector<Loss>& losses) {
   for (const Loss& loss : losses) {
     const std::string from = place + "/" + Printable(loss.name);
     Node node;
-    node.number = loss.node;
     node.record = loss.record;
     if (step_) step_(from);
     CopyFile(&reader, &budget, node, from, PathFor(loss.name, from));
@@ -125,9 +121,8 @@ void Copy::AddLosses(const Image& before, const std::vector<Loss>& losses) {
 
 Onward Copy::Take(const Step& step) {
   if (step.what == Step::What::kLeave) {
-    if (folders_.size() == 1) top_ = folders_.back();
-    if (folders_.size() == 2 && step.path == std::string("/") + kLostFound) lostFound_ = folders_.back();
-    folders_.pop_back();
+    if (step.path == std::string("/") + kLostFound) lostFound_ = folders_.back();
+    if (folders_.size() > 1) folders_.pop_back();
     return Onward::kOn;
   }
   const std::string from = Printable(step.path.empty() ? "/" : step.path);
@@ -164,10 +159,7 @@ std::string Copy::PathFor(const std::string& name, const std::string& from) {
   Folder& folder = folders_.back();
   const std::string wish = HostName(name);
   std::string host = wish;
-  for (std::uint32_t* next = nullptr; !folder.names.emplace(host, 2).second;) {
-    if (next == nullptr) next = &folder.names[wish];
-    host = wish + "~" + to_string((*next)++);
-  }
+  while (!folder.names.emplace(host, 2).second) host = wish + "~" + to_string(folder.names[wish]++);
   if (host != name) result_->renamed.push_back(from + " -> " + host);
   return folder.path + "/" + host;
 }
@@ -195,7 +187,7 @@ Recovered Recover(const Image& image, const std::string& directory, Destination*
                   const std::function<void(const std::string&)>& step) {
   Recovered result;
   const ForgivingImage forgiving(image);
-  const Plan plan = PlanRepair(forgiving, {1980, 1, 1, 0, 0, 0, 0});
+  const Plan plan = PlanRepair(forgiving, {});  // directories alone get its time, and copies of them have none
   result.possible = plan.possible;
   if (!plan.possible) {
     result.failures.push_back(plan.problem);

@@ -27,6 +27,15 @@ struct ThreeFiles : ImageBuilder {
   }
 };
 
+// One byte of it cannot be read.
+struct BadImage : MemoryImage {
+  BadImage(const Bytes& bytes, std::uint64_t offset) : MemoryImage(bytes), bad(offset) {}
+  std::uint64_t bad;
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    return !(offset <= bad && bad < offset + count) && MemoryImage::Read(offset, out, count);
+  }
+};
+
 // The search for the layout looks past the end of so small a container.
 TEST(Recover, header_lost_and_host_reads_all_nothing_is_unreadable) {
   MemoryDestination destination;
@@ -129,22 +138,28 @@ TEST(Recover, damaged_container_names_survive_and_lost_nodes_are_there) {
 
 TEST(Recover, host_cannot_read_a_sector_zeros_stand_there) {
   MemoryDestination destination;
-  struct Bad : MemoryImage {
-    using MemoryImage::MemoryImage;
-    std::uint64_t bad = 0;
-    bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-      return !(offset <= bad && bad < offset + count) && MemoryImage::Read(offset, out, count);
-    }
-  };
   const ThreeFiles image;
-  Bad bad(image.bytes());
-  bad.bad = image.BlockOffset(image.MappedBlock(2, 1)) + 5;
+  const BadImage bad(image.bytes(), image.BlockOffset(image.MappedBlock(2, 1)) + 5);
   const Recovered result = Recover(bad, "out", &destination);
   EXPECT_EQ(result.unreadable, 1u);
   Bytes contents = Pattern(1500, 1501);
   const std::uint64_t into = image.BlockOffset(image.MappedBlock(2, 1)) % 512;  // the sector begins before the block
   std::fill(contents.begin() + 1024 - static_cast<std::ptrdiff_t>(into), contents.end(), std::uint8_t{0});
   EXPECT_EQ(destination.files["out/A"].contents, contents);
+}
+
+// Sectors end 480 and 992 bytes into the block, with entries 14 and 30.
+TEST(Recover, host_cannot_read_a_sector_of_a_directory_the_other_names_survive) {
+  ImageBuilder image(1024, 32);
+  for (std::uint32_t i = 2; i < 32; ++i) image.AddFile(1, "F" + std::to_string(i), i);
+  MemoryDestination destination;
+  const Recovered result = Recover(BadImage(image.bytes(), image.EntryOffset(1, 15)), "out", &destination);
+  EXPECT_EQ(result.unreadable, 1u);
+  EXPECT_EQ(result.files, 30u);
+  for (std::uint32_t i = 2; i < 32; ++i) {
+    const bool named = i < 15 || i == 31;
+    EXPECT_EQ(destination.files.count("out/F" + std::to_string(i)), named ? 1u : 0u) << i;
+  }
 }
 
 TEST(Recover, names_that_hosts_reserve_are_changed_and_stay_unique) {
@@ -162,9 +177,12 @@ TEST(Recover, names_that_hosts_reserve_are_changed_and_stay_unique) {
 
 // Every node is in use: of a file with two names repair can make no second one.
 struct Full : ImageBuilder {
-  explicit Full(const std::string& last) : ImageBuilder(1024, 1) {
-    const std::uint16_t file = AddFile(1, "A", 700);
-    for (const char* name : {"B", "C", "D", "E", "F"}) AddFile(1, name, 0u);
+  explicit Full(const std::string& last, const std::string& other = "F", std::uint32_t size = 700)
+      : ImageBuilder(1024, 1) {
+    const std::uint16_t file = AddFile(1, "A", size);
+    for (const std::string& name : {std::string("B"), std::string("C"), std::string("D"), std::string("E"), other}) {
+      AddFile(1, name, 0u);
+    }
     AddDirectory(1, last);
     AddEntry(8, "TOO", file);
   }
@@ -190,6 +208,95 @@ TEST(Recover, repair_would_cost_a_file_it_goes_to_the_lost_found_that_is_there) 
   const Recovered result = Recover(MemoryImage(Full("LOST.FND").bytes()), "out", &destination);
   EXPECT_EQ(result.files, 7u);
   EXPECT_EQ(destination.directories, (std::vector<std::string>{"out", "out/LOST.FND"}));
+  EXPECT_EQ(destination.files["out/LOST.FND/A"].contents, Pattern(700, 701));
+}
+
+TEST(Recover, repair_would_cost_a_file_and_lost_found_is_a_file_there_is_another) {
+  MemoryDestination destination;
+  const Recovered result = Recover(MemoryImage(Full("G", "LOST.FND").bytes()), "out", &destination);
+  EXPECT_EQ(result.failures, std::vector<std::string>());
+  EXPECT_EQ(destination.directories, (std::vector<std::string>{"out", "out/G", "out/LOST.FND~2"}));
+  EXPECT_EQ(destination.files.count("out/LOST.FND"), 1u);
+  EXPECT_EQ(destination.files["out/LOST.FND~2/A"].contents, Pattern(700, 701));
+}
+
+TEST(Recover, repair_would_cost_a_file_step_is_told_its_path) {
+  MemoryDestination destination;
+  std::string last;
+  Recover(MemoryImage(Full("G").bytes()), "out", &destination, [&](const std::string& path) { last = path; });
+  EXPECT_EQ(last, "/LOST.FND/A");
+}
+
+TEST(Recover, repair_would_cost_a_file_and_the_folder_is_refused_nothing_is_copied) {
+  MemoryDestination destination;
+  destination.refused = "out";
+  const Recovered result = Recover(MemoryImage(Full("G").bytes()), "out", &destination);
+  EXPECT_EQ(result.failures, std::vector<std::string>{"/: refused"});
+  EXPECT_TRUE(destination.directories.empty());
+  EXPECT_TRUE(destination.files.empty());
+}
+
+// The file's last byte lies in the next sector.
+TEST(Recover, repair_would_cost_a_file_with_a_bad_sector_the_byte_behind_it_is_copied) {
+  const Full image("G", "F", 512);
+  const std::uint64_t start = image.BlockOffset(image.MappedBlock(2, 0));
+  ASSERT_EQ(start % 512, 1u);
+  MemoryDestination destination;
+  Recover(BadImage(image.bytes(), start), "out", &destination);
+  Bytes contents(512);
+  contents.back() = Pattern(512, 513).back();
+  EXPECT_EQ(destination.files["out/LOST.FND/A"].contents, contents);
+}
+
+// A container that is another one from the first directory on that is made.
+struct Changing : Image {
+  Changing(const Bytes& first, const Bytes& then) : before(first), after(then) {}
+  std::uint64_t Size() const override { return before.Size(); }
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    return (changed ? after : before).Read(offset, out, count);
+  }
+  const MemoryImage before;
+  const MemoryImage after;
+  bool changed = false;
+};
+struct ChangingDestination : MemoryDestination {
+  explicit ChangingDestination(Changing* image) : container(image) {}
+  std::string MakeDirectory(const std::string& path) override {
+    container->changed = true;
+    return MemoryDestination::MakeDirectory(path);
+  }
+  Changing* container;
+};
+
+TEST(Recover, container_changes_meanwhile_what_can_be_read_is_copied_to_its_place) {
+  ThreeFiles image;
+  image.AddFile(image.AddDirectory(1, "P"), "Q", 70u);
+  const Bytes sound = image.bytes();
+  image.SetSize(7, 2048);
+  image.AddEntry(3, "LOOP", 3);
+  image.AddEntry(3, "GONE", 250);
+  image.AddEntry(3, "LAST", 2);
+  Changing container(sound, image.bytes());
+  ChangingDestination destination(&container);
+  const Recovered result = Recover(container, "out", &destination);
+  EXPECT_EQ(result.failures,
+            (std::vector<std::string>{"/D/LOOP: it leads back to a directory above it",
+                                      "/D/GONE: no block holds its node 250", "/P: no block for logical block 1"}));
+  EXPECT_EQ(result.files, 5u);
+  for (const char* path : {"out/A", "out/D/B", "out/D/E/EMPTY", "out/D/LAST", "out/P/Q"}) {
+    EXPECT_EQ(destination.files.count(path), 1u) << path;
+  }
+}
+
+TEST(Recover, root_is_lost_meanwhile_that_is_the_failure) {
+  ThreeFiles image;
+  const Bytes sound = image.bytes();
+  std::fill_n(image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(1)), 64, std::uint8_t{0});
+  Changing container(sound, image.bytes());
+  ChangingDestination destination(&container);
+  const Recovered result = Recover(container, "out", &destination);
+  EXPECT_TRUE(result.possible);
+  EXPECT_EQ(result.failures, std::vector<std::string>{"/: the record of its node 1 is lost"});
 }
 
 TEST(Recover, file_is_refused_the_others_are_copied) {
@@ -208,6 +315,27 @@ TEST(Recover, directory_is_refused_what_lies_in_it_is_not_tried) {
   EXPECT_EQ(result.directories, 1u);
   EXPECT_EQ(result.files, 2u);
   EXPECT_EQ(destination.directories, (std::vector<std::string>{"out", "out/D"}));
+}
+
+TEST(Recover, directory_is_refused_what_comes_after_it_is_in_its_place) {
+  ThreeFiles image;
+  image.AddFile(1, "Z", 3u);
+  MemoryDestination destination;
+  destination.refused = "out/D";
+  EXPECT_EQ(Recover(MemoryImage(image.bytes()), "out", &destination).files, 2u);
+  EXPECT_EQ(destination.files.count("out/Z"), 1u);
+}
+
+TEST(Recover, contents_are_not_taken_they_do_not_count) {
+  struct Refusing : MemoryDestination {
+    std::string WriteFile(const std::string&, const TimeStamp&, const Contents& contents) override {
+      contents([](const std::uint8_t*, std::size_t) { return false; });
+      return "no room";
+    }
+  } destination;
+  const Recovered result = Recover(MemoryImage(Full("G").bytes()), "out", &destination);
+  EXPECT_EQ(result.files, 0u);
+  EXPECT_EQ(result.bytes, 0u);
 }
 
 TEST(Recover, folder_is_refused_nothing_is_copied) {
@@ -251,6 +379,8 @@ TEST(HostName, reserved_names_are_prefixed) {
   EXPECT_EQ(HostName("LPT"), "LPT");
   EXPECT_EQ(HostName("LPT10"), "LPT10");
   EXPECT_EQ(HostName("LPT-"), "LPT-");
+  EXPECT_EQ(HostName("LPTA"), "LPTA");
+  EXPECT_EQ(HostName("COM0"), "_COM0");
   EXPECT_EQ(HostName("CONE"), "CONE");
   EXPECT_EQ(HostName("X."), "X._");
 }
