@@ -278,7 +278,8 @@ TEST(LayoutSteps, two_entries_for_a_block_the_first_of_equals_keeps_it) {
   }
 }
 
-// Both kinds of slots are in the block: whichever entry keeps it, the records of the other return to a new one.
+// Both kinds of slots are in the block. The entry with more of them keeps it, of equals the first, and the records of the
+// other return to a new one.
 TEST(LayoutTable, two_entries_for_a_block_that_holds_nodes_of_both_all_of_them_are_kept) {
   for (const std::uint16_t count : {std::uint16_t{7}, std::uint16_t{8}, std::uint16_t{9}}) {
     Nodes image(48);
@@ -288,6 +289,9 @@ TEST(LayoutTable, two_entries_for_a_block_that_holds_nodes_of_both_all_of_them_a
     }
     image.Overwrite(image.NodeOffset(33), 1024);
     image.SetEntry(2, image.NodeBlock(1));
+    const std::string text = PlanOf(image);
+    const std::string clears = "2. clears table entry " + std::to_string(count > 8 ? 1 : 2) + ": ";
+    EXPECT_NE(text.find(clears), std::string::npos) << text;
     const auto files = Tree(RepairedFromEveryStop(image.bytes()));
     for (int node = 2; node <= 48; ++node) {
       if (node < 17 || (node >= 17 + count && node < 33 + count)) ExpectKept(files, was, node);
