@@ -151,10 +151,8 @@ bool FinishStopped(RepairWork* work) {
 
 // ---- Second names ---------------------------------------------------------------------------------------------------
 
-// Both are the same name in one directory.
 bool AreEqual(const Model& model, const NameRef& one, const NameRef& other) {
-  return one.directory == other.directory &&
-         UpperCase(NameOf(model.EntryOf(one).record)) == UpperCase(NameOf(model.EntryOf(other).record));
+  return UpperCase(NameOf(model.EntryOf(one).record)) == UpperCase(NameOf(model.EntryOf(other).record));
 }
 
 // From here on the mark stands for this repair: were it stopped, names that are left would look like a move's.

@@ -3,6 +3,7 @@
 // paths read they go on reading.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 
@@ -185,6 +186,24 @@ TEST(RepairMisled, lowest_bit_damaged_and_another_name_lost_both_come_back) {
   image.Point(4, 11);
   image.Point(6, 0xFFF);
   EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), WithLost(sound, "F4", sound.at("/FULL/F5"))));
+}
+
+// A block of entries was copied over another: no number was damaged.
+TEST(RepairMisled, same_name_in_two_directories_is_a_copied_entry_and_not_the_lost_nodes) {
+  InOrder image;
+  image.AddFile(1, "P", 16);
+  const std::uint16_t lost = image.AddFile(1, "Q", 17);
+  image.AddFile(1, "R", 18);
+  const std::uint16_t twice = image.AddFile(7, "S", 19);
+  ASSERT_EQ(lost ^ twice, 2);
+  const Bytes contents = Tree(image.bytes()).at("/Q");
+  const std::uint64_t place = image.EntryOffset(1, 6);
+  const auto of = [&](std::uint64_t offset) { return image.bytes().begin() + static_cast<std::ptrdiff_t>(offset); };
+  ASSERT_EQ(image.Get16(place), lost);
+  std::copy_n(of(image.EntryOffset(7, 10)), 32, of(place));
+  const Files before = Tree(image.bytes());
+  ASSERT_EQ(before.count("/S"), 1u);
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), WithLost(before, "NODE0017", contents)));
 }
 
 TEST(RepairMisled, two_nodes_with_second_names_one_bit_from_the_lost_one_none_is_guessed) {
