@@ -278,8 +278,8 @@ TEST(LayoutSteps, two_entries_for_a_block_the_first_of_equals_keeps_it) {
   }
 }
 
-// Both kinds of slots are in the block. The entry with more of them keeps it, of equals the first, and the records of the
-// other return to a new one.
+// Both kinds of slots are in the block. The entry with more of them keeps it, of equals the first, and the records of
+// the other return to a new one.
 TEST(LayoutTable, two_entries_for_a_block_that_holds_nodes_of_both_all_of_them_are_kept) {
   for (const std::uint16_t count : {std::uint16_t{7}, std::uint16_t{8}, std::uint16_t{9}}) {
     Nodes image(48);
