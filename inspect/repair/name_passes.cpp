@@ -395,8 +395,6 @@ void UndoTornRemovals(RepairWork* work) {
                                  [&](const Entry& entry) { return UpperCase(NameOf(entry.record)) == name; });
   if (!legal || there) return;
   work->vouched.node = lost->number;
-  // The operation is found: were this repair stopped, names that are left would look like another's.
-  if (std::any_of(model.nodes.begin(), model.nodes.end(), HasSeveralNames)) NoteRepair(work);
   Action& action = work->Begin(ActionKind::kUndoRemoval, directory->number);
   action.name = name;
   action.first = lost->number;

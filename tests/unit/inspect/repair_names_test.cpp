@@ -412,7 +412,7 @@ TEST(RepairVouched, stopped_removal_is_the_only_operation_and_two_names_of_a_fil
   image.AddEntry(5, "SECOND", 2);
   Files expected = image.sound;
   expected["/D/E/SECOND"] = expected.at("/A");
-  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), expected));
+  EXPECT_TRUE(SameFiles(Tree(Repaired(image.bytes())), expected));
 }
 
 TEST(RepairVouched, cleared_entry_with_a_name_that_was_never_written_stays_cleared) {
