@@ -15,6 +15,7 @@ constexpr char kMagic[] = "ORBAUNDO";
 constexpr std::uint32_t kVersion = 2;
 constexpr std::size_t kUndoHeader = 32;
 constexpr std::size_t kPieceHeader = 12;
+constexpr std::size_t kSummedAtOnce = 65536;
 
 // The state flags while a repair is taken back.
 constexpr std::uint8_t kMark[4] = {kVolumeDirty | kRepairMark, 0, 0, 0};
@@ -108,13 +109,14 @@ bool ReadUndo(const std::vector<std::uint8_t>& file, Undo* undo) {
          ReadPieces(&input, kAnywhere, Get32(&file[16]), &undo->writes) && input.left == 0;
 }
 
-// The checksum goes on over the container from `start` to `end`. What the host cannot read counts as zeros.
+// The checksum goes on over the container from `start` to `end`. A piece that the host cannot read counts as zeros: its
+// length is part of the format.
 std::uint32_t SumUp(std::uint32_t sum, const Image& image, std::uint64_t start, std::uint64_t end) {
-  std::uint8_t bytes[16384];
+  std::vector<std::uint8_t> bytes(std::min<std::size_t>(kSummedAtOnce, static_cast<std::size_t>(end - start)));
   while (start < end) {
-    const auto part = static_cast<std::size_t>(std::min<std::uint64_t>(sizeof bytes, end - start));
-    if (!image.Read(start, bytes, part)) std::fill_n(bytes, part, std::uint8_t{0});
-    sum = Crc32(sum, bytes, part);
+    const auto part = static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), end - start));
+    if (!image.Read(start, bytes.data(), part)) std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
+    sum = Crc32(sum, bytes.data(), part);
     start += part;
   }
   return sum;

@@ -272,6 +272,27 @@ TEST(Undo, checksum_is_crc_32) {
   EXPECT_EQ(SumOf(Bytes(70000, 7)), 0x691342CDu);
 }
 
+// The host cannot read one byte.
+struct BadByte : MemoryImage {
+  BadByte(const Bytes& bytes, std::uint64_t at) : MemoryImage(bytes), bad(at) {}
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    return (offset > bad || offset + count <= bad) && MemoryImage::Read(offset, out, count);
+  }
+  std::uint64_t bad;
+};
+
+// Undo files are compared with containers by other builds too.
+TEST(Undo, what_the_host_cannot_read_counts_as_zeros_in_pieces_of_64_kib) {
+  const Bytes bytes = testimage::Pattern(200000, 1);
+  Bytes zeros = bytes;
+  std::fill(zeros.begin() + 65536, zeros.begin() + 2 * 65536, std::uint8_t{0});
+  EXPECT_EQ(MakeUndo({}, BadByte(bytes, 100000)), MakeUndo({}, MemoryImage(zeros)));
+  const Plan plan = PlanOf({{1000, {1, 2}}});  // pieces begin behind what is written
+  zeros = bytes;
+  std::fill(zeros.begin() + 1002 + 65536, zeros.begin() + 1002 + 2 * 65536, std::uint8_t{0});
+  EXPECT_EQ(MakeUndo(plan, BadByte(bytes, 100000)), MakeUndo(plan, MemoryImage(zeros)));
+}
+
 TEST(Undo, of_every_byte_of_a_container_gives_them_back) {
   const Bytes before(300, 7);
   const Bytes undo = MakeUndo(PlanOf({{0, Bytes(300, 8)}}), MemoryImage(before));
