@@ -250,8 +250,8 @@ void Repoint(RepairWork* work, std::uint16_t directory, const Entry& entry, std:
 }
 
 // One entry's number was damaged and is another node's now: that node has two names, and `lost` has lost its own. Null
-// where none can be told to be the damaged one. `onlyTwice` is asked last.
-const NameRef* FindDamagedName(const Model& model, const NodeInfo& lost, const NodeInfo* onlyTwice) {
+// where none can be told to be that node. `onlyTwice` is asked last.
+const NodeInfo* FindTwice(const Model& model, const NodeInfo& lost, const NodeInfo* onlyTwice) {
   const NodeInfo* twice = nullptr;
   for (std::uint32_t bit = 1; bit < 0x10000; bit <<= 1) {
     const std::uint32_t number = lost.number ^ bit;
@@ -259,11 +259,15 @@ const NameRef* FindDamagedName(const Model& model, const NodeInfo& lost, const N
     if (twice != nullptr) return nullptr;
     twice = &model.nodes[number];
   }
-  if (twice == nullptr) twice = onlyTwice;
-  if (twice == nullptr || AreEqual(model, twice->names[0], twice->names[1])) return nullptr;
-  const NameRef* const name = DamagedName(model, *twice, lost);
+  return twice != nullptr ? twice : onlyTwice;
+}
+
+// Which of its names is the damaged entry; null where that cannot be told.
+const NameRef* FindDamagedName(const Model& model, const NodeInfo& lost, const NodeInfo& twice) {
+  if (AreEqual(model, twice.names[0], twice.names[1])) return nullptr;
+  const NameRef* const name = DamagedName(model, twice, lost);
   if (name == nullptr) return nullptr;
-  const bool likely = lost.IsDirectory() || IsOneBitAway(twice->number, lost.number) || !HasLegalName(model, *name);
+  const bool likely = lost.IsDirectory() || IsOneBitAway(twice.number, lost.number) || !HasLegalName(model, *name);
   return likely ? name : nullptr;
 }
 
@@ -327,16 +331,16 @@ void RepointSecondNames(RepairWork* work) {
   const Model& model = work->model();
   const NodeInfo* const onlyTwice = FindOnly(model, HasSeveralNames);
   const bool single = onlyTwice != nullptr && onlyTwice->names.size() == 2 && FindOnlyNameless(*work) != nullptr;
-  std::map<std::uint16_t, std::vector<std::pair<std::uint16_t, const NameRef*>>> claims;  // by node with two names
+  std::map<std::uint16_t, std::vector<const NodeInfo*>> claims;  // of lost nodes, by the node with two names
   for (const NodeInfo& node : model.nodes) {
     if (!IsNameless(node) || node.record.size == 0) continue;  // nothing is worth the risk to take a path that reads
-    const NameRef* const name = FindDamagedName(model, node, single ? onlyTwice : nullptr);
-    if (name != nullptr) claims[model.EntryOf(*name).record.node].emplace_back(node.number, name);
+    const NodeInfo* const twice = FindTwice(model, node, single ? onlyTwice : nullptr);
+    if (twice != nullptr) claims[twice->number].push_back(&node);
   }
-  for (const auto& [node, lost] : claims) {
+  for (const auto& [number, lost] : claims) {
     if (lost.size() != 1) continue;
-    const auto& [number, name] = lost.front();
-    Repoint(work, name->directory, model.EntryOf(*name), number);
+    const NameRef* const name = FindDamagedName(model, *lost.front(), model.nodes[number]);
+    if (name != nullptr) Repoint(work, name->directory, model.EntryOf(*name), lost.front()->number);
   }
 }
 

@@ -233,6 +233,21 @@ TEST(RepairMisled, name_in_the_place_of_two_lost_nodes_is_not_guessed) {
   EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), expected));
 }
 
+// One of them belongs in the entry's place, the other only has a number as near.
+TEST(RepairMisled, another_lost_node_one_bit_away_is_reason_enough_not_to_guess) {
+  InOrder image;
+  const Files sound = Tree(image.bytes());
+  image.Point(5, 9);  // F5's entry, of node 11, leads to F3's
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), WithLost(sound, "F5", sound.at("/FULL/F3"))));
+  image.AddDirectory(1, "H");  // node 16, in which F7's entry would be, of node 13
+  image.Put16(image.EntryOffset(7, 7), 16);
+  image.PutText(image.EntryOffset(7, 7) + 2, "H");
+  TakeLastName(&image, 1);
+  Files expected = WithLost(Tree(image.bytes()), "NODE0011", sound.at("/FULL/F5"));
+  expected["/LOST.FND/NODE0013"] = sound.at("/FULL/F7");
+  EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), expected));
+}
+
 TEST(RepairMisled, node_with_three_names_gives_none_to_the_lost_one) {
   InOrder image;
   Files expected = Tree(image.bytes());
