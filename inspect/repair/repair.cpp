@@ -46,7 +46,7 @@ class WatchedImage : public Image {
   std::uint64_t Size() const override { return base_.Size(); }
   bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
     if (base_.Read(offset, out, count)) return true;
-    if (offset + count <= Size()) failed_ = true;
+    if (count <= Size() && offset <= Size() - count) failed_ = true;
     return false;
   }
 

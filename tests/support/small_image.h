@@ -66,6 +66,15 @@ inline std::uint16_t AddKnotted(ImageBuilder* image, const std::string& name) {
   return file;
 }
 
+// The host cannot read one byte.
+struct BadByte : orba::inspect::MemoryImage {
+  BadByte(const Bytes& bytes, std::uint64_t at) : MemoryImage(bytes), bad(at) {}
+  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
+    return (offset > bad || offset + count <= bad) && MemoryImage::Read(offset, out, count);
+  }
+  std::uint64_t bad;
+};
+
 // Counts the bytes that are read.
 struct Counting : orba::inspect::MemoryImage {
   using MemoryImage::MemoryImage;

@@ -9,11 +9,13 @@
 #include "inspect/container/fields.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/repair_harness.h"
+#include "tests/support/small_image.h"
 #include "tools/orba/host_image.h"
 
 namespace orba::inspect {
 namespace {
 
+using testimage::BadByte;
 using testimage::Bytes;
 using testimage::ImageBuilder;
 
@@ -271,15 +273,6 @@ TEST(Undo, checksum_is_crc_32) {
   EXPECT_EQ(SumOf(all), 0x29058C73u);
   EXPECT_EQ(SumOf(Bytes(70000, 7)), 0x691342CDu);
 }
-
-// The host cannot read one byte.
-struct BadByte : MemoryImage {
-  BadByte(const Bytes& bytes, std::uint64_t at) : MemoryImage(bytes), bad(at) {}
-  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-    return (offset > bad || offset + count <= bad) && MemoryImage::Read(offset, out, count);
-  }
-  std::uint64_t bad;
-};
 
 // Undo files are compared with containers by other builds too.
 TEST(Undo, what_the_host_cannot_read_counts_as_zeros_in_pieces_of_64_kib) {

@@ -272,16 +272,8 @@ TEST(CheckContainer, ends_in_a_block_in_use_the_rest_of_it_is_not_left_to_the_ne
 }
 
 TEST(CheckContainer, bytes_that_the_host_cannot_read_are_found) {
-  struct Bad : MemoryImage {
-    using MemoryImage::MemoryImage;
-    std::uint64_t bad = 0;
-    bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-      return !(offset <= bad && bad < offset + count) && MemoryImage::Read(offset, out, count);
-    }
-  };
   Small image;
-  Bad bad(image.bytes());
-  bad.bad = image.EntryOffset(3, 0);
+  const testimage::BadByte bad(image.bytes(), image.EntryOffset(3, 0));
   const Report report = Check(bad);
   EXPECT_EQ(report.Count(Kind::kUnreadable), 1u);
   EXPECT_EQ(report.findings[0].offset, bad.bad);

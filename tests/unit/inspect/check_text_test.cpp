@@ -36,15 +36,6 @@ struct TwoSecondLevels : ImageBuilder {
   std::uint32_t Double() const { return Get32(NodeOffset(2) + 60); }
 };
 
-// A container of which one byte cannot be read.
-struct OneByteBad : MemoryImage {
-  explicit OneByteBad(std::uint64_t at) : MemoryImage(Small().bytes()), bad(at) {}
-  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-    return !(offset <= bad && bad < offset + count) && MemoryImage::Read(offset, out, count);
-  }
-  std::uint64_t bad;
-};
-
 template <class Builder>
 std::string After(const std::function<void(Builder*)>& change) {
   Builder image;
@@ -61,9 +52,9 @@ std::string After(const std::function<void(Builder*)>& change) {
   {                                                                                              \
 #__VA_ARGS__, [] { return After<TwoSecondLevels>([](TwoSecondLevels* i) { __VA_ARGS__; }); } \
   }
-#define BAD(at)                                                         \
-  {                                                                     \
-    "unreadable byte " #at, [] { return FindingLines(OneByteBad(at)); } \
+#define BAD(at)                                                                                  \
+  {                                                                                              \
+    "unreadable byte " #at, [] { return FindingLines(testimage::BadByte(Small().bytes(), at)); } \
   }
 
 TEST(CheckText, header_fields_say_what_they_should_be) {

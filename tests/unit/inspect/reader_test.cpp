@@ -13,6 +13,7 @@
 namespace orba::inspect {
 namespace {
 
+using testimage::BadByte;
 using testimage::Bytes;
 using testimage::Counting;
 using testimage::ImageBuilder;
@@ -88,17 +89,6 @@ Strings WalkAll(Reader* reader) {
   return told;
 }
 
-// An image that the host cannot read from `from` to `to`.
-struct UnreadableFrom : MemoryImage {
-  UnreadableFrom(const Bytes& bytes, std::uint64_t first, std::uint64_t end)
-      : MemoryImage(bytes), from(first), to(end) {}
-  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-    if (offset < to && offset + count > from) return false;
-    return MemoryImage::Read(offset, out, count);
-  }
-  std::uint64_t from, to;
-};
-
 // ---- Opening --------------------------------------------------------------------------------------------------------
 
 TEST(Reader, sound_container_opens_without_problems) {
@@ -147,9 +137,9 @@ TEST(Reader, header_field_damaged_is_said) {
 
 TEST(Reader, host_cannot_read_the_tables_is_said) {
   const SmallTree image;
-  const UnreadableFrom table(image.bytes(), 500, 501);
+  const BadByte table(image.bytes(), 500);
   EXPECT_EQ(Troubles(Reader(table).problems()), Found{Trouble::kHostCannotRead});
-  const UnreadableFrom bitmap(image.bytes(), 1030, 1031);
+  const BadByte bitmap(image.bytes(), 1030);
   Reader reader(bitmap);
   Node node;
   EXPECT_EQ(Troubles(reader.problems()), Found{Trouble::kHostCannotRead});
@@ -485,7 +475,7 @@ TEST(Reader, file_whose_first_block_the_host_cannot_read_is_a_file) {
   ImageBuilder image(1024, 32);
   image.AddFile(1, "F", 64u);
   const std::uint64_t block = image.BlockOffset(image.MappedBlock(2, 0));
-  const UnreadableFrom host(image.bytes(), block, block + 1);
+  const BadByte host(image.bytes(), block);
   Reader reader(host);
   Node node;
   EXPECT_FALSE(reader.Find("/F", &node));
@@ -584,7 +574,7 @@ TEST(Reader, contents_with_the_second_map_block_outside_end_before_it) {
 TEST(Reader, contents_up_to_what_the_host_cannot_read) {
   const SmallTree image;
   const std::uint64_t bad = image.BlockOffset(image.MappedBlock(image.b, 30));
-  const UnreadableFrom host(image.bytes(), bad + 100, bad + 101);
+  const BadByte host(image.bytes(), bad + 100);
   Reader reader(host);
   Node file;
   ASSERT_FALSE(reader.Find("/D/B", &file));
@@ -601,7 +591,7 @@ TEST(Reader, contents_up_to_what_the_host_cannot_read) {
 TEST(Reader, contents_from_within_a_block_up_to_what_the_host_cannot_read) {
   const SmallTree image;
   const std::uint64_t bad = image.BlockOffset(image.MappedBlock(image.b, 3));
-  const UnreadableFrom host(image.bytes(), bad + 100, bad + 101);
+  const BadByte host(image.bytes(), bad + 100);
   Reader reader(host);
   Node file;
   ASSERT_FALSE(reader.Find("/D/B", &file));
@@ -742,7 +732,7 @@ TEST(Reader, list_sizes_that_no_directory_has_are_told) {
 TEST(Reader, list_block_that_the_host_cannot_read_is_told) {
   const SmallTree image;
   const std::uint32_t block = image.MappedBlock(image.e, 0);
-  const UnreadableFrom host(image.bytes(), image.BlockOffset(block) + 70, image.BlockOffset(block) + 71);
+  const BadByte host(image.bytes(), image.BlockOffset(block) + 70);
   Reader reader(host);
   Node node;
   ASSERT_FALSE(reader.ReadNode(image.e, &node));

@@ -8,12 +8,15 @@
 #include "inspect/repair/repair.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/memory_destination.h"
+#include "tests/support/small_image.h"
 
 namespace orba::inspect {
 namespace {
 
+using testimage::BadByte;
 using testimage::Bytes;
 using testimage::ImageBuilder;
+using testimage::LongImage;
 using testimage::MemoryDestination;
 using testimage::Pattern;
 
@@ -24,15 +27,6 @@ struct ThreeFiles : ImageBuilder {
     AddFile(3, "B", 300 * 1024);
     AddDirectory(3, "E");
     AddFile(5, "EMPTY", 0);
-  }
-};
-
-// One byte of it cannot be read.
-struct BadImage : MemoryImage {
-  BadImage(const Bytes& bytes, std::uint64_t offset) : MemoryImage(bytes), bad(offset) {}
-  std::uint64_t bad;
-  bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-    return !(offset <= bad && bad < offset + count) && MemoryImage::Read(offset, out, count);
   }
 };
 
@@ -64,19 +58,8 @@ TEST(Recover, sound_container_everything_is_copied) {
 
 TEST(Recover, container_too_long_everything_is_copied) {
   MemoryDestination destination;
-  struct Long : MemoryImage {
-    using MemoryImage::MemoryImage;
-    std::uint64_t Size() const override { return 0x80000000; }
-    bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-      if (offset + count > Size()) return false;
-      std::memset(out, 0, count);
-      const std::uint64_t end = MemoryImage::Size();
-      if (offset >= end) return true;
-      return MemoryImage::Read(offset, out, static_cast<std::size_t>(std::min<std::uint64_t>(count, end - offset)));
-    }
-  };
   const ThreeFiles image;
-  const Recovered result = Recover(Long(image.bytes()), "out", &destination);
+  const Recovered result = Recover(LongImage(image.bytes(), kContainerLimit), "out", &destination);
   EXPECT_TRUE(result.possible);
   EXPECT_EQ(result.files, 3u);
   EXPECT_EQ(result.unreadable, 0u);
@@ -139,7 +122,7 @@ TEST(Recover, damaged_container_names_survive_and_lost_nodes_are_there) {
 TEST(Recover, host_cannot_read_a_sector_zeros_stand_there) {
   MemoryDestination destination;
   const ThreeFiles image;
-  const BadImage bad(image.bytes(), image.BlockOffset(image.MappedBlock(2, 1)) + 5);
+  const BadByte bad(image.bytes(), image.BlockOffset(image.MappedBlock(2, 1)) + 5);
   const Recovered result = Recover(bad, "out", &destination);
   EXPECT_EQ(result.unreadable, 1u);
   Bytes contents = Pattern(1500, 1501);
@@ -153,7 +136,7 @@ TEST(Recover, host_cannot_read_a_sector_of_a_directory_the_other_names_survive) 
   ImageBuilder image(1024, 32);
   for (std::uint32_t i = 2; i < 32; ++i) image.AddFile(1, "F" + std::to_string(i), i);
   MemoryDestination destination;
-  const Recovered result = Recover(BadImage(image.bytes(), image.EntryOffset(1, 15)), "out", &destination);
+  const Recovered result = Recover(BadByte(image.bytes(), image.EntryOffset(1, 15)), "out", &destination);
   EXPECT_EQ(result.unreadable, 1u);
   EXPECT_EQ(result.files, 30u);
   for (std::uint32_t i = 2; i < 32; ++i) {
@@ -242,7 +225,7 @@ TEST(Recover, repair_would_cost_a_file_with_a_bad_sector_the_byte_behind_it_is_c
   const std::uint64_t start = image.BlockOffset(image.MappedBlock(2, 0));
   ASSERT_EQ(start % 512, 1u);
   MemoryDestination destination;
-  Recover(BadImage(image.bytes(), start), "out", &destination);
+  Recover(BadByte(image.bytes(), start), "out", &destination);
   Bytes contents(512);
   contents.back() = Pattern(512, 513).back();
   EXPECT_EQ(destination.files["out/LOST.FND/A"].contents, contents);

@@ -14,6 +14,7 @@
 namespace orba::inspect {
 namespace {
 
+using testimage::BadByte;
 using testimage::Bytes;
 using testimage::ImageBuilder;
 using testimage::LongImage;
@@ -38,15 +39,8 @@ TEST(RepairImpossible, no_layout_says_so) {
 }
 
 TEST(RepairImpossible, host_cannot_read_one_sector_says_so) {
-  struct BadSector : MemoryImage {
-    BadSector(const Bytes& bytes, std::uint64_t at) : MemoryImage(bytes), bad(at) {}
-    bool Read(std::uint64_t offset, void* out, std::size_t count) const override {
-      return (offset >= bad + 512 || offset + count <= bad) && MemoryImage::Read(offset, out, count);
-    }
-    std::uint64_t bad;
-  };
   const SmallWithC image;
-  const Plan plan = PlanRepair(BadSector(image.bytes(), image.EntryOffset(3, 0)), testimage::kRepairTime);
+  const Plan plan = PlanRepair(BadByte(image.bytes(), image.EntryOffset(3, 0)), testimage::kRepairTime);
   EXPECT_FALSE(plan.possible);
   EXPECT_EQ(plan.before.Count(Kind::kUnreadable), 1u);
   EXPECT_EQ(ToText(plan),
@@ -140,12 +134,9 @@ TEST(ForeseeRepair, container_too_long_has_no_promise) {
   EXPECT_FALSE(ForeseeRepair(image, testimage::kRepairTime, Check(image)).has_value());
 }
 
-// A file whose block-map block names itself: it is read so far, and needs a copy to be kept.
+// The file F of AddKnotted, alone.
 struct Knotted : ImageBuilder {
-  Knotted() : ImageBuilder(1024, 32) {
-    const std::uint16_t file = AddFile(1, "F", 9 * 1024);
-    Put32(MapOffset(file, 7), Get32(NodeOffset(file) + 56));
-  }
+  Knotted() : ImageBuilder(1024, 32) { testimage::AddKnotted(this, "F"); }
 };
 
 TEST(ForeseeRepair, host_fails_to_read_what_the_check_has_read_there_is_no_promise) {

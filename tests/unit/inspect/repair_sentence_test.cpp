@@ -17,27 +17,18 @@ using testimage::FillDirectory;
 using testimage::ImageBuilder;
 using testimage::Sizes;
 using testimage::SmallWithC;
-
-// The plan's sentences, those of the mark left out.
-std::string Sentences(const ImageBuilder& image) {
-  std::string text;
-  for (const Action& action : PlanRepair(MemoryImage(image.bytes()), testimage::kRepairTime).actions) {
-    if (action.kind == ActionKind::kSetMark || action.kind == ActionKind::kClearMark) continue;
-    text += ToText(action) + "\n";
-  }
-  return text;
-}
+using testimage::StepsOf;
 
 TEST(RepairSentence, entries_not_counted_are_told_by_their_number) {
   SmallWithC image;
   image.SetSize(3, 2 * 32);  // B and E
-  EXPECT_EQ(Sentences(image), "counts 2 entries more in /D (node 3)\n");
+  EXPECT_EQ(StepsOf(image.bytes()), "counts 2 entries more in /D (node 3)\n");
 }
 
 TEST(RepairSentence, name_in_lower_case_is_told_with_the_new_one) {
   SmallWithC image;
   image.PutText(image.EntryOffset(3, 2) + 2, "b");
-  EXPECT_EQ(Sentences(image), "renames \"b\" in /D (node 3) to \"B\"\n");
+  EXPECT_EQ(StepsOf(image.bytes()), "renames \"b\" in /D (node 3) to \"B\"\n");
 }
 
 TEST(RepairSentence, step_that_drops_the_chain_says_so) {
@@ -45,7 +36,7 @@ TEST(RepairSentence, step_that_drops_the_chain_says_so) {
   image.AddNode(0);
   image.AppendToNode(7, Bytes(1024, 1));
   image.SetSize(7, 1024);
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "makes the directory /LOST.FND; drops the free chain for now\n"
             "links node 7, which has 1024 bytes but no name, as /LOST.FND/NODE0007\n"
             "builds the free chain anew: 3 blocks in 1 record\n");
@@ -58,7 +49,7 @@ TEST(RepairSentence, step_that_drops_the_chain_says_so) {
 TEST(RepairSentence, header_is_told_with_its_layout) {
   SmallWithC image;
   image.Put32(0, 0);
-  EXPECT_EQ(Sentences(image), "writes the header anew, for blocks of 1024 bytes and a bitmap of 32 bytes\n");
+  EXPECT_EQ(StepsOf(image.bytes()), "writes the header anew, for blocks of 1024 bytes and a bitmap of 32 bytes\n");
 }
 
 TEST(RepairSentence, exchanged_entries_of_full_node_blocks_are_set_right_at_once) {
@@ -68,15 +59,15 @@ TEST(RepairSentence, exchanged_entries_of_full_node_blocks_are_set_right_at_once
   const std::uint32_t third = image.Get32(ImageBuilder::TableOffset(2));
   image.Put32(ImageBuilder::TableOffset(1), third);
   image.Put32(ImageBuilder::TableOffset(2), second);
-  EXPECT_EQ(Sentences(image), "points table entry 1 at block " + std::to_string(second) + ", which holds its nodes\n" +
-                                  "points table entry 2 at block " + std::to_string(third) +
-                                  ", which holds its nodes\n");
+  EXPECT_EQ(StepsOf(image.bytes()), "points table entry 1 at block " + std::to_string(second) +
+                                        ", which holds its nodes\n" + "points table entry 2 at block " +
+                                        std::to_string(third) + ", which holds its nodes\n");
 }
 
 TEST(RepairSentence, table_entries_in_a_row_are_one_action) {
   SmallWithC image;
   for (const std::uint32_t entry : {17u, 18u, 19u, 21u}) image.Put32(ImageBuilder::TableOffset(entry), 500 + entry);
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "clears table entries 17 to 19: they lead to no node blocks\n"
             "clears table entry 21: it leads to no node block\n");
 }
@@ -86,7 +77,7 @@ TEST(RepairSentence, new_root_comes_with_a_whole_node_block) {
   for (const std::uint32_t block : {1u, 2u}) {
     for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(block) + i, 0xAA);
   }
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "clears table entry 0: it leads to no node block\n"
             "makes a new, empty root directory\n"
             "builds the free chain anew: 2 blocks in 1 record\n");
@@ -98,7 +89,7 @@ TEST(RepairSentence, file_that_ends_with_the_container_is_not_cut) {
     image.AddFile(1, "A", 1500);
     image.bytes().resize(image.bytes().size() - (2048 - 1500) - missing);
     const std::string cut = "cuts /A (node 2) off after 1499 bytes: the rest is not there\n";
-    EXPECT_EQ(Sentences(image),
+    EXPECT_EQ(StepsOf(image.bytes()),
               (missing > 0 ? cut : "") + "fills block 4, in which the container ends, up with zeros\n");
   }
 }
@@ -108,7 +99,7 @@ TEST(RepairSentence, of_two_names_in_one_directory_the_first_stays) {
   image.AddEntry(3, "X", 2);
   image.AddEntry(3, "Y", 2);
   image.Put16(image.EntryOffset(1, 2), 6);
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "gives \"Y\" in /D (node 3) a copy of \"X\" in /D (node 3): both refer to node 2\n"
             "gives \"A\" in / (node 1) a copy of \"C\" in /D/E (node 5): both refer to node 6\n");
 }
@@ -116,7 +107,7 @@ TEST(RepairSentence, of_two_names_in_one_directory_the_first_stays) {
 TEST(RepairSentence, block_beyond_the_end_is_named) {
   SmallWithC image;
   image.Put32(image.MapOffset(4, 6), 500);
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "takes block 500 out of /D/B (node 4): beyond the container's end\n"
             "cuts /D/B (node 4) off after 6 blocks: the next was being freed\n"
             "builds the free chain anew: 1 block in 1 record\n");
@@ -127,7 +118,7 @@ TEST(RepairSentence, removing_the_last_entry_frees_the_block_that_held_it_alone)
     ImageBuilder image(1024, 32);
     image.AddEntry(FillDirectory(&image, entries - 1, Sizes::kNumber), "X", 200);
     const std::string freed = "builds the free chain anew: 1 block in 1 record\n";
-    EXPECT_EQ(Sentences(image),
+    EXPECT_EQ(StepsOf(image.bytes()),
               "removes \"X\" from /FULL (node 2): node 200 is not there\n" + (entries == 33 ? freed : ""));
   }
 }
@@ -136,7 +127,7 @@ TEST(RepairSentence, block_twice_in_a_directory_is_taken_out) {
   ImageBuilder image(1024, 32);
   const std::uint16_t directory = FillDirectory(&image, 40, Sizes::kNumber);
   image.Put32(image.MapOffset(directory, 1), image.MappedBlock(directory, 0));
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "takes block 3 out of /FULL (node 2): there already\n"
             "gives /FULL (node 2) its block 37 with 8 entries back\n");
 }
@@ -144,7 +135,7 @@ TEST(RepairSentence, block_twice_in_a_directory_is_taken_out) {
 TEST(RepairSentence, file_that_shares_a_directorys_first_block_gets_a_copy) {
   SmallWithC image;
   image.Put32(image.MapOffset(4, 0), image.MappedBlock(3, 0));
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "gives /D/B (node 4) a copy of block 5, which something else uses too\n"
             "builds the free chain anew: 1 block in 1 record\n");
 }
@@ -154,9 +145,9 @@ TEST(RepairSentence, growth_by_a_block_without_a_sound_entry_is_undone) {
   const std::uint16_t directory = FillDirectory(&image, 193, Sizes::kNumber);
   const std::uint64_t entry = image.EntryOffset(directory, 192);
   image.SetSize(directory, 192 * 32);
-  EXPECT_EQ(Sentences(image), "counts the entry \"F192\" that was added to /FULL (node 2)\n");
+  EXPECT_EQ(StepsOf(image.bytes()), "counts the entry \"F192\" that was added to /FULL (node 2)\n");
   image.PutText(entry + 2, "?");
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "takes block 212, with which it was about to grow, out of /FULL (node 2)\n"
             "makes the directory /LOST.FND\n"
             "links node 193, which has 192 bytes but no name, as /LOST.FND/NODE0193\n"
@@ -168,17 +159,17 @@ TEST(RepairSentence, of_two_names_in_one_marked_directory_the_last_stays_where_i
   image.AddEntry(1, "X", 2);
   image.Put32(kStateFlagsOffset, kVolumeDirty);
   EXPECT_EQ(
-      Sentences(image),
+      StepsOf(image.bytes()),
       "ends the interrupted removal in / (node 1): removes \"A\", written in part over the removed entry; node 2, "
       "the only one with two names, keeps \"X\"\n");
   image.AddFile(1, "Z", 3);
-  EXPECT_EQ(Sentences(image), "gives \"X\" in / (node 1) a copy of \"A\" in / (node 1): both refer to node 2\n");
+  EXPECT_EQ(StepsOf(image.bytes()), "gives \"X\" in / (node 1) a copy of \"A\" in / (node 1): both refer to node 2\n");
 }
 
 TEST(RepairSentence, name_that_leads_to_a_free_node_gets_its_own_and_nothing_is_copied) {
   SmallWithC image;
   image.Put16(image.EntryOffset(1, 2), 2 + 128);
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "lets \"A\" in / (node 1) refer to node 2, which has lost its name, and no longer to node 130\n");
 }
 
@@ -202,7 +193,7 @@ TEST(RepairSentence, record_that_is_a_copy_of_anothers_is_cleared) {
   SmallWithC image;
   const auto from = image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(2));
   std::copy(from, from + 64, image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(4)));
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "clears the slot of node 4, whose record is lost, and frees the node\n"
             "removes \"B\" from /D (node 3): node 4 is not there\n"
             "builds the free chain anew: 8 blocks in 1 record\n");
@@ -219,7 +210,7 @@ TEST(RepairSentence, node_block_is_known_by_the_numbers_of_its_slots) {
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(6) + i, 0xAA);
   image.Put32(ImageBuilder::TableOffset(0), 0);
   const std::string first = "points table entry 0 at block 1, which holds its nodes\n";
-  EXPECT_EQ(Sentences(image).substr(0, first.size()), first);
+  EXPECT_EQ(StepsOf(image.bytes()).substr(0, first.size()), first);
 }
 
 TEST(RepairSentence, record_that_lies_in_a_lost_block_too_comes_back) {
@@ -230,7 +221,7 @@ TEST(RepairSentence, record_that_lies_in_a_lost_block_too_comes_back) {
     std::copy_n(at(image.BlockOffset(1)), 1024, at(image.BlockOffset(other)));
     if (copied) std::copy_n(at(image.NodeOffset(2)), 64, at(image.NodeOffset(4)));
     if (!copied) std::fill_n(at(image.NodeOffset(4)), 64, std::uint8_t{0xAA});
-    EXPECT_EQ(Sentences(image),
+    EXPECT_EQ(StepsOf(image.bytes()),
               "gives node 4 its record back, which lies in a lost block as well\n"
               "builds the free chain anew: 1 block in 1 record\n")
         << copied;
@@ -241,7 +232,7 @@ TEST(RepairSentence, directories_of_a_lost_node_block_are_in_use_whatever_the_bi
   SmallWithC image;
   for (std::uint32_t i = 0; i < 1024; ++i) image.Put8(image.BlockOffset(1) + i, 0xAA);
   image.SetFree(5, true);
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "clears table entry 0: it leads to no node block\n"
             "makes a new block for the nodes of table entry 0, with the directories among them\n"
             "gives / (node 1) attributes 14 and clears its reserved bytes\n"
@@ -260,14 +251,15 @@ TEST(RepairSentence, last_number_of_the_bitmap_is_given_out) {
   const std::uint16_t file = image.AddFile(1, "A", 700);
   for (const char* name : {"B", "C", "D", "E"}) image.AddFile(1, name, 0u);
   image.AddEntry(image.AddDirectory(1, "F"), "TOO", file);
-  EXPECT_EQ(Sentences(image), "gives \"A\" in / (node 1) a copy of \"TOO\" in /F (node 7): both refer to node 2\n");
+  EXPECT_EQ(StepsOf(image.bytes()),
+            "gives \"A\" in / (node 1) a copy of \"TOO\" in /F (node 7): both refer to node 2\n");
 }
 
 TEST(RepairSentence, full_directory_without_record_gets_the_blocks_behind_it) {
   ImageBuilder image(1024, 32);
   const std::uint16_t directory = FillDirectory(&image, 40, Sizes::kNumber);
   for (std::uint32_t i = 0; i < 64; ++i) image.Put8(image.NodeOffset(directory) + i, 0xAA);
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "makes a new record of node 2 for the directory in block 3\n"
             "gives /FULL (node 2) its block 37 with 8 entries back\n"
             "counts 24 entries fewer in /FULL (node 2)\n");
@@ -287,7 +279,7 @@ struct Unnamed : SmallWithC {
 TEST(RepairSentence, of_two_free_records_with_the_same_data_one_is_in_use) {
   Unnamed image;
   for (const std::uint32_t i : {0u, 1u}) image.Put32(image.MapOffset(8, i), image.MappedBlock(7, i));
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "notes in the bitmap that node 7, which has 1500 bytes in blocks that nothing else uses, is in use\n"
             "makes the directory /LOST.FND\n"
             "links node 7, which has 1500 bytes but no name, as /LOST.FND/NODE0007\n"
@@ -299,14 +291,14 @@ TEST(RepairSentence, free_record_with_one_block_twice_stays_free) {
   for (const std::uint16_t node : {std::uint16_t{7}, std::uint16_t{8}}) {
     image.Put32(image.MapOffset(node, 1), image.MappedBlock(node, 0));
   }
-  EXPECT_EQ(Sentences(image), "builds the free chain anew: 4 blocks in 1 record\n");
+  EXPECT_EQ(StepsOf(image.bytes()), "builds the free chain anew: 4 blocks in 1 record\n");
 }
 
 TEST(RepairSentence, free_node_with_two_names_is_noted_once) {
   SmallWithC image;
   image.AddEntry(3, "X", 2);
   image.SetFree(2, true);
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "notes in the bitmap that node 2, to which \"A\" refers, is in use\n"
             "gives \"A\" in / (node 1) a copy of \"X\" in /D (node 3): both refer to node 2\n");
 }
@@ -316,7 +308,7 @@ TEST(RepairSentence, empty_free_node_with_two_names_is_noted_once) {
   const std::uint16_t node = image.AddFile(1, "Z", 0u);
   image.AddEntry(3, "X", node);
   image.SetFree(node, true);
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "notes in the bitmap that node 7, to which \"Z\" refers, is in use\n"
             "gives \"Z\" in / (node 1) a copy of \"X\" in /D (node 3): both refer to node 7\n");
 }
@@ -338,7 +330,7 @@ TEST(RepairSentence, names_are_told_one_by_one_up_to_ten_thousand_steps) {
 
 TEST(RepairSentence, beyond_ten_thousand_steps_the_names_of_a_directory_are_one) {
   const ManyNames image(9999);
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "removes \"Y\" from / (node 1): node 200 is not there\n"
             "removes 9999 names from /D (node 3): the nodes are not there or keep other names\n"
             "builds the free chain anew: 312 blocks in 2 records\n");
@@ -352,7 +344,7 @@ TEST(RepairSentence, copies_share_one_new_node_block) {
   for (const std::uint16_t node : {std::uint16_t{5}, std::uint16_t{6}}) {
     image.AddEntry(1, "X" + std::to_string(node), node);
   }
-  EXPECT_EQ(Sentences(image),
+  EXPECT_EQ(StepsOf(image.bytes()),
             "gives \"X5\" in / (node 1) a copy of \"F4\" in /FULL (node 2): both refer to node 5\n"
             "gives \"F5\" in /FULL (node 2) a copy of \"X6\" in / (node 1): both refer to node 6\n");
   EXPECT_EQ(testimage::Tree(testimage::Repaired(image.bytes())).size(), 18u);  // 2 directories, 14 files, 2 copies
