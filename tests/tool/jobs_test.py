@@ -102,7 +102,7 @@ class WorstTest(JobsTest):
         self.assertEqual(lines[0], lines[1])
         self.assertRegex(lines[0], r"^one.orb: [0-9.K]+, blocks of \d+ bytes, 2 files with 5.9K, 2 directories, "
                                    r"\d+ of \d+ nodes free, clean$")
-        self.assertEqual(lines[2], "3 containers: 2 clean, 1 not made out")
+        self.assertEqual(lines[2], "3 containers: 2 clean, 1 not described")
 
     def test_verify_of_several_with_one_reference(self):
         names = self.copies(4)

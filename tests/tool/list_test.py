@@ -400,7 +400,7 @@ state             clean
 
     def test_info_of_what_is_no_container_fails(self):
         self.write("text.txt", b"text")
-        self.assertIn("cannot make out text.txt: it is not a container, or its header is damaged "
+        self.assertIn("cannot describe text.txt: it is not a container, or its header is damaged "
                       "(ORB_ERROR_DAMAGED_VOLUME, 0x3000000A)", self.fails(1, "info", "text.txt"))
         self.assertIn("cannot read none: No such file or directory (ENOENT, 2)", self.fails(1, "info", "none"))
         self.assertIn("cannot read .: Is a directory (EISDIR, 21)", self.fails(1, "info", "."))

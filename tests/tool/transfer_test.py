@@ -44,6 +44,12 @@ class PutTest(ToolTest):
                       "(ORB_ERROR_PATH_NOT_FOUND, 0x30000014)", message)
         self.assertIn("orba mkdir -p", message)
 
+    def test_put_into_a_folder_of_the_host_points_to_get(self):
+        self.path("out").mkdir()
+        self.assertEqual(self.fails(1, "put", "card.orb:/", "out"),
+                         "orba: cannot put anything into out: it is a folder of the host\n"
+                         "      from a container to the host: orba get\n")
+
     def test_put_below_a_missing_directory_is_refused(self):
         self.write("one")
         self.assertIn("cannot find card.orb:/D: there is no such file or directory "
@@ -517,7 +523,8 @@ class GetTest(ToolTest):
         self.assertEqual(sorted(self.contents("out")), ["tree", "tree/sub", "tree/sub/x.bin", "tree/y.txt"])
 
     def test_get_several_to_what_is_no_directory_is_refused(self):
-        self.assertIn("cannot get anything into out: No such file or directory (ENOENT, 2)",
+        self.assertIn("cannot get anything into out: No such file or directory (ENOENT, 2)\n"
+                      "      make the folder first, or check the path\n",
                       self.fails(1, "get", "card.orb:/TREE/*", "out"))
         self.write("out")
         self.assertIn("cannot get anything into out: Not a directory (ENOTDIR, 20)",

@@ -30,11 +30,12 @@ struct CheckOptions {
 };
 
 Failure Unreadable(const std::string& path, const inspect::Report& report) {
-  const std::string recover = "fetch what can be read with: orba recover " + ShellWord(path) + " DIR";
   if (report.Count(inspect::Kind::kUnreadable) > 0) {
     return Failure("cannot check all of " + ShellWord(path),
                    "the host could not read it (" + CodeText(ORB_ERROR_READ) + ")",
-                   "copy it to another disk and check the copy\n" + recover, ORB_ERROR_READ);
+                   "copy it to another disk and check the copy\nfetch what can be read with: orba recover " +
+                       ShellWord(path) + " DIR",
+                   ORB_ERROR_READ);
   }
   if (report.Count(inspect::Kind::kContainerShort) > 0) {
     return Failure(
@@ -44,8 +45,7 @@ Failure Unreadable(const std::string& path, const inspect::Report& report) {
   }
   return Failure("cannot check " + ShellWord(path),
                  "it is not a container, or its beginning is lost (" + CodeText(ORB_ERROR_DAMAGED_VOLUME) + ")",
-                 "look at its first bytes with: orba dump " + ShellWord(path) + " bytes 0\n" + recover,
-                 ORB_ERROR_DAMAGED_VOLUME);
+                 "look at its first bytes with: orba dump " + ShellWord(path) + " bytes 0", ORB_ERROR_DAMAGED_VOLUME);
 }
 
 // What carrying out the plan of a repair would come to.

@@ -120,7 +120,7 @@ std::uint64_t CountUse(const inspect::Report& report, inspect::BlockUse use) {
 inspect::Report Inspect(const RawContainer& container) {
   inspect::Report report = inspect::Check(container.image());
   if (!report.model.geometry.known() || report.model.header.signature != kVolumeSignature) {
-    throw LibraryFailure("cannot make out " + ShellWord(container.path()), container.path(), ORB_ERROR_DAMAGED_VOLUME);
+    throw LibraryFailure("cannot describe " + ShellWord(container.path()), container.path(), ORB_ERROR_DAMAGED_VOLUME);
   }
   return report;
 }
@@ -225,7 +225,7 @@ Outcome InfoAsJson(const std::string& path) {
 }
 
 int RunInfo(const InfoOptions& options) {
-  constexpr const char* kUnknown = "not made out";
+  constexpr const char* kUnknown = "not described";
   const std::size_t count = options.operands.size();
   const Batch batch = {"info", count, options.jobs, false, {kFailed, kUnknown}};
   const std::vector<Outcome> outcomes = RunBatch(batch, [&options](std::size_t number) {

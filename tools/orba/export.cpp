@@ -217,7 +217,7 @@ Run DefineExport(Syntax* syntax) {
   auto options = std::make_shared<ExportOptions>();
   syntax->Text("--into", "FOLDER", &options->into, "an archive for each of several containers, named after it");
   syntax->Choice("--format", "FORMAT", &options->format, ArchiveFormats(),
-                 "unless the name of FILE says which; \"-\" and --into take tar otherwise");
+                 "as the name of FILE would end, such as tar.gz; without it \"-\" and --into take tar");
   syntax->Flag("-f,--force", &options->force, "overwrite FILE");
   syntax->Flag("-v,--verbose", &options->verbose, "print each file");
   syntax->Flag("--json", &options->json, "a JSON object for each container, on a line of its own");

@@ -180,7 +180,9 @@ Plan MakePlan(const GetOptions& options, Look* look, int* status) {
                       "the last operand is a place on the host; from container to container: orba cp");
   }
   if (!intoDirectory && (sources.size() > 1 || operands.size() > 1 || asDirectory) && !sources.empty()) {
-    throw HostFailure("cannot get anything into " + target, HostFileExists(target) ? ENOTDIR : ENOENT);
+    const std::string what = "cannot get anything into " + target;
+    if (HostFileExists(target)) throw HostFailure(what, ENOTDIR);
+    throw HostFailure(what, ENOENT, "make the folder first, or check the path");
   }
   Planner planner(options, look);
   for (const Match& source : sources) {
@@ -273,8 +275,8 @@ Run DefineGet(Syntax* syntax) {
   syntax->Flag("-n,--no-clobber", &options->noClobber, "leave files alone that are there, and get the others");
   syntax->Exclude("--force", "--no-clobber");
   syntax->Choice("--sync", "WHEN", &options->sync, {"end", "each"},
-                 "when the files are on the disk: at the end of the command (unless you say otherwise) or each as it "
-                 "is complete");
+                 "when the files are on the disk: at the \"end\" of the command (unless you say otherwise) or \"each\" "
+                 "as it is complete");
   syntax->Flag("--verify", &options->verify,
                "read each file back and compare checksums before it has its name; one that differs is left out");
   syntax->Flag("--rename", &options->rename,

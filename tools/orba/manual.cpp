@@ -49,20 +49,23 @@ constexpr Topic kTopics[] = {
      "not be compared.",
      true},
     {"Safety",
-     "While the tool works on a container no other program can open it. A container whose update was interrupted is "
-     "refused by everything that changes what is inside until orba repair has seen to it; all else works without "
-     "mounting. Nothing overwrites a file, on the host or in a container, unless --force is "
+     "While a command changes a container no other program can open it; those that only read share it. A container "
+     "whose update was interrupted is refused by everything that changes what is inside until orba repair has seen to "
+     "it; all else works without mounting. Nothing overwrites a file, on the host or in a container, unless --force is "
      "given. An interrupt (Ctrl-C) is obeyed between two steps, so that the container is left clean; a second one "
      "ends the program at once.\n\n"
      "What changes files, in a container or on the host, has everything on the disk once, before it ends with status "
-     "0; "
-     "a loss of power of this machine before that can leave files incomplete under their names. put and get take "
+     "0; a loss of power of this machine before that can leave files incomplete under their names. put and get take "
      "--sync=each against that.",
      false},
     {"Environment",
      "NO_COLOR, when set, turns colours off, and so does TERM=dumb. COLUMNS is the width of a line where the terminal "
-     "does not tell. Colours, columns and progress appear on a terminal only. TMPDIR is where put keeps what "
-     "comes from standard input while the container is busy, /tmp if it is not set.",
+     "does not tell. Colours, columns and progress appear on a terminal only. TMPDIR is where import, and put while "
+     "the container is busy, keep what comes from standard input, /tmp if it is not set.",
+     false},
+    {"Completion",
+     "orba --completion SHELL prints the completion script of bash, zsh or fish, which is installed with orba. Without "
+     "an installation, bash takes it by: source <(orba --completion bash)",
      false},
 };
 
@@ -196,7 +199,7 @@ std::string ManualPage() {
     if (group != command->group) page += ".SH \"" + inspect::UpperCase(group = command->group) + "\"\n";
     page += ManualSection(*command);
   }
-  return page;
+  return page + ".SH \"SEE ALSO\"\n.B mount.fuse.orba(8)\n";
 }
 
 }  // namespace orba::tool

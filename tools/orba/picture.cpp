@@ -203,7 +203,7 @@ int RunMap(const MapOptions& options) {
   const RawContainer container(ParseContainer(options.container));
   const inspect::Report report = inspect::Check(container.image());
   if (report.model.blocks.empty()) {
-    throw LibraryFailure("cannot make out " + ShellWord(container.path()), container.path(), ORB_ERROR_DAMAGED_VOLUME);
+    throw LibraryFailure("cannot draw " + ShellWord(container.path()), container.path(), ORB_ERROR_DAMAGED_VOLUME);
   }
   if (!options.svg.empty()) {
     WriteSvg(options, container.path(), inspect::DrawSvg(report, Visible(container.path())));

@@ -443,6 +443,10 @@ int PutAll(const PutOptions& options, StandardInput* input) {
   Session session(options.sync == "each" ? Session::kEach : Session::kAtTheEnd);
   MountedPlaces places(&session);
   const Address target = ParseAddress(options.operands.back());
+  if (IsHostDirectory(target.container)) {
+    throw Failure("cannot put anything into " + ShellWord(target.container), "it is a folder of the host",
+                  "from a container to the host: orba get");
+  }
   const OrbU32 blockSize = session.BlockSize(target);
   const PutPlan plan = PlanPut(options, &places, blockSize, CapacityFor(&session, target));
   plan.Tell();
@@ -484,8 +488,8 @@ Run DefinePut(Syntax* syntax) {
   syntax->Exclude("--force", "--no-clobber");
   syntax->Flag("--rename", &options->rename, "store what has no legal name under a legal, unique one, and say which");
   syntax->Choice("--sync", "WHEN", &options->sync, {"end", "each"},
-                 "when what was put is on the disk: at the end of the command (unless you say otherwise) or after each "
-                 "file");
+                 "when what was put is on the disk: at the \"end\" of the command (unless you say otherwise) or after "
+                 "\"each\" file");
   syntax->Text("--manifest", "FILE", &options->manifest, "write the checksums of what was put into a new file");
   syntax->Flag("-v,--verbose", &options->verbose, "print each file");
   syntax->Flag("-q,--quiet", &options->quiet, "draw no progress");
