@@ -1,6 +1,7 @@
 #include "inspect/repair/repair.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "inspect/container/fields.h"
@@ -379,18 +380,20 @@ std::uint32_t RepairWork::FindDirectoryBlock(std::uint16_t number) {
   return found == round_.directoryBlocks.end() ? kNoBlock : found->second;
 }
 
-// In a careful repair nodes are free beyond doubt: their records are there, and empty.
+// An entry that leads to nothing must not come to read what a new node holds. In a careful repair nodes are free beyond
+// doubt: their records are there, and empty.
 bool RepairWork::CanTake(const NodeInfo& node) const {
-  if (node.state != NodeState::kFree) return false;
+  if (node.state != NodeState::kFree || round_.referred[node.number]) return false;
   const OrbNodeRecord& record = node.record;
   return !careful || (record.signature == kNodeSignature && record.number == node.number && record.size == 0 &&
-                      record.direct[0] == kNoBlock && round_.referred.count(node.number) == 0);
+                      record.direct[0] == kNoBlock);
 }
 
 bool RepairWork::IsNodeLeft() {
-  if (careful && round_.referred.empty()) {
+  if (round_.referred.empty()) {
+    round_.referred.resize(std::numeric_limits<decltype(OrbDirEntry::node)>::max() + std::size_t{1});
     for (const NodeInfo& directory : model().nodes) {
-      for (const Entry& entry : directory.entries) round_.referred.insert(entry.record.node);
+      for (const Entry& entry : directory.entries) round_.referred[entry.record.node] = true;
     }
   }
   while (round_.nextNode < model().nodes.size() && !CanTake(model().nodes[round_.nextNode])) ++round_.nextNode;

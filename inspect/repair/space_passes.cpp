@@ -158,7 +158,8 @@ void KeepCopies(RepairWork* work, const Image& before, const std::vector<Loss>& 
     action.name = loss.name;
     action.newName = "/" + lost.name + "/" + name;
     const std::uint16_t copy = AddCopy(work, loss.record, before);
-    if (copy == 0 || !AddEntry(work, lost.number, name, copy)) return;
+    if (copy == 0) continue;  // a smaller one may still find room
+    if (!AddEntry(work, lost.number, name, copy)) return;
   }
 }
 

@@ -72,8 +72,8 @@ struct RepairWork {
   // The loose block whose "." entry carries this number; 0 when there is none.
   std::uint32_t FindDirectoryBlock(std::uint16_t number);
 
-  // Takes the lowest free number, and a block of node records for it where there is none yet. The record and the bitmap
-  // are the caller's to write. Number 0 where no number or no block is left.
+  // Takes the lowest free number that no entry refers to, and a block of node records for it where there is none yet.
+  // The record and the bitmap are the caller's to write. Number 0 where no number or no block is left.
   struct NewNode {
     std::uint16_t number = 0;
     std::uint64_t offset = 0;
@@ -108,7 +108,7 @@ struct RepairWork {
     std::uint32_t nextFree = 1;
     std::uint32_t nextLost = 1;
     std::uint32_t nextNode = kRootNode + 1;
-    std::unordered_set<std::uint16_t> referred;         // by entries
+    std::vector<bool> referred;                         // by entries; by number, empty until one is asked for
     std::map<std::uint32_t, std::uint32_t> nodeBlocks;  // new ones, by their table entries
     std::unordered_map<std::uint16_t, std::uint32_t> directoryBlocks;
     bool directoryBlocksRead = false;

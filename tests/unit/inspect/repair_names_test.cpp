@@ -352,6 +352,17 @@ TEST(RepairSeveral, second_name_of_a_file_with_all_kinds_of_map_blocks_reads_the
   EXPECT_TRUE(SameFiles(Tree(Repaired(image.bytes())), Tree(image.bytes())));
 }
 
+// Node 9 was never written, and is the first that is free.
+TEST(RepairSeveral, name_that_leads_nowhere_does_not_come_to_read_the_copy) {
+  SmallWithC image;
+  for (const char* name : {"F7", "F8"}) image.AddFile(1, name, 1u);
+  Files expected = Tree(image.bytes());
+  expected["/D/X"] = expected.at("/A");
+  image.AddEntry(3, "X", 2);
+  image.AddEntry(1, "GONE", 9);
+  EXPECT_TRUE(SameFiles(Tree(Repaired(image.bytes())), expected));
+}
+
 // Copies may take as many blocks as there are, and 1,024, but for those that are left for names: there is room for one
 // beside the one that stands for all names under /LOST.FND.
 TEST(RepairSeveral, names_for_which_there_is_no_room_are_removed_and_what_they_read_is_kept) {

@@ -934,6 +934,18 @@ TEST(RepairCopies, far_more_files_than_there_is_room_for_a_repair_does_not_grow_
   EXPECT_EQ(plan.promise.lost(), 2u);
 }
 
+TEST(RepairCopies, small_file_behind_one_without_room_is_kept_at_once) {
+  FullOfThemselves image;
+  image.AddMany(14);
+  testimage::AddKnotted(&image, "SMALL");
+  const std::string steps = testimage::StepsOf(image.bytes());
+  EXPECT_NE(steps.find("as /LOST.FND/F4\n"
+                       "keeps what \"SMALL\" was read as, as /LOST.FND/SMALL\n"
+                       "takes 256 blocks out of /F0 (node 3): there already\n"),
+            std::string::npos)
+      << steps;
+}
+
 TEST(RepairCopies, file_with_two_names_gets_one_copy) {
   FullOfThemselves image;
   image.AddEntry(1, "TOO", image.Add("F", 20));
