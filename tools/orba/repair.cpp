@@ -289,14 +289,14 @@ const Command kRepairCommand = {
     "make a container consistent and mountable again",
     "Prints its plan, then carries it out: finishes or undoes interrupted updates, frees leaked space, rebuilds "
     "the list of free blocks and clears the update mark last. What has data but no name appears as "
-    "/LOST.FND/NODEnnnn. Whatever can be read before can be read after, at its path or under /LOST.FND; the plan ends "
-    "by saying so. Where there is no room to keep it all, nothing is changed unless --force is given.\n\n"
+    "/LOST.FND/NODEnnnn. Every file that can be read whole before can be read after, at its path or under /LOST.FND; "
+    "the plan ends by saying so. Where there is no room to keep it all, nothing is changed unless --force is given.\n\n"
     "A repair may be interrupted at any time and run again. Of a long plan only the first 40 lines are shown; "
     "--dry-run --verbose shows it all. With --undo, a file keeps all that is overwritten, and "
     "orba undo takes the repair back.\n\n"
-    "Exits with 0 when there was nothing to do, 1 when the container is repaired, 4 when damage is left (always "
-    "after --dry-run), 8 when it could not work. Where the plan cannot be written to standard output nothing is "
-    "changed, and the status is 8 too.",
+    "Exits with 0 when there was nothing to do, 1 when the container is repaired, 4 when damage is left, or "
+    "when --dry-run has planned something, 8 when it could not work. Where the plan cannot be written to standard "
+    "output nothing is changed, and the status is 8 too.",
     "orba repair --dry-run card.orb\n"
     "orba repair --undo card.undo card.orb",
     DefineRepair,
