@@ -2,7 +2,7 @@
 import errno
 import json
 import os
-import signal
+import shutil
 import subprocess
 import unittest
 
@@ -187,13 +187,9 @@ class EndTest(JobsTest):
         names = self.copies(4)
         self.write("huge/FILE.BIN", bytes(200 << 20))
         self.ok("create", "huge.orb", "huge/.")
-        process = subprocess.Popen([*PROGRAM, "recover", "-j", "2", "--into", "out", "huge.orb", *names],
-                                   cwd=self.folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                   env=self.environment())
-        self.wait_until(lambda: self.path("out/huge").exists() and self.host_names("out/huge"))
-        process.send_signal(signal.SIGINT)
-        _, err = process.communicate(timeout=LIMIT)
-        self.assertEqual((process.returncode, err), (-signal.SIGINT, b"orba: interrupted\n"))
+        self.interrupt("recover", "-j", "2", "--into", "out", "huge.orb", *names,
+                       begun=lambda: self.path("out/huge").exists() and self.host_names("out/huge"),
+                       afresh=lambda: shutil.rmtree(self.path("out"), ignore_errors=True))
         self.assertEqual([name for name in self.host_names("out/huge") if name.startswith(".")], [])
 
     def test_output_that_cannot_be_written_ends_the_batch_with_8(self):

@@ -181,6 +181,20 @@ class ToolTest(unittest.TestCase):
             yield
             holder.stdin.close()
 
+    def interrupt(self, *arguments, begun, afresh):
+        """One run that Ctrl-C ends in the midst of its work, once `begun` tells that there is some. `afresh` comes
+        before, and before the next where a run was too quick."""
+        for _ in range(100):
+            afresh()
+            with subprocess.Popen([*PROGRAM, *arguments], cwd=self.folder, stdout=subprocess.PIPE,
+                                  stderr=subprocess.PIPE, env=self.environment()) as process:
+                self.wait_until(lambda run=process: begun() or run.poll() is not None)
+                process.send_signal(signal.SIGINT)
+                _, message = process.communicate(timeout=LIMIT)
+            if process.returncode != 0:
+                break
+        self.assertEqual((process.returncode, message), (INTERRUPTED, b"orba: interrupted\n"))
+
     def wait_until(self, condition):
         """Waits for what must come, without a word on how long it may take."""
         start = time.monotonic()

@@ -6,14 +6,13 @@ import fcntl
 import lzma
 import os
 import re
-import signal
 import struct
 import subprocess
 import termios
 import unittest
 import zipfile
 
-from support import INTERRUPTED, LIMIT, PROGRAM, ToolTest, open_terminal
+from support import LIMIT, PROGRAM, ToolTest, open_terminal
 
 
 class WindowsTest(ToolTest):
@@ -213,12 +212,9 @@ class WindowsTest(ToolTest):
     def test_get_interrupted_leaves_no_half_file(self):
         self.write("big", os.urandom(64 << 20))
         self.ok("put", "big", "card.orb")
-        with subprocess.Popen([*PROGRAM, "get", "card.orb:/BIG", "out"], cwd=self.folder, stderr=subprocess.PIPE,
-                              env=self.environment()) as process:
-            self.wait_until(lambda: any(name.startswith(".orba-") for name in self.host_names()))
-            process.send_signal(signal.SIGINT)
-            _, message = process.communicate(timeout=LIMIT)
-        self.assertEqual((process.returncode, message), (INTERRUPTED, b"orba: interrupted\n"))
+        self.interrupt("get", "card.orb:/BIG", "out",
+                       begun=lambda: any(name.startswith(".orba-") for name in self.host_names()),
+                       afresh=lambda: self.path("out").unlink(missing_ok=True))
         self.assertEqual(self.host_names(), ["big", "card.orb"])
 
 
