@@ -1,4 +1,4 @@
-/* A small logger for a device that nobody watches. It mounts its container, or makes it on the first start; deletes the
+/* A small logger for an unattended device. It mounts its container, or makes it on the first start; deletes the
  * oldest log, appends a line to the newest, reads it back and lists them. A container that power loss or a full disk
  * left unsound is set aside for the desk ("orba repair" makes it mountable again), and a new one is begun.
  *

@@ -37,7 +37,7 @@
  *          whole process, and callers must serialise all calls.
  * SAFETY   A call that changes a volume first marks the container "update in progress" and clears the mark when it
  *          ends. A container left with the mark set (power lost in between) refuses to mount: ORB_ERROR_NOT_CLEAN. The
- *          library does not repair. A device that nobody watches sets such a container aside under another host name
+ *          library does not repair. An unattended device sets such a container aside under another host name
  *          and goes on with a new one (examples/quickstart.c does); "orba check" and "orba repair" make the old one
  *          mountable again at a desk. The two cases in which a stop leaves no mark are in docs/architecture.md.
  *          After a failed metadata write, other than for a full host disk, and after any failed write of the mark, the

@@ -67,6 +67,7 @@ struct Words {
 constexpr Words kWords[] = {
     {"none", ""},
     {"host-cannot-read", "the host cannot read it"},
+    {"container-short", "it ends before its data area"},
     {"header-damaged", "the header is damaged"},
     {"layout-unknown", "no layout can be made out; this may be no container at all"},
     {"not-found", "there is no such file or directory"},
@@ -150,16 +151,18 @@ Reader::Reader(const Image& image) : image_(image) {
 
 void Reader::ReadTables() {
   std::vector<std::uint8_t> bytes(kNodeTableSize);
-  if (!image_.Read(kHeaderSize, bytes.data(), bytes.size())) {
-    problems_.push_back(MakeProblem(Trouble::kHostCannotRead, 0));
-    std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
-  }
+  ReadTable(kHeaderSize, &bytes);
   table_ = DecodeWords(bytes.data(), kNodeTableEntries);
   bitmap_.resize(geometry_.bitmapSize);
-  if (!image_.Read(kBitmapOffset, bitmap_.data(), bitmap_.size())) {
-    problems_.push_back(MakeProblem(Trouble::kHostCannotRead, 0));
-    std::fill(bitmap_.begin(), bitmap_.end(), std::uint8_t{0});
-  }
+  ReadTable(kBitmapOffset, &bitmap_);
+}
+
+// Zeros where it cannot be read.
+void Reader::ReadTable(std::uint64_t offset, std::vector<std::uint8_t>* bytes) {
+  if (image_.Read(offset, bytes->data(), bytes->size())) return;
+  const bool ends = image_.Size() < offset + bytes->size();
+  problems_.push_back(MakeProblem(ends ? Trouble::kContainerShort : Trouble::kHostCannotRead, 0));
+  std::fill(bytes->begin(), bytes->end(), std::uint8_t{0});
 }
 
 bool Reader::IsFreeBit(std::uint32_t number) const {

@@ -26,6 +26,7 @@ enum class Trouble : std::uint8_t {
   kNone,
   // the container
   kHostCannotRead,  // the host fails to read a range that lies inside the container
+  kContainerShort,  // the container ends within the node-block table or the bitmap
   kHeaderDamaged,   // a mount would refuse the header; the layout was made out by other means
   kLayoutUnknown,   // block size and data area cannot be made out: nothing can be read
   // paths
@@ -194,6 +195,7 @@ class Reader {
   using EntryVisitor = std::function<bool(const OrbDirEntry&, std::uint32_t index, Listed::Place)>;
 
   void ReadTables();
+  void ReadTable(std::uint64_t offset, std::vector<std::uint8_t>* bytes);
   const std::uint8_t* Cached(std::uint32_t block);
   bool IsFreeBit(std::uint32_t number) const;
   Problem FindBlockOf(const Node& node, std::uint64_t index, std::uint32_t* block);

@@ -44,7 +44,9 @@ class LifeTest(MountTest):
 
     def test_nobody_else_has_a_container_that_is_mounted_to_write(self):
         self.mount()
-        self.assertIn("another program has the container open", self.fails(1, "ls", "card.orb"))
+        busy = self.fails(1, "ls", "card.orb")
+        self.assertIn("another program has the container open", busy)
+        self.assertIn(f"\n      it is mounted; unmount it with: orba umount {self.path('mnt')}\n", busy)
         self.path("second").mkdir()
         self.assertIn("another program has the container open", self.fails(1, "mount", "card.orb", "second"))
         self.assertIn("another program has the container open", self.fails(1, "mount", "-r", "card.orb", "second"))

@@ -20,7 +20,7 @@ Definition Define(const Command& command) {
   Definition definition;
   definition.run = command.define(&definition.syntax);
   definition.syntax.NumberOrBare("--wait", "SECONDS", WaitOption(), {0, kForever - 1}, kForever,
-                                 "while another program has the container open, wait for it, at most so long");
+                                 "while another program has the container open, wait for it: for ever, or so long");
   definition.syntax.Help();
   return definition;
 }

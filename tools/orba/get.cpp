@@ -284,7 +284,7 @@ Run DefineGet(Syntax* syntax) {
   syntax->Flag("--lower", &options->lower, "names on the host in lower case");
   syntax->Flag("-v,--verbose", &options->verbose, "print each file");
   syntax->Flag("-q,--quiet", &options->quiet, "draw no progress");
-  syntax->Flag("-r,-R,--recursive", &options->recursive, "accepted for habit: directories always come whole");
+  syntax->Flag("-r,-R,--recursive", &options->recursive, "changes nothing: directories always come whole");
   syntax->Many("CONTAINER:/PATH", &options->operands);
   return [options] { return RunGet(*options); };
 }

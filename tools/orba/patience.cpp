@@ -39,6 +39,8 @@ bool Patience::WaitMore() {
 Failure BusyFailure(const std::string& container, const std::string& holder) {
   Failure failure = LibraryFailure("cannot open " + ShellWord(container), container, ORB_ERROR_CONTAINER_IN_USE);
   if (!holder.empty()) failure.AddAdvice("it is open in " + holder);
+  const std::string folder = host::FolderOf(container);
+  if (!folder.empty()) failure.AddAdvice("it is mounted; unmount it with: orba umount " + ShellWord(folder));
   failure.AddAdvice("wait until it is free with: --wait");
   return failure;
 }

@@ -26,7 +26,8 @@ class Patience {
   int pause_ = 5;     // milliseconds
 };
 
-// "cannot open CONTAINER: another program has the container open", with what that is where the system tells.
+// "cannot open CONTAINER: another program has the container open", with what that is where the system
+// tells, and the folder at which it is mounted.
 Failure BusyFailure(const std::string& container, const std::string& holder);
 
 }  // namespace orba::tool

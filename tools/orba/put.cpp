@@ -493,7 +493,7 @@ Run DefinePut(Syntax* syntax) {
   syntax->Text("--manifest", "FILE", &options->manifest, "write the checksums of what was put into a new file");
   syntax->Flag("-v,--verbose", &options->verbose, "print each file");
   syntax->Flag("-q,--quiet", &options->quiet, "draw no progress");
-  syntax->Flag("-r,-R,--recursive", &options->recursive, "accepted for habit: directories are always put whole");
+  syntax->Flag("-r,-R,--recursive", &options->recursive, "changes nothing: directories are always put whole");
   syntax->Many("SOURCE", &options->operands);
   return [options] { return RunPut(*options); };
 }

@@ -124,6 +124,14 @@ TEST(Reader, header_alone_tells_of_the_mark) {
   EXPECT_TRUE(Opened(image).reader.marked());
 }
 
+TEST(Reader, container_that_ends_within_its_tables_is_said) {
+  SmallTree image;
+  image.bytes().resize(1030);
+  EXPECT_EQ(Troubles(Opened(image).reader.problems()), Found{Trouble::kContainerShort});
+  image.bytes().resize(1000);
+  EXPECT_EQ(Troubles(Opened(image).reader.problems()), (Found{Trouble::kContainerShort, Trouble::kContainerShort}));
+}
+
 TEST(Reader, header_field_damaged_is_said) {
   for (const std::uint32_t offset : {0u, 4u, 8u, 40u}) {
     SmallTree image;

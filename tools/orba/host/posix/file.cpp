@@ -1,5 +1,6 @@
 #include <dirent.h>
 #include <fcntl.h>
+#include <mntent.h>
 #include <stdlib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -200,6 +201,19 @@ std::string HolderOf(const std::string& path) {
     const bool named = comm != nullptr && fgets(name, sizeof name, comm.get()) != nullptr;
     name[std::strcspn(name, "\n")] = '\0';
     return "process " + std::to_string(process) + (named ? std::string(" (") + name + ")" : "");
+  }
+  return "";
+}
+
+std::string FolderOf(const std::string& path) {
+  const std::unique_ptr<char, void (*)(void*)> container(realpath(path.c_str(), nullptr), std::free);
+  const std::unique_ptr<FILE, int (*)(FILE*)> mounts(setmntent("/proc/self/mounts", "re"), endmntent);
+  mntent entry = {};
+  char names[8192];
+  while (container != nullptr && mounts != nullptr) {
+    if (getmntent_r(mounts.get(), &entry, names, sizeof names) == nullptr) break;
+    const bool ours = std::strcmp(entry.mnt_type, "fuse.orba") == 0;
+    if (ours && std::strcmp(entry.mnt_fsname, container.get()) == 0) return entry.mnt_dir;
   }
   return "";
 }
