@@ -60,9 +60,7 @@ std::string Prospect(const inspect::Promise& promise) {
             " that can be read";
   }
   if (promise.excused > 0) text += "; " + ExcusedText(promise);
-  if (promise.toLost > 0 || promise.regained > 0) {
-    text += "; " + std::to_string(promise.toLost) + " would be without a name";
-  }
+  if (promise.toLost > 0) text += "; " + std::to_string(promise.toLost) + " would be under /LOST.FND";
   return "repair would " + text + "\n";
 }
 
