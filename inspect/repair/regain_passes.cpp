@@ -37,14 +37,20 @@ Names FindNames(const Model& model) {
   return names;
 }
 
-// The lost blocks that begin with the dots of a lost node, by that node. The directory that ".." names must be lost as
-// well or name the node in return: what a deleted directory left does not pass for one. Nor does it where the bitmap
-// calls the node free: a directory is empty when it is deleted, so its third entry names no node.
+// The lost blocks that begin with the dots of a lost node, or of a directory whose first block is another's, by that
+// node. The directory that ".." names must be lost as well or name the node in return: what a deleted directory left
+// does not pass for one. Nor does it where the bitmap calls the node free: a directory is empty when it is deleted, so
+// its third entry names no node.
 using Directories = std::map<std::uint16_t, std::uint32_t>;
 
 // No record tells what the node was.
 bool IsLostNode(const NodeInfo& node) {
   return node.state == NodeState::kLost || (node.state == NodeState::kFree && node.offset == 0);
+}
+
+// The attributes are a directory's, the contents are not.
+bool IsDirectoryElsewhere(const NodeInfo& node) {
+  return node.state == NodeState::kUsed && node.wrongKind && !node.IsDirectory();
 }
 
 Directories FindDirectories(const RepairWork& work) {
@@ -60,7 +66,7 @@ Directories FindDirectories(const RepairWork& work) {
     const OrbDirEntry up = DecodeEntry(bytes + kDirEntrySize);
     if (NameOf(self) != "." || NameOf(up) != ".." || self.node == kRootNode || !model.IsNode(self.node)) continue;
     const NodeInfo& node = model.nodes[self.node];
-    if (!IsLostNode(node) || !model.IsNode(up.node)) continue;
+    if ((!IsLostNode(node) && !IsDirectoryElsewhere(node)) || !model.IsNode(up.node)) continue;
     if (node.state == NodeState::kFree && Get16(&bytes[2 * kDirEntrySize]) == 0) continue;
     const NodeInfo& parent = model.nodes[up.node];
     if (IsLostNode(parent) || names.count({up.node, self.node}) != 0) found.emplace(self.node, block);
@@ -432,7 +438,11 @@ void RegainDirectories(RepairWork* work) {
   const Directories directories = FindDirectories(*work);
   for (const auto& [number, block] : directories) {
     const std::uint32_t index = (number - 1u) / work->geometry().nodesPerBlock();
-    if (work->model().nodes[number].offset != 0) {
+    const NodeInfo& node = work->model().nodes[number];
+    if (IsDirectoryElsewhere(node)) {
+      work->Begin(ActionKind::kReturnFirst, number).block = block;
+      work->PutWord(node.offset + offsetof(OrbNodeRecord, direct), block);
+    } else if (node.offset != 0) {
       work->Begin(ActionKind::kMakeRecord, number).block = block;
       work->PutNode(number, DirectoryRecord(*work, number, block));
       work->regained.insert(number);

@@ -131,7 +131,7 @@ void CutOutside(RepairWork* work);  // numbers beyond the container's end, befor
 void ReturnSectors(RepairWork* work);  // of node records in directories, and of entries among node records
 // regain_passes.cpp
 void RegainRecords(RepairWork* work);      // that lie in lost blocks or in the slots of other nodes
-void RegainDirectories(RepairWork* work);  // whose records are lost
+void RegainDirectories(RepairWork* work);  // whose records or first blocks are lost
 // layout_passes.cpp
 void FixSlots(RepairWork* work);  // signatures and numbers
 void FixBitmap(RepairWork* work);

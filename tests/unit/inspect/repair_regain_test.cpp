@@ -132,6 +132,30 @@ TEST(RegainDirectory, block_of_a_file_with_its_dots_is_not_taken_for_it) {
   EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), files);
 }
 
+// What the block of the file was read as through the directory is kept too.
+TEST(RegainDirectory, first_block_is_a_files_its_own_comes_back) {
+  Regaining image;
+  const std::uint16_t file = image.AddFile(1, "F", 900);
+  const std::uint16_t directory = image.AddDirectory(1, "D");
+  image.AddFile(directory, "IN", 10);
+  auto files = Tree(image.bytes());
+  const Bytes& contents = files.at("/F");
+  image.Put32(image.MapOffset(directory, 0), image.MappedBlock(file, 0));
+  files["/LOST.FND/"] = {};
+  files["/LOST.FND/D"] = Bytes(contents.begin(), contents.begin() + 96);
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), files);
+}
+
+TEST(RegainDirectory, file_with_the_attributes_of_one_does_not_get_the_block_of_a_deleted_one) {
+  Regaining image;
+  const std::uint16_t parent = image.AddDirectory(1, "D");
+  const std::uint16_t file = image.AddFile(1, "F", 960);
+  const auto files = Tree(image.bytes());
+  image.PutDots(image.AppendBlock(), file, parent);
+  image.Put16(image.NodeOffset(file) + 6, ORB_NODE_DIRECTORY);
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())), files);
+}
+
 // The ".." of the directory in it is no name.
 TEST(RegainDirectory, block_of_a_deleted_one_from_a_directory_that_lies_in_the_lost_one_is_not_taken_for_it) {
   Regaining image;
