@@ -62,14 +62,19 @@ class AddressTest(ToolTest):
             operands = ["out"] if arguments == ["recover"] else []
             result = self.orba(*arguments, "card.orb:/LOGS", *operands)
             self.assertEqual((result.status, result.err), (
-                status, "orba: cannot take card.orb:/LOGS: it is a place inside a container, and this is about a "
-                        "whole one\n      name the container alone: card.orb\n"), arguments)
+                status, "orba: cannot take card.orb:/LOGS: it is a place inside a container, and this command works on "
+                        "whole ones\n      name the container alone: card.orb\n"), arguments)
         self.assertEqual((self.read("card.orb"), self.host_names()), (before, ["card.orb"]))
 
     def test_path_without_slash_is_explained(self):
         message = self.fails(1, "ls", "card.orb:LOGS")
         self.assertIn("there is no such container (ORB_ERROR_FILE_NOT_FOUND, 0x30000013)", message)
         self.assertIn('begins with "/": card.orb:/LOGS', message)
+
+    def test_path_behind_a_container_without_colon_is_explained(self):
+        self.assertIn("      a place inside a container is written card.orb:/LOGS/X\n",
+                      self.fails(1, "cat", "card.orb/LOGS/X"))
+        self.assertIn("      check the name\n", self.fails(1, "cat", "none/LOGS/X"))
 
     def test_empty_container_name_is_refused(self):
         self.assertIn("has no container", self.fails(1, "ls", ":/LOGS"))

@@ -99,7 +99,8 @@ std::string ParseContainer(const std::string& text) {
   }
   const std::size_t colon = FindSeparatingColon(text);
   if (colon != std::string::npos && IsFile(text.substr(0, colon)) && !IsFile(text)) {
-    throw Failure("cannot take " + ShellWord(text), "it is a place inside a container, and this is about a whole one",
+    throw Failure("cannot take " + ShellWord(text),
+                  "it is a place inside a container, and this command works on whole ones",
                   "name the container alone: " + ShellWord(text.substr(0, colon)));
   }
   return RequireContainer(text, text);

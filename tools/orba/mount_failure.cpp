@@ -16,6 +16,11 @@ std::size_t IdleColon(const std::string& container) {
   return colon != std::string::npos && colon >= host::DriveLength(container) ? colon : std::string::npos;
 }
 
+std::string WithSlashes(std::string path) {
+  for (char& c : path) c = host::IsSeparator(c) ? '/' : c;
+  return path;
+}
+
 // What to do where there is no container of this name. The address may have been meant in another way.
 std::string AdviceOnMissing(const Address& address) {
   const std::string& container = address.container;
@@ -28,10 +33,22 @@ std::string AdviceOnMissing(const Address& address) {
   if (colon == std::string::npos) {
     return "check the name, or make a container with: orba format " + ShellWord(container);
   }
-  std::string path = container.substr(colon + 1);
-  for (char& c : path) c = host::IsSeparator(c) ? '/' : c;
+  const std::string path = WithSlashes(container.substr(colon + 1));
   return "a path inside a container begins with \"/\": " +
          ShellWord(container.substr(0, colon) + (path.rfind('/', 0) == 0 ? ":" : ":/") + path);
+}
+
+// The same where something on the way is missing or is a file: perhaps the container.
+std::string AdviceOnWay(const Address& address) {
+  const std::string& container = address.container;
+  if (EndsWithSeparator(container) || IdleColon(container) != std::string::npos) return AdviceOnMissing(address);
+  for (std::size_t at = 1; at < container.size(); ++at) {
+    const std::string front = container.substr(0, at);
+    if (host::IsSeparator(container[at]) && IsOrdinary(front)) {
+      return "a place inside a container is written " + ShellWord(front + ":/" + WithSlashes(container.substr(at + 1)));
+    }
+  }
+  return "check the name";
 }
 
 }  // namespace
@@ -51,9 +68,7 @@ Failure MountFailure(const Address& address, std::uint32_t code, const host::Sta
     return Failure(what, "the medium is write-protected" + coded, "work on a copy on another disk", code);
   }
   if (code == ORB_ERROR_PATH_NOT_FOUND) {
-    return Failure(what, "a folder on the way to it is missing, or is not a folder" + coded,
-                   EndsWithSeparator(container) || IdleColon(container) != std::string::npos ? AdviceOnMissing(address)
-                                                                                             : "check the name",
+    return Failure(what, "a folder on the way to it is missing, or is not a folder" + coded, AdviceOnWay(address),
                    code);
   }
   if (code == ORB_ERROR_CONTAINER_IN_USE) return BusyFailure(container, host::HolderOf(container));
