@@ -209,8 +209,10 @@ Promise Judge::Run() {
   Excuse(lost);
   for (const Found& found : found_) {
     const bool whole = !found.matched && IsWhole(&after_, found.node, &afterBudget_);
+    const bool toLost = found.inLostFound && !found.stays;
     promise_.regained += whole ? 1 : 0;
-    promise_.toLost += found.inLostFound && !found.stays ? 1 : 0;
+    promise_.unnamed += whole && toLost ? 1 : 0;
+    promise_.toLost += toLost ? 1 : 0;
   }
   return promise_;
 }

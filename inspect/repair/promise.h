@@ -43,6 +43,7 @@ struct Promise {
   std::uint32_t kept = 0;      // of these, those that can be read after
   std::uint32_t excused = 0;   // of these, those that ended with the operation that the mark vouches for
   std::uint32_t regained = 0;  // files that can be read after, and before not, or not by a path
+  std::uint32_t unnamed = 0;   // of these, those that come to lie under /LOST.FND
   std::uint32_t mended =
       0;  // files that stay where they are and can now be read whole: cut off or filled up with zeros
   std::uint32_t toLost = 0;         // files that come to lie under /LOST.FND

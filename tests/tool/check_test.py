@@ -67,7 +67,7 @@ class CheckTest(DamageTest):
         self.mark_dirty()
         self.assertIn("\nrepair would keep all 2 files that can be read\nrepair it with: ", self.check().out)
         self.patch("card.orb", 0, bytes(1024))  # header and table
-        self.assertIn("\nrepair would bring back 2 files\nrepair it with: ",
+        self.assertIn("\nrepair would bring back 2 files, 0 without a name\nrepair it with: ",
                       self.check().out)
         self.orba("repair", "card.orb")
         self.assertEqual(self.ok("cat", "card.orb:/LOGS/DAY1.TXT"), "one" * 2000)

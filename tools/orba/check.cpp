@@ -51,16 +51,18 @@ Failure Unreadable(const std::string& path, const inspect::Report& report) {
 // What carrying out the plan of a repair would come to.
 std::string Prospect(const inspect::Promise& promise) {
   std::string text;
-  const bool regains = promise.regained > 0 || promise.toLost > 0 || promise.readable == 0;
-  if (regains) text = "bring back " + inspect::Counted(promise.regained, "file");
+  if (promise.regained > 0 || promise.readable == 0) {
+    text = "bring back " + inspect::Counted(promise.regained, "file") + ", " + std::to_string(promise.unnamed) +
+           " without a name";
+  }
   if (promise.readable > 0) {
     const bool all = promise.kept == promise.readable;
-    text += std::string(regains ? " and keep " : "keep ") + (all ? "" : std::to_string(promise.kept) + " of ") +
+    text += std::string(text.empty() ? "keep " : ", and keep ") + (all ? "" : std::to_string(promise.kept) + " of ") +
             (all && promise.readable > 1 ? "all " : "") + inspect::Counted(promise.readable, "file") +
             " that can be read";
   }
   if (promise.excused > 0) text += "; " + ExcusedText(promise);
-  if (promise.toLost > 0) text += "; " + std::to_string(promise.toLost) + " would be under /LOST.FND";
+  if (promise.toLost > promise.unnamed) text += "; " + std::to_string(promise.toLost) + " would be under /LOST.FND";
   return "repair would " + text + "\n";
 }
 

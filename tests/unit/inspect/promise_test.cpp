@@ -137,6 +137,7 @@ TEST(Promise, file_in_lost_found_is_kept_and_counted) {
   EXPECT_TRUE(promise.holds());
   EXPECT_EQ(promise.kept, 4u);
   EXPECT_EQ(promise.toLost, 1u);
+  EXPECT_EQ(promise.unnamed, 0u);
   EXPECT_EQ(ToText(promise), "keeps 4 of 4 readable files; 1 goes to /LOST.FND\n");
 }
 
@@ -238,6 +239,7 @@ TEST(Promise, file_elsewhere_is_a_loss) {
   const Promise promise = Judged(Promised(), after);
   EXPECT_EQ(promise.losses, Paths{"/A"});
   EXPECT_EQ(promise.regained, 1u);
+  EXPECT_EQ(promise.unnamed, 0u);
 }
 
 TEST(Promise, file_that_was_there_already_is_none_that_comes_back) {
@@ -251,6 +253,7 @@ TEST(Promise, file_that_was_there_already_is_none_that_comes_back) {
   EXPECT_TRUE(promise.holds());
   EXPECT_EQ(promise.regained, 1u);
   EXPECT_EQ(promise.toLost, 1u);
+  EXPECT_EQ(promise.unnamed, 1u);
   EXPECT_EQ(ToText(promise), "keeps 5 of 5 readable files; 1 more comes back; 1 goes to /LOST.FND\n");
 }
 
