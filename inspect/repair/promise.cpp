@@ -142,7 +142,8 @@ class Judge {
   std::vector<Place> places_;
   std::vector<Pair> pairs_;
   std::vector<Pair> weakPairs_;
-  std::unordered_set<std::uint16_t> entered_;    // directories before
+  std::unordered_set<std::uint16_t> entered_;    // directories before, by the entry that led there
+  std::unordered_set<std::uint16_t> looked_;     // the same, by the number in their records
   std::unordered_set<std::uint16_t> keptNodes_;  // files before
   std::vector<Missing> missing_;
 };
@@ -194,6 +195,7 @@ Promise Judge::Run() {
     after_.Root(&top.after);
     places_.emplace_back();
     entered_.insert(kRootNode);
+    looked_.insert(top.before.record.number);
     pairs_.push_back(top);
   }
   while (!pairs_.empty() || !weakPairs_.empty()) {
@@ -269,9 +271,10 @@ void Judge::CompareDirectory(const Listed& entry, const Pair& pair, const Listed
   const bool weak = pair.weak || !LeadsThere(entry) || recorded != entry.number;
   if (entered_.count(entry.number) > 0) return;
   // The slot of another directory, which is looked through under its own number.
-  if (recorded != entry.number && (entered_.count(recorded) > 0 || names_.count(recorded) > 0)) return;
+  if (recorded != entry.number && (looked_.count(recorded) > 0 || names_.count(recorded) > 0)) return;
   if (weak && names_.count(entry.number) > 0) return;  // a path leads there elsewhere
   entered_.insert(entry.number);
+  looked_.insert(recorded);
   Pair below = {};
   below.before = entry.node;
   // Under another of the names that it had, where it kept that one.
@@ -300,6 +303,8 @@ void Judge::CompareFile(const Listed& entry, const Pair& pair, const Listed* mat
   if (found != nullptr) found->stays = true;
   // The record of a file that was removed, or another's that holds nothing: nothing is there to be read.
   if (entry.node.size() == 0 && (entry.node.free || entry.node.record.number != entry.number)) return;
+  // A directory by its attributes, and it has turned out to be one.
+  if ((entry.node.record.attributes & ORB_NODE_DIRECTORY) != 0 && directories_.count(entry.number) > 0) return;
   if (!IsWhole(&before_, entry.node, &beforeBudget_)) {
     if (found == nullptr || !IsWhole(&after_, found->node, nullptr)) return;
     found->matched = true;

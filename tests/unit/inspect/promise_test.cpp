@@ -342,6 +342,36 @@ TEST(Promise, another_nodes_slot_may_be_read_anywhere) {
   EXPECT_TRUE(Judged(before, Promised()).holds());
 }
 
+// What lies under the one is read under the other.
+TEST(Promise, slots_of_two_directories_changed_places_both_are_looked_through) {
+  for (const bool first : {false, true}) {
+    ImageBuilder after(1024, 32);
+    const std::uint16_t d = after.AddDirectory(1, "D"), e = after.AddDirectory(1, "E");
+    after.AddFile(first ? d : e, "F", 900u);
+    ImageBuilder before = after;
+    before.AddFile(first ? e : d, "GONE", 800u);
+    const auto slot = [&](std::uint16_t node) {
+      return before.bytes().begin() + static_cast<std::ptrdiff_t>(before.NodeOffset(node));
+    };
+    std::swap_ranges(slot(d), slot(d) + kNodeSize, slot(e));
+    const Promise promise = Judged(before, after);
+    EXPECT_EQ(promise.readable, 2u);
+    EXPECT_EQ(promise.losses, Paths{first ? "/D/GONE" : "/E/GONE"});
+  }
+}
+
+// The attributes said so, the contents of its first block did not.
+TEST(Promise, directory_that_was_read_as_a_file_and_is_one_again_is_nothing_to_keep) {
+  ImageBuilder before(1024, 32);
+  const std::uint16_t file = before.AddFile(1, "F", 900u);
+  const std::uint16_t d = before.AddDirectory(1, "D");
+  const ImageBuilder after = before;
+  before.Put32(before.MapOffset(d, 0), before.MappedBlock(file, 0));
+  const Promise promise = Judged(before, after);
+  EXPECT_EQ(promise.readable, 1u);
+  EXPECT_EQ(promise.kept, 1u);
+}
+
 TEST(Promise, another_directorys_slot_is_looked_through_once) {
   Promised before;
   before.CopyRecord(before.d, before.a);
