@@ -142,6 +142,10 @@ bool CanKeepFirst(const RepairWork& work) {
 // Makes the image clean. Files that this would cost but for copies are named in `losses`: these copies are made first,
 // where that is possible, else last. Without them it may break the promise.
 Promise Mend(RepairWork* work, const Image& before, const std::vector<Loss>* losses) {
+  if (losses != nullptr && work->report.Count(Kind::kHeaderField) > 0) {
+    FixHeader(work);  // changes nothing that files are read from
+    work->Recheck();
+  }
   if (losses != nullptr && CanKeepFirst(*work)) {
     // Copies are appended where these numbers lead.
     CutOutside(work);

@@ -10,7 +10,8 @@
 // nothing more than the first would have:
 //   1. The dirty mark is set first and cleared last. Where damage is left that no pass can mend, the mark stays, but
 //      not on a container that mounted before.
-//   2. Copies that keep the promise are made before anything changes, unless layout or root have to be regained first.
+//   2. Copies that keep the promise are made before anything but the header changes, unless the root has to be regained
+//      first.
 //   3. What can be regained is regained - header fields, node blocks, node records, free nodes to which entries refer -
 //      before any block is taken.
 //   4. The free chain is dropped, by one write of its head, before a block is taken, and built anew at the end, its

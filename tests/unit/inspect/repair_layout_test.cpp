@@ -1,5 +1,5 @@
 // Repair of the node-block table: which block is taken for the node block of which entry, and what speaks for one that
-// stands in its place.
+// stands in its place; and of the header, which comes before all else.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -235,6 +235,18 @@ TEST(LayoutTable, first_block_is_a_files_too_it_is_still_the_first_node_block) {
   image.SetEntry(0, 0);
   const auto files = Tree(Repaired(image.bytes()));
   for (int node = 2; node <= 16; ++node) ExpectKept(files, was, node);
+}
+
+// ---- Header ---------------------------------------------------------------------------------------------------------
+
+TEST(LayoutHeader, damaged_beside_a_file_that_is_made_longer_what_it_was_read_as_is_kept_first) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t file = image.AddFile(1, "F", 2000);
+  Bytes contents = Tree(image.bytes()).at("/F");
+  image.SetSize(file, 900);
+  image.Put32(offsetof(VolumeHeader, headerSize), 0);
+  contents.resize(900);
+  EXPECT_EQ(Tree(RepairedFromEveryStop(image.bytes())).at("/LOST.FND/F"), contents);
 }
 
 // ---- What each step says and writes ---------------------------------------------------------------------------------
