@@ -19,7 +19,8 @@ struct MapWalk {
 
   bool Visit(const MapSlot& slot);
   bool VisitMapBlock(const MapSlot& slot);
-  Contents ContentsOfMap(std::uint32_t block);
+  Contents ContentsOfMap(const MapSlot& slot);
+  std::uint64_t SlotsNeeded(const MapSlot& slot) const;
   void VisitData(const MapSlot& slot);
   void AddOutside(const MapSlot& slot);
   void EndOutside();
@@ -56,7 +57,7 @@ bool MapWalk::VisitMapBlock(const MapSlot& slot) {
     work->Add(Kind::kMapOutside, {number, slot.block, slot.offset}, {{true}});
     return false;
   }
-  const Contents contents = ContentsOfMap(slot.block);
+  const Contents contents = ContentsOfMap(slot);
   // Node records and directories find their owners without this slot.
   if (contents == Contents::kAny || contents == Contents::kNoNumbers) {
     work->Claim(slot.block, {BlockUse::kMap, false, node.number, index}, slot.offset);
@@ -71,16 +72,31 @@ bool MapWalk::VisitMapBlock(const MapSlot& slot) {
   return false;
 }
 
-// Each block is looked at once.
-Contents MapWalk::ContentsOfMap(std::uint32_t block) {
-  if (work->entered[block]) return Contents::kAny;
-  const auto known = work->noMaps.find(block);
-  if (known != work->noMaps.end()) return known->second;
-  std::vector<std::uint8_t> bytes(work->geometry().blockSize);
-  if (!work->Read(work->geometry().BlockOffset(block), bytes.data(), bytes.size())) return Contents::kAny;
-  const Contents contents = ContentsOf(work->geometry(), bytes);
-  if (contents != Contents::kAny) work->noMaps.emplace(block, contents);
-  return contents;
+// What lies behind the slots by which a file is read whole may be no numbers. Each block is looked at once.
+Contents MapWalk::ContentsOfMap(const MapSlot& slot) {
+  const Geometry& geometry = work->geometry();
+  if (work->entered[slot.block]) return Contents::kAny;
+  auto known = work->noMaps.find(slot.block);
+  if (known == work->noMaps.end()) {
+    std::vector<std::uint8_t> bytes(geometry.blockSize);
+    if (!work->Read(geometry.BlockOffset(slot.block), bytes.data(), bytes.size())) return Contents::kAny;
+    NoMap found = {ContentsOf(geometry, bytes), 0};
+    if (found.contents == Contents::kAny) return Contents::kAny;
+    while (found.leading < geometry.mapSlots() && geometry.Holds(Get32(&bytes[kWordSize * found.leading]))) {
+      ++found.leading;
+    }
+    known = work->noMaps.emplace(slot.block, found).first;
+  }
+  const std::uint64_t needed = SlotsNeeded(slot);
+  const bool whole = needed > 0 && needed <= known->second.leading;
+  return whole && known->second.contents == Contents::kNoNumbers ? Contents::kAny : known->second.contents;
+}
+
+// How many slots of the map block the node's size asks for, from its front on.
+std::uint64_t MapWalk::SlotsNeeded(const MapSlot& slot) const {
+  const std::uint32_t slots = work->geometry().mapSlots();
+  const std::uint64_t rest = map->needed - std::min<std::uint64_t>(map->needed, slot.index);
+  return std::min<std::uint64_t>(slots, slot.level == MapLevel::kDouble ? (rest + slots - 1) / slots : rest);
 }
 
 void MapWalk::VisitData(const MapSlot& slot) {

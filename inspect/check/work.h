@@ -10,6 +10,12 @@
 
 namespace orba::inspect {
 
+// A block that a map takes for a block-map block, and that shows itself to be something else.
+struct NoMap {
+  Contents contents;
+  std::uint32_t leading;  // words at its front that are numbers of blocks
+};
+
 struct Work {
   explicit Work(const Image& from) : image(from) {}
 
@@ -17,13 +23,13 @@ struct Work {
   Report report;
 
   // By block number.
-  std::vector<bool> entered;                           // a map block whose slots were visited
-  std::unordered_map<std::uint32_t, Contents> noMaps;  // what a map takes for a map block and is something else
-  std::vector<bool> parsed;                            // a directory block whose entries were taken
-  std::vector<bool> freed;                             // a directory's last block that is in the free chain already
-  std::vector<std::uint8_t> chainMark;                 // ChainMark
-  std::vector<std::uint32_t> chainPlace;               // the record that is it, or lists it
-  std::uint32_t entriesToFree = 0;                     // entries that refer to nodes that the bitmap calls free
+  std::vector<bool> entered;  // a map block whose slots were visited
+  std::unordered_map<std::uint32_t, NoMap> noMaps;
+  std::vector<bool> parsed;               // a directory block whose entries were taken
+  std::vector<bool> freed;                // a directory's last block that is in the free chain already
+  std::vector<std::uint8_t> chainMark;    // ChainMark
+  std::vector<std::uint32_t> chainPlace;  // the record that is it, or lists it
+  std::uint32_t entriesToFree = 0;        // entries that refer to nodes that the bitmap calls free
 
   Model& model() { return report.model; }
   const Geometry& geometry() const { return report.model.geometry; }

@@ -268,6 +268,28 @@ TEST(RepairSlot, behind_a_gap_of_a_double_indirect_block_that_a_shrunk_file_has_
 
 // ---- Growth ---------------------------------------------------------------------------------------------------------
 
+// ---- Block-map blocks of which a part was overwritten ---------------------------------------------------------------
+
+// By the slots that its size needs a file is read whole.
+TEST(RepairMapBlock, nothing_but_garbage_behind_the_slots_that_are_needed_file_stays_as_it_is) {
+  struct Case {
+    std::uint32_t blocks, level, needed;  // 0 = indirect, 1 = double-indirect, 2 = the first that that one leads to
+  };
+  for (const Case& of : {Case{7, 0, 1}, Case{106, 0, 100}, Case{263, 1, 1}, Case{263, 2, 1}, Case{519, 1, 2}}) {
+    ImageBuilder image(1024, 32);
+    const std::uint16_t file = image.AddFile(1, "F", of.blocks * 1024);
+    const std::uint32_t twice = image.Get32(image.NodeOffset(file) + kDoubleOffset);
+    const std::uint32_t block = of.level == 0   ? IndirectOf(image, file)
+                                : of.level == 1 ? twice
+                                                : image.Get32(image.BlockOffset(twice));
+    const Files files = Tree(image.bytes());
+    for (std::uint32_t at = 4 * of.needed; at < 1024; ++at) image.Put8(image.BlockOffset(block) + at, 0xAA);
+    EXPECT_TRUE(SameFiles(Tree(RepairedFromEveryStop(image.bytes())), files)) << of.blocks << " " << of.level;
+    image.Put8(image.BlockOffset(block) + 4 * of.needed - 1, 0xAA);
+    EXPECT_LT(Tree(Repaired(image.bytes())).at("/F").size(), of.blocks * 1024u) << of.blocks << " " << of.level;
+  }
+}
+
 // The block holds what would be a directory's entry.
 TEST(RepairGrowth, of_a_file_by_a_block_that_reads_as_an_entry_is_undone) {
   SmallWithC image;
