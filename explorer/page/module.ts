@@ -109,6 +109,7 @@ export interface RepairPromise {
   regained: number;
   mended: number;
   toLost: number;
+  unread: number;
   lost: number;
   losses: string[];
 }

@@ -51,6 +51,7 @@ export function showPlan(root: HTMLElement, container: Container, name: string, 
   if (plan.notice !== '') root.append(element('p', { class: 'warning' }, sentence(plan.notice)));
   root.append(element('p', { class: 'promise' }, prospect(plan)));
   if (plan.promise.lost > 0) root.append(losses(plan));
+  if (plan.promise.unread > 0) root.append(unread(plan));
   if (!plan.complete) {
     root.append(element('p', { class: 'warning' },
       `Something stays damaged: ${plan.problem || 'see the findings as repaired'}.`));
@@ -70,6 +71,11 @@ function losses({ promise }: Plan): HTMLElement {
       `would cost ${counted(promise.lost, 'file')} that can be read now.`), list);
 }
 
+function unread({ promise }: Plan): HTMLElement {
+  return element('p', { class: 'warning' }, `Whether ${counted(promise.unread, 'more file is', 'more files are')} kept ` +
+    'is not known: the same blocks would be read over and over. Recover the files before you repair the container.');
+}
+
 function actions(root: HTMLElement, container: Container, name: string, { plan, repaired }: Repair): HTMLElement {
   const recover = button('Recover all files (.tar)', { class: plan.breaksPromise ? 'primary' : '' }, async () => {
     recover.disabled = true;
@@ -83,7 +89,7 @@ function actions(root: HTMLElement, container: Container, name: string, { plan, 
     }
     recover.disabled = false;
   });
-  const text = plan.breaksPromise ? `Download repaired container without ${counted(plan.promise.lost, 'file')}`
+  const text = plan.promise.lost > 0 ? `Download repaired container without ${counted(plan.promise.lost, 'file')}`
     : 'Download repaired container';
   const get = button(text, { class: plan.breaksPromise ? '' : 'primary' }, () => {
     download(repaired, repairedName(name)).catch((error: unknown) => root.append(failure(error)));

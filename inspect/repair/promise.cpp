@@ -109,7 +109,10 @@ class Judge {
   static const Listed* MatchFor(const Listed& entry, const Index& after);
   std::uint32_t AddPlace(const Pair& pair, const Listed& entry);
 
-  bool IsWhole(Reader* reader, const Node& file, Budget* budget) const;
+  Trouble FindTrouble(Reader* reader, const Node& file, Budget* budget) const;
+  bool IsWhole(Reader* reader, const Node& file, Budget* budget) const {
+    return FindTrouble(reader, file, budget) == Trouble::kNone;
+  }
   bool IsSame(const Node& before, const Node& after);
   bool IsSamePiece(std::uint64_t before, std::uint64_t after, std::uint64_t bytes) const;
   std::uint64_t Hash(Reader* reader, const Node& file) const;
@@ -305,7 +308,13 @@ void Judge::CompareFile(const Listed& entry, const Pair& pair, const Listed* mat
   if (entry.node.size() == 0 && (entry.node.free || entry.node.record.number != entry.number)) return;
   // A directory by its attributes, and it has turned out to be one.
   if ((entry.node.record.attributes & ORB_NODE_DIRECTORY) != 0 && directories_.count(entry.number) > 0) return;
-  if (!IsWhole(&before_, entry.node, &beforeBudget_)) {
+  const Trouble trouble = FindTrouble(&before_, entry.node, &beforeBudget_);
+  if (trouble == Trouble::kCrossed) {
+    ++promise_.unread;
+    if (found != nullptr) found->matched = true;
+    return;
+  }
+  if (trouble != Trouble::kNone) {
     if (found == nullptr || !IsWhole(&after_, found->node, nullptr)) return;
     found->matched = true;
     ++promise_.mended;
@@ -325,14 +334,16 @@ void Judge::CompareFile(const Listed& entry, const Pair& pair, const Listed* mat
 
 // ---- Contents -------------------------------------------------------------------------------------------------------
 
-bool Judge::IsWhole(Reader* reader, const Node& file, Budget* budget) const {
+// What keeps the file from being read whole.
+Trouble Judge::FindTrouble(Reader* reader, const Node& file, Budget* budget) const {
   const std::uint64_t blocks = reader->geometry().BlocksFor(file.size());
-  if (blocks > reader->geometry().blocks) return false;
+  if (blocks > reader->geometry().blocks) return Trouble::kBlockOutside;
   Extent extent;
   for (std::uint64_t index = 0; index < blocks; index += extent.count) {
-    if (reader->FindExtent(file, index, blocks, &extent, budget)) return false;
+    const Problem problem = reader->FindExtent(file, index, blocks, &extent, budget);
+    if (problem) return problem.trouble;
   }
-  return true;
+  return Trouble::kNone;
 }
 
 bool Judge::IsSamePiece(std::uint64_t before, std::uint64_t after, std::uint64_t bytes) const {
@@ -452,8 +463,15 @@ std::string ExcusedText(const Promise& promise) {
   return to_string(promise.excused) + " end" + kOperation + ", first " + promise.firstExcused;
 }
 
+std::string UnreadText(const Promise& promise) {
+  const bool one = promise.unread == 1;
+  return "whether " + Counted(promise.unread, "file") + (one ? " is" : " are") +
+         " kept is not known: " + (one ? "it reads" : "they read") + " the same blocks as others over and over";
+}
+
 std::string ToText(const Promise& promise) {
   std::string text = "keeps " + to_string(promise.kept) + " of " + Counted(promise.readable, "readable file");
+  if (promise.unread > 0) text += "; " + UnreadText(promise);
   if (promise.excused > 0) text += "; " + ExcusedText(promise);
   if (promise.regained > 0) {
     text += "; " + to_string(promise.regained) + (promise.regained == 1 ? " more comes back" : " more come back");

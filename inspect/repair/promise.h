@@ -9,6 +9,7 @@
 //   - So may what a node is read for whose slot carries another node's number.
 //   - So may what a directory's first block refers to that is another directory's, or a copy of its, as the "." says.
 //   - A directory with several names keeps one of them, with all that is below.
+// Where maps are crossed so that the same blocks are read over and over there is an end to it, and no promise is given.
 //
 // One exception: the operation that a set mark vouches for may be finished or taken back. Of an object being moved one
 // of two names stays; of one being created or removed that holds nothing, none. That goes for one object at most.
@@ -44,15 +45,16 @@ struct Promise {
   std::uint32_t excused = 0;   // of these, those that ended with the operation that the mark vouches for
   std::uint32_t regained = 0;  // files that can be read after, and before not, or not by a path
   std::uint32_t unnamed = 0;   // of these, those that come to lie under /LOST.FND
-  std::uint32_t mended =
-      0;  // files that stay where they are and can now be read whole: cut off or filled up with zeros
-  std::uint32_t toLost = 0;         // files that come to lie under /LOST.FND
-  std::string firstExcused;         // the path of the first of those
+  std::uint32_t mended = 0;    // files that stay where they are and become whole: cut off or filled up with zeros
+  std::uint32_t toLost = 0;    // files that come to lie under /LOST.FND
+  // Files that were not looked at: others have named their blocks so often that it would be work out of proportion.
+  std::uint32_t unread = 0;
+  std::string firstExcused;         // the path of the first of those excused
   std::vector<std::string> losses;  // the paths of files that would be lost, fit for messages: the first kMostLosses
   std::vector<Loss> lostFiles;      // all of them
 
   std::uint32_t lost() const { return readable - kept - excused; }
-  bool holds() const { return lost() == 0; }
+  bool holds() const { return lost() == 0 && unread == 0; }
 };
 constexpr std::size_t kMostLosses = 100;
 
@@ -67,6 +69,8 @@ Promise JudgePromise(const Image& before, const Image& after, const Vouched& vou
 
 // "/A/X ends with the interrupted operation", "2 end with the interrupted operation, first /A/X"; "" where none does.
 std::string ExcusedText(const Promise& promise);
+// "whether 16 files are kept is not known: they read the same blocks as others over and over"
+std::string UnreadText(const Promise& promise);
 
 // "keeps 971 of 971 readable files; 3 more come back; 1 goes to /LOST.FND", followed by a line for each file lost.
 std::string ToText(const Promise& promise);

@@ -155,7 +155,7 @@ Promise Mend(RepairWork* work, const Image& before, const std::vector<Loss>* los
   }
   MakeClean(work);
   Promise promise = Judge(*work, before);
-  if (losses == nullptr || promise.holds() || work->unreadable) return promise;
+  if (losses == nullptr || promise.lost() == 0 || work->unreadable) return promise;
   KeepCopies(work, before, promise.lostFiles);
   MakeClean(work);
   return Judge(*work, before);
@@ -196,7 +196,7 @@ Plan PlanRepair(const Image& image, const TimeStamp& now) {
   if (!problem.empty()) return Impossible(std::move(before), problem);
   const WatchedImage watched(image);
   Plan plan = Draft(watched, now, std::move(before), nullptr);
-  if (plan.possible && !plan.promise.holds()) {
+  if (plan.possible && plan.promise.lost() > 0) {
     const std::vector<Loss> losses = plan.promise.lostFiles;
     plan = Draft(watched, now, std::move(plan.before), &losses);
   }
@@ -217,24 +217,31 @@ std::optional<Promise> ForeseeRepair(const Image& image, const TimeStamp& now, R
     return promise;
   };
   std::optional<Promise> promise = foresee(std::move(checked), nullptr);
-  if (!promise.has_value() || promise->holds()) return promise;
+  if (!promise.has_value() || promise->lost() == 0) return promise;
   Report again = Check(watched);
   if (!Hopeless(again).empty()) return std::nullopt;
   return foresee(std::move(again), &promise->lostFiles);
 }
 
-std::string ToText(const Plan& plan) {
+std::string StepsText(const Plan& plan) {
   std::string text;
   if (LosesAll(plan)) text += "nothing of what the container held can be saved: it will be empty\n";
   for (std::size_t i = 0; i < plan.actions.size(); ++i) {
     const Action& action = plan.actions[i];
     text += to_string(i + 1) + ". " + ToText(action) + " (" + Counted(action.writes.size(), "write") + ")\n";
   }
+  return text;
+}
+
+std::string OutcomeText(const Plan& plan) {
+  std::string text;
   if (plan.possible && plan.actions.empty()) text += "nothing to repair\n";
   if (!plan.problem.empty()) text += plan.problem + "\n";
   if (plan.possible && !plan.actions.empty()) text += ToText(plan.promise);
   return text;
 }
+
+std::string ToText(const Plan& plan) { return StepsText(plan) + OutcomeText(plan); }
 
 // ---- Writing --------------------------------------------------------------------------------------------------------
 

@@ -76,7 +76,11 @@ Plan PlanRepair(const Image& image, const TimeStamp& now);
 // nothing can be planned.
 std::optional<Promise> ForeseeRepair(const Image& image, const TimeStamp& now, Report checked);
 
-// The plan for people: a line for each action; before them, where nothing that the container held will be left, that.
+// The plan for people. A line for each action; before them, where nothing that the container held will be left, that.
+std::string StepsText(const Plan& plan);
+// What it comes to: what is left, and the promise.
+std::string OutcomeText(const Plan& plan);
+// Both.
 std::string ToText(const Plan& plan);
 
 }  // namespace orba::inspect

@@ -129,6 +129,7 @@ std::string ToJson(const Promise& promise) {
       .Number("regained", promise.regained)
       .Number("mended", promise.mended)
       .Number("toLost", promise.toLost)
+      .Number("unread", promise.unread)
       .Number("lost", promise.lost())
       .Json("losses", JsonTexts(promise.losses))
       .Done();

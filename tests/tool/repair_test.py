@@ -217,5 +217,33 @@ class RepairRefusalTest(ToolTest):
         self.assertEqual(self.read("card.orb"), self.damaged)
 
 
+class RepairCrossedTest(ToolTest):
+    """Fifteen names for the same 262 blocks: to read them all for each would be work out of proportion."""
+
+    def setUp(self):
+        super().setUp()
+        self.format("card.orb", "--block-size", "1024", "--nodes", "32")
+        self.put_text("card.orb:/F02", "x" * 262 * 1024)
+        contents = self.read("card.orb")
+        first = struct.unpack_from("<I", contents, 36)[0]  # block 1: the records, 64 bytes each
+        for number in range(3, 17):
+            self.put_text(f"card.orb:/F{number:02}")
+            self.patch("card.orb", first + 64 * (number - 1) + 16, contents[first + 64 + 16:first + 128])
+
+    def test_a_repair_whose_cost_is_not_known_is_refused_and_force_carries_it_out(self):
+        unknown = "whether 8 files are kept is not known: they read the same blocks as others over and over"
+        self.assertIn(f"keep all 7 files that can be read; {unknown}", self.orba("check", "card.orb").out)
+        before = self.read("card.orb")
+        result = self.orba("repair", "card.orb")
+        self.assertEqual(result.status, 4, result)
+        self.assertIn(f"\nkeeps 7 of 7 readable files; {unknown}", result.out)
+        self.assertEqual(result.err, f"orba: will not repair card.orb: {unknown}\n"
+                                     "      fetch what can be read with: orba recover card.orb DIR\n"
+                                     "      then repair all the same with: orba repair --force card.orb\n")
+        self.assertEqual(self.read("card.orb"), before)
+        self.assertEqual(self.orba("repair", "--force", "card.orb").status, 1)
+        self.assert_clean()
+
+
 if __name__ == "__main__":
     unittest.main()

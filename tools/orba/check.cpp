@@ -61,6 +61,7 @@ std::string Prospect(const inspect::Promise& promise) {
             (all && promise.readable > 1 ? "all " : "") + inspect::Counted(promise.readable, "file") +
             " that can be read";
   }
+  if (promise.unread > 0) text += "; " + UnreadText(promise);
   if (promise.excused > 0) text += "; " + ExcusedText(promise);
   if (promise.toLost > promise.unnamed) text += "; " + std::to_string(promise.toLost) + " would be under /LOST.FND";
   return "repair would " + text + "\n";

@@ -48,7 +48,7 @@ class Telling {
   void Plan(const inspect::Plan& plan) {
     const bool nothing = plan.actions.empty() && IsSound(plan.before);
     if (inText_ && nothing) Print(Painted(Stream::kOutput, Colour::kGreen, "clean") + ": nothing to repair\n");
-    if (inText_ && !nothing) Print(ShortList(ToText(plan), options_.verbose));
+    if (inText_ && !nothing) Print(ShortList(StepsText(plan), options_.verbose) + OutcomeText(plan));
     if (object_.has_value()) {
       JsonObject json;
       json.Text("verdict", Verdict(plan.before)).Flag("marked", plan.before.marked);
@@ -172,6 +172,12 @@ int JudgeRepair(const RepairOptions& options, RawContainer* container, Telling* 
   return kDamageLeft;
 }
 
+std::string WhyNot(const inspect::Promise& promise) {
+  if (promise.lost() == 0) return UnreadText(promise);
+  return "it would cost " + inspect::Counted(promise.lost(), "file") + " that can be read now, first " +
+         promise.losses.front() + ": no room is left for copies";
+}
+
 int Repair(const RepairOptions& options, const std::string& path, Telling* telling) {
   RawContainer container(path, options.dryRun ? RawContainer::kRead : RawContainer::kWrite);
   const inspect::Plan plan = Watched("repair", options.quiet, [&] { return PlanRepair(container.image(), Now()); });
@@ -191,9 +197,7 @@ int Repair(const RepairOptions& options, const std::string& path, Telling* telli
   if (plan.BreaksPromise() && !options.force) {
     telling->End("refused");
     const std::string word = ShellWord(path);
-    Report(Failure("will not repair " + ShellWord(path),
-                   "it would cost " + inspect::Counted(plan.promise.lost(), "file") + " that can be read now, first " +
-                       plan.promise.losses.front() + ": no room is left for copies",
+    Report(Failure("will not repair " + ShellWord(path), WhyNot(plan.promise),
                    "fetch what can be read with: orba recover " + word +
                        " DIR\nthen repair all the same with: orba repair --force " + word));
     return kDamageLeft;
@@ -218,7 +222,7 @@ Run DefineRepair(Syntax* syntax) {
   syntax->Flag("-n,--dry-run", &options->dryRun, "show the plan and change nothing");
   syntax->Flag("-f,--force", &options->force, "also where that costs files that can be read now");
   syntax->Text("--undo", "FILE", &options->undo, "keep in a new file what it takes to undo the repair");
-  syntax->Flag("-v,--verbose", &options->verbose, "all of a long plan, not its first 40 lines");
+  syntax->Flag("-v,--verbose", &options->verbose, "all of a long plan, not its first 40 steps");
   syntax->Flag("--json", &options->json, "one JSON object: the plan, its promise, and what became of it");
   syntax->Flag("-q,--quiet", &options->quiet, "the exit status alone, also with --json");
   syntax->One("CONTAINER", &options->container);
@@ -291,7 +295,7 @@ const Command kRepairCommand = {
     "the list of free blocks and clears the update mark last. What has data but no name appears as "
     "/LOST.FND/NODEnnnn. Every file that can be read whole before can be read after, at its path or under /LOST.FND; "
     "the plan ends by saying so. Where there is no room to keep it all, nothing is changed unless --force is given.\n\n"
-    "A repair may be interrupted at any time and run again. Of a long plan only the first 40 lines are shown; "
+    "A repair may be interrupted at any time and run again. Of a long plan only the first 40 steps are shown; "
     "--dry-run --verbose shows it all. With --undo, a file keeps all that is overwritten, and "
     "orba undo takes the repair back.\n\n"
     "Exits with 0 when there was nothing to do, 1 when the container is repaired, 4 when damage is left, or "

@@ -81,6 +81,27 @@ TEST(Promise, directory_gone_all_below_is_lost) {
   EXPECT_EQ(promise.losses, (Paths{"/D/B", "/D/EMPTY"}));
 }
 
+// Files may name blocks that others have named twice as often as there are blocks, and 1,024 times more: five read all
+// 262 again.
+TEST(Promise, files_that_read_the_same_blocks_over_and_over_are_not_judged_and_none_is_given) {
+  ImageBuilder image(1024, 32);
+  const std::uint16_t file = image.AddFile(1, "F", 262 * 1024);
+  for (std::uint32_t i = 0; i < 9; ++i) {
+    const std::uint16_t other = image.AddFile(1, "F" + std::to_string(i), 0u);
+    std::copy_n(image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(file)) + 16, 48,
+                image.bytes().begin() + static_cast<std::ptrdiff_t>(image.NodeOffset(other)) + 16);
+  }
+  const Promise promise = Judged(image, image);
+  EXPECT_EQ(promise.readable, 1 + 5u);
+  EXPECT_EQ(promise.kept, 1 + 5u);
+  EXPECT_EQ(promise.unread, 4u);
+  EXPECT_EQ(promise.regained + promise.mended + promise.toLost, 0u);
+  EXPECT_FALSE(promise.holds());
+  EXPECT_EQ(ToText(promise),
+            "keeps 6 of 6 readable files; whether 4 files are kept is not known: they read the same blocks as others "
+            "over and over\n");
+}
+
 TEST(Promise, one_byte_otherwise_is_a_loss) {
   for (const std::uint32_t at : {0u, 5u * 1024 + 1023, 6u * 1024, 10u * 1024 - 1}) {
     Promised after;
