@@ -72,8 +72,9 @@ function losses({ promise }: Plan): HTMLElement {
 }
 
 function unread({ promise }: Plan): HTMLElement {
-  return element('p', { class: 'warning' }, `Whether ${counted(promise.unread, 'more file is', 'more files are')} kept ` +
-    'is not known: the same blocks would be read over and over. Recover the files before you repair the container.');
+  return element('p', { class: 'warning' },
+    `Whether ${counted(promise.unread, 'more file is', 'more files are')} kept is not known: the same blocks would ` +
+      'be read over and over. Recover the files before you repair the container.');
 }
 
 function actions(root: HTMLElement, container: Container, name: string, { plan, repaired }: Repair): HTMLElement {
