@@ -72,7 +72,8 @@ bool MapWalk::VisitMapBlock(const MapSlot& slot) {
   return false;
 }
 
-// What lies behind the slots by which a file is read whole may be no numbers. Each block is looked at once.
+// Where a file is read whole by the slots that it needs, what lies behind them may be no numbers. Each block is looked
+// at once.
 Contents MapWalk::ContentsOfMap(const MapSlot& slot) {
   const Geometry& geometry = work->geometry();
   if (work->entered[slot.block]) return Contents::kAny;

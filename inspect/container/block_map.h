@@ -51,7 +51,7 @@ enum class Contents : std::uint8_t {
   kDirectory,  // a directory's first entries
 };
 
-// Anything but kAny cannot be a block-map block; kNoNumbers only behind the slots that the file needs.
+// Anything but kAny cannot be a block-map block, but for kNoNumbers where all slots that the file needs are right.
 Contents ContentsOf(const Geometry& geometry, const std::vector<std::uint8_t>& block);
 
 // The block that holds logical block `index`, by the slots on its way alone; 0 when there is none, or none that the

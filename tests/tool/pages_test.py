@@ -33,18 +33,22 @@ class PagesTest(ToolTest):
         happens before that command."""
         found = [console for console in consoles(page) if console and console[0][0].startswith(first)]
         self.assertEqual(len(found), 1, first)
-        path = f"{pathlib.Path(ORBA).parent}:{os.environ['PATH']}"
         happened = set()
         for command, expected in found[0]:
             for beginning, happens in (before or {}).items():
                 if command.startswith(beginning):
                     happens()
                     happened.add(beginning)
-            done = subprocess.run(["bash", "-c", command], cwd=self.folder, env=self.environment({"PATH": path}),
-                                  timeout=LIMIT, check=False, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                  stderr=subprocess.STDOUT, encoding="utf-8")
-            self.assertEqual(TIME.sub("TIME", done.stdout), TIME.sub("TIME", expected), command)
+            shown = self.shell(command, stderr=subprocess.STDOUT)
+            self.assertEqual(TIME.sub("TIME", shown), TIME.sub("TIME", expected), command)
         self.assertEqual(happened, set(before or {}))
+
+    def shell(self, script, stderr):
+        """What it prints, with the orba under test on its path."""
+        path = f"{pathlib.Path(ORBA).parent}:{os.environ['PATH']}"
+        return subprocess.run(["bash", "-c", script], cwd=self.folder, env=self.environment({"PATH": path}),
+                              timeout=LIMIT, check=False, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=stderr, encoding="utf-8").stdout
 
     def create(self, *names):
         for name in names:
@@ -118,11 +122,9 @@ class PagesTest(ToolTest):
     def test_repair_in_a_script(self):
         script = re.search(r"^```sh\n(orba check -q.*?)^```$", (TOP / "docs/repair.md").read_text(encoding="utf-8"),
                            re.MULTILINE | re.DOTALL)[1]
-        path = f"{pathlib.Path(ORBA).parent}:{os.environ['PATH']}"
 
         def run():
-            return subprocess.run(["bash", "-c", script], cwd=self.folder, env=self.environment({"PATH": path}),
-                                  timeout=LIMIT, check=False, capture_output=True, encoding="utf-8").stdout
+            return self.shell(script, stderr=subprocess.DEVNULL)
 
         self.create("card.orb")
         self.assertEqual(run(), "")

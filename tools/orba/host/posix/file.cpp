@@ -206,14 +206,12 @@ std::string HolderOf(const std::string& path) {
 }
 
 std::string FolderOf(const std::string& path) {
-  const std::unique_ptr<char, void (*)(void*)> container(realpath(path.c_str(), nullptr), std::free);
+  const std::string container = RealPath(path);
   const std::unique_ptr<FILE, int (*)(FILE*)> mounts(setmntent("/proc/self/mounts", "re"), endmntent);
   mntent entry = {};
   char names[8192];
-  while (container != nullptr && mounts != nullptr) {
-    if (getmntent_r(mounts.get(), &entry, names, sizeof names) == nullptr) break;
-    const bool ours = std::strcmp(entry.mnt_type, "fuse.orba") == 0;
-    if (ours && std::strcmp(entry.mnt_fsname, container.get()) == 0) return entry.mnt_dir;
+  while (mounts != nullptr && getmntent_r(mounts.get(), &entry, names, sizeof names) != nullptr) {
+    if (std::strcmp(entry.mnt_type, "fuse.orba") == 0 && entry.mnt_fsname == container) return entry.mnt_dir;
   }
   return "";
 }
