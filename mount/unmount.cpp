@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -56,19 +57,30 @@ int RunHelper(const std::string& folder, bool detach, std::string* said) {
   return status;
 }
 
+void VisitMounts(const std::function<void(const mntent&)>& visit) {
+  const std::unique_ptr<FILE, int (*)(FILE*)> table(setmntent("/proc/self/mounts", "re"), endmntent);
+  while (const mntent* const entry = table == nullptr ? nullptr : getmntent(table.get())) visit(*entry);
+}
+
+bool IsContainer(const mntent& entry) { return std::strcmp(entry.mnt_type, "fuse.orba") == 0; }
+
 }  // namespace
 
 std::string ContainerAt(const std::string& folder) {
   const std::string path = Absolute(folder);
-  const std::unique_ptr<FILE, int (*)(FILE*)> table(setmntent("/proc/self/mounts", "r"), endmntent);
   std::string container;
-  while (table != nullptr) {
-    const mntent* const entry = getmntent(table.get());
-    if (entry == nullptr) break;
-    if (path != entry->mnt_dir) continue;
-    container = std::strcmp(entry->mnt_type, "fuse.orba") == 0 ? entry->mnt_fsname : "";  // the last one lies on top
-  }
+  VisitMounts([&](const mntent& entry) {
+    if (path == entry.mnt_dir) container = IsContainer(entry) ? entry.mnt_fsname : "";  // the last one lies on top
+  });
   return container;
+}
+
+std::string FolderOf(const std::string& container) {
+  std::string folder;
+  VisitMounts([&](const mntent& entry) {
+    if (IsContainer(entry) && container == entry.mnt_fsname) folder = entry.mnt_dir;
+  });
+  return folder;
 }
 
 std::string Unmount(const std::string& folder, bool detach) {

@@ -22,6 +22,7 @@ void LogToSystem() {}
 void Log(const std::string& /*line*/) {}
 
 std::string ContainerAt(const std::string& /*folder*/) { return ""; }
+std::string FolderOf(const std::string& /*container*/) { return ""; }
 std::string Unmount(const std::string& /*folder*/, bool /*detach*/) { return "nothing can be mounted"; }
 
 }  // namespace orba::mount

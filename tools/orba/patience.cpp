@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "mount/unmount.h"
 #include "orba.h"
 #include "tools/orba/host/host.h"
 #include "tools/orba/interrupt.h"
@@ -39,7 +40,7 @@ bool Patience::WaitMore() {
 Failure BusyFailure(const std::string& container, const std::string& holder) {
   Failure failure = LibraryFailure("cannot open " + ShellWord(container), container, ORB_ERROR_CONTAINER_IN_USE);
   if (!holder.empty()) failure.AddAdvice("it is open in " + holder);
-  const std::string folder = host::FolderOf(container);
+  const std::string folder = mount::FolderOf(host::RealPath(container));
   if (!folder.empty()) failure.AddAdvice("it is mounted; unmount it with: orba umount " + ShellWord(folder));
   failure.AddAdvice("wait until it is free with: --wait");
   return failure;

@@ -110,9 +110,6 @@ bool CanSyncDisks();  // where not, files are synced one by one
 // The program that has the file for itself: "process 1234 (orba)"; empty where the system does not tell.
 std::string HolderOf(const std::string& path);
 
-// Where the container in the file is mounted as a folder; empty where it is not.
-std::string FolderOf(const std::string& path);
-
 bool SetTime(int file, std::int64_t seconds);  // of the last change, since 1970
 bool SetTimeToNow(int file);
 

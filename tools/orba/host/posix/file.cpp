@@ -1,6 +1,5 @@
 #include <dirent.h>
 #include <fcntl.h>
-#include <mntent.h>
 #include <stdlib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -201,17 +200,6 @@ std::string HolderOf(const std::string& path) {
     const bool named = comm != nullptr && fgets(name, sizeof name, comm.get()) != nullptr;
     name[std::strcspn(name, "\n")] = '\0';
     return "process " + std::to_string(process) + (named ? std::string(" (") + name + ")" : "");
-  }
-  return "";
-}
-
-std::string FolderOf(const std::string& path) {
-  const std::string container = RealPath(path);
-  const std::unique_ptr<FILE, int (*)(FILE*)> mounts(setmntent("/proc/self/mounts", "re"), endmntent);
-  mntent entry = {};
-  char names[8192];
-  while (mounts != nullptr && getmntent_r(mounts.get(), &entry, names, sizeof names) != nullptr) {
-    if (std::strcmp(entry.mnt_type, "fuse.orba") == 0 && entry.mnt_fsname == container) return entry.mnt_dir;
   }
   return "";
 }

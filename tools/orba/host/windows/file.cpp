@@ -368,8 +368,6 @@ bool SyncDisk(const std::string& /*path*/) {
 
 std::string HolderOf(const std::string& /*path*/) { return ""; }
 
-std::string FolderOf(const std::string& /*path*/) { return ""; }
-
 bool SetTime(int file, std::int64_t seconds) {
   const std::int64_t since1601 = seconds + kSecondsFrom1601To1970;
   if (since1601 <= 0 || since1601 > INT64_MAX / kTicks) {
